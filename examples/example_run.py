@@ -1,0 +1,59 @@
+"""Runs an example program in a folder of its own and reads what the library wrote there."""
+
+import os
+import pathlib
+import re
+import subprocess
+import sys
+import tempfile
+import unittest
+
+# A pointer row of the report: handle, tag, address, kind, count, size, total, number, place.
+ROW = re.compile(r"^   [+ ] *(\d+) (..) ([0-9a-f]{16}) (\w) +(\d+) +(\d+) +(\d+) +(\d+) (\S+:\d+)$")
+
+
+class Example(unittest.TestCase):
+    program = None
+
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.folder = pathlib.Path(folder.name)
+
+    def write(self, name, text):
+        (self.folder / name).write_text(text, encoding="ascii")
+        return name
+
+    def run_program(self, *arguments, **settings):
+        """Runs the program with variables QK_MEM_... such as DEBUG="..." and no other of them."""
+        environment = {name: value for name, value in os.environ.items()
+                       if not name.startswith("QK_MEM_")}
+        environment.update({f"QK_MEM_{name}": value for name, value in settings.items()})
+        return subprocess.run([self.program, *arguments], cwd=self.folder, env=environment,
+                              capture_output=True, text=True, timeout=100, check=False)
+
+
+def report_of(log):
+    """The part of a log that tells what is left at the end of the process."""
+    return log[log.index("Memory at program termination"):]
+
+
+def rows_of(report):
+    """The pointer rows as (tag, kind, count, bytes, place), sorted."""
+    matches = filter(None, map(ROW.match, report.splitlines()))
+    return sorted((m[2], m[4], int(m[5]), int(m[7]), m[9]) for m in matches)
+
+
+def place(source, text):
+    """The one place of a source file where `text` stands, as the report writes it."""
+    lines = source.read_text(encoding="utf-8").splitlines()
+    numbers = [number for number, line in enumerate(lines, start=1) if text in line]
+    assert len(numbers) == 1, f"{text} stands {len(numbers)} times in {source}"
+    return f"{source.name}:{numbers[0]}"
+
+
+def main(case):
+    """usage: SCRIPT PROGRAM [TEST...]: runs the named tests of `case`, or all."""
+    case.program = sys.argv[1]
+    names = [f"{case.__name__}.{name}" for name in sys.argv[2:]]
+    unittest.main(module="__main__", argv=[sys.argv[0], *names])

@@ -1,0 +1,23 @@
+#ifndef EXAMPLES_WORD_INDEX_OPTIONS_H_
+#define EXAMPLES_WORD_INDEX_OPTIONS_H_
+
+#include <cstddef>
+#include <vector>
+
+namespace word_index {
+
+/** What the command line asks for. */
+struct Options {
+  bool leak = false;
+  std::size_t top = 10;
+  std::size_t runs = 1;            ///< how many times the index is made
+  const char* lookup = nullptr;    ///< a word whose places are wanted, or null
+  std::vector<const char*> paths;  ///< files and folders, never empty
+};
+
+/** Fills `options`; on a command line that can't be read, prints the usage and returns false. */
+bool parse_options(int argc, char** argv, Options& options);
+
+}  // namespace word_index
+
+#endif  // EXAMPLES_WORD_INDEX_OPTIONS_H_

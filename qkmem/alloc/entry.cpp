@@ -1,0 +1,23 @@
+#include "qkmem/alloc/entry.h"
+
+#include "qkmem/diag/system_failure.h"
+
+namespace qk::mem {
+
+void* untracked(void* memory) {
+  if (memory == nullptr) SystemFailure();
+  return memory;
+}
+
+void record_allocation(qk_mem_handle& handle, void* memory, unsigned char kind,
+                       const Contents& contents, const Site& site) {
+  if (handle.track == 0) return;
+  const auto record = record_pointer(handle, memory, kind_on(handle, kind), contents, site,
+                                     Totals::kDataOfOrdinary);
+  if (!record) return;
+  announce_made(lines::kAllocated, site, handle.id, *record,
+                traced_change(handle, gain_of(*record)));
+  dump_control_blocks(*site.switches);
+}
+
+}  // namespace qk::mem

@@ -1,0 +1,46 @@
+#ifndef QKMEM_ALLOC_ENTRY_H_
+#define QKMEM_ALLOC_ENTRY_H_
+
+#include <cstddef>
+
+#include "qkmem/core/kinds.h"
+#include "qkmem/core/registry.h"
+#include "qkmem/core/upcalls.h"
+#include "qkmem/diag/event.h"
+#include "qkmem/table/lookup.h"
+#include "qkmem/table/pointer_table.h"
+
+/** The steps that the entry points of the allocation interface share. */
+namespace qk::mem {
+
+/** Whether calls on a handle are calls of the system's allocator and nothing else. */
+[[nodiscard]] inline bool bypasses_tracking(int hid) {
+  return hid == QK_MEM_DATA_HANDLE && !debugging();
+}
+
+/** Passes on what the system's allocator gave; null leaves its code, and no line. */
+void* untracked(void* memory);
+
+/** Whether an alignment is one that block management supports, or doesn't matter. */
+[[nodiscard]] constexpr bool is_supported_alignment(const qk_mem_handle& handle, int alignment) {
+  return !is_blockmgmt(handle) || alignment == 1 || alignment == 2 || alignment == 4 ||
+         alignment == 8 || alignment == 16;
+}
+
+/** Memory that was allocated on a handle is recorded, where the handle does so, and announced. */
+void record_allocation(qk_mem_handle& handle, void* memory, unsigned char kind,
+                       const Contents& contents, const Site& site);
+
+/** The change that the trace file shows: on block-managed handles only blocks move memory. */
+[[nodiscard]] constexpr long traced_change(const qk_mem_handle& handle, long change) {
+  return is_blockmgmt(handle) ? 0 : change;
+}
+
+/** The letter of a free. */
+[[nodiscard]] constexpr unsigned char free_letter(const qk_mem_handle& handle) {
+  return is_blockmgmt(handle) ? event::kFreePiece : event::kFree;
+}
+
+}  // namespace qk::mem
+
+#endif  // QKMEM_ALLOC_ENTRY_H_

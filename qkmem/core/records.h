@@ -1,0 +1,151 @@
+#ifndef QKMEM_CORE_RECORDS_H_
+#define QKMEM_CORE_RECORDS_H_
+
+#include <cstddef>
+#include <cstdint>
+
+#include "qkmem/qkmem.h"
+#include "support/mtx.h"
+
+/**
+ * One slot of a pointer array; a slot whose `address` is null is free.
+ *
+ * Reports read slots without the lock under which they are written, so slots that a table holds are
+ * written and read through table/slot.h only.
+ */
+struct qk_mem_ptr {
+  void* address;
+  qk::MemTracker* tracker;  // of objects and arrays; null for every other kind
+  const char* file;         // last component of the caller's file, never copied
+  std::uint64_t count;      // elements; slot 0: the array's capacity
+  std::uint64_t size;       // bytes of one element
+  std::uint32_t seq;        // Qk_mem_seq right after the increment for this record
+  std::uint16_t line;       // deliberately narrow: the low 16 bits of the caller's line
+  unsigned char kind;       // see core/kinds.h
+  std::uint8_t baselined;   // live when a baseline was set
+};
+
+/** Descriptor of one of a handle's eight pointer arrays. */
+struct qk_mem_ptr_array {
+  std::int32_t capacity;    // slots; 0 until the first pointer arrives
+  std::int32_t used;        // occupied slots, slot 0 included
+  qk_mem_ptr* ptrs;         // null also after a growth that failed, whatever `capacity` says
+  std::int32_t last;        // slot most recently found or filled
+  std::int32_t first_free;  // no slot below it is free; 0 in an array that holds nothing yet
+};
+
+/** An accounting tag: what all handles that bear it hold together. */
+struct qk_mem_tag {
+  char name[8];  // one or two characters, upper case; empty for the global tag
+  std::uint64_t amount;
+  std::uint32_t qty;
+  std::uint64_t base_amount;
+  std::uint32_t base_qty;
+  qk_mem_tag* next;  // in the same hash bucket
+};
+
+/** Header of a block; the data area begins Qk_mem_blocksize bytes behind its start. */
+struct qk_mem_block {
+  qk_mem_block* next;
+  std::uint64_t capacity;   // bytes of the data area
+  std::uint64_t low_mark;   // the data area is free below
+  std::uint64_t high_mark;  // and from here on
+};
+
+/** The most room that any of some blocks has, for pieces aligned to whatever, to 8 and to 16. */
+struct qk_mem_room {
+  std::uint64_t any;
+  std::uint64_t by8;
+  std::uint64_t by16;
+};
+
+/**
+ * What is known about the room in a handle's blocks, see table/first_fit.h. All zero: nothing. It
+ * tells which blocks an allocation needn't look at, and never changes which one it finds.
+ */
+struct qk_mem_skips {
+  struct Run {
+    qk_mem_block* first;  // the run goes on to the next one's first block
+    qk_mem_room room;
+    std::uint64_t length;  // blocks; only a measure of what a walk costs
+  };
+  static constexpr int kMaxRuns = 16;
+
+  const qk_mem_block* head;  // of the list that this was learned from
+  qk_mem_block* unexplored;  // first block behind the last run; null at the end of the list
+  qk_mem_room most_room;     // in any run
+  std::int32_t count;
+  Run runs[kMaxRuns];
+};
+
+/** A live handle. Made zero-filled; owned by the registry. */
+struct qk_mem_handle {
+  std::int32_t id;
+  std::uint64_t block_used;  // bytes ever handed out from blocks, padding included
+  std::uint32_t seq;
+  std::uint64_t amount;  // bytes of live data records, or of the blocks
+  std::uint32_t qty;
+  std::uint64_t base_amount;
+  std::uint32_t base_qty;
+  std::uint64_t overhead_amount;  // bytes of pointer arrays, handle memory, trackers
+  std::uint32_t overhead_qty;
+  std::uint64_t base_overhead_amount;
+  std::uint32_t base_overhead_qty;
+  qk_mem_tag* tag;  // never null
+  char type;        // 'D' data, 'O' overhead
+  char autofree;    // 'a' or zero
+  std::uint8_t has_growth;
+  std::uint8_t track;         // pointers are recorded
+  std::uint8_t track_blocks;  // blocks are recorded
+  char blockmgmt;             // 'B' or zero
+  std::uint64_t blocksize;
+  std::uint8_t blockfree;
+  std::uint32_t num_blocks;
+  std::uint8_t baselined;
+  std::uint8_t registered;  // an object was ever registered
+  qk_mem_block* blocks;
+  const char* file;
+  std::int32_t line;
+  qk_mem_ptr_array ptrs[8];
+  qk::Mtx* mtx;  // null unless MULTITHREADED
+  qk_mem_skips skips;
+  qk_mem_handle* next_left;  // of those that live on when the registry is gone
+};
+
+/** The debug switches of one routine. */
+struct qk_mem_debug {
+  std::int32_t on;
+  std::int32_t ctrlblks;
+  std::int32_t debug;
+  std::int32_t exceptions;
+  std::int32_t summary;
+  std::int32_t trace;
+  char routine[36];
+};
+
+namespace qk::mem {
+
+/** Bytes that a slot is accounted with. */
+inline constexpr std::uint64_t kSlotBytes = 48;
+static_assert(sizeof(qk_mem_ptr) == kSlotBytes, "accounted and real size of a slot must agree");
+
+inline constexpr int kArraysPerHandle = 8;
+
+/** Bytes that a record accounts for. Unsigned, as the totals are. */
+[[nodiscard]] constexpr std::uint64_t bytes_of(const qk_mem_ptr& record) {
+  return record.count * record.size;
+}
+
+/** The change of tracked bytes when `record` is made. */
+[[nodiscard]] constexpr long gain_of(const qk_mem_ptr& record) {
+  return static_cast<long>(bytes_of(record));
+}
+
+/** The change of tracked bytes when `record` goes. */
+[[nodiscard]] constexpr long release_of(const qk_mem_ptr& record) {
+  return static_cast<long>(-bytes_of(record));
+}
+
+}  // namespace qk::mem
+
+#endif  // QKMEM_CORE_RECORDS_H_

@@ -1,0 +1,91 @@
+#include "qkmem/core/registry.h"
+
+#include <sys/single_threaded.h>
+
+#include <cstdlib>
+#include <new>
+
+namespace {
+
+/** Holds a value that is constructed with the program and never destroyed. */
+template <class T>
+union Immortal {
+  T value;
+  constexpr Immortal() : value() {}
+  ~Immortal() {}
+};
+
+constinit Immortal<qk::TLS<int>> error_of_threads;
+
+/** Handle arrays that were replaced while other threads could be reading them. */
+struct Retired {
+  qk_mem_handle** array;
+  Retired* next;
+};
+constinit Retired* retired = nullptr;
+
+/** Handles that were live when the registry was retired. */
+constinit qk_mem_handle* left_handles = nullptr;
+
+/** Slots of Qk_mem_handles; Qk_mem_avail_handles counts also those that couldn't be had. */
+constinit std::int32_t real_slots = 0;
+
+}  // namespace
+
+constinit qk_mem_handle** Qk_mem_handles = nullptr;
+constinit std::int32_t Qk_mem_avail_handles = 0;
+constinit std::int32_t Qk_mem_num_handles = 0;
+constinit qk_mem_ptr Qk_mem_handles_ptr = {};
+constinit std::uint32_t Qk_mem_seq = 0;
+constinit qk_mem_tag Qk_mem_tags[32] = {};
+constinit std::int32_t Qk_mem_num_tags = 0;
+constinit qk_mem_tag* Qk_mem_tags_hash[32] = {};
+constinit qk_mem_tag Qk_mem_global_tag = {};
+constinit qk::TLS<int>& Qk_mem_error = error_of_threads.value;
+constinit qk::Mtx Qk_mem_mtx;
+constinit std::int32_t Qk_mem_initialized = 0;
+constinit std::int64_t Qk_mem_init_heap = 0;
+constinit std::int64_t Qk_mem_base_heap = 0;
+constinit std::uint64_t Qk_mem_blocksize = 0;
+constinit std::int32_t Qk_mem_ptr_display_size = 16;
+
+namespace qk::mem {
+
+HandleSlots handle_slots() {
+  const std::int32_t count = __atomic_load_n(&real_slots, __ATOMIC_ACQUIRE);
+  qk_mem_handle** slots = qk::load_pointer(Qk_mem_handles);
+  return {slots, slots == nullptr ? 0 : count};
+}
+
+void replace_handle_array(qk_mem_handle** array, std::int32_t count) {
+  // A shrinking table (the clean-up's) lowers the count first, a growing one raises it last.
+  if (count < real_slots) __atomic_store_n(&real_slots, count, __ATOMIC_RELEASE);
+  qk::publish(Qk_mem_handles, array);
+  __atomic_store_n(&real_slots, count, __ATOMIC_RELEASE);
+}
+
+qk_mem_handle** retire_registry() {
+  for_each_handle([](qk_mem_handle& handle) {
+    handle.next_left = left_handles;
+    left_handles = &handle;
+  });
+  qk_mem_handle** array = Qk_mem_handles;
+  replace_handle_array(nullptr, 0);
+  qk::store(Qk_mem_avail_handles, 0);
+  return array;
+}
+
+void release_handle_array(qk_mem_handle** array) {
+  if (__libc_single_threaded) {
+    std::free(array);
+    return;
+  }
+  // Look-ups take no lock, so another thread may stand in the middle of this array. Arrays grow in
+  // large steps and the few old ones are kept reachable instead.
+  if (auto* entry = static_cast<Retired*>(std::malloc(sizeof(Retired)))) {
+    *entry = {array, retired};
+    retired = entry;
+  }
+}
+
+}  // namespace qk::mem

@@ -1,0 +1,109 @@
+#ifndef QKMEM_CORE_REGISTRY_H_
+#define QKMEM_CORE_REGISTRY_H_
+
+#include <cstdint>
+#include <cstdio>
+#include <mutex>
+
+#include "qkmem/core/records.h"
+#include "support/mtx.h"
+#include "support/relaxed.h"
+#include "support/tls.h"
+
+/**
+ * All state of the process: the live handles, the tags, the counters. Each variable is constant
+ * initialised and is never destroyed, so that calls from other files' static constructors and
+ * destructors find it in order.
+ */
+extern qk_mem_handle** Qk_mem_handles;     // slot n-1 holds handle n
+extern std::int32_t Qk_mem_avail_handles;  // grows by 512, also when the array couldn't follow
+extern std::int32_t Qk_mem_num_handles;
+extern qk_mem_ptr Qk_mem_handles_ptr;  // the handle array's record, once handle 1 is gone
+extern std::uint32_t Qk_mem_seq;       // counts events; stamped into records
+extern qk_mem_tag Qk_mem_tags[32];
+extern std::int32_t Qk_mem_num_tags;
+extern qk_mem_tag* Qk_mem_tags_hash[32];
+extern qk_mem_tag Qk_mem_global_tag;
+extern qk::Mtx Qk_mem_mtx;
+extern qk::TLS<int>& Qk_mem_error;
+extern std::int32_t Qk_mem_initialized;
+extern std::int64_t Qk_mem_init_heap;
+extern std::int64_t Qk_mem_base_heap;
+extern std::uint64_t Qk_mem_blocksize;  // bytes that a block's header takes
+extern std::int32_t Qk_mem_ptr_display_size;
+
+namespace qk::mem {
+
+inline constexpr std::int32_t kHandleStep = 512;
+inline constexpr int kMaxTags = 32;
+
+/**
+ * Guards the registry. Re-entrant. Wherever a handle's mutex is held as well, this one was taken
+ * first.
+ */
+class RegistryLock {
+ public:
+  RegistryLock() : lock_(Qk_mem_mtx) {}
+
+ private:
+  std::lock_guard<qk::Mtx> lock_;
+};
+
+/** Guards a handle's pointer arrays, counters and blocks; nothing where the handle has no mutex. */
+[[nodiscard]] inline std::unique_lock<qk::Mtx> lock_of(const qk_mem_handle& handle) {
+  return handle.mtx == nullptr ? std::unique_lock<qk::Mtx>()
+                               : std::unique_lock<qk::Mtx>(*handle.mtx);
+}
+
+/** Counts an event and returns its number. */
+inline std::uint32_t next_seq() { return qk::add(Qk_mem_seq, 1); }
+
+/**
+ * Handle array with the number of slots that it really has: Qk_mem_avail_handles is ahead of it
+ * when a growth failed.
+ *
+ * Readable without a lock. The array is published before the count that goes with it, and an array
+ * that was replaced stays readable, so whoever reads the count first can't run over the end.
+ */
+struct HandleSlots {
+  qk_mem_handle** slots;
+  std::int32_t count;
+
+  [[nodiscard]] qk_mem_handle* at(std::int32_t index) const {
+    return index < 0 || index >= count ? nullptr : qk::load_pointer(slots[index]);
+  }
+};
+[[nodiscard]] HandleSlots handle_slots();
+
+/** Makes `array` of `count` slots the handle array. Needs the registry's lock. */
+void replace_handle_array(qk_mem_handle** array, std::int32_t count);
+
+/** Gives a handle array that was replaced back to the system, once nobody can be reading it. */
+void release_handle_array(qk_mem_handle** array);
+
+/**
+ * Takes the handle array out of use, at the end of the process, and returns it. Handles that are
+ * still live stay with the process, where leak checkers find them in use. Needs the registry's
+ * lock.
+ */
+[[nodiscard]] qk_mem_handle** retire_registry();
+
+/** Calls `visit` with every live handle, in the order of the numbers. Needs the registry's lock. */
+template <class Visit>
+void for_each_handle(Visit visit) {
+  const HandleSlots handles = handle_slots();
+  for (std::int32_t i = 0; i < handles.count; ++i) {
+    if (qk_mem_handle* handle = handles.at(i)) visit(*handle);
+  }
+}
+
+/** Calls `visit` with every registered tag, in the order of registration, without the global one.
+ */
+template <class Visit>
+void for_each_tag(Visit visit) {
+  for (std::int32_t i = 0; i < Qk_mem_num_tags; ++i) visit(Qk_mem_tags[i]);
+}
+
+}  // namespace qk::mem
+
+#endif  // QKMEM_CORE_REGISTRY_H_

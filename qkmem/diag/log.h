@@ -1,0 +1,51 @@
+#ifndef QKMEM_DIAG_LOG_H_
+#define QKMEM_DIAG_LOG_H_
+
+#include <cstdio>
+
+/** The log; null while there is none, and every line is then dropped. */
+extern FILE* Qk_mem_log;
+/** The destination that was last chosen: a file's name, or the word STDERR or STDOUT as given. */
+extern char Qk_mem_log_filename[256];
+
+extern "C" {
+
+/**
+ * Writes one line to the log: exactly the bytes that `format` gives, zero bytes too. What doesn't
+ * fit 1023 characters is cut and still ends with the newline of `format`.
+ *
+ * @return characters written; 0 without a log; negative when the text couldn't be formatted
+ * (nothing is written then) or written.
+ */
+[[gnu::format(printf, 1, 2)]] int qk_mem_write_log(const char* format, ...);
+
+/** The same to a stream of the caller's, which must be open. */
+[[gnu::format(printf, 2, 3)]] int qk_mem_fprintf(FILE* stream, const char* format, ...);
+
+}  // extern "C"
+
+namespace qk::mem {
+
+[[nodiscard]] bool is_standard_stream(const FILE* stream);
+
+/**
+ * Opens a file for writing with fopen's `mode`, hidden from programs that this one starts. A
+ * failure is told on standard output, since the log may be what couldn't be opened.
+ *
+ * @return null on failure.
+ */
+[[nodiscard]] FILE* open_output(const char* routine, const char* name, const char* mode);
+
+/** Puts a stream, or none, in the log's place and returns the one before. */
+FILE* exchange_log(FILE* stream);
+
+/** The same; the stream before is closed unless it is standard. */
+void replace_log(FILE* stream);
+
+/** Keeps all writers out of the log and empties its buffer, until let_log_go(). */
+void hold_log();
+void let_log_go();
+
+}  // namespace qk::mem
+
+#endif  // QKMEM_DIAG_LOG_H_

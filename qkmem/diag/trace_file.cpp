@@ -1,0 +1,63 @@
+#include "qkmem/diag/trace_file.h"
+
+#include <cstdint>
+
+#include "qkmem/core/registry.h"
+#include "qkmem/core/switches.h"
+#include "qkmem/diag/log.h"
+#include "support/text.h"
+
+constinit FILE* Qk_mem_db = nullptr;
+
+namespace qk::mem {
+namespace {
+
+std::uint64_t amount_of(int hid) {
+  const qk_mem_handle* handle = handle_slots().at(hid - 1);
+  return handle == nullptr ? 0 : qk::load(handle->amount);
+}
+
+}  // namespace
+
+void start_trace_file(FILE* stream) {
+  qk_mem_fprintf(
+      stream,
+      "Sequence\tHandle\tType\tAddress\tNum\tSize\tHandle Size\tFile\tLine\tCurrent\tHeap\tUnknown\tChange\tGrowth\tDifference\n");
+  qk::publish(Qk_mem_db, stream);
+}
+
+void flush_trace_file() {
+  if (Qk_mem_db != nullptr) std::fflush(Qk_mem_db);
+}
+
+void close_trace_file() {
+  const RegistryLock lock;
+  FILE* stream = Qk_mem_db;
+  qk::publish(Qk_mem_db, nullptr);
+  if (stream != nullptr) std::fclose(stream);
+}
+
+}  // namespace qk::mem
+
+extern "C" int qk_mem_write_db(int handle, unsigned char type, const void* address,
+                               unsigned long num, unsigned long size, const char* file, int line,
+                               long change) {
+  using namespace qk::mem;
+  // Both live as long as the process: the totals go on when the file doesn't.
+  static std::int64_t current = 0;
+  static std::int64_t last_heap = 0;
+
+  if (qk::load_pointer(Qk_mem_db) == nullptr || !debugging()) return -1;
+  const RegistryLock lock;
+  if (Qk_mem_db == nullptr) return -1;
+  current += change;
+  const std::int64_t heap = qk_heapsize();
+  const std::int64_t growth = heap - last_heap;
+  qk_mem_fprintf(
+      Qk_mem_db, "%u\t%d\t%c\t%.*zx\t%zu\t%zu\t%zu\t%s\t%d\t%zd\t%zd\t%zd\t%zd\t%zd\t%zd\n",
+      qk::load(Qk_mem_seq), handle, type, Qk_mem_ptr_display_size,
+      reinterpret_cast<std::size_t>(address), num, size, amount_of(handle), qk_file_name_only(file),
+      line, current, heap, heap - current, change, growth, growth - change);
+  last_heap = heap;
+  return 0;
+}

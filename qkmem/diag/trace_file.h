@@ -1,0 +1,40 @@
+#ifndef QKMEM_DIAG_TRACE_FILE_H_
+#define QKMEM_DIAG_TRACE_FILE_H_
+
+#include <cstdio>
+
+/** The trace file, a table with one tab-separated record per event; null while it isn't written. */
+extern FILE* Qk_mem_db;
+
+extern "C" {
+
+/**
+ * Writes a record to the trace file.
+ *
+ * @param handle   number of the handle concerned; 0 for none.
+ * @param type     letter of the event; deregistration writes its bare type number here.
+ * @param address  the address concerned, or null.
+ * @param num,size elements and bytes of one.
+ * @param file,line the caller's place; only the last component of `file` is written.
+ * @param change   signed change of tracked bytes.
+ * @return 0, or -1 when no trace file is written (the running total then stays as it is).
+ */
+int qk_mem_write_db(int handle, unsigned char type, const void* address, unsigned long num,
+                    unsigned long size, const char* file, int line, long change);
+
+}  // extern "C"
+
+namespace qk::mem {
+
+/** Makes `stream` the trace file and writes the line of headings. Needs the registry's lock. */
+void start_trace_file(FILE* stream);
+
+/** Empties the trace file's buffer. Needs the registry's lock. */
+void flush_trace_file();
+
+/** Closes the trace file, if there is one. */
+void close_trace_file();
+
+}  // namespace qk::mem
+
+#endif  // QKMEM_DIAG_TRACE_FILE_H_

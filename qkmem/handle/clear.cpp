@@ -1,0 +1,79 @@
+// The emptying of a block-managed handle.
+#include "qkmem/core/kinds.h"
+#include "qkmem/core/registry.h"
+#include "qkmem/core/upcalls.h"
+#include "qkmem/diag/event.h"
+#include "qkmem/diag/log.h"
+#include "qkmem/handle/release_walk.h"
+#include "qkmem/table/blocks.h"
+#include "qkmem/table/lookup.h"
+#include "qkmem/table/pointer_table.h"
+
+namespace qk::mem {
+namespace {
+
+class ClearingRules : public WalkRules {
+ public:
+  explicit ClearingRules(qk_mem_handle& handle) : handle_(handle) {}
+
+  /** The handle's own memory and its blocks stay with it. */
+  [[nodiscard]] bool keeps(const qk_mem_ptr& record) const override {
+    return !is_piece(record.kind) && !is_language_made(record.kind) &&
+           record.kind != kind::kExternal && record.kind != kind::kTracker;
+  }
+
+  [[nodiscard]] unsigned char letter_of(const qk_mem_ptr& record) override {
+    switch (record.kind) {
+      case kind::kObject:
+      case kind::kTracker:
+        return event::kObjectReleased;
+      case kind::kArray:
+        return event::kArrayReleased;
+      case kind::kExternal:
+        return event::kFree;
+      default:
+        return event::kFreePiece;
+    }
+  }
+
+  /** Trackers are taken out of both totals, although they were only ever part of the overhead. */
+  void charge(const qk_mem_ptr& record, unsigned char letter) override {
+    const std::uint64_t less = 0 - bytes_of(record);
+    if (record.kind == kind::kTracker) add_bytes(handle_, Totals::kOverhead, record.kind, less);
+    if (letter != event::kFreePiece) add_bytes(handle_, Totals::kData, record.kind, less);
+  }
+
+ private:
+  qk_mem_handle& handle_;
+};
+
+int refuse_ordinary_handle(int hid, const Site& site) {
+  Qk_mem_error.set(QK_MEM_ERROR_HANDLE);
+  if (reports(site)) {
+    qk_mem_write_log("   %s: ERROR: clear_handle on handle %d with non-blockmgmt at %s:%d\n",
+                     site.routine, hid, site.file(), site.line);
+  }
+  return QK_MEM_ERROR_HANDLE;
+}
+
+}  // namespace
+}  // namespace qk::mem
+
+extern "C" int qk_mem_iclear_handle(int hid, const char* file, int line) {
+  using namespace qk::mem;
+  static constexpr char routine[] = "qk_mem_iclear_handle";
+  ensure_started();
+  const Site site(routine, file, line, switches_of(Routine::kClearHandle));
+  qk_mem_handle* handle = open_handle(hid, site);
+  if (handle == nullptr) return qk_mem_error();
+  if (!is_blockmgmt(*handle)) return refuse_ordinary_handle(hid, site);
+  if (keeps_records(*handle)) {
+    ClearingRules rules(*handle);
+    release_records(*handle, site, rules);
+  }
+  reset_blocks(*handle);
+  next_seq();
+  announce_handle_gone(site, *handle, event::kHandleCleared);
+  dump_control_blocks(*site.switches);
+  return 0;
+}

@@ -1,0 +1,21 @@
+// What a caller can ask of one handle.
+#include "qkmem/core/kinds.h"
+#include "qkmem/core/upcalls.h"
+#include "qkmem/table/lookup.h"
+#include "qkmem/table/pointer_table.h"
+
+extern "C" int qk_mem_is_recorded(int hid, const void* ptr, const char* file, int line) {
+  using namespace qk::mem;
+  ensure_started();
+  qk_mem_handle* handle =
+      open_handle(hid, Site("qk_mem_is_recorded", file, line, global_switches()));
+  return handle != nullptr && find_pointer(*handle, ptr) ? 1 : 0;
+}
+
+extern "C" int qk_mem_frees_singly(int hid, const char* file, int line) {
+  using namespace qk::mem;
+  ensure_started();
+  const qk_mem_handle* handle =
+      open_handle(hid, Site("qk_mem_frees_singly", file, line, global_switches()));
+  return handle != nullptr && (!is_blockmgmt(*handle) || handle->blockfree != 0) ? 1 : 0;
+}

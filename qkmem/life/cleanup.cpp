@@ -1,0 +1,85 @@
+// The end of the process.
+#include "qkmem/life/cleanup.h"
+
+#include "qkmem/core/kinds.h"
+#include "qkmem/core/registry.h"
+#include "qkmem/core/switches.h"
+#include "qkmem/diag/event.h"
+#include "qkmem/diag/heap.h"
+#include "qkmem/diag/log.h"
+#include "qkmem/diag/trace_file.h"
+#include "qkmem/life/staged_log.h"
+#include "support/signals.h"
+
+namespace qk::mem {
+namespace {
+
+constexpr char kRoutine[] = "qk_mem_cleanup";
+
+bool wants_summary() { return qk::load(global_switches().summary) != 0; }
+
+void log_end(int sig) {
+  if (!wants_summary()) return;
+  qk_mem_write_log("   %s:      Memory at program termination (%s)\n", kRoutine,
+                   sig >= 1 ? qk_signal_desc(sig) : "normal termination");
+}
+
+void delete_autofree_handle(const qk_mem_handle& handle) {
+  if (traces(global_switches())) {
+    qk_mem_write_log("   %s:      Deleting autofree handle %d (%u ptrs for %zu bytes)\n", kRoutine,
+                     handle.id, qk::load(handle.qty), qk::load(handle.amount));
+  }
+  qk_mem_idel_handle(handle.id, own::kAutofreeHandles.file, own::kAutofreeHandles.line);
+}
+
+/** The newest first: the overhead handle, number 1, goes last. */
+void delete_autofree_handles() {
+  const HandleSlots handles = handle_slots();
+  for (std::int32_t i = handles.count - 1; i >= 0; --i) {
+    const qk_mem_handle* handle = handles.at(i);
+    if (handle != nullptr && handle->autofree != 0) delete_autofree_handle(*handle);
+  }
+}
+
+void announce_handle_array_gone() {
+  if (Qk_mem_handles_ptr.address == nullptr) return;
+  const Site site(kRoutine, own::kHandleArrayReleased, global_switches());
+  announce_released(lines::kHandleArrayGone, site, QK_MEM_OVERHEAD_HANDLE, event::kFree,
+                    Qk_mem_handles_ptr, release_of(Qk_mem_handles_ptr));
+}
+
+void release_registry() {
+  const RegistryLock lock;
+  if (Qk_mem_handles == nullptr) return;
+  release_handle_array(retire_registry());
+  announce_handle_array_gone();
+}
+
+void clean_up() {
+  delete_autofree_handles();
+  if (wants_summary()) qk_mem_dump(Qk_mem_log, "", 0);
+  release_registry();
+  if (traces(global_switches())) qk_mallinfo();
+}
+
+void clean_up_for_signal() {
+  StagedLog staged;
+  clean_up();
+  staged.commit();
+}
+
+}  // namespace
+}  // namespace qk::mem
+
+extern "C" void qk_mem_cleanup(int sig) {
+  using namespace qk::mem;
+  log_end(sig);
+  if (!qk_signal_safe(sig)) return;
+  if (sig >= 1) {
+    clean_up_for_signal();
+  } else {
+    clean_up();
+  }
+  replace_log(nullptr);
+  close_trace_file();
+}

@@ -1,0 +1,127 @@
+// Rows of handles and pointers.
+#include "qkmem/core/kinds.h"
+#include "qkmem/diag/log.h"
+#include "qkmem/diag/site.h"
+#include "qkmem/report/growth.h"
+#include "qkmem/report/report.h"
+#include "qkmem/report/rules.h"
+#include "qkmem/table/slot.h"
+
+namespace qk::mem {
+namespace {
+
+/** Which rows a section has: handles, or one class of their records. */
+enum class Rows { kHandles, kManagement, kBlocks, kPointers };
+
+struct Section {
+  std::uint32_t bit;
+  char handle_type;
+  Rows rows;
+  char autofree_mark;  // differs between the two handle sections on purpose
+  const char* band;
+};
+
+constexpr Section kSections[] = {
+    {QK_MEM_DUMP_HANDLES, 'O', Rows::kHandles, 'A',
+     "   - - - - - - - - - - - - - Overhead handles  - - - - - - - - - - - - - - - - \n"},
+    {QK_MEM_DUMP_MGMT, 'O', Rows::kManagement, 0,
+     "   - - - - - - - - - - - - - Overhead handle management  - - - - - - - - - - - \n"},
+    {QK_MEM_DUMP_BLOCKS, 'O', Rows::kBlocks, 0,
+     "   - - - - - - - - - - - - - Overhead handle blocks  - - - - - - - - - - - - - \n"},
+    {QK_MEM_DUMP_POINTERS, 'O', Rows::kPointers, 0,
+     "   - - - - - - - - - - - - - Overhead handle pointers  - - - - - - - - - - - - \n"},
+    {QK_MEM_DUMP_HANDLES, 'D', Rows::kHandles, 'a',
+     "   - - - - - - - - - - - - - Data handles  - - - - - - - - - - - - - - - - - - \n"},
+    {QK_MEM_DUMP_MGMT, 'D', Rows::kManagement, 0,
+     "   - - - - - - - - - - - - - Data handle management  - - - - - - - - - - - - - \n"},
+    {QK_MEM_DUMP_BLOCKS, 'D', Rows::kBlocks, 0,
+     "   - - - - - - - - - - - - - Data handle blocks  - - - - - - - - - - - - - - - \n"},
+    {QK_MEM_DUMP_POINTERS, 'D', Rows::kPointers, 0,
+     "   - - - - - - - - - - - - - Data handle pointers  - - - - - - - - - - - - - - \n"},
+};
+
+Rows class_of(unsigned char kind) {
+  if (is_management(kind)) return Rows::kManagement;
+  return kind == kind::kBlock ? Rows::kBlocks : Rows::kPointers;
+}
+
+void print_handle(FILE* stream, const qk_mem_handle& handle, char autofree_mark) {
+  const LocationText location(handle.file, handle.line);
+  qk_mem_fprintf(stream, "   %c%4d %2s %*s %c%c %4u          %8zu %7u %.24s\n",
+                 handle.base_amount == 0 ? '+' : ' ', handle.id, handle.tag->name,
+                 Qk_mem_ptr_display_size, "", is_blockmgmt(handle) ? 'B' : ' ',
+                 handle.autofree != 0 ? autofree_mark : ' ', qk::load(handle.qty),
+                 qk::load(handle.amount), handle.seq, location.c_str());
+}
+
+void print_record(FILE* stream, const qk_mem_handle& handle, const qk_mem_ptr& record) {
+  const LocationText location(record.file, record.line);
+  qk_mem_fprintf(stream, "   %c%4d %2s %.*zx %c  %4zu %8zu %8zu %7u %.24s\n",
+                 record.baselined == 0 ? '+' : ' ', handle.id, handle.tag->name,
+                 Qk_mem_ptr_display_size, shown(record.address), record.kind, record.count,
+                 record.size, bytes_of(record), record.seq, location.c_str());
+}
+
+/** Prints a handle's records of a class; the result is how many. */
+int print_records(const Report& report, const qk_mem_handle& handle, Rows rows) {
+  int printed = 0;
+  for_each_record(handle, [&](const qk_mem_ptr& record) {
+    if (class_of(record.kind) != rows || qk_mem_filter_pointer(&record, &report.filters)) return;
+    print_record(report.stream, handle, record);
+    ++printed;
+  });
+  return printed;
+}
+
+int print_rows(const Report& report, const Section& section) {
+  int printed = 0;
+  for_each_kept_handle(report, [&](const qk_mem_handle& handle) {
+    if (handle.type != section.handle_type) return;
+    if (section.rows == Rows::kHandles) {
+      print_handle(report.stream, handle, section.autofree_mark);
+      ++printed;
+    } else {
+      printed += print_records(report, handle, section.rows);
+    }
+  });
+  return printed;
+}
+
+/** A report of growth asks each section for what is new, whatever its own filter says there. */
+Report focused(const Report& report, const Section& section) {
+  Report focus = report;
+  if (!report.has(QK_MEM_DUMP_GROWTH)) return focus;
+  if (section.rows == Rows::kHandles) {
+    focus.filters.new_handle_sel = 1;
+  } else {
+    focus.filters.new_ptrs_sel = 1;
+  }
+  return focus;
+}
+
+void print_section(const Report& report, const Section& section) {
+  qk_mem_fprintf(report.stream, "%s", section.band);
+  if (print_rows(focused(report, section), section) == 0) qk_mem_fprintf(report.stream, "\n");
+}
+
+/** Rows of management alone come without headings, on purpose. */
+void print_headings(FILE* stream) {
+  qk_mem_fprintf(stream, "\n");
+  qk_mem_fprintf(stream, "    Hndl Tg %*s Typ Qty     Size    Total     Seq Location\n",
+                 Qk_mem_ptr_display_size, "Address");
+  qk_mem_fprintf(stream, "%s", kRule);
+}
+
+}  // namespace
+
+void print_details(const Report& report) {
+  if (report.has(QK_MEM_DUMP_HANDLES | QK_MEM_DUMP_BLOCKS | QK_MEM_DUMP_POINTERS)) {
+    print_headings(report.stream);
+  }
+  for (const Section& section : kSections) {
+    if (report.has(section.bit)) print_section(report, section);
+  }
+  qk_mem_fprintf(report.stream, "%s", kRule);
+}
+
+}  // namespace qk::mem

@@ -1,0 +1,49 @@
+#ifndef QKMEM_REPORT_GROWTH_H_
+#define QKMEM_REPORT_GROWTH_H_
+
+#include <cstddef>
+
+extern "C" {
+
+/**
+ * Writes how much something grew, percentage and amount, as every report row shows it: 15
+ * characters as long as the amount has nine digits. A decrease shows as the 64-bit complement of
+ * its size.
+ *
+ * @param buf  64 bytes.
+ * @return buf
+ */
+char* qk_mem_growth_string(unsigned long base, unsigned long current, char* buf);
+
+/** Writes "file:line" into `buf`, which must be long enough, and returns it. */
+char* qk_mem_location_string(const char* file, int line, char* buf);
+
+}  // extern "C"
+
+namespace qk::mem {
+
+/** The text of qk_mem_growth_string() for the time of one statement. */
+class GrowthText {
+ public:
+  GrowthText(unsigned long base, unsigned long current) {
+    qk_mem_growth_string(base, current, text_);
+  }
+  [[nodiscard]] const char* c_str() const { return text_; }
+
+ private:
+  char text_[64];
+};
+
+/** The text of qk_mem_location_string(), cut to what any report row shows. */
+class LocationText {
+ public:
+  LocationText(const char* file, int line);
+  [[nodiscard]] const char* c_str() const { return text_; }
+
+ private:
+  char text_[32];
+};
+
+}  // namespace qk::mem
+
+#endif  // QKMEM_REPORT_GROWTH_H_

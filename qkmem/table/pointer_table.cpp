@@ -1,0 +1,326 @@
+#include "qkmem/table/pointer_table.h"
+
+#include <cerrno>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <mutex>
+
+#include "qkmem/core/kinds.h"
+#include "qkmem/core/registry.h"
+#include "qkmem/diag/event.h"
+#include "qkmem/diag/log.h"
+#include "qkmem/diag/system_failure.h"
+#include "qkmem/table/slot.h"
+
+namespace qk::mem {
+namespace {
+
+constexpr char kRoutine[] = "qk_mem_new_ptr";
+constexpr std::int32_t kFirstSlots = 16;
+constexpr std::int32_t kMoreSlots = 64;
+constexpr std::int32_t kNoSlot = -1;
+
+qk_mem_ptr_array& array_of(qk_mem_handle& handle, const void* address) {
+  return handle.ptrs[(reinterpret_cast<std::uintptr_t>(address) >> 4) & 7];
+}
+
+bool is_full(const qk_mem_ptr_array& array) { return array.used == array.capacity; }
+
+/** Changes a counter that only the holder of the handle's lock changes, but anybody reads. */
+template <class T>
+void bump(T& counter, std::type_identity_t<T> by) {
+  qk::store(counter, static_cast<T>(qk::load(counter) + by));
+}
+
+/**
+ * The locks for recording a pointer. Growing replaces an array that a report may be reading, so a
+ * full array asks for the registry's lock, under which reports run, and that one comes first.
+ */
+class RecordingLock {
+ public:
+  RecordingLock(const qk_mem_handle& handle, const qk_mem_ptr_array& array)
+      : registry_(Qk_mem_mtx, std::defer_lock), handle_(lock_of(handle)) {
+    if (!is_full(array)) return;
+    handle_ = {};
+    registry_.lock();
+    handle_ = lock_of(handle);
+  }
+
+ private:
+  std::unique_lock<qk::Mtx> registry_;
+  std::unique_lock<qk::Mtx> handle_;
+};
+
+/** Bytes of an array of `slots`; the count has 32 bits, and one that outgrows them can't be had. */
+std::optional<std::uint32_t> array_bytes(std::int32_t slots) {
+  const std::uint64_t bytes = static_cast<std::uint64_t>(slots) * kSlotBytes;
+  if (bytes > UINT32_MAX) return std::nullopt;
+  return static_cast<std::uint32_t>(bytes);
+}
+
+qk_mem_ptr* resize_slots(qk_mem_ptr* slots, std::optional<std::uint32_t> bytes) {
+  if (!bytes) {
+    errno = ENOMEM;
+    return nullptr;
+  }
+  return static_cast<qk_mem_ptr*>(std::realloc(slots, *bytes));
+}
+
+void report_failed_growth(const Site& site, std::size_t bytes, SystemFailure& failure) {
+  if (!reports(site)) return;
+  qk_mem_write_log("   %s: ERROR: realloc of %zu at %s:%d of a->ptrs failed: %d %s\n", site.routine,
+                   bytes, site.file(), site.line, failure.number(), failure.text());
+}
+
+/** Writes slot 0 anew after a growth and tells of it. */
+void record_array(qk_mem_handle& handle, qk_mem_ptr_array& array, std::uint64_t growth,
+                  const Site& site) {
+  qk_mem_ptr own = read_slot(array.ptrs[0]);
+  own.address = array.ptrs;
+  own.file = site.file();
+  own.line = static_cast<std::uint16_t>(site.line);
+  own.count = static_cast<std::uint64_t>(array.capacity);
+  own.size = kSlotBytes;
+  own.seq = next_seq();
+  own.kind = kind::kPointerArray;
+  write_slot(array.ptrs[0], own);
+  announce_made(lines::kAllocated, site, handle.id, own, static_cast<long>(growth),
+                Located::kByCaller);
+}
+
+/**
+ * Grows a full array. A growth that fails leaves the larger capacity and no slots, for good: what
+ * was recorded in the array is lost, and nothing more is recorded there.
+ */
+bool grow(qk_mem_handle& handle, qk_mem_ptr_array& array, const Site& site) {
+  qk_mem_ptr* const before = array.ptrs;
+  const std::uint64_t old_bytes = static_cast<std::uint64_t>(array.capacity) * kSlotBytes;
+  const std::int32_t capacity = array.capacity + (array.capacity == 0 ? kFirstSlots : kMoreSlots);
+  const std::uint64_t new_bytes = static_cast<std::uint64_t>(capacity) * kSlotBytes;
+
+  qk_mem_ptr* const slots = resize_slots(before, array_bytes(capacity));
+  if (slots == nullptr) {
+    SystemFailure failure;
+    qk::publish(array.ptrs, nullptr);
+    qk::store(array.capacity, capacity);
+    std::free(before);
+    report_failed_growth(site, new_bytes, failure);
+    return false;
+  }
+  const std::uint64_t kept = before == nullptr ? 0 : old_bytes;
+  std::memset(reinterpret_cast<char*>(slots) + kept, 0, new_bytes - kept);
+  qk::publish(array.ptrs, slots);
+  qk::store(array.capacity, capacity);
+  if (before == nullptr) {
+    bump(array.used, 1);
+    bump(handle.overhead_qty, 1);
+  }
+  bump(handle.overhead_amount, new_bytes - old_bytes);
+  record_array(handle, array, new_bytes - old_bytes, site);
+  return true;
+}
+
+std::int32_t free_slot_from(const qk_mem_ptr_array& array, std::int32_t index) {
+  const std::int32_t slots = slots_of(array);
+  for (; index < slots; ++index) {
+    if (address_in(array.ptrs[index]) == nullptr) return index;
+  }
+  return kNoSlot;
+}
+
+/** The first free slot from 1 upward. No slot below the mark is free, so the search begins there.
+ */
+std::int32_t first_free_slot(const qk_mem_ptr_array& array) {
+  if (array.first_free > 1) {
+    const std::int32_t index = free_slot_from(array, array.first_free);
+    if (index != kNoSlot) return index;
+  }
+  return free_slot_from(array, 1);
+}
+
+/** Finds a slot for a new record, growing the array if need be. */
+std::int32_t reserve_slot(qk_mem_handle& handle, qk_mem_ptr_array& array, const Site& site) {
+  if (is_full(array) && !grow(handle, array, site.as(kRoutine))) return kNoSlot;
+  const std::int32_t index = first_free_slot(array);
+  if (index == kNoSlot && reports(site)) {
+    qk_mem_write_log("   %s: WARNING: ptr array not large enough\n", kRoutine);
+  }
+  return index;
+}
+
+/** Puts a record into a free slot and counts it. */
+void occupy(qk_mem_handle& handle, qk_mem_ptr_array& array, std::int32_t index,
+            const qk_mem_ptr& record) {
+  bump(array.used, 1);
+  if (counts_as_overhead(record.kind)) {
+    bump(handle.overhead_qty, 1);
+  } else {
+    bump(handle.qty, 1);
+    qk::add(handle.tag->qty, 1);
+  }
+  write_slot(array.ptrs[index], record);
+  array.last = index;
+  array.first_free = index + 1;
+}
+
+std::int32_t find_slot(qk_mem_ptr_array& array, const void* address) {
+  const std::int32_t slots = slots_of(array);
+  if (slots == 0 || address == nullptr) return kNoSlot;
+  if (address_in(array.ptrs[array.last]) == address) return array.last;
+  for (std::int32_t index = 1; index < slots; ++index) {
+    if (address_in(array.ptrs[index]) == address) return array.last = index;
+  }
+  return kNoSlot;
+}
+
+/** Clears a slot. Of the counters only `used` follows; the quantities are count_off()'s. */
+void vacate(qk_mem_ptr_array& array, std::int32_t index) {
+  clear_slot(array.ptrs[index]);
+  bump(array.used, -1);
+  if (index < array.first_free) array.first_free = index;
+}
+
+void count_off(qk_mem_handle& handle, unsigned char kind) {
+  if (counts_as_overhead(kind)) {
+    bump(handle.overhead_qty, static_cast<std::uint32_t>(-1));
+  } else {
+    bump(handle.qty, static_cast<std::uint32_t>(-1));
+    qk::subtract(handle.tag->qty, 1);
+  }
+}
+
+/** The kind that a cleared slot shows: removal counts every record as data, overhead included. */
+constexpr unsigned char kClearedKind = 0;
+
+bool is_part_of(const qk_mem_handle& handle, Totals totals, unsigned char kind) {
+  switch (totals) {
+    case Totals::kDataOfOrdinary:
+      return !is_blockmgmt(handle);
+    case Totals::kDataExceptPieces:
+      return !is_blockmgmt(handle) || kind == kind::kExternal;
+    case Totals::kNone:
+      return false;
+    case Totals::kData:
+    case Totals::kOverhead:
+      break;
+  }
+  return true;
+}
+
+}  // namespace
+
+void add_bytes(qk_mem_handle& handle, Totals totals, unsigned char kind, std::uint64_t bytes) {
+  if (!is_part_of(handle, totals, kind)) return;
+  if (totals == Totals::kOverhead) {
+    bump(handle.overhead_amount, bytes);
+  } else {
+    bump(handle.amount, bytes);
+    qk::add(handle.tag->amount, bytes);
+  }
+}
+
+std::optional<qk_mem_ptr> record_pointer(qk_mem_handle& handle, void* address, unsigned char kind,
+                                         const Contents& contents, const Site& site,
+                                         Totals totals) {
+  qk_mem_ptr_array& array = array_of(handle, address);
+  const RecordingLock lock(handle, array);
+  const std::int32_t index = reserve_slot(handle, array, site);
+  if (index == kNoSlot) return std::nullopt;
+  const qk_mem_ptr record = {address,
+                             contents.tracker,
+                             site.file(),
+                             contents.count,
+                             contents.size,
+                             next_seq(),
+                             static_cast<std::uint16_t>(site.line),
+                             kind,
+                             0};
+  occupy(handle, array, index, record);
+  add_bytes(handle, totals, kind, bytes_of(record));
+  return record;
+}
+
+std::optional<qk_mem_ptr> find_pointer(qk_mem_handle& handle, const void* address) {
+  const auto lock = lock_of(handle);
+  qk_mem_ptr_array& array = array_of(handle, address);
+  const std::int32_t index = find_slot(array, address);
+  if (index == kNoSlot) return std::nullopt;
+  return read_slot(array.ptrs[index]);
+}
+
+std::optional<Taken> take_pointer(qk_mem_handle& handle, const void* address, Totals totals) {
+  const auto lock = lock_of(handle);
+  qk_mem_ptr_array& array = array_of(handle, address);
+  const std::int32_t index = find_slot(array, address);
+  if (index == kNoSlot) return std::nullopt;
+  const Taken taken = {read_slot(array.ptrs[index]), index};
+  add_bytes(handle, totals, taken.record.kind, 0 - bytes_of(taken.record));
+  if (index > 0) {
+    vacate(array, index);
+    count_off(handle, kClearedKind);
+  }
+  return taken;
+}
+
+void put_back(qk_mem_handle& handle, const Taken& taken, Totals totals) {
+  const auto lock = lock_of(handle);
+  qk_mem_ptr_array& array = array_of(handle, taken.record.address);
+  if (slots_of(array) == 0) return;
+  std::int32_t index = taken.index;
+  if (address_in(array.ptrs[index]) != nullptr) index = first_free_slot(array);
+  if (index == kNoSlot) return;
+  const std::int32_t first_free = array.first_free;
+  occupy(handle, array, index, taken.record);
+  if (first_free < index) array.first_free = first_free;
+  add_bytes(handle, totals, taken.record.kind, bytes_of(taken.record));
+}
+
+void remove_visited(qk_mem_handle& handle, qk_mem_ptr_array& array, std::int32_t index) {
+  vacate(array, index);
+  count_off(handle, kClearedKind);
+}
+
+}  // namespace qk::mem
+
+extern "C" qk_mem_ptr* qk_mem_new_ptr(qk_mem_handle* handle, void* address, unsigned char kind,
+                                      const char* file, int line, qk_mem_debug* debug) {
+  using namespace qk::mem;
+  qk_mem_ptr_array& array = array_of(*handle, address);
+  const RecordingLock lock(*handle, array);
+  const std::int32_t index = reserve_slot(*handle, array, Site(kRoutine, file, line, *debug));
+  if (index == kNoSlot) return nullptr;
+  qk_mem_ptr record = {};
+  record.address = address;
+  record.kind = kind;
+  occupy(*handle, array, index, record);
+  return &array.ptrs[index];
+}
+
+extern "C" qk_mem_ptr* qk_mem_get_ptr(qk_mem_handle* handle, const void* address) {
+  using namespace qk::mem;
+  const auto lock = lock_of(*handle);
+  qk_mem_ptr_array& array = array_of(*handle, address);
+  const std::int32_t index = find_slot(array, address);
+  return index == kNoSlot ? nullptr : &array.ptrs[index];
+}
+
+extern "C" void qk_mem_free_ptr(qk_mem_handle* handle, qk_mem_ptr* record) {
+  using namespace qk::mem;
+  const auto lock = lock_of(*handle);
+  qk_mem_ptr_array& array = array_of(*handle, record->address);
+  const std::int32_t index = find_slot(array, record->address);
+  if (index <= 0) return;
+  vacate(array, index);
+  count_off(*handle, record->kind);
+}
+
+extern "C" void qk_mem_free_ptrs(qk_mem_handle* handle, int index) {
+  using namespace qk::mem;
+  qk_mem_ptr_array& array = handle->ptrs[index];
+  if (slots_of(array) == 0) return;
+  bump(array.used, -1);
+  bump(handle->overhead_qty, static_cast<std::uint32_t>(-1));
+  bump(handle->overhead_amount, 0 - bytes_of(array.ptrs[0]));
+  clear_slot(array.ptrs[0]);
+}

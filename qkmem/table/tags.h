@@ -1,0 +1,32 @@
+#ifndef QKMEM_TABLE_TAGS_H_
+#define QKMEM_TABLE_TAGS_H_
+
+#include <cstddef>
+
+#include "qkmem/core/records.h"
+
+extern "C" {
+
+/**
+ * Finds a tag, or registers it with totals of zero.
+ *
+ * @param name  one or two characters, already in upper case.
+ * @return null when the table is full (logged, and the code is set).
+ */
+qk_mem_tag* qk_mem_register_tag(const char* name);
+
+}  // extern "C"
+
+namespace qk::mem {
+
+/** Characters that a tag can have. */
+inline constexpr std::size_t kTagLength = 2;
+
+/** Whether a tag has a name of one or two characters; a terminator counts as the second one. */
+[[nodiscard]] inline bool bears_name(const qk_mem_tag& tag, const char* name) {
+  return tag.name[0] == name[0] && tag.name[1] == name[1];
+}
+
+}  // namespace qk::mem
+
+#endif  // QKMEM_TABLE_TAGS_H_

@@ -1,0 +1,159 @@
+#include "support/options.h"
+
+#include <algorithm>
+#include <cstring>
+#include <optional>
+#include <span>
+#include <string_view>
+
+#include "support/text.h"
+
+namespace {
+
+using Table = std::span<qk_option_keyword>;
+
+/** The first word that doesn't fit; what follows it is not read. */
+struct Misfit {
+  std::int32_t code;
+  std::string_view keyword;
+};
+
+/** A keyword with what follows its equals sign, as the string has them. */
+struct Word {
+  std::string_view keyword;
+  bool has_equals;
+  bool quote_open;
+  char* value;  // null when there is none
+};
+
+bool is_blank(char c) { return c == ' ' || c == '\t'; }
+
+bool is_separator(char c) { return is_blank(c) || c == ','; }
+
+bool equal_letters(std::string_view left, std::string_view right) {
+  return std::equal(left.begin(), left.end(), right.begin(), right.end(),
+                    [](char l, char r) { return qk::lower(l) == qk::lower(r); });
+}
+
+/** Takes an option string apart, word by word; each value is terminated as it is met. */
+class Scanner {
+ public:
+  explicit Scanner(char* options) : next_(options) {}
+
+  std::optional<Word> next_word() {
+    while (is_separator(*next_)) ++next_;
+    if (*next_ == '\0') return std::nullopt;
+    const char* begin = next_;
+    while (*next_ != '\0' && *next_ != '=' && !is_separator(*next_)) ++next_;
+    Word word{std::string_view(begin, static_cast<std::size_t>(next_ - begin)), *next_ == '=',
+              false, nullptr};
+    if (word.has_equals) {
+      ++next_;
+      read_value(word);
+    }
+    return word;
+  }
+
+ private:
+  void read_value(Word& word) {
+    const char quote = *next_;
+    const bool quoted = quote == '\'' || quote == '"';
+    if (quoted) ++next_;
+    char* const begin = next_;
+    char* const end = quoted ? std::strchr(begin, quote) : end_of_plain_value();
+    word.quote_open = end == nullptr;
+    if (word.quote_open) return;
+    next_ = *end == '\0' ? end : end + 1;
+    *end = '\0';
+    if (end != begin) word.value = begin;
+  }
+
+  [[nodiscard]] char* end_of_plain_value() const {
+    char* end = next_;
+    while (*end != '\0' && !is_blank(*end)) ++end;
+    return end;
+  }
+
+  char* next_;
+};
+
+std::string_view keyword_of(const qk_option_keyword& entry) {
+  return {entry.keyword, strnlen(entry.keyword, sizeof entry.keyword)};
+}
+
+bool abbreviates(std::string_view word, const qk_option_keyword& entry) {
+  return entry.abbrev != 0 && word.size() >= entry.abbrev &&
+         equal_letters(word, keyword_of(entry).substr(0, word.size()));
+}
+
+/** Null when no entry fits. */
+qk_option_keyword* find_entry(Table table, std::string_view word) {
+  if (word.empty()) return nullptr;
+  for (qk_option_keyword& entry : table) {
+    if (equal_letters(word, keyword_of(entry))) return &entry;
+  }
+  for (qk_option_keyword& entry : table) {
+    if (abbreviates(word, entry)) return &entry;
+  }
+  return nullptr;
+}
+
+/** What is wrong with a word that means `entry`; 0 when it fits. */
+std::int32_t fault_of(const Word& word, const qk_option_keyword& entry) {
+  if (entry.value_kind == qk::kNoValue && word.has_equals) return qk::kValueNotAllowed;
+  if (word.quote_open) return qk::kQuoteNotClosed;
+  if (entry.value_kind == qk::kRequiredValue && word.value == nullptr) return qk::kValueMissing;
+  return 0;
+}
+
+std::optional<Misfit> apply(const Word& word, Table table) {
+  qk_option_keyword* const entry = find_entry(table, word.keyword);
+  if (entry == nullptr) return Misfit{qk::kUnknownKeyword, word.keyword};
+  if (const std::int32_t fault = fault_of(word, *entry); fault != 0) {
+    return Misfit{fault, word.keyword};
+  }
+  entry->found = 1;
+  entry->value = word.value;
+  return std::nullopt;
+}
+
+void describe(const Misfit& misfit, qk_option_error& error) {
+  const std::string_view shown = misfit.keyword.empty() ? "=" : misfit.keyword;
+  const std::size_t length = shown.copy(error.text, sizeof error.text - 1);
+  error.text[length] = '\0';
+  error.code = misfit.code;
+}
+
+int process(char* options, Table table, qk_option_error* error) {
+  for (qk_option_keyword& entry : table) {
+    entry.found = 0;
+    entry.value = nullptr;
+  }
+  if (options == nullptr) return 0;
+  Scanner scanner(options);
+  while (const std::optional<Word> word = scanner.next_word()) {
+    const std::optional<Misfit> misfit = apply(*word, table);
+    if (!misfit) continue;
+    if (error != nullptr) describe(*misfit, *error);
+    return -1;
+  }
+  const auto found = std::count_if(table.begin(), table.end(),
+                                   [](const qk_option_keyword& entry) { return entry.found != 0; });
+  return static_cast<int>(found);
+}
+
+}  // namespace
+
+extern "C" {
+
+int qk_process_options(char* options, qk_option_keyword* table, int count, qk_option_error* error) {
+  if (table == nullptr || count < 0) count = 0;
+  return process(options, Table(table, static_cast<std::size_t>(count)), error);
+}
+
+int qk_check_options(char* options, qk_option_keyword* table, int count, qk_option_error* error,
+                     int /*mode*/) {
+  return qk_process_options(options, table, count, error);
+}
+
+}  // extern "C"

@@ -1,0 +1,15 @@
+#include "support/thread_id.h"
+
+#include <atomic>
+
+namespace {
+
+constinit std::atomic<unsigned long> given{0};
+constinit thread_local unsigned long own_number = 0;
+
+}  // namespace
+
+extern "C" unsigned long qk_gettid(void) {
+  if (own_number == 0) own_number = given.fetch_add(1, std::memory_order_relaxed) + 1;
+  return own_number;
+}

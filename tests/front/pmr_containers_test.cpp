@@ -1,0 +1,126 @@
+#include <gtest/gtest.h>
+
+#include <map>
+#include <memory_resource>
+#include <queue>
+#include <stack>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "qkmem/qkmem.hpp"
+#include "tests/front/container_kinds.h"
+#include "tests/kit/ledger.h"
+#include "tests/kit/scene.h"
+
+namespace {
+
+using kit::Scene;
+
+TEST(EveryPmrContainer, LivesOnAHandleAndLeavesNothing) {
+  Scene scene("EXCEPTIONS");
+  const qk::Handle pool("MULTITHREADED");
+  scene.skip_log();
+  qk::memory_resource resource(pool);
+  containers::for_each_kind<std::pmr::polymorphic_allocator>([&]<class Container>() {
+    containers::live_on<Container>(&resource, [&] { EXPECT_GE(pool.size(), 2U * 300 / 8); });
+    EXPECT_EQ(pool.size(), 0U);
+  });
+  EXPECT_EQ(scene.log(), "");
+}
+
+TEST(EveryPmrContainer, LivesInAnArenaUntilItIsCleared) {
+  Scene scene("EXCEPTIONS");
+  qk::Handle arena("BLOCKMGMT BLOCKSIZE=4096");
+  scene.skip_log();
+  qk::memory_resource resource(arena);
+  containers::for_each_kind<std::pmr::polymorphic_allocator>([&]<class Container>() {
+    containers::live_on<Container>(&resource, [] {});
+    EXPECT_EQ(arena.clear(), 0);
+  });
+  EXPECT_EQ(scene.log(), "");
+}
+
+TEST(EveryPmrContainer, LivesInBlocksThatTakePiecesBack) {
+  Scene scene("EXCEPTIONS");
+  const qk::Handle arena("BLOCKMGMT BLOCKFREE");
+  scene.skip_log();
+  qk::memory_resource resource(arena);
+  containers::for_each_kind<std::pmr::polymorphic_allocator>(
+      [&]<class Container>() { containers::live_on<Container>(&resource, [] {}); });
+  EXPECT_EQ(scene.log(), "");
+}
+
+/** Two handles and their resources. */
+class MovedContainer : public ::testing::Test {
+ protected:
+  Scene scene_{"EXCEPTIONS"};
+  qk::Handle one_;
+  qk::Handle two_;
+  qk::memory_resource on_one_{one_};
+  qk::memory_resource on_two_{two_};
+};
+
+TEST_F(MovedContainer, TakesItsHandleAlongWhenAnotherIsMadeOfIt) {
+  std::pmr::vector<int> source(100, 7, &on_one_);
+  const std::pmr::vector<int> result(std::move(source));
+  EXPECT_EQ(one_.size(), 400U);
+  EXPECT_EQ(result.get_allocator().resource(), &on_one_);
+}
+
+TEST_F(MovedContainer, IsCopiedToTheHandleOfTheOneThatItIsAssignedTo) {
+  std::pmr::vector<std::pmr::string> source(&on_one_);
+  source.emplace_back("a text that is too long to stand in the string itself");
+  std::pmr::vector<std::pmr::string> result(&on_two_);
+  result = std::move(source);
+  EXPECT_EQ(result.get_allocator().resource(), &on_two_);
+  EXPECT_EQ(result[0].get_allocator().resource(), &on_two_);
+  EXPECT_GT(two_.size(), 50U);
+  source.clear();  // NOLINT(bugprone-use-after-move): it can be used again
+  source.shrink_to_fit();
+  EXPECT_EQ(one_.size(), 0U);
+}
+
+TEST_F(MovedContainer, KeepsItsMemoryWhereBothHaveTheSameHandle) {
+  qk::memory_resource also_on_one(one_);
+  std::pmr::vector<int> source(100, 7, &on_one_);
+  const int* const first = source.data();
+  std::pmr::vector<int> result(&also_on_one);
+  result = std::move(source);
+  EXPECT_EQ(result.data(), first);
+  EXPECT_EQ(one_.size(), 400U);
+}
+
+TEST_F(MovedContainer, GoesFromAnOrdinaryHandleToAnArenaAndBack) {
+  const qk::Handle arena("BLOCKMGMT");
+  qk::memory_resource in_arena(arena);
+  std::pmr::map<std::pmr::string, std::pmr::vector<int>> source(&on_one_);
+  for (int i = 0; i < 50; ++i) source[std::pmr::string(40, 'a') += std::to_string(i)].resize(20);
+  {
+    std::pmr::map<std::pmr::string, std::pmr::vector<int>> result(&in_arena);
+    result = std::move(source);
+    source.clear();  // NOLINT(bugprone-use-after-move): it can be used again
+    EXPECT_EQ(one_.size(), 0U);
+    EXPECT_EQ(result.size(), 50U);
+    source = std::move(result);
+  }
+  EXPECT_EQ(source.size(), 50U);
+  EXPECT_GT(one_.size(), 50U * 80);
+}
+
+TEST_F(MovedContainer, GivesAnAdaptorItsHandle) {
+  std::stack<int, std::pmr::vector<int>> stack(&on_one_);
+  std::queue<int, std::pmr::deque<int>> queue(&on_two_);
+  std::priority_queue<int, std::pmr::vector<int>> order(&on_two_);
+  for (int i = 0; i < 100; ++i) {
+    stack.push(i);
+    queue.push(i);
+    order.push(i);
+  }
+  EXPECT_EQ(stack.top(), 99);
+  EXPECT_EQ(order.top(), 99);
+  EXPECT_GE(one_.size(), 400U);
+  EXPECT_GE(two_.size(), 800U);
+}
+
+}  // namespace

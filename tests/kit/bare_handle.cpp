@@ -1,0 +1,36 @@
+#include "tests/kit/bare_handle.h"
+
+#include <cstdlib>
+
+namespace kit {
+namespace {
+
+std::string sum(std::uint32_t qty, std::uint64_t amount) {
+  return std::to_string(qty) + " for " + std::to_string(amount);
+}
+
+}  // namespace
+
+void* at(std::uintptr_t address) { return reinterpret_cast<void*>(address); }
+
+BareHandle::BareHandle(int id) {
+  record.id = id;
+  record.tag = &tag;
+}
+
+BareHandle::~BareHandle() {
+  for (const qk_mem_ptr_array& array : record.ptrs) std::free(array.ptrs);
+}
+
+std::string BareHandle::sums() const {
+  return "data " + sum(record.qty, record.amount) + ", overhead " +
+         sum(record.overhead_qty, record.overhead_amount) + ", tag " + sum(tag.qty, tag.amount);
+}
+
+std::string BareHandle::array(int index) const {
+  const qk_mem_ptr_array& array = record.ptrs[index];
+  return std::to_string(array.capacity) + " slots, " + std::to_string(array.used) + " used" +
+         (array.ptrs == nullptr ? ", no memory" : "");
+}
+
+}  // namespace kit

@@ -1,0 +1,140 @@
+#include "tests/kit/report.h"
+
+#include <cstddef>
+#include <cstdlib>
+#include <map>
+#include <regex>
+
+#include "qkmem/core/registry.h"
+#include "qkmem/core/switches.h"
+#include "qkmem/table/pointer_table.h"
+#include "qkmem/table/tags.h"
+#include "tests/kit/heap.h"
+
+namespace kit {
+namespace {
+
+constexpr std::size_t kAddressWidth = 16;
+
+bool made_up(const std::string& address) { return address.rfind(std::string(12, '0'), 0) == 0; }
+
+std::string with_plain_addresses(const std::string& text) {
+  static const std::regex address(" ([0-9a-f]{16}) [A-Za-z] ");
+  std::map<std::string, std::string> names;
+  std::string result = text;
+  for (std::sregex_iterator it(text.begin(), text.end(), address), end; it != end; ++it) {
+    const std::string found = (*it)[1];
+    if (made_up(found)) continue;
+    std::string& name = names[found];
+    if (name.empty()) name = "p" + std::to_string(names.size());
+    const auto start = static_cast<std::size_t>(it->position(1));
+    result.replace(start, kAddressWidth, name + std::string(kAddressWidth - name.size(), ' '));
+  }
+  return result;
+}
+
+/** The blanks stand where a column follows; at the end of a line there is nothing to fill. */
+std::string with_plain_places(const std::string& text) {
+  static const std::regex place(R"(qkmem\.cpp:(\d+)( *\|)?)");
+  std::string result;
+  auto rest = text.cbegin();
+  for (std::sregex_iterator it(text.begin(), text.end(), place), end; it != end; ++it) {
+    const auto& match = *it;
+    result.append(rest, match[0].first);
+    result += "qkmem.cpp:#";
+    if (match[2].matched) {
+      result.append(static_cast<std::size_t>(match[1].length()) - 1, ' ').append(match[2].str());
+    }
+    rest = match[0].second;
+  }
+  return result.append(rest, text.cend());
+}
+
+std::string right_aligned(const std::string& word) {
+  constexpr std::size_t kSizeWidth = 8;
+  return word.size() < kSizeWidth ? std::string(kSizeWidth - word.size(), ' ') + word : word;
+}
+
+std::string with_plain_size(const std::string& text, std::size_t size, const std::string& word) {
+  const std::string figure = right_aligned(std::to_string(size));
+  const std::regex row("( H     1 )" + figure + " " + figure + " ");
+  return std::regex_replace(text, row,
+                            "$1" + right_aligned(word) + " " + right_aligned(word) + " ");
+}
+
+}  // namespace
+
+Stage::Stage(int heap) {
+  set_heap(heap);
+  qk_mem_init();
+  own_slots_ = Qk_mem_handles;
+  own_count_ = qk::mem::handle_slots().count;
+  qk::mem::replace_handle_array(slots_, 9);
+  Qk_mem_seq = 0;
+}
+
+Stage::~Stage() {
+  qk::mem::replace_handle_array(own_slots_, own_count_);
+  for (const qk_mem_handle& handle : handles_) {
+    for (const qk_mem_ptr_array& array : handle.ptrs) std::free(array.ptrs);
+  }
+}
+
+qk_mem_handle& Stage::handle(int id, char type, const char* tag) {
+  qk_mem_handle& handle = handles_[id - 1];
+  handle.id = id;
+  handle.type = type;
+  handle.tag = *tag == '\0' ? &Qk_mem_global_tag : qk_mem_register_tag(tag);
+  handle.track = 1;
+  handle.seq = ++Qk_mem_seq;
+  handle.file = "made.c";
+  handle.line = id * 100;
+  slots_[id - 1] = &handle;
+  return handle;
+}
+
+qk_mem_ptr& hold(qk_mem_handle& handle, std::uintptr_t address, char kind, std::uint64_t count,
+                 std::uint64_t size, const char* file, int line) {
+  qk_mem_ptr& record =
+      *qk_mem_new_ptr(&handle, reinterpret_cast<void*>(address), static_cast<unsigned char>(kind),
+                      file, line, &qk::mem::global_switches());
+  record.file = file;
+  record.line = static_cast<std::uint16_t>(line);
+  record.count = count;
+  record.size = size;
+  record.seq = ++Qk_mem_seq;
+  if (kind == 'H' || kind == 'T') {
+    handle.overhead_amount += count * size;
+  } else {
+    handle.amount += count * size;
+    handle.tag->amount += count * size;
+  }
+  return record;
+}
+
+void cover_by_baseline(qk_mem_handle& handle) {
+  handle.baselined = 1;
+  handle.base_qty = handle.qty;
+  handle.base_amount = handle.amount;
+  handle.base_overhead_qty = handle.overhead_qty;
+  handle.base_overhead_amount = handle.overhead_amount;
+  handle.tag->base_qty = handle.tag->qty;
+  handle.tag->base_amount = handle.tag->amount;
+  for (const qk_mem_ptr_array& array : handle.ptrs) {
+    for (int i = 0; i < array.capacity; ++i) {
+      if (array.ptrs[i].address != nullptr) array.ptrs[i].baselined = 1;
+    }
+  }
+}
+
+std::string plain_report(std::string_view text) {
+  std::string result = with_plain_places(with_plain_addresses(std::string(text)));
+  result = with_plain_size(result, sizeof(qk_mem_handle), "handle");
+  return with_plain_size(result, sizeof(qk::Mtx), "mtx");
+}
+
+std::string report(const char* filter, unsigned options) {
+  return plain_report(dump(filter, options));
+}
+
+}  // namespace kit

@@ -1,0 +1,218 @@
+#include "tests/kit/scene.h"
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <regex>
+#include <sstream>
+#include <vector>
+
+#include "qkmem/core/registry.h"
+#include "qkmem/diag/log.h"
+#include "qkmem/diag/trace_file.h"
+
+namespace kit {
+namespace {
+
+void set_variable(const char* name, const std::string& value) {
+  if (value.empty()) {
+    unsetenv(name);
+  } else {
+    setenv(name, value.c_str(), 1);
+  }
+}
+
+void set_environment(const Environment& environment) {
+  set_variable("QK_MEM_DEBUG", environment.debug);
+  set_variable("QK_MEM_OPTIONS", environment.options);
+  set_variable("QK_MEM_DUMP", environment.dump);
+}
+
+std::string make_folder() {
+  std::string name = (std::filesystem::temp_directory_path() / "qkmem-test-XXXXXX").string();
+  if (mkdtemp(name.data()) == nullptr) {
+    std::perror("mkdtemp");
+    std::abort();
+  }
+  return name;
+}
+
+std::string written_log() {
+  if (Qk_mem_log == nullptr) return contents(Qk_mem_log_filename);
+  std::fflush(Qk_mem_log);
+  return contents(Qk_mem_log_filename);
+}
+
+std::string written_trace() {
+  if (Qk_mem_db != nullptr) std::fflush(Qk_mem_db);
+  return contents("qkmem.tdf");
+}
+
+std::vector<std::string> lines_of(const std::string& text) {
+  std::vector<std::string> lines;
+  std::istringstream in(text);
+  for (std::string line; std::getline(in, line);) lines.push_back(line);
+  return lines;
+}
+
+std::vector<std::string> columns_of(const std::string& line) {
+  std::vector<std::string> columns;
+  std::istringstream in(line);
+  for (std::string column; std::getline(in, column, '\t');) columns.push_back(column);
+  return columns;
+}
+
+/** The part of a row that doesn't depend on the heap; the line of headings has none. */
+std::string told(const std::string& line) {
+  const auto columns = columns_of(line);
+  if (columns.size() != 15 || columns[0] == "Sequence") return "";
+  return columns[1] + " " + columns[2] + " [" + columns[3] + "] " + columns[4] + " " + columns[5] +
+         " " + columns[7] + " " + columns[8] + " " + columns[12] + "\n";
+}
+
+std::string with_plain_addresses(const std::string& text) {
+  static const std::regex address("[0-9a-f]{16}");
+  std::map<std::string, std::string> names = {{std::string(16, '0'), "p0"}};
+  std::string result;
+  auto rest = text.cbegin();
+  for (std::sregex_iterator it(text.begin(), text.end(), address), end; it != end; ++it) {
+    const auto& match = (*it)[0];
+    result.append(rest, match.first);
+    auto& name = names[match.str()];
+    if (name.empty()) name = "p" + std::to_string(names.size() - 1);
+    result += name;
+    rest = match.second;
+    // In brackets and between tabs the width is free; elsewhere the address stands in a column.
+    const bool column = match.first != text.cbegin() && *(match.first - 1) == ' ' &&
+                        rest != text.cend() && *rest == ' ';
+    if (column) result.append(16 - name.size(), ' ');
+  }
+  return result.append(rest, text.cend());
+}
+
+}  // namespace
+
+Scene::Scene(const Environment& environment) : folder_(make_folder()) {
+  std::filesystem::current_path(folder_);
+  set_environment(environment);
+}
+
+Scene::~Scene() {
+  std::error_code ignored;
+  std::filesystem::current_path("/", ignored);
+  std::filesystem::remove_all(folder_, ignored);
+}
+
+void Scene::skip_log() { log_seen_ = written_log().size(); }
+
+std::string Scene::log() const { return plain(written_log().substr(log_seen_)); }
+
+std::string Scene::log(std::string_view routine) const {
+  const std::string start = "   " + std::string(routine) + ":";
+  std::string result;
+  for (const std::string& line : lines_of(written_log().substr(log_seen_))) {
+    if (line.rfind(start, 0) == 0) result += line + "\n";
+  }
+  return plain(result);
+}
+
+void Scene::skip_trace() { trace_seen_ = written_trace().size(); }
+
+std::string Scene::trace() const {
+  std::string result;
+  for (const std::string& line : lines_of(written_trace().substr(trace_seen_)))
+    result += told(line);
+  return plain(result);
+}
+
+std::string Scene::trace(std::string_view types) const {
+  std::string result;
+  for (const std::string& line : lines_of(written_trace().substr(trace_seen_))) {
+    const auto columns = columns_of(line);
+    const bool wanted = columns.size() > 2 && types.find(columns[2]) != std::string_view::npos;
+    if (wanted) result += told(line);
+  }
+  return plain(result);
+}
+
+std::string plain(std::string_view text) {
+  static const std::regex own_line(R"(qkmem\.cpp:\d+)");
+  static const std::regex own_row(R"((qkmem\.cpp) \d+)");
+  static const std::regex heap(R"( \(-?\d+ -?\d+\)\n)");
+  std::string result = with_plain_addresses(std::string(text));
+  result = std::regex_replace(result, own_line, "qkmem.cpp:#");
+  result = std::regex_replace(result, own_row, "$1 #");
+  return std::regex_replace(result, heap, " (heap change)\n");
+}
+
+std::string contents(const std::string& name) {
+  std::ifstream in(name, std::ios::binary);
+  std::ostringstream text;
+  text << in.rdbuf();
+  return text.str();
+}
+
+std::string dump(const char* filter, unsigned options) {
+  char* text = nullptr;
+  std::size_t size = 0;
+  FILE* stream = open_memstream(&text, &size);
+  qk_mem_dump(stream, filter, options);
+  std::fclose(stream);
+  std::string result(text, size);
+  std::free(text);
+  return result;
+}
+
+qk_mem_handle& handle_of(int hid) { return *Qk_mem_handles[hid - 1]; }
+
+qk_mem_handle& Pool::record() const { return handle_of(id_); }
+
+namespace {
+std::string sum(std::uint32_t qty, std::uint64_t amount) {
+  return std::to_string(qty) + " for " + std::to_string(amount);
+}
+}  // namespace
+
+std::string data_of(int hid) { return sum(handle_of(hid).qty, handle_of(hid).amount); }
+
+std::string overhead_of(int hid) {
+  return sum(handle_of(hid).overhead_qty, handle_of(hid).overhead_amount);
+}
+
+std::string tag_of(const char* name) {
+  const qk_mem_tag* tag = &Qk_mem_global_tag;
+  for (int i = 0; i < Qk_mem_num_tags; ++i) {
+    if (std::string_view(Qk_mem_tags[i].name) == name) tag = &Qk_mem_tags[i];
+  }
+  return std::string_view(tag->name) == name ? sum(tag->qty, tag->amount) : "no such tag";
+}
+
+Ended run(const Environment& environment, const std::function<void()>& body) {
+  std::fflush(nullptr);
+  const pid_t child = fork();
+  if (child == 0) {
+    set_environment(environment);
+    if (std::freopen("stdout.txt", "w", stdout) == nullptr) _exit(99);
+    if (std::freopen("stderr.txt", "w", stderr) == nullptr) _exit(99);
+    std::setbuf(stderr, nullptr);
+    body();
+    std::exit(0);
+  }
+  int status = 0;
+  waitpid(child, &status, 0);
+  Ended ended;
+  if (WIFEXITED(status)) ended.exit_code = WEXITSTATUS(status);
+  if (WIFSIGNALED(status)) ended.signal = WTERMSIG(status);
+  ended.out = contents("stdout.txt");
+  ended.err = contents("stderr.txt");
+  ended.log = contents("qkmem.log");
+  ended.trace = contents("qkmem.tdf");
+  return ended;
+}
+
+}  // namespace kit

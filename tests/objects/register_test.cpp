@@ -1,0 +1,335 @@
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include "qkmem/core/registry.h"
+#include "qkmem/table/pointer_table.h"
+#include "tests/kit/bare_handle.h"
+#include "tests/kit/failing_allocator.h"
+#include "tests/kit/ledger.h"
+#include "tests/kit/scene.h"
+#include "tests/kit/told_tracker.h"
+
+namespace {
+
+using kit::at;
+using kit::Environment;
+using kit::handle_of;
+using kit::Ledger;
+using kit::overhead_of;
+using kit::Pool;
+using kit::Scene;
+using kit::ToldTracker;
+
+/** Enters something at app.c:12. */
+void enter(int hid, int type, void* ptr, std::size_t size) {
+  qk_mem_iregister(hid, type, ptr, nullptr, size, "src/app.c", 12);
+}
+
+void enter(int hid, int type, qk::MemTracker& tracker, std::size_t size) {
+  enter(hid, type, &tracker, size);
+}
+
+/** Overhead of a ledger's handle: its eight arrays, its own record, and trackers. */
+std::string own_and_trackers(std::size_t number) {
+  const std::size_t bytes = std::size_t{8} * 16 * 48 + sizeof(qk_mem_handle) + 16 * number;
+  return std::to_string(9 + number) + " for " + std::to_string(bytes);
+}
+
+/** What there is to register. */
+class Register : public ::testing::Test {
+ protected:
+  std::string story_;
+  ToldTracker tracker_{"tracker", at(0x5000), story_};
+  ToldTracker of_nothing_{"tracker", nullptr, story_};
+  ToldTracker of_void_{"tracker", at(0x5000), story_, typeid(void)};
+  ToldTracker of_void_nothing_{"tracker", nullptr, story_, typeid(void)};
+};
+
+TEST_F(Register, RecordsExternalMemory) {
+  Ledger ledger(Environment{"DEBUG", "DB", ""});
+  enter(ledger.pool, QK_MEM_EXTERNAL, at(0x5000), 100);
+  EXPECT_EQ(ledger.log(), "   qk_mem_iregister:      3 [p1] X 100 app.c:12\n");
+  EXPECT_EQ(ledger.trace(), "3 X [p1] 1 100 app.c 12 100\n");
+  EXPECT_EQ(ledger.record(at(0x5000)), "X 1/100 app.c:12 event 1");
+  EXPECT_EQ(ledger.books(), "handle 1 for 100, tag 1 for 100, events 1");
+  EXPECT_EQ(overhead_of(ledger.pool), own_and_trackers(0));
+}
+
+TEST_F(Register, RecordsAnObjectAndItsTracker) {
+  Ledger ledger(Environment{"DEBUG", "DB", ""});
+  enter(ledger.pool, QK_MEM_OBJECT, tracker_, 40);
+  EXPECT_EQ(ledger.log(),
+            "   qk_mem_iregister:      3 [p1] W 40 app.c:12\n"
+            "   qk_mem_tracker:        3 [p2] T 16 app.c:12\n");
+  EXPECT_EQ(ledger.trace(),
+            "3 W [p1] 1 40 app.c 12 40\n"
+            "3 T [p2] 1 16 app.c 12 16\n");
+  EXPECT_EQ(ledger.record(at(0x5000)), "W 1/40 app.c:12 event 1");
+  EXPECT_EQ(ledger.record(&tracker_), "T 1/16 app.c:12 event 2");
+  EXPECT_EQ(ledger.books(), "handle 1 for 40, tag 1 for 40, events 2");
+  EXPECT_EQ(overhead_of(ledger.pool), own_and_trackers(1));
+}
+
+TEST_F(Register, RecordsAnArrayAsOneElementOfAllItsBytes) {
+  Ledger ledger(Environment{"DEBUG", "DB", ""});
+  enter(ledger.pool, QK_MEM_ARRAY, tracker_, 40);
+  EXPECT_EQ(ledger.log(),
+            "   qk_mem_iregister:      3 [p1] J 1/40 app.c:12\n"
+            "   qk_mem_tracker:        3 [p2] T 16 app.c:12\n");
+  EXPECT_EQ(ledger.trace(),
+            "3 J [p1] 1 40 app.c 12 40\n"
+            "3 T [p2] 1 16 app.c 12 16\n");
+  EXPECT_EQ(ledger.record(at(0x5000)), "J 1/40 app.c:12 event 1");
+  EXPECT_EQ(ledger.record(&tracker_), "T 1/16 app.c:12 event 2");
+  EXPECT_EQ(ledger.books(), "handle 1 for 40, tag 1 for 40, events 2");
+}
+
+TEST_F(Register, KeepsTheTrackerInTheRecordOfItsObjectOnly) {
+  Ledger ledger("");
+  enter(ledger.pool, QK_MEM_OBJECT, tracker_, 40);
+  enter(ledger.pool, QK_MEM_EXTERNAL, at(0x6000), 40);
+  EXPECT_EQ(qk_mem_get_ptr(&ledger.pool.record(), at(0x5000))->tracker, &tracker_);
+  EXPECT_EQ(qk_mem_get_ptr(&ledger.pool.record(), &tracker_)->tracker, nullptr);
+  EXPECT_EQ(qk_mem_get_ptr(&ledger.pool.record(), at(0x6000))->tracker, nullptr);
+  EXPECT_EQ(tracker_.address, at(0x5000));
+}
+
+TEST_F(Register, MarksItsHandle) {
+  Ledger ledger("");
+  EXPECT_EQ(ledger.pool.record().registered, 0);
+  enter(ledger.pool, QK_MEM_EXTERNAL, at(0x5000), 100);
+  EXPECT_EQ(ledger.pool.record().registered, 1);
+}
+
+TEST_F(Register, IsLoggedWithTheHeapWhereThatIsAskedFor) {
+  Ledger ledger(Environment{"DEBUG", "HEAPSIZE", ""});
+  enter(ledger.pool, QK_MEM_ARRAY, tracker_, 40);
+  EXPECT_EQ(ledger.log(),
+            "   qk_mem_iregister:      3 [p1] J 1/40 app.c:12 (heap change)\n"
+            "   qk_mem_tracker:        3 [p2] T 16 app.c:12 (heap change)\n");
+}
+
+TEST_F(Register, ShowsTheLowBitsOfTheLineAndTheCallersInTheTrackersRow) {
+  Ledger ledger(Environment{"DEBUG", "DB", ""});
+  qk_mem_iregister(ledger.pool, QK_MEM_OBJECT, &tracker_, nullptr, 40, "src/app.c", 80000);
+  EXPECT_EQ(ledger.log(),
+            "   qk_mem_iregister:      3 [p1] W 40 app.c:14464\n"
+            "   qk_mem_tracker:        3 [p2] T 16 app.c:14464\n");
+  EXPECT_EQ(ledger.trace(),
+            "3 W [p1] 1 40 app.c 14464 40\n"
+            "3 T [p2] 1 16 app.c 80000 16\n");
+}
+
+TEST_F(Register, IgnoresItsFourthArgument) {
+  Ledger ledger(Environment{"DEBUG", "DB", ""});
+  qk_mem_iregister(ledger.pool, QK_MEM_EXTERNAL, at(0x5000), at(0x7000), 100, "src/app.c", 12);
+  EXPECT_EQ(ledger.log(), "   qk_mem_iregister:      3 [p1] X 100 app.c:12\n");
+  EXPECT_EQ(ledger.books(), "handle 1 for 100, tag 1 for 100, events 1");
+}
+
+TEST_F(Register, IsFollowedByTheReportUnderCtrlblks) {
+  Ledger ledger(Environment{"CTRLBLKS=qk_iregister", "", "OPTIONS=POINTERS"});
+  enter(ledger.pool, QK_MEM_EXTERNAL, at(0x5000), 100);
+  EXPECT_EQ(ledger.log(),
+            "\n"
+            "    Hndl Tg          Address Typ Qty     Size    Total     Seq Location\n"
+            "   ----------------------------------------------------------------------------\n"
+            "   - - - - - - - - - - - - - Overhead handle pointers  - - - - - - - - - - - - \n"
+            "\n"
+            "   - - - - - - - - - - - - - Data handle pointers  - - - - - - - - - - - - - - \n"
+            "   +   3 AB p1               X     1      100      100     101 app.c:12\n"
+            "   ----------------------------------------------------------------------------\n");
+}
+
+struct Misuse {
+  const char* what;
+  int type;
+  void* ptr;
+  std::size_t size;
+  const char* log;
+};
+
+TEST_F(Register, WarnsOfMisuse) {
+  constexpr char kZero[] = "   qk_mem_iregister: WARNING: register of 0 at app.c:12\n";
+  constexpr char kNull[] = "   qk_mem_iregister: WARNING: register of NULL pointer at app.c:12\n";
+  constexpr char kVoidObject[] =
+      "   qk_mem_iregister: WARNING: register of void object at app.c:12\n";
+  constexpr char kVoidArray[] =
+      "   qk_mem_iregister: WARNING: register of void array at app.c:12\n";
+  const std::string all =
+      "   qk_mem_iregister: WARNING: register of 0 at app.c:12\n"
+      "   qk_mem_iregister: WARNING: register of NULL pointer at app.c:12\n"
+      "   qk_mem_iregister: WARNING: register of void object at app.c:12\n";
+  const Misuse rows[] = {
+      {"memory of no bytes is fine", QK_MEM_EXTERNAL, at(0x5000), 0, ""},
+      {"null memory", QK_MEM_EXTERNAL, nullptr, 9, kNull},
+      {"object of no bytes", QK_MEM_OBJECT, &tracker_, 0, kZero},
+      {"array of no bytes", QK_MEM_ARRAY, &tracker_, 0, kZero},
+      {"null object", QK_MEM_OBJECT, &of_nothing_, 9, kNull},
+      {"null array", QK_MEM_ARRAY, &of_nothing_, 9, kNull},
+      {"no tracker", QK_MEM_OBJECT, nullptr, 9, kNull},
+      {"void object", QK_MEM_OBJECT, &of_void_, 9, kVoidObject},
+      {"void array", QK_MEM_ARRAY, &of_void_, 9, kVoidArray},
+      {"all of them", QK_MEM_OBJECT, &of_void_nothing_, 0, all.c_str()},
+  };
+  Ledger ledger("EXCEPTIONS");
+  for (const Misuse& row : rows) {
+    const Pool pool;
+    ledger.turn_page();
+    enter(pool, row.type, row.ptr, row.size);
+    EXPECT_EQ(ledger.log(), row.log) << row.what;
+  }
+}
+
+TEST_F(Register, GoesOnAfterAWarning) {
+  Ledger ledger(Environment{"DEBUG", "DB", ""});
+  enter(ledger.pool, QK_MEM_OBJECT, of_void_, 0);
+  EXPECT_EQ(ledger.log(),
+            "   qk_mem_iregister: WARNING: register of 0 at app.c:12\n"
+            "   qk_mem_iregister: WARNING: register of void object at app.c:12\n"
+            "   qk_mem_iregister:      3 [p1] W 0 app.c:12\n"
+            "   qk_mem_tracker:        3 [p2] T 16 app.c:12\n");
+  EXPECT_EQ(ledger.trace(),
+            "3 W [p1] 1 0 app.c 12 0\n"
+            "3 T [p2] 1 16 app.c 12 16\n");
+  EXPECT_EQ(ledger.books(), "handle 1 for 0, tag 1 for 0, events 2");
+}
+
+TEST_F(Register, OfNullRecordsNothing) {
+  Ledger ledger("DEBUG");
+  enter(ledger.pool, QK_MEM_EXTERNAL, nullptr, 9);
+  enter(ledger.pool, QK_MEM_OBJECT, of_nothing_, 9);
+  enter(ledger.pool, QK_MEM_ARRAY, nullptr, 9);
+  EXPECT_EQ(ledger.books(), "handle 0 for 0, tag 0 for 0, events 0");
+  EXPECT_EQ(overhead_of(ledger.pool), own_and_trackers(0));
+  EXPECT_EQ(ledger.pool.record().registered, 0);
+  EXPECT_EQ(qk_mem_error(), 0);
+}
+
+TEST_F(Register, OfWhatIsRecordedAlreadyWarnsAndRecordsItTwice) {
+  Ledger ledger("EXCEPTIONS");
+  enter(ledger.pool, QK_MEM_EXTERNAL, at(0x5000), 100);
+  qk_mem_iregister(ledger.pool, QK_MEM_OBJECT, &tracker_, nullptr, 40, "src/other.c", 80000);
+  EXPECT_EQ(
+      ledger.log(),
+      "   qk_mem_iregister: WARNING:   3 [p1] ptr already exists at other.c:80000 (allocated at app.c:12)\n");
+  EXPECT_EQ(ledger.books(), "handle 2 for 140, tag 2 for 140, events 3");
+}
+
+TEST_F(Register, OfAllocatedMemoryWarnsAndRecordsItTwice) {
+  Ledger ledger("EXCEPTIONS");
+  void* memory = qk_mem_imalloc(ledger.pool, 10, 16, "src/other.c", 80000);
+  enter(ledger.pool, QK_MEM_EXTERNAL, memory, 10);
+  EXPECT_EQ(
+      ledger.log(),
+      "   qk_mem_iregister: WARNING:   3 [p1] ptr already exists at app.c:12 (allocated at other.c:14464)\n");
+  EXPECT_EQ(ledger.books(), "handle 2 for 20, tag 2 for 20, events 2");
+}
+
+TEST_F(Register, WarnsOfWhatWasRegisteredAsVoidAlsoWhenItExists) {
+  Ledger ledger("EXCEPTIONS");
+  enter(ledger.pool, QK_MEM_EXTERNAL, at(0x5000), 100);
+  enter(ledger.pool, QK_MEM_ARRAY, of_void_, 0);
+  EXPECT_EQ(
+      ledger.log(),
+      "   qk_mem_iregister: WARNING: register of 0 at app.c:12\n"
+      "   qk_mem_iregister: WARNING:   3 [p1] ptr already exists at app.c:12 (allocated at app.c:12)\n"
+      "   qk_mem_iregister: WARNING: register of void array at app.c:12\n");
+}
+
+TEST_F(Register, LeavesTheSameAddressOfAnotherHandleAlone) {
+  Ledger ledger("EXCEPTIONS");
+  const Pool other;
+  enter(other, QK_MEM_EXTERNAL, at(0x5000), 100);
+  enter(ledger.pool, QK_MEM_EXTERNAL, at(0x5000), 100);
+  EXPECT_EQ(ledger.log(), "");
+}
+
+TEST_F(Register, OnNoHandleLeavesACode) {
+  Ledger ledger("DEBUG");
+  enter(99, QK_MEM_OBJECT, tracker_, 40);
+  EXPECT_EQ(ledger.log(), "   qk_mem_iregister: ERROR: invalid hid 99 at app.c:12\n");
+  EXPECT_EQ(qk_mem_error(), 5566);
+}
+
+TEST_F(Register, OnTheDataHandleDoesNothingWhileNothingIsConfigured) {
+  Scene scene("");
+  qk_mem_init();
+  enter(QK_MEM_DATA_HANDLE, QK_MEM_OBJECT, tracker_, 40);
+  EXPECT_EQ(kit::data_of(2), "0 for 0");
+  EXPECT_EQ(handle_of(2).registered, 0);
+  EXPECT_EQ(qk_mem_is_recorded(2, at(0x5000), "src/app.c", 13), 0);
+}
+
+TEST_F(Register, OnTheDataHandleRecordsWhereAnythingIsConfigured) {
+  Scene scene("TRACE");
+  enter(QK_MEM_DATA_HANDLE, QK_MEM_OBJECT, tracker_, 40);
+  EXPECT_EQ(kit::data_of(2), "1 for 40");
+  EXPECT_EQ(handle_of(2).registered, 1);
+}
+
+TEST_F(Register, OnTheDataHandleOnlyWarnsWhereItWasConfiguredAfterTheStart) {
+  Ledger ledger("");
+  ledger.configure("EXCEPTIONS");
+  enter(QK_MEM_DATA_HANDLE, QK_MEM_OBJECT, tracker_, 0);
+  EXPECT_EQ(ledger.log(), "   qk_mem_iregister: WARNING: register of 0 at app.c:12\n");
+  EXPECT_EQ(kit::data_of(2), "0 for 0");
+  EXPECT_EQ(handle_of(2).registered, 0);
+}
+
+TEST_F(Register, ThatFindsNoRoomLeavesTheObjectUnrecorded) {
+  Ledger ledger(Environment{"DEBUG", "DB", ""});
+  kit::fill_arrays(ledger.pool);
+  ledger.turn_page();
+  kit::fail_request(1);
+  enter(ledger.pool, QK_MEM_OBJECT, tracker_, 40);
+  EXPECT_EQ(
+      ledger.log(),
+      "   qk_mem_new_ptr: ERROR: realloc of 3840 at app.c:12 of a->ptrs failed: 12 Cannot allocate memory\n");
+  EXPECT_EQ(ledger.trace(), "");
+  EXPECT_EQ(ledger.record(at(0x5000)), "none");
+  EXPECT_EQ(ledger.record(&tracker_), "none");
+  EXPECT_EQ(ledger.books(), "handle 0 for 0, tag 0 for 0, events 0");
+  EXPECT_EQ(ledger.pool.record().registered, 1);
+  EXPECT_EQ(qk_mem_error(), 5012);
+  EXPECT_EQ(story_, "") << "the tracker is the caller's";
+}
+
+TEST_F(Register, ThatFindsNoRoomForTheTrackerRecordsTheObject) {
+  Ledger ledger("EXCEPTIONS");
+  // The object's address belongs to another array than any that this tracker can stand in.
+  kit::fill_arrays(ledger.pool);
+  const auto index = (reinterpret_cast<std::uintptr_t>(&tracker_) >> 4) & 7;
+  tracker_.address = at(0x5000 + 16 * ((index + 1) & 7));
+  kit::fail_request(2);
+  enter(ledger.pool, QK_MEM_OBJECT, tracker_, 40);
+  EXPECT_EQ(
+      ledger.log(),
+      "   qk_mem_new_ptr: ERROR: realloc of 3840 at app.c:12 of a->ptrs failed: 12 Cannot allocate memory\n");
+  EXPECT_EQ(ledger.books(), "handle 1 for 40, tag 1 for 40, events 2") << "one is the array's";
+  EXPECT_EQ(ledger.record(&tracker_), "none");
+}
+
+TEST_F(Register, OnABlockManagedHandleRecordsAndChargesEvenWherePiecesAreNot) {
+  Ledger ledger(Environment{"EXCEPTIONS", "DB", ""}, "BLOCKMGMT BLOCKINITIAL=0");
+  EXPECT_EQ(ledger.pool.record().track, 0);
+  enter(ledger.pool, QK_MEM_EXTERNAL, at(0x6000), 100);
+  enter(ledger.pool, QK_MEM_OBJECT, tracker_, 40);
+  EXPECT_EQ(ledger.trace(),
+            "3 X [p1] 1 100 app.c 12 100\n"
+            "3 W [p2] 1 40 app.c 12 40\n"
+            "3 T [p3] 1 16 app.c 12 16\n");
+  EXPECT_EQ(ledger.record(at(0x5000)), "W 1/40 app.c:12 event 2");
+  EXPECT_EQ(ledger.books(), "handle 2 for 140, tag 2 for 140, events 3");
+}
+
+TEST_F(Register, OnAnOverheadHandleIsDataAllTheSame) {
+  Ledger ledger(Environment{}, "OVERHEAD");
+  enter(ledger.pool, QK_MEM_OBJECT, tracker_, 40);
+  EXPECT_EQ(ledger.books(), "handle 1 for 40, tag 1 for 40, events 2");
+}
+
+}  // namespace

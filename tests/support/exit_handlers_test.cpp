@@ -1,0 +1,476 @@
+#include "support/exit_handlers.h"
+
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "support/system.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr const char* kLast = "POSITION=LAST";
+
+int to_parent = -1;
+
+void say(const char* text) {
+  if (write(to_parent, text, std::char_traits<char>::length(text)) < 0) _exit(99);
+}
+
+/** Handler that says its letter and what it got. */
+template <char kLetter>
+void says(int signal_number) {
+  char text[16];
+  std::snprintf(text, sizeof text, "%c%d ", kLetter, signal_number);
+  say(text);
+}
+
+void add(qk_exit_handler handler, const char* options = "") {
+  if (qk_atexit(handler, "handler", "test", options, nullptr) != 0) say("refused ");
+}
+
+/** A fault that no sanitizer and no optimiser sees coming. */
+void crash() {
+  void* const forbidden = mmap(nullptr, 4096, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  *static_cast<volatile char*>(forbidden) = 1;
+}
+
+/** False under the thread sanitizer: it holds back every signal while the handler of one runs. */
+bool signals_nest() {
+  static volatile std::sig_atomic_t came = 0;
+  static volatile std::sig_atomic_t came_inside = 0;
+  came = 0;
+  std::signal(SIGUSR2, [](int) { came = 1; });
+  std::signal(SIGUSR1, [](int) {
+    raise(SIGUSR2);
+    came_inside = came;
+  });
+  raise(SIGUSR1);
+  std::signal(SIGUSR1, SIG_DFL);
+  std::signal(SIGUSR2, SIG_DFL);
+  return came_inside != 0;
+}
+
+std::string ending(int wait_status) {
+  if (WIFSIGNALED(wait_status)) return "signal " + std::to_string(WTERMSIG(wait_status));
+  return "exit " + std::to_string(WEXITSTATUS(wait_status));
+}
+
+/** Runs `body` and then exit(0) in a process of its own: what that said, and how it ended. */
+template <class Body>
+std::string process(Body body) {
+  std::array<int, 2> ends{};
+  if (pipe(ends.data()) != 0) return "no pipe";
+  std::fflush(nullptr);
+  const pid_t child = fork();
+  if (child == 0) {
+    const rlimit no_core_file = {0, 0};
+    setrlimit(RLIMIT_CORE, &no_core_file);
+    close(ends[0]);
+    to_parent = ends[1];
+    body();
+    std::exit(0);
+  }
+  close(ends[1]);
+  std::string said;
+  std::array<char, 256> part{};
+  for (ssize_t got = 0; (got = read(ends[0], part.data(), part.size())) > 0;) {
+    said.append(part.data(), static_cast<std::size_t>(got));
+  }
+  close(ends[0]);
+  int wait_status = 0;
+  waitpid(child, &wait_status, 0);
+  return said + ending(wait_status);
+}
+
+TEST(ExitHandlers, RunNewestFirstAtNormalTermination) {
+  EXPECT_EQ(process([] {
+              add(says<'a'>);
+              add(says<'b'>, "POSITION=FIRST");
+              add(says<'c'>, nullptr);
+            }),
+            "c0 b0 a0 exit 0");
+}
+
+TEST(ExitHandlers, ForTheLastPlaceRunBehindAllOthers) {
+  EXPECT_EQ(process([] {
+              add(says<'a'>, kLast);
+              add(says<'b'>);
+              add(says<'c'>, "position='last'");
+              add(says<'d'>);
+            }),
+            "d0 b0 c0 a0 exit 0");
+}
+
+TEST(ExitHandlers, LeaveTheExitCodeAlone) {
+  EXPECT_EQ(process([] {
+              add(says<'a'>);
+              std::exit(3);
+            }),
+            "a0 exit 3");
+}
+
+TEST(ExitHandlers, GetTheSignalThatThenEndsTheProcess) {
+  const std::vector<std::pair<int, std::string>> cases = {
+      {SIGHUP, "b1 a1 signal 1"}, {SIGINT, "b2 a2 signal 2"},     {SIGQUIT, "b3 a3 signal 3"},
+      {SIGILL, "b4 a4 signal 4"}, {SIGABRT, "b6 a6 signal 6"},    {SIGBUS, "b7 a7 signal 7"},
+      {SIGFPE, "b8 a8 signal 8"}, {SIGSEGV, "b11 a11 signal 11"}, {SIGTERM, "b15 a15 signal 15"}};
+  for (const auto& [signal_number, outcome] : cases) {
+    EXPECT_EQ(process([number = signal_number] {
+                add(says<'a'>, kLast);
+                add(says<'b'>);
+                raise(number);
+              }),
+              outcome);
+  }
+}
+
+TEST(ExitHandlers, RunForAFaultAndForAbort) {
+  EXPECT_EQ(process([] {
+              add(says<'a'>);
+              crash();
+            }),
+            "a11 signal 11");
+  EXPECT_EQ(process([] {
+              add(says<'a'>);
+              std::abort();
+            }),
+            "a6 signal 6");
+}
+
+TEST(ExitHandlers, AreNotRunForOtherSignals) {
+  EXPECT_EQ(process([] {
+              add(says<'a'>);
+              raise(SIGUSR1);
+            }),
+            "signal 10");
+}
+
+TEST(ExitHandlers, LeaveSignalsAloneThatTheProgramIgnoresOrTakes) {
+  EXPECT_EQ(process([] {
+              std::signal(SIGHUP, SIG_IGN);
+              std::signal(SIGINT, [](int) { say("own "); });
+              add(says<'a'>);
+              std::signal(SIGTERM, [](int) { say("later "); });
+              raise(SIGHUP);
+              raise(SIGINT);
+              raise(SIGTERM);
+            }),
+            "own later a0 exit 0");
+}
+
+TEST(ExitHandlers, WatchNoSignalBeforeTheFirstIsRegistered) {
+  EXPECT_EQ(process([] {
+              if (qk_atexit(nullptr, "", "", "", nullptr) == 0) say("accepted ");
+              if (std::signal(SIGTERM, SIG_DFL) != SIG_DFL) say("watched ");
+            }),
+            "exit 0");
+}
+
+TEST(ExitHandlers, ThatHaveRunDoNotRunAgain) {
+  EXPECT_EQ(process([] {
+              std::atexit([] {
+                say("later ");
+                raise(SIGTERM);
+              });
+              add(says<'a'>);
+            }),
+            "a0 later signal 15");
+}
+
+TEST(ExitHandlers, ThatHaveRunGiveTheSignalsBack) {
+  EXPECT_EQ(process([] {
+              std::atexit([] {
+                if (std::signal(SIGTERM, SIG_DFL) == SIG_DFL) say("default ");
+                if (std::signal(SIGINT, SIG_DFL) == SIG_IGN) say("ignored ");
+              });
+              add(says<'a'>);
+              std::signal(SIGINT, SIG_IGN);
+            }),
+            "a0 default ignored exit 0");
+}
+
+TEST(ExitHandlers, RegisteredByAHandlerRunToo) {
+  EXPECT_EQ(process([] {
+              add(says<'a'>, kLast);
+              add([](int) {
+                say("adds ");
+                add(says<'b'>);
+                add(says<'c'>, kLast);
+              });
+            }),
+            "adds b0 c0 a0 exit 0");
+}
+
+TEST(ExitHandlers, RegisteredAfterTheOthersRanRunToo) {
+  EXPECT_EQ(process([] {
+              std::atexit([] { add(says<'b'>); });
+              add(says<'a'>);
+            }),
+            "a0 b0 exit 0");
+  EXPECT_EQ(process([] {
+              std::atexit([] {
+                add(says<'b'>);
+                raise(SIGTERM);
+              });
+              add(says<'a'>);
+            }),
+            "a0 b15 signal 15");
+}
+
+TEST(ExitHandlers, ThatCrashEndTheProcessByTheFirstSignal) {
+  if (!signals_nest()) GTEST_SKIP() << "signals do not interrupt signal handlers here";
+  EXPECT_EQ(process([] {
+              add(says<'a'>);
+              add([](int) {
+                say("crashes ");
+                crash();
+              });
+              raise(SIGTERM);
+            }),
+            "crashes signal 15");
+}
+
+TEST(ExitHandlers, AreGivenUpAtASecondSignalInTheirThread) {
+  if (!signals_nest()) GTEST_SKIP() << "signals do not interrupt signal handlers here";
+  for (const int second : {SIGINT, SIGTERM}) {
+    EXPECT_EQ(process([second] {
+                static std::atomic<int> again;
+                again = second;
+                add(says<'a'>);
+                add([](int) { raise(again); });
+                raise(SIGTERM);
+              }),
+              "signal 15");
+  }
+}
+
+TEST(ExitHandlers, OfNormalTerminationAreGivenUpAtASignal) {
+  EXPECT_EQ(process([] {
+              add(says<'a'>);
+              add([](int) { raise(SIGINT); });
+            }),
+            "signal 2");
+}
+
+TEST(ExitHandlers, ThatHangAreGivenUpAfterOneAndAHalfSeconds) {
+  const auto begin = std::chrono::steady_clock::now();
+  EXPECT_EQ(process([] {
+              sigset_t all;
+              sigfillset(&all);
+              sigdelset(&all, SIGTERM);
+              pthread_sigmask(SIG_SETMASK, &all, nullptr);
+              add(says<'a'>);
+              add([](int) {
+                for (;;) pause();
+              });
+              raise(SIGTERM);
+            }),
+            "signal 15");
+  const auto taken = std::chrono::steady_clock::now() - begin;
+  EXPECT_GE(taken, 1400ms);
+  EXPECT_LE(taken, 10s);
+}
+
+TEST(ExitHandlers, AreFinishedBeforeASignalOfAnotherThreadCounts) {
+  EXPECT_EQ(process([] {
+              static std::atomic<pthread_t> other;
+              static std::atomic<bool> ready = false;
+              std::thread([] {
+                other = pthread_self();
+                ready = true;
+                for (;;) pause();
+              }).detach();
+              while (!ready) std::this_thread::sleep_for(1ms);
+              add(says<'a'>, kLast);
+              add([](int) {
+                pthread_kill(other, SIGINT);
+                std::this_thread::sleep_for(100ms);
+                say("finished ");
+              });
+              raise(SIGTERM);
+            }),
+            "finished a15 signal 15");
+}
+
+TEST(ExitHandlers, ThatHangAreGivenUpAlsoWhenOtherThreadsWaitForThem) {
+  EXPECT_EQ(process([] {
+              static std::atomic<pthread_t> main_thread;
+              main_thread = pthread_self();
+              add(says<'a'>);
+              add([](int) {
+                pthread_kill(main_thread, SIGINT);
+                for (;;) pause();
+              });
+              std::thread([] { raise(SIGTERM); }).join();
+            }),
+            "signal 15");
+}
+
+TEST(ExitHandlers, OfASignalAreFinishedWhenAnotherThreadExits) {
+  EXPECT_EQ(process([] {
+              static std::atomic<bool> started = false;
+              add(says<'a'>);
+              add([](int) {
+                started = true;
+                std::this_thread::sleep_for(100ms);
+                say("finished ");
+              });
+              std::thread([] { raise(SIGTERM); }).detach();
+              while (!started) std::this_thread::sleep_for(1ms);
+            }),
+            "finished a15 signal 15");
+}
+
+TEST(ExitHandlers, ThatExitForASignalEndTheProcessByItAllTheSame) {
+  EXPECT_EQ(process([] {
+              add(says<'a'>);
+              add([](int) { std::exit(7); });
+              raise(SIGTERM);
+            }),
+            "a15 signal 15");
+}
+
+TEST(ExitHandlers, RunInTheChildOfAForkAsInItsParent) {
+  EXPECT_EQ(process([] {
+              add(says<'a'>);
+              const pid_t child = fork();
+              if (child == 0) raise(SIGTERM);
+              int wait_status = 0;
+              waitpid(child, &wait_status, 0);
+              say((ending(wait_status) + "; ").c_str());
+            }),
+            "a15 signal 15; a0 exit 0");
+}
+
+TEST(ExitHandlers, NotYetRunServeAChildThatAHandlerForks) {
+  if (!signals_nest()) GTEST_SKIP() << "signals do not interrupt signal handlers here";
+  const qk_exit_handler forks = [](int) {
+    const pid_t child = fork();
+    if (child == 0) raise(SIGINT);
+    int wait_status = 0;
+    waitpid(child, &wait_status, 0);
+    say((ending(wait_status) + "; ").c_str());
+  };
+  EXPECT_EQ(process([forks] {
+              add(says<'a'>);
+              add(forks);
+              add(says<'c'>);
+              raise(SIGTERM);
+            }),
+            "c15 a2 signal 2; a15 signal 15");
+  EXPECT_EQ(process([forks] {
+              add(says<'a'>);
+              add(forks);
+            }),
+            "a2 signal 2; a0 exit 0");
+}
+
+TEST(ExitHandlers, RegisteredByManyThreadsAtOnceAllRunOnce) {
+  EXPECT_EQ(process([] {
+              static std::atomic<int> runs;
+              add([](int) { say(("ran " + std::to_string(runs) + " times, ").c_str()); }, kLast);
+              std::vector<std::thread> threads;
+              for (int i = 0; i < 31; ++i) {
+                threads.emplace_back([] { add([](int) { ++runs; }); });
+              }
+              for (std::thread& thread : threads) thread.join();
+            }),
+            "ran 31 times, exit 0");
+}
+
+/** "code/num1/num2/subject/arg1/arg2" of a refused registration, "accepted" otherwise. */
+std::string refusal(qk_exit_handler handler, const char* name, const char* owner,
+                    const char* options) {
+  qk::Status status;
+  const int code = qk_atexit(handler, name, owner, options, &status);
+  if (code == 0 && status.code == 0) return "accepted";
+  if (code != status.code) return "code returned and code in the status differ";
+  std::string text = std::to_string(code);
+  for (const int number : {status.num1, status.num2}) {
+    text += '/';
+    text += std::to_string(number);
+  }
+  for (const char* field : {status.subject, status.arg1, status.arg2}) {
+    text += '/';
+    text += field;
+  }
+  return text;
+}
+
+TEST(ExitHandlers, AreRefusedWithOptionsThatCannotBeRead) {
+  struct Case {
+    const char* options;
+    const char* outcome;
+  };
+  const Case cases[] = {{"POSITION=MIDDLE", "10045/0/0/f/MIDDLE/o"},
+                        {"POSITION", "10043/0/0/f/POSITION/o"},
+                        {"POSITION=", "10043/0/0/f/POSITION/o"},
+                        {"POSITION='LAST", "10044/0/0/f/POSITION/o"},
+                        {"POS=LAST", "10041/0/0/f/POS/o"},
+                        {"LAST", "10041/0/0/f/LAST/o"},
+                        {"POSITION=LAST,FIRST", "10045/0/0/f/LAST,FIRST/o"}};
+  for (const Case& c : cases) EXPECT_EQ(refusal(says<'a'>, "f", "o", c.options), c.outcome);
+  const std::string long_options = "POSITION=LAST" + std::string(244, ' ');
+  EXPECT_EQ(refusal(says<'a'>, "f", "o", long_options.c_str()), "10037/257/256/f/options/o");
+}
+
+TEST(ExitHandlers, TakeOptionsOf256Characters) {
+  EXPECT_EQ(process([] {
+              add(says<'a'>, ("POSITION=LAST" + std::string(243, ' ')).c_str());
+              add(says<'b'>);
+            }),
+            "b0 a0 exit 0");
+}
+
+TEST(ExitHandlers, MustNotBeNull) {
+  EXPECT_EQ(refusal(nullptr, "f", "o", kLast), "10051/0/0/f/handler/o");
+  EXPECT_EQ(refusal(nullptr, nullptr, nullptr, nullptr), "10051/0/0//handler/");
+}
+
+TEST(ExitHandlers, BeyondThirtyTwoAreRefused) {
+  EXPECT_EQ(process([] {
+              for (int i = 0; i < 32; ++i) {
+                if (qk_atexit([](int) {}, "f", "o", "", nullptr) != 0) say("refused too early ");
+              }
+              say((refusal(says<'a'>, "f", "o", kLast) + " ").c_str());
+            }),
+            "10050/0/0/f/handler/o exit 0");
+}
+
+TEST(ExitHandlers, RefusedTellWhereAndOnWhichMachine) {
+  qk::Status status;
+  char host[64];
+  qk_hostname_r(host, sizeof host);
+  qk_atexit(nullptr, "f", "o", "", &status);
+  const std::string location = status.location;
+  EXPECT_EQ(location.substr(0, 29), "exit_handlers.cpp(qk_atexit):");
+  EXPECT_GT(std::stoi(location.substr(29)), 0);
+  EXPECT_STREQ(status.host, host);
+}
+
+TEST(ExitHandlers, LeaveTheStatusAloneOnSuccess) {
+  EXPECT_EQ(process([] {
+              qk::Status status;
+              status.num1 = 5;
+              status.code = 7;
+              const int code = qk_atexit(says<'a'>, "f", "o", "", &status);
+              if (code == 0 && status.num1 == 5 && status.code == 7) say("left alone ");
+            }),
+            "left alone a0 exit 0");
+}
+
+}  // namespace

@@ -1,0 +1,162 @@
+#include "support/tls.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <new>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+constinit thread_local bool memory_is_short = false;
+thread_local void (*report_failure)() = nullptr;
+
+/** Operator new fails on this thread as long as the object lives. */
+class ShortMemory {
+ public:
+  explicit ShortMemory(void (*report)() = nullptr) {
+    memory_is_short = true;
+    report_failure = report;
+  }
+  ShortMemory(const ShortMemory&) = delete;
+  ShortMemory& operator=(const ShortMemory&) = delete;
+  ~ShortMemory() { memory_is_short = false; }
+};
+
+constinit qk::TLS<int> global;
+
+}  // namespace
+
+// Out of line: inlined, the compiler takes them for two families of functions that don't fit.
+[[gnu::noinline]] void* operator new(std::size_t size) {
+  if (memory_is_short) {
+    if (report_failure != nullptr) report_failure();
+    throw std::bad_alloc();
+  }
+  if (void* memory = std::malloc(size == 0 ? 1 : size)) return memory;
+  throw std::bad_alloc();
+}
+
+[[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
+[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
+
+namespace {
+
+TEST(Tls, IsZeroInEveryThreadUntilItIsSet) {
+  EXPECT_EQ(*global, 0);
+  global = 5;
+  int seen = -1;
+  std::thread([&] { seen = *global; }).join();
+  EXPECT_EQ(seen, 0);
+  EXPECT_EQ(*global, 5);
+}
+
+TEST(Tls, CanBeSetInThreeWays) {
+  qk::TLS<int> value;
+  value.set(1);
+  EXPECT_EQ(*value.get(), 1);
+  value = 2;
+  EXPECT_EQ(*value, 2);
+  *value = 3;
+  EXPECT_EQ(*value.get(), 3);
+}
+
+TEST(Tls, KeepsTheValuesOfManyThreadsApart) {
+  qk::TLS<int> value;
+  std::vector<int> seen(8);
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 8; ++i) {
+    threads.emplace_back([&value, &seen, i] {
+      for (int round = 0; round <= 1000; ++round) {
+        value = *value + i;
+      }
+      seen[static_cast<std::size_t>(i)] = *value;
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(seen, (std::vector<int>{0, 1001, 2002, 3003, 4004, 5005, 6006, 7007}));
+}
+
+TEST(Tls, PlaceOfAThreadsValueStaysWhenOthersCome) {
+  qk::TLS<std::string> value;
+  const std::string* place = value.get();
+  for (int i = 0; i < 20; ++i) std::thread([&] { value = "of another thread"; }).join();
+  EXPECT_EQ(value.get(), place);
+  EXPECT_EQ(*place, "");
+}
+
+TEST(Tls, ObjectsOfOneTypeAreIndependent) {
+  qk::TLS<int> first;
+  qk::TLS<int> second;
+  first = 1;
+  EXPECT_EQ(*second, 0);
+  second = 2;
+  EXPECT_EQ(*first, 1);
+}
+
+TEST(Tls, KeepsAThreadsFirstValueWhenMemoryIsShort) {
+  qk::TLS<int> value;
+  int seen = -1;
+  {
+    const ShortMemory memory;
+    value = 5012;
+    seen = *value;
+  }
+  EXPECT_EQ(seen, 5012);
+}
+
+TEST(Tls, CarriesTheValueOverWhenMemoryReturns) {
+  qk::TLS<int> value;
+  {
+    const ShortMemory memory;
+    value = 5012;
+  }
+  EXPECT_EQ(*value, 5012);
+  *value = 7;
+  {
+    const ShortMemory memory;
+    value = 8;
+  }
+  EXPECT_EQ(*value, 8);
+}
+
+TEST(Tls, SparePlaceOfAThreadGoesToTheObjectThatNeedsItLast) {
+  qk::TLS<int> first;
+  qk::TLS<int> second;
+  int seen = -1;
+  {
+    const ShortMemory memory;
+    first = 1;
+    seen = *second;
+  }
+  EXPECT_EQ(seen, 0);
+  EXPECT_EQ(*second, 0);
+}
+
+TEST(Tls, ShortMemoryInOneThreadLeavesTheOthersAlone) {
+  qk::TLS<int> value;
+  value = 1;
+  int seen = -1;
+  std::thread([&] {
+    const ShortMemory memory;
+    value = 2;
+    seen = *value;
+  }).join();
+  EXPECT_EQ(seen, 2);
+  EXPECT_EQ(*value, 1);
+}
+
+TEST(Tls, MayBeUsedByTheAllocatorThatFailsIt) {
+  {
+    const ShortMemory memory([] {
+      report_failure = nullptr;
+      global = 5012;
+    });
+    global = 5566;
+  }
+  EXPECT_EQ(*global, 5566);
+}
+
+}  // namespace

@@ -1,0 +1,105 @@
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "qkmem/qkmem.h"
+#include "tests/kit/scene.h"
+
+namespace {
+
+using kit::Pool;
+using kit::Scene;
+
+/** Threads that keep a handle busy until they are told to stop. */
+class Load {
+ public:
+  explicit Load(int hid, int threads = 3) {
+    for (int i = 0; i < threads; ++i) threads_.emplace_back([this, hid] { work(hid); });
+  }
+  ~Load() {
+    stop_ = true;
+    for (std::thread& thread : threads_) thread.join();
+  }
+
+ private:
+  void work(int hid) {
+    while (!stop_) {
+      void* block = qk_mem_imalloc(hid, 40, 16, "load.c", 1);
+      qk_mem_imalloc(-1, 1, 16, "load.c", 2);
+      qk_mem_ifree(hid, block, "load.c", 3);
+    }
+  }
+
+  std::atomic<bool> stop_ = false;
+  std::vector<std::thread> threads_;
+};
+
+/** Forks; the child runs `body` and exits. The result is the child's exit code, or 1000 + signal.
+ */
+template <class Body>
+int in_child(Body body) {
+  const pid_t child = fork();
+  if (child == 0) {
+    alarm(20);
+    body();
+    std::exit(0);
+  }
+  int status = 0;
+  waitpid(child, &status, 0);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + WTERMSIG(status);
+}
+
+TEST(Fork, UnderLoadLeavesTheChildAbleToAllocateReportAndExit) {
+#ifdef __SANITIZE_THREAD__
+  GTEST_SKIP() << "the thread sanitizer's own locks don't survive a fork among threads";
+#endif
+  const Scene scene(kit::Environment{"EXCEPTIONS SUMMARY LOG=NONE", "", ""});
+  const Pool pool("MULTITHREADED", "FK");
+  const Load load(pool);
+  for (int i = 0; i < 500; ++i) {
+    ASSERT_EQ(in_child([&] {
+                void* block = qk_mem_imalloc(pool, 10, 16, "child.c", 1);
+                const int own = qk_mem_inew_handle("MULTITHREADED", "CH", "child.c", 2);
+                qk_mem_imalloc(own, 10, 16, "child.c", 3);
+                qk_mem_idel_handle(own, "child.c", 4);
+                qk_mem_ifree(pool, block, "child.c", 5);
+                FILE* nowhere = std::fopen("/dev/null", "w");
+                qk_mem_dump(nowhere, "", 0);
+                std::fclose(nowhere);
+              }),
+              0)
+        << "child " << i;
+  }
+}
+
+std::size_t count(const std::string& text, const std::string& part) {
+  std::size_t found = 0;
+  for (std::size_t at = 0; (at = text.find(part, at)) != std::string::npos; at += part.size()) {
+    ++found;
+  }
+  return found;
+}
+
+TEST(Fork, DoesNotRepeatWhatWasBufferedForLogAndTraceFile) {
+  const kit::Ended ended = [] {
+    Scene scene(kit::Environment{});
+    return kit::run({"DEBUG", "DB", ""}, [] {
+      const Pool pool;
+      qk_mem_imalloc(pool, 10, 16, "before.c", 1);
+      for (int i = 0; i < 3; ++i) in_child([] {});
+    });
+  }();
+  EXPECT_EQ(ended.exit_code, 0);
+  EXPECT_EQ(count(ended.log, "qk_mem_imalloc:"), 1U);
+  EXPECT_EQ(count(ended.trace, "\tM\t"), 1U);
+  EXPECT_EQ(count(ended.trace, "Sequence\tHandle"), 1U);
+}
+
+}  // namespace
