@@ -1,0 +1,99 @@
+#include "bench/ratios/contest.h"
+
+#include <time.h>
+
+#include <algorithm>
+#include <cmath>
+
+namespace ratios {
+namespace {
+
+constexpr Nanoseconds kTurn = std::chrono::milliseconds(2);  // short beside what disturbs a machine
+constexpr Nanoseconds kAllTurns = std::chrono::seconds(5);
+constexpr double kFewestRounds = 15;
+constexpr double kMostRounds = 200;
+
+/** A contestant that is ready, with what it took in each round. */
+struct Entry {
+  std::string name;
+  Run run;
+  std::size_t times;           // in each of its turns
+  std::vector<double> rounds;  // nanoseconds for doing the workload once
+};
+
+/** How often a contestant does the workload within its turn. */
+std::size_t times_in_a_turn(const Run& run) {
+  std::size_t times = 1;
+  for (;;) {
+    const Nanoseconds taken = run(times);
+    if (taken >= kTurn / 2) {
+      const double fitting = static_cast<double>(times) * (kTurn / taken);
+      return std::max<std::size_t>(1, static_cast<std::size_t>(fitting));
+    }
+    times *= 2;
+  }
+}
+
+std::vector<Entry> started(const std::vector<Contestant>& contestants) {
+  std::vector<Entry> entries;
+  for (const Contestant& contestant : contestants) {
+    entries.push_back({contestant.name, contestant.start(), 1, {}});
+  }
+  for (Entry& entry : entries) entry.times = times_in_a_turn(entry.run);
+  return entries;
+}
+
+void take_turn(Entry& entry) {
+  entry.rounds.push_back(entry.run(entry.times).count() / static_cast<double>(entry.times));
+}
+
+/** Everybody once; who begins changes from round to round. */
+void play_round(std::vector<Entry>& entries, std::size_t first) {
+  for (std::size_t i = 0; i < entries.size(); ++i) take_turn(entries[(first + i) % entries.size()]);
+}
+
+std::size_t rounds_that_fit(std::vector<Entry>& entries) {
+  const Nanoseconds round = elapsed([&] { play_round(entries, 0); });
+  for (Entry& entry : entries) entry.rounds.clear();  // the first one only warmed up
+  return static_cast<std::size_t>(std::clamp(kAllTurns / round, kFewestRounds, kMostRounds));
+}
+
+Spread ratio_to(const Entry& baseline, const Entry& entry) {
+  std::vector<double> ratios;
+  for (std::size_t i = 0; i < entry.rounds.size(); ++i) {
+    ratios.push_back(entry.rounds[i] / baseline.rounds[i]);
+  }
+  return spread_of(std::move(ratios));
+}
+
+}  // namespace
+
+Nanoseconds processor_time() {
+  timespec time;
+  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+  return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
+}
+
+Spread spread_of(std::vector<double> values) {
+  std::sort(values.begin(), values.end());
+  const auto at = [&](double part) {
+    return values[static_cast<std::size_t>(
+        std::lround(part * static_cast<double>(values.size() - 1)))];
+  };
+  return {at(0.25), at(0.5), at(0.75)};
+}
+
+std::vector<Standing> measure(const Workload& workload) {
+  std::vector<Entry> entries = started(workload.contestants);
+  const std::size_t rounds = rounds_that_fit(entries);
+  for (std::size_t round = 0; round < rounds; ++round) play_round(entries, round);
+
+  std::vector<Standing> standings;
+  for (const Entry& entry : entries) {
+    standings.push_back({entry.name, spread_of(entry.rounds).median / workload.operations,
+                         ratio_to(entries.front(), entry)});
+  }
+  return standings;
+}
+
+}  // namespace ratios

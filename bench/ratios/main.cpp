@@ -1,0 +1,93 @@
+// Measures one workload, or does it without measuring, or lists them; fields are separated by tabs.
+//
+//   ratios                            name, title and ratio to reach of each workload
+//   ratios WORKLOAD                   contestant, nanoseconds, ratio and its quartiles
+//   ratios WORKLOAD CONTESTANT TIMES  only does it, for those who count instructions
+//   ratios --peers                    name, package and version of the peers that can be missing
+#include <sys/single_threaded.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <iterator>
+#include <stdexcept>
+
+#include "bench/ratios/workloads.h"
+
+#ifdef HAVE_TALLOC
+#include <talloc.h>
+#endif
+
+namespace {
+
+using namespace ratios;
+
+std::vector<Workload> all_workloads() {
+  std::vector<Workload> all;
+  for (auto* group : {pair_workloads, live_workloads}) {
+    auto workloads = group();
+    std::move(workloads.begin(), workloads.end(), std::back_inserter(all));
+  }
+  return all;
+}
+
+template <class Named>
+const Named& find(const std::vector<Named>& all, const char* name) {
+  const auto found =
+      std::find_if(all.begin(), all.end(), [&](auto& one) { return one.name == name; });
+  if (found == all.end()) throw std::runtime_error(std::string("unknown: ") + name);
+  return *found;
+}
+
+void list(const std::vector<Workload>& workloads) {
+  for (const Workload& workload : workloads) {
+    std::printf("%s\t%s\t%g\n", workload.name.c_str(), workload.title.c_str(), workload.reach);
+  }
+}
+
+/** The C library's short cuts for one thread never come back once there was a second one. */
+void check_threads(const Workload& workload) {
+  const bool one = workload.threads == Threads::kOne;
+  if (one != (__libc_single_threaded != 0)) throw std::runtime_error("wrong number of threads");
+}
+
+void print_standings(const Workload& workload) {
+  const auto standings = measure(workload);
+  check_threads(workload);
+  for (const Standing& standing : standings) {
+    std::printf("%s\t%.2f\t%.3f\t%.3f\t%.3f\n", standing.name.c_str(), standing.nanoseconds,
+                standing.ratio.median, standing.ratio.low, standing.ratio.high);
+  }
+}
+
+void print_peers() {
+  std::string talloc;
+#ifdef HAVE_TALLOC
+  talloc = std::to_string(talloc_version_major()) + "." + std::to_string(talloc_version_minor());
+#endif
+  std::printf("talloc\tlibtalloc-dev\t%s\n", talloc.c_str());
+}
+
+void run(int argc, char** argv) {
+  const auto workloads = all_workloads();
+  if (argc == 1) return list(workloads);
+  if (std::strcmp(argv[1], "--peers") == 0) return print_peers();
+  const Workload& workload = find(workloads, argv[1]);
+  if (argc == 4) {
+    find(workload.contestants, argv[2]).start()(std::strtoul(argv[3], nullptr, 10));
+    return;
+  }
+  print_standings(workload);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    run(argc, argv);
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "ratios: %s\n", error.what());
+    return 1;
+  }
+}
