@@ -6,7 +6,9 @@
 #include <cstdint>
 #include <cstdlib>
 #include <mutex>
+#include <string>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "qkmem/qkmem.h"
@@ -33,6 +35,7 @@ class Qkmem {
  public:
   explicit Qkmem(const char* options)
       : id_(options == nullptr ? QK_MEM_DATA_HANDLE : qk_mem_new_handle(options, "")) {}
+  explicit Qkmem(const std::string& options) : Qkmem(options.c_str()) {}
   ~Qkmem() {
     if (id_ != QK_MEM_DATA_HANDLE) qk_mem_del_handle(id_);
   }
@@ -67,6 +70,15 @@ class HashTable {
     bytes_ += size;
     notes_.emplace(memory, Note{size, 1, __FILE__, ++sequence_, __LINE__, 'M'});
     return memory;
+  }
+
+  void* resize(void* memory, std::size_t size) {
+    const std::lock_guard lock(mutex_);
+    auto note = notes_.extract(memory);
+    bytes_ += size - note.mapped().size;
+    note.key() = std::realloc(memory, size);
+    note.mapped() = Note{size, 1, __FILE__, ++sequence_, __LINE__, 'R'};
+    return notes_.insert(std::move(note)).position->first;
   }
 
   void release(void* memory) {

@@ -32,6 +32,7 @@ struct Workload {
   double operations;  // of which the workload consists, for the figures per operation
   Threads threads;
   std::vector<Contestant> contestants;  // the first is what the others are compared with
+  std::string preloaded = "";           // library that the process has to be started with
 };
 
 /** Middle, and the quarters below and above which the outer values lie. */

@@ -3,8 +3,11 @@
 //   ratios                            name, title and ratio to reach of each workload
 //   ratios WORKLOAD                   contestant, nanoseconds, ratio and its quartiles
 //   ratios WORKLOAD CONTESTANT TIMES  only does it, for those who count instructions
+//   ratios --many                     contestant, number of pieces, nanoseconds to allocate and to
+//                                     delete one of them
 //   ratios --peers                    name, package and version of the peers that can be missing
 #include <sys/single_threaded.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -13,10 +16,14 @@
 #include <iterator>
 #include <stdexcept>
 
+#include "bench/ratios/many.h"
 #include "bench/ratios/workloads.h"
 
 #ifdef HAVE_TALLOC
 #include <talloc.h>
+#endif
+#ifdef HAVE_APR
+#include <apr_version.h>
 #endif
 
 namespace {
@@ -25,7 +32,8 @@ using namespace ratios;
 
 std::vector<Workload> all_workloads() {
   std::vector<Workload> all;
-  for (auto* group : {pair_workloads, live_workloads}) {
+  for (auto* group : {pair_workloads, live_workloads, phase_workloads, buffer_workloads,
+                      trace_workloads, report_workloads}) {
     auto workloads = group();
     std::move(workloads.begin(), workloads.end(), std::back_inserter(all));
   }
@@ -63,21 +71,43 @@ void print_standings(const Workload& workload) {
 
 void print_peers() {
   std::string talloc;
+  std::string apr;
 #ifdef HAVE_TALLOC
   talloc = std::to_string(talloc_version_major()) + "." + std::to_string(talloc_version_minor());
 #endif
+#ifdef HAVE_APR
+  apr = apr_version_string();
+#endif
   std::printf("talloc\tlibtalloc-dev\t%s\n", talloc.c_str());
+  std::printf("APR pool\tlibapr1-dev\t%s\n", apr.c_str());
+}
+
+void print_many() {
+  for (const ManyPieces& many : measure_many()) {
+    std::printf("%s\t%zu\t%.2f\t%.2f\n", many.name, many.count, many.allocation, many.deletion);
+  }
+}
+
+/** Begins anew with the library in front of all others, unless it is there already. */
+void preload(const std::string& library, char** argv) {
+  const char* loaded = std::getenv("LD_PRELOAD");
+  if (library.empty() || (loaded != nullptr && library == loaded)) return;
+  setenv("LD_PRELOAD", library.c_str(), 1);
+  execv("/proc/self/exe", argv);
+  throw std::runtime_error("can't start again with " + library);
 }
 
 void run(int argc, char** argv) {
   const auto workloads = all_workloads();
   if (argc == 1) return list(workloads);
   if (std::strcmp(argv[1], "--peers") == 0) return print_peers();
+  if (std::strcmp(argv[1], "--many") == 0) return print_many();
   const Workload& workload = find(workloads, argv[1]);
   if (argc == 4) {
     find(workload.contestants, argv[2]).start()(std::strtoul(argv[3], nullptr, 10));
     return;
   }
+  preload(workload.preloaded, argv);
   print_standings(workload);
 }
 

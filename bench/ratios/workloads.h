@@ -14,6 +14,17 @@ std::vector<Workload> pair_workloads();
 /** One piece of many replaced by another. */
 std::vector<Workload> live_workloads();
 
+/** Many objects that go at once. */
+std::vector<Workload> phase_workloads();
+
+/** One buffer that grows. */
+std::vector<Workload> buffer_workloads();
+
+/** Pairs of which each leaves lines in a file. */
+std::vector<Workload> trace_workloads();
+
+std::vector<Workload> report_workloads();
+
 }  // namespace ratios
 
 #endif  // QKMEM_BENCH_RATIOS_WORKLOADS_H_

@@ -1,0 +1,22 @@
+// Many pieces of memory on one handle: whether one of them costs more, the more there are.
+#ifndef QKMEM_BENCH_RATIOS_MANY_H_
+#define QKMEM_BENCH_RATIOS_MANY_H_
+
+#include <cstddef>
+#include <vector>
+
+namespace ratios {
+
+struct ManyPieces {
+  const char* name;
+  std::size_t count;
+  double allocation;  // nanoseconds per piece
+  double deletion;    // of all together, nanoseconds per piece
+};
+
+/** Medians of some rounds, for each count and contestant. */
+std::vector<ManyPieces> measure_many();
+
+}  // namespace ratios
+
+#endif  // QKMEM_BENCH_RATIOS_MANY_H_

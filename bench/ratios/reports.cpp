@@ -1,0 +1,74 @@
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+
+#include "bench/ratios/allocators.h"
+#include "bench/ratios/scratch.h"
+#include "bench/ratios/workloads.h"
+
+namespace ratios {
+namespace {
+
+constexpr std::size_t kRows = 100000;
+
+std::size_t size_of_row(std::size_t row) { return row % 100 + 1; }
+
+template <class Print>
+Run printing(Print print) {
+  return [print, file = std::make_shared<ScratchFile>()](std::size_t times) {
+    return timed([&] {
+      while (times-- != 0) file->rewrite(print);
+    });
+  };
+}
+
+template <class Allocator>
+void fill(Allocator& allocator) {
+  for (std::size_t row = 0; row < kRows; ++row) use(allocator.allocate(size_of_row(row)));
+}
+
+/** The columns of the report, all of them known. */
+Run with_fprintf() {
+  return printing([](FILE* stream) {
+    for (std::size_t row = 0; row < kRows; ++row) {
+      const std::size_t size = size_of_row(row);
+      std::fprintf(stream, "   %c%4d %2s %016zx %c  %4zu %8zu %8zu %7zu %s:%d\n", '+', 3, "PE",
+                   0x561a316e2f90 + 64 * row, 'M', std::size_t{1}, size, size, row, "reports.cpp",
+                   __LINE__);
+    }
+  });
+}
+
+Run with_report() {
+  setenv("QK_MEM_DEBUG", "TRACE LOG=NONE", 1);  // read at the first call, which makes the handle
+  auto handle = std::make_shared<Qkmem>("DATA");
+  fill(*handle);
+  return printing([handle](FILE* stream) { qk_mem_dump(stream, "", QK_MEM_DUMP_POINTERS); });
+}
+
+#ifdef HAVE_TALLOC
+Run with_talloc() {
+  auto talloc = std::make_shared<Talloc>();
+  fill(*talloc);
+  return printing([talloc](FILE* stream) { talloc_report_full(talloc->context(), stream); });
+}
+#endif
+
+}  // namespace
+
+std::vector<Workload> report_workloads() {
+  return {{"report",
+           "Report of 100,000 pointers, for each row",
+           0.5,
+           kRows,
+           Threads::kOne,
+           {
+               {"fprintf", with_fprintf},
+               {"qkmem", with_report},
+#ifdef HAVE_TALLOC
+               {"talloc", with_talloc},
+#endif
+           }}};
+}
+
+}  // namespace ratios
