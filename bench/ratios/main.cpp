@@ -1,11 +1,13 @@
 // Measures one workload, or does it without measuring, or lists them; fields are separated by tabs.
 //
-//   ratios                            name, title and ratio to reach of each workload
+//   ratios                            name, title, ratio to reach and number of operations of each
 //   ratios WORKLOAD                   contestant, nanoseconds, ratio and its quartiles
 //   ratios WORKLOAD CONTESTANT TIMES  only does it, for those who count instructions
 //   ratios --many                     contestant, number of pieces, nanoseconds to allocate and to
 //                                     delete one of them
+//   ratios --build                    the compiler and the C library
 //   ratios --peers                    name, package and version of the peers that can be missing
+#include <gnu/libc-version.h>
 #include <sys/single_threaded.h>
 #include <unistd.h>
 
@@ -50,7 +52,8 @@ const Named& find(const std::vector<Named>& all, const char* name) {
 
 void list(const std::vector<Workload>& workloads) {
   for (const Workload& workload : workloads) {
-    std::printf("%s\t%s\t%g\n", workload.name.c_str(), workload.title.c_str(), workload.reach);
+    std::printf("%s\t%s\t%g\t%g\n", workload.name.c_str(), workload.title.c_str(), workload.reach,
+                workload.operations);
   }
 }
 
@@ -67,6 +70,15 @@ void print_standings(const Workload& workload) {
     std::printf("%s\t%.2f\t%.3f\t%.3f\t%.3f\n", standing.name.c_str(), standing.nanoseconds,
                 standing.ratio.median, standing.ratio.low, standing.ratio.high);
   }
+}
+
+void print_build() {
+#ifdef __clang__
+  std::printf("%s\n", __VERSION__);
+#else
+  std::printf("g++ %s\n", __VERSION__);
+#endif
+  std::printf("glibc %s\n", gnu_get_libc_version());
 }
 
 void print_peers() {
@@ -100,6 +112,7 @@ void preload(const std::string& library, char** argv) {
 void run(int argc, char** argv) {
   const auto workloads = all_workloads();
   if (argc == 1) return list(workloads);
+  if (std::strcmp(argv[1], "--build") == 0) return print_build();
   if (std::strcmp(argv[1], "--peers") == 0) return print_peers();
   if (std::strcmp(argv[1], "--many") == 0) return print_many();
   const Workload& workload = find(workloads, argv[1]);

@@ -1,0 +1,123 @@
+#!/usr/bin/env python3
+"""Compares how many instructions the library's operations take with what they took before.
+
+usage: check_instructions.py PROGRAM FIGURES [WORKLOAD]
+       check_instructions.py --update PROGRAM FIGURES
+
+PROGRAM is the built bench/ratios. FIGURES has a line for each workload, its name and the
+instructions of one operation, and above them the compiler and the C library that they hold for.
+Counts with callgrind two runs of different lengths, so that start-up falls out.
+
+The result is 1 if an operation takes more than a tenth more or less than its figure: more is a
+slow-down, and a figure that is too high would hide the next one. --update writes FIGURES instead,
+with the counts of the same workloads. The result is 77, which CTest shows as skipped, without
+valgrind and where the compiler or the C library is another one.
+"""
+
+import argparse
+import os
+import pathlib
+import re
+import shutil
+import subprocess
+import sys
+
+MARGIN = 0.10
+SKIPPED = 77
+SHORT_RUN = 1000  # operations
+LONG_RUN = 6000
+
+HEAD = """\
+# Instructions that one operation of a workload of bench/ratios takes, the system's allocator and the
+# loop around it included. `scripts/bench --instructions` writes them anew.
+"""
+
+
+def environment():
+    """Without what configures the library or lets the loader work."""
+    return {name: value for name, value in os.environ.items()
+            if not name.startswith(("QK_MEM_", "LD_", "MALLOC_", "GLIBC_"))}
+
+
+def output_of(*command):
+    return subprocess.run(command, check=True, stdout=subprocess.PIPE, text=True).stdout
+
+
+def instructions_of_run(program, workload, times):
+    command = ["valgrind", "--tool=callgrind", "--callgrind-out-file=/dev/null",
+               program, workload, "qkmem", str(times)]
+    run = subprocess.run(command, stderr=subprocess.PIPE, text=True, env=environment())
+    counted = re.search(r"Collected : (\d+)", run.stderr)
+    if run.returncode != 0 or not counted:
+        sys.exit(f"{' '.join(command)} failed:\n{run.stderr}")
+    return int(counted[1])
+
+
+def instructions(program, workload, operations):
+    """Of one operation; a run does a number of operations at a time."""
+    short = max(1, round(SHORT_RUN / operations))
+    long = max(short + 1, round(LONG_RUN / operations))
+    more = (instructions_of_run(program, workload, long) -
+            instructions_of_run(program, workload, short))
+    return more / (long - short) / operations
+
+
+def built_with(program):
+    return ", ".join(output_of(program, "--build").splitlines())
+
+
+def read(figures):
+    """What the figures hold for, and the figures by workload."""
+    lines = pathlib.Path(figures).read_text().splitlines()
+    lines = [line for line in lines if line and not line.startswith("#")]
+    return lines[0], {name: float(figure) for name, figure in map(str.split, lines[1:])}
+
+
+def write(figures, build, counts):
+    lines = [f"{name} {count:.1f}" for name, count in counts.items()]
+    pathlib.Path(figures).write_text("\n".join([HEAD + build, *lines]) + "\n")
+
+
+def verdict(count, figure):
+    """What is wrong with a count, or ""."""
+    if count > figure * (1 + MARGIN):
+        return "SLOWER"
+    if count < figure * (1 - MARGIN):
+        return "faster; keep that with: scripts/bench --instructions"
+    return ""
+
+
+def main():
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--update", action="store_true")
+    parser.add_argument("program")
+    parser.add_argument("figures")
+    parser.add_argument("workload", nargs="?", help="only this one")
+    options = parser.parse_args()
+
+    if not shutil.which("valgrind"):
+        print("skipped: valgrind is not installed; scripts/setup does that")
+        return SKIPPED
+    build, figures = read(options.figures)
+    if not options.update and build != built_with(options.program):
+        print(f"skipped: the figures hold for {build}, not for {built_with(options.program)}")
+        return SKIPPED
+    if options.workload and not options.update:
+        figures = {options.workload: figures[options.workload]}
+
+    operations = {row[0]: float(row[3]) for row in
+                  (line.split("\t") for line in output_of(options.program).splitlines())}
+    counts = {}
+    verdicts = []
+    for name, figure in figures.items():
+        counts[name] = instructions(options.program, name, operations[name])
+        verdicts.append(verdict(counts[name], figure))
+        print(f"{name:20}{figure:10.1f} before{counts[name]:10.1f} now  {verdicts[-1]}", flush=True)
+    if options.update:
+        write(options.figures, built_with(options.program), counts)
+        return 0
+    return 1 if any(verdicts) else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
