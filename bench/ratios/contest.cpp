@@ -9,6 +9,7 @@ namespace ratios {
 namespace {
 
 constexpr Nanoseconds kTurn = std::chrono::milliseconds(2);  // short beside what disturbs a machine
+constexpr Nanoseconds kTurnOfTwo = std::chrono::milliseconds(10);  // long beside starting threads
 constexpr Nanoseconds kAllTurns = std::chrono::seconds(5);
 constexpr double kFewestRounds = 15;
 constexpr double kMostRounds = 200;
@@ -22,24 +23,25 @@ struct Entry {
 };
 
 /** How often a contestant does the workload within its turn. */
-std::size_t times_in_a_turn(const Run& run) {
+std::size_t times_in_a_turn(const Run& run, Nanoseconds turn) {
   std::size_t times = 1;
   for (;;) {
     const Nanoseconds taken = run(times);
-    if (taken >= kTurn / 2) {
-      const double fitting = static_cast<double>(times) * (kTurn / taken);
+    if (taken >= turn / 2) {
+      const double fitting = static_cast<double>(times) * (turn / taken);
       return std::max<std::size_t>(1, static_cast<std::size_t>(fitting));
     }
     times *= 2;
   }
 }
 
-std::vector<Entry> started(const std::vector<Contestant>& contestants) {
+std::vector<Entry> started(const Workload& workload) {
+  const Nanoseconds turn = workload.threads == Threads::kTwo ? kTurnOfTwo : kTurn;
   std::vector<Entry> entries;
-  for (const Contestant& contestant : contestants) {
+  for (const Contestant& contestant : workload.contestants) {
     entries.push_back({contestant.name, contestant.start(), 1, {}});
   }
-  for (Entry& entry : entries) entry.times = times_in_a_turn(entry.run);
+  for (Entry& entry : entries) entry.times = times_in_a_turn(entry.run, turn);
   return entries;
 }
 
@@ -84,7 +86,7 @@ Spread spread_of(std::vector<double> values) {
 }
 
 std::vector<Standing> measure(const Workload& workload) {
-  std::vector<Entry> entries = started(workload.contestants);
+  std::vector<Entry> entries = started(workload);
   const std::size_t rounds = rounds_that_fit(entries);
   for (std::size_t round = 0; round < rounds; ++round) play_round(entries, round);
 
