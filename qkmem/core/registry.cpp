@@ -2,6 +2,7 @@
 
 #include <sys/single_threaded.h>
 
+#include <atomic>
 #include <cstdlib>
 #include <new>
 
@@ -26,6 +27,8 @@ constinit Retired* retired = nullptr;
 
 /** Handles that were live when the registry was retired. */
 constinit qk_mem_handle* left_handles = nullptr;
+
+constinit std::atomic<bool> memory_is_kept = false;
 
 /** Slots of Qk_mem_handles; Qk_mem_avail_handles counts also those that couldn't be had. */
 constinit std::int32_t real_slots = 0;
@@ -64,6 +67,33 @@ void replace_handle_array(qk_mem_handle** array, std::int32_t count) {
   __atomic_store_n(&real_slots, count, __ATOMIC_RELEASE);
 }
 
+void readmit_left_handles(qk_mem_handle** array, std::int32_t count) {
+  if (__libc_single_threaded) return;
+  for (qk_mem_handle** link = &left_handles; *link != nullptr;) {
+    qk_mem_handle* handle = *link;
+    if (handle->id > count || array[handle->id - 1] != nullptr) {
+      link = &handle->next_left;
+      continue;
+    }
+    *link = handle->next_left;
+    array[handle->id - 1] = handle;
+  }
+}
+
+void withdraw(qk_mem_handle& handle) {
+  const HandleSlots handles = handle_slots();
+  // After the registry's end another handle can have the number.
+  if (handles.at(handle.id - 1) == &handle) {
+    qk::publish(handles.slots[handle.id - 1], nullptr);
+    return;
+  }
+  for (qk_mem_handle** link = &left_handles; *link != nullptr; link = &(*link)->next_left) {
+    if (*link != &handle) continue;
+    *link = handle.next_left;
+    return;
+  }
+}
+
 qk_mem_handle** retire_registry() {
   for_each_handle([](qk_mem_handle& handle) {
     handle.next_left = left_handles;
@@ -73,6 +103,14 @@ qk_mem_handle** retire_registry() {
   replace_handle_array(nullptr, 0);
   qk::store(Qk_mem_avail_handles, 0);
   return array;
+}
+
+void keep_memory() { memory_is_kept = !__libc_single_threaded; }
+
+bool keeps_memory() { return memory_is_kept.load(std::memory_order_relaxed); }
+
+void give_back(void* memory) {
+  if (!keeps_memory()) std::free(memory);
 }
 
 void release_handle_array(qk_mem_handle** array) {

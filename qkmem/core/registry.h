@@ -78,6 +78,16 @@ struct HandleSlots {
 /** Makes `array` of `count` slots the handle array. Needs the registry's lock. */
 void replace_handle_array(qk_mem_handle** array, std::int32_t count);
 
+/**
+ * From now on memory of handles isn't freed any more if the process has several threads. For a
+ * process that is being ended while they go on.
+ */
+void keep_memory();
+[[nodiscard]] bool keeps_memory();
+
+/** Frees memory that a handle held or consisted of, as long as that is done. */
+void give_back(void* memory);
+
 /** Gives a handle array that was replaced back to the system, once nobody can be reading it. */
 void release_handle_array(qk_mem_handle** array);
 
@@ -87,6 +97,19 @@ void release_handle_array(qk_mem_handle** array);
  * lock.
  */
 [[nodiscard]] qk_mem_handle** retire_registry();
+
+/**
+ * Puts handles that the registry's end has left live back into a new handle array, if the process
+ * has several threads: one that still goes by an old number must not come upon another's handle.
+ * Needs the registry's lock.
+ */
+void readmit_left_handles(qk_mem_handle** array, std::int32_t count);
+
+/**
+ * Takes a handle out of the registry, or out of those that were left behind when the registry was
+ * retired: other threads can go on after that. Needs the registry's lock.
+ */
+void withdraw(qk_mem_handle& handle);
 
 /** Calls `visit` with every live handle, in the order of the numbers. Needs the registry's lock. */
 template <class Visit>

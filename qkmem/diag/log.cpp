@@ -69,9 +69,14 @@ void replace_log(FILE* stream) {
   if (before != nullptr && !is_standard_stream(before)) std::fclose(before);
 }
 
+void flush_log() {
+  const std::lock_guard lock(log_mutex);
+  if (Qk_mem_log != nullptr) std::fflush(Qk_mem_log);
+}
+
 void hold_log() {
   log_mutex.lock();
-  if (Qk_mem_log != nullptr) std::fflush(Qk_mem_log);
+  flush_log();
 }
 
 void let_log_go() { log_mutex.unlock(); }

@@ -42,7 +42,10 @@ FILE* exchange_log(FILE* stream);
 /** The same; the stream before is closed unless it is standard. */
 void replace_log(FILE* stream);
 
-/** Keeps all writers out of the log and empties its buffer, until let_log_go(). */
+/** Empties the log's buffer. */
+void flush_log();
+
+/** The same, and keeps all writers out of the log until let_log_go(). */
 void hold_log();
 void let_log_go();
 

@@ -52,6 +52,7 @@ std::optional<ArrayChange> grow_handle_array(const Site& site) {
     return std::nullopt;
   }
   std::copy_n(old.slots, old.count, array);
+  readmit_left_handles(array, Qk_mem_avail_handles);
   replace_handle_array(array, Qk_mem_avail_handles);
   return ArrayChange{old.slots, array};
 }

@@ -1,5 +1,6 @@
 // The deletion of a handle.
 #include <cstdlib>
+#include <utility>
 
 #include "qkmem/core/kinds.h"
 #include "qkmem/core/registry.h"
@@ -21,7 +22,7 @@ class DeletionRules : public WalkRules {
 
   /** The handle array and blocks have their own way out. */
   [[nodiscard]] bool keeps(const qk_mem_ptr& record) const override {
-    return (record.kind == kind::kHandleMemory && record.address == Qk_mem_handles) ||
+    return (record.kind == kind::kHandleMemory && record.address == qk::load(Qk_mem_handles)) ||
            record.kind == kind::kBlock || record.kind == kind::kPointerArray;
   }
 
@@ -77,7 +78,7 @@ void keep_handle_array_record(qk_mem_handle& overhead, const Site& site) {
 void release_block(qk_mem_handle& handle, qk_mem_block* block, const Site& site) {
   std::optional<Taken> taken;
   if (handle.track_blocks != 0) taken = take_pointer(handle, block, Totals::kNone);
-  std::free(block);
+  give_back(block);
   if (!taken) return;
   announce_released(lines::kReleasedInWalk, site, handle.id, event::kFree, taken->record,
                     release_of(taken->record));
@@ -106,20 +107,24 @@ void release_arrays(qk_mem_handle& handle, const Site& site) {
     if (slots_of(handle.ptrs[index]) == 0) continue;
     const qk_mem_ptr own = read_slot(handle.ptrs[index].ptrs[0]);
     announce_released(lines::kReleasedInWalk, site, handle.id, event::kFree, own, release_of(own));
-    std::free(detach_array(handle, index));
+    give_back(detach_array(handle, index));
   }
 }
 
-/** From here on the handle has no mutex and belongs to the deleting thread alone. */
+/**
+ * From here on the handle has no mutex and belongs to the deleting thread alone. A fork takes the
+ * mutexes of all handles under the registry's lock.
+ */
 void release_mutex(qk_mem_handle& handle) {
-  delete handle.mtx;
-  handle.mtx = nullptr;
+  const RegistryLock lock;
+  const qk::Mtx* mtx = std::exchange(handle.mtx, nullptr);
+  if (!keeps_memory()) delete mtx;
 }
 
 void unregister(qk_mem_handle* handle) {
   const RegistryLock lock;
-  qk::publish(Qk_mem_handles[handle->id - 1], nullptr);
-  std::free(handle);
+  withdraw(*handle);
+  give_back(handle);
   qk::store(Qk_mem_num_handles, Qk_mem_num_handles - 1);
 }
 

@@ -1,7 +1,5 @@
 #include "qkmem/handle/release_walk.h"
 
-#include <cstdlib>
-
 #include "qkmem/core/kinds.h"
 #include "qkmem/core/registry.h"
 #include "qkmem/diag/event.h"
@@ -24,7 +22,7 @@ void release_memory(const qk_mem_ptr& record) {
   if (is_language_made(record.kind)) {
     destroy(record);
   } else if (is_system_memory(record.kind) && !is_repeat(record)) {
-    std::free(record.address);
+    give_back(record.address);
   }
 }
 

@@ -9,6 +9,7 @@
 #include "qkmem/diag/log.h"
 #include "qkmem/diag/trace_file.h"
 #include "qkmem/life/staged_log.h"
+#include "qkmem/report/report.h"
 #include "support/signals.h"
 
 namespace qk::mem {
@@ -32,12 +33,27 @@ void delete_autofree_handle(const qk_mem_handle& handle) {
   qk_mem_idel_handle(handle.id, own::kAutofreeHandles.file, own::kAutofreeHandles.line);
 }
 
+/** The last autofree handle below a number, or null. Other threads may still delete theirs. */
+const qk_mem_handle* autofree_handle_below(std::int32_t hid) {
+  const RegistryLock lock;
+  const HandleSlots handles = handle_slots();
+  for (std::int32_t i = hid - 2; i >= 0; --i) {
+    const qk_mem_handle* handle = handles.at(i);
+    if (handle != nullptr && handle->autofree != 0) return handle;
+  }
+  return nullptr;
+}
+
 /** The newest first: the overhead handle, number 1, goes last. */
 void delete_autofree_handles() {
-  const HandleSlots handles = handle_slots();
-  for (std::int32_t i = handles.count - 1; i >= 0; --i) {
-    const qk_mem_handle* handle = handles.at(i);
-    if (handle != nullptr && handle->autofree != 0) delete_autofree_handle(*handle);
+  std::int32_t hid = handle_slots().count + 1;
+  while (const qk_mem_handle* handle = autofree_handle_below(hid)) {
+    hid = handle->id;
+    std::unique_lock lock(Qk_mem_mtx, std::defer_lock);
+    // Another thread may be recording a larger handle array on it. No other handle is deleted under
+    // the lock: the objects on it can be such that end by waiting for threads.
+    if (hid == QK_MEM_OVERHEAD_HANDLE) lock.lock();
+    delete_autofree_handle(*handle);
   }
 }
 
@@ -57,12 +73,19 @@ void release_registry() {
 
 void clean_up() {
   delete_autofree_handles();
-  if (wants_summary()) qk_mem_dump(Qk_mem_log, "", 0);
+  if (wants_summary()) dump_to_log();
   release_registry();
   if (traces(global_switches())) qk_mallinfo();
 }
 
+/**
+ * Other threads go on until the process ends, and some may never come out of a lock again. Those
+ * that ask for the registry wait for the end; the memory that they may be using stays.
+ */
 void clean_up_for_signal() {
+  flush_log();
+  Qk_mem_mtx.lock();
+  keep_memory();
   StagedLog staged;
   clean_up();
   staged.commit();
@@ -80,6 +103,7 @@ extern "C" void qk_mem_cleanup(int sig) {
   } else {
     clean_up();
   }
+  const RegistryLock lock;
   replace_log(nullptr);
   close_trace_file();
 }

@@ -29,7 +29,6 @@ void copy_all(FILE* from, FILE* to) {
 
 StagedLog::StagedLog() : log_(Qk_mem_log) {
   if (log_ == nullptr) return;
-  std::fflush(log_);
   lines_ = open_memory_file();
   if (lines_ != nullptr) exchange_log(lines_);
 }

@@ -14,6 +14,7 @@ namespace qk::mem {
  */
 class StagedLog {
  public:
+  /** Needs the registry's lock, without which a configuration could close the log. */
   StagedLog();
   StagedLog(const StagedLog&) = delete;
   StagedLog& operator=(const StagedLog&) = delete;

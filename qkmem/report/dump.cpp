@@ -89,8 +89,13 @@ extern "C" void qk_mem_dump(FILE* fp, const char* filter, unsigned int opts) {
 
 namespace qk::mem {
 
+void dump_to_log() {
+  const RegistryLock lock;
+  qk_mem_dump(Qk_mem_log, "", 0);
+}
+
 void dump_control_blocks(const qk_mem_debug& switches) {
-  if (dumps(switches)) qk_mem_dump(Qk_mem_log, "", 0);
+  if (dumps(switches)) dump_to_log();
 }
 
 }  // namespace qk::mem

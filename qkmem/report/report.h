@@ -46,6 +46,9 @@ void for_each_kept_handle(const Report& report, Visit visit) {
  */
 bool find_growth(const Report& report);
 
+/** Prints the whole report to the log, which no configuration closes meanwhile. */
+void dump_to_log();
+
 /** Prints baseline, present state and growth as a table. */
 void print_comparison(const Report& report);
 

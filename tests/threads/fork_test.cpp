@@ -34,6 +34,9 @@ class Load {
       void* block = qk_mem_imalloc(hid, 40, 16, "load.c", 1);
       qk_mem_imalloc(-1, 1, 16, "load.c", 2);
       qk_mem_ifree(hid, block, "load.c", 3);
+      const int own = qk_mem_inew_handle("MULTITHREADED", "LO", "load.c", 4);
+      qk_mem_imalloc(own, 40, 16, "load.c", 5);
+      qk_mem_idel_handle(own, "load.c", 6);
     }
   }
 
