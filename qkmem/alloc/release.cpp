@@ -54,7 +54,7 @@ std::optional<Taken> release_memory(qk_mem_handle& handle, void* ptr, const Site
  * can go back by itself. Whatever stays gives no event.
  */
 std::optional<Taken> release_from_blocks(qk_mem_handle& handle, void* ptr, const Site& site) {
-  if (handle.registered == 0 && handle.blockfree == 0) return std::nullopt;
+  if (qk::load(handle.registered) == 0 && handle.blockfree == 0) return std::nullopt;
   const auto record = find_pointer(handle, ptr);
   if (!record) {
     report_unknown_piece(handle, ptr, site);

@@ -44,16 +44,26 @@ bool wants_log(const DebugCall& call) {
   return call.has(kCtrlblks) || call.has(kDebug) || call.has(kExceptions) || call.has(kSummary);
 }
 
-void clear_switches() {
-  for (qk_mem_debug& record : Qk_mem_debug) {
-    qk::store(record.on, 0);
-    qk::store(record.ctrlblks, 0);
-    qk::store(record.debug, 0);
-    qk::store(record.exceptions, 0);
-    qk::store(record.summary, 0);
-    qk::store(record.trace, 0);
+/**
+ * A configuration in the making. It takes the place of the present one in the end: other threads go
+ * on meanwhile, and a switch that stays on must not look off to them even for a moment.
+ */
+struct Switches {
+  qk_mem_debug records[kRoutines] = {};
+
+  [[nodiscard]] qk_mem_debug& global() { return records[static_cast<int>(Routine::kGlobal)]; }
+
+  void put_in_force() const {
+    for (int i = 0; i < kRoutines; ++i) {
+      qk::store(Qk_mem_debug[i].on, records[i].on);
+      qk::store(Qk_mem_debug[i].ctrlblks, records[i].ctrlblks);
+      qk::store(Qk_mem_debug[i].debug, records[i].debug);
+      qk::store(Qk_mem_debug[i].exceptions, records[i].exceptions);
+      qk::store(Qk_mem_debug[i].summary, records[i].summary);
+      qk::store(Qk_mem_debug[i].trace, records[i].trace);
+    }
   }
-}
+};
 
 void switch_log_off() {
   if (Qk_mem_log == nullptr || is_standard_stream(Qk_mem_log)) return;
@@ -90,25 +100,25 @@ bool choose_log(const DebugCall& call) {
 }
 
 void set_switches(qk_mem_debug& record, const SwitchKeyword& keyword, std::int32_t value) {
-  qk::store(record.on, value);
-  qk::store(record.*keyword.shown, value);
-  qk::store(record.*keyword.second, value);
-  qk::store(record.trace, value);
+  record.on = value;
+  record.*keyword.shown = value;
+  record.*keyword.second = value;
+  record.trace = value;
 }
 
-void set_all_switches(const SwitchKeyword& keyword) {
-  for (qk_mem_debug& record : Qk_mem_debug) set_switches(record, keyword, 1);
+void set_all_switches(Switches& switches, const SwitchKeyword& keyword) {
+  for (qk_mem_debug& record : switches.records) set_switches(record, keyword, 1);
 }
 
-qk_mem_debug* record_named(const char* routine) {
-  for (qk_mem_debug& record : Qk_mem_debug) {
-    if (std::strcmp(record.routine, routine) == 0) return &record;
+qk_mem_debug* record_named(Switches& switches, const char* routine) {
+  for (int i = 0; i < kRoutines; ++i) {
+    if (std::strcmp(Qk_mem_debug[i].routine, routine) == 0) return &switches.records[i];
   }
   return nullptr;
 }
 
 /** Applies a keyword's list of routines, which "not" in front turns into exclusions. */
-int apply_list(char* list, const SwitchKeyword& keyword, qk::Status& status) {
+int apply_list(Switches& switches, char* list, const SwitchKeyword& keyword, qk::Status& status) {
   qk::lower_case(list);
   std::int32_t value = 1;
   char* rest = nullptr;
@@ -121,9 +131,9 @@ int apply_list(char* list, const SwitchKeyword& keyword, qk::Status& status) {
             .subject(name)
             .code();
       }
-      set_all_switches(keyword);
+      set_all_switches(switches, keyword);
       value = 0;
-    } else if (qk_mem_debug* record = record_named(name)) {
+    } else if (qk_mem_debug* record = record_named(switches, name)) {
       set_switches(*record, keyword, value);
     } else {
       return Refusal(status, QK_MEM_ERROR_ROUTINE, kRoutine, own::kDebugUnknownRoutine)
@@ -134,13 +144,14 @@ int apply_list(char* list, const SwitchKeyword& keyword, qk::Status& status) {
   return 0;
 }
 
-int apply_switches(const DebugCall& call, qk::Status& status) {
+/** What came before a list that is refused stays. */
+int apply_switches(Switches& switches, const DebugCall& call, qk::Status& status) {
   for (int i = 0; i < kSwitchKeywords; ++i) {
     if (!call.has(i)) continue;
-    set_switches(global_switches(), kSwitches[i], 1);
+    set_switches(switches.global(), kSwitches[i], 1);
     if (call.value(i) == nullptr) {
-      set_all_switches(kSwitches[i]);
-    } else if (const int code = apply_list(call.value(i), kSwitches[i], status)) {
+      set_all_switches(switches, kSwitches[i]);
+    } else if (const int code = apply_list(switches, call.value(i), kSwitches[i], status)) {
       return code;
     }
   }
@@ -167,8 +178,9 @@ extern "C" int qk_mem_debug_config(const char* options, qk::Status* status) {
   if (Qk_mem_debug_initialized == 0) {
     if (const int code = qk_mem_debug_init(status)) return code;
   }
-  clear_switches();
+  Switches switches;
   if (call.has(kOff)) {
+    switches.put_in_force();
     if (has_any_switch(call)) {
       return Refusal(*status, QK_MEM_ERROR_OFF_WITH_OTHERS, kRoutine, own::kDebugOffWithOthers)
           .arguments("OFF", "any activating option")
@@ -177,10 +189,16 @@ extern "C" int qk_mem_debug_config(const char* options, qk::Status* status) {
     switch_log_off();
     return 0;
   }
-  if (!choose_log(call)) return 0;
+  if (!choose_log(call)) {
+    switches.put_in_force();
+    return 0;
+  }
   OptionText text(options);
   if (!call.process(text)) {
+    switches.put_in_force();
     return refuse_options(*status, kRoutine, own::kDebugProcessed, call.error());
   }
-  return apply_switches(call, *status);
+  const int code = apply_switches(switches, call, *status);
+  switches.put_in_force();
+  return code;
 }

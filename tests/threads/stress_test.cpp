@@ -1,0 +1,217 @@
+// Everything at once, from many threads: nothing breaks, and in the end every figure is exact.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "qkmem/diag/trace_file.h"
+#include "qkmem/table/slot.h"
+#include "tests/threads/mix.h"
+
+namespace {
+
+using mix::Books;
+using mix::Place;
+using mix::Worker;
+
+constexpr int kThreads = 8;
+
+/** Sanitizers see only what happens, so they are given more time. */
+std::chrono::seconds duration() {
+  if (const char* seconds = std::getenv("QKMEM_STRESS_SECONDS")) {
+    return std::chrono::seconds(std::atoi(seconds));
+  }
+#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
+  return std::chrono::seconds(30);
+#else
+  return std::chrono::seconds(5);
+#endif
+}
+
+/** Figures of a handle that the books don't tell, but its table does. */
+struct Table {
+  std::uint32_t records = 0;  // of data and blocks
+  std::uint64_t overhead = 0;
+
+  explicit Table(const qk_mem_handle& handle) {
+    qk::mem::for_each_record(handle, [this](const qk_mem_ptr& record) {
+      if (qk::mem::is_management(record.kind)) {
+        overhead += qk::mem::bytes_of(record);
+      } else {
+        ++records;
+      }
+    });
+  }
+};
+
+class StressedLibrary : public ::testing::Test {
+ protected:
+  /** Lets the threads loose on the library. */
+  void stress(bool configures) {
+    const std::uint32_t events_before = Qk_mem_seq - standing_bookkeeping();
+    const bool traced_before = Qk_mem_db != nullptr;
+    const std::int32_t slots_before = Qk_mem_avail_handles;
+    for (unsigned i = 0; i < kThreads; ++i) {
+      workers_.push_back(std::make_unique<Worker>(shared_, exchange_, i + 1, configures));
+    }
+    run_until(std::chrono::steady_clock::now() + duration());
+    expected_events_ = events_before + standing_bookkeeping() +
+                       (Qk_mem_db != nullptr && !traced_before ? 1 : 0) +
+                       2 * static_cast<std::uint32_t>((Qk_mem_avail_handles - slots_before) / 512);
+    for (const auto& worker : workers_) {
+      expected_events_ += worker->events();
+      EXPECT_EQ(worker->complaints(), "");
+    }
+  }
+
+  void expect_exact_books() {
+    EXPECT_EQ(Qk_mem_seq, expected_events_);
+    for (const Place place : {mix::kPlain, mix::kTagged, mix::kPieces, mix::kData}) {
+      expect_exact(place);
+    }
+    EXPECT_EQ(kit::handle_of(shared_.ids[mix::kEmptied]).amount, bytes_of_blocks(mix::kEmptied));
+    EXPECT_EQ(qk_mem_tag_size("OA") + qk_mem_tag_size("OB"), 0);
+    EXPECT_EQ(qty_of_tag("OA") + qty_of_tag("OB"), sum_of_own_handles());
+  }
+
+  /** Empties and deletes everything: what remains is what was there in the beginning. */
+  void expect_nothing_in_the_end() {
+    for (const auto& worker : workers_) worker->release_all();
+    for (const mix::Item& item : exchange_.left()) workers_.front()->release(item);
+    EXPECT_EQ(qk_mem_clear_handle(shared_.ids[mix::kEmptied]), 0);
+    for (const Place place : {mix::kPlain, mix::kTagged, mix::kPieces, mix::kEmptied}) {
+      EXPECT_EQ(kit::handle_of(shared_.ids[place]).amount, bytes_of_blocks(place)) << place;
+      EXPECT_EQ(qk_mem_del_handle(shared_.ids[place]), 0);
+      EXPECT_EQ(qk_mem_tag_size(mix::kTags[place]), 0);
+    }
+    EXPECT_EQ(qk_mem_size(QK_MEM_DATA_HANDLE), 0U);
+    EXPECT_EQ(Qk_mem_global_tag.amount, 0U);
+    EXPECT_EQ(Qk_mem_num_handles, 2);
+  }
+
+ private:
+  void run_until(std::chrono::steady_clock::time_point end) {
+    std::vector<std::thread> threads;
+    for (const auto& worker : workers_) {
+      threads.emplace_back([&worker, end] {
+        while (std::chrono::steady_clock::now() < end) {
+          for (int i = 0; i < 20; ++i) worker->step();
+        }
+      });
+    }
+    for (std::thread& thread : threads) thread.join();
+  }
+
+  void expect_exact(Place place) {
+    const qk_mem_handle& handle = kit::handle_of(shared_.ids[place]);
+    Books books = {bytes_of_blocks(place), records_of_blocks(place)};
+    std::uint64_t trackers = 0;
+    for (const auto& worker : workers_) {
+      books += worker->books(place);
+      trackers += worker->live_trackers(place);
+    }
+    const Table table(handle);
+    EXPECT_EQ(handle.amount, books.amount) << place;
+    EXPECT_EQ(handle.qty, books.qty) << place;
+    EXPECT_EQ(handle.overhead_amount, table.overhead) << place;
+    if (place != mix::kData || qk_mem_debug_on() != 0) {
+      EXPECT_EQ(table.records, held_on(place) + records_of_blocks(place)) << place;
+    }
+    EXPECT_EQ(trackers_in(handle), trackers) << place;
+    if (place == mix::kData) return;  // it shares its tag with the library's own handles
+    EXPECT_EQ(static_cast<std::uint64_t>(qk_mem_tag_size(mix::kTags[place])), books.amount);
+    EXPECT_EQ(qty_of_tag(mix::kTags[place]), books.qty) << place;
+  }
+
+  [[nodiscard]] std::uint32_t held_on(Place place) const {
+    std::uint32_t count = 0;
+    auto add = [&](const mix::Item& item) { count += item.place == place ? 1 : 0; };
+    for (const auto& worker : workers_) {
+      for (const mix::Item& item : worker->items()) add(item);
+    }
+    for (const mix::Item& item : exchange_.left()) add(item);
+    return count;
+  }
+
+  [[nodiscard]] static std::uint64_t trackers_in(const qk_mem_handle& handle) {
+    std::uint64_t count = 0;
+    qk::mem::for_each_record(handle, [&](const qk_mem_ptr& record) {
+      count += record.kind == qk::mem::kind::kTracker ? 1 : 0;
+    });
+    return count;
+  }
+
+  [[nodiscard]] std::uint64_t bytes_of_blocks(Place place) const {
+    const qk_mem_handle& handle = kit::handle_of(shared_.ids[place]);
+    return handle.num_blocks * (mix::kBlocksize + Qk_mem_blocksize);
+  }
+
+  [[nodiscard]] std::uint32_t records_of_blocks(Place place) const {
+    const qk_mem_handle& handle = kit::handle_of(shared_.ids[place]);
+    return handle.track_blocks != 0 ? handle.num_blocks : 0;
+  }
+
+  /** Events of arrays and blocks on the handles that stand all the time. */
+  [[nodiscard]] std::uint32_t standing_bookkeeping() const {
+    std::uint32_t events = mix::bookkeeping_events(kit::handle_of(QK_MEM_OVERHEAD_HANDLE));
+    for (const int hid : shared_.ids) events += mix::bookkeeping_events(kit::handle_of(hid));
+    return events;
+  }
+
+  [[nodiscard]] static std::uint32_t qty_of_tag(const std::string& name) {
+    std::uint32_t qty = 0;
+    qk::mem::for_each_tag([&](const qk_mem_tag& tag) {
+      if (tag.name == name) qty = tag.qty;
+    });
+    return qty;
+  }
+
+  [[nodiscard]] std::uint32_t sum_of_own_handles() const {
+    std::uint32_t qty = 0;
+    for (const auto& worker : workers_) qty += worker->own_handle_qty();
+    return qty;
+  }
+
+  mix::SharedHandles shared_;
+  mix::Exchange exchange_;
+  std::vector<std::unique_ptr<Worker>> workers_;
+  std::uint32_t expected_events_ = 0;
+};
+
+/** The environment must be there before the first handle. */
+class UnderTrace : public kit::Scene, public StressedLibrary {
+ protected:
+  UnderTrace() : Scene("TRACE LOG=NONE") {}
+};
+
+class UnderDebug : public kit::Scene, public StressedLibrary {
+ protected:
+  UnderDebug() : Scene({"DEBUG LOG=/dev/null", "DB=/dev/null HEAPSIZE", ""}) {}
+};
+
+class Unconfigured : public kit::Scene, public StressedLibrary {};
+
+TEST_F(UnderTrace, ThreadsKeepExactBooksWhileTheConfigurationChanges) {
+  stress(true);
+  expect_exact_books();
+  expect_nothing_in_the_end();
+}
+
+TEST_F(UnderDebug, ThreadsKeepExactBooksWithLogAndTraceFile) {
+  stress(false);
+  expect_exact_books();
+  expect_nothing_in_the_end();
+}
+
+TEST_F(Unconfigured, ThreadsKeepExactBooks) {
+  stress(false);
+  expect_exact_books();
+  expect_nothing_in_the_end();
+}
+
+}  // namespace
