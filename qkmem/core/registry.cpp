@@ -29,6 +29,7 @@ constinit Retired* retired = nullptr;
 constinit qk_mem_handle* left_handles = nullptr;
 
 constinit std::atomic<bool> memory_is_kept = false;
+constinit std::atomic<bool> overhead_number_is_gone = false;
 
 /** Slots of Qk_mem_handles; Qk_mem_avail_handles counts also those that couldn't be had. */
 constinit std::int32_t real_slots = 0;
@@ -104,6 +105,10 @@ qk_mem_handle** retire_registry() {
   qk::store(Qk_mem_avail_handles, 0);
   return array;
 }
+
+void retire_overhead_number() { overhead_number_is_gone = !__libc_single_threaded; }
+
+std::int32_t first_slot_for_new() { return overhead_number_is_gone ? 1 : 0; }
 
 void keep_memory() { memory_is_kept = !__libc_single_threaded; }
 

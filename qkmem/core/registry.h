@@ -79,6 +79,15 @@ struct HandleSlots {
 void replace_handle_array(qk_mem_handle** array, std::int32_t count);
 
 /**
+ * From now on no handle is given the overhead handle's number if the process has several threads.
+ * For the clean-up, which deletes that handle while other threads may still make theirs.
+ */
+void retire_overhead_number();
+
+/** The slot from which on new handles take theirs. */
+[[nodiscard]] std::int32_t first_slot_for_new();
+
+/**
  * From now on memory of handles isn't freed any more if the process has several threads. For a
  * process that is being ended while they go on.
  */

@@ -61,7 +61,8 @@ std::optional<ArrayChange> grow_handle_array(const Site& site) {
 qk_mem_handle** find_free_slot(const Site& site) {
   const HandleSlots handles = handle_slots();
   qk_mem_handle** end = handles.slots + handles.count;
-  qk_mem_handle** slot = std::find(handles.slots, end, nullptr);
+  qk_mem_handle** slot =
+      std::find(handles.slots + std::min(first_slot_for_new(), handles.count), end, nullptr);
   if (slot != end) return slot;
   Qk_mem_error.set(QK_MEM_ERROR_HANDLE);
   if (reports(site)) {

@@ -46,6 +46,7 @@ const qk_mem_handle* autofree_handle_below(std::int32_t hid) {
 
 /** The newest first: the overhead handle, number 1, goes last. */
 void delete_autofree_handles() {
+  retire_overhead_number();
   std::int32_t hid = handle_slots().count + 1;
   while (const qk_mem_handle* handle = autofree_handle_below(hid)) {
     hid = handle->id;
