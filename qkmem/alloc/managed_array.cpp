@@ -8,6 +8,7 @@
 #include "qkmem/alloc/entry.h"
 #include "qkmem/alloc/system_memory.h"
 #include "qkmem/diag/log.h"
+#include "qkmem/diag/system_failure.h"
 #include "support/system.h"
 
 namespace qk::mem {
@@ -81,17 +82,24 @@ bool loses_contents(int hid) {
   return handle != nullptr && is_blockmgmt(*handle);
 }
 
+void* obtain_copy(const void* contents, std::size_t size, const Site& site) {
+  void* copy = system_malloc(size);
+  if (copy != nullptr) return std::memcpy(copy, contents, size);
+  SystemFailure failure;
+  if (reports(site)) {
+    qk_mem_write_log("   %s: ERROR: malloc of %zu at %s:%d failed: %d %s\n", site.routine, size,
+                     site.file(), site.line, failure.number(), failure.text());
+  }
+  return nullptr;
+}
+
 /** Resizes an array of `used` bytes with all its contents; null leaves it as it was. */
 ArrayHeader* resize_array(int hid, ArrayHeader* header, std::size_t used, std::size_t size,
                           const Site& site) {
   std::unique_ptr<void, Free> contents;
   if (loses_contents(hid)) {
-    contents.reset(system_malloc(used));
-    if (contents == nullptr) {
-      Qk_mem_error.set(qk_error_no(errno));
-      return nullptr;
-    }
-    std::memcpy(contents.get(), header, used);
+    contents.reset(obtain_copy(header, used, site));
+    if (contents == nullptr) return nullptr;
   }
   auto* resized = static_cast<ArrayHeader*>(
       qk_mem_irealloc(hid, header, size, QK_MEM_ALIGNMENT, site.path, site.line));

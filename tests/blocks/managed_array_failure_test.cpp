@@ -170,6 +170,31 @@ TEST_P(FailureOfManagedArray, ToGrowLeavesTheArray) {
   qk_mem_iarrfree(ledger.pool, &array, "lib/other.c", 80);
 }
 
+TEST_P(FailureOfManagedArray, ToGrowIsToldUnderExceptionsWhateverFails) {
+  Ledger ledger(Environment{"EXCEPTIONS", "", ""}, GetParam());
+  void* array = make_full_array(ledger.pool);
+  for (int failing = 1;; ++failing) {
+    ledger.turn_page();
+    kit::fail_request(failing);
+    next(ledger.pool, &array, 8, 100);
+    kit::let_succeed();
+    if (!kit::has_failed()) break;
+    EXPECT_NE(ledger.log().find("ERROR: "), std::string::npos) << failing;
+    EXPECT_NE(ledger.log().find("at app.c:12"), std::string::npos) << failing;
+  }
+}
+
+TEST(ManagedArrayInBlocks, NamesTheCopyThatItsGrowthNeedsAndCannotHave) {
+  Ledger ledger(Environment{"EXCEPTIONS", "", ""}, "BLOCKMGMT BLOCKFREE BLOCKSIZE=64");
+  void* array = make_full_array(ledger.pool);
+  ledger.turn_page();
+  kit::fail_request(1);
+  EXPECT_EQ(next(ledger.pool, &array, 8, 100), -2);
+  EXPECT_EQ(ledger.log(),
+            "   qk_mem_imarralloc: ERROR: malloc of 48 at app.c:12 failed: 12 Cannot allocate "
+            "memory\n");
+}
+
 TEST_P(FailureOfManagedArray, ToGrowKeepsItsPlaceFromOthers) {
   Scene scene;
   Pool pool(GetParam());

@@ -5,43 +5,105 @@
 #include <cstddef>
 #include <new>
 
+#include "tests/kit/live_memory.h"
 #include "tests/kit/placement.h"
+
+// Where the calls of these names go when nothing stands before them.
+extern "C" {
+void __real_free(void* memory);
+void* __real__Znam(std::size_t size);
+void* __real__ZnamRKSt9nothrow_t(std::size_t size, const std::nothrow_t& tag);
+void __real__ZdlPv(void* memory);
+void __real__ZdlPvm(void* memory, std::size_t size);
+void __real__ZdaPv(void* memory);
+void __real__ZdaPvm(void* memory, std::size_t size);
+}
 
 namespace {
 
 constexpr int kNever = 0;
-constexpr int kAlways = -1;
 
 std::atomic<int> requests_left = kNever;
+std::atomic<bool> failing_goes_on = false;
 std::atomic<bool> failed = false;
 
+/** Counts down to the request that fails, where the count stays if those behind it fail as well. */
 bool fails_now() {
   int left = requests_left.load();
-  if (left == kNever) return false;
-  if (left != kAlways && requests_left.fetch_sub(1) != 1) return false;
+  do {
+    if (left == kNever) return false;
+    if (left == 1 && failing_goes_on) break;
+  } while (!requests_left.compare_exchange_weak(left, left - 1));
+  if (left != 1) return false;
   failed = true;
   errno = ENOMEM;
   return true;
+}
+
+template <class T>
+T* noted(T* memory) {
+  kit::note_obtained(memory);
+  return memory;
+}
+
+template <class T>
+T* thrown_or_noted(T* memory) {
+  if (memory == nullptr) throw std::bad_alloc();
+  return noted(memory);
 }
 
 }  // namespace
 
 // The linker leads the calls of a symbol to its __wrap_ twin.
 extern "C" {
-void* __wrap_malloc(std::size_t size) { return fails_now() ? nullptr : kit::placed::malloc(size); }
+void* __wrap_malloc(std::size_t size) {
+  return fails_now() ? nullptr : noted(kit::placed::malloc(size));
+}
 void* __wrap_calloc(std::size_t num, std::size_t size) {
-  return fails_now() ? nullptr : kit::placed::calloc(num, size);
+  return fails_now() ? nullptr : noted(kit::placed::calloc(num, size));
 }
 void* __wrap_realloc(void* ptr, std::size_t size) {
-  return fails_now() ? nullptr : kit::placed::realloc(ptr, size);
+  if (fails_now()) return nullptr;
+  kit::note_given_back(ptr);
+  void* memory = kit::placed::realloc(ptr, size);
+  if (memory == nullptr && size != 0) kit::note_obtained(ptr);
+  return noted(memory);
 }
-char* __wrap_strdup(const char* text) { return fails_now() ? nullptr : kit::placed::strdup(text); }
+char* __wrap_strdup(const char* text) {
+  return fails_now() ? nullptr : noted(kit::placed::strdup(text));
+}
+void __wrap_free(void* memory) {
+  kit::note_given_back(memory);
+  __real_free(memory);
+}
+
 void* __wrap__Znwm(std::size_t size) {
-  if (fails_now()) throw std::bad_alloc();
-  return kit::placed::operator_new(size);
+  return thrown_or_noted(fails_now() ? nullptr : kit::placed::operator_new(size));
 }
 void* __wrap__ZnwmRKSt9nothrow_t(std::size_t size, const std::nothrow_t& tag) {
-  return fails_now() ? nullptr : kit::placed::operator_new(size, tag);
+  return fails_now() ? nullptr : noted(kit::placed::operator_new(size, tag));
+}
+void* __wrap__Znam(std::size_t size) {
+  return thrown_or_noted(fails_now() ? nullptr : __real__Znam(size));
+}
+void* __wrap__ZnamRKSt9nothrow_t(std::size_t size, const std::nothrow_t& tag) {
+  return fails_now() ? nullptr : noted(__real__ZnamRKSt9nothrow_t(size, tag));
+}
+void __wrap__ZdlPv(void* memory) {
+  kit::note_given_back(memory);
+  __real__ZdlPv(memory);
+}
+void __wrap__ZdlPvm(void* memory, std::size_t size) {
+  kit::note_given_back(memory);
+  __real__ZdlPvm(memory, size);
+}
+void __wrap__ZdaPv(void* memory) {
+  kit::note_given_back(memory);
+  __real__ZdaPv(memory);
+}
+void __wrap__ZdaPvm(void* memory, std::size_t size) {
+  kit::note_given_back(memory);
+  __real__ZdaPvm(memory, size);
 }
 }
 
@@ -49,10 +111,16 @@ namespace kit {
 
 void fail_request(int nth) {
   failed = false;
+  failing_goes_on = false;
   requests_left = nth;
 }
 
-void fail_all_requests() { fail_request(kAlways); }
+void fail_requests_from(int nth) {
+  fail_request(nth);
+  failing_goes_on = true;
+}
+
+void fail_all_requests() { fail_requests_from(1); }
 
 void let_succeed() { requests_left = kNever; }
 

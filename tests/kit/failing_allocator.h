@@ -3,13 +3,16 @@
 
 /**
  * Failures of the system's allocator on demand. All calls of malloc, calloc, realloc and strdup and
- * of the global operator new in the test program go through here, the library's as well as the
+ * of the global operators new in the test program go through here, the library's as well as the
  * test's; those from inside the C and C++ libraries do not.
  */
 namespace kit {
 
 /** Makes the `nth` request from now on fail with ENOMEM, 1 being the next one. */
 void fail_request(int nth);
+
+/** Makes the `nth` request from now on fail and all behind it, until let_succeed(). */
+void fail_requests_from(int nth);
 
 /** Makes every request fail from now on, until let_succeed(). */
 void fail_all_requests();

@@ -8,6 +8,7 @@
 #include "qkmem/core/registry.h"
 #include "qkmem/diag/log.h"
 #include "tests/kit/failing_allocator.h"
+#include "tests/kit/placement.h"
 #include "tests/kit/scene.h"
 
 namespace {
@@ -41,6 +42,7 @@ TEST(FailedStartUp, OnInvalidOptionsIsNotTriedAgain) {
 /** The log of a start-up in which the `nth` request of memory fails, and the code that is left. */
 std::string log_of_failing_request(int nth, const char* debug) {
   const Ended ended = kit::run({debug, "", ""}, [nth] {
+    kit::align_requests();
     (void)qk_heapsize();
     (void)qk_mem_error();
     kit::fail_request(nth);
@@ -73,6 +75,20 @@ TEST(FailedStartUp, MayLackTheDataHandleOnly) {
   std::set<std::string> logs;
   for (int nth = 2; nth <= 30; ++nth) logs.insert(log_of_failing_request(nth, "EXCEPTIONS"));
   EXPECT_EQ(logs.count(expected), 1U);
+}
+
+TEST(FailedStartUp, LeavesTheDataHandlesNumberToAHandleWhoseMemoryGoesBackSingly) {
+  const Scene scene;
+  const Ended ended = kit::run({}, [] {
+    kit::align_requests();
+    (void)qk_heapsize();
+    (void)qk_mem_error();
+    kit::fail_request(6);  // the second handle
+    qk_mem_init();
+    const int hid = qk_mem_inew_handle("BLOCKMGMT", "", "src/app.c", 1);
+    std::printf("number %d, frees singly: %d\n", hid, qk_mem_frees_singly(hid, "src/app.c", 2));
+  });
+  EXPECT_EQ(ended.out, "number 2, frees singly: 1\n");
 }
 
 TEST(FailedStartUp, IsSilentUnlessTheGlobalRecordReports) {
