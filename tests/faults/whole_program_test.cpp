@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
+#include <sys/single_threaded.h>
 
 #include <cstdio>
 #include <cstring>
@@ -110,7 +111,6 @@ void start_thread_and_make_handles() {
 
 TEST(TableOfHandlesWithEachRequestFailing, KeepsItsHandlesInAProgramWithThreads) {
   const Scene scene;
-  // Tables that other threads may be reading stay, so nothing is said of what is lost.
   kit::expect_no_harm(
       11,
       [] {

@@ -1,0 +1,597 @@
+#include "tests/kit/accounts.h"
+
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <iterator>
+
+#include "qkmem/core/registry.h"
+#include "qkmem/qkmem.hpp"
+
+namespace kit {
+namespace {
+
+constexpr char kFile[] = "src/app.c";
+constexpr std::size_t kMostHandles = 12;
+constexpr std::size_t kMostRecords = 150;
+constexpr std::uint64_t kHeader = 16;   // of a managed array
+constexpr std::uint64_t kTracker = 16;  // as a tracker is accounted
+constexpr std::uint64_t kElement = 8;
+constexpr int kOutOfMemory = 5012;
+
+struct Thing {
+  Thing() { ++alive; }
+  Thing(const Thing&) = delete;
+  Thing& operator=(const Thing&) = delete;
+  ~Thing() { --alive; }
+  static long alive;
+  long value = 42;
+};
+
+long Thing::alive = 0;
+
+void fill(char* memory, std::uint64_t bytes) {
+  std::memset(memory, static_cast<int>(bytes % 251), bytes);
+}
+
+qk_mem_handle* record_of(int hid) { return qk::mem::handle_slots().at(hid - 1); }
+
+/** What a handle is charged for its blocks. */
+std::uint64_t bytes_of_blocks(const qk_mem_handle& handle) {
+  std::uint64_t bytes = 0;
+  for (const qk_mem_block* block = handle.blocks; block != nullptr; block = block->next) {
+    bytes += block->capacity + Qk_mem_blocksize;
+  }
+  return bytes;
+}
+
+bool is_recorded(int hid, const void* memory) {
+  return qk_mem_is_recorded(hid, memory, kFile, 1) != 0;
+}
+
+}  // namespace
+
+Accounts::Accounts(Choices& choices) : choices_(choices) {
+  qk_mem_init();
+  handles_.push_back(std::make_unique<Handle>(Handle{QK_MEM_DATA_HANDLE, false, true, "", {}, {}}));
+  // The data handle outlives each run of calls.
+  handles_[0]->amount = record_of(QK_MEM_DATA_HANDLE)->amount;
+  handles_[0]->qty = record_of(QK_MEM_DATA_HANDLE)->qty;
+}
+
+Accounts::~Accounts() = default;
+
+bool Accounts::step() {
+  struct Row {
+    const char* name;
+    void (Accounts::*call)();
+    unsigned weight;
+  };
+  static constexpr Row kRows[] = {
+      {"create", &Accounts::create, 3},
+      {"destroy", &Accounts::destroy, 2},
+      {"clear", &Accounts::clear, 1},
+      {"allocate", &Accounts::allocate, 25},
+      {"allocate in vain", &Accounts::allocate_in_vain, 1},
+      {"resize", &Accounts::resize, 10},
+      {"release", &Accounts::release, 18},
+      {"release on another handle", &Accounts::release_on_another, 3},
+      {"resize on another handle", &Accounts::resize_on_another, 2},
+      {"enter", &Accounts::enter, 6},
+      {"enter twice", &Accounts::enter_twice, 3},
+      {"enter on another handle", &Accounts::enter_on_another, 2},
+      {"take out", &Accounts::take_out, 6},
+      {"make an object", &Accounts::make_object, 5},
+      {"unmake an object", &Accounts::unmake_object, 4},
+      {"push", &Accounts::push, 8},
+      {"drop an array", &Accounts::drop_array, 1},
+      {"use a bad number", &Accounts::use_bad_number, 2},
+      {"report", &Accounts::report, 1},
+  };
+  constexpr unsigned kAll = 103;
+  unsigned place = pick(kAll);
+  const Row* row = kRows;
+  for (; place >= row->weight; ++row) place -= row->weight;
+  doing_ = row->name;
+  (this->*row->call)();
+  expect_same_sums();
+  return complaint_.empty();
+}
+
+bool Accounts::finish() {
+  doing_ = "finish";
+  Handle& data = *handles_[0];
+  while (!data.records.empty()) {
+    const auto entry = data.records.begin();
+    char* memory = entry->first;
+    if (entry->second.kind == Kind::kObject) {
+      qk::destroy(data.hid, reinterpret_cast<Thing*>(memory));
+      data.qty -= 1;
+      --data.trackers;
+      forget(data, entry);
+    } else {
+      take_out_all(data, memory);
+      std::free(memory);
+    }
+  }
+  qk_mem_iarrfree(data.hid, reinterpret_cast<void**>(&data.array), kFile, 1);
+  while (handles_.size() > 1) {
+    const int hid = handles_.back()->hid;
+    handles_.pop_back();
+    expect(qk_mem_idel_handle(hid, kFile, 2) == 0, "deletion fails");
+  }
+  for (const char* tag : {"AA", "B", "ZZ"}) expect(qk_mem_tag_size(tag) == 0, "a tag holds bytes");
+  expect(Thing::alive == 0, "objects are left");
+  return complaint_.empty();
+}
+
+// ---- Handles
+
+void Accounts::create() {
+  static constexpr struct {
+    const char* options;
+    bool blocks;
+    bool singly;
+  } kKinds[] = {
+      {"", false, true},
+      {"DATA AUTOFREE", false, true},
+      {"multithreaded overhead", false, true},
+      {"BLOCKMGMT", true, false},
+      {"BLOCKMGMT BLOCKSIZE=100 BLOCKINITIAL=0", true, false},
+      {"BLOCKMGMT,BLOCKFREE,BLOCKSIZE=300,", true, true},
+      {"BLOCKMGMT BLOCKFREE MULTITHREADED BLOCKSIZE=64 BLOCKINITIAL=3", true, true},
+  };
+  static constexpr const char* kTags[] = {"", "aa", "AA", "b", "Zz"};
+  static constexpr const char* kUpper[] = {"", "AA", "AA", "B", "ZZ"};
+  if (handles_.size() >= kMostHandles) return destroy();
+  const unsigned kind = pick(std::size(kKinds) + 1);
+  const unsigned tag = pick(std::size(kTags));
+  if (kind == std::size(kKinds)) {
+    expect(qk_mem_inew_handle("BLOCKMGMT NONSENSE", kTags[tag], kFile, 1) == 0, "bad options");
+    return expect_code(11102, "bad options leave another code");
+  }
+  std::string options = kKinds[kind].options;
+  // A list separated by commas would take them into the value.
+  for (char& c : options) c = c == ',' ? ' ' : c;
+  const int hid = qk_mem_inew_handle(options.c_str(), kTags[tag], kFile, 1);
+  expect(hid > 2, "a handle is refused");
+  if (hid <= 2) return;
+  handles_.push_back(std::make_unique<Handle>(
+      Handle{hid, kKinds[kind].blocks, kKinds[kind].singly, kUpper[tag], {}, {}}));
+}
+
+void Accounts::destroy() {
+  const std::size_t index = pick(static_cast<unsigned>(handles_.size()));
+  if (index == 0) {
+    expect(qk_mem_idel_handle(QK_MEM_DATA_HANDLE, kFile, 1) == 5566, "the data handle is deleted");
+    return expect_code(5566, "another code");
+  }
+  const int hid = handles_[index]->hid;
+  const long objects = [&] {
+    long count = 0;
+    for (const auto& entry : handles_[index]->records) count += entry.second.kind == Kind::kObject;
+    return count;
+  }();
+  const long before = Thing::alive;
+  expect(qk_mem_idel_handle(hid, kFile, 1) == 0, "deletion fails");
+  expect(Thing::alive == before - objects, "deletion leaves objects");
+  handles_.erase(handles_.begin() + static_cast<std::ptrdiff_t>(index));
+}
+
+void Accounts::clear() {
+  Handle& handle = any();
+  const int result = qk_mem_iclear_handle(handle.hid, kFile, 1);
+  if (!handle.blocks) {
+    expect(result == 5566, "an ordinary handle is cleared");
+    return expect_code(5566, "another code");
+  }
+  expect(result == 0, "clear fails");
+  for (const auto& [memory, entry] : handle.records) {
+    if (entry.kind != Kind::kAllocated) handle.amount -= entry.bytes;
+  }
+  // Where trackers' bytes never were, they are taken out all the same.
+  handle.amount -= kTracker * handle.trackers;
+  handle.qty -= static_cast<std::uint32_t>(handle.records.size()) + handle.trackers;
+  if (handle.array != nullptr && handle.singly) handle.qty -= 1;
+  handle.records.clear();
+  handle.unrecorded.clear();
+  handle.trackers = 0;
+  handle.array = nullptr;
+  handle.capacity = handle.count = 0;
+}
+
+// ---- Memory
+
+char* Accounts::obtain(Handle& handle, std::uint64_t size) {
+  const int hid = handle.hid;
+  switch (pick(5)) {
+    case 0:
+      return static_cast<char*>(qk_mem_imalloc(hid, size, 16, kFile, 1));
+    case 1:
+      return static_cast<char*>(qk_mem_icalloc(hid, 1, size, 8, kFile, 2));
+    case 2:
+      return static_cast<char*>(qk_mem_irealloc(hid, nullptr, size, 4, kFile, 3));
+    case 3:
+      return static_cast<char*>(qk_mem_irecalloc(hid, nullptr, size, 1, 0, 16, kFile, 4));
+    default: {
+      if (size == 0) return static_cast<char*>(qk_mem_icalloc(hid, 0, 7, 1, kFile, 5));
+      const std::string text(size - 1, 'x');
+      return qk_mem_istrdup(hid, text.c_str(), kFile, 6);
+    }
+  }
+}
+
+void Accounts::allocate() {
+  Handle& handle = any();
+  if (handle.records.size() >= kMostRecords) return release();
+  if (handle.unrecorded.size() >= kMostRecords) return clear();
+  const std::uint64_t size = pick_size(handle);
+  hold(handle, obtain(handle, size), size);
+}
+
+void Accounts::hold(Handle& handle, char* memory, std::uint64_t size) {
+  expect(memory != nullptr, "memory is refused");
+  if (memory == nullptr) return;
+  fill(memory, size);
+  if (!handle.singly) {
+    handle.unrecorded[memory] = size;
+    return expect(!is_recorded(handle.hid, memory), "a piece is recorded");
+  }
+  record(handle, memory, size, Kind::kAllocated);
+}
+
+void Accounts::allocate_in_vain() {
+  Handle& handle = any();
+  static constexpr std::size_t kHuge[] = {SIZE_MAX, SIZE_MAX / 2 + 1, SIZE_MAX - 15};
+  const std::size_t size = kHuge[pick(std::size(kHuge))];
+  char* memory = nullptr;
+  Qk_mem_error = 0;
+  switch (pick(4)) {
+    case 0:
+      memory = static_cast<char*>(qk_mem_imalloc(handle.hid, size, 16, kFile, 1));
+      break;
+    case 1:
+      memory = static_cast<char*>(qk_mem_icalloc(handle.hid, size, 3, 16, kFile, 1));
+      break;
+    case 2:
+      memory = static_cast<char*>(qk_mem_irecalloc(handle.hid, nullptr, 8, size, 2, 16, kFile, 1));
+      break;
+    default: {
+      if (handle.array != nullptr) return;
+      void* array = nullptr;
+      expect(qk_mem_imarralloc(handle.hid, &array, size, 3, kFile, 1) == -2, "a huge array");
+      expect(array == nullptr, "a huge array has an address");
+    }
+  }
+  expect(memory == nullptr, "more than there is is given");
+  expect_code(kOutOfMemory, "what couldn't be had leaves another code");
+}
+
+void Accounts::resize() {
+  Handle& handle = any();
+  const std::uint64_t size = pick_size(handle);
+  if (!handle.singly) {
+    if (handle.unrecorded.empty()) return;
+    char* piece = handle.unrecorded.begin()->first;
+    return expect(qk_mem_irealloc(handle.hid, piece, size, 8, kFile, 1) == nullptr,
+                  "a piece that nobody knows is resized");
+  }
+  const auto entry = handle.blocks ? pick_record(handle, Kind::kAllocated) : pick_memory(handle);
+  if (entry == handle.records.end() || handle.records.count(entry->first) > 1) return;
+  char* const before = entry->first;
+  const std::uint64_t kept = handle.blocks ? 0 : std::min(size, entry->second.bytes);
+  char const first = entry->second.bytes > 0 ? *before : '\0';
+  const bool stays = handle.blocks && size <= entry->second.bytes;
+  forget(handle, entry);
+  auto* memory = static_cast<char*>(qk_mem_irealloc(handle.hid, before, size, 8, kFile, 2));
+  if (size == 0) return expect(memory == nullptr, "a resize to nothing gives memory");
+  expect(!stays || memory == before, "a piece that fits has moved");
+  if (memory != nullptr && kept > 0) {
+    expect(*memory == first && memory[kept - 1] == first, "a resize lost what memory held");
+  }
+  hold(handle, memory, size);
+}
+
+void Accounts::release() {
+  Handle& handle = any();
+  if (!handle.singly && !handle.unrecorded.empty() && pick(2) == 0) {
+    const auto& [piece, size] = *handle.unrecorded.begin();
+    qk_mem_ifree(handle.hid, piece, kFile, 1);
+    return expect_filled(piece, size);
+  }
+  const auto entry = pick_memory(handle);
+  if (entry == handle.records.end()) return qk_mem_ifree(handle.hid, nullptr, kFile, 2);
+  char* const memory = entry->first;
+  // Of several records of one address the library takes any; those that are left name no memory.
+  const auto [first, last] = handle.records.equal_range(memory);
+  if (std::next(first) != last) {
+    take_out_all(handle, memory);
+    return std::free(memory);
+  }
+  forget(handle, entry);
+  qk_mem_ifree(handle.hid, memory, kFile, 3);
+  expect(!is_recorded(handle.hid, memory), "what was freed is recorded");
+}
+
+/** Ordinary handles free what they don't know, and the record of the right one stays. */
+void Accounts::release_on_another() {
+  Handle& handle = any();
+  Handle* other = another(handle);
+  const auto entry = pick_memory(handle);
+  if (other == nullptr || entry == handle.records.end()) return;
+  char* const memory = entry->first;
+  const bool piece = handle.blocks && entry->second.kind == Kind::kAllocated;
+  if (piece && !other->blocks) return;
+  qk_mem_ifree(other->hid, memory, kFile, 1);
+  expect(is_recorded(handle.hid, memory), "another handle's free takes the record");
+  if (other->blocks) return;
+  take_out_all(handle, memory);
+}
+
+/** What an ordinary handle doesn't know it resizes, without a record. */
+void Accounts::resize_on_another() {
+  Handle& handle = any();
+  Handle* other = another(handle);
+  const auto entry = pick_memory(handle);
+  if (other == nullptr || entry == handle.records.end()) return;
+  if (handle.blocks && entry->second.kind == Kind::kAllocated) return;
+  char* const memory = entry->first;
+  void* resized = qk_mem_irealloc(other->hid, memory, 50, 16, kFile, 1);
+  if (other->blocks)
+    return expect(resized == nullptr, "a block-managed handle resizes the unknown");
+  expect(resized != nullptr && !is_recorded(other->hid, resized), "the unknown is recorded");
+  take_out_all(handle, memory);
+  std::free(resized);
+}
+
+// ---- What was made elsewhere
+
+void Accounts::enter() {
+  Handle& handle = any();
+  if (handle.records.size() >= kMostRecords) return take_out();
+  const std::uint64_t size = pick(100);
+  auto* memory = static_cast<char*>(std::malloc(size + 1));
+  fill(memory, size);
+  qk_mem_iregister(handle.hid, QK_MEM_EXTERNAL, memory, nullptr, size, kFile, 1);
+  record(handle, memory, size, Kind::kExternal);
+}
+
+void Accounts::enter_twice() {
+  Handle& handle = any();
+  const auto entry = pick_record(handle, Kind::kExternal);
+  if (entry == handle.records.end()) return;
+  qk_mem_iregister(handle.hid, QK_MEM_EXTERNAL, entry->first, nullptr, entry->second.bytes, kFile,
+                   2);
+  record(handle, entry->first, entry->second.bytes, Kind::kExternal);
+}
+
+void Accounts::enter_on_another() {
+  Handle& handle = any();
+  Handle* other = another(handle);
+  const auto entry = pick_record(handle, Kind::kExternal);
+  if (other == nullptr || entry == handle.records.end()) return;
+  char* const memory = entry->first;
+  qk_mem_iregister(other->hid, QK_MEM_EXTERNAL, memory, nullptr, 10, kFile, 3);
+  record(*other, memory, 10, Kind::kExternal);
+  expect_same_sums(*other);
+  qk_mem_ideregister(other->hid, QK_MEM_EXTERNAL, memory, kFile, 4);
+  forget(*other, other->records.find(memory));
+  expect(is_recorded(handle.hid, memory), "another handle's record took this one's along");
+}
+
+void Accounts::take_out() {
+  Handle& handle = any();
+  const auto entry = pick_memory(handle);
+  if (entry == handle.records.end()) {
+    int nothing = 0;
+    return qk_mem_ideregister(handle.hid, QK_MEM_EXTERNAL, &nothing, kFile, 5);
+  }
+  if (handle.blocks && entry->second.kind == Kind::kAllocated) return;
+  char* const memory = entry->first;
+  expect_filled(memory, entry->second.bytes);
+  take_out_all(handle, memory);
+  std::free(memory);
+}
+
+void Accounts::make_object() {
+  Handle& handle = any();
+  if (handle.records.size() >= kMostRecords) return unmake_object();
+  Thing* const thing = qk::make<Thing>(handle.hid);
+  record(handle, reinterpret_cast<char*>(thing), sizeof(Thing), Kind::kObject);
+  ++handle.trackers;
+}
+
+void Accounts::unmake_object() {
+  Handle& handle = any();
+  const auto entry = pick_record(handle, Kind::kObject);
+  if (entry == handle.records.end()) return;
+  auto* const thing = reinterpret_cast<Thing*>(entry->first);
+  forget(handle, entry);
+  expect(thing->value == 42, "an object is not what it was");
+  if (pick(3) != 0) {
+    qk::destroy(handle.hid, thing);
+  } else {  // as an array, which is misuse
+    qk::detail::deregister(handle.hid, QK_MEM_ARRAY, qk::detail::name_of_object(thing));
+    delete thing;
+  }
+  // The tracker's record leaves the number of data, where it never was.
+  handle.qty -= 1;
+  --handle.trackers;
+}
+
+// ---- Managed arrays
+
+void Accounts::push() {
+  Handle& handle = any();
+  const std::uint64_t factor = 1 + pick(20);
+  const bool full = handle.array != nullptr && handle.count == handle.capacity;
+  void* array = handle.array;
+  const std::int64_t index = qk_mem_imarralloc(handle.hid, &array, kElement, factor, kFile, 1);
+  if (full && !handle.singly) {
+    expect(index == -2 && array == handle.array, "an array grows in pieces that can't be resized");
+    return;
+  }
+  expect(index == static_cast<std::int64_t>(handle.count), "another element");
+  if (index < 0) return;
+  if (handle.array == nullptr || full) {
+    const std::uint64_t added = factor * kElement + (handle.array == nullptr ? kHeader : 0);
+    if (!handle.blocks) handle.amount += added;
+    if (handle.array == nullptr && handle.singly) ++handle.qty;
+    handle.capacity += factor;
+  }
+  handle.array = static_cast<char*>(array);
+  for (std::uint64_t i = 0; i < handle.count; ++i) {
+    expect(handle.array[kElement * i] == 'e', "an element is not what it was");
+  }
+  char* const element = handle.array + kElement * handle.count;
+  for (std::uint64_t i = 0; i < kElement; ++i) expect(element[i] == 0, "a new element isn't zero");
+  std::memset(element, 'e', kElement);
+  ++handle.count;
+}
+
+void Accounts::drop_array() {
+  Handle& handle = any();
+  void* array = handle.array;
+  qk_mem_iarrfree(handle.hid, &array, kFile, 2);
+  expect(array == nullptr, "an array outlives its end");
+  if (handle.array != nullptr && handle.singly) {
+    --handle.qty;
+    if (!handle.blocks) handle.amount -= kHeader + kElement * handle.capacity;
+  }
+  handle.array = nullptr;
+  handle.capacity = handle.count = 0;
+}
+
+// ---- Misuse and reports
+
+void Accounts::use_bad_number() {
+  static constexpr int kNumbers[] = {0, -1, INT_MIN, INT_MAX, 513, 300, 100000};
+  const int hid = kNumbers[pick(std::size(kNumbers))];
+  Handle& handle = any();
+  Qk_mem_error = 0;
+  expect(qk_mem_imalloc(hid, 8, 16, kFile, 1) == nullptr, "memory on no handle");
+  expect(qk_mem_istrdup(hid, "x", kFile, 1) == nullptr, "a copy on no handle");
+  expect(qk_mem_isize(hid, kFile, 1) == static_cast<std::size_t>(-1), "a size of no handle");
+  expect(qk_mem_idel_handle(hid, kFile, 1) == 5566, "no handle is deleted");
+  expect(qk_mem_iclear_handle(hid, kFile, 1) == 5566, "no handle is cleared");
+  if (const auto entry = pick_memory(handle); entry != handle.records.end()) {
+    char* const memory = entry->first;
+    qk_mem_ifree(hid, memory, kFile, 1);
+    expect(qk_mem_irealloc(hid, memory, 50, 16, kFile, 1) == nullptr, "resized on no handle");
+    qk_mem_iregister(hid, QK_MEM_EXTERNAL, memory, nullptr, 5, kFile, 1);
+    qk_mem_ideregister(hid, QK_MEM_EXTERNAL, memory, kFile, 1);
+    expect_filled(memory, entry->second.bytes);
+  }
+  expect_code(5566, "another code");
+}
+
+void Accounts::report() {
+  static FILE* const nowhere = std::fopen("/dev/null", "w");
+  const Handle& handle = any();
+  char filter[32];
+  std::snprintf(filter, sizeof filter, "HANDLE=%d", handle.hid);
+  qk_mem_dump(nowhere, pick(2) == 0 ? "" : filter, pick(0x200));
+  if (pick(2) == 0) expect(qk_mem_baseline(filter) == 0, "no baseline");
+  long answer = -1;
+  expect(qk_mem_info("CURRENT_ALLOC", filter, &answer) == 0, "no answer");
+  expect(static_cast<std::size_t>(answer) == qk_mem_isize(handle.hid, kFile, 1), "another answer");
+}
+
+// ---- The books
+
+Accounts::Handle& Accounts::any() {
+  return *handles_[pick(static_cast<unsigned>(handles_.size()))];
+}
+
+Accounts::Handle* Accounts::another(const Handle& handle) {
+  Handle& other = any();
+  return &other == &handle ? nullptr : &other;
+}
+
+/** Pieces have at least a byte: several without any can share an address. */
+std::uint64_t Accounts::pick_size(const Handle& handle) {
+  const std::uint64_t size = pick(20) == 0 ? pick(5000) : pick(120);
+  return handle.blocks && size == 0 ? 1 : size;
+}
+
+Accounts::Records::iterator Accounts::pick_record(Handle& handle, Kind kind) {
+  if (handle.records.empty()) return handle.records.end();
+  const auto begin =
+      std::next(handle.records.begin(), pick(static_cast<unsigned>(handle.records.size())));
+  for (auto entry = begin; entry != handle.records.end(); ++entry) {
+    if (entry->second.kind == kind) return entry;
+  }
+  return handle.records.end();
+}
+
+Accounts::Records::iterator Accounts::pick_memory(Handle& handle) {
+  return pick_record(handle, pick(2) == 0 ? Kind::kAllocated : Kind::kExternal);
+}
+
+void Accounts::record(Handle& handle, char* memory, std::uint64_t bytes, Kind kind) {
+  handle.records.insert({memory, {bytes, kind}});
+  ++handle.qty;
+  if (kind != Kind::kAllocated || !handle.blocks) handle.amount += bytes;
+  expect(is_recorded(handle.hid, memory), "what was given isn't recorded");
+}
+
+void Accounts::forget(Handle& handle, Records::iterator entry) {
+  --handle.qty;
+  if (entry->second.kind != Kind::kAllocated || !handle.blocks)
+    handle.amount -= entry->second.bytes;
+  handle.records.erase(entry);
+}
+
+/** Takes all records of an address out; the memory stays. */
+void Accounts::take_out_all(Handle& handle, char* memory) {
+  for (auto entry = handle.records.find(memory); entry != handle.records.end();
+       entry = handle.records.find(memory)) {
+    qk_mem_ideregister(handle.hid, QK_MEM_EXTERNAL, memory, kFile, 7);
+    forget(handle, entry);
+  }
+  expect(!is_recorded(handle.hid, memory), "what was taken out is recorded");
+}
+
+void Accounts::expect_filled(const char* memory, std::uint64_t bytes) {
+  const char mark = static_cast<char>(bytes % 251);
+  for (std::uint64_t i = 0; i < bytes; ++i) {
+    if (memory[i] != mark) return expect(false, "memory is not what it was");
+  }
+}
+
+void Accounts::expect_code(int code, const char* what) { expect(qk_mem_error() == code, what); }
+
+void Accounts::expect(bool holds, const char* what) {
+  if (holds || !complaint_.empty()) return;
+  complaint_ = "step " + std::to_string(steps_) + ", " + doing_ + ": " + what;
+}
+
+void Accounts::expect_same_sums(const Handle& handle) {
+  const qk_mem_handle* real = record_of(handle.hid);
+  expect(real != nullptr, "a handle is gone");
+  if (real == nullptr) return;
+  expect(real->amount == handle.amount + bytes_of_blocks(*real), "another amount");
+  expect(real->qty == handle.qty + real->num_blocks, "another quantity");
+  expect(qk_mem_isize(handle.hid, kFile, 1) == real->amount, "another size");
+}
+
+void Accounts::expect_same_tags() {
+  for (const char* tag : {"AA", "B", "ZZ"}) {
+    std::uint64_t bytes = 0;
+    for (const auto& handle : handles_) {
+      if (handle->tag == tag) bytes += record_of(handle->hid)->amount;
+    }
+    expect(qk_mem_tag_size(tag) == static_cast<std::int64_t>(bytes), "another sum under a tag");
+  }
+}
+
+void Accounts::expect_same_sums() {
+  ++steps_;
+  for (const auto& handle : handles_) expect_same_sums(*handle);
+  expect_same_tags();
+  const auto live = static_cast<std::int32_t>(handles_.size()) + 1;
+  expect(Qk_mem_num_handles == live, "another number of handles");
+}
+
+}  // namespace kit

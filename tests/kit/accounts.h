@@ -1,0 +1,115 @@
+#ifndef TESTS_KIT_ACCOUNTS_H_
+#define TESTS_KIT_ACCOUNTS_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+/** Calls of the library in any order, beside the plainest books of what they must come to. */
+namespace kit {
+
+/** Where the next call comes from: a random sequence, or the bytes of an input. */
+class Choices {
+ public:
+  virtual ~Choices() = default;
+
+  /** A number below `end`, which is at least 1. */
+  [[nodiscard]] virtual unsigned pick(unsigned end) = 0;
+};
+
+/**
+ * Makes calls on handles of every kind, right ones and misuse whose outcome is documented, and
+ * compares the library's sums with its own after each. Works where the library was started with
+ * tracing on, so that the data handle keeps records too.
+ */
+class Accounts {
+ public:
+  explicit Accounts(Choices& choices);
+  ~Accounts();
+  Accounts(const Accounts&) = delete;
+  Accounts& operator=(const Accounts&) = delete;
+
+  /** Makes one call, or a few; false when something was not as it should be. */
+  bool step();
+
+  /** Gives everything back; false when something is left. */
+  bool finish();
+
+  /** What was wrong first. */
+  [[nodiscard]] const std::string& complaint() const { return complaint_; }
+
+ private:
+  enum class Kind { kAllocated, kExternal, kObject };
+  struct Entry {
+    std::uint64_t bytes;
+    Kind kind;
+  };
+  using Records = std::multimap<char*, Entry>;
+
+  struct Handle {
+    int hid;
+    bool blocks;      // block-managed
+    bool singly;      // its memory is recorded and can be freed piece by piece
+    std::string tag;  // upper case
+    Records records;
+    std::map<char*, std::uint64_t> unrecorded;  // pieces of blocks
+    std::uint64_t amount = 0;                   // beside the blocks
+    std::uint32_t qty = 0;                      // beside the blocks
+    std::uint32_t trackers = 0;
+    char* array = nullptr;  // its managed array, with elements of 8 bytes
+    std::uint64_t capacity = 0;
+    std::uint64_t count = 0;
+  };
+
+  void create();
+  void destroy();
+  void clear();
+  void allocate();
+  void allocate_in_vain();
+  void resize();
+  void release();
+  void release_on_another();
+  void resize_on_another();
+  void enter();
+  void enter_twice();
+  void enter_on_another();
+  void take_out();
+  void make_object();
+  void unmake_object();
+  void push();
+  void drop_array();
+  void use_bad_number();
+  void report();
+
+  unsigned pick(unsigned end) { return choices_.pick(end); }
+  Handle& any();
+  Handle* another(const Handle& handle);
+  std::uint64_t pick_size(const Handle& handle);
+  Records::iterator pick_record(Handle& handle, Kind kind);
+  Records::iterator pick_memory(Handle& handle);
+
+  char* obtain(Handle& handle, std::uint64_t size);
+  void hold(Handle& handle, char* memory, std::uint64_t size);
+  void record(Handle& handle, char* memory, std::uint64_t bytes, Kind kind);
+  void forget(Handle& handle, Records::iterator entry);
+  void take_out_all(Handle& handle, char* memory);
+  void expect_filled(const char* memory, std::uint64_t bytes);
+  void expect_code(int code, const char* what);
+  void expect(bool holds, const char* what);
+  void expect_same_sums(const Handle& handle);
+  void expect_same_tags();
+  void expect_same_sums();
+
+  Choices& choices_;
+  std::vector<std::unique_ptr<Handle>> handles_;
+  std::string complaint_;
+  std::string doing_;
+  unsigned steps_ = 0;
+};
+
+}  // namespace kit
+
+#endif  // TESTS_KIT_ACCOUNTS_H_

@@ -1,0 +1,52 @@
+#include "tests/kit/accounts.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+#include <string>
+
+#include "tests/kit/scene.h"
+
+namespace {
+
+using kit::Environment;
+using kit::Scene;
+
+class RandomChoices : public kit::Choices {
+ public:
+  explicit RandomChoices(unsigned seed) : random_(seed) {}
+  unsigned pick(unsigned end) override { return static_cast<unsigned>(random_() % end); }
+
+ private:
+  std::mt19937 random_;
+};
+
+class RandomCalls : public ::testing::TestWithParam<unsigned> {};
+
+INSTANTIATE_TEST_SUITE_P(Seed, RandomCalls, ::testing::Values(1, 2, 3, 4, 5));
+
+/** Every line is formatted and none is kept. */
+TEST_P(RandomCalls, ComeToTheSumsThatPlainBooksComeTo) {
+  constexpr int kSteps = 60000;
+  const Scene scene(Environment{"EXCEPTIONS LOG=/dev/null", "", ""});
+  RandomChoices choices(GetParam());
+  kit::Accounts accounts(choices);
+  for (int i = 0; i < kSteps; ++i) {
+    ASSERT_TRUE(accounts.step()) << accounts.complaint();
+  }
+  EXPECT_TRUE(accounts.finish()) << accounts.complaint();
+}
+
+TEST(RandomCallsThatAreAllTraced, ComeToTheSumsThatPlainBooksComeTo) {
+  constexpr int kSteps = 20000;
+  const Scene scene(Environment{"EXCEPTIONS CTRLBLKS=qk_mem_inew_handle LOG=/dev/null",
+                                "HEAPSIZE DB=/dev/null", "OPTIONS=SUMMARY,HANDLES,MGMT,POINTERS"});
+  RandomChoices choices(6);
+  kit::Accounts accounts(choices);
+  for (int i = 0; i < kSteps; ++i) {
+    ASSERT_TRUE(accounts.step()) << accounts.complaint();
+  }
+  EXPECT_TRUE(accounts.finish()) << accounts.complaint();
+}
+
+}  // namespace
