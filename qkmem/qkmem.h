@@ -410,7 +410,7 @@ int qk_mem_baseline(const char* filter);
  *                CHG_SINCE_BASELINE PCT_SINCE_BASELINE (unsigned: a decrease gives a huge number;
  *                0 without a baseline). Bytes, pointers or per cent.
  * @param filter  as in qk_mem_dump(), "" for none.
- * @param answer  where the answer goes; untouched on failure.
+ * @param answer  where the answer goes, or null; untouched on failure.
  * @return 0; or -1 with code 11102 or 11103 for a query or filter that can't be read, 11112 for a
  *         filter with a question about the heap.
  *
@@ -468,7 +468,7 @@ int qk_mem_debug_config(const char* options, qk::Status* status);
 /**
  * Writes the present configuration as an option string of qk_mem_debug_config().
  *
- * @param text    buffer of QK_MEM_SETTINGS_SIZE bytes.
+ * @param text    buffer of QK_MEM_SETTINGS_SIZE bytes, or null.
  * @param status  cleared; null returns 10047.
  * @return 0
  */

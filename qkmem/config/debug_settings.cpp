@@ -81,7 +81,8 @@ extern "C" int qk_mem_debug_settings(char* text, qk::Status* status) {
   if (status == nullptr) return QK_MEM_ERROR_NULL_STATUS;
   const RegistryLock lock;
   QK_CLEAR_STATUS(status);
-  Appender settings(text);
+  char nowhere[QK_MEM_SETTINGS_SIZE];
+  Appender settings(text == nullptr ? nowhere : text);
   if (Qk_mem_debug_initialized == 0) {
     if (const int code = qk_mem_debug_init(status)) return code;
   }
