@@ -3,14 +3,18 @@
 #include <sys/time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <optional>
 
 #include "support/options.h"
+#include "support/signals.h"
 #include "support/system.h"
 #include "support/text.h"
 
@@ -23,7 +27,10 @@ namespace {
 constexpr int kWatchedSignals[] = {SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGSEGV,
                                    SIGBUS, SIGFPE, SIGILL,  SIGABRT};
 
-constexpr timeval kTimeForHandlers = {1, 500000};
+/** Microseconds: from the signal to the end, to the last attempt, and from one to the next. */
+constexpr std::int64_t kTimeToTheEnd = 1500000;
+constexpr std::int64_t kTimeForAttempts = 1000000;
+constexpr std::int64_t kTimeBetweenAttempts = 2000;
 
 constexpr std::size_t kLongestOptions = 256;
 
@@ -85,12 +92,24 @@ static_assert(sizeof(Runner) == sizeof(std::uint64_t) && std::atomic<Runner>::is
 
 constinit std::atomic<Runner> runner{Runner{0, 0, 0}};
 
+/** An end that was put off: the thread and the signal that came. */
+constinit std::atomic<Runner> waiting{Runner{0, 0, 0}};
+
+/** When the signal came that ends the process; 0 before. */
+constinit std::atomic<std::int64_t> signal_time{0};
+
+constinit std::atomic<bool (*)()> interrupts_something{nullptr};
+
 constexpr std::uint64_t kIdBits = 0xffffff;
 
 Runner own_thread(int signal_number) {
   return {static_cast<std::uint64_t>(getpid()) & kIdBits,
           static_cast<std::uint64_t>(gettid()) & kIdBits,
           static_cast<std::uint64_t>(signal_number) & 0xffff};
+}
+
+bool is_of_this_process(const Runner& thread) {
+  return thread.process == (static_cast<std::uint64_t>(getpid()) & kIdBits);
 }
 
 /** Makes `own` the runner, unless there is one already: that one is returned, and stays. */
@@ -125,17 +144,33 @@ void unblock(int signal_number) {
   _exit(128 + signal_number);  // the first process of a container survives its default actions
 }
 
+/** In microseconds. */
+std::int64_t now() {
+  timespec time = {};
+  clock_gettime(CLOCK_MONOTONIC, &time);
+  return static_cast<std::int64_t>(time.tv_sec) * 1000000 + time.tv_nsec / 1000;
+}
+
+std::int64_t since_signal() { return now() - signal_time.load(); }
+
 /** The timer wakes one of the waiting threads if the runner takes too long. */
 [[noreturn]] void wait_for_the_end() {
   for (;;) pause();
 }
 
-void on_timeout(int /*signal_number*/) { end_by(runner.load().reason()); }
+void on_alarm(int signal_number);
+
+/** Calls on_alarm() after a time, and then again and again. */
+void set_alarm(std::int64_t first, std::int64_t interval) {
+  set_action(SIGALRM, on_alarm, SA_ONSTACK | SA_RESTART);
+  const itimerval timer = {{0, static_cast<suseconds_t>(interval)},
+                           {first / 1000000, static_cast<suseconds_t>(first % 1000000)}};
+  setitimer(ITIMER_REAL, &timer, nullptr);
+}
 
 void limit_time() {
-  set_action(SIGALRM, on_timeout, SA_ONSTACK);
-  const itimerval once = {{0, 0}, kTimeForHandlers};
-  setitimer(ITIMER_REAL, &once, nullptr);
+  if (!is_of_this_process(waiting.load())) signal_time.store(now());
+  set_alarm(std::max(kTimeToTheEnd - since_signal(), kTimeBetweenAttempts), kTimeBetweenAttempts);
   unblock(SIGALRM);
 }
 
@@ -150,12 +185,62 @@ void leave_to(const Runner& other, const Runner& own) {
   end_by(other.reason());
 }
 
-void on_signal(int signal_number) {
-  const Runner own = own_thread(signal_number);
+/** Runs the handlers for a signal, in the thread that it has interrupted. */
+[[noreturn]] void finish(const Runner& own) {
   if (const std::optional<Runner> other = become_runner(own)) leave_to(*other, own);
   limit_time();
-  run_handlers(signal_number);
-  end_by(signal_number);
+  run_handlers(own.reason());
+  end_by(own.reason());
+}
+
+// ---- Ends that are put off
+
+bool is_busy() {
+  bool (*const test)() = interrupts_something.load();
+  return test != nullptr && test();
+}
+
+bool hears_alarms() {
+  sigset_t blocked;
+  return pthread_sigmask(SIG_BLOCK, nullptr, &blocked) == 0 && sigismember(&blocked, SIGALRM) == 0;
+}
+
+/** Whether the interrupted thread goes on and is looked at again. */
+bool put_off(const Runner& own) {
+  if (is_of_this_process(runner.load()) || !is_busy() || !hears_alarms()) return false;
+  Runner before = waiting.load();
+  if (is_of_this_process(before)) return true;
+  if (!waiting.compare_exchange_strong(before, own)) return true;
+  signal_time.store(now());
+  set_alarm(kTimeBetweenAttempts, kTimeBetweenAttempts);
+  return true;
+}
+
+/** The calling thread as the one that ends the process, by the signal that came first. */
+Runner own_thread_for(int signal_number) {
+  const Runner first = waiting.load();
+  return own_thread(is_of_this_process(first) ? first.reason() : signal_number);
+}
+
+void on_signal(int signal_number) {
+  const int error = errno;
+  if (qk_signal_safe(signal_number) == 0) finish(own_thread(signal_number));
+  const Runner own = own_thread_for(signal_number);
+  if (!put_off(own)) finish(own);
+  errno = error;
+}
+
+void on_alarm(int /*signal_number*/) {
+  const int error = errno;
+  if (const Runner at_work = runner.load(); is_of_this_process(at_work)) {
+    if (at_work.reason() == 0) end_by(own_thread_for(SIGALRM).reason());
+    if (since_signal() >= kTimeToTheEnd) end_by(at_work.reason());
+  } else if (is_of_this_process(waiting.load())) {
+    if (since_signal() >= kTimeForAttempts || !is_busy()) finish(own_thread_for(SIGALRM));
+  } else {
+    end_by(SIGALRM);  // in the child of a fork, which inherits the handler without its reason
+  }
+  errno = error;
 }
 
 // ---- Where the end is noticed
@@ -167,11 +252,14 @@ std::optional<void (*)(int)> plain_action(int signal_number) {
   return now.sa_handler;
 }
 
-/** SA_NODEFER: a second signal of the same number has to get through to handlers that hang. */
+/**
+ * SA_NODEFER: a second signal of the same number has to get through to handlers that hang.
+ * SA_RESTART: the program must not notice that an end was put off.
+ */
 void watch_signals() {
   for (const int signal_number : kWatchedSignals) {
     if (plain_action(signal_number) == SIG_DFL) {
-      set_action(signal_number, on_signal, SA_ONSTACK | SA_NODEFER);
+      set_action(signal_number, on_signal, SA_ONSTACK | SA_NODEFER | SA_RESTART);
     }
   }
 }
@@ -190,6 +278,7 @@ constinit std::atomic<bool> hooked{false};
  */
 void at_exit() {
   hooked.store(false);
+  if (is_of_this_process(waiting.load())) finish(own_thread_for(0));
   const Runner own = own_thread(0);
   if (const std::optional<Runner> other = become_runner(own)) return leave_to(*other, own);
   run_handlers(0);
@@ -259,6 +348,8 @@ class Request {
 };
 
 }  // namespace
+
+void qk::put_off_exit_while(bool (*is_busy)()) { interrupts_something.store(is_busy); }
 
 extern "C" int qk_atexit(qk_exit_handler handler, const char* name, const char* owner,
                          const char* options, qk::Status* status) {

@@ -19,6 +19,20 @@ inline constexpr int kMaxExitHandlers = 32;
 
 }  // namespace qk
 
+namespace qk {
+
+/**
+ * Names a test of what a signal has interrupted: whether the calling thread is in the middle of
+ * something that the handlers need finished, such as the use of a lock. HUP, INT, QUIT and TERM are
+ * then put off: the thread goes on, and two milliseconds later it is looked at again, for up to a
+ * second. After that the handlers run all the same.
+ *
+ * @param is_busy  called inside signal handlers only; null for none.
+ */
+void put_off_exit_while(bool (*is_busy)());
+
+}  // namespace qk
+
 extern "C" {
 
 using qk_exit_handler = void (*)(int signal_number);
@@ -33,11 +47,11 @@ using qk_exit_handler = void (*)(int signal_number);
  * takes it.
  *
  * When the handlers have run for a signal, the process ends by it, as it would have without them.
- * That takes 1.5 seconds at most, measured with the process's real-time timer and SIGALRM: handlers
- * that hang are given up. Another signal, or a fault, in the thread that runs the handlers ends the
- * process at once, by the first signal; one that comes while they run for normal termination does
- * so by itself. A handler for a signal may interrupt anything, qk_signal_safe() tells which do no
- * harm.
+ * That takes 1.5 seconds at most from the signal on, measured with the process's real-time timer
+ * and SIGALRM: handlers that hang are given up. Another signal, or a fault, in the thread that runs
+ * the handlers ends the process at once, by the first signal; one that comes while they run for
+ * normal termination does so by itself. A handler for a signal may interrupt anything,
+ * qk_signal_safe() tells which do no harm.
  *
  * @param handler  called at the end; may register others, which then run too.
  * @param name     the handler's name, for the status; may be null. Not kept.

@@ -56,6 +56,9 @@ class TLS {
   void hold() noexcept { mtx_.lock(); }
   void let_go() noexcept { mtx_.unlock(); }
 
+  /** Tells whether the calling thread is inside a call, or holds the others out. */
+  [[nodiscard]] bool held() const noexcept { return mtx_.held(); }
+
  private:
   using Values = std::map<unsigned long, T>;
 

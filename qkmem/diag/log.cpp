@@ -81,6 +81,8 @@ void hold_log() {
 
 void let_log_go() { log_mutex.unlock(); }
 
+bool holds_log() { return log_mutex.held(); }
+
 }  // namespace qk::mem
 
 extern "C" int qk_mem_write_log(const char* format, ...) {

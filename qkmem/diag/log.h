@@ -49,6 +49,9 @@ void flush_log();
 void hold_log();
 void let_log_go();
 
+/** Tells whether the calling thread is writing to the log. */
+[[nodiscard]] bool holds_log();
+
 }  // namespace qk::mem
 
 #endif  // QKMEM_DIAG_LOG_H_

@@ -7,6 +7,7 @@
 #include "qkmem/diag/log.h"
 #include "qkmem/life/cleanup.h"
 #include "qkmem/life/fork.h"
+#include "qkmem/life/interruption.h"
 #include "support/exit_handlers.h"
 
 namespace qk::mem {
@@ -75,6 +76,7 @@ void start_up() {
   }
   log_configuration(status);
   watch_forks();
+  qk::put_off_exit_while(interrupts_something);
   if (register_exit_handler(status) && open_overhead_handle()) open_data_handle();
 }
 
