@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
-#include <sys/single_threaded.h>
 
 #include <cstdio>
 #include <cstring>
@@ -17,6 +16,13 @@ namespace {
 using kit::Program;
 using kit::require;
 using kit::Scene;
+
+/** A sanitizer that brings a thread along makes each process one with threads. */
+#ifdef __SANITIZE_THREAD__
+constexpr bool kHasThreads = true;
+#else
+constexpr bool kHasThreads = false;
+#endif
 
 // ---- The start and the end
 
@@ -73,7 +79,8 @@ void leave_memory_on_autofree_handles() {
     recorded[i] =
         hid != QK_MEM_DATA_HANDLE && qk_mem_is_recorded(hid, left[i], "src/app.c", 21) != 0;
   }
-  kit::check_at_end(expect_recorded_memory_freed);
+  // What other threads may be using stays at the end.
+  if (!kHasThreads) kit::check_at_end(expect_recorded_memory_freed);
 }
 
 TEST(AutofreeHandlesWithEachRequestFailing, GiveBackAtTheEndWhatTheyRecorded) {
@@ -93,7 +100,8 @@ void outgrow_table() {
   for (int i = 0; i < 5; ++i) program.malloc(program.open(i % 2 == 0 ? "" : "MULTITHREADED"), 8);
   program.malloc(8, 100);
   program.close(7);
-  program.expect_nothing_lost();
+  // Tables that other threads may be reading stay.
+  if (!kHasThreads) program.expect_nothing_lost();
 }
 
 TEST(TableOfHandlesWithEachRequestFailing, KeepsItsHandles) {
