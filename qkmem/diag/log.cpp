@@ -36,11 +36,15 @@ int format_line(char (&line)[kLineSize], const char* format, va_list args) {
 }
 
 int write_bytes(FILE* stream, const char* bytes, int length) {
-  const std::size_t size = static_cast<std::size_t>(length);
-  return std::fwrite(bytes, 1, size, stream) == size ? length : EOF;
+  return write_line(stream, {bytes, static_cast<std::size_t>(length)});
 }
 
 }  // namespace
+
+int write_line(FILE* stream, std::string_view line) {
+  const bool written = std::fwrite(line.data(), 1, line.size(), stream) == line.size();
+  return written ? static_cast<int>(line.size()) : EOF;
+}
 
 bool is_standard_stream(const FILE* stream) { return stream == stdout || stream == stderr; }
 

@@ -2,6 +2,7 @@
 #define QKMEM_DIAG_LOG_H_
 
 #include <cstdio>
+#include <string_view>
 
 /** The log; null while there is none, and every line is then dropped. */
 extern FILE* Qk_mem_log;
@@ -25,6 +26,9 @@ extern "C" {
 }  // extern "C"
 
 namespace qk::mem {
+
+/** Writes a line that stands ready; like qk_mem_fprintf(). */
+int write_line(FILE* stream, std::string_view line);
 
 [[nodiscard]] bool is_standard_stream(const FILE* stream);
 

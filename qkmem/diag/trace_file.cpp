@@ -5,6 +5,7 @@
 #include "qkmem/core/registry.h"
 #include "qkmem/core/switches.h"
 #include "qkmem/diag/log.h"
+#include "support/line.h"
 #include "support/text.h"
 
 constinit FILE* Qk_mem_db = nullptr;
@@ -13,7 +14,7 @@ namespace qk::mem {
 namespace {
 
 std::uint64_t amount_of(int hid) {
-  const qk_mem_handle* handle = handle_slots().at(hid - 1);
+  const qk_mem_handle* handle = handle_slots().numbered(hid);
   return handle == nullptr ? 0 : qk::load(handle->amount);
 }
 
@@ -53,11 +54,16 @@ extern "C" int qk_mem_write_db(int handle, unsigned char type, const void* addre
   current += change;
   const std::int64_t heap = qk_heapsize();
   const std::int64_t growth = heap - last_heap;
-  qk_mem_fprintf(
-      Qk_mem_db, "%u\t%d\t%c\t%.*zx\t%zu\t%zu\t%zu\t%s\t%d\t%zd\t%zd\t%zd\t%zd\t%zd\t%zd\n",
-      qk::load(Qk_mem_seq), handle, type, Qk_mem_ptr_display_size,
-      reinterpret_cast<std::size_t>(address), num, size, amount_of(handle), qk_file_name_only(file),
-      line, current, heap, heap - current, change, growth, growth - change);
+  qk::Line row;
+  row.number(qk::load(Qk_mem_seq)).put('\t').signed_number(handle).put('\t');
+  row.put(static_cast<char>(type)).put('\t');
+  row.hex(reinterpret_cast<std::size_t>(address), Qk_mem_ptr_display_size).put('\t');
+  row.number(num).put('\t').number(size).put('\t').number(amount_of(handle)).put('\t');
+  row.put(qk_file_name_only(file)).put('\t').signed_number(line).put('\t');
+  row.signed_number(current).put('\t').signed_number(heap).put('\t');
+  row.signed_number(heap - current).put('\t').signed_number(change).put('\t');
+  row.signed_number(growth).put('\t').signed_number(growth - change).put('\n');
+  write_line(Qk_mem_db, row.finish());
   last_heap = heap;
   return 0;
 }

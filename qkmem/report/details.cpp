@@ -1,4 +1,6 @@
 // Rows of handles and pointers.
+#include <cstdlib>
+
 #include "qkmem/core/kinds.h"
 #include "qkmem/diag/log.h"
 #include "qkmem/diag/site.h"
@@ -6,6 +8,7 @@
 #include "qkmem/report/report.h"
 #include "qkmem/report/rules.h"
 #include "qkmem/table/slot.h"
+#include "support/line.h"
 
 namespace qk::mem {
 namespace {
@@ -45,21 +48,38 @@ Rows class_of(unsigned char kind) {
   return kind == kind::kBlock ? Rows::kBlocks : Rows::kPointers;
 }
 
+/** A row's last column: a place in the source, cut. */
+void put_location(qk::Line& row, const char* file, int line) {
+  constexpr std::size_t kWidth = 24;
+  row.put(' ');
+  const std::size_t start = row.length();
+  row.put(file).put(':').signed_number(line).shorten(start + kWidth).put('\n');
+}
+
+std::size_t width_of_addresses() {
+  return static_cast<std::size_t>(std::abs(Qk_mem_ptr_display_size));
+}
+
 void print_handle(FILE* stream, const qk_mem_handle& handle, char autofree_mark) {
-  const LocationText location(handle.file, handle.line);
-  qk_mem_fprintf(stream, "   %c%4d %2s %*s %c%c %4u          %8zu %7u %.24s\n",
-                 handle.base_amount == 0 ? '+' : ' ', handle.id, handle.tag->name,
-                 Qk_mem_ptr_display_size, "", is_blockmgmt(handle) ? 'B' : ' ',
-                 handle.autofree != 0 ? autofree_mark : ' ', qk::load(handle.qty),
-                 qk::load(handle.amount), handle.seq, location.c_str());
+  qk::Line row;
+  row.put("   ").put(handle.base_amount == 0 ? '+' : ' ').signed_number(handle.id, 4);
+  row.put(' ').put(handle.tag->name, 2).put(' ').put("", width_of_addresses()).put(' ');
+  row.put(is_blockmgmt(handle) ? 'B' : ' ').put(handle.autofree != 0 ? autofree_mark : ' ');
+  row.put(' ').number(qk::load(handle.qty), 4).put("          ");
+  row.number(qk::load(handle.amount), 8).put(' ').number(handle.seq, 7);
+  put_location(row, handle.file, handle.line);
+  write_line(stream, row.finish());
 }
 
 void print_record(FILE* stream, const qk_mem_handle& handle, const qk_mem_ptr& record) {
-  const LocationText location(record.file, record.line);
-  qk_mem_fprintf(stream, "   %c%4d %2s %.*zx %c  %4zu %8zu %8zu %7u %.24s\n",
-                 record.baselined == 0 ? '+' : ' ', handle.id, handle.tag->name,
-                 Qk_mem_ptr_display_size, shown(record.address), record.kind, record.count,
-                 record.size, bytes_of(record), record.seq, location.c_str());
+  qk::Line row;
+  row.put("   ").put(record.baselined == 0 ? '+' : ' ').signed_number(handle.id, 4);
+  row.put(' ').put(handle.tag->name, 2).put(' ');
+  row.hex(shown(record.address), Qk_mem_ptr_display_size).put(' ');
+  row.put(static_cast<char>(record.kind)).put("  ").number(record.count, 4).put(' ');
+  row.number(record.size, 8).put(' ').number(bytes_of(record), 8).put(' ').number(record.seq, 7);
+  put_location(row, record.file, record.line);
+  write_line(stream, row.finish());
 }
 
 /** Prints a handle's records of a class; the result is how many. */

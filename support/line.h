@@ -1,0 +1,78 @@
+#ifndef SUPPORT_LINE_H_
+#define SUPPORT_LINE_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+
+namespace qk {
+
+/**
+ * A line of text that is put together piece by piece: what the formatted output of the C library
+ * gives, at a fraction of its cost. Each piece names the conversion that it stands for. What goes
+ * beyond the capacity is cut, and the line then still ends with a newline.
+ */
+class Line {
+ public:
+  static constexpr std::size_t kCapacity = 1023;
+
+  /** %c, a zero byte too. */
+  Line& put(char c) noexcept {
+    if (length_ < kCapacity) {
+      text_[length_++] = c;
+    } else {
+      cut_ = true;
+    }
+    return *this;
+  }
+
+  /** Literal text. */
+  Line& put(std::string_view text) noexcept;
+
+  /** %s, with the C library's text for null. */
+  Line& put(const char* text) noexcept {
+    return put(std::string_view(text == nullptr ? "(null)" : text));
+  }
+
+  /** %*s: right-aligned in `width` characters. */
+  Line& put(std::string_view text, std::size_t width) noexcept;
+
+  /** %*zu, and %zu without a width. */
+  Line& number(std::uint64_t value, std::size_t width = 0) noexcept;
+
+  /** %*zd, and %zd without a width. */
+  Line& signed_number(std::int64_t value, std::size_t width = 0) noexcept;
+
+  /** %.*zx: at least `precision` digits; fewer than 0 are the same as 1. */
+  Line& hex(std::uint64_t value, int precision) noexcept;
+
+  [[nodiscard]] std::size_t length() const noexcept { return length_; }
+
+  /** Takes back what goes beyond a length. */
+  Line& shorten(std::size_t length) noexcept {
+    if (length_ > length) {
+      length_ = length;
+      cut_ = false;
+    }
+    return *this;
+  }
+
+  /** The whole line, once it is complete. */
+  [[nodiscard]] std::string_view finish() noexcept {
+    if (cut_) text_[kCapacity - 1] = '\n';
+    return {text_, length_};
+  }
+
+ private:
+  void fill(char c, std::size_t count) noexcept {
+    for (; count != 0; --count) put(c);
+  }
+
+  std::size_t length_ = 0;
+  bool cut_ = false;
+  char text_[kCapacity];
+};
+
+}  // namespace qk
+
+#endif  // SUPPORT_LINE_H_
