@@ -1,10 +1,10 @@
 #ifndef SUPPORT_MTX_H_
 #define SUPPORT_MTX_H_
 
-#include <pthread.h>
 #include <sys/single_threaded.h>
 
 #include <atomic>
+#include <cstdint>
 
 namespace qk {
 
@@ -41,11 +41,16 @@ class Mtx {
 
   /** Tells whether the calling thread holds the lock. */
   [[nodiscard]] bool held() const noexcept {
-    return owner_.load(std::memory_order_relaxed) == pthread_self();
+    return owner_.load(std::memory_order_relaxed) == this_thread();
   }
 
  private:
   enum : int { kFree, kLocked, kContended };
+
+  /** The thread's own address, which is what pthread_self() gives, without a call. */
+  [[nodiscard]] static std::uintptr_t this_thread() noexcept {
+    return reinterpret_cast<std::uintptr_t>(__builtin_thread_pointer());
+  }
 
   bool take_at_once() noexcept {
     if (held()) {
@@ -79,7 +84,7 @@ class Mtx {
   }
 
   void become_owner() noexcept {
-    owner_.store(pthread_self(), std::memory_order_relaxed);
+    owner_.store(this_thread(), std::memory_order_relaxed);
     depth_ = 1;
   }
 
@@ -88,8 +93,8 @@ class Mtx {
 
   // kContended says that a thread may be asleep on the word: whoever lets go then wakes one.
   std::atomic<int> state_{kFree};
-  unsigned depth_{0};                    // touched by the owner only
-  std::atomic<unsigned long> owner_{0};  // a thread can read its own number here only if it holds
+  unsigned depth_{0};                     // touched by the owner only
+  std::atomic<std::uintptr_t> owner_{0};  // a thread can read its own number here only if it holds
 };
 
 static_assert(sizeof(Mtx) == 16);

@@ -22,10 +22,13 @@ inline void store(T& variable, std::type_identity_t<T> value) noexcept {
   __atomic_store_n(&variable, value, __ATOMIC_RELAXED);
 }
 
+/** Whether nobody else can be running: who adds several times asks once. */
+[[nodiscard]] inline bool is_single_threaded() noexcept { return __libc_single_threaded != 0; }
+
 /** Adds and returns the new value. Unsigned variables wrap. */
 template <class T>
-inline T add(T& variable, std::type_identity_t<T> by) noexcept {
-  if (__libc_single_threaded) {
+inline T add(T& variable, std::type_identity_t<T> by, bool single_threaded) noexcept {
+  if (single_threaded) {
     const T sum = static_cast<T>(load(variable) + by);
     store(variable, sum);
     return sum;
@@ -34,8 +37,19 @@ inline T add(T& variable, std::type_identity_t<T> by) noexcept {
 }
 
 template <class T>
+inline T add(T& variable, std::type_identity_t<T> by) noexcept {
+  return add(variable, by, is_single_threaded());
+}
+
+template <class T>
 inline T subtract(T& variable, std::type_identity_t<T> by) noexcept {
   return add(variable, static_cast<T>(T{0} - by));
+}
+
+/** Adds to a variable that only the holder of a lock changes, but anybody reads. */
+template <class T>
+inline void bump(T& variable, std::type_identity_t<T> by) noexcept {
+  store(variable, static_cast<T>(load(variable) + by));
 }
 
 /** For what a pointer that was just read leads to, and for what must be complete before it. */

@@ -22,11 +22,7 @@ int qk_stricmp(const char* left, const char* right) {
 
 std::size_t qk_strlen(const char* text) { return text == nullptr ? 0 : std::strlen(text); }
 
-const char* qk_file_name_only(const char* path) {
-  if (path == nullptr) return "(null)";
-  const char* slash = std::strrchr(path, '/');
-  return slash == nullptr ? path : slash + 1;
-}
+const char* qk_file_name_only(const char* path) { return qk::file_name_only(path); }
 
 }  // extern "C"
 

@@ -2,6 +2,7 @@
 #define SUPPORT_TEXT_H_
 
 #include <cstddef>
+#include <cstring>
 
 /** Helpers for C strings. Letters are A to Z and a to z in every locale. Threads: any. */
 extern "C" {
@@ -25,6 +26,13 @@ const char* qk_file_name_only(const char* path);
 }  // extern "C"
 
 namespace qk {
+
+/** What qk_file_name_only() does, without a call of its own. */
+[[nodiscard]] inline const char* file_name_only(const char* path) noexcept {
+  if (path == nullptr) return "(null)";
+  const char* slash = std::strrchr(path, '/');
+  return slash == nullptr ? path : slash + 1;
+}
 
 /** The same letter in lower case; any other byte as it is. */
 [[nodiscard]] constexpr char lower(char c) noexcept {

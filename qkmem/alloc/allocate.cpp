@@ -10,6 +10,10 @@
 namespace qk::mem {
 namespace {
 
+Site malloc_site(const char* file, int line) {
+  return {"qk_mem_imalloc", file, line, switches_of(Routine::kMalloc)};
+}
+
 void warn_of_malloc_misuse(const qk_mem_handle& handle, std::size_t size, int align,
                            const Site& site) {
   if (size == 0) {
@@ -22,16 +26,89 @@ void warn_of_malloc_misuse(const qk_mem_handle& handle, std::size_t size, int al
   }
 }
 
-void* obtain_malloc(qk_mem_handle& handle, std::size_t size, int align, const Site& site) {
-  if (is_blockmgmt(handle)) return allocate_piece(handle, size, align, site);
-  void* memory = system_malloc(size);
-  if (memory != nullptr) return memory;
+/** What follows when the system's allocator has answered. */
+[[gnu::noinline]] void* conclude_malloc(qk_mem_handle& handle, void* memory, std::size_t size,
+                                        const Site& site) {
+  if (memory != nullptr) {
+    record_allocation(handle, memory, kind::kMalloc, {1, size}, site);
+    return memory;
+  }
   SystemFailure failure;
   if (reports(site)) {
     qk_mem_write_log("   %s: ERROR: malloc of %zu at %s:%d failed: %d %s\n", site.routine, size,
                      site.file(), site.line, failure.number(), failure.text());
   }
   return nullptr;
+}
+
+template <class Lock>
+[[gnu::noinline]] void* malloc_quickly(qk_mem_handle& handle, std::size_t size, int /*align*/,
+                                       const char* file, int line) {
+  void* memory = system_malloc(size);
+  if (memory != nullptr &&
+      record_quickly<Lock>(handle, memory, kind::kMalloc, 1, size, file, line)) {
+    return memory;
+  }
+  return conclude_malloc(handle, memory, size, malloc_site(file, line));
+}
+
+[[gnu::noinline]] void* malloc_on_handle(int hid, std::size_t size, int align, const char* file,
+                                         int line);
+
+/** On a block-managed handle that keeps no records of its pieces. */
+template <class Lock>
+[[gnu::noinline]] void* piece_quickly(qk_mem_handle& handle, std::size_t size, int align,
+                                      const char* file, int line) {
+  void* piece = nullptr;
+  {
+    const Lock lock(handle);
+    piece = take_from_head(handle, size, align);
+  }
+  return piece != nullptr ? piece : malloc_on_handle(handle.id, size, align, file, line);
+}
+
+template <class Lock>
+[[gnu::noinline]] void* recorded_piece_quickly(qk_mem_handle& handle, std::size_t size, int align,
+                                               const char* file, int line) {
+  void* piece = nullptr;
+  {
+    const Lock lock(handle);
+    piece = take_from_head(handle, size, align);
+  }
+  if (piece == nullptr) return malloc_on_handle(handle.id, size, align, file, line);
+  if (!record_quickly<Lock>(handle, piece, kind_on(handle, kind::kMalloc), 1, size, file, line)) {
+    record_allocation(handle, piece, kind::kMalloc, {1, size}, malloc_site(file, line));
+  }
+  return piece;
+}
+
+template <class Lock>
+[[gnu::always_inline]] inline void* malloc_on_quiet_handle(qk_mem_handle& handle, std::size_t size,
+                                                           int align, const char* file, int line) {
+  if (is_blockmgmt(handle)) {
+    return handle.track == 0 ? piece_quickly<Lock>(handle, size, align, file, line)
+                             : recorded_piece_quickly<Lock>(handle, size, align, file, line);
+  }
+  return handle.track == 0 ? malloc_on_handle(handle.id, size, align, file, line)
+                           : malloc_quickly<Lock>(handle, size, align, file, line);
+}
+
+[[gnu::noinline]] void* malloc_on_handle(int hid, std::size_t size, int align, const char* file,
+                                         int line) {
+  ensure_started();
+  if (bypasses_tracking(hid)) return untracked(system_malloc(size));
+  const Site site = malloc_site(file, line);
+  qk_mem_handle* handle = open_handle(hid, site);
+  if (handle == nullptr) return nullptr;
+  if (warns(site)) warn_of_malloc_misuse(*handle, size, align, site);
+  if (!is_blockmgmt(*handle)) return conclude_malloc(*handle, system_malloc(size), size, site);
+  void* piece = allocate_piece(*handle, size, align, site);
+  if (piece != nullptr) record_allocation(*handle, piece, kind::kMalloc, {1, size}, site);
+  return piece;
+}
+
+Site calloc_site(const char* file, int line) {
+  return {"qk_mem_icalloc", file, line, switches_of(Routine::kCalloc)};
 }
 
 void warn_of_calloc_misuse(const qk_mem_handle& handle, std::size_t num, std::size_t size,
@@ -58,17 +135,46 @@ void* obtain_zeroed_piece(qk_mem_handle& handle, std::size_t num, std::size_t si
   return piece == nullptr ? nullptr : std::memset(piece, 0, bytes);
 }
 
-void* obtain_calloc(qk_mem_handle& handle, std::size_t num, std::size_t size, int alignment,
-                    const Site& site) {
-  if (is_blockmgmt(handle)) return obtain_zeroed_piece(handle, num, size, alignment, site);
-  void* memory = system_calloc(num, size);
-  if (memory != nullptr) return memory;
+/** What follows when the system's allocator has answered. */
+[[gnu::noinline]] void* conclude_calloc(qk_mem_handle& handle, void* memory, std::size_t num,
+                                        std::size_t size, const Site& site) {
+  if (memory != nullptr) {
+    record_allocation(handle, memory, kind::kCalloc, {num, size}, site);
+    return memory;
+  }
   SystemFailure failure;
   if (reports(site)) {
     qk_mem_write_log("   %s: ERROR: calloc of %zu/%zu at %s:%d failed: %d %s\n", site.routine, num,
                      size, site.file(), site.line, failure.number(), failure.text());
   }
   return nullptr;
+}
+
+template <class Lock>
+[[gnu::noinline]] void* calloc_quickly(qk_mem_handle& handle, std::size_t num, std::size_t size,
+                                       const char* file, int line) {
+  void* memory = system_calloc(num, size);
+  if (memory != nullptr &&
+      record_quickly<Lock>(handle, memory, kind::kCalloc, num, size, file, line)) {
+    return memory;
+  }
+  return conclude_calloc(handle, memory, num, size, calloc_site(file, line));
+}
+
+[[gnu::noinline]] void* calloc_on_handle(int hid, std::size_t num, std::size_t size, int alignment,
+                                         const char* file, int line) {
+  ensure_started();
+  if (bypasses_tracking(hid)) return untracked(system_calloc(num, size));
+  const Site site = calloc_site(file, line);
+  qk_mem_handle* handle = open_handle(hid, site);
+  if (handle == nullptr) return nullptr;
+  if (warns(site)) warn_of_calloc_misuse(*handle, num, size, alignment, site);
+  if (!is_blockmgmt(*handle)) {
+    return conclude_calloc(*handle, system_calloc(num, size), num, size, site);
+  }
+  void* piece = obtain_zeroed_piece(*handle, num, size, alignment, site);
+  if (piece != nullptr) record_allocation(*handle, piece, kind::kCalloc, {num, size}, site);
+  return piece;
 }
 
 void warn_of_strdup_misuse(const char* str, const Site& site) {
@@ -106,31 +212,25 @@ std::size_t recorded_size(const char* str) {
 
 extern "C" void* qk_mem_imalloc(int hid, size_t size, int align, const char* file, int line) {
   using namespace qk::mem;
-  static constexpr char routine[] = "qk_mem_imalloc";
-  ensure_started();
-  if (bypasses_tracking(hid)) return untracked(system_malloc(size));
-  const Site site(routine, file, line, switches_of(Routine::kMalloc));
-  qk_mem_handle* handle = open_handle(hid, site);
-  if (handle == nullptr) return nullptr;
-  if (warns(site)) warn_of_malloc_misuse(*handle, size, align, site);
-  void* memory = obtain_malloc(*handle, size, align, site);
-  if (memory != nullptr) record_allocation(*handle, memory, kind::kMalloc, {1, size}, site);
-  return memory;
+  if (bypasses_at_once(hid)) return untracked(system_malloc(size));
+  if (qk_mem_handle* handle = quiet_handle(hid, Routine::kMalloc)) {
+    return handle->mtx == nullptr
+               ? malloc_on_quiet_handle<NoLock>(*handle, size, align, file, line)
+               : malloc_on_quiet_handle<HandleLock>(*handle, size, align, file, line);
+  }
+  return malloc_on_handle(hid, size, align, file, line);
 }
 
 extern "C" void* qk_mem_icalloc(int hid, size_t num, size_t size, int alignment, const char* file,
                                 int line) {
   using namespace qk::mem;
-  static constexpr char routine[] = "qk_mem_icalloc";
-  ensure_started();
-  if (bypasses_tracking(hid)) return untracked(system_calloc(num, size));
-  const Site site(routine, file, line, switches_of(Routine::kCalloc));
-  qk_mem_handle* handle = open_handle(hid, site);
-  if (handle == nullptr) return nullptr;
-  if (warns(site)) warn_of_calloc_misuse(*handle, num, size, alignment, site);
-  void* memory = obtain_calloc(*handle, num, size, alignment, site);
-  if (memory != nullptr) record_allocation(*handle, memory, kind::kCalloc, {num, size}, site);
-  return memory;
+  if (bypasses_at_once(hid)) return untracked(system_calloc(num, size));
+  qk_mem_handle* handle = quiet_handle(hid, Routine::kCalloc);
+  if (handle != nullptr && is_tracking(*handle)) {
+    return handle->mtx == nullptr ? calloc_quickly<NoLock>(*handle, num, size, file, line)
+                                  : calloc_quickly<HandleLock>(*handle, num, size, file, line);
+  }
+  return calloc_on_handle(hid, num, size, alignment, file, line);
 }
 
 extern "C" char* qk_mem_istrdup(int hid, const char* str, const char* file, int line) {

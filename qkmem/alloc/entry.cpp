@@ -4,9 +4,9 @@
 
 namespace qk::mem {
 
-void* untracked(void* memory) {
-  if (memory == nullptr) SystemFailure();
-  return memory;
+void* untracked_failure() {
+  SystemFailure();
+  return nullptr;
 }
 
 void record_allocation(qk_mem_handle& handle, void* memory, unsigned char kind,

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 
+#include "qkmem/alloc/quick.h"
 #include "qkmem/core/kinds.h"
 #include "qkmem/core/registry.h"
 #include "qkmem/core/upcalls.h"
@@ -18,8 +19,18 @@ namespace qk::mem {
   return hid == QK_MEM_DATA_HANDLE && !debugging();
 }
 
-/** Passes on what the system's allocator gave; null leaves its code, and no line. */
-void* untracked(void* memory);
+/** The same, asked before anything else; never true before the start-up is over. */
+[[nodiscard]] inline bool bypasses_at_once(int hid) {
+  return bypasses_tracking(hid) && is_started();
+}
+
+/** Leaves the code of an allocation that just failed, and no line. The result is null. */
+[[gnu::cold]] void* untracked_failure();
+
+/** Passes on what the system's allocator gave. */
+[[nodiscard]] inline void* untracked(void* memory) {
+  return memory != nullptr ? memory : untracked_failure();
+}
 
 /** Whether an alignment is one that block management supports, or doesn't matter. */
 [[nodiscard]] constexpr bool is_supported_alignment(const qk_mem_handle& handle, int alignment) {

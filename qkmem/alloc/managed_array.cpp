@@ -78,7 +78,7 @@ struct Free {
 
 /** Whether realloc on a handle leaves the contents behind when memory moves. */
 bool loses_contents(int hid) {
-  const qk_mem_handle* handle = handle_slots().at(hid - 1);
+  const qk_mem_handle* handle = handle_slots().numbered(hid);
   return handle != nullptr && is_blockmgmt(*handle);
 }
 

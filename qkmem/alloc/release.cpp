@@ -73,22 +73,46 @@ void announce_free(const qk_mem_handle& handle, const qk_mem_ptr& record, const 
   dump_control_blocks(*site.switches);
 }
 
-}  // namespace
-}  // namespace qk::mem
-
-extern "C" void qk_mem_ifree(int hid, void* ptr, const char* file, int line) {
-  using namespace qk::mem;
-  static constexpr char routine[] = "qk_mem_ifree";
+[[gnu::noinline]] void free_on_handle(int hid, void* ptr, const char* file, int line) {
   ensure_started();
   if (bypasses_tracking(hid)) {
     std::free(ptr);
     return;
   }
-  const Site site(routine, file, line, switches_of(Routine::kFree));
+  const Site site("qk_mem_ifree", file, line, switches_of(Routine::kFree));
   qk_mem_handle* handle = open_handle(hid, site);
   if (handle == nullptr) return;
   if (warns(site)) warn_of_free_misuse(*handle, ptr, site);
   const auto taken = is_blockmgmt(*handle) ? release_from_blocks(*handle, ptr, site)
                                            : release_memory(*handle, ptr, site);
   if (taken) announce_free(*handle, taken->record, site);
+}
+
+template <class Lock>
+[[gnu::noinline]] void free_quickly(qk_mem_handle& handle, void* ptr, const char* file, int line) {
+  if (!take_quickly<Lock>(handle, ptr, Totals::kDataExceptPieces)) {
+    free_on_handle(handle.id, ptr, file, line);
+    return;
+  }
+  std::free(ptr);
+  next_seq();
+}
+
+}  // namespace
+}  // namespace qk::mem
+
+extern "C" void qk_mem_ifree(int hid, void* ptr, const char* file, int line) {
+  using namespace qk::mem;
+  if (bypasses_at_once(hid)) {
+    std::free(ptr);
+    return;
+  }
+  qk_mem_handle* handle = quiet_handle(hid, Routine::kFree);
+  if (handle == nullptr || !is_tracking(*handle)) {
+    free_on_handle(hid, ptr, file, line);
+  } else if (handle->mtx == nullptr) {
+    free_quickly<NoLock>(*handle, ptr, file, line);
+  } else {
+    free_quickly<HandleLock>(*handle, ptr, file, line);
+  }
 }

@@ -67,21 +67,27 @@ struct Resized {
 
 /**
  * Resizes memory of the system's allocator. The old record is out of the table meanwhile, since the
- * old address can be given to another thread at once, and is put back when nothing has happened.
- * A realloc to 0 that answers null has freed the memory, so then the record stays away.
+ * old address can be given to another thread at once.
  */
-Resized resize_memory(qk_mem_handle& handle, void* ptr, std::size_t size, const Site& site) {
+Resized resize_memory(qk_mem_handle& handle, void* ptr, std::size_t size) {
   Resized resized = {nullptr, std::nullopt};
   if (ptr != nullptr && handle.track != 0) {
     resized.old = take_pointer(handle, ptr, Totals::kDataOfOrdinary);
   }
   resized.memory = system_realloc(ptr, size);
-  if (resized.memory != nullptr) return resized;
+  return resized;
+}
+
+/**
+ * The old record is put back when nothing has happened. A realloc to 0 that answers null has freed
+ * the memory, so then the record stays away.
+ */
+void report_failed_resize(qk_mem_handle& handle, const Resized& resized, const void* ptr,
+                          std::size_t size, const Site& site) {
   SystemFailure failure;
   const bool freed = size == 0 && ptr != nullptr;
   if (resized.old && !freed) put_back(handle, *resized.old, Totals::kDataOfOrdinary);
   report_failed_realloc(size, site, failure);
-  return resized;
 }
 
 /**
@@ -143,29 +149,75 @@ void record_resized(qk_mem_handle& handle, const Resized& resized, std::size_t s
   dump_control_blocks(*site.switches);
 }
 
+/** What follows when memory of the system's allocator was resized or not. */
+[[gnu::noinline]] void* conclude_realloc(qk_mem_handle& handle, const Resized& resized,
+                                         const void* ptr, std::size_t size, const Site& site) {
+  const std::size_t address = shown(ptr);
+  if (resized.memory == nullptr) {
+    report_failed_resize(handle, resized, ptr, size, site);
+  } else if (handle.track != 0) {
+    if (ptr != nullptr && !resized.old) {
+      if (reports(site)) warn_not_found(site, handle.id, address);
+    } else {
+      record_resized(handle, resized, size, site);
+    }
+  }
+  return resized.memory;
+}
+
+void* realloc_of_piece(qk_mem_handle& handle, void* ptr, std::size_t size, int alignment,
+                       const Site& site) {
+  const Resized resized = resize_piece(handle, ptr, size, alignment, site);
+  if (resized.memory == nullptr || handle.track == 0) return resized.memory;
+  record_resized(handle, resized, size, site);
+  return resized.memory;
+}
+
+Site realloc_site(const char* file, int line) {
+  return {"qk_mem_irealloc", file, line, switches_of(Routine::kRealloc)};
+}
+
+[[gnu::noinline]] void* realloc_on_handle(int hid, void* ptr, std::size_t size, int alignment,
+                                          const char* file, int line) {
+  ensure_started();
+  if (bypasses_tracking(hid)) return untracked(system_realloc(ptr, size));
+  const Site site = realloc_site(file, line);
+  qk_mem_handle* handle = open_handle(hid, site);
+  if (handle == nullptr) return nullptr;
+  if (warns(site)) warn_of_realloc_misuse(*handle, ptr, size, alignment, site);
+  if (is_blockmgmt(*handle)) return realloc_of_piece(*handle, ptr, size, alignment, site);
+  return conclude_realloc(*handle, resize_memory(*handle, ptr, size), ptr, size, site);
+}
+
+template <class Lock>
+[[gnu::noinline]] void* realloc_quickly(qk_mem_handle& handle, void* ptr, std::size_t size,
+                                        int alignment, const char* file, int line) {
+  Resized resized = {nullptr, Taken{}};
+  if (!take_quickly<Lock>(handle, ptr, Totals::kDataOfOrdinary, &*resized.old)) {
+    return realloc_on_handle(handle.id, ptr, size, alignment, file, line);
+  }
+  resized.memory = system_realloc(ptr, size);
+  if (resized.memory != nullptr &&
+      record_quickly<Lock>(handle, resized.memory, kind::kRealloc, 1, size, file, line)) {
+    return resized.memory;
+  }
+  return conclude_realloc(handle, resized, ptr, size, realloc_site(file, line));
+}
+
 }  // namespace
 }  // namespace qk::mem
 
 extern "C" void* qk_mem_irealloc(int hid, void* ptr, size_t size, int alignment, const char* file,
                                  int line) {
   using namespace qk::mem;
-  static constexpr char routine[] = "qk_mem_irealloc";
-  ensure_started();
-  if (bypasses_tracking(hid)) return untracked(system_realloc(ptr, size));
-  const Site site(routine, file, line, switches_of(Routine::kRealloc));
-  qk_mem_handle* handle = open_handle(hid, site);
-  if (handle == nullptr) return nullptr;
-  if (warns(site)) warn_of_realloc_misuse(*handle, ptr, size, alignment, site);
-  const std::size_t address = shown(ptr);
-  const Resized resized = is_blockmgmt(*handle) ? resize_piece(*handle, ptr, size, alignment, site)
-                                                : resize_memory(*handle, ptr, size, site);
-  if (resized.memory == nullptr || handle->track == 0) return resized.memory;
-  if (ptr != nullptr && !resized.old) {
-    if (reports(site)) warn_not_found(site, handle->id, address);
-    return resized.memory;
+  if (bypasses_at_once(hid)) return untracked(system_realloc(ptr, size));
+  qk_mem_handle* handle = quiet_handle(hid, Routine::kRealloc);
+  if (handle != nullptr && is_tracking(*handle)) {
+    return handle->mtx == nullptr
+               ? realloc_quickly<NoLock>(*handle, ptr, size, alignment, file, line)
+               : realloc_quickly<HandleLock>(*handle, ptr, size, alignment, file, line);
   }
-  record_resized(*handle, resized, size, site);
-  return resized.memory;
+  return realloc_on_handle(hid, ptr, size, alignment, file, line);
 }
 
 extern "C" void* qk_mem_irecalloc(int hid, void* ptr, size_t num, size_t size, size_t old_num,

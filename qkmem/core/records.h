@@ -25,14 +25,29 @@ struct qk_mem_ptr {
   std::uint8_t baselined;   // live when a baseline was set
 };
 
+/**
+ * The addresses in a large pointer array once more, as 16 bits each: many times as fast to search
+ * as records are. See table/slices.h.
+ */
+struct qk_mem_slices {
+  std::int32_t room;  // slots that there is place for
+
+  /** One for each slot, right behind; 0 for a free slot. */
+  [[nodiscard]] std::uint16_t* values() { return reinterpret_cast<std::uint16_t*>(this + 1); }
+};
+
 /** Descriptor of one of a handle's eight pointer arrays. */
 struct qk_mem_ptr_array {
-  std::int32_t capacity;    // slots; 0 until the first pointer arrives
-  std::int32_t used;        // occupied slots, slot 0 included
-  qk_mem_ptr* ptrs;         // null also after a growth that failed, whatever `capacity` says
-  std::int32_t last;        // slot most recently found or filled
-  std::int32_t first_free;  // no slot below it is free; 0 in an array that holds nothing yet
+  std::int32_t capacity;   // slots; 0 until the first pointer arrives
+  std::int32_t used;       // occupied slots, slot 0 included
+  qk_mem_ptr* ptrs;        // null also after a growth that failed, whatever `capacity` says
+  std::int32_t last;       // slot most recently found or filled
+  std::int32_t spare;      // a free slot below `free_from`, 0 if there is none
+  std::int32_t free_from;  // no slot below it is free, but for `spare`
+  qk_mem_slices* slices;   // of a large array; null also where there was no memory for it
 };
+
+struct qk_mem_handle;
 
 /** An accounting tag: what all handles that bear it hold together. */
 struct qk_mem_tag {
@@ -41,7 +56,9 @@ struct qk_mem_tag {
   std::uint32_t qty;
   std::uint64_t base_amount;
   std::uint32_t base_qty;
-  qk_mem_tag* next;  // in the same hash bucket
+  qk_mem_tag* next;       // in the same hash bucket
+  std::uint32_t bearers;  // live handles
+  qk_mem_handle* owner;   // see qk_mem_handle::owns_tag
 };
 
 /** Header of a block; the data area begins Qk_mem_blocksize bytes behind its start. */
@@ -107,7 +124,9 @@ struct qk_mem_handle {
   const char* file;
   std::int32_t line;
   qk_mem_ptr_array ptrs[8];
-  qk::Mtx* mtx;  // null unless MULTITHREADED
+  qk::Mtx* mtx;            // null unless MULTITHREADED
+  std::uint8_t owns_tag;   // the tag's totals change under this handle's mutex only
+  std::uint8_t bears_tag;  // is one of the tag's bearers
   qk_mem_skips skips;
   qk_mem_handle* next_left;  // of those that live on when the registry is gone
 };

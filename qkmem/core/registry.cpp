@@ -31,9 +31,6 @@ constinit qk_mem_handle* left_handles = nullptr;
 constinit std::atomic<bool> memory_is_kept = false;
 constinit std::atomic<bool> overhead_number_is_gone = false;
 
-/** Slots of Qk_mem_handles; Qk_mem_avail_handles counts also those that couldn't be had. */
-constinit std::int32_t real_slots = 0;
-
 }  // namespace
 
 constinit qk_mem_handle** Qk_mem_handles = nullptr;
@@ -55,13 +52,26 @@ constinit std::int32_t Qk_mem_ptr_display_size = 16;
 
 namespace qk::mem {
 
-HandleSlots handle_slots() {
-  const std::int32_t count = __atomic_load_n(&real_slots, __ATOMIC_ACQUIRE);
-  qk_mem_handle** slots = qk::load_pointer(Qk_mem_handles);
-  return {slots, slots == nullptr ? 0 : count};
+constinit std::int32_t real_slots = 0;
+
+constinit QuickSlots quick_slots = {nullptr, 0};
+
+void open_quick_slots() {
+  qk::publish(quick_slots.slots, Qk_mem_handles);
+  __atomic_store_n(&quick_slots.count, static_cast<std::uint32_t>(real_slots), __ATOMIC_RELEASE);
 }
 
 void replace_handle_array(qk_mem_handle** array, std::int32_t count) {
+  if (quick_slots.count != 0) {
+    // The same order of steps, but the array stays: who has read the count before it fell may
+    // still look there, and the array is released only where nobody else can be running.
+    if (count == 0) {
+      __atomic_store_n(&quick_slots.count, 0, __ATOMIC_RELEASE);
+    } else {
+      qk::publish(quick_slots.slots, array);
+      __atomic_store_n(&quick_slots.count, static_cast<std::uint32_t>(count), __ATOMIC_RELEASE);
+    }
+  }
   // A shrinking table (the clean-up's) lowers the count first, a growing one raises it last.
   if (count < real_slots) __atomic_store_n(&real_slots, count, __ATOMIC_RELEASE);
   qk::publish(Qk_mem_handles, array);
@@ -84,7 +94,7 @@ void readmit_left_handles(qk_mem_handle** array, std::int32_t count) {
 void withdraw(qk_mem_handle& handle) {
   const HandleSlots handles = handle_slots();
   // After the registry's end another handle can have the number.
-  if (handles.at(handle.id - 1) == &handle) {
+  if (handles.numbered(handle.id) == &handle) {
     qk::publish(handles.slots[handle.id - 1], nullptr);
     return;
   }

@@ -50,10 +50,24 @@ class RegistryLock {
 };
 
 /** Guards a handle's pointer arrays, counters and blocks; nothing where the handle has no mutex. */
-[[nodiscard]] inline std::unique_lock<qk::Mtx> lock_of(const qk_mem_handle& handle) {
-  return handle.mtx == nullptr ? std::unique_lock<qk::Mtx>()
-                               : std::unique_lock<qk::Mtx>(*handle.mtx);
-}
+class HandleLock {
+ public:
+  explicit HandleLock(const qk_mem_handle& handle) : mtx_(handle.mtx) {
+    if (mtx_ != nullptr) mtx_->lock();
+  }
+  HandleLock(const HandleLock&) = delete;
+  HandleLock& operator=(const HandleLock&) = delete;
+  ~HandleLock() { release(); }
+
+  /** Lets go before the end of the scope. */
+  void release() {
+    if (mtx_ != nullptr) mtx_->unlock();
+    mtx_ = nullptr;
+  }
+
+ private:
+  qk::Mtx* mtx_;
+};
 
 /** Counts an event and returns its number. */
 inline std::uint32_t next_seq() { return qk::add(Qk_mem_seq, 1); }
@@ -69,11 +83,44 @@ struct HandleSlots {
   qk_mem_handle** slots;
   std::int32_t count;
 
-  [[nodiscard]] qk_mem_handle* at(std::int32_t index) const {
-    return index < 0 || index >= count ? nullptr : qk::load_pointer(slots[index]);
+  [[nodiscard]] qk_mem_handle* at(std::uint32_t index) const {
+    return index < static_cast<std::uint32_t>(count) ? qk::load_pointer(slots[index]) : nullptr;
+  }
+
+  /** The handle of any number, which a caller may have made up; null where there is none. */
+  [[nodiscard]] qk_mem_handle* numbered(std::int32_t hid) const {
+    return at(static_cast<std::uint32_t>(hid) - 1);
   }
 };
-[[nodiscard]] HandleSlots handle_slots();
+
+/** Slots of Qk_mem_handles, 0 without one; Qk_mem_avail_handles counts also those not to be had. */
+extern std::int32_t real_slots;
+
+[[nodiscard]] inline HandleSlots handle_slots() {
+  const std::int32_t count = __atomic_load_n(&real_slots, __ATOMIC_ACQUIRE);
+  qk_mem_handle** slots = qk::load_pointer(Qk_mem_handles);
+  return {slots, slots == nullptr ? 0 : count};
+}
+
+/**
+ * The same for the shortest way to a handle: no slots before the library has started up and after
+ * the registry is retired. The array of a count above 0 can be read as it stands.
+ */
+struct QuickSlots {
+  qk_mem_handle** slots;
+  std::uint32_t count;
+};
+extern QuickSlots quick_slots;
+
+/** The handle of any number, or null; also where the general way would find one. */
+[[nodiscard]] inline qk_mem_handle* handle_at_once(std::int32_t hid) {
+  const std::uint32_t count = __atomic_load_n(&quick_slots.count, __ATOMIC_ACQUIRE);
+  const std::uint32_t index = static_cast<std::uint32_t>(hid) - 1;
+  return index < count ? qk::load_pointer(qk::load_pointer(quick_slots.slots)[index]) : nullptr;
+}
+
+/** Lets handle_at_once() find handles, once the start-up is over. Needs the registry's lock. */
+void open_quick_slots();
 
 /** Makes `array` of `count` slots the handle array. Needs the registry's lock. */
 void replace_handle_array(qk_mem_handle** array, std::int32_t count);
@@ -125,7 +172,7 @@ template <class Visit>
 void for_each_handle(Visit visit) {
   const HandleSlots handles = handle_slots();
   for (std::int32_t i = 0; i < handles.count; ++i) {
-    if (qk_mem_handle* handle = handles.at(i)) visit(*handle);
+    if (qk_mem_handle* handle = handles.at(static_cast<std::uint32_t>(i))) visit(*handle);
   }
 }
 

@@ -10,12 +10,17 @@ namespace qk::mem {
 /** Set once start-up is over, also when it failed; Qk_mem_initialized is set when it begins. */
 extern std::int32_t start_up_is_over;
 
+[[nodiscard]] inline bool is_started() {
+  return __atomic_load_n(&start_up_is_over, __ATOMIC_ACQUIRE) != 0;
+}
+
 /**
  * Starts the library up at the first public call. A thread that comes while another one is starting
  * up waits for it; the thread that does so itself passes.
  */
 inline void ensure_started() {
-  if (__atomic_load_n(&start_up_is_over, __ATOMIC_ACQUIRE) == 0) qk_mem_init();
+  if (!is_started()) [[unlikely]]
+    qk_mem_init();
 }
 
 /** Writes the report to the log when the routine's switches ask for it after each event. */

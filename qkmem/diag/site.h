@@ -21,20 +21,16 @@ struct Site {
       : Site(routine_name, own_place.file, own_place.line, debug) {}
 
   /** The last component of `path`, found only where it is shown or recorded. */
-  [[nodiscard]] const char* file() const { return qk_file_name_only(path); }
+  [[nodiscard]] const char* file() const { return qk::file_name_only(path); }
 
   /** The same place, with another routine speaking. */
   [[nodiscard]] Site as(const char* routine_name) const {
-    Site site = *this;
-    site.routine = routine_name;
-    return site;
+    return {routine_name, path, line, *switches};
   }
 
   /** The same place, with another routine speaking under other switches. */
   [[nodiscard]] Site as(const char* routine_name, qk_mem_debug& debug) const {
-    Site site = as(routine_name);
-    site.switches = &debug;
-    return site;
+    return {routine_name, path, line, debug};
   }
 };
 

@@ -8,6 +8,7 @@
 #include "qkmem/table/blocks.h"
 #include "qkmem/table/lookup.h"
 #include "qkmem/table/pointer_table.h"
+#include "qkmem/table/slot.h"
 
 namespace qk::mem {
 namespace {
@@ -47,6 +48,26 @@ class ClearingRules : public WalkRules {
   qk_mem_handle& handle_;
 };
 
+/** What the walk comes to where all that goes are pieces, and nobody is told of them. */
+void forget_pieces(qk_mem_handle& handle) {
+  const HandleLock lock(handle);
+  for (qk_mem_ptr_array& array : handle.ptrs) {
+    const std::int32_t slots = slots_of(array);
+    for (std::int32_t index = 1; index < slots; ++index) {
+      if (is_piece(qk::load(array.ptrs[index].kind))) remove_visited(handle, array, index);
+    }
+  }
+}
+
+void release_contents(qk_mem_handle& handle, const Site& site) {
+  if (qk::load(handle.registered) == 0 && !is_heard(site)) {
+    forget_pieces(handle);
+    return;
+  }
+  ClearingRules rules(handle);
+  release_records(handle, site, rules);
+}
+
 int refuse_ordinary_handle(int hid, const Site& site) {
   Qk_mem_error.set(QK_MEM_ERROR_HANDLE);
   if (reports(site)) {
@@ -67,10 +88,7 @@ extern "C" int qk_mem_iclear_handle(int hid, const char* file, int line) {
   qk_mem_handle* handle = open_handle(hid, site);
   if (handle == nullptr) return qk_mem_error();
   if (!is_blockmgmt(*handle)) return refuse_ordinary_handle(hid, site);
-  if (keeps_records(*handle)) {
-    ClearingRules rules(*handle);
-    release_records(*handle, site, rules);
-  }
+  if (keeps_records(*handle)) release_contents(*handle, site);
   reset_blocks(*handle);
   next_seq();
   announce_handle_gone(site, *handle, event::kHandleCleared);

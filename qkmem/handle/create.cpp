@@ -188,6 +188,7 @@ bool furnish(qk_mem_handle& handle, const HandleOptions& asked, const char* tag,
              std::optional<ArrayChange>& array, const Site& site) {
   if (!apply_options(handle, asked, site) || !apply_tag(handle, tag, site)) return false;
   decide_tracking(handle);
+  bear_tag(handle);
   handle.seq = next_seq();
   handle.file = site.file();
   handle.line = site.line;

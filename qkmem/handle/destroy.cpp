@@ -11,7 +11,9 @@
 #include "qkmem/handle/warnings.h"
 #include "qkmem/table/lookup.h"
 #include "qkmem/table/pointer_table.h"
+#include "qkmem/table/slices.h"
 #include "qkmem/table/slot.h"
+#include "qkmem/table/tags.h"
 
 namespace qk::mem {
 namespace {
@@ -61,7 +63,7 @@ class DeletionRules : public WalkRules {
   }
 
   qk_mem_handle& handle_;
-  const Site& site_;
+  Site site_;
   unsigned char letter_ = event::kFree;
 };
 
@@ -94,7 +96,7 @@ void release_blocks(qk_mem_handle& handle, const Site& site) {
 /** Lets go of an array under the registry's lock, under which reports read arrays. */
 qk_mem_ptr* detach_array(qk_mem_handle& handle, int index) {
   const RegistryLock registry;
-  const auto lock = lock_of(handle);
+  const HandleLock lock(handle);
   qk_mem_ptr_array& array = handle.ptrs[index];
   qk_mem_ptr* slots = array.ptrs;
   qk_mem_free_ptrs(&handle, index);
@@ -109,6 +111,12 @@ void release_arrays(qk_mem_handle& handle, const Site& site) {
     announce_released(lines::kReleasedInWalk, site, handle.id, event::kFree, own, release_of(own));
     give_back(detach_array(handle, index));
   }
+}
+
+void leave_tag(qk_mem_handle& handle) {
+  const RegistryLock lock;
+  give_tag_up(handle);
+  qk::subtract(handle.tag->amount, handle.amount);
 }
 
 /**
@@ -149,6 +157,7 @@ extern "C" int qk_mem_idel_handle(int hid, const char* file, int line) {
   qk_mem_handle* handle = open_handle(hid, site);
   if (handle == nullptr) return qk_mem_error();
   const bool has_records = keeps_records(*handle);
+  for (qk_mem_ptr_array& array : handle->ptrs) drop_slices(*handle, array, site);
   if (has_records) {
     DeletionRules rules(*handle, site);
     release_records(*handle, site, rules);
@@ -156,7 +165,7 @@ extern "C" int qk_mem_idel_handle(int hid, const char* file, int line) {
   }
   release_blocks(*handle, site);
   if (has_records || handle->track_blocks != 0) release_arrays(*handle, site);
-  qk::subtract(handle->tag->amount, handle->amount);
+  leave_tag(*handle);
   release_mutex(*handle);
   next_seq();
   announce_handle_gone(site, *handle, event::kHandleDeleted);

@@ -32,7 +32,7 @@ void release_memory(const qk_mem_ptr& record) {
  */
 std::optional<qk_mem_ptr> take_visited(qk_mem_handle& handle, qk_mem_ptr_array& array,
                                        std::int32_t index, const WalkRules& rules) {
-  const auto lock = lock_of(handle);
+  const HandleLock lock(handle);
   if (index >= slots_of(array) || address_in(array.ptrs[index]) == nullptr) return std::nullopt;
   const qk_mem_ptr record = read_slot(array.ptrs[index]);
   if (rules.keeps(record)) return std::nullopt;

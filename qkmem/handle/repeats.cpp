@@ -74,7 +74,7 @@ constexpr std::int32_t kFewSlots = 80;
 }  // namespace
 
 void mark_repeats(qk_mem_handle& handle, qk_mem_ptr_array& array) {
-  const auto lock = lock_of(handle);
+  const HandleLock lock(handle);
   const std::int32_t slots = slots_of(array);
   if (slots <= kFewSlots) {
     mark_compared(array);

@@ -38,7 +38,7 @@ const qk_mem_handle* autofree_handle_below(std::int32_t hid) {
   const RegistryLock lock;
   const HandleSlots handles = handle_slots();
   for (std::int32_t i = hid - 2; i >= 0; --i) {
-    const qk_mem_handle* handle = handles.at(i);
+    const qk_mem_handle* handle = handles.numbered(i + 1);
     if (handle != nullptr && handle->autofree != 0) return handle;
   }
   return nullptr;

@@ -90,6 +90,7 @@ extern "C" void qk_mem_init(void) {
   // Set first: the calls below are public ones, which would start up again.
   Qk_mem_initialized = 1;
   start_up();
+  open_quick_slots();
   __atomic_store_n(&start_up_is_over, 1, __ATOMIC_RELEASE);
 }
 

@@ -139,17 +139,17 @@ void* allocate_from_new_block(qk_mem_handle& handle, std::size_t size, const Sit
   qk_mem_block* block = make_block(handle, size, site);
   if (block == nullptr) return nullptr;
   const std::size_t total = total_size(block->capacity);
-  auto lock = lock_of(handle);
+  HandleLock lock(handle);
   prepare();
   void* piece = take_from_new_block(handle, *block, size);
-  lock = {};
+  lock.release();
   record_block(handle, *block, total, site);
   return piece;
 }
 
 /** False when the piece lies in no block. */
 bool reclaim_piece(qk_mem_handle& handle, const void* ptr, std::uint64_t amount) {
-  const auto lock = lock_of(handle);
+  const HandleLock lock(handle);
   qk_mem_block* block = block_of(handle, ptr);
   if (block == nullptr) return false;
   reclaim(handle, *block, ptr, amount);
@@ -174,13 +174,11 @@ bool refuses(int alignment) {
   return true;
 }
 
-char* data_of(qk_mem_block& block) { return reinterpret_cast<char*>(&block) + Qk_mem_blocksize; }
-
 void* allocate_piece(qk_mem_handle& handle, std::size_t size, int alignment, const Site& site) {
   if (refuses(alignment)) return nullptr;
-  auto lock = lock_of(handle);
+  HandleLock lock(handle);
   if (void* piece = take_piece(handle, size, alignment)) return piece;
-  lock = {};
+  lock.release();
   return allocate_from_new_block(handle, size, site.as(kNewBlock), [] {});
 }
 
@@ -203,10 +201,10 @@ void release_piece(qk_mem_handle& handle, void* ptr, const qk_mem_ptr& record, c
 void* replace_piece(qk_mem_handle& handle, void* ptr, const qk_mem_ptr& record, std::size_t size,
                     int alignment, const Site& site) {
   const std::uint64_t amount = bytes_of(record);
-  auto lock = lock_of(handle);
+  HandleLock lock(handle);
   qk_mem_block* block = record.kind == kind::kExternal ? nullptr : block_of(handle, ptr);
   if (block == nullptr) {
-    lock = {};
+    lock.release();
     return replace_foreign(handle, ptr, record, size, alignment, site);
   }
   const qk_mem_block before = *block;
@@ -215,13 +213,13 @@ void* replace_piece(qk_mem_handle& handle, void* ptr, const qk_mem_ptr& record, 
   // A new block may not be had, and the caller would be left with memory that others are given.
   block->low_mark = before.low_mark;
   block->high_mark = before.high_mark;
-  lock = {};
+  lock.release();
   return allocate_from_new_block(handle, size, site.as(kNewBlock),
                                  [&] { reclaim(handle, *block, ptr, amount); });
 }
 
 void reset_blocks(qk_mem_handle& handle) {
-  const auto lock = lock_of(handle);
+  const HandleLock lock(handle);
   for (qk_mem_block* block = handle.blocks; block != nullptr; block = block->next) {
     block->low_mark = 0;
     block->high_mark = 0;
@@ -239,7 +237,7 @@ extern "C" qk_mem_block* qk_mem_new_block(qk_mem_handle* handle, std::size_t siz
   if (block == nullptr) return nullptr;
   const std::size_t total = total_size(block->capacity);
   {
-    const auto lock = lock_of(*handle);
+    const HandleLock lock(*handle);
     link_block(*handle, *block, is_big(*handle, size));
     forget_room(*handle);
   }

@@ -3,8 +3,9 @@
 
 #include <cstddef>
 
-#include "qkmem/core/records.h"
+#include "qkmem/core/registry.h"
 #include "qkmem/diag/site.h"
+#include "qkmem/table/first_fit.h"
 
 extern "C" {
 
@@ -43,10 +44,27 @@ qk_mem_ptr* qk_mem_block_free(qk_mem_handle* handle, void* ptr, qk_mem_ptr* reco
 namespace qk::mem {
 
 /** The bytes of a block's data area. */
-[[nodiscard]] char* data_of(qk_mem_block& block);
+[[nodiscard]] inline char* data_of(qk_mem_block& block) {
+  return reinterpret_cast<char*>(&block) + Qk_mem_blocksize;
+}
 
 /** Whether no piece can have an alignment: 0 and less. The code is then set. */
 [[nodiscard]] bool refuses(int alignment);
+
+/**
+ * A piece from the upper end of the first block, which is where first fit finds most of them; null,
+ * and nothing has happened, where there is no room or `alignment` isn't a power of two. Needs the
+ * handle's lock.
+ */
+[[nodiscard]] inline void* take_from_head(qk_mem_handle& handle, std::size_t size, int alignment) {
+  qk_mem_block* head = handle.blocks;
+  if (head == nullptr || alignment <= 0 || (alignment & (alignment - 1)) != 0) return nullptr;
+  const std::uint64_t end = head->high_mark;
+  const std::uint64_t offset = take_at_end(*head, size, static_cast<std::uint64_t>(alignment));
+  if (offset == kNoRoom) return nullptr;
+  handle.block_used += head->high_mark - end;
+  return data_of(*head) + offset;
+}
 
 [[nodiscard]] void* allocate_piece(qk_mem_handle& handle, std::size_t size, int alignment,
                                    const Site& site);

@@ -29,6 +29,21 @@ struct Piece {
   std::uint64_t padding = 0;
 };
 
+/**
+ * The offset of a piece at the upper end of a block, and the block's mark moved; kNoRoom when it
+ * doesn't fit there. `alignment` is a power of two.
+ */
+inline constexpr std::uint64_t kNoRoom = UINT64_MAX;
+[[nodiscard]] inline std::uint64_t take_at_end(qk_mem_block& block, std::uint64_t size,
+                                               std::uint64_t alignment) {
+  const std::uint64_t free = block.capacity - block.high_mark;
+  const std::uint64_t padding = (0 - block.high_mark) & (alignment - 1);
+  if (size > free || padding > free - size) return kNoRoom;
+  const std::uint64_t offset = block.high_mark + padding;
+  block.high_mark = offset + size;
+  return offset;
+}
+
 /** Finds the place for a piece and moves the block's marks. `alignment` is above 0. */
 [[nodiscard]] Piece take_first_fit(qk_mem_handle& handle, std::uint64_t size,
                                    std::uint64_t alignment);

@@ -18,7 +18,7 @@ bool growth_is_near() {
 qk_mem_handle* handle_of(int hid) {
   std::unique_lock lock(Qk_mem_mtx, std::defer_lock);
   if (growth_is_near()) lock.lock();
-  return handle_slots().at(hid - 1);
+  return handle_slots().numbered(hid);
 }
 
 }  // namespace

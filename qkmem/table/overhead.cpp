@@ -1,3 +1,5 @@
+#include "qkmem/table/overhead.h"
+
 #include "qkmem/core/kinds.h"
 #include "qkmem/core/registry.h"
 #include "qkmem/diag/event.h"
@@ -7,12 +9,13 @@ namespace qk::mem {
 namespace {
 
 /** Records bookkeeping; the caller's switches rule its failure, the global ones its trace line. */
-void record_overhead(qk_mem_handle& handle, void* address, unsigned char kind, std::size_t size,
+bool record_overhead(qk_mem_handle& handle, void* address, unsigned char kind, std::size_t size,
                      const Site& site, const char* routine, Located located) {
   const auto record = record_pointer(handle, address, kind, {1, size}, site, Totals::kOverhead);
-  if (!record) return;
+  if (!record) return false;
   announce_made(lines::kAllocated, site.as(routine, global_switches()), handle.id, *record,
                 gain_of(*record), located);
+  return true;
 }
 
 void release_tracker(qk_mem_handle& handle, const void* tracker, const Site& site) {
@@ -26,7 +29,17 @@ void release_tracker(qk_mem_handle& handle, const void* tracker, const Site& sit
                     event::kObjectReleased, taken->record, release_of(taken->record));
 }
 
+constexpr char kHandleMemory[] = "qk_mem_handle_memory";
+
 }  // namespace
+
+Site handle_memory_site(const Site& site) { return site.as(kHandleMemory, global_switches()); }
+
+bool record_handle_memory(qk_mem_handle& handle, void* memory, std::size_t size, const Site& site) {
+  return record_overhead(handle, memory, kind::kHandleMemory, size, site, kHandleMemory,
+                         Located::kByRecord);
+}
+
 }  // namespace qk::mem
 
 extern "C" void qk_mem_tracker(qk_mem_handle* handle, qk::MemTracker* tracker, unsigned char kind,
@@ -46,7 +59,5 @@ extern "C" void qk_mem_handle_memory(qk_mem_handle* handle, void* ptr, std::size
                                      unsigned char /*kind*/, const char* file, int line,
                                      qk_mem_debug* entry) {
   using namespace qk::mem;
-  static constexpr char routine[] = "qk_mem_handle_memory";
-  record_overhead(*handle, ptr, kind::kHandleMemory, size, Site(routine, file, line, *entry),
-                  routine, Located::kByRecord);
+  record_handle_memory(*handle, ptr, size, Site(kHandleMemory, file, line, *entry));
 }

@@ -4,13 +4,14 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <mutex>
 
 #include "qkmem/core/kinds.h"
 #include "qkmem/core/registry.h"
 #include "qkmem/diag/event.h"
 #include "qkmem/diag/log.h"
 #include "qkmem/diag/system_failure.h"
+#include "qkmem/table/record_steps.h"
+#include "qkmem/table/slices.h"
 #include "qkmem/table/slot.h"
 
 namespace qk::mem {
@@ -19,19 +20,6 @@ namespace {
 constexpr char kRoutine[] = "qk_mem_new_ptr";
 constexpr std::int32_t kFirstSlots = 16;
 constexpr std::int32_t kMoreSlots = 64;
-constexpr std::int32_t kNoSlot = -1;
-
-qk_mem_ptr_array& array_of(qk_mem_handle& handle, const void* address) {
-  return handle.ptrs[(reinterpret_cast<std::uintptr_t>(address) >> 4) & 7];
-}
-
-bool is_full(const qk_mem_ptr_array& array) { return array.used == array.capacity; }
-
-/** Changes a counter that only the holder of the handle's lock changes, but anybody reads. */
-template <class T>
-void bump(T& counter, std::type_identity_t<T> by) {
-  qk::store(counter, static_cast<T>(qk::load(counter) + by));
-}
 
 /**
  * The locks for recording a pointer. Growing replaces an array that a report may be reading, so a
@@ -39,17 +27,17 @@ void bump(T& counter, std::type_identity_t<T> by) {
  */
 class RecordingLock {
  public:
-  RecordingLock(const qk_mem_handle& handle, const qk_mem_ptr_array& array)
-      : registry_(Qk_mem_mtx, std::defer_lock), handle_(lock_of(handle)) {
+  RecordingLock(const qk_mem_handle& handle, const qk_mem_ptr_array& array) {
+    handle_.emplace(handle);
     if (!is_full(array)) return;
-    handle_ = {};
-    registry_.lock();
-    handle_ = lock_of(handle);
+    handle_.reset();
+    registry_.emplace();
+    handle_.emplace(handle);
   }
 
  private:
-  std::unique_lock<qk::Mtx> registry_;
-  std::unique_lock<qk::Mtx> handle_;
+  std::optional<RegistryLock> registry_;
+  std::optional<HandleLock> handle_;
 };
 
 /** Bytes of an array of `slots`; the count has 32 bits, and one that outgrows them can't be had. */
@@ -105,6 +93,7 @@ bool grow(qk_mem_handle& handle, qk_mem_ptr_array& array, const Site& site) {
     qk::publish(array.ptrs, nullptr);
     qk::store(array.capacity, capacity);
     std::free(before);
+    drop_slices(handle, array, site);
     report_failed_growth(site, new_bytes, failure);
     return false;
   }
@@ -113,30 +102,14 @@ bool grow(qk_mem_handle& handle, qk_mem_ptr_array& array, const Site& site) {
   qk::publish(array.ptrs, slots);
   qk::store(array.capacity, capacity);
   if (before == nullptr) {
-    bump(array.used, 1);
-    bump(handle.overhead_qty, 1);
+    array.free_from = 1;
+    qk::bump(array.used, 1);
+    qk::bump(handle.overhead_qty, 1);
   }
-  bump(handle.overhead_amount, new_bytes - old_bytes);
+  qk::bump(handle.overhead_amount, new_bytes - old_bytes);
   record_array(handle, array, new_bytes - old_bytes, site);
+  keep_slices(handle, array, site);
   return true;
-}
-
-std::int32_t free_slot_from(const qk_mem_ptr_array& array, std::int32_t index) {
-  const std::int32_t slots = slots_of(array);
-  for (; index < slots; ++index) {
-    if (address_in(array.ptrs[index]) == nullptr) return index;
-  }
-  return kNoSlot;
-}
-
-/** The first free slot from 1 upward. No slot below the mark is free, so the search begins there.
- */
-std::int32_t first_free_slot(const qk_mem_ptr_array& array) {
-  if (array.first_free > 1) {
-    const std::int32_t index = free_slot_from(array, array.first_free);
-    if (index != kNoSlot) return index;
-  }
-  return free_slot_from(array, 1);
 }
 
 /** Finds a slot for a new record, growing the array if need be. */
@@ -149,75 +122,11 @@ std::int32_t reserve_slot(qk_mem_handle& handle, qk_mem_ptr_array& array, const 
   return index;
 }
 
-/** Puts a record into a free slot and counts it. */
-void occupy(qk_mem_handle& handle, qk_mem_ptr_array& array, std::int32_t index,
-            const qk_mem_ptr& record) {
-  bump(array.used, 1);
-  if (counts_as_overhead(record.kind)) {
-    bump(handle.overhead_qty, 1);
-  } else {
-    bump(handle.qty, 1);
-    qk::add(handle.tag->qty, 1);
-  }
-  write_slot(array.ptrs[index], record);
-  array.last = index;
-  array.first_free = index + 1;
-}
-
-std::int32_t find_slot(qk_mem_ptr_array& array, const void* address) {
-  const std::int32_t slots = slots_of(array);
-  if (slots == 0 || address == nullptr) return kNoSlot;
-  if (address_in(array.ptrs[array.last]) == address) return array.last;
-  for (std::int32_t index = 1; index < slots; ++index) {
-    if (address_in(array.ptrs[index]) == address) return array.last = index;
-  }
-  return kNoSlot;
-}
-
-/** Clears a slot. Of the counters only `used` follows; the quantities are count_off()'s. */
-void vacate(qk_mem_ptr_array& array, std::int32_t index) {
-  clear_slot(array.ptrs[index]);
-  bump(array.used, -1);
-  if (index < array.first_free) array.first_free = index;
-}
-
-void count_off(qk_mem_handle& handle, unsigned char kind) {
-  if (counts_as_overhead(kind)) {
-    bump(handle.overhead_qty, static_cast<std::uint32_t>(-1));
-  } else {
-    bump(handle.qty, static_cast<std::uint32_t>(-1));
-    qk::subtract(handle.tag->qty, 1);
-  }
-}
-
-/** The kind that a cleared slot shows: removal counts every record as data, overhead included. */
-constexpr unsigned char kClearedKind = 0;
-
-bool is_part_of(const qk_mem_handle& handle, Totals totals, unsigned char kind) {
-  switch (totals) {
-    case Totals::kDataOfOrdinary:
-      return !is_blockmgmt(handle);
-    case Totals::kDataExceptPieces:
-      return !is_blockmgmt(handle) || kind == kind::kExternal;
-    case Totals::kNone:
-      return false;
-    case Totals::kData:
-    case Totals::kOverhead:
-      break;
-  }
-  return true;
-}
-
 }  // namespace
 
 void add_bytes(qk_mem_handle& handle, Totals totals, unsigned char kind, std::uint64_t bytes) {
-  if (!is_part_of(handle, totals, kind)) return;
-  if (totals == Totals::kOverhead) {
-    bump(handle.overhead_amount, bytes);
-  } else {
-    bump(handle.amount, bytes);
-    qk::add(handle.tag->amount, bytes);
-  }
+  const HandleLock lock(handle);
+  sum_bytes(handle, totals, kind, bytes, qk::is_single_threaded());
 }
 
 std::optional<qk_mem_ptr> record_pointer(qk_mem_handle& handle, void* address, unsigned char kind,
@@ -236,13 +145,12 @@ std::optional<qk_mem_ptr> record_pointer(qk_mem_handle& handle, void* address, u
                              static_cast<std::uint16_t>(site.line),
                              kind,
                              0};
-  occupy(handle, array, index, record);
-  add_bytes(handle, totals, kind, bytes_of(record));
+  occupy(handle, array, index, record, totals, qk::is_single_threaded());
   return record;
 }
 
 std::optional<qk_mem_ptr> find_pointer(qk_mem_handle& handle, const void* address) {
-  const auto lock = lock_of(handle);
+  const HandleLock lock(handle);
   qk_mem_ptr_array& array = array_of(handle, address);
   const std::int32_t index = find_slot(array, address);
   if (index == kNoSlot) return std::nullopt;
@@ -250,35 +158,27 @@ std::optional<qk_mem_ptr> find_pointer(qk_mem_handle& handle, const void* addres
 }
 
 std::optional<Taken> take_pointer(qk_mem_handle& handle, const void* address, Totals totals) {
-  const auto lock = lock_of(handle);
+  const HandleLock lock(handle);
   qk_mem_ptr_array& array = array_of(handle, address);
   const std::int32_t index = find_slot(array, address);
   if (index == kNoSlot) return std::nullopt;
   const Taken taken = {read_slot(array.ptrs[index]), index};
-  add_bytes(handle, totals, taken.record.kind, 0 - bytes_of(taken.record));
-  if (index > 0) {
-    vacate(array, index);
-    count_off(handle, kClearedKind);
-  }
+  take_out(handle, array, index, totals, qk::is_single_threaded());
   return taken;
 }
 
 void put_back(qk_mem_handle& handle, const Taken& taken, Totals totals) {
-  const auto lock = lock_of(handle);
+  const HandleLock lock(handle);
   qk_mem_ptr_array& array = array_of(handle, taken.record.address);
   if (slots_of(array) == 0) return;
-  std::int32_t index = taken.index;
-  if (address_in(array.ptrs[index]) != nullptr) index = first_free_slot(array);
-  if (index == kNoSlot) return;
-  const std::int32_t first_free = array.first_free;
-  occupy(handle, array, index, taken.record);
-  if (first_free < index) array.first_free = first_free;
-  add_bytes(handle, totals, taken.record.kind, bytes_of(taken.record));
+  const std::int32_t index = is_free(array, taken.index) ? taken.index : first_free_slot(array);
+  if (index != kNoSlot) {
+    occupy(handle, array, index, taken.record, totals, qk::is_single_threaded());
+  }
 }
 
 void remove_visited(qk_mem_handle& handle, qk_mem_ptr_array& array, std::int32_t index) {
-  vacate(array, index);
-  count_off(handle, kClearedKind);
+  vacate(handle, array, index, qk::is_single_threaded());
 }
 
 }  // namespace qk::mem
@@ -293,13 +193,13 @@ extern "C" qk_mem_ptr* qk_mem_new_ptr(qk_mem_handle* handle, void* address, unsi
   qk_mem_ptr record = {};
   record.address = address;
   record.kind = kind;
-  occupy(*handle, array, index, record);
+  occupy(*handle, array, index, record, Totals::kNone, qk::is_single_threaded());
   return &array.ptrs[index];
 }
 
 extern "C" qk_mem_ptr* qk_mem_get_ptr(qk_mem_handle* handle, const void* address) {
   using namespace qk::mem;
-  const auto lock = lock_of(*handle);
+  const HandleLock lock(*handle);
   qk_mem_ptr_array& array = array_of(*handle, address);
   const std::int32_t index = find_slot(array, address);
   return index == kNoSlot ? nullptr : &array.ptrs[index];
@@ -307,20 +207,21 @@ extern "C" qk_mem_ptr* qk_mem_get_ptr(qk_mem_handle* handle, const void* address
 
 extern "C" void qk_mem_free_ptr(qk_mem_handle* handle, qk_mem_ptr* record) {
   using namespace qk::mem;
-  const auto lock = lock_of(*handle);
+  const HandleLock lock(*handle);
   qk_mem_ptr_array& array = array_of(*handle, record->address);
   const std::int32_t index = find_slot(array, record->address);
   if (index <= 0) return;
-  vacate(array, index);
-  count_off(*handle, record->kind);
+  clear_slot(array.ptrs[index]);
+  give_slot(array, index);
+  count_record(*handle, record->kind, -1, qk::is_single_threaded());
 }
 
 extern "C" void qk_mem_free_ptrs(qk_mem_handle* handle, int index) {
   using namespace qk::mem;
   qk_mem_ptr_array& array = handle->ptrs[index];
   if (slots_of(array) == 0) return;
-  bump(array.used, -1);
-  bump(handle->overhead_qty, static_cast<std::uint32_t>(-1));
-  bump(handle->overhead_amount, 0 - bytes_of(array.ptrs[0]));
+  qk::bump(array.used, -1);
+  qk::bump(handle->overhead_qty, static_cast<std::uint32_t>(-1));
+  qk::bump(handle->overhead_amount, 0 - bytes_of(array.ptrs[0]));
   clear_slot(array.ptrs[0]);
 }

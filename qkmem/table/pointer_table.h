@@ -46,10 +46,6 @@ struct Taken {
 std::optional<qk_mem_ptr> record_pointer(qk_mem_handle& handle, void* address, unsigned char kind,
                                          const Contents& contents, const Site& site, Totals totals);
 
-/** Finds an address on a handle; of several records the one of the lowest slot, or the last used.
- */
-[[nodiscard]] std::optional<qk_mem_ptr> find_pointer(qk_mem_handle& handle, const void* address);
-
 /**
  * Removes the record of an address and subtracts its bytes from the totals. The event isn't
  * counted.
@@ -58,13 +54,17 @@ std::optional<qk_mem_ptr> record_pointer(qk_mem_handle& handle, void* address, u
  */
 std::optional<Taken> take_pointer(qk_mem_handle& handle, const void* address, Totals totals);
 
+/** Finds an address on a handle; of several records the one of the lowest slot, or the last used.
+ */
+[[nodiscard]] std::optional<qk_mem_ptr> find_pointer(qk_mem_handle& handle, const void* address);
+
 /** Undoes take_pointer(), into the same slot unless another record has come there meanwhile. */
 void put_back(qk_mem_handle& handle, const Taken& taken, Totals totals);
 
 /** Removes the record of a slot that a walk over a table has reached, in constant time. */
 void remove_visited(qk_mem_handle& handle, qk_mem_ptr_array& array, std::int32_t index);
 
-/** Adds bytes to the totals of a handle; unsigned, so that a negated number subtracts. */
+/** Adds bytes to the totals of a handle; unsigned, so that a negated number subtracts. Locks it. */
 void add_bytes(qk_mem_handle& handle, Totals totals, unsigned char kind, std::uint64_t bytes);
 
 }  // namespace qk::mem

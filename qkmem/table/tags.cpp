@@ -19,6 +19,30 @@ qk_mem_tag*& link_to(const char* name) {
 }
 
 }  // namespace
+void bear_tag(qk_mem_handle& handle) {
+  qk_mem_tag& tag = *handle.tag;
+  handle.bears_tag = 1;
+  ++tag.bearers;
+  if (tag.bearers == 1 && handle.mtx != nullptr) {
+    handle.owns_tag = 1;
+    tag.owner = &handle;
+  } else if (tag.owner != nullptr) {
+    const HandleLock lock(*tag.owner);
+    tag.owner->owns_tag = 0;
+    tag.owner = nullptr;
+  }
+}
+
+void give_tag_up(qk_mem_handle& handle) {
+  if (handle.bears_tag == 0) return;
+  handle.bears_tag = 0;
+  --handle.tag->bearers;
+  if (handle.tag->owner != &handle) return;
+  const HandleLock lock(handle);
+  handle.owns_tag = 0;
+  handle.tag->owner = nullptr;
+}
+
 }  // namespace qk::mem
 
 extern "C" qk_mem_tag* qk_mem_register_tag(const char* name) {

@@ -19,7 +19,10 @@ BareHandle::BareHandle(int id) {
 }
 
 BareHandle::~BareHandle() {
-  for (const qk_mem_ptr_array& array : record.ptrs) std::free(array.ptrs);
+  for (const qk_mem_ptr_array& array : record.ptrs) {
+    std::free(array.slices);
+    std::free(array.ptrs);
+  }
 }
 
 std::string BareHandle::sums() const {

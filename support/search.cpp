@@ -1,0 +1,69 @@
+#include "support/search.h"
+
+#if defined(__x86_64__)
+#include <immintrin.h>
+#endif
+
+namespace qk {
+namespace {
+
+std::int32_t find_singly(const std::uint16_t* values, std::int32_t from, std::int32_t end,
+                         std::uint16_t value) noexcept {
+  for (; from < end; ++from) {
+    if (values[from] == value) return from;
+  }
+  return -1;
+}
+
+#if defined(__x86_64__)
+
+/** Values of a step: four vectors, whose results are looked at together. */
+constexpr std::int32_t kStep = 64;
+
+[[gnu::target("avx2")]] std::int32_t find_with_avx2(const std::uint16_t* values, std::int32_t from,
+                                                    std::int32_t end,
+                                                    std::uint16_t value) noexcept {
+  const __m256i wanted = _mm256_set1_epi16(static_cast<std::int16_t>(value));
+  for (; end - from >= kStep; from += kStep) {
+    const auto* at = reinterpret_cast<const __m256i*>(values + from);
+    const __m256i a = _mm256_cmpeq_epi16(_mm256_loadu_si256(at), wanted);
+    const __m256i b = _mm256_cmpeq_epi16(_mm256_loadu_si256(at + 1), wanted);
+    const __m256i c = _mm256_cmpeq_epi16(_mm256_loadu_si256(at + 2), wanted);
+    const __m256i d = _mm256_cmpeq_epi16(_mm256_loadu_si256(at + 3), wanted);
+    const __m256i any = _mm256_or_si256(_mm256_or_si256(a, b), _mm256_or_si256(c, d));
+    if (_mm256_testz_si256(any, any) == 0) return find_singly(values, from, from + kStep, value);
+  }
+  return find_singly(values, from, end, value);
+}
+
+/** Every 64-bit processor of the family has these. */
+std::int32_t find_with_sse2(const std::uint16_t* values, std::int32_t from, std::int32_t end,
+                            std::uint16_t value) noexcept {
+  const __m128i wanted = _mm_set1_epi16(static_cast<std::int16_t>(value));
+  for (; end - from >= kStep / 2; from += kStep / 2) {
+    const auto* at = reinterpret_cast<const __m128i*>(values + from);
+    const __m128i a = _mm_cmpeq_epi16(_mm_loadu_si128(at), wanted);
+    const __m128i b = _mm_cmpeq_epi16(_mm_loadu_si128(at + 1), wanted);
+    const __m128i c = _mm_cmpeq_epi16(_mm_loadu_si128(at + 2), wanted);
+    const __m128i d = _mm_cmpeq_epi16(_mm_loadu_si128(at + 3), wanted);
+    const __m128i any = _mm_or_si128(_mm_or_si128(a, b), _mm_or_si128(c, d));
+    if (_mm_movemask_epi8(any) != 0) return find_singly(values, from, from + kStep / 2, value);
+  }
+  return find_singly(values, from, end, value);
+}
+
+#endif
+
+}  // namespace
+
+std::int32_t find_value(const std::uint16_t* values, std::int32_t from, std::int32_t end,
+                        std::uint16_t value) noexcept {
+#if defined(__x86_64__)
+  return __builtin_cpu_supports("avx2") ? find_with_avx2(values, from, end, value)
+                                        : find_with_sse2(values, from, end, value);
+#else
+  return find_singly(values, from, end, value);
+#endif
+}
+
+}  // namespace qk

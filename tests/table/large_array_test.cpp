@@ -1,0 +1,167 @@
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "qkmem/core/registry.h"
+#include "qkmem/core/switches.h"
+#include "qkmem/table/pointer_table.h"
+#include "tests/kit/bare_handle.h"
+#include "tests/kit/failing_allocator.h"
+#include "tests/kit/scene.h"
+
+/** An array of 528 slots or more keeps its addresses a second time, to be searched faster. */
+namespace {
+
+using kit::Scene;
+
+constexpr int kBeforeLarge = 463;  // pointers that fill the 464 slots of an array
+constexpr char kHandleMemory[] = "qk_mem_handle_memory";
+
+/** Made-up addresses that all belong to array 0 of a handle. */
+void* nth(int i) { return kit::at(0x100000 + static_cast<std::uintptr_t>(i) * 0x80); }
+
+/** A handle of the library's, with room for what the slices themselves are recorded with. */
+class LargeArray : public testing::Test {
+ protected:
+  LargeArray() {
+    qk_mem_init();
+    hid = qk_mem_inew_handle("", "AB", "src/app.c", 3);
+    handle = Qk_mem_handles[hid - 1];
+  }
+
+  ~LargeArray() override {
+    // The addresses are nobody's memory.
+    for (int i = 0; i < recorded; ++i) forget(nth(i));
+    qk_mem_idel_handle(hid, "src/app.c", 4);
+  }
+
+  void fill(int count) {
+    while (recorded < count) record(nth(recorded++));
+  }
+
+  qk_mem_ptr* record(void* address) {
+    return qk_mem_new_ptr(handle, address, 'M', "src/app.c", 12, &Qk_mem_debug[4]);
+  }
+
+  void forget(void* address) {
+    if (qk_mem_ptr* found = qk_mem_get_ptr(handle, address)) qk_mem_free_ptr(handle, found);
+  }
+
+  /** Bytes of the records of the handle's own memory. */
+  [[nodiscard]] std::vector<std::uint64_t> handle_memory() const {
+    std::vector<std::uint64_t> sizes;
+    for (const qk_mem_ptr_array& array : handle->ptrs) {
+      for (int i = 1; i < array.capacity; ++i) {
+        const qk_mem_ptr& slot = array.ptrs[i];
+        if (slot.kind == 'H' && slot.address != handle) sizes.push_back(slot.count * slot.size);
+      }
+    }
+    return sizes;
+  }
+
+  const Scene scene{"DEBUG=qk_mem_del_handle"};
+  int hid;
+  qk_mem_handle* handle;
+  int recorded = 0;
+};
+
+TEST_F(LargeArray, KeepsItsAddressesTwiceAndAccountsForThat) {
+  fill(kBeforeLarge);
+  EXPECT_EQ(handle_memory(), std::vector<std::uint64_t>{});
+  const std::uint64_t before = handle->overhead_amount;
+  fill(kBeforeLarge + 1);
+  EXPECT_EQ(handle_memory(), (std::vector<std::uint64_t>{4 + 2 * 1056}));
+  EXPECT_GE(handle->overhead_amount, before + 64 * 48 + 4 + 2 * 1056);
+}
+
+TEST_F(LargeArray, ReplacesThemWhereTheyDoNotReachAndCountsTheDataAsBefore) {
+  fill(1100);
+  EXPECT_EQ(handle_memory(), (std::vector<std::uint64_t>{4 + 2 * 2208}));
+  EXPECT_EQ(handle->qty, 1100U);
+}
+
+TEST_F(LargeArray, FindsEachAddressAndNoOther) {
+  fill(3000);
+  for (int i = 0; i < 3000; i += 7) forget(nth(i));
+  for (int i = 0; i < 3000; ++i) {
+    const qk_mem_ptr* found = qk_mem_get_ptr(handle, nth(i));
+    if (i % 7 == 0) {
+      EXPECT_EQ(found, nullptr) << i;
+    } else {
+      ASSERT_NE(found, nullptr) << i;
+      EXPECT_EQ(found->address, nth(i));
+    }
+  }
+  EXPECT_EQ(qk_mem_get_ptr(handle, nth(3000)), nullptr);
+}
+
+TEST_F(LargeArray, TellsAddressesApartThatAgreeIn16Bits) {
+  fill(600);
+  void* const far = kit::at(0x100000 + (std::uintptr_t{1} << 23));
+  EXPECT_EQ(qk_mem_get_ptr(handle, far), nullptr);
+  qk_mem_ptr* made = record(far);
+  EXPECT_EQ(qk_mem_get_ptr(handle, nth(0)), handle->ptrs[0].ptrs + 1);
+  EXPECT_EQ(qk_mem_get_ptr(handle, far), made);
+  forget(far);
+}
+
+TEST_F(LargeArray, FindsAddressesWhose16BitsAreZero) {
+  fill(600);
+  void* const zero = kit::at(std::uintptr_t{1} << 40);
+  qk_mem_ptr* made = record(zero);
+  record(nth(700));
+  EXPECT_EQ(qk_mem_get_ptr(handle, zero), made);
+  forget(zero);
+  EXPECT_EQ(record(nth(701)), made) << "the slot is free again";
+  forget(nth(700));
+  forget(nth(701));
+}
+
+TEST_F(LargeArray, OfTwoRecordsFindsTheOneInTheLowerSlot) {
+  fill(600);
+  qk_mem_ptr* first = qk_mem_get_ptr(handle, nth(5));
+  record(nth(5));
+  record(nth(700));
+  EXPECT_EQ(qk_mem_get_ptr(handle, nth(5)), first);
+  forget(nth(5));
+  forget(nth(5));
+  forget(nth(700));
+}
+
+TEST_F(LargeArray, GivesTheLowestFreeSlotFirst) {
+  fill(2000);
+  qk_mem_ptr* slots = handle->ptrs[0].ptrs;
+  const auto slot_of = [&](int i) { return qk_mem_get_ptr(handle, nth(i)) - slots; };
+  const int freed[] = {900, 40, 1500, 1000, 41};
+  std::vector<std::ptrdiff_t> expected;
+  for (const int i : {40, 41, 900, 1000, 1500}) expected.push_back(slot_of(i));
+  for (const int i : freed) forget(nth(i));
+  for (std::size_t i = 0; i < expected.size(); ++i) {
+    EXPECT_EQ(record(nth(3000 + static_cast<int>(i))) - slots, expected[i]);
+  }
+  for (int i = 3000; i < 3005; ++i) forget(nth(i));
+}
+
+TEST_F(LargeArray, WithoutMemoryForThemFindsEverythingToo) {
+  fill(kBeforeLarge);
+  kit::fail_request(2);  // The first one is the array's own.
+  fill(kBeforeLarge + 1);
+  EXPECT_TRUE(kit::has_failed());
+  EXPECT_EQ(handle_memory(), std::vector<std::uint64_t>{});
+  EXPECT_EQ(qk_mem_error(), 0);
+  for (int i = 0; i <= kBeforeLarge; ++i) EXPECT_NE(qk_mem_get_ptr(handle, nth(i)), nullptr) << i;
+  fill(kBeforeLarge + 65);
+  EXPECT_EQ(handle_memory().size(), 1U) << "the next growth tries again";
+}
+
+TEST_F(LargeArray, ReleasesThemWithTheHandleWithoutAWarning) {
+  fill(600);
+  for (int i = 0; i < 600; ++i) forget(nth(i));
+  qk_mem_idel_handle(hid, "src/app.c", 4);
+  EXPECT_EQ(scene.log().find("unknown HANDLE MEMORY"), std::string::npos);
+  recorded = 0;
+}
+
+}  // namespace
