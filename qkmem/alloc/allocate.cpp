@@ -62,7 +62,7 @@ template <class Lock>
   void* piece = nullptr;
   {
     const Lock lock(handle);
-    piece = take_from_head(handle, size, align);
+    piece = take_piece_quickly(handle, size, align);
   }
   return piece != nullptr ? piece : malloc_on_handle(handle.id, size, align, file, line);
 }
@@ -73,7 +73,7 @@ template <class Lock>
   void* piece = nullptr;
   {
     const Lock lock(handle);
-    piece = take_from_head(handle, size, align);
+    piece = take_piece_quickly(handle, size, align);
   }
   if (piece == nullptr) return malloc_on_handle(handle.id, size, align, file, line);
   if (!record_quickly<Lock>(handle, piece, kind_on(handle, kind::kMalloc), 1, size, file, line)) {

@@ -111,14 +111,6 @@ void reclaim(qk_mem_handle& handle, qk_mem_block& block, const void* ptr, std::u
   gained_room(handle, block);
 }
 
-/** Takes a piece where the present blocks have room; null where they don't. Needs the lock. */
-void* take_piece(qk_mem_handle& handle, std::size_t size, int alignment) {
-  const Piece piece = take_first_fit(handle, size, static_cast<std::uint64_t>(alignment));
-  if (piece.block == nullptr) return nullptr;
-  handle.block_used += size + piece.padding;
-  return data_of(*piece.block) + piece.offset;
-}
-
 /** Links a new block in and takes a piece from its start. Needs the lock. */
 void* take_from_new_block(qk_mem_handle& handle, qk_mem_block& block, std::size_t size) {
   const qk_mem_block* head = handle.blocks;
@@ -172,6 +164,13 @@ bool refuses(int alignment) {
   if (alignment > 0) return false;
   Qk_mem_error.set(qk_error_no(EINVAL));
   return true;
+}
+
+void* take_piece(qk_mem_handle& handle, std::size_t size, int alignment) {
+  const Piece piece = take_first_fit(handle, size, static_cast<std::uint64_t>(alignment));
+  if (piece.block == nullptr) return nullptr;
+  handle.block_used += size + piece.padding;
+  return data_of(*piece.block) + piece.offset;
 }
 
 void* allocate_piece(qk_mem_handle& handle, std::size_t size, int alignment, const Site& site) {

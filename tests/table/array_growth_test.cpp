@@ -276,8 +276,8 @@ TEST(LargeTable, HoldsManyPointersAndGivesEachBack) {
   fill(handle, 10000);
   EXPECT_EQ(handle.array(), "10064 slots, 10001 used");
   EXPECT_EQ(handle->qty, 10000U);
-  const std::string overhead = std::to_string(handle->overhead_qty) + " for " +
-                               std::to_string(handle->overhead_amount);
+  const std::string overhead =
+      std::to_string(handle->overhead_qty) + " for " + std::to_string(handle->overhead_amount);
   for (std::uintptr_t i = 0; i < 10000; ++i) {
     qk_mem_ptr* slot = qk_mem_get_ptr(handle, at(0x100 + i * 0x80));
     ASSERT_NE(slot, nullptr) << i;
