@@ -28,7 +28,7 @@ inline void store(T& variable, std::type_identity_t<T> value) noexcept {
 /** Adds and returns the new value. Unsigned variables wrap. */
 template <class T>
 inline T add(T& variable, std::type_identity_t<T> by, bool single_threaded) noexcept {
-  if (single_threaded) {
+  if (single_threaded) [[likely]] {
     const T sum = static_cast<T>(load(variable) + by);
     store(variable, sum);
     return sum;

@@ -49,7 +49,8 @@ template <class Lock>
   qk_mem_ptr_array& array = array_of(handle, address);
   const Lock lock(handle);
   const std::int32_t index = likely_free_slot(array);
-  if (!is_free(array, index)) return false;
+  if (!is_free(array, index)) [[unlikely]]
+    return false;
   const bool single_threaded = qk::is_single_threaded();
   const std::uint32_t seq = qk::add(Qk_mem_seq, 1, single_threaded);
   const auto short_line = static_cast<std::uint16_t>(line);
@@ -66,7 +67,8 @@ template <class Lock>
   qk_mem_ptr_array& array = array_of(handle, address);
   const Lock lock(handle);
   const std::int32_t index = find_slot(array, address);
-  if (index <= 0) return false;
+  if (index <= 0) [[unlikely]]
+    return false;
   if (taken != nullptr) *taken = {read_slot(array.ptrs[index]), index};
   take_out(handle, array, index, totals, qk::is_single_threaded());
   return true;

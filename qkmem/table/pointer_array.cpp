@@ -8,8 +8,9 @@ namespace {
 /** A slot from `index` on that holds an address, or null for a free one. */
 std::int32_t walk(const qk_mem_ptr_array& array, std::int32_t index, const void* address) {
   const std::int32_t slots = slots_of(array);
+#pragma GCC unroll 4
   for (; index < slots; ++index) {
-    if (address_in(array.ptrs[index]) == address) return index;
+    if (qk::load(array.ptrs[index].address) == address) return index;
   }
   return kNoSlot;
 }

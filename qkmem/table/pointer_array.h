@@ -2,6 +2,7 @@
 #define QKMEM_TABLE_POINTER_ARRAY_H_
 
 #include <cstdint>
+#include <new>
 
 #include "qkmem/core/records.h"
 #include "qkmem/table/slot.h"
@@ -14,17 +15,28 @@ namespace qk::mem {
 
 inline constexpr std::int32_t kNoSlot = -1;
 
-/** The array that an address belongs to. */
+/**
+ * The array that an address belongs to. Laundered, as the compiler else derives its place in the
+ * handle anew for every field.
+ */
 [[nodiscard]] inline qk_mem_ptr_array& array_of(qk_mem_handle& handle, const void* address) {
-  return handle.ptrs[(reinterpret_cast<std::uintptr_t>(address) >> 4) & 7];
+  return *std::launder(&handle.ptrs[(reinterpret_cast<std::uintptr_t>(address) >> 4) & 7]);
 }
 
 [[nodiscard]] inline bool is_full(const qk_mem_ptr_array& array) {
   return array.used == array.capacity;
 }
 
+/** Whether a slot holds an address; `index` can lie beyond the end, and then no address is there.
+ */
+[[nodiscard]] inline bool holds(const qk_mem_ptr_array& array, std::int32_t index,
+                                const void* address) {
+  return array.ptrs != nullptr && index < array.capacity &&
+         qk::load(array.ptrs[index].address) == address;
+}
+
 [[nodiscard]] inline bool is_free(const qk_mem_ptr_array& array, std::int32_t index) {
-  return index < slots_of(array) && address_in(array.ptrs[index]) == nullptr;
+  return holds(array, index, nullptr);
 }
 
 /** What the slices of an array show for an address: never 0, which means a free slot. */
@@ -52,8 +64,9 @@ inline constexpr std::int32_t kNoSlot = -1;
 
 /** The slot that was used last if it holds an address, else the first that does. */
 [[nodiscard]] inline std::int32_t find_slot(qk_mem_ptr_array& array, const void* address) {
-  if (slots_of(array) == 0 || address == nullptr) return kNoSlot;
-  if (address_in(array.ptrs[array.last]) == address) return array.last;
+  if (address == nullptr) return kNoSlot;
+  if (holds(array, array.last, address)) [[likely]]
+    return array.last;
   const std::int32_t index = search_slot(array, address);
   if (index != kNoSlot) array.last = index;
   return index;
@@ -61,7 +74,8 @@ inline constexpr std::int32_t kNoSlot = -1;
 
 /** Notes that a free slot is about to hold the record of an address. */
 inline void take_slot(qk_mem_ptr_array& array, std::int32_t index, const void* address) {
-  if (array.slices != nullptr) array.slices->values()[index] = slice_of(address);
+  if (array.slices != nullptr) [[unlikely]]
+    array.slices->values()[index] = slice_of(address);
   qk::bump(array.used, 1);
   array.last = index;
   if (index == array.spare) {
@@ -73,7 +87,8 @@ inline void take_slot(qk_mem_ptr_array& array, std::int32_t index, const void* a
 
 /** Notes that a slot is free; of two below `free_from` the higher one becomes the limit. */
 inline void give_slot(qk_mem_ptr_array& array, std::int32_t index) {
-  if (array.slices != nullptr) array.slices->values()[index] = 0;
+  if (array.slices != nullptr) [[unlikely]]
+    array.slices->values()[index] = 0;
   qk::bump(array.used, -1);
   if (index >= array.free_from) return;
   if (array.spare == 0) {

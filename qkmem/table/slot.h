@@ -29,7 +29,8 @@ namespace qk::mem {
   return record;
 }
 
-inline void write_slot(qk_mem_ptr& slot, const qk_mem_ptr& record) {
+/** All of a record but its address. */
+inline void write_contents(qk_mem_ptr& slot, const qk_mem_ptr& record) {
   qk::store(slot.tracker, record.tracker);
   qk::store(slot.file, record.file);
   qk::store(slot.count, record.count);
@@ -38,12 +39,16 @@ inline void write_slot(qk_mem_ptr& slot, const qk_mem_ptr& record) {
   qk::store(slot.line, record.line);
   qk::store(slot.kind, record.kind);
   qk::store(slot.baselined, record.baselined);
+}
+
+inline void write_slot(qk_mem_ptr& slot, const qk_mem_ptr& record) {
+  write_contents(slot, record);
   __atomic_store_n(&slot.address, record.address, __ATOMIC_RELEASE);
 }
 
 inline void clear_slot(qk_mem_ptr& slot) {
   __atomic_store_n(&slot.address, nullptr, __ATOMIC_RELAXED);
-  write_slot(slot, qk_mem_ptr{});
+  write_contents(slot, qk_mem_ptr{});
 }
 
 /** Slots of an array that can be walked: none after a growth that failed. */
