@@ -21,7 +21,7 @@ namespace qk::mem {
 
 /** The same, asked before anything else; never true before the start-up is over. */
 [[nodiscard]] inline bool bypasses_at_once(int hid) {
-  return bypasses_tracking(hid) && is_started();
+  return hid == QK_MEM_DATA_HANDLE && is_started() && !debugging();
 }
 
 /** Leaves the code of an allocation that just failed, and no line. The result is null. */

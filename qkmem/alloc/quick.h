@@ -23,9 +23,13 @@ namespace qk::mem {
          qk::load_pointer(Qk_mem_db) == nullptr;
 }
 
-/** The handle of a number, unless there is none or the general road is needed anyway. */
+/**
+ * The handle of a number, unless there is none or the general road is needed anyway. Found first:
+ * before the start-up is over there is none, and the switches aren't to be read.
+ */
 [[nodiscard]] inline qk_mem_handle* quiet_handle(int hid, Routine routine) {
-  return is_quiet(switches_of(routine)) ? handle_at_once(hid) : nullptr;
+  qk_mem_handle* handle = handle_at_once(hid);
+  return handle != nullptr && is_quiet(switches_of(routine)) ? handle : nullptr;
 }
 
 /** An ordinary handle whose pointers are recorded. */

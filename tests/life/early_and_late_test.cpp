@@ -1,5 +1,6 @@
 // Calls that come before main() and after the library's clean-up.
 #include <gtest/gtest.h>
+#include <sys/single_threaded.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -31,7 +32,8 @@ struct Late {
     say("the old handles are invalid", qk_mem_imalloc(2, 8, 16, "late.c", 1) == nullptr);
     say("which is told", qk_mem_error() == 5566);
     const int hid = qk_mem_inew_handle("MULTITHREADED AUTOFREE", "LT", "late.c", 2);
-    say("a new registry begins at 1", hid == 1);
+    // Where other threads may be going on, the overhead handle's number is not given away.
+    say("a new registry begins at its lowest number", hid == (__libc_single_threaded ? 1 : 2));
     void* const memory = qk_mem_imalloc(hid, 100, 16, "late.c", 3);
     say("memory is accounted", memory != nullptr && qk_mem_isize(hid, "late.c", 4) == 100);
     say("also under its tag", qk_mem_tag_size("LT") == 100);
@@ -101,7 +103,7 @@ TEST(LateCalls, WorkBeforeAndAfterTheCleanUp) {
             "registry is gone: yes\n"
             "the old handles are invalid: yes\n"
             "which is told: yes\n"
-            "a new registry begins at 1: yes\n"
+            "a new registry begins at its lowest number: yes\n"
             "memory is accounted: yes\n"
             "also under its tag: yes\n"
             "and freed: yes\n"

@@ -9,6 +9,7 @@
 #include "qkmem/table/pointer_table.h"
 #include "tests/kit/bare_handle.h"
 #include "tests/kit/failing_allocator.h"
+#include "tests/kit/placement.h"
 #include "tests/kit/scene.h"
 
 /** An array of 528 slots or more keeps its addresses a second time, to be searched faster. */
@@ -17,15 +18,18 @@ namespace {
 using kit::Scene;
 
 constexpr int kBeforeLarge = 463;  // pointers that fill the 464 slots of an array
-constexpr char kHandleMemory[] = "qk_mem_handle_memory";
 
-/** Made-up addresses that all belong to array 0 of a handle. */
-void* nth(int i) { return kit::at(0x100000 + static_cast<std::uintptr_t>(i) * 0x80); }
+/** The array of the made-up addresses, which holds none of the handle's own memory. */
+constexpr int kArray = 3;
+
+/** Made-up addresses that all belong to one array. */
+void* nth(int i) { return kit::at(0x100030 + static_cast<std::uintptr_t>(i) * 0x80); }
 
 /** A handle of the library's, with room for what the slices themselves are recorded with. */
 class LargeArray : public testing::Test {
  protected:
   LargeArray() {
+    kit::align_requests();
     qk_mem_init();
     hid = qk_mem_inew_handle("", "AB", "src/app.c", 3);
     handle = Qk_mem_handles[hid - 1];
@@ -99,17 +103,17 @@ TEST_F(LargeArray, FindsEachAddressAndNoOther) {
 
 TEST_F(LargeArray, TellsAddressesApartThatAgreeIn16Bits) {
   fill(600);
-  void* const far = kit::at(0x100000 + (std::uintptr_t{1} << 23));
+  void* const far = kit::at(0x100030 + (std::uintptr_t{1} << 23));
   EXPECT_EQ(qk_mem_get_ptr(handle, far), nullptr);
   qk_mem_ptr* made = record(far);
-  EXPECT_EQ(qk_mem_get_ptr(handle, nth(0)), handle->ptrs[0].ptrs + 1);
+  EXPECT_EQ(qk_mem_get_ptr(handle, nth(0)), handle->ptrs[kArray].ptrs + 1);
   EXPECT_EQ(qk_mem_get_ptr(handle, far), made);
   forget(far);
 }
 
 TEST_F(LargeArray, FindsAddressesWhose16BitsAreZero) {
   fill(600);
-  void* const zero = kit::at(std::uintptr_t{1} << 40);
+  void* const zero = kit::at((std::uintptr_t{1} << 40) + 0x30);
   qk_mem_ptr* made = record(zero);
   record(nth(700));
   EXPECT_EQ(qk_mem_get_ptr(handle, zero), made);
@@ -132,7 +136,7 @@ TEST_F(LargeArray, OfTwoRecordsFindsTheOneInTheLowerSlot) {
 
 TEST_F(LargeArray, GivesTheLowestFreeSlotFirst) {
   fill(2000);
-  qk_mem_ptr* slots = handle->ptrs[0].ptrs;
+  qk_mem_ptr* slots = handle->ptrs[kArray].ptrs;
   const auto slot_of = [&](int i) { return qk_mem_get_ptr(handle, nth(i)) - slots; };
   const int freed[] = {900, 40, 1500, 1000, 41};
   std::vector<std::ptrdiff_t> expected;

@@ -1,0 +1,146 @@
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "qkmem/core/registry.h"
+#include "qkmem/core/switches.h"
+#include "tests/kit/scene.h"
+
+/** Calls that nobody is told of take another road than those that are checked or traced. */
+namespace {
+
+using kit::Scene;
+
+/** Makes calls take the general road, on which then nothing is to be said. */
+void follow_all_calls() {
+  for (int routine = 0; routine < 20; ++routine) Qk_mem_debug[routine].on = 1;
+}
+
+struct Held {
+  int hid;
+  void* memory;
+};
+
+/** A life of some thousand calls on handles of every kind, the same for the same seed. */
+class Life {
+ public:
+  explicit Life(unsigned seed) : random_(seed) {
+    for (const char* options : {"", "MULTITHREADED", "BLOCKMGMT BLOCKSIZE=500 BLOCKFREE",
+                                "BLOCKMGMT BLOCKSIZE=3000", "BLOCKMGMT BLOCKFREE MULTITHREADED"}) {
+      handles_.push_back(qk_mem_inew_handle(options, "AB", "src/app.c", 3));
+    }
+  }
+
+  void step() {
+    const int hid = handles_[pick(handles_.size())];
+    switch (pick(held_.size() > 600 ? 12 : 9)) {
+      case 0:
+      case 1:
+      case 2:
+        keep(hid, qk_mem_imalloc(hid, pick(200), 1 << pick(5), "src/app.c", line()));
+        return;
+      case 3:
+        keep(hid, qk_mem_icalloc(hid, pick(10), pick(30), 8, "lib/other.c", line()));
+        return;
+      case 4:
+        keep(hid, qk_mem_istrdup(hid, "some words", "words.c", line()));
+        return;
+      case 5:
+        resize();
+        return;
+      case 6:
+        if (pick(40) == 0) clear(handles_[2 + pick(3)]);
+        return;
+      default:
+        release();
+    }
+  }
+
+ private:
+  unsigned pick(std::size_t end) { return static_cast<unsigned>(random_() % end); }
+  int line() { return static_cast<int>(pick(100000)); }
+
+  void keep(int hid, void* memory) {
+    if (memory != nullptr) held_.push_back({hid, memory});
+  }
+
+  void resize() {
+    if (held_.empty()) return;
+    Held& held = held_[pick(held_.size())];
+    void* memory = qk_mem_irealloc(held.hid, held.memory, 1 + pick(300), 8, "src/app.c", line());
+    if (memory != nullptr) held.memory = memory;
+  }
+
+  void release() {
+    if (held_.empty()) return;
+    const std::size_t at = pick(held_.size());
+    const Held held = held_[at];
+    held_[at] = held_.back();
+    held_.pop_back();
+    qk_mem_ifree(held.hid, held.memory, "src/app.c", line());
+  }
+
+  void clear(int hid) {
+    qk_mem_iclear_handle(hid, "src/app.c", line());
+    std::erase_if(held_, [hid](const Held& held) { return held.hid == hid; });
+  }
+
+  std::mt19937 random_;
+  std::vector<int> handles_;
+  std::vector<Held> held_;
+};
+
+/** Every figure and every slot of the handles, on standard output. */
+void print_books() {
+  std::printf("events %u, tag %s\n", Qk_mem_seq, kit::tag_of("AB").c_str());
+  for (int hid = 1; hid <= Qk_mem_num_handles; ++hid) {
+    const qk_mem_handle& handle = *Qk_mem_handles[hid - 1];
+    std::printf("%d: data %s, overhead %s, blocks %u, %lu used\n", hid, kit::data_of(hid).c_str(),
+                kit::overhead_of(hid).c_str(), handle.num_blocks, handle.block_used);
+    for (const qk_mem_ptr_array& array : handle.ptrs) {
+      std::printf("  array of %d, %d used\n", array.capacity, array.used);
+      for (int i = 0; array.ptrs != nullptr && i < array.capacity; ++i) {
+        const qk_mem_ptr& slot = array.ptrs[i];
+        std::printf("    %d %d %p %lu/%lu %s:%d event %u\n", i, slot.kind, slot.address, slot.count,
+                    slot.size, slot.file == nullptr ? "" : slot.file, slot.line, slot.seq);
+      }
+    }
+  }
+}
+
+/** Lives in a process of its own and leaves its books in a file. */
+void live(unsigned seed, bool followed, const char* file) {
+  const pid_t child = fork();
+  if (child != 0) {
+    waitpid(child, nullptr, 0);
+    return;
+  }
+  if (std::freopen(file, "w", stdout) == nullptr) _Exit(1);
+  qk_mem_init();
+  if (followed) follow_all_calls();
+  Life life(seed);
+  for (int i = 0; i < 6000; ++i) life.step();
+  print_books();
+  std::fflush(stdout);
+  _Exit(0);
+}
+
+TEST(QuickRoad, LeavesTheBooksThatTheGeneralOneLeaves) {
+  const Scene scene;
+  for (unsigned seed = 1; seed <= 8; ++seed) {
+    // Nothing is allocated between the two, so that both are given the same addresses.
+    live(seed, false, "quick.txt");
+    live(seed, true, "general.txt");
+    const std::string books = kit::contents("quick.txt");
+    EXPECT_GT(books.size(), 10000U);
+    EXPECT_EQ(books, kit::contents("general.txt")) << "seed " << seed;
+  }
+}
+
+}  // namespace
