@@ -1,30 +1,36 @@
 #include "support/line.h"
 
 #include <algorithm>
-#include <charconv>
+#include <array>
 #include <cstring>
 
 namespace qk {
 namespace {
 
-/** Characters of the longest number of any kind. */
-constexpr std::size_t kLongestNumber = 24;
-
-/** The digits of a number in a place of their own. */
-class Digits {
- public:
-  template <class Number>
-  Digits(Number value, int base)
-      : end_(std::to_chars(text_, text_ + sizeof text_, value, base).ptr) {}
-
-  [[nodiscard]] std::string_view view() const {
-    return {text_, static_cast<std::size_t>(end_ - text_)};
+/** All numbers of two digits, one after the other. */
+constexpr auto kPairs = [] {
+  std::array<char, 200> pairs{};
+  for (std::size_t i = 0; i < 100; ++i) {
+    pairs[2 * i] = static_cast<char>('0' + i / 10);
+    pairs[2 * i + 1] = static_cast<char>('0' + i % 10);
   }
+  return pairs;
+}();
 
- private:
-  char text_[kLongestNumber];
-  char* end_;
-};
+/** Writes the decimal digits of a number in front of `end` and returns where they begin. */
+char* write_digits(std::uint64_t value, char* end) noexcept {
+  for (; value >= 100; value /= 100) {
+    end -= 2;
+    std::memcpy(end, &kPairs[2 * (value % 100)], 2);
+  }
+  if (value < 10) {
+    *--end = static_cast<char>('0' + value);
+    return end;
+  }
+  end -= 2;
+  std::memcpy(end, &kPairs[2 * value], 2);
+  return end;
+}
 
 }  // namespace
 
@@ -41,20 +47,45 @@ Line& Line::put(std::string_view text, std::size_t width) noexcept {
   return put(text);
 }
 
+/** `digits` are followed by enough readable bytes to be copied in one piece. */
+Line& Line::place_digits(const char* digits, std::size_t count, std::size_t width) noexcept {
+  const std::size_t blanks = width > count ? width - count : 0;
+  if (kCapacity - length_ < blanks + count) return put({digits, count}, width);
+  fill(' ', blanks);
+  std::memcpy(text_ + length_, digits, kLongestNumber);
+  length_ += count;
+  return *this;
+}
+
 Line& Line::number(std::uint64_t value, std::size_t width) noexcept {
-  return put(Digits(value, 10).view(), width);
+  char text[2 * kLongestNumber] = {};
+  char* const end = text + kLongestNumber;
+  const char* digits = write_digits(value, end);
+  return place_digits(digits, static_cast<std::size_t>(end - digits), width);
 }
 
 Line& Line::signed_number(std::int64_t value, std::size_t width) noexcept {
-  return put(Digits(value, 10).view(), width);
+  if (value >= 0) return number(static_cast<std::uint64_t>(value), width);
+  char text[2 * kLongestNumber] = {};
+  char* const end = text + kLongestNumber;
+  char* digits = write_digits(0 - static_cast<std::uint64_t>(value), end);
+  *--digits = '-';
+  return place_digits(digits, static_cast<std::size_t>(end - digits), width);
 }
 
 Line& Line::hex(std::uint64_t value, int precision) noexcept {
   if (precision == 0 && value == 0) return *this;
-  const Digits digits(value, 16);
+  char text[2 * kLongestNumber] = {};
+  char* const end = text + kLongestNumber;
+  char* digits = end;
+  do {
+    *--digits = "0123456789abcdef"[value & 15];
+    value >>= 4;
+  } while (value != 0);
+  const auto count = static_cast<std::size_t>(end - digits);
   const std::size_t least = precision < 0 ? 1 : static_cast<std::size_t>(precision);
-  if (digits.view().size() < least) fill('0', least - digits.view().size());
-  return put(digits.view());
+  if (count < least) fill('0', least - count);
+  return place_digits(digits, count, 0);
 }
 
 }  // namespace qk

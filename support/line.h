@@ -64,13 +64,18 @@ class Line {
   }
 
  private:
+  // Numbers are copied in one piece of this size, whatever their length.
+  static constexpr std::size_t kLongestNumber = 24;
+
+  Line& place_digits(const char* digits, std::size_t count, std::size_t width) noexcept;
+
   void fill(char c, std::size_t count) noexcept {
     for (; count != 0; --count) put(c);
   }
 
   std::size_t length_ = 0;
   bool cut_ = false;
-  char text_[kCapacity];
+  char text_[kCapacity + kLongestNumber];
 };
 
 }  // namespace qk

@@ -34,7 +34,7 @@ struct EmptyCall {
 class Qkmem {
  public:
   explicit Qkmem(const char* options)
-      : id_(options == nullptr ? QK_MEM_DATA_HANDLE : qk_mem_new_handle(options, "")) {}
+      : id_(options == nullptr ? QK_MEM_DATA_HANDLE : qk_mem_new_handle(options, "QB")) {}
   explicit Qkmem(const std::string& options) : Qkmem(options.c_str()) {}
   ~Qkmem() {
     if (id_ != QK_MEM_DATA_HANDLE) qk_mem_del_handle(id_);
