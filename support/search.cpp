@@ -20,6 +20,16 @@ std::int32_t find_singly(const std::uint16_t* values, std::int32_t from, std::in
 /** Values of a step: four vectors, whose results are looked at together. */
 constexpr std::int32_t kStep = 64;
 
+/** The index of the first value that is found, of masks with two bits for each value. */
+std::int32_t first_in(std::uint64_t low, std::uint64_t high, std::int32_t values) noexcept {
+  return low != 0 ? __builtin_ctzll(low) / 2 : values + __builtin_ctzll(high) / 2;
+}
+
+[[gnu::target("avx2")]] std::uint64_t mask_of(__m256i low, __m256i high) noexcept {
+  return static_cast<std::uint32_t>(_mm256_movemask_epi8(low)) |
+         std::uint64_t{static_cast<std::uint32_t>(_mm256_movemask_epi8(high))} << 32;
+}
+
 [[gnu::target("avx2")]] std::int32_t find_with_avx2(const std::uint16_t* values, std::int32_t from,
                                                     std::int32_t end,
                                                     std::uint16_t value) noexcept {
@@ -31,7 +41,9 @@ constexpr std::int32_t kStep = 64;
     const __m256i c = _mm256_cmpeq_epi16(_mm256_loadu_si256(at + 2), wanted);
     const __m256i d = _mm256_cmpeq_epi16(_mm256_loadu_si256(at + 3), wanted);
     const __m256i any = _mm256_or_si256(_mm256_or_si256(a, b), _mm256_or_si256(c, d));
-    if (_mm256_testz_si256(any, any) == 0) return find_singly(values, from, from + kStep, value);
+    if (_mm256_testz_si256(any, any) == 0) {
+      return from + first_in(mask_of(a, b), mask_of(c, d), kStep / 2);
+    }
   }
   return find_singly(values, from, end, value);
 }
