@@ -55,26 +55,25 @@ template <class Lock>
 [[gnu::noinline]] void* malloc_on_handle(int hid, std::size_t size, int align, const char* file,
                                          int line);
 
+template <class Lock>
+[[gnu::always_inline]] inline void* take_piece_locked(qk_mem_handle& handle, std::size_t size,
+                                                      int align) {
+  const Lock lock(handle);
+  return take_piece_quickly(handle, size, align);
+}
+
 /** On a block-managed handle that keeps no records of its pieces. */
 template <class Lock>
 [[gnu::noinline]] void* piece_quickly(qk_mem_handle& handle, std::size_t size, int align,
                                       const char* file, int line) {
-  void* piece = nullptr;
-  {
-    const Lock lock(handle);
-    piece = take_piece_quickly(handle, size, align);
-  }
+  void* piece = take_piece_locked<Lock>(handle, size, align);
   return piece != nullptr ? piece : malloc_on_handle(handle.id, size, align, file, line);
 }
 
 template <class Lock>
 [[gnu::noinline]] void* recorded_piece_quickly(qk_mem_handle& handle, std::size_t size, int align,
                                                const char* file, int line) {
-  void* piece = nullptr;
-  {
-    const Lock lock(handle);
-    piece = take_piece_quickly(handle, size, align);
-  }
+  void* piece = take_piece_locked<Lock>(handle, size, align);
   if (piece == nullptr) return malloc_on_handle(handle.id, size, align, file, line);
   if (!record_quickly<Lock>(handle, piece, kind_on(handle, kind::kMalloc), 1, size, file, line)) {
     record_allocation(handle, piece, kind::kMalloc, {1, size}, malloc_site(file, line));

@@ -69,6 +69,16 @@ class HandleLock {
   qk::Mtx* mtx_;
 };
 
+/** Both locks in the order in which they are taken wherever both are held. */
+class RegistryAndHandleLock {
+ public:
+  explicit RegistryAndHandleLock(const qk_mem_handle& handle) : handle_(handle) {}
+
+ private:
+  RegistryLock registry_;
+  HandleLock handle_;
+};
+
 /** Counts an event and returns its number. */
 inline std::uint32_t next_seq() { return qk::add(Qk_mem_seq, 1); }
 

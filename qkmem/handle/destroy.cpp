@@ -95,8 +95,7 @@ void release_blocks(qk_mem_handle& handle, const Site& site) {
 
 /** Lets go of an array under the registry's lock, under which reports read arrays. */
 qk_mem_ptr* detach_array(qk_mem_handle& handle, int index) {
-  const RegistryLock registry;
-  const HandleLock lock(handle);
+  const RegistryAndHandleLock lock(handle);
   qk_mem_ptr_array& array = handle.ptrs[index];
   qk_mem_ptr* slots = array.ptrs;
   qk_mem_free_ptrs(&handle, index);

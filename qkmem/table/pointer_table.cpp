@@ -31,13 +31,12 @@ class RecordingLock {
     handle_.emplace(handle);
     if (!is_full(array)) return;
     handle_.reset();
-    registry_.emplace();
-    handle_.emplace(handle);
+    both_.emplace(handle);
   }
 
  private:
-  std::optional<RegistryLock> registry_;
   std::optional<HandleLock> handle_;
+  std::optional<RegistryAndHandleLock> both_;
 };
 
 /** Bytes of an array of `slots`; the count has 32 bits, and one that outgrows them can't be had. */

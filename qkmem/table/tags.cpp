@@ -27,7 +27,7 @@ void bear_tag(qk_mem_handle& handle) {
     handle.owns_tag = 1;
     tag.owner = &handle;
   } else if (tag.owner != nullptr) {
-    const HandleLock lock(*tag.owner);
+    const RegistryAndHandleLock lock(*tag.owner);
     tag.owner->owns_tag = 0;
     tag.owner = nullptr;
   }
@@ -38,7 +38,7 @@ void give_tag_up(qk_mem_handle& handle) {
   handle.bears_tag = 0;
   --handle.tag->bearers;
   if (handle.tag->owner != &handle) return;
-  const HandleLock lock(handle);
+  const RegistryAndHandleLock lock(handle);
   handle.owns_tag = 0;
   handle.tag->owner = nullptr;
 }
