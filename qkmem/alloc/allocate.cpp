@@ -33,11 +33,7 @@ void warn_of_malloc_misuse(const qk_mem_handle& handle, std::size_t size, int al
     record_allocation(handle, memory, kind::kMalloc, {1, size}, site);
     return memory;
   }
-  SystemFailure failure;
-  if (reports(site)) {
-    qk_mem_write_log("   %s: ERROR: malloc of %zu at %s:%d failed: %d %s\n", site.routine, size,
-                     site.file(), site.line, failure.number(), failure.text());
-  }
+  report_failed_malloc(size, site);
   return nullptr;
 }
 

@@ -1,8 +1,17 @@
 #include "qkmem/alloc/entry.h"
 
+#include "qkmem/diag/log.h"
 #include "qkmem/diag/system_failure.h"
 
 namespace qk::mem {
+
+void report_failed_malloc(std::size_t size, const Site& site) {
+  SystemFailure failure;
+  if (reports(site)) {
+    qk_mem_write_log("   %s: ERROR: malloc of %zu at %s:%d failed: %d %s\n", site.routine, size,
+                     site.file(), site.line, failure.number(), failure.text());
+  }
+}
 
 void* untracked_failure() {
   SystemFailure();

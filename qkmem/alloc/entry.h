@@ -24,6 +24,9 @@ namespace qk::mem {
   return hid == QK_MEM_DATA_HANDLE && is_started() && !debugging();
 }
 
+/** Leaves the code of a malloc that just failed and reports it. */
+[[gnu::cold]] void report_failed_malloc(std::size_t size, const Site& site);
+
 /** Leaves the code of an allocation that just failed, and no line. The result is null. */
 [[gnu::cold]] void* untracked_failure();
 

@@ -8,7 +8,6 @@
 #include "qkmem/alloc/entry.h"
 #include "qkmem/alloc/system_memory.h"
 #include "qkmem/diag/log.h"
-#include "qkmem/diag/system_failure.h"
 #include "support/system.h"
 
 namespace qk::mem {
@@ -85,11 +84,7 @@ bool loses_contents(int hid) {
 void* obtain_copy(const void* contents, std::size_t size, const Site& site) {
   void* copy = system_malloc(size);
   if (copy != nullptr) return std::memcpy(copy, contents, size);
-  SystemFailure failure;
-  if (reports(site)) {
-    qk_mem_write_log("   %s: ERROR: malloc of %zu at %s:%d failed: %d %s\n", site.routine, size,
-                     site.file(), site.line, failure.number(), failure.text());
-  }
+  report_failed_malloc(size, site);
   return nullptr;
 }
 

@@ -63,7 +63,7 @@ class DeletionRules : public WalkRules {
   }
 
   qk_mem_handle& handle_;
-  Site site_;
+  const Site& site_;
   unsigned char letter_ = event::kFree;
 };
 
@@ -112,6 +112,13 @@ void release_arrays(qk_mem_handle& handle, const Site& site) {
   }
 }
 
+/** Under both locks, as the growth of an array does it: the row in the trace file asks for the
+ * first. */
+void release_slices(qk_mem_handle& handle, const Site& site) {
+  const RegistryAndHandleLock lock(handle);
+  for (qk_mem_ptr_array& array : handle.ptrs) drop_slices(handle, array, site);
+}
+
 void leave_tag(qk_mem_handle& handle) {
   const RegistryLock lock;
   give_tag_up(handle);
@@ -156,7 +163,7 @@ extern "C" int qk_mem_idel_handle(int hid, const char* file, int line) {
   qk_mem_handle* handle = open_handle(hid, site);
   if (handle == nullptr) return qk_mem_error();
   const bool has_records = keeps_records(*handle);
-  for (qk_mem_ptr_array& array : handle->ptrs) drop_slices(*handle, array, site);
+  release_slices(*handle, site);
   if (has_records) {
     DeletionRules rules(*handle, site);
     release_records(*handle, site, rules);

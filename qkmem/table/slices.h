@@ -7,7 +7,7 @@
 /**
  * The slices of large pointer arrays: bookkeeping of the library's own, recorded as 'H' on the
  * handle. Without them, as when there was no memory, everything is found just the same, more
- * slowly.
+ * slowly. All calls need the registry's lock and the handle's.
  */
 namespace qk::mem {
 

@@ -10,6 +10,7 @@
 
 #include "qkmem/core/registry.h"
 #include "qkmem/core/switches.h"
+#include "qkmem/diag/trace_file.h"
 #include "tests/kit/scene.h"
 
 /** Calls that nobody is told of take another road than those that are checked or traced. */
@@ -17,9 +18,10 @@ namespace {
 
 using kit::Scene;
 
-/** Makes calls take the general road, on which then nothing is to be said. */
-void follow_all_calls() {
+/** Makes calls take the general road: all are checked, and rows of them go to `trace_file`. */
+void follow_all_calls(FILE* trace_file) {
   for (int routine = 0; routine < 20; ++routine) Qk_mem_debug[routine].on = 1;
+  Qk_mem_db = trace_file;
 }
 
 struct Held {
@@ -123,7 +125,9 @@ void live(unsigned seed, bool followed, const char* file) {
   }
   if (std::freopen(file, "w", stdout) == nullptr) _Exit(1);
   qk_mem_init();
-  if (followed) follow_all_calls();
+  FILE* trace_file = std::fopen("/dev/null", "w");
+  std::setvbuf(trace_file, nullptr, _IONBF, 0);
+  if (followed) follow_all_calls(trace_file);
   Life life(seed);
   for (int i = 0; i < 6000; ++i) life.step();
   print_books();
