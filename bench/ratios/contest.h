@@ -56,7 +56,8 @@ Spread spread_of(std::vector<double> values);
 /** Of the calling thread. */
 Nanoseconds processor_time();
 
-/** What `body` takes of this thread's processor: whatever else the machine does meanwhile is out.
+/**
+ * What `body` takes of this thread's processor: whatever else the machine does meanwhile is out.
  */
 template <class Body>
 Nanoseconds timed(Body&& body) {

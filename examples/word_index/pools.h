@@ -19,7 +19,8 @@ struct Pools {
 /** Opens the handles, or ends the program. */
 Pools open_pools();
 
-/** Leaves the handles to the end of the process, where the report shows what is forgotten on them.
+/**
+ * Leaves the handles to the end of the process, where the report shows what is forgotten on them.
  */
 void leave_open(Pools& pools);
 

@@ -20,7 +20,8 @@ struct TopWords {
   std::size_t count;
 };
 
-/** Finds at most `limit` words, the most frequent first, those that are equal in alphabetic order.
+/**
+ * Finds at most `limit` words, the most frequent first, those that are equal in alphabetic order.
  */
 TopWords find_top_words(int hid, const Index& index, std::size_t limit);
 

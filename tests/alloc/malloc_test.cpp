@@ -3,7 +3,7 @@
 #include <climits>
 #include <cstring>
 
-#include "qkmem/core/registry.h"
+#include "core/registry.h"
 #include "tests/kit/failing_allocator.h"
 #include "tests/kit/ledger.h"
 #include "tests/kit/scene.h"

@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "qkmem/table/pointer_table.h"
+#include "table/pointer_table.h"
 #include "tests/kit/failing_allocator.h"
 #include "tests/kit/ledger.h"
 #include "tests/kit/scene.h"

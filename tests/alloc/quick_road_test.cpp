@@ -8,9 +8,9 @@
 #include <string>
 #include <vector>
 
-#include "qkmem/core/registry.h"
-#include "qkmem/core/switches.h"
-#include "qkmem/diag/trace_file.h"
+#include "core/registry.h"
+#include "core/switches.h"
+#include "diag/trace_file.h"
 #include "tests/kit/scene.h"
 
 /** Calls that nobody is told of take another road than those that are checked or traced. */

@@ -2,9 +2,9 @@
 
 #include <string>
 
-#include "qkmem/core/registry.h"
-#include "qkmem/table/pointer_table.h"
-#include "qkmem/table/tags.h"
+#include "core/registry.h"
+#include "table/pointer_table.h"
+#include "table/tags.h"
 #include "tests/kit/heap.h"
 #include "tests/kit/report.h"
 #include "tests/kit/scene.h"
@@ -33,7 +33,8 @@ std::string baseline_of(const qk_mem_handle& handle) {
 
 std::string baseline_of(const qk_mem_tag& tag) { return sum(tag.base_qty, tag.base_amount); }
 
-/** The kinds of a handle's records, by array and slot; what a baseline covered stands in brackets.
+/**
+ * The kinds of a handle's records, by array and slot; what a baseline covered stands in brackets.
  */
 std::string marks_of(const qk_mem_handle& handle) {
   std::string kinds;

@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <string>
 
-#include "qkmem/core/records.h"
-#include "qkmem/core/registry.h"
-#include "qkmem/core/switches.h"
+#include "core/records.h"
+#include "core/registry.h"
+#include "core/switches.h"
 #include "tests/kit/failing_allocator.h"
 #include "tests/kit/ledger.h"
 #include "tests/kit/report.h"
@@ -23,7 +23,8 @@ using kit::Stage;
 constexpr unsigned kGrowth = QK_MEM_DUMP_GROWTH;
 constexpr char kNoGrowth[] = "No memory growth since baseline\n";
 
-/** The rows of one section of a report: what stands between its band and the next line of dashes.
+/**
+ * The rows of one section of a report: what stands between its band and the next line of dashes.
  */
 std::string section(const std::string& text, const std::string& title) {
   const std::size_t band = text.find("- " + title + "  -");

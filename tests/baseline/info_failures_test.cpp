@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "qkmem/core/registry.h"
+#include "core/registry.h"
 #include "tests/kit/report.h"
 #include "tests/kit/scene.h"
 
@@ -126,7 +126,7 @@ TEST(InfoLogged, IsNothingWithoutDebugOfThisRoutine) {
   }
 }
 
-TEST(Info, AnswersAfterOffAsBefore) {
+TEST(InfoKeywords, AnswersAfterOffAsBefore) {
   Stage stage;
   hold(stage.handle(1), 0x1000, 'M', 1, 100);
   configure("OFF");

@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "qkmem/core/registry.h"
+#include "core/registry.h"
 #include "tests/kit/heap.h"
 #include "tests/kit/report.h"
 #include "tests/kit/scene.h"

@@ -7,8 +7,8 @@
 #include <string>
 #include <typeinfo>
 
-#include "qkmem/core/registry.h"
-#include "qkmem/table/pointer_table.h"
+#include "core/registry.h"
+#include "table/pointer_table.h"
 #include "tests/kit/blocks.h"
 #include "tests/kit/ledger.h"
 #include "tests/kit/report.h"

@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <string>
 
-#include "qkmem/core/registry.h"
+#include "core/registry.h"
 #include "tests/kit/blocks.h"
 #include "tests/kit/failing_allocator.h"
 #include "tests/kit/scene.h"

@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "qkmem/core/registry.h"
+#include "core/registry.h"
 #include "tests/kit/blocks.h"
 #include "tests/kit/report.h"
 #include "tests/kit/scene.h"

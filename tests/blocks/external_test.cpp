@@ -3,9 +3,9 @@
 #include <cstdint>
 #include <cstdlib>
 
-#include "qkmem/core/registry.h"
-#include "qkmem/table/blocks.h"
-#include "qkmem/table/pointer_table.h"
+#include "core/registry.h"
+#include "table/blocks.h"
+#include "table/pointer_table.h"
 #include "tests/kit/blocks.h"
 #include "tests/kit/ledger.h"
 #include "tests/kit/report.h"

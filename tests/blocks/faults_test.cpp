@@ -5,7 +5,7 @@
 #include <cstring>
 #include <string>
 
-#include "qkmem/core/registry.h"
+#include "core/registry.h"
 #include "tests/kit/blocks.h"
 #include "tests/kit/failing_allocator.h"
 #include "tests/kit/scene.h"

@@ -16,7 +16,8 @@ using kit::Scene;
 constexpr std::size_t kLarge = 1 << 20;
 const std::string kBlocks = "BLOCKMGMT BLOCKSIZE=" + std::to_string(kLarge);
 
-/** Counts large memory as the system's allocator tells of it, which it doesn't under a sanitizer.
+/**
+ * Counts large memory as the system's allocator tells of it, which it doesn't under a sanitizer.
  */
 class LargeMemory : public ::testing::Test {
  protected:

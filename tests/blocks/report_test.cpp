@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "qkmem/core/registry.h"
+#include "core/registry.h"
 #include "tests/kit/ledger.h"
 #include "tests/kit/scene.h"
 

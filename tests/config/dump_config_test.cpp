@@ -2,8 +2,8 @@
 
 #include <string>
 
-#include "qkmem/core/registry.h"
-#include "qkmem/core/switches.h"
+#include "core/registry.h"
+#include "core/switches.h"
 #include "tests/kit/scene.h"
 #include "tests/kit/status.h"
 

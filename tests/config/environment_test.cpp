@@ -5,9 +5,9 @@
 #include <filesystem>
 #include <string>
 
-#include "qkmem/config/debug_config.h"
-#include "qkmem/core/switches.h"
-#include "qkmem/diag/log.h"
+#include "config/debug_config.h"
+#include "core/switches.h"
+#include "diag/log.h"
 #include "tests/kit/scene.h"
 #include "tests/kit/status.h"
 

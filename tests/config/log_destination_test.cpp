@@ -6,9 +6,9 @@
 #include <fstream>
 #include <string>
 
-#include "qkmem/core/registry.h"
-#include "qkmem/core/switches.h"
-#include "qkmem/diag/log.h"
+#include "core/registry.h"
+#include "core/switches.h"
+#include "diag/log.h"
 #include "tests/kit/scene.h"
 
 namespace {

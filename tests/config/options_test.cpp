@@ -6,11 +6,11 @@
 #include <fstream>
 #include <string>
 
-#include "qkmem/core/registry.h"
-#include "qkmem/core/switches.h"
-#include "qkmem/diag/heap.h"
-#include "qkmem/diag/log.h"
-#include "qkmem/diag/trace_file.h"
+#include "core/registry.h"
+#include "core/switches.h"
+#include "diag/heap.h"
+#include "diag/log.h"
+#include "diag/trace_file.h"
 #include "tests/kit/scene.h"
 #include "tests/kit/status.h"
 

@@ -1,11 +1,11 @@
-#include "qkmem/diag/heap.h"
+#include "diag/heap.h"
 
 #include <gtest/gtest.h>
 
 #include <cstdio>
 #include <string>
 
-#include "qkmem/core/registry.h"
+#include "core/registry.h"
 #include "tests/kit/failing_allocator.h"
 #include "tests/kit/heap.h"
 #include "tests/kit/scene.h"

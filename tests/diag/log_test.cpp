@@ -1,4 +1,4 @@
-#include "qkmem/diag/log.h"
+#include "diag/log.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "qkmem/diag/trace_file.h"
+#include "diag/trace_file.h"
 
 #include <gtest/gtest.h>
 
@@ -9,7 +9,7 @@
 #include <thread>
 #include <vector>
 
-#include "qkmem/core/registry.h"
+#include "core/registry.h"
 #include "tests/kit/heap.h"
 #include "tests/kit/scene.h"
 

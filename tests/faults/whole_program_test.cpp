@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "qkmem/core/registry.h"
+#include "core/registry.h"
 #include "tests/kit/failing_allocator.h"
 #include "tests/kit/failing_runs.h"
 #include "tests/kit/live_memory.h"

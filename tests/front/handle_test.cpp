@@ -5,7 +5,7 @@
 #include <utility>
 #include <vector>
 
-#include "qkmem/core/registry.h"
+#include "core/registry.h"
 #include "qkmem/qkmem.hpp"
 #include "tests/kit/line_above.h"
 #include "tests/kit/scene.h"

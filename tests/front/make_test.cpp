@@ -9,7 +9,7 @@
 #include <string>
 #include <utility>
 
-#include "qkmem/core/registry.h"
+#include "core/registry.h"
 #include "qkmem/qkmem.hpp"
 #include "tests/kit/failing_allocator.h"
 #include "tests/kit/ledger.h"

@@ -3,9 +3,9 @@
 #include <string>
 #include <utility>
 
-#include "qkmem/core/registry.h"
+#include "core/registry.h"
 #include "qkmem/qkmem.hpp"
-#include "qkmem/table/pointer_table.h"
+#include "table/pointer_table.h"
 #include "tests/kit/failing_allocator.h"
 #include "tests/kit/ledger.h"
 #include "tests/kit/line_above.h"

@@ -1,8 +1,8 @@
 // The debug configuration: each line is one, and is then worked under.
 #include <cstring>
 
-#include "qkmem/core/switches.h"
-#include "qkmem/diag/log.h"
+#include "core/switches.h"
+#include "diag/log.h"
 #include "qkmem/qkmem.h"
 #include "tests/fuzz/fuzzing.h"
 

@@ -1,6 +1,6 @@
 // The module-wide options: the first line is a debug configuration, each other one a call.
-#include "qkmem/core/switches.h"
-#include "qkmem/diag/heap.h"
+#include "core/switches.h"
+#include "diag/heap.h"
 #include "qkmem/qkmem.h"
 #include "tests/fuzz/fuzzing.h"
 

@@ -1,5 +1,5 @@
 // The sections of the report: each line selects some.
-#include "qkmem/core/switches.h"
+#include "core/switches.h"
 #include "qkmem/qkmem.h"
 #include "tests/fuzz/fuzzing.h"
 

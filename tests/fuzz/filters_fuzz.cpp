@@ -1,6 +1,6 @@
 // Filters: the first byte chooses sections, the rest of the line is the filter.
 #include "qkmem/qkmem.h"
-#include "qkmem/report/filters.h"
+#include "report/filters.h"
 #include "tests/fuzz/fuzzing.h"
 
 namespace {

@@ -7,11 +7,11 @@
 #include <cstdio>
 #include <cstring>
 
-#include "qkmem/core/registry.h"
-#include "qkmem/core/switches.h"
-#include "qkmem/diag/heap.h"
-#include "qkmem/diag/log.h"
-#include "qkmem/diag/trace_file.h"
+#include "core/registry.h"
+#include "core/switches.h"
+#include "diag/heap.h"
+#include "diag/log.h"
+#include "diag/trace_file.h"
 #include "qkmem/qkmem.h"
 
 namespace {

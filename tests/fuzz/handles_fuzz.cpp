@@ -1,5 +1,5 @@
 // Creation of a handle: the first line is its options, the second its tag.
-#include "qkmem/core/registry.h"
+#include "core/registry.h"
 #include "qkmem/qkmem.h"
 #include "tests/fuzz/fuzzing.h"
 

@@ -2,8 +2,8 @@
 
 #include <string>
 
-#include "qkmem/core/registry.h"
-#include "qkmem/table/pointer_table.h"
+#include "core/registry.h"
+#include "table/pointer_table.h"
 #include "tests/kit/failing_allocator.h"
 #include "tests/kit/scene.h"
 

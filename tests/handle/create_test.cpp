@@ -6,9 +6,9 @@
 #include <thread>
 #include <vector>
 
-#include "qkmem/core/registry.h"
-#include "qkmem/core/switches.h"
-#include "qkmem/table/pointer_table.h"
+#include "core/registry.h"
+#include "core/switches.h"
+#include "table/pointer_table.h"
 #include "tests/kit/heap.h"
 #include "tests/kit/scene.h"
 
@@ -148,8 +148,10 @@ TEST(NewHandle, RecordsItsMutexOnItself) {
   EXPECT_FALSE(pool.record().mtx->held());
 }
 
-/** The track and track_blocks flags of handles 1, 2 and an ordinary one, made under a
- * configuration. */
+/**
+ * The track and track_blocks flags of handles 1, 2 and an ordinary one, made under a
+ * configuration.
+ */
 std::string tracking_under(const char* debug) {
   return kit::run({debug, "", ""},
                   [] {

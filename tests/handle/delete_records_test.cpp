@@ -5,10 +5,10 @@
 #include <string>
 #include <typeinfo>
 
-#include "qkmem/core/records.h"
-#include "qkmem/core/registry.h"
-#include "qkmem/core/switches.h"
-#include "qkmem/table/pointer_table.h"
+#include "core/records.h"
+#include "core/registry.h"
+#include "core/switches.h"
+#include "table/pointer_table.h"
 #include "tests/kit/bare_handle.h"
 #include "tests/kit/scene.h"
 

@@ -3,8 +3,8 @@
 #include <climits>
 #include <string>
 
-#include "qkmem/core/registry.h"
-#include "qkmem/table/pointer_table.h"
+#include "core/registry.h"
+#include "table/pointer_table.h"
 #include "tests/kit/failing_allocator.h"
 #include "tests/kit/heap.h"
 #include "tests/kit/scene.h"

@@ -4,10 +4,10 @@
 #include <cstdlib>
 #include <string>
 
-#include "qkmem/core/records.h"
-#include "qkmem/core/registry.h"
-#include "qkmem/core/switches.h"
-#include "qkmem/table/pointer_table.h"
+#include "core/records.h"
+#include "core/registry.h"
+#include "core/switches.h"
+#include "table/pointer_table.h"
 #include "tests/kit/failing_allocator.h"
 #include "tests/kit/scene.h"
 

@@ -6,8 +6,8 @@
 #include <thread>
 #include <vector>
 
-#include "qkmem/core/registry.h"
-#include "qkmem/core/switches.h"
+#include "core/registry.h"
+#include "core/switches.h"
 #include "support/exit_handlers.h"
 #include "tests/kit/failing_allocator.h"
 #include "tests/kit/heap.h"

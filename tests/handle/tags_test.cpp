@@ -1,4 +1,4 @@
-#include "qkmem/table/tags.h"
+#include "table/tags.h"
 
 #include <gtest/gtest.h>
 
@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "qkmem/core/registry.h"
+#include "core/registry.h"
 #include "support/hash.h"
 #include "tests/kit/scene.h"
 

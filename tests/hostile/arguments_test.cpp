@@ -7,7 +7,7 @@
 #include <cstring>
 #include <string>
 
-#include "qkmem/core/registry.h"
+#include "core/registry.h"
 #include "tests/kit/ledger.h"
 #include "tests/kit/scene.h"
 

@@ -6,7 +6,7 @@
 #include <cstring>
 #include <iterator>
 
-#include "qkmem/core/registry.h"
+#include "core/registry.h"
 #include "qkmem/qkmem.hpp"
 
 namespace kit {

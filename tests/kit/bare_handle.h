@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string>
 
-#include "qkmem/core/records.h"
+#include "core/records.h"
 
 namespace kit {
 

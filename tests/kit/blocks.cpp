@@ -2,7 +2,7 @@
 
 #include <cstdlib>
 
-#include "qkmem/core/registry.h"
+#include "core/registry.h"
 #include "tests/kit/scene.h"
 
 namespace kit {

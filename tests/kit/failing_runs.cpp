@@ -8,7 +8,7 @@
 #include <cstdlib>
 #include <new>
 
-#include "qkmem/core/registry.h"
+#include "core/registry.h"
 #include "tests/kit/failing_allocator.h"
 #include "tests/kit/live_memory.h"
 #include "tests/kit/placement.h"

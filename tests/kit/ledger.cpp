@@ -3,9 +3,9 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "qkmem/core/registry.h"
-#include "qkmem/core/switches.h"
-#include "qkmem/table/pointer_table.h"
+#include "core/registry.h"
+#include "core/switches.h"
+#include "table/pointer_table.h"
 #include "tests/kit/bare_handle.h"
 
 namespace kit {

@@ -4,7 +4,8 @@
 #include <cstddef>
 #include <functional>
 
-/** What a test program has obtained and not given back, whoever holds it; see failing_allocator.h.
+/**
+ * What a test program has obtained and not given back, whoever holds it; see failing_allocator.h.
  */
 namespace kit {
 

@@ -4,9 +4,9 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "qkmem/core/kinds.h"
-#include "qkmem/core/registry.h"
-#include "qkmem/core/switches.h"
+#include "core/kinds.h"
+#include "core/registry.h"
+#include "core/switches.h"
 #include "qkmem/qkmem.h"
 #include "tests/kit/failing_allocator.h"
 #include "tests/kit/failing_runs.h"

@@ -5,10 +5,10 @@
 #include <map>
 #include <regex>
 
-#include "qkmem/core/registry.h"
-#include "qkmem/core/switches.h"
-#include "qkmem/table/pointer_table.h"
-#include "qkmem/table/tags.h"
+#include "core/registry.h"
+#include "core/switches.h"
+#include "table/pointer_table.h"
+#include "table/tags.h"
 #include "tests/kit/heap.h"
 
 namespace kit {

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "qkmem/core/records.h"
+#include "core/records.h"
 #include "tests/kit/scene.h"
 
 /** Reports of which every figure is known. */
@@ -24,7 +24,8 @@ class Stage {
   Stage& operator=(const Stage&) = delete;
   ~Stage();
 
-  /** A handle without memory of its own, number 1 to 9, made at "made.c" and line 100 times `id`.
+  /**
+   * A handle without memory of its own, number 1 to 9, made at "made.c" and line 100 times `id`.
    */
   qk_mem_handle& handle(int id, char type = 'D', const char* tag = "");
 

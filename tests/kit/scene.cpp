@@ -12,9 +12,9 @@
 #include <sstream>
 #include <vector>
 
-#include "qkmem/core/registry.h"
-#include "qkmem/diag/log.h"
-#include "qkmem/diag/trace_file.h"
+#include "core/registry.h"
+#include "diag/log.h"
+#include "diag/trace_file.h"
 
 namespace kit {
 namespace {

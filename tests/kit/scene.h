@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "qkmem/core/records.h"
+#include "core/records.h"
 #include "qkmem/qkmem.h"
 
 /** What a test sees of the library: its process has started nothing when the test begins. */

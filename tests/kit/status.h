@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "support/status.h"
+#include "qkmem/status.h"
 
 namespace kit {
 

@@ -1,4 +1,4 @@
-#include "qkmem/life/cleanup.h"
+#include "life/cleanup.h"
 
 #include <gtest/gtest.h>
 
@@ -10,9 +10,9 @@
 #include <sstream>
 #include <string>
 
-#include "qkmem/core/registry.h"
-#include "qkmem/diag/log.h"
-#include "qkmem/diag/trace_file.h"
+#include "core/registry.h"
+#include "diag/log.h"
+#include "diag/trace_file.h"
 #include "tests/kit/heap.h"
 #include "tests/kit/scene.h"
 

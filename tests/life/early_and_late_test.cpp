@@ -6,8 +6,8 @@
 #include <cstdlib>
 #include <string>
 
-#include "qkmem/core/registry.h"
-#include "qkmem/core/switches.h"
+#include "core/registry.h"
+#include "core/switches.h"
 #include "tests/kit/scene.h"
 
 namespace {

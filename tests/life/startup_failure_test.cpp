@@ -5,8 +5,8 @@
 #include <set>
 #include <string>
 
-#include "qkmem/core/registry.h"
-#include "qkmem/diag/log.h"
+#include "core/registry.h"
+#include "diag/log.h"
 #include "tests/kit/failing_allocator.h"
 #include "tests/kit/placement.h"
 #include "tests/kit/scene.h"

@@ -8,7 +8,7 @@
 #include <thread>
 #include <vector>
 
-#include "qkmem/core/registry.h"
+#include "core/registry.h"
 #include "tests/kit/heap.h"
 #include "tests/kit/scene.h"
 

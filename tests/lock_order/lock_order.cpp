@@ -10,7 +10,7 @@
 #include <thread>
 #include <vector>
 
-#include "qkmem/diag/log.h"
+#include "diag/log.h"
 #include "tests/lock_order/recorder.h"
 #include "tests/threads/mix.h"
 

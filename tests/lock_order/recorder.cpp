@@ -12,7 +12,7 @@
 // The library's lock in the form that stands behind the recording one.
 #include "support/mtx.h"
 #define Mtx RealMtx
-#include "../../support/mtx.cpp"
+#include "../../src/support/mtx.cpp"
 #undef Mtx
 
 namespace lock_order {

@@ -5,7 +5,7 @@
 #include <random>
 #include <string>
 
-#include "qkmem/core/switches.h"
+#include "core/switches.h"
 #include "tests/kit/scene.h"
 
 namespace {

@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "qkmem/core/registry.h"
+#include "core/registry.h"
 #include "tests/kit/bare_handle.h"
 #include "tests/kit/blocks.h"
 #include "tests/kit/ledger.h"

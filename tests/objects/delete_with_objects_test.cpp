@@ -6,7 +6,7 @@
 #include <string>
 #include <typeinfo>
 
-#include "qkmem/core/registry.h"
+#include "core/registry.h"
 #include "tests/kit/bare_handle.h"
 #include "tests/kit/placement.h"
 #include "tests/kit/scene.h"

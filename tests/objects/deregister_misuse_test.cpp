@@ -5,8 +5,8 @@
 #include <string>
 #include <typeinfo>
 
-#include "qkmem/core/switches.h"
-#include "qkmem/table/pointer_table.h"
+#include "core/switches.h"
+#include "table/pointer_table.h"
 #include "tests/kit/bare_handle.h"
 #include "tests/kit/ledger.h"
 #include "tests/kit/scene.h"

@@ -4,8 +4,8 @@
 #include <cstdint>
 #include <string>
 
-#include "qkmem/core/registry.h"
-#include "qkmem/table/pointer_table.h"
+#include "core/registry.h"
+#include "table/pointer_table.h"
 #include "tests/kit/bare_handle.h"
 #include "tests/kit/failing_allocator.h"
 #include "tests/kit/ledger.h"

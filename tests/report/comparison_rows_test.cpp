@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "qkmem/core/registry.h"
+#include "core/registry.h"
 #include "tests/kit/heap.h"
 #include "tests/kit/report.h"
 

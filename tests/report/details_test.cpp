@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "qkmem/table/pointer_table.h"
+#include "table/pointer_table.h"
 #include "tests/kit/report.h"
 
 namespace {

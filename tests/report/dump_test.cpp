@@ -4,8 +4,8 @@
 #include <cstdio>
 #include <string>
 
-#include "qkmem/core/registry.h"
-#include "qkmem/core/switches.h"
+#include "core/registry.h"
+#include "core/switches.h"
 #include "tests/kit/failing_allocator.h"
 #include "tests/kit/heap.h"
 #include "tests/kit/report.h"

@@ -1,4 +1,4 @@
-#include "qkmem/report/filters.h"
+#include "report/filters.h"
 
 #include <gtest/gtest.h>
 

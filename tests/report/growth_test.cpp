@@ -1,4 +1,4 @@
-#include "qkmem/report/growth.h"
+#include "report/growth.h"
 
 #include <gtest/gtest.h>
 

@@ -3,7 +3,7 @@
 #include <cstring>
 #include <string>
 
-#include "qkmem/report/filters.h"
+#include "report/filters.h"
 
 namespace {
 

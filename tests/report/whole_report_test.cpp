@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "qkmem/core/kinds.h"
+#include "core/kinds.h"
 #include "tests/kit/heap.h"
 #include "tests/kit/report.h"
 #include "tests/kit/scene.h"

@@ -1,4 +1,4 @@
-#include "support/status.h"
+#include "qkmem/status.h"
 
 #include <gtest/gtest.h>
 

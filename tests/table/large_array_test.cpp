@@ -4,9 +4,9 @@
 #include <string>
 #include <vector>
 
-#include "qkmem/core/registry.h"
-#include "qkmem/core/switches.h"
-#include "qkmem/table/pointer_table.h"
+#include "core/registry.h"
+#include "core/switches.h"
+#include "table/pointer_table.h"
 #include "tests/kit/bare_handle.h"
 #include "tests/kit/failing_allocator.h"
 #include "tests/kit/placement.h"

@@ -1,4 +1,4 @@
-#include "qkmem/table/lookup.h"
+#include "table/lookup.h"
 
 #include <gtest/gtest.h>
 
@@ -6,8 +6,8 @@
 #include <climits>
 #include <future>
 
-#include "qkmem/core/registry.h"
-#include "qkmem/core/switches.h"
+#include "core/registry.h"
+#include "core/switches.h"
 #include "tests/kit/failing_allocator.h"
 #include "tests/kit/scene.h"
 

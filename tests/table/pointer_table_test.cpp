@@ -1,4 +1,4 @@
-#include "qkmem/table/pointer_table.h"
+#include "table/pointer_table.h"
 
 #include <gtest/gtest.h>
 
@@ -7,7 +7,7 @@
 #include <string>
 #include <thread>
 
-#include "qkmem/core/registry.h"
+#include "core/registry.h"
 #include "tests/kit/bare_handle.h"
 
 namespace {

@@ -44,7 +44,8 @@ class Load {
   std::vector<std::thread> threads_;
 };
 
-/** Forks; the child runs `body` and exits. The result is the child's exit code, or 1000 + signal.
+/**
+ * Forks; the child runs `body` and exits. The result is the child's exit code, or 1000 + signal.
  */
 template <class Body>
 int in_child(Body body) {

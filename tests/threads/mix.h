@@ -11,9 +11,9 @@
 #include <string>
 #include <vector>
 
-#include "qkmem/core/kinds.h"
-#include "qkmem/core/records.h"
-#include "qkmem/core/registry.h"
+#include "core/kinds.h"
+#include "core/records.h"
+#include "core/registry.h"
 #include "qkmem/qkmem.hpp"
 #include "tests/kit/scene.h"
 

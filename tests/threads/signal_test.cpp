@@ -7,7 +7,7 @@
 #include <string>
 #include <thread>
 
-#include "qkmem/core/records.h"
+#include "core/records.h"
 #include "qkmem/qkmem.h"
 #include "tests/kit/scene.h"
 

@@ -9,8 +9,8 @@
 #include <thread>
 #include <vector>
 
-#include "qkmem/diag/trace_file.h"
-#include "qkmem/table/slot.h"
+#include "diag/trace_file.h"
+#include "table/slot.h"
 #include "tests/threads/mix.h"
 
 namespace {

@@ -8,8 +8,8 @@
 #include <thread>
 #include <vector>
 
-#include "qkmem/core/registry.h"
-#include "qkmem/diag/trace_file.h"
+#include "core/registry.h"
+#include "diag/trace_file.h"
 #include "tests/kit/scene.h"
 
 namespace {

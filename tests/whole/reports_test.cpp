@@ -13,7 +13,7 @@
 #include <fstream>
 #include <string>
 
-#include "qkmem/core/records.h"
+#include "core/records.h"
 #include "tests/kit/heap.h"
 #include "tests/kit/placement.h"
 #include "tests/kit/report.h"

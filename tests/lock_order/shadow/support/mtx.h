@@ -3,7 +3,7 @@
 
 // Stands in front of the library's own lock, which is in here under another name.
 #define Mtx RealMtx
-#include "../../../../support/mtx.h"
+#include "../../../../src/support/mtx.h"
 #undef Mtx
 
 #include "tests/lock_order/recorder.h"

@@ -1,0 +1,62 @@
+#!/usr/bin/env python3
+"""Checks that what the documents and the index of own places name exists.
+
+usage: check_design.py ROOT
+
+docs/DESIGN.md names tests that hold something. src/qkmem.cpp names, in the line of each place that
+the library shows as its own, the function that acts there and the file where it is defined, which
+uses the place.
+"""
+
+import pathlib
+import re
+import sys
+
+TEST = re.compile(r"^TEST(?:_P|_F)?\(\s*(\w+),\s*(\w+)\s*\)", re.MULTILINE)
+NAMED = re.compile(r"`([A-Z]\w*\.[A-Z]\w*)`")
+PLACE = re.compile(r"^constinit const Place (\w+) = here\(\);(?:\s*// (\S+), (\w+)\(\))?$",
+                   re.MULTILINE)
+
+
+def missing_tests(root):
+    tests = {
+        f"{suite}.{name}"
+        for source in root.glob("tests/**/*_test.cpp")
+        for suite, name in TEST.findall(source.read_text())
+    }
+    named = NAMED.findall((root / "docs/DESIGN.md").read_text())
+    if not named:
+        yield "docs/DESIGN.md names no test"
+    for name in named:
+        if name not in tests:
+            yield f"docs/DESIGN.md names a test that doesn't exist: {name}"
+
+
+def body_of(text, function):
+    """The definition of a function at the start of a line, up to the brace that closes it."""
+    found = re.search(rf"^[^\s#/][^\n]*\b{function}\([^;{{]*\{{.*?\n\}}", text,
+                      re.MULTILINE | re.DOTALL)
+    return found[0] if found else ""
+
+
+def wrong_places(root):
+    places = PLACE.findall((root / "src/qkmem.cpp").read_text())
+    if not places:
+        yield "src/qkmem.cpp has no places"
+    for place, file, function in places:
+        source = root / "src" / file
+        if not file or not source.is_file():
+            yield f"src/qkmem.cpp: {place} names no file that exists"
+        elif not re.search(rf"\bown::{place}\b", body_of(source.read_text(), function)):
+            yield f"src/qkmem.cpp: {place} isn't used by {function}() of src/{file}"
+
+
+def main():
+    root = pathlib.Path(sys.argv[1])
+    wrong = [*missing_tests(root), *wrong_places(root)]
+    print("\n".join(wrong) if wrong else "all that is named exists")
+    return 1 if wrong else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

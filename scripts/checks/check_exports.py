@@ -1,0 +1,51 @@
+#!/usr/bin/env python3
+"""Checks that the shared library exports the public interface, all of it and nothing else.
+
+usage: check_exports.py LIBRARY NM COMPILER ROOT
+
+The interface is the functions with C linkage that the public header and what it includes declare,
+and the members and tables of the classes of namespace qk.
+"""
+
+import re
+import subprocess
+import sys
+
+FUNCTION = re.compile(r"\b((?:qk|QK)_\w+)\s*\(")
+CLASS_MEMBER = re.compile(r"(?:vtable for |typeinfo for |typeinfo name for )?qk::\w+")
+
+
+def output_of(*command):
+    return subprocess.run(command, check=True, capture_output=True, text=True).stdout
+
+
+def declared_functions(compiler, root):
+    """The names in the preprocessed header, where comments and the macros are gone."""
+    text = output_of(compiler, "-x", "c++", "-std=c++20", "-E", "-P", "-I", f"{root}/include",
+                     f"{root}/include/qkmem/qkmem.h")
+    return set(FUNCTION.findall(text))
+
+
+def exported_symbols(library, nm):
+    """Unmangled names with what may follow a name in a signature cut off."""
+    lines = output_of(nm, "-D", "-C", "--defined-only", library).splitlines()
+    return {line.split(maxsplit=2)[2] for line in lines if line}
+
+
+def main():
+    library, nm, compiler, root = sys.argv[1:]
+    declared = declared_functions(compiler, root)
+    exported = exported_symbols(library, nm)
+    missing = sorted(declared - exported)
+    surplus = sorted(name for name in exported - declared if not CLASS_MEMBER.match(name))
+    for name in missing:
+        print(f"not exported: {name}")
+    for name in surplus:
+        print(f"exported, but not public: {name}")
+    if not declared:
+        print("no function is declared in the public header")
+    return 1 if missing or surplus or not declared else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

@@ -1,0 +1,125 @@
+#!/usr/bin/env python3
+"""Checks that each folder includes only what stands below it in the order of layers.
+
+usage: check_layers.py ROOT
+
+Prints the include lines that break a rule, and the sources that src/sources.cmake doesn't list or
+lists without there being any. The result is 1 if there are such lines or sources.
+"""
+
+import pathlib
+import re
+import sys
+
+STATUS = "qkmem/status.h"
+C_HEADER = "qkmem/qkmem.h"
+FRONT = "qkmem/qkmem.hpp"
+
+# What the files of a folder may include, beside files of the same folder. Folders that don't stand
+# yet have their place here: what is to come knows where it belongs.
+SUPPORT = [STATUS]
+FORMATS = SUPPORT + ["src/support"]
+CORE = FORMATS + [C_HEADER]
+DIAG = CORE + ["src/formats", "src/core"]
+TABLE = DIAG + ["src/diag"]
+BESIDE = TABLE + ["src/table", "src/history"]
+ENTRY = BESIDE + ["src/check", "src/profile"]
+LIFE = ENTRY + ["src/alloc", "src/handle", "src/config", "src/report"]
+
+ALLOWED = {
+    "include/qkmem/status.h": [],
+    "include/qkmem/qkmem.h": [STATUS],
+    "include/qkmem/qkmem.hpp": [C_HEADER],
+    "src/support": SUPPORT,
+    "src/formats": FORMATS,
+    "src/core": CORE,
+    "src/diag": DIAG,
+    "src/table": TABLE,
+    "src/history": TABLE,
+    "src/check": BESIDE,
+    "src/profile": BESIDE,
+    "src/alloc": ENTRY,
+    "src/handle": ENTRY,
+    "src/config": ENTRY,
+    "src/report": ENTRY,
+    "src/life": LIFE,
+    "src": DIAG,
+    "preload": [STATUS, C_HEADER, FRONT],
+    "tools/qkmem": FORMATS + ["src/formats"],
+}
+
+INCLUDE = re.compile(r'^\s*#\s*include\s*"([^"]+)"')
+LISTED = re.compile(r"^  (\S+\.cpp)$", re.MULTILINE)
+
+
+def layer_of(path):
+    """The layer that a file stands in; each public header is one by itself."""
+    if path.startswith("include/"):
+        return path
+    if path.startswith("tools/qkmem/"):
+        return "tools/qkmem"
+    return str(pathlib.PurePosixPath(path).parent)
+
+
+def found_as(root, name):
+    """The file that an include line means: names begin at include/ or at src/."""
+    for top in ("include", "src", "."):
+        if (root / top / name).is_file():
+            return (pathlib.PurePosixPath(top) / name).as_posix()
+    return None
+
+
+def may_include(source, included):
+    layer = layer_of(source)
+    public = included.removeprefix("include/") if included.startswith("include/") else None
+    return layer_of(included) == layer or (public or layer_of(included)) in ALLOWED[layer]
+
+
+def offences(root, source):
+    lines = (root / source).read_text(encoding="utf-8").splitlines()
+    for number, line in enumerate(lines, start=1):
+        match = INCLUDE.match(line)
+        if not match:
+            continue
+        included = found_as(root, match[1])
+        if included is None:
+            yield f'{source}:{number}: "{match[1]}" is not written from include/ or src/'
+        elif not may_include(source, included):
+            yield f'{source}:{number}: {layer_of(source)} may not include "{match[1]}"'
+
+
+def sources(root):
+    for top in ("include", "src", "preload", "tools"):
+        for path in sorted((root / top).rglob("*")):
+            if path.suffix in (".h", ".hpp", ".cpp"):
+                yield path.relative_to(root).as_posix()
+
+
+def differences_of_lists(root):
+    """Of src/sources.cmake and the folders."""
+    listed = set(LISTED.findall((root / "src/sources.cmake").read_text()))
+    there = {path.relative_to(root / "src").as_posix() for path in (root / "src").rglob("*.cpp")}
+    for name in sorted(there - listed):
+        yield f"src/sources.cmake doesn't list {name}"
+    for name in sorted(listed - there):
+        yield f"src/sources.cmake lists {name}, which doesn't exist"
+
+
+def main():
+    root = pathlib.Path(sys.argv[1])
+    found = list(differences_of_lists(root))
+    seen = 0
+    for source in sources(root):
+        seen += 1
+        if layer_of(source) not in ALLOWED:
+            found.append(f"{source}: its folder is no layer; add it to {sys.argv[0]}")
+        else:
+            found += offences(root, source)
+    if seen == 0:
+        found.append(f"no sources below {root}")
+    print("\n".join(found) if found else f"{seen} files follow the layers")
+    return 1 if found else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

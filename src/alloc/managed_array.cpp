@@ -1,0 +1,156 @@
+// Growable arrays.
+#include <cerrno>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+#include "alloc/entry.h"
+#include "alloc/system_memory.h"
+#include "diag/log.h"
+#include "support/system.h"
+
+namespace qk::mem {
+namespace {
+
+/** Stands in front of the first element, which the caller's pointer addresses. */
+struct ArrayHeader {
+  std::uint64_t last_index;  // of the element that was handed out last
+  std::uint64_t capacity;    // elements
+};
+static_assert(sizeof(ArrayHeader) == QK_MEM_ALIGNMENT);
+
+enum ArrayFailure : int64_t { kNullAddress = -1, kNoElement = -2, kNoBlock = -3 };
+
+ArrayHeader* header_of(void* elements) { return static_cast<ArrayHeader*>(elements) - 1; }
+
+/** Bytes of header and elements; what doesn't fit is a size that nobody serves. */
+std::size_t array_bytes(std::size_t element_size, std::size_t elements) {
+  std::size_t bytes = 0;
+  const bool overflows =
+      __builtin_add_overflow(product(element_size, elements), sizeof(ArrayHeader), &bytes);
+  return overflows ? SIZE_MAX : bytes;
+}
+
+int64_t refuse(int system_error, ArrayFailure failure) {
+  Qk_mem_error.set(qk_error_no(system_error));
+  return failure;
+}
+
+int64_t refuse_null_address(const Site& site) {
+  if (reports(site)) {
+    qk_mem_write_log("   %s: WARNING: marralloc of NULL address at %s:%d\n", site.routine,
+                     site.file(), site.line);
+  }
+  return refuse(EFAULT, kNullAddress);
+}
+
+int64_t refuse_element_size(std::size_t element_size, const Site& site) {
+  if (reports(site)) {
+    qk_mem_write_log("   %s: WARNING: marralloc of element_size %zu at %s:%d\n", site.routine,
+                     element_size, site.file(), site.line);
+  }
+  return refuse(EINVAL, kNoElement);
+}
+
+int64_t refuse_block_factor(std::size_t block_factor, const Site& site) {
+  if (reports(site)) {
+    qk_mem_write_log("   %s: WARNING: marralloc of block_factor %zu at %s:%d\n", site.routine,
+                     block_factor, site.file(), site.line);
+  }
+  return refuse(EINVAL, kNoBlock);
+}
+
+int64_t create_array(int hid, void** address, std::size_t element_size, std::size_t block_factor,
+                     const Site& site) {
+  auto* header = static_cast<ArrayHeader*>(qk_mem_icalloc(
+      hid, 1, array_bytes(element_size, block_factor), QK_MEM_ALIGNMENT, site.path, site.line));
+  if (header == nullptr) return kNoElement;
+  header->capacity = block_factor;
+  *address = header + 1;
+  return 0;
+}
+
+struct Free {
+  void operator()(void* memory) const { std::free(memory); }
+};
+
+/** Whether realloc on a handle leaves the contents behind when memory moves. */
+bool loses_contents(int hid) {
+  const qk_mem_handle* handle = handle_slots().numbered(hid);
+  return handle != nullptr && is_blockmgmt(*handle);
+}
+
+void* obtain_copy(const void* contents, std::size_t size, const Site& site) {
+  void* copy = system_malloc(size);
+  if (copy != nullptr) return std::memcpy(copy, contents, size);
+  report_failed_malloc(size, site);
+  return nullptr;
+}
+
+/** Resizes an array of `used` bytes with all its contents; null leaves it as it was. */
+ArrayHeader* resize_array(int hid, ArrayHeader* header, std::size_t used, std::size_t size,
+                          const Site& site) {
+  std::unique_ptr<void, Free> contents;
+  if (loses_contents(hid)) {
+    contents.reset(obtain_copy(header, used, site));
+    if (contents == nullptr) return nullptr;
+  }
+  auto* resized = static_cast<ArrayHeader*>(
+      qk_mem_irealloc(hid, header, size, QK_MEM_ALIGNMENT, site.path, site.line));
+  if (resized != nullptr && contents != nullptr) std::memcpy(resized, contents.get(), used);
+  return resized;
+}
+
+/** Makes room for `block_factor` more elements; false leaves the array as it was. */
+bool grow_array(int hid, void** address, std::size_t element_size, std::size_t block_factor,
+                const Site& site) {
+  ArrayHeader* header = header_of(*address);
+  std::size_t elements = 0;
+  if (__builtin_add_overflow(block_factor, header->capacity, &elements)) elements = SIZE_MAX;
+  const std::size_t used = array_bytes(element_size, header->capacity);
+  const std::size_t size = array_bytes(element_size, elements);
+  header = resize_array(hid, header, used, size, site);
+  if (header == nullptr) return false;
+  std::memset(reinterpret_cast<char*>(header) + used, 0, size - used);
+  header->capacity = elements;
+  *address = header + 1;
+  return true;
+}
+
+}  // namespace
+}  // namespace qk::mem
+
+extern "C" int64_t qk_mem_imarralloc(int hid, void** address, size_t element_size,
+                                     size_t block_factor, const char* file, int line) {
+  using namespace qk::mem;
+  ensure_started();
+  const Site site("qk_mem_imarralloc", file, line, switches_of(Routine::kMarralloc));
+  if (address == nullptr) return refuse_null_address(site);
+  if (element_size == 0) return refuse_element_size(element_size, site);
+  if (block_factor == 0) return refuse_block_factor(block_factor, site);
+  if (*address == nullptr) return create_array(hid, address, element_size, block_factor, site);
+  const ArrayHeader* header = header_of(*address);
+  if (header->last_index >= header->capacity - 1 &&
+      !grow_array(hid, address, element_size, block_factor, site)) {
+    return kNoElement;
+  }
+  return static_cast<int64_t>(++header_of(*address)->last_index);
+}
+
+extern "C" void qk_mem_iarrfree(int hid, void** address, const char* file, int line) {
+  using namespace qk::mem;
+  ensure_started();
+  const Site site("qk_mem_iarrfree", file, line, switches_of(Routine::kArrfree));
+  if (address == nullptr) {
+    if (reports(site)) {
+      qk_mem_write_log("   %s: WARNING: arrfree of NULL address at %s:%d\n", site.routine,
+                       site.file(), site.line);
+    }
+    Qk_mem_error.set(qk_error_no(EFAULT));
+    return;
+  }
+  if (*address == nullptr) return;
+  qk_mem_ifree(hid, header_of(*address), file, line);
+  *address = nullptr;
+}

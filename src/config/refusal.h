@@ -1,0 +1,37 @@
+#ifndef QKMEM_CONFIG_REFUSAL_H_
+#define QKMEM_CONFIG_REFUSAL_H_
+
+#include "core/option_call.h"
+#include "core/own_places.h"
+#include "qkmem/status.h"
+
+namespace qk::mem {
+
+/** The failure of a configuring call: fills the caller's status with what the reason needs. */
+class Refusal {
+ public:
+  /** @param routine  the public call that fails, `place` where it does. */
+  Refusal(qk::Status& status, int code, const char* routine, Place place);
+
+  Refusal& subject(const char* name);
+  Refusal& arguments(const char* first, const char* second = "");
+  Refusal& numbers(int first, int second);
+
+  /** The code that the call returns. */
+  [[nodiscard]] int code() const { return status_.code; }
+
+ private:
+  qk::Status& status_;
+};
+
+/** Refuses an option string for its length. */
+int refuse_length(qk::Status& status, const char* routine, Place place, const char* argument,
+                  int length);
+
+/** Refuses an option string that doesn't fit its table. */
+int refuse_options(qk::Status& status, const char* routine, Place place,
+                   const qk_option_error& error);
+
+}  // namespace qk::mem
+
+#endif  // QKMEM_CONFIG_REFUSAL_H_

@@ -1,0 +1,31 @@
+#ifndef QKMEM_CORE_UPCALLS_H_
+#define QKMEM_CORE_UPCALLS_H_
+
+#include "core/switches.h"
+#include "support/relaxed.h"
+
+/** The only calls that go from a lower layer to a higher one. */
+namespace qk::mem {
+
+/** Set once start-up is over, also when it failed; Qk_mem_initialized is set when it begins. */
+extern std::int32_t start_up_is_over;
+
+[[nodiscard]] inline bool is_started() {
+  return __atomic_load_n(&start_up_is_over, __ATOMIC_ACQUIRE) != 0;
+}
+
+/**
+ * Starts the library up at the first public call. A thread that comes while another one is starting
+ * up waits for it; the thread that does so itself passes.
+ */
+inline void ensure_started() {
+  if (!is_started()) [[unlikely]]
+    qk_mem_init();
+}
+
+/** Writes the report to the log when the routine's switches ask for it after each event. */
+void dump_control_blocks(const qk_mem_debug& switches);
+
+}  // namespace qk::mem
+
+#endif  // QKMEM_CORE_UPCALLS_H_

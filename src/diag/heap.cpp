@@ -1,0 +1,68 @@
+#include "diag/heap.h"
+
+#include <malloc.h>
+
+#include <cstdlib>
+
+#include "core/registry.h"
+#include "core/upcalls.h"
+#include "diag/log.h"
+#include "support/format.h"
+
+constinit std::uint32_t Qk_mem_opts = 0;
+
+namespace {
+
+/** The older of the allocator's two statistics calls: its 32-bit figures are what is reported. */
+struct mallinfo allocator_statistics() {
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+  return mallinfo();
+#pragma GCC diagnostic pop
+}
+
+/** Makes the allocator set up its main arena before the first measurement. */
+void ensure_arena() {
+  static void* dummy = nullptr;
+  if (qk::load_pointer(dummy) == nullptr) qk::publish(dummy, std::malloc(1));
+}
+
+}  // namespace
+
+extern "C" long qk_heapsize(void) {
+  ensure_arena();
+  return allocator_statistics().arena;
+}
+
+extern "C" char* qk_mem_heapsize_string(char* buf) {
+  static std::int64_t last_heap = 0;
+  if (qk::load(Qk_mem_opts) == 0) {
+    *buf = '\0';
+    return buf;
+  }
+  const qk::mem::RegistryLock lock;
+  const std::int64_t heap = qk_heapsize();
+  qk_sprintf(buf, " (%zd %zd)", heap, heap - last_heap);
+  last_heap = heap;
+  return buf;
+}
+
+extern "C" void qk_mallinfo(void) {
+  qk::mem::ensure_started();
+  const struct mallinfo info = allocator_statistics();
+  if (qk::load_pointer(Qk_mem_log) == nullptr) return;
+  constexpr char kRule[] = "-------------------------------------------------\n";
+  qk_mem_write_log("%s", kRule);
+  qk_mem_write_log("Mallinfo stats\n");
+  qk_mem_write_log("  Arena:     %12d\n", info.arena);
+  qk_mem_write_log("  Ordblks:   %12d\n", info.ordblks);
+  qk_mem_write_log("  Smblks:    %12d\n", info.smblks);
+  qk_mem_write_log("  Hblkhd:    %12d\n", info.hblkhd);
+  qk_mem_write_log("  Hblks:     %12d\n", info.hblks);
+  qk_mem_write_log("  Usmblks:   %12d\n", info.usmblks);
+  qk_mem_write_log("  Fsmblks:   %12d\n", info.fsmblks);
+  qk_mem_write_log("  Uordblks:  %12d\n", info.uordblks);
+  qk_mem_write_log("  Fordblks:  %12d\n", info.fordblks);
+  qk_mem_write_log("  Keepcost:  %12d\n", info.keepcost);
+  qk_mem_write_log("%s", kRule);
+}

@@ -1,0 +1,114 @@
+#include "diag/log.h"
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstring>
+#include <mutex>
+
+#include "support/format.h"
+#include "support/mtx.h"
+#include "support/relaxed.h"
+#include "support/system.h"
+
+constinit FILE* Qk_mem_log = nullptr;
+constinit char Qk_mem_log_filename[256] = {};
+
+namespace qk::mem {
+namespace {
+
+/**
+ * Keeps the log from being closed under a writer. The last lock in the order: nothing is called.
+ */
+constinit qk::Mtx log_mutex;
+
+constexpr std::size_t kLineSize = 1024;
+
+bool ends_with_newline(const char* format) {
+  const std::size_t length = std::strlen(format);
+  return length > 0 && format[length - 1] == '\n';
+}
+
+/** Formats into `line`; the result is the number of bytes, which may include zero bytes. */
+int format_line(char (&line)[kLineSize], const char* format, va_list args) {
+  const int length = qk_vsnprintf(line, kLineSize, format, args);
+  if (length < static_cast<int>(kLineSize)) return length;
+  if (ends_with_newline(format)) line[kLineSize - 2] = '\n';
+  return static_cast<int>(kLineSize) - 1;
+}
+
+int write_bytes(FILE* stream, const char* bytes, int length) {
+  return write_line(stream, {bytes, static_cast<std::size_t>(length)});
+}
+
+}  // namespace
+
+int write_line(FILE* stream, std::string_view line) {
+  const bool written = std::fwrite(line.data(), 1, line.size(), stream) == line.size();
+  return written ? static_cast<int>(line.size()) : EOF;
+}
+
+bool is_standard_stream(const FILE* stream) { return stream == stdout || stream == stderr; }
+
+FILE* open_output(const char* routine, const char* name, const char* mode) {
+  char hidden_mode[8];
+  std::snprintf(hidden_mode, sizeof hidden_mode, "%se", mode);
+  FILE* stream = std::fopen(name, hidden_mode);
+  if (stream == nullptr) {
+    const int error = errno;
+    char text[256];
+    std::printf("   %s: WARNING: unable to open %s (%d %s)\n", routine, name, error,
+                qk_error_msg_r(error, text, sizeof text));
+  }
+  return stream;
+}
+
+FILE* exchange_log(FILE* stream) {
+  const std::lock_guard lock(log_mutex);
+  FILE* before = Qk_mem_log;
+  qk::publish(Qk_mem_log, stream);
+  return before;
+}
+
+void replace_log(FILE* stream) {
+  FILE* before = exchange_log(stream);
+  if (before != nullptr && !is_standard_stream(before)) std::fclose(before);
+}
+
+void flush_log() {
+  const std::lock_guard lock(log_mutex);
+  if (Qk_mem_log != nullptr) std::fflush(Qk_mem_log);
+}
+
+void hold_log() {
+  log_mutex.lock();
+  flush_log();
+}
+
+void let_log_go() { log_mutex.unlock(); }
+
+bool holds_log() { return log_mutex.held(); }
+
+}  // namespace qk::mem
+
+extern "C" int qk_mem_write_log(const char* format, ...) {
+  using namespace qk::mem;
+  if (qk::load_pointer(Qk_mem_log) == nullptr) return 0;
+  char line[kLineSize];
+  va_list args;
+  va_start(args, format);
+  const int length = format_line(line, format, args);
+  va_end(args);
+  if (length < 0) return length;
+  const std::lock_guard lock(log_mutex);
+  return Qk_mem_log == nullptr ? 0 : write_bytes(Qk_mem_log, line, length);
+}
+
+extern "C" int qk_mem_fprintf(FILE* stream, const char* format, ...) {
+  using namespace qk::mem;
+  char line[kLineSize];
+  va_list args;
+  va_start(args, format);
+  const int length = format_line(line, format, args);
+  va_end(args);
+  return length < 0 ? length : write_bytes(stream, line, length);
+}

@@ -1,0 +1,97 @@
+// The emptying of a block-managed handle.
+#include "core/kinds.h"
+#include "core/registry.h"
+#include "core/upcalls.h"
+#include "diag/event.h"
+#include "diag/log.h"
+#include "handle/release_walk.h"
+#include "table/blocks.h"
+#include "table/lookup.h"
+#include "table/pointer_table.h"
+#include "table/slot.h"
+
+namespace qk::mem {
+namespace {
+
+class ClearingRules : public WalkRules {
+ public:
+  explicit ClearingRules(qk_mem_handle& handle) : handle_(handle) {}
+
+  /** The handle's own memory and its blocks stay with it. */
+  [[nodiscard]] bool keeps(const qk_mem_ptr& record) const override {
+    return !is_piece(record.kind) && !is_language_made(record.kind) &&
+           record.kind != kind::kExternal && record.kind != kind::kTracker;
+  }
+
+  [[nodiscard]] unsigned char letter_of(const qk_mem_ptr& record) override {
+    switch (record.kind) {
+      case kind::kObject:
+      case kind::kTracker:
+        return event::kObjectReleased;
+      case kind::kArray:
+        return event::kArrayReleased;
+      case kind::kExternal:
+        return event::kFree;
+      default:
+        return event::kFreePiece;
+    }
+  }
+
+  /** Trackers are taken out of both totals, although they were only ever part of the overhead. */
+  void charge(const qk_mem_ptr& record, unsigned char letter) override {
+    const std::uint64_t less = 0 - bytes_of(record);
+    if (record.kind == kind::kTracker) add_bytes(handle_, Totals::kOverhead, record.kind, less);
+    if (letter != event::kFreePiece) add_bytes(handle_, Totals::kData, record.kind, less);
+  }
+
+ private:
+  qk_mem_handle& handle_;
+};
+
+/** What the walk comes to where all that goes are pieces, and nobody is told of them. */
+void forget_pieces(qk_mem_handle& handle) {
+  const HandleLock lock(handle);
+  for (qk_mem_ptr_array& array : handle.ptrs) {
+    const std::int32_t slots = slots_of(array);
+    for (std::int32_t index = 1; index < slots; ++index) {
+      if (is_piece(qk::load(array.ptrs[index].kind))) remove_visited(handle, array, index);
+    }
+  }
+}
+
+void release_contents(qk_mem_handle& handle, const Site& site) {
+  if (qk::load(handle.registered) == 0 && !is_heard(site)) {
+    forget_pieces(handle);
+    return;
+  }
+  ClearingRules rules(handle);
+  release_records(handle, site, rules);
+}
+
+int refuse_ordinary_handle(int hid, const Site& site) {
+  Qk_mem_error.set(QK_MEM_ERROR_HANDLE);
+  if (reports(site)) {
+    qk_mem_write_log("   %s: ERROR: clear_handle on handle %d with non-blockmgmt at %s:%d\n",
+                     site.routine, hid, site.file(), site.line);
+  }
+  return QK_MEM_ERROR_HANDLE;
+}
+
+}  // namespace
+}  // namespace qk::mem
+
+extern "C" int qk_mem_iclear_handle(int hid, const char* file, int line) {
+  using namespace qk::mem;
+  static constexpr char routine[] = "qk_mem_iclear_handle";
+  ensure_started();
+  const Site site(routine, file, line, switches_of(Routine::kClearHandle));
+  qk_mem_handle* handle = open_handle(hid, site);
+  if (handle == nullptr) return qk_mem_error();
+  if (!is_blockmgmt(*handle)) return refuse_ordinary_handle(hid, site);
+  if (keeps_records(*handle)) release_contents(*handle, site);
+  reset_blocks(*handle);
+  next_seq();
+  announce_handle_gone(site, *handle, event::kHandleCleared);
+  dump_control_blocks(*site.switches);
+  return 0;
+}

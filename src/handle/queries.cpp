@@ -1,0 +1,27 @@
+// What a caller can ask of one handle.
+#include "core/kinds.h"
+#include "core/upcalls.h"
+#include "table/lookup.h"
+#include "table/pointer_table.h"
+
+extern "C" int qk_mem_is_recorded(int hid, const void* ptr, const char* file, int line) {
+  using namespace qk::mem;
+  ensure_started();
+  qk_mem_handle* handle =
+      open_handle(hid, Site("qk_mem_is_recorded", file, line, global_switches()));
+  return handle != nullptr && find_pointer(*handle, ptr) ? 1 : 0;
+}
+
+/**
+ * A start-up that couldn't make the data handle leaves its number to the program's next one, of
+ * whatever kind, and with nothing configured the system's allocator serves that number all the
+ * same.
+ */
+extern "C" int qk_mem_frees_singly(int hid, const char* file, int line) {
+  using namespace qk::mem;
+  ensure_started();
+  if (hid == QK_MEM_DATA_HANDLE && !debugging()) return 1;
+  const qk_mem_handle* handle =
+      open_handle(hid, Site("qk_mem_frees_singly", file, line, global_switches()));
+  return handle != nullptr && (!is_blockmgmt(*handle) || handle->blockfree != 0) ? 1 : 0;
+}

@@ -1,0 +1,61 @@
+#include "handle/release_walk.h"
+
+#include "core/kinds.h"
+#include "core/registry.h"
+#include "diag/event.h"
+#include "handle/repeats.h"
+#include "table/pointer_table.h"
+#include "table/slot.h"
+
+namespace qk::mem {
+namespace {
+
+/**
+ * An object that an earlier record has destroyed isn't destroyed again, but its second tracker is.
+ */
+void destroy(const qk_mem_ptr& record) {
+  if (record.tracker == nullptr || has_tracker_of_earlier(record)) return;
+  if (is_repeat(record)) record.tracker->address = nullptr;
+  delete record.tracker;
+}
+
+void release_memory(const qk_mem_ptr& record) {
+  if (is_language_made(record.kind)) {
+    destroy(record);
+  } else if (is_system_memory(record.kind) && !is_repeat(record)) {
+    give_back(record.address);
+  }
+}
+
+/**
+ * Takes the record of a slot out, unless the slot is free or its record stays. The slot is locked
+ * by itself, as what goes on between two slots is the allocator's and the user's code.
+ */
+std::optional<qk_mem_ptr> take_visited(qk_mem_handle& handle, qk_mem_ptr_array& array,
+                                       std::int32_t index, const WalkRules& rules) {
+  const HandleLock lock(handle);
+  if (index >= slots_of(array) || address_in(array.ptrs[index]) == nullptr) return std::nullopt;
+  const qk_mem_ptr record = read_slot(array.ptrs[index]);
+  if (rules.keeps(record)) return std::nullopt;
+  remove_visited(handle, array, index);
+  return record;
+}
+
+}  // namespace
+
+void release_records(qk_mem_handle& handle, const Site& site, WalkRules& rules) {
+  for (qk_mem_ptr_array& array : handle.ptrs) {
+    mark_repeats(handle, array);
+    for (std::int32_t index = 1; index < slots_of(array); ++index) {
+      const auto record = take_visited(handle, array, index, rules);
+      if (!record) continue;
+      const unsigned char letter = rules.letter_of(*record);
+      rules.charge(*record, letter);
+      release_memory(*record);
+      announce_released(lines::kReleasedInWalk, site, handle.id, letter, *record,
+                        letter == event::kFreePiece ? 0 : release_of(*record));
+    }
+  }
+}
+
+}  // namespace qk::mem

@@ -1,0 +1,110 @@
+// The end of the process.
+#include "life/cleanup.h"
+
+#include "core/kinds.h"
+#include "core/registry.h"
+#include "core/switches.h"
+#include "diag/event.h"
+#include "diag/heap.h"
+#include "diag/log.h"
+#include "diag/trace_file.h"
+#include "life/staged_log.h"
+#include "report/report.h"
+#include "support/signals.h"
+
+namespace qk::mem {
+namespace {
+
+constexpr char kRoutine[] = "qk_mem_cleanup";
+
+bool wants_summary() { return qk::load(global_switches().summary) != 0; }
+
+void log_end(int sig) {
+  if (!wants_summary()) return;
+  qk_mem_write_log("   %s:      Memory at program termination (%s)\n", kRoutine,
+                   sig >= 1 ? qk_signal_desc(sig) : "normal termination");
+}
+
+void delete_autofree_handle(const qk_mem_handle& handle) {
+  if (traces(global_switches())) {
+    qk_mem_write_log("   %s:      Deleting autofree handle %d (%u ptrs for %zu bytes)\n", kRoutine,
+                     handle.id, qk::load(handle.qty), qk::load(handle.amount));
+  }
+  qk_mem_idel_handle(handle.id, own::kAutofreeHandles.file, own::kAutofreeHandles.line);
+}
+
+/** The last autofree handle below a number, or null. Other threads may still delete theirs. */
+const qk_mem_handle* autofree_handle_below(std::int32_t hid) {
+  const RegistryLock lock;
+  const HandleSlots handles = handle_slots();
+  for (std::int32_t i = hid - 2; i >= 0; --i) {
+    const qk_mem_handle* handle = handles.numbered(i + 1);
+    if (handle != nullptr && handle->autofree != 0) return handle;
+  }
+  return nullptr;
+}
+
+/** The newest first: the overhead handle, number 1, goes last. */
+void delete_autofree_handles() {
+  retire_overhead_number();
+  std::int32_t hid = handle_slots().count + 1;
+  while (const qk_mem_handle* handle = autofree_handle_below(hid)) {
+    hid = handle->id;
+    std::unique_lock lock(Qk_mem_mtx, std::defer_lock);
+    // Another thread may be recording a larger handle array on it. No other handle is deleted under
+    // the lock: the objects on it can be such that end by waiting for threads.
+    if (hid == QK_MEM_OVERHEAD_HANDLE) lock.lock();
+    delete_autofree_handle(*handle);
+  }
+}
+
+void announce_handle_array_gone() {
+  if (Qk_mem_handles_ptr.address == nullptr) return;
+  const Site site(kRoutine, own::kHandleArrayReleased, global_switches());
+  announce_released(lines::kHandleArrayGone, site, QK_MEM_OVERHEAD_HANDLE, event::kFree,
+                    Qk_mem_handles_ptr, release_of(Qk_mem_handles_ptr));
+}
+
+void release_registry() {
+  const RegistryLock lock;
+  if (Qk_mem_handles == nullptr) return;
+  release_handle_array(retire_registry());
+  announce_handle_array_gone();
+}
+
+void clean_up() {
+  delete_autofree_handles();
+  if (wants_summary()) dump_to_log();
+  release_registry();
+  if (traces(global_switches())) qk_mallinfo();
+}
+
+/**
+ * Other threads go on until the process ends, and some may never come out of a lock again. Those
+ * that ask for the registry wait for the end; the memory that they may be using stays.
+ */
+void clean_up_for_signal() {
+  flush_log();
+  Qk_mem_mtx.lock();
+  keep_memory();
+  StagedLog staged;
+  clean_up();
+  staged.commit();
+}
+
+}  // namespace
+}  // namespace qk::mem
+
+extern "C" void qk_mem_cleanup(int sig) {
+  using namespace qk::mem;
+  log_end(sig);
+  if (!qk_signal_safe(sig)) return;
+  if (sig >= 1) {
+    clean_up_for_signal();
+  } else {
+    clean_up();
+  }
+  const RegistryLock lock;
+  replace_log(nullptr);
+  close_trace_file();
+}

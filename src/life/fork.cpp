@@ -1,0 +1,37 @@
+#include "life/fork.h"
+
+#include <pthread.h>
+
+#include "core/registry.h"
+#include "diag/log.h"
+#include "diag/trace_file.h"
+
+namespace qk::mem {
+namespace {
+
+/** All locks, in their order: none is in the middle of a change when the process is copied. */
+void before_fork() {
+  Qk_mem_mtx.lock();
+  for_each_handle([](const qk_mem_handle& handle) {
+    if (handle.mtx != nullptr) handle.mtx->lock();
+  });
+  hold_log();
+  Qk_mem_error.hold();
+  flush_trace_file();
+}
+
+/** In the parent as in the child, whose only thread is a copy of the one that took the locks. */
+void after_fork() {
+  Qk_mem_error.let_go();
+  let_log_go();
+  for_each_handle([](const qk_mem_handle& handle) {
+    if (handle.mtx != nullptr) handle.mtx->unlock();
+  });
+  Qk_mem_mtx.unlock();
+}
+
+}  // namespace
+
+void watch_forks() { pthread_atfork(before_fork, after_fork, after_fork); }
+
+}  // namespace qk::mem

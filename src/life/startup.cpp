@@ -1,0 +1,97 @@
+// The start-up, at the first call.
+#include "config/debug_config.h"
+#include "core/own_places.h"
+#include "core/registry.h"
+#include "core/upcalls.h"
+#include "diag/heap.h"
+#include "diag/log.h"
+#include "life/cleanup.h"
+#include "life/fork.h"
+#include "life/interruption.h"
+#include "support/exit_handlers.h"
+
+namespace qk::mem {
+
+constinit std::int32_t start_up_is_over = 0;
+
+namespace {
+
+constexpr char kRoutine[] = "qk_mem_init";
+
+/** Bytes that a block's header takes: a multiple of 16, so that the data area is aligned. */
+void settle_blocksize() {
+  Qk_mem_blocksize = 32;
+  if (Qk_mem_blocksize % 16 != 0) Qk_mem_blocksize += 16;
+}
+
+void log_configuration(qk::Status& status) {
+  if (qk::load(global_switches().debug) == 0) return;
+  qk_mem_write_log("   %s: opts:   %s\n", kRoutine, qk::load(Qk_mem_opts) != 0 ? "HEAPSIZE " : "");
+  char settings[QK_MEM_SETTINGS_SIZE];
+  qk_mem_debug_settings(settings, &status);
+  if (settings[0] != '\0') qk_mem_write_log("   %s: debug:  %s\n", kRoutine, settings);
+  qk_mallinfo();
+}
+
+bool register_exit_handler(qk::Status& status) {
+  if (qk_atexit(qk_mem_cleanup, "qk_mem_cleanup", "qk", "POSITION=LAST", &status) == 0) return true;
+  Qk_mem_error.set(status.code);
+  if (reports(global_switches())) {
+    qk_mem_write_log("   %s: ERROR: Unable to activate exit handler: %d\n", kRoutine, status.code);
+  }
+  return false;
+}
+
+bool open_overhead_handle() {
+  if (qk_mem_inew_handle("OVERHEAD AUTOFREE MULTITHREADED", nullptr, own::kOverheadHandle.file,
+                         own::kOverheadHandle.line) == QK_MEM_OVERHEAD_HANDLE) {
+    return true;
+  }
+  if (reports(global_switches())) {
+    qk_mem_write_log("   %s: ERROR: Failure opening overhead handle: %d\n", kRoutine,
+                     qk_mem_error());
+  }
+  return false;
+}
+
+void open_data_handle() {
+  if (qk_mem_inew_handle("DATA MULTITHREADED", nullptr, own::kDataHandle.file,
+                         own::kDataHandle.line) == QK_MEM_DATA_HANDLE) {
+    return;
+  }
+  if (reports(global_switches())) {
+    qk_mem_write_log("   %s: ERROR: Failure opening data handle: %d\n", kRoutine, qk_mem_error());
+  }
+}
+
+/** Every failure ends the start-up and leaves its code. */
+void start_up() {
+  qk::Status status;
+  QK_INIT_STATUS(&status);
+  Qk_mem_init_heap = qk_heapsize();
+  settle_blocksize();
+  if (qk_mem_debug_init(&status) != 0 || qk_mem_options("", &status) != 0) {
+    Qk_mem_error.set(status.code);
+    return;
+  }
+  log_configuration(status);
+  watch_forks();
+  qk::put_off_exit_while(interrupts_something);
+  if (register_exit_handler(status) && open_overhead_handle()) open_data_handle();
+}
+
+}  // namespace
+}  // namespace qk::mem
+
+extern "C" void qk_mem_init(void) {
+  using namespace qk::mem;
+  const RegistryLock lock;
+  if (Qk_mem_initialized != 0) return;
+  // Set first: the calls below are public ones, which would start up again.
+  Qk_mem_initialized = 1;
+  start_up();
+  open_quick_slots();
+  __atomic_store_n(&start_up_is_over, 1, __ATOMIC_RELEASE);
+}
+
+extern "C" int qk_mem_error(void) { return *Qk_mem_error; }

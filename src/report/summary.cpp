@@ -1,0 +1,62 @@
+// Totals per category and tag.
+#include "diag/log.h"
+#include "report/report.h"
+#include "report/rules.h"
+
+namespace qk::mem {
+namespace {
+
+struct Categories {
+  Sum total;
+  Sum overhead;
+  Sum data;
+  Sum management;
+};
+
+Categories sum_all_handles() {
+  Categories sums;
+  for_each_handle([&](const qk_mem_handle& handle) {
+    const std::uint32_t qty = qk::load(handle.qty);
+    const std::uint64_t amount = qk::load(handle.amount);
+    sums.total.add(qty, amount);
+    (handle.type == 'O' ? sums.overhead : sums.data).add(qty, amount);
+    sums.management.add(qk::load(handle.overhead_qty), qk::load(handle.overhead_amount));
+  });
+  return sums;
+}
+
+/** Heap that no record accounts for; negative where records hold memory from elsewhere. */
+std::int64_t untracked_heap(const Report& report, const Categories& sums) {
+  const auto tracked = static_cast<std::int64_t>(sums.total.amount + sums.management.amount);
+  return report.heap - Qk_mem_init_heap - tracked;
+}
+
+void print_tags(FILE* stream) {
+  qk_mem_fprintf(stream, "   Tags:\n");
+  for_each_tag([&](const qk_mem_tag& tag) {
+    qk_mem_fprintf(stream, "     %2s:       %8u %10zu\n", tag.name, qk::load(tag.qty),
+                   qk::load(tag.amount));
+  });
+  qk_mem_fprintf(stream, "     %4s:     %8u %10zu\n", "NONE", qk::load(Qk_mem_global_tag.qty),
+                 qk::load(Qk_mem_global_tag.amount));
+}
+
+}  // namespace
+
+void print_summary(const Report& report) {
+  const Categories sums = sum_all_handles();
+  FILE* stream = report.stream;
+  qk_mem_fprintf(stream, "%s", kRule);
+  qk_mem_fprintf(stream, "   Category         Qty        Amt\n");
+  qk_mem_fprintf(stream, "   -------------------------------\n");
+  qk_mem_fprintf(stream, "   Current:    %8u %10zu\n", sums.total.qty, sums.total.amount);
+  qk_mem_fprintf(stream, "   Overhead:   %8u %10zu\n", sums.overhead.qty, sums.overhead.amount);
+  qk_mem_fprintf(stream, "   Data:       %8u %10zu\n", sums.data.qty, sums.data.amount);
+  qk_mem_fprintf(stream, "   Management: %8u %10zu\n", sums.management.qty, sums.management.amount);
+  qk_mem_fprintf(stream, "   Initial:             %10zd\n", Qk_mem_init_heap);
+  qk_mem_fprintf(stream, "   Heap:                %10zd\n", report.heap);
+  qk_mem_fprintf(stream, "   Untracked:           %10zd\n", untracked_heap(report, sums));
+  print_tags(stream);
+}
+
+}  // namespace qk::mem

@@ -1,0 +1,75 @@
+# The library. Whoever drops include/ and src/ into a tree of his own needs exactly these files and
+# nothing else; a check holds the list against the folders.
+set(library_sources
+  qkmem.cpp
+
+  support/exit_handlers.cpp
+  support/format.cpp
+  support/hash.cpp
+  support/line.cpp
+  support/mtx.cpp
+  support/options.cpp
+  support/search.cpp
+  support/signals.cpp
+  support/status.cpp
+  support/system.cpp
+  support/text.cpp
+  support/thread_id.cpp
+
+  core/registry.cpp
+  core/switches.cpp
+
+  diag/event.cpp
+  diag/heap.cpp
+  diag/log.cpp
+  diag/trace_file.cpp
+
+  table/blocks.cpp
+  table/first_fit.cpp
+  table/lookup.cpp
+  table/overhead.cpp
+  table/pointer_array.cpp
+  table/pointer_table.cpp
+  table/slices.cpp
+  table/tags.cpp
+
+  alloc/allocate.cpp
+  alloc/entry.cpp
+  alloc/external.cpp
+  alloc/managed_array.cpp
+  alloc/release.cpp
+  alloc/resize.cpp
+
+  handle/clear.cpp
+  handle/create.cpp
+  handle/destroy.cpp
+  handle/handle_array.cpp
+  handle/handle_options.cpp
+  handle/queries.cpp
+  handle/release_walk.cpp
+  handle/repeats.cpp
+  handle/warnings.cpp
+
+  config/debug_config.cpp
+  config/debug_init.cpp
+  config/debug_settings.cpp
+  config/default_options.cpp
+  config/dump_config.cpp
+  config/refusal.cpp
+
+  report/baseline.cpp
+  report/comparison.cpp
+  report/details.cpp
+  report/dump.cpp
+  report/filters.cpp
+  report/growth.cpp
+  report/info.cpp
+  report/summary.cpp
+
+  life/cleanup.cpp
+  life/fork.cpp
+  life/interruption.cpp
+  life/staged_log.cpp
+  life/startup.cpp
+)
+list(TRANSFORM library_sources PREPEND "${CMAKE_CURRENT_LIST_DIR}/")

@@ -1,0 +1,226 @@
+#include "table/pointer_table.h"
+
+#include <cerrno>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+
+#include "core/kinds.h"
+#include "core/registry.h"
+#include "diag/event.h"
+#include "diag/log.h"
+#include "diag/system_failure.h"
+#include "table/record_steps.h"
+#include "table/slices.h"
+#include "table/slot.h"
+
+namespace qk::mem {
+namespace {
+
+constexpr char kRoutine[] = "qk_mem_new_ptr";
+constexpr std::int32_t kFirstSlots = 16;
+constexpr std::int32_t kMoreSlots = 64;
+
+/**
+ * The locks for recording a pointer. Growing replaces an array that a report may be reading, so a
+ * full array asks for the registry's lock, under which reports run, and that one comes first.
+ */
+class RecordingLock {
+ public:
+  RecordingLock(const qk_mem_handle& handle, const qk_mem_ptr_array& array) {
+    handle_.emplace(handle);
+    if (!is_full(array)) return;
+    handle_.reset();
+    both_.emplace(handle);
+  }
+
+ private:
+  std::optional<HandleLock> handle_;
+  std::optional<RegistryAndHandleLock> both_;
+};
+
+/** Bytes of an array of `slots`; the count has 32 bits, and one that outgrows them can't be had. */
+std::optional<std::uint32_t> array_bytes(std::int32_t slots) {
+  const std::uint64_t bytes = static_cast<std::uint64_t>(slots) * kSlotBytes;
+  if (bytes > UINT32_MAX) return std::nullopt;
+  return static_cast<std::uint32_t>(bytes);
+}
+
+qk_mem_ptr* resize_slots(qk_mem_ptr* slots, std::optional<std::uint32_t> bytes) {
+  if (!bytes) {
+    errno = ENOMEM;
+    return nullptr;
+  }
+  return static_cast<qk_mem_ptr*>(std::realloc(slots, *bytes));
+}
+
+void report_failed_growth(const Site& site, std::size_t bytes, SystemFailure& failure) {
+  if (!reports(site)) return;
+  qk_mem_write_log("   %s: ERROR: realloc of %zu at %s:%d of a->ptrs failed: %d %s\n", site.routine,
+                   bytes, site.file(), site.line, failure.number(), failure.text());
+}
+
+/** Writes slot 0 anew after a growth and tells of it. */
+void record_array(qk_mem_handle& handle, qk_mem_ptr_array& array, std::uint64_t growth,
+                  const Site& site) {
+  qk_mem_ptr own = read_slot(array.ptrs[0]);
+  own.address = array.ptrs;
+  own.file = site.file();
+  own.line = static_cast<std::uint16_t>(site.line);
+  own.count = static_cast<std::uint64_t>(array.capacity);
+  own.size = kSlotBytes;
+  own.seq = next_seq();
+  own.kind = kind::kPointerArray;
+  write_slot(array.ptrs[0], own);
+  announce_made(lines::kAllocated, site, handle.id, own, static_cast<long>(growth),
+                Located::kByCaller);
+}
+
+/**
+ * Grows a full array. A growth that fails leaves the larger capacity and no slots, for good: what
+ * was recorded in the array is lost, and nothing more is recorded there.
+ */
+bool grow(qk_mem_handle& handle, qk_mem_ptr_array& array, const Site& site) {
+  qk_mem_ptr* const before = array.ptrs;
+  const std::uint64_t old_bytes = static_cast<std::uint64_t>(array.capacity) * kSlotBytes;
+  const std::int32_t capacity = array.capacity + (array.capacity == 0 ? kFirstSlots : kMoreSlots);
+  const std::uint64_t new_bytes = static_cast<std::uint64_t>(capacity) * kSlotBytes;
+
+  qk_mem_ptr* const slots = resize_slots(before, array_bytes(capacity));
+  if (slots == nullptr) {
+    SystemFailure failure;
+    qk::publish(array.ptrs, nullptr);
+    qk::store(array.capacity, capacity);
+    std::free(before);
+    drop_slices(handle, array, site);
+    report_failed_growth(site, new_bytes, failure);
+    return false;
+  }
+  const std::uint64_t kept = before == nullptr ? 0 : old_bytes;
+  std::memset(reinterpret_cast<char*>(slots) + kept, 0, new_bytes - kept);
+  qk::publish(array.ptrs, slots);
+  qk::store(array.capacity, capacity);
+  if (before == nullptr) {
+    array.free_from = 1;
+    qk::bump(array.used, 1);
+    qk::bump(handle.overhead_qty, 1);
+  }
+  qk::bump(handle.overhead_amount, new_bytes - old_bytes);
+  record_array(handle, array, new_bytes - old_bytes, site);
+  keep_slices(handle, array, site);
+  return true;
+}
+
+/** Finds a slot for a new record, growing the array if need be. */
+std::int32_t reserve_slot(qk_mem_handle& handle, qk_mem_ptr_array& array, const Site& site) {
+  if (is_full(array) && !grow(handle, array, site.as(kRoutine))) return kNoSlot;
+  const std::int32_t index = first_free_slot(array);
+  if (index == kNoSlot && reports(site)) {
+    qk_mem_write_log("   %s: WARNING: ptr array not large enough\n", kRoutine);
+  }
+  return index;
+}
+
+}  // namespace
+
+void add_bytes(qk_mem_handle& handle, Totals totals, unsigned char kind, std::uint64_t bytes) {
+  const HandleLock lock(handle);
+  sum_bytes(handle, totals, kind, bytes, qk::is_single_threaded());
+}
+
+std::optional<qk_mem_ptr> record_pointer(qk_mem_handle& handle, void* address, unsigned char kind,
+                                         const Contents& contents, const Site& site,
+                                         Totals totals) {
+  qk_mem_ptr_array& array = array_of(handle, address);
+  const RecordingLock lock(handle, array);
+  const std::int32_t index = reserve_slot(handle, array, site);
+  if (index == kNoSlot) return std::nullopt;
+  const qk_mem_ptr record = {address,
+                             contents.tracker,
+                             site.file(),
+                             contents.count,
+                             contents.size,
+                             next_seq(),
+                             static_cast<std::uint16_t>(site.line),
+                             kind,
+                             0};
+  occupy(handle, array, index, record, totals, qk::is_single_threaded());
+  return record;
+}
+
+std::optional<qk_mem_ptr> find_pointer(qk_mem_handle& handle, const void* address) {
+  const HandleLock lock(handle);
+  qk_mem_ptr_array& array = array_of(handle, address);
+  const std::int32_t index = find_slot(array, address);
+  if (index == kNoSlot) return std::nullopt;
+  return read_slot(array.ptrs[index]);
+}
+
+std::optional<Taken> take_pointer(qk_mem_handle& handle, const void* address, Totals totals) {
+  const HandleLock lock(handle);
+  qk_mem_ptr_array& array = array_of(handle, address);
+  const std::int32_t index = find_slot(array, address);
+  if (index == kNoSlot) return std::nullopt;
+  const Taken taken = {read_slot(array.ptrs[index]), index};
+  take_out(handle, array, index, totals, qk::is_single_threaded());
+  return taken;
+}
+
+void put_back(qk_mem_handle& handle, const Taken& taken, Totals totals) {
+  const HandleLock lock(handle);
+  qk_mem_ptr_array& array = array_of(handle, taken.record.address);
+  if (slots_of(array) == 0) return;
+  const std::int32_t index = is_free(array, taken.index) ? taken.index : first_free_slot(array);
+  if (index != kNoSlot) {
+    occupy(handle, array, index, taken.record, totals, qk::is_single_threaded());
+  }
+}
+
+void remove_visited(qk_mem_handle& handle, qk_mem_ptr_array& array, std::int32_t index) {
+  vacate(handle, array, index, qk::is_single_threaded());
+}
+
+}  // namespace qk::mem
+
+extern "C" qk_mem_ptr* qk_mem_new_ptr(qk_mem_handle* handle, void* address, unsigned char kind,
+                                      const char* file, int line, qk_mem_debug* debug) {
+  using namespace qk::mem;
+  qk_mem_ptr_array& array = array_of(*handle, address);
+  const RecordingLock lock(*handle, array);
+  const std::int32_t index = reserve_slot(*handle, array, Site(kRoutine, file, line, *debug));
+  if (index == kNoSlot) return nullptr;
+  qk_mem_ptr record = {};
+  record.address = address;
+  record.kind = kind;
+  occupy(*handle, array, index, record, Totals::kNone, qk::is_single_threaded());
+  return &array.ptrs[index];
+}
+
+extern "C" qk_mem_ptr* qk_mem_get_ptr(qk_mem_handle* handle, const void* address) {
+  using namespace qk::mem;
+  const HandleLock lock(*handle);
+  qk_mem_ptr_array& array = array_of(*handle, address);
+  const std::int32_t index = find_slot(array, address);
+  return index == kNoSlot ? nullptr : &array.ptrs[index];
+}
+
+extern "C" void qk_mem_free_ptr(qk_mem_handle* handle, qk_mem_ptr* record) {
+  using namespace qk::mem;
+  const HandleLock lock(*handle);
+  qk_mem_ptr_array& array = array_of(*handle, record->address);
+  const std::int32_t index = find_slot(array, record->address);
+  if (index <= 0) return;
+  clear_slot(array.ptrs[index]);
+  give_slot(array, index);
+  count_record(*handle, record->kind, -1, qk::is_single_threaded());
+}
+
+extern "C" void qk_mem_free_ptrs(qk_mem_handle* handle, int index) {
+  using namespace qk::mem;
+  qk_mem_ptr_array& array = handle->ptrs[index];
+  if (slots_of(array) == 0) return;
+  qk::bump(array.used, -1);
+  qk::bump(handle->overhead_qty, static_cast<std::uint32_t>(-1));
+  qk::bump(handle->overhead_amount, 0 - bytes_of(array.ptrs[0]));
+  clear_slot(array.ptrs[0]);
+}

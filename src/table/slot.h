@@ -1,0 +1,75 @@
+#ifndef QKMEM_TABLE_SLOT_H_
+#define QKMEM_TABLE_SLOT_H_
+
+#include "core/records.h"
+#include "support/relaxed.h"
+
+/**
+ * Access to slots of pointer arrays. A slot is written under its handle's lock, but reports read it
+ * without: they may see a record half made or half gone, never one that leads to released memory,
+ * since the files' names live for ever and reports don't follow trackers.
+ */
+namespace qk::mem {
+
+[[nodiscard]] inline void* address_in(const qk_mem_ptr& slot) {
+  return __atomic_load_n(&slot.address, __ATOMIC_ACQUIRE);
+}
+
+[[nodiscard]] inline qk_mem_ptr read_slot(const qk_mem_ptr& slot) {
+  qk_mem_ptr record;
+  record.address = address_in(slot);
+  record.tracker = qk::load(slot.tracker);
+  record.file = qk::load(slot.file);
+  record.count = qk::load(slot.count);
+  record.size = qk::load(slot.size);
+  record.seq = qk::load(slot.seq);
+  record.line = qk::load(slot.line);
+  record.kind = qk::load(slot.kind);
+  record.baselined = qk::load(slot.baselined);
+  return record;
+}
+
+/** All of a record but its address. */
+inline void write_contents(qk_mem_ptr& slot, const qk_mem_ptr& record) {
+  qk::store(slot.tracker, record.tracker);
+  qk::store(slot.file, record.file);
+  qk::store(slot.count, record.count);
+  qk::store(slot.size, record.size);
+  qk::store(slot.seq, record.seq);
+  qk::store(slot.line, record.line);
+  qk::store(slot.kind, record.kind);
+  qk::store(slot.baselined, record.baselined);
+}
+
+inline void write_slot(qk_mem_ptr& slot, const qk_mem_ptr& record) {
+  write_contents(slot, record);
+  __atomic_store_n(&slot.address, record.address, __ATOMIC_RELEASE);
+}
+
+inline void clear_slot(qk_mem_ptr& slot) {
+  __atomic_store_n(&slot.address, nullptr, __ATOMIC_RELAXED);
+  write_contents(slot, qk_mem_ptr{});
+}
+
+/** Slots of an array that can be walked: none after a growth that failed. */
+[[nodiscard]] inline std::int32_t slots_of(const qk_mem_ptr_array& array) {
+  return qk::load_pointer(array.ptrs) == nullptr ? 0 : qk::load(array.capacity);
+}
+
+/**
+ * Calls `visit` with a copy of every live record of a handle, the arrays' own ones included, in the
+ * order of arrays and slots. Needs the registry's lock, under which alone arrays are replaced.
+ */
+template <class Visit>
+void for_each_record(const qk_mem_handle& handle, Visit visit) {
+  for (const qk_mem_ptr_array& array : handle.ptrs) {
+    const std::int32_t slots = slots_of(array);
+    for (std::int32_t i = 0; i < slots; ++i) {
+      if (address_in(array.ptrs[i]) != nullptr) visit(read_slot(array.ptrs[i]));
+    }
+  }
+}
+
+}  // namespace qk::mem
+
+#endif  // QKMEM_TABLE_SLOT_H_
