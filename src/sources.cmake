@@ -16,7 +16,9 @@ set(library_sources
   support/text.cpp
   support/thread_id.cpp
 
+  core/handle_array.cpp
   core/registry.cpp
+  core/shutdown.cpp
   core/switches.cpp
 
   diag/event.cpp
@@ -30,7 +32,6 @@ set(library_sources
   table/overhead.cpp
   table/pointer_array.cpp
   table/pointer_table.cpp
-  table/slices.cpp
   table/tags.cpp
 
   alloc/allocate.cpp

@@ -2,7 +2,7 @@
 #include <cstring>
 
 #include "alloc/entry.h"
-#include "alloc/system_memory.h"
+#include "core/system_memory.h"
 #include "diag/log.h"
 #include "diag/system_failure.h"
 #include "table/blocks.h"
@@ -40,7 +40,7 @@ void warn_of_malloc_misuse(const qk_mem_handle& handle, std::size_t size, int al
 template <class Lock>
 [[gnu::noinline]] void* malloc_quickly(qk_mem_handle& handle, std::size_t size, int /*align*/,
                                        const char* file, int line) {
-  void* memory = system_malloc(size);
+  void* memory = user_memory::allocate(size);
   if (memory != nullptr &&
       record_quickly<Lock>(handle, memory, kind::kMalloc, 1, size, file, line)) {
     return memory;
@@ -91,12 +91,13 @@ template <class Lock>
 [[gnu::noinline]] void* malloc_on_handle(int hid, std::size_t size, int align, const char* file,
                                          int line) {
   ensure_started();
-  if (bypasses_tracking(hid)) return untracked(system_malloc(size));
+  if (bypasses_tracking(hid)) return untracked(user_memory::allocate(size));
   const Site site = malloc_site(file, line);
   qk_mem_handle* handle = open_handle(hid, site);
   if (handle == nullptr) return nullptr;
   if (warns(site)) warn_of_malloc_misuse(*handle, size, align, site);
-  if (!is_blockmgmt(*handle)) return conclude_malloc(*handle, system_malloc(size), size, site);
+  if (!is_blockmgmt(*handle))
+    return conclude_malloc(*handle, user_memory::allocate(size), size, site);
   void* piece = allocate_piece(*handle, size, align, site);
   if (piece != nullptr) record_allocation(*handle, piece, kind::kMalloc, {1, size}, site);
   return piece;
@@ -148,7 +149,7 @@ void* obtain_zeroed_piece(qk_mem_handle& handle, std::size_t num, std::size_t si
 template <class Lock>
 [[gnu::noinline]] void* calloc_quickly(qk_mem_handle& handle, std::size_t num, std::size_t size,
                                        const char* file, int line) {
-  void* memory = system_calloc(num, size);
+  void* memory = user_memory::allocate_zeroed(num, size);
   if (memory != nullptr &&
       record_quickly<Lock>(handle, memory, kind::kCalloc, num, size, file, line)) {
     return memory;
@@ -159,13 +160,13 @@ template <class Lock>
 [[gnu::noinline]] void* calloc_on_handle(int hid, std::size_t num, std::size_t size, int alignment,
                                          const char* file, int line) {
   ensure_started();
-  if (bypasses_tracking(hid)) return untracked(system_calloc(num, size));
+  if (bypasses_tracking(hid)) return untracked(user_memory::allocate_zeroed(num, size));
   const Site site = calloc_site(file, line);
   qk_mem_handle* handle = open_handle(hid, site);
   if (handle == nullptr) return nullptr;
   if (warns(site)) warn_of_calloc_misuse(*handle, num, size, alignment, site);
   if (!is_blockmgmt(*handle)) {
-    return conclude_calloc(*handle, system_calloc(num, size), num, size, site);
+    return conclude_calloc(*handle, user_memory::allocate_zeroed(num, size), num, size, site);
   }
   void* piece = obtain_zeroed_piece(*handle, num, size, alignment, site);
   if (piece != nullptr) record_allocation(*handle, piece, kind::kCalloc, {num, size}, site);
@@ -187,7 +188,7 @@ void* obtain_copied_piece(qk_mem_handle& handle, const char* str, const Site& si
 
 void* obtain_strdup(qk_mem_handle& handle, const char* str, std::size_t size, const Site& site) {
   if (is_blockmgmt(handle)) return obtain_copied_piece(handle, str, site);
-  void* memory = ::strdup(str);
+  void* memory = user_memory::copy_of(str);
   if (memory != nullptr) return memory;
   SystemFailure failure;
   if (reports(site)) {
@@ -207,7 +208,7 @@ std::size_t recorded_size(const char* str) {
 
 extern "C" void* qk_mem_imalloc(int hid, size_t size, int align, const char* file, int line) {
   using namespace qk::mem;
-  if (bypasses_at_once(hid)) return untracked(system_malloc(size));
+  if (bypasses_at_once(hid)) return untracked(user_memory::allocate(size));
   if (qk_mem_handle* handle = quiet_handle(hid, Routine::kMalloc)) {
     return handle->mtx == nullptr
                ? malloc_on_quiet_handle<NoLock>(*handle, size, align, file, line)
@@ -219,7 +220,7 @@ extern "C" void* qk_mem_imalloc(int hid, size_t size, int align, const char* fil
 extern "C" void* qk_mem_icalloc(int hid, size_t num, size_t size, int alignment, const char* file,
                                 int line) {
   using namespace qk::mem;
-  if (bypasses_at_once(hid)) return untracked(system_calloc(num, size));
+  if (bypasses_at_once(hid)) return untracked(user_memory::allocate_zeroed(num, size));
   qk_mem_handle* handle = quiet_handle(hid, Routine::kCalloc);
   if (handle != nullptr && is_tracking(*handle)) {
     return handle->mtx == nullptr ? calloc_quickly<NoLock>(*handle, num, size, file, line)
@@ -233,7 +234,7 @@ extern "C" char* qk_mem_istrdup(int hid, const char* str, const char* file, int 
   static constexpr char routine[] = "qk_mem_istrdup";
   ensure_started();
   if (bypasses_tracking(hid)) {
-    return str == nullptr ? nullptr : static_cast<char*>(untracked(::strdup(str)));
+    return str == nullptr ? nullptr : static_cast<char*>(untracked(user_memory::copy_of(str)));
   }
   const Site site(routine, file, line, switches_of(Routine::kStrdup));
   qk_mem_handle* handle = open_handle(hid, site);

@@ -1,12 +1,12 @@
 // Growable arrays.
 #include <cerrno>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 
 #include "alloc/entry.h"
-#include "alloc/system_memory.h"
+#include "core/handle_array.h"
+#include "core/system_memory.h"
 #include "diag/log.h"
 #include "support/system.h"
 
@@ -24,12 +24,9 @@ enum ArrayFailure : int64_t { kNullAddress = -1, kNoElement = -2, kNoBlock = -3 
 
 ArrayHeader* header_of(void* elements) { return static_cast<ArrayHeader*>(elements) - 1; }
 
-/** Bytes of header and elements; what doesn't fit is a size that nobody serves. */
+/** Bytes of header and elements. */
 std::size_t array_bytes(std::size_t element_size, std::size_t elements) {
-  std::size_t bytes = 0;
-  const bool overflows =
-      __builtin_add_overflow(product(element_size, elements), sizeof(ArrayHeader), &bytes);
-  return overflows ? SIZE_MAX : bytes;
+  return sum(product(element_size, elements), sizeof(ArrayHeader));
 }
 
 int64_t refuse(int system_error, ArrayFailure failure) {
@@ -71,10 +68,6 @@ int64_t create_array(int hid, void** address, std::size_t element_size, std::siz
   return 0;
 }
 
-struct Free {
-  void operator()(void* memory) const { std::free(memory); }
-};
-
 /** Whether realloc on a handle leaves the contents behind when memory moves. */
 bool loses_contents(int hid) {
   const qk_mem_handle* handle = handle_slots().numbered(hid);
@@ -82,7 +75,7 @@ bool loses_contents(int hid) {
 }
 
 void* obtain_copy(const void* contents, std::size_t size, const Site& site) {
-  void* copy = system_malloc(size);
+  void* copy = own_memory::allocate(size);
   if (copy != nullptr) return std::memcpy(copy, contents, size);
   report_failed_malloc(size, site);
   return nullptr;
@@ -91,7 +84,7 @@ void* obtain_copy(const void* contents, std::size_t size, const Site& site) {
 /** Resizes an array of `used` bytes with all its contents; null leaves it as it was. */
 ArrayHeader* resize_array(int hid, ArrayHeader* header, std::size_t used, std::size_t size,
                           const Site& site) {
-  std::unique_ptr<void, Free> contents;
+  std::unique_ptr<void, own_memory::Release> contents;
   if (loses_contents(hid)) {
     contents.reset(obtain_copy(header, used, site));
     if (contents == nullptr) return nullptr;
@@ -106,8 +99,7 @@ ArrayHeader* resize_array(int hid, ArrayHeader* header, std::size_t used, std::s
 bool grow_array(int hid, void** address, std::size_t element_size, std::size_t block_factor,
                 const Site& site) {
   ArrayHeader* header = header_of(*address);
-  std::size_t elements = 0;
-  if (__builtin_add_overflow(block_factor, header->capacity, &elements)) elements = SIZE_MAX;
+  const std::size_t elements = sum(block_factor, header->capacity);
   const std::size_t used = array_bytes(element_size, header->capacity);
   const std::size_t size = array_bytes(element_size, elements);
   header = resize_array(hid, header, used, size, site);

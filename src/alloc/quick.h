@@ -3,6 +3,7 @@
 
 #include <cstdint>
 
+#include "core/handle_array.h"
 #include "core/kinds.h"
 #include "core/registry.h"
 #include "core/upcalls.h"
@@ -20,7 +21,7 @@ namespace qk::mem {
 /** Whether nobody is told of a routine's events: no check, no line, no row, no report. */
 [[nodiscard]] inline bool is_quiet(const qk_mem_debug& switches) {
   return (qk::load(switches.on) | qk::load(switches.debug) | qk::load(switches.ctrlblks)) == 0 &&
-         qk::load_pointer(Qk_mem_db) == nullptr;
+         qk::acquire(Qk_mem_db) == nullptr;
 }
 
 /**

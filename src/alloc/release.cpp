@@ -1,7 +1,6 @@
 // Memory that goes back: free.
-#include <cstdlib>
-
 #include "alloc/entry.h"
+#include "core/system_memory.h"
 #include "diag/log.h"
 #include "table/blocks.h"
 
@@ -45,7 +44,7 @@ std::optional<Taken> release_memory(qk_mem_handle& handle, void* ptr, const Site
     taken = take_pointer(handle, ptr, Totals::kDataExceptPieces);
     if (!taken && reports(site)) warn_not_found(site, handle.id, shown(ptr));
   }
-  std::free(ptr);
+  user_memory::release(ptr);
   return taken;
 }
 
@@ -76,7 +75,7 @@ void announce_free(const qk_mem_handle& handle, const qk_mem_ptr& record, const 
 [[gnu::noinline]] void free_on_handle(int hid, void* ptr, const char* file, int line) {
   ensure_started();
   if (bypasses_tracking(hid)) {
-    std::free(ptr);
+    user_memory::release(ptr);
     return;
   }
   const Site site("qk_mem_ifree", file, line, switches_of(Routine::kFree));
@@ -94,7 +93,7 @@ template <class Lock>
     free_on_handle(handle.id, ptr, file, line);
     return;
   }
-  std::free(ptr);
+  user_memory::release(ptr);
   next_seq();
 }
 
@@ -104,7 +103,7 @@ template <class Lock>
 extern "C" void qk_mem_ifree(int hid, void* ptr, const char* file, int line) {
   using namespace qk::mem;
   if (bypasses_at_once(hid)) {
-    std::free(ptr);
+    user_memory::release(ptr);
     return;
   }
   qk_mem_handle* handle = quiet_handle(hid, Routine::kFree);

@@ -2,7 +2,7 @@
 #include <cstring>
 
 #include "alloc/entry.h"
-#include "alloc/system_memory.h"
+#include "core/system_memory.h"
 #include "diag/heap.h"
 #include "diag/log.h"
 #include "diag/system_failure.h"
@@ -74,7 +74,7 @@ Resized resize_memory(qk_mem_handle& handle, void* ptr, std::size_t size) {
   if (ptr != nullptr && handle.track != 0) {
     resized.old = take_pointer(handle, ptr, Totals::kDataOfOrdinary);
   }
-  resized.memory = system_realloc(ptr, size);
+  resized.memory = user_memory::resize(ptr, size);
   return resized;
 }
 
@@ -180,7 +180,7 @@ Site realloc_site(const char* file, int line) {
 [[gnu::noinline]] void* realloc_on_handle(int hid, void* ptr, std::size_t size, int alignment,
                                           const char* file, int line) {
   ensure_started();
-  if (bypasses_tracking(hid)) return untracked(system_realloc(ptr, size));
+  if (bypasses_tracking(hid)) return untracked(user_memory::resize(ptr, size));
   const Site site = realloc_site(file, line);
   qk_mem_handle* handle = open_handle(hid, site);
   if (handle == nullptr) return nullptr;
@@ -196,7 +196,7 @@ template <class Lock>
   if (!take_quickly<Lock>(handle, ptr, Totals::kDataOfOrdinary, &*resized.old)) {
     return realloc_on_handle(handle.id, ptr, size, alignment, file, line);
   }
-  resized.memory = system_realloc(ptr, size);
+  resized.memory = user_memory::resize(ptr, size);
   if (resized.memory != nullptr &&
       record_quickly<Lock>(handle, resized.memory, kind::kRealloc, 1, size, file, line)) {
     return resized.memory;
@@ -210,7 +210,7 @@ template <class Lock>
 extern "C" void* qk_mem_irealloc(int hid, void* ptr, size_t size, int alignment, const char* file,
                                  int line) {
   using namespace qk::mem;
-  if (bypasses_at_once(hid)) return untracked(system_realloc(ptr, size));
+  if (bypasses_at_once(hid)) return untracked(user_memory::resize(ptr, size));
   qk_mem_handle* handle = quiet_handle(hid, Routine::kRealloc);
   if (handle != nullptr && is_tracking(*handle)) {
     return handle->mtx == nullptr

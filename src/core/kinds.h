@@ -2,7 +2,7 @@
 #define QKMEM_CORE_KINDS_H_
 
 #include "core/records.h"
-#include "support/relaxed.h"
+#include "support/shared_variable.h"
 
 namespace qk::mem {
 

@@ -25,18 +25,7 @@ struct qk_mem_ptr {
   std::uint8_t baselined;   // live when a baseline was set
 };
 
-/**
- * The addresses in a large pointer array once more, as 16 bits each: many times as fast to search
- * as records are. See table/slices.h.
- */
-struct qk_mem_slices {
-  std::int32_t room;  // slots that there is place for
-
-  /** One for each slot, right behind; 0 for a free slot. */
-  [[nodiscard]] std::uint16_t* values() { return reinterpret_cast<std::uint16_t*>(this + 1); }
-};
-
-/** Descriptor of one of a handle's eight pointer arrays. */
+/** Descriptor of one of a handle's eight pointer arrays, see table/pointer_array.h. */
 struct qk_mem_ptr_array {
   std::int32_t capacity;   // slots; 0 until the first pointer arrives
   std::int32_t used;       // occupied slots, slot 0 included
@@ -44,7 +33,6 @@ struct qk_mem_ptr_array {
   std::int32_t last;       // slot most recently found or filled
   std::int32_t spare;      // a free slot below `free_from`, 0 if there is none
   std::int32_t free_from;  // no slot below it is free, but for `spare`
-  qk_mem_slices* slices;   // of a large array; null also where there was no memory for it
 };
 
 struct qk_mem_handle;

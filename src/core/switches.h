@@ -2,7 +2,7 @@
 #define QKMEM_CORE_SWITCHES_H_
 
 #include "core/records.h"
-#include "support/relaxed.h"
+#include "support/shared_variable.h"
 
 /** One record for each watched routine, see qk::mem::Routine. */
 extern qk_mem_debug Qk_mem_debug[20];

@@ -2,7 +2,7 @@
 #define QKMEM_CORE_UPCALLS_H_
 
 #include "core/switches.h"
-#include "support/relaxed.h"
+#include "support/shared_variable.h"
 
 /** The only calls that go from a lower layer to a higher one. */
 namespace qk::mem {
@@ -10,9 +10,7 @@ namespace qk::mem {
 /** Set once start-up is over, also when it failed; Qk_mem_initialized is set when it begins. */
 extern std::int32_t start_up_is_over;
 
-[[nodiscard]] inline bool is_started() {
-  return __atomic_load_n(&start_up_is_over, __ATOMIC_ACQUIRE) != 0;
-}
+[[nodiscard]] inline bool is_started() { return qk::acquire(start_up_is_over) != 0; }
 
 /**
  * Starts the library up at the first public call. A thread that comes while another one is starting

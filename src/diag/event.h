@@ -6,7 +6,7 @@
 #include "core/records.h"
 #include "diag/site.h"
 #include "diag/trace_file.h"
-#include "support/relaxed.h"
+#include "support/shared_variable.h"
 
 /**
  * The lines that events leave in the log and the trace file. All events of pointers have one of two
@@ -42,7 +42,7 @@ enum class Located { kByRecord, kByCaller };
 
 /** Whether anybody listens to the event of a site: asked before anything is prepared. */
 [[nodiscard]] inline bool is_heard(const Site& site) {
-  return traces(site) || qk::load_pointer(Qk_mem_db) != nullptr;
+  return traces(site) || qk::acquire(Qk_mem_db) != nullptr;
 }
 
 void write_made(const EventLines& lines, const Site& site, int hid, const qk_mem_ptr& record,

@@ -2,9 +2,8 @@
 
 #include <malloc.h>
 
-#include <cstdlib>
-
 #include "core/registry.h"
+#include "core/system_memory.h"
 #include "core/upcalls.h"
 #include "diag/log.h"
 #include "support/format.h"
@@ -24,7 +23,7 @@ struct mallinfo allocator_statistics() {
 /** Makes the allocator set up its main arena before the first measurement. */
 void ensure_arena() {
   static void* dummy = nullptr;
-  if (qk::load_pointer(dummy) == nullptr) qk::publish(dummy, std::malloc(1));
+  if (qk::acquire(dummy) == nullptr) qk::publish(dummy, qk::mem::own_memory::allocate(1));
 }
 
 }  // namespace
@@ -50,7 +49,7 @@ extern "C" char* qk_mem_heapsize_string(char* buf) {
 extern "C" void qk_mallinfo(void) {
   qk::mem::ensure_started();
   const struct mallinfo info = allocator_statistics();
-  if (qk::load_pointer(Qk_mem_log) == nullptr) return;
+  if (qk::acquire(Qk_mem_log) == nullptr) return;
   constexpr char kRule[] = "-------------------------------------------------\n";
   qk_mem_write_log("%s", kRule);
   qk_mem_write_log("Mallinfo stats\n");

@@ -7,7 +7,7 @@
 
 #include "support/format.h"
 #include "support/mtx.h"
-#include "support/relaxed.h"
+#include "support/shared_variable.h"
 #include "support/system.h"
 
 constinit FILE* Qk_mem_log = nullptr;
@@ -92,7 +92,7 @@ bool holds_log() { return log_mutex.held(); }
 
 extern "C" int qk_mem_write_log(const char* format, ...) {
   using namespace qk::mem;
-  if (qk::load_pointer(Qk_mem_log) == nullptr) return 0;
+  if (qk::acquire(Qk_mem_log) == nullptr) return 0;
   char line[kLineSize];
   va_list args;
   va_start(args, format);

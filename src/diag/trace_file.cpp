@@ -2,6 +2,7 @@
 
 #include <cstdint>
 
+#include "core/handle_array.h"
 #include "core/registry.h"
 #include "core/switches.h"
 #include "diag/log.h"
@@ -48,7 +49,7 @@ extern "C" int qk_mem_write_db(int handle, unsigned char type, const void* addre
   static std::int64_t current = 0;
   static std::int64_t last_heap = 0;
 
-  if (qk::load_pointer(Qk_mem_db) == nullptr || !debugging()) return -1;
+  if (qk::acquire(Qk_mem_db) == nullptr || !debugging()) return -1;
   const RegistryLock lock;
   if (Qk_mem_db == nullptr) return -1;
   current += change;

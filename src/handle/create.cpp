@@ -1,11 +1,12 @@
 // The making of a handle.
 #include <algorithm>
-#include <cstdlib>
-#include <new>
 #include <optional>
 
+#include "core/handle_array.h"
 #include "core/kinds.h"
 #include "core/registry.h"
+#include "core/shutdown.h"
+#include "core/system_memory.h"
 #include "core/upcalls.h"
 #include "diag/event.h"
 #include "diag/heap.h"
@@ -33,7 +34,7 @@ struct ArrayChange {
 
 qk_mem_handle** allocate_array(std::int32_t slots) {
   return static_cast<qk_mem_handle**>(
-      std::calloc(static_cast<std::size_t>(slots), sizeof(qk_mem_handle*)));
+      own_memory::allocate_zeroed(static_cast<std::size_t>(slots), sizeof(qk_mem_handle*)));
 }
 
 /**
@@ -75,7 +76,7 @@ qk_mem_handle** find_free_slot(const Site& site) {
 /** Makes a handle without anything of its own in a free slot. The count of handles stays raised. */
 qk_mem_handle* place_handle(qk_mem_handle** slot, const Site& site) {
   qk::store(Qk_mem_num_handles, Qk_mem_num_handles + 1);
-  auto* handle = static_cast<qk_mem_handle*>(std::calloc(1, sizeof(qk_mem_handle)));
+  auto* handle = static_cast<qk_mem_handle*>(own_memory::allocate_zeroed(1, sizeof(qk_mem_handle)));
   if (handle == nullptr) {
     SystemFailure failure;
     if (reports(site)) {
@@ -103,7 +104,7 @@ bool read_options(HandleOptions& asked, const char* options, const Site& site) {
 }
 
 bool add_mutex(qk_mem_handle& handle, const Site& site) {
-  handle.mtx = new (std::nothrow) qk::Mtx;
+  handle.mtx = own_memory::make<qk::Mtx>();
   if (handle.mtx != nullptr) return true;
   SystemFailure failure;
   if (reports(site)) {

@@ -1,9 +1,10 @@
 // The deletion of a handle.
-#include <cstdlib>
 #include <utility>
 
 #include "core/kinds.h"
 #include "core/registry.h"
+#include "core/shutdown.h"
+#include "core/system_memory.h"
 #include "core/upcalls.h"
 #include "diag/event.h"
 #include "diag/log.h"
@@ -11,7 +12,6 @@
 #include "handle/warnings.h"
 #include "table/lookup.h"
 #include "table/pointer_table.h"
-#include "table/slices.h"
 #include "table/slot.h"
 #include "table/tags.h"
 
@@ -80,7 +80,7 @@ void keep_handle_array_record(qk_mem_handle& overhead, const Site& site) {
 void release_block(qk_mem_handle& handle, qk_mem_block* block, const Site& site) {
   std::optional<Taken> taken;
   if (handle.track_blocks != 0) taken = take_pointer(handle, block, Totals::kNone);
-  give_back(block);
+  free_unless_kept(block);
   if (!taken) return;
   announce_released(lines::kReleasedInWalk, site, handle.id, event::kFree, taken->record,
                     release_of(taken->record));
@@ -108,17 +108,8 @@ void release_arrays(qk_mem_handle& handle, const Site& site) {
     if (slots_of(handle.ptrs[index]) == 0) continue;
     const qk_mem_ptr own = read_slot(handle.ptrs[index].ptrs[0]);
     announce_released(lines::kReleasedInWalk, site, handle.id, event::kFree, own, release_of(own));
-    give_back(detach_array(handle, index));
+    free_unless_kept(detach_array(handle, index));
   }
-}
-
-/**
- * Under both locks, as the growth of an array does it: the row in the trace file asks for the
- * first.
- */
-void release_slices(qk_mem_handle& handle, const Site& site) {
-  const RegistryAndHandleLock lock(handle);
-  for (qk_mem_ptr_array& array : handle.ptrs) drop_slices(handle, array, site);
 }
 
 void leave_tag(qk_mem_handle& handle) {
@@ -134,13 +125,13 @@ void leave_tag(qk_mem_handle& handle) {
 void release_mutex(qk_mem_handle& handle) {
   const RegistryLock lock;
   const qk::Mtx* mtx = std::exchange(handle.mtx, nullptr);
-  if (!keeps_memory()) delete mtx;
+  if (!keeps_memory()) own_memory::destroy(mtx);
 }
 
 void unregister(qk_mem_handle* handle) {
   const RegistryLock lock;
   withdraw(*handle);
-  give_back(handle);
+  free_unless_kept(handle);
   qk::store(Qk_mem_num_handles, Qk_mem_num_handles - 1);
 }
 
@@ -165,7 +156,6 @@ extern "C" int qk_mem_idel_handle(int hid, const char* file, int line) {
   qk_mem_handle* handle = open_handle(hid, site);
   if (handle == nullptr) return qk_mem_error();
   const bool has_records = keeps_records(*handle);
-  release_slices(*handle, site);
   if (has_records) {
     DeletionRules rules(*handle, site);
     release_records(*handle, site, rules);

@@ -1,3 +1,5 @@
+#include "core/handle_array.h"
+
 #include "core/kinds.h"
 #include "core/registry.h"
 #include "diag/event.h"

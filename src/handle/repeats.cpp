@@ -1,11 +1,11 @@
 #include "handle/repeats.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <memory>
 #include <tuple>
 
 #include "core/registry.h"
+#include "core/system_memory.h"
 #include "table/slot.h"
 
 namespace qk::mem {
@@ -22,10 +22,6 @@ struct Entry {
   bool operator<(const Entry& other) const {
     return std::tie(address, index) < std::tie(other.address, other.index);
   }
-};
-
-struct Free {
-  void operator()(Entry* entries) const { std::free(entries); }
 };
 
 void mark(qk_mem_ptr& slot, const qk_mem_ptr& earlier) {
@@ -80,8 +76,8 @@ void mark_repeats(qk_mem_handle& handle, qk_mem_ptr_array& array) {
     mark_compared(array);
     return;
   }
-  const std::unique_ptr<Entry, Free> entries(
-      static_cast<Entry*>(std::calloc(static_cast<std::size_t>(slots), sizeof(Entry))));
+  const std::unique_ptr<Entry, own_memory::Release> entries(static_cast<Entry*>(
+      own_memory::allocate_zeroed(static_cast<std::size_t>(slots), sizeof(Entry))));
   if (entries == nullptr) {
     mark_compared(array);
   } else {

@@ -1,8 +1,10 @@
 // The end of the process.
 #include "life/cleanup.h"
 
+#include "core/handle_array.h"
 #include "core/kinds.h"
 #include "core/registry.h"
+#include "core/shutdown.h"
 #include "core/switches.h"
 #include "diag/event.h"
 #include "diag/heap.h"

@@ -2,6 +2,7 @@
 
 #include <pthread.h>
 
+#include "core/handle_array.h"
 #include "core/registry.h"
 #include "diag/log.h"
 #include "diag/trace_file.h"

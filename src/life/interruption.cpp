@@ -10,6 +10,7 @@
 #include <iterator>
 #include <mutex>
 
+#include "core/handle_array.h"
 #include "core/registry.h"
 #include "diag/log.h"
 

@@ -1,5 +1,6 @@
 // The start-up, at the first call.
 #include "config/debug_config.h"
+#include "core/handle_array.h"
 #include "core/own_places.h"
 #include "core/registry.h"
 #include "core/upcalls.h"
@@ -91,7 +92,7 @@ extern "C" void qk_mem_init(void) {
   Qk_mem_initialized = 1;
   start_up();
   open_quick_slots();
-  __atomic_store_n(&start_up_is_over, 1, __ATOMIC_RELEASE);
+  qk::publish(start_up_is_over, 1);
 }
 
 extern "C" int qk_mem_error(void) { return *Qk_mem_error; }

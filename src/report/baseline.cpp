@@ -1,4 +1,5 @@
 // The snapshot that reports compare with.
+#include "core/handle_array.h"
 #include "core/switches.h"
 #include "core/upcalls.h"
 #include "diag/log.h"

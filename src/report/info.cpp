@@ -1,6 +1,7 @@
 // One figure at a time.
 #include <cstdint>
 
+#include "core/handle_array.h"
 #include "core/option_call.h"
 #include "core/switches.h"
 #include "core/upcalls.h"

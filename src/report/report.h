@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstdio>
 
+#include "core/handle_array.h"
 #include "core/registry.h"
 #include "report/filters.h"
 

@@ -1,4 +1,5 @@
 // Totals per category and tag.
+#include "core/handle_array.h"
 #include "diag/log.h"
 #include "report/report.h"
 #include "report/rules.h"

@@ -2,10 +2,10 @@
 
 #include <cerrno>
 #include <cstdint>
-#include <cstdlib>
 
 #include "core/kinds.h"
 #include "core/registry.h"
+#include "core/system_memory.h"
 #include "core/upcalls.h"
 #include "diag/event.h"
 #include "diag/log.h"
@@ -19,26 +19,14 @@ namespace {
 constexpr char kNewBlock[] = "qk_mem_new_block";
 constexpr char kBlockFree[] = "qk_mem_block_free";
 
-/**
- * Bytes of a block and its header; a sum that no object can have becomes one that nobody serves.
- */
-std::size_t total_size(std::size_t capacity) {
-  std::size_t total = 0;
-  if (__builtin_add_overflow(capacity, Qk_mem_blocksize, &total)) return SIZE_MAX;
-  return total;
-}
-
-void* obtain_block(std::size_t total) {
-  if (total <= PTRDIFF_MAX) return std::malloc(total);
-  errno = ENOMEM;
-  return nullptr;
-}
+/** Bytes of a block and its header. */
+std::size_t total_size(std::size_t capacity) { return sum(capacity, Qk_mem_blocksize); }
 
 /** An empty block that belongs to nobody yet, for a request of `size`; a failure is reported. */
 qk_mem_block* make_block(const qk_mem_handle& handle, std::size_t size, const Site& site) {
   const std::size_t capacity = size < handle.blocksize ? handle.blocksize : size;
   const std::size_t total = total_size(capacity);
-  auto* block = static_cast<qk_mem_block*>(obtain_block(total));
+  auto* block = static_cast<qk_mem_block*>(own_memory::allocate(total));
   if (block != nullptr) {
     *block = {nullptr, capacity, 0, 0};
     return block;
@@ -188,7 +176,7 @@ void report_unknown_piece(const qk_mem_handle& handle, const void* ptr, const Si
 
 void release_piece(qk_mem_handle& handle, void* ptr, const qk_mem_ptr& record, const Site& site) {
   if (record.kind == kind::kExternal) {
-    std::free(ptr);
+    user_memory::release(ptr);
     return;
   }
   if (handle.blockfree == 0 || reclaim_piece(handle, ptr, bytes_of(record)) || !reports(site)) {

@@ -2,6 +2,7 @@
 
 #include <mutex>
 
+#include "core/handle_array.h"
 #include "core/registry.h"
 #include "diag/log.h"
 

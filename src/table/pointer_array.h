@@ -10,6 +10,12 @@
 /**
  * The slots of one pointer array: which is free, which holds an address. Counters of the handle are
  * none of its business. All calls need the handle's lock.
+ *
+ * A large array keeps 16 bits of each address a second time, in fingerprints behind its slots: they
+ * are searched many times as fast as records are.
+ *
+ *     ptrs -> [ own record | slot 1 | … | slot capacity-1 ][ 0 | fingerprint 1 | … ]
+ *              48 bytes each                                2 bytes each, 0 of a free slot
  */
 namespace qk::mem {
 
@@ -40,11 +46,35 @@ inline constexpr std::int32_t kNoSlot = -1;
   return holds(array, index, nullptr);
 }
 
-/** What the slices of an array show for an address: never 0, which means a free slot. */
-[[nodiscard]] inline std::uint16_t slice_of(const void* address) {
-  const auto slice = static_cast<std::uint16_t>(reinterpret_cast<std::uintptr_t>(address) >> 7);
-  return slice == 0 ? std::uint16_t{1} : slice;
+/** Slots from which on an array is large: searching fingerprints pays for keeping them. */
+inline constexpr std::int32_t kLargeArray = 512;
+
+/** The fingerprints behind so many slots; null where these are no large array. */
+[[nodiscard]] inline std::uint16_t* fingerprints_behind(qk_mem_ptr* slots, std::int32_t capacity) {
+  if (capacity < kLargeArray) [[likely]]
+    return nullptr;
+  return reinterpret_cast<std::uint16_t*>(slots + capacity);
 }
+
+/** The same of an array that has slots. */
+[[nodiscard]] inline std::uint16_t* fingerprints_of(const qk_mem_ptr_array& array) {
+  return fingerprints_behind(array.ptrs, array.capacity);
+}
+
+/** Never 0, which means a free slot. */
+[[nodiscard]] inline std::uint16_t fingerprint_of(const void* address) {
+  const auto bits = static_cast<std::uint16_t>(reinterpret_cast<std::uintptr_t>(address) >> 7);
+  return bits == 0 ? std::uint16_t{1} : bits;
+}
+
+/**
+ * Gives an array `capacity` slots, more than it has. The new ones are free; slot 0 of a first array
+ * is the caller's to fill.
+ *
+ * @return false, with errno, when there is no memory: the array then keeps the larger capacity and
+ *         no slots, for good, and what it held is lost.
+ */
+[[nodiscard]] bool enlarge(qk_mem_ptr_array& array, std::int32_t capacity);
 
 /** Walks for the first free slot from 1 upward; kNoSlot when there is none. */
 [[nodiscard]] std::int32_t search_free_slot(qk_mem_ptr_array& array);
@@ -75,8 +105,9 @@ inline constexpr std::int32_t kNoSlot = -1;
 
 /** Notes that a free slot is about to hold the record of an address. */
 inline void take_slot(qk_mem_ptr_array& array, std::int32_t index, const void* address) {
-  if (array.slices != nullptr) [[unlikely]]
-    array.slices->values()[index] = slice_of(address);
+  if (std::uint16_t* fingerprints = fingerprints_of(array)) {
+    fingerprints[index] = fingerprint_of(address);
+  }
   qk::bump(array.used, 1);
   array.last = index;
   if (index == array.spare) {
@@ -88,8 +119,7 @@ inline void take_slot(qk_mem_ptr_array& array, std::int32_t index, const void* a
 
 /** Notes that a slot is free; of two below `free_from` the higher one becomes the limit. */
 inline void give_slot(qk_mem_ptr_array& array, std::int32_t index) {
-  if (array.slices != nullptr) [[unlikely]]
-    array.slices->values()[index] = 0;
+  if (std::uint16_t* fingerprints = fingerprints_of(array)) fingerprints[index] = 0;
   qk::bump(array.used, -1);
   if (index >= array.free_from) return;
   if (array.spare == 0) {

@@ -1,9 +1,6 @@
 #include "table/pointer_table.h"
 
-#include <cerrno>
 #include <cstdint>
-#include <cstdlib>
-#include <cstring>
 
 #include "core/kinds.h"
 #include "core/registry.h"
@@ -11,7 +8,6 @@
 #include "diag/log.h"
 #include "diag/system_failure.h"
 #include "table/record_steps.h"
-#include "table/slices.h"
 #include "table/slot.h"
 
 namespace qk::mem {
@@ -39,19 +35,8 @@ class RecordingLock {
   std::optional<RegistryAndHandleLock> both_;
 };
 
-/** Bytes of an array of `slots`; the count has 32 bits, and one that outgrows them can't be had. */
-std::optional<std::uint32_t> array_bytes(std::int32_t slots) {
-  const std::uint64_t bytes = static_cast<std::uint64_t>(slots) * kSlotBytes;
-  if (bytes > UINT32_MAX) return std::nullopt;
-  return static_cast<std::uint32_t>(bytes);
-}
-
-qk_mem_ptr* resize_slots(qk_mem_ptr* slots, std::optional<std::uint32_t> bytes) {
-  if (!bytes) {
-    errno = ENOMEM;
-    return nullptr;
-  }
-  return static_cast<qk_mem_ptr*>(std::realloc(slots, *bytes));
+std::uint64_t bytes_of_slots(std::int32_t slots) {
+  return static_cast<std::uint64_t>(slots) * kSlotBytes;
 }
 
 void report_failed_growth(const Site& site, std::size_t bytes, SystemFailure& failure) {
@@ -76,38 +61,26 @@ void record_array(qk_mem_handle& handle, qk_mem_ptr_array& array, std::uint64_t 
                 Located::kByCaller);
 }
 
-/**
- * Grows a full array. A growth that fails leaves the larger capacity and no slots, for good: what
- * was recorded in the array is lost, and nothing more is recorded there.
- */
-bool grow(qk_mem_handle& handle, qk_mem_ptr_array& array, const Site& site) {
-  qk_mem_ptr* const before = array.ptrs;
-  const std::uint64_t old_bytes = static_cast<std::uint64_t>(array.capacity) * kSlotBytes;
-  const std::int32_t capacity = array.capacity + (array.capacity == 0 ? kFirstSlots : kMoreSlots);
-  const std::uint64_t new_bytes = static_cast<std::uint64_t>(capacity) * kSlotBytes;
+/** The array's own record, in slot 0, is among what it holds from the start. */
+void begin_array(qk_mem_handle& handle, qk_mem_ptr_array& array) {
+  array.free_from = 1;
+  qk::bump(array.used, 1);
+  qk::bump(handle.overhead_qty, 1);
+}
 
-  qk_mem_ptr* const slots = resize_slots(before, array_bytes(capacity));
-  if (slots == nullptr) {
+/** Grows a full array; fingerprints, where it has any, are accounted for nowhere. */
+bool grow(qk_mem_handle& handle, qk_mem_ptr_array& array, const Site& site) {
+  const bool is_first = array.capacity == 0;
+  const std::int32_t added = is_first ? kFirstSlots : kMoreSlots;
+  const std::int32_t capacity = array.capacity + added;
+  if (!enlarge(array, capacity)) {
     SystemFailure failure;
-    qk::publish(array.ptrs, nullptr);
-    qk::store(array.capacity, capacity);
-    std::free(before);
-    drop_slices(handle, array, site);
-    report_failed_growth(site, new_bytes, failure);
+    report_failed_growth(site, bytes_of_slots(capacity), failure);
     return false;
   }
-  const std::uint64_t kept = before == nullptr ? 0 : old_bytes;
-  std::memset(reinterpret_cast<char*>(slots) + kept, 0, new_bytes - kept);
-  qk::publish(array.ptrs, slots);
-  qk::store(array.capacity, capacity);
-  if (before == nullptr) {
-    array.free_from = 1;
-    qk::bump(array.used, 1);
-    qk::bump(handle.overhead_qty, 1);
-  }
-  qk::bump(handle.overhead_amount, new_bytes - old_bytes);
-  record_array(handle, array, new_bytes - old_bytes, site);
-  keep_slices(handle, array, site);
+  if (is_first) begin_array(handle, array);
+  qk::bump(handle.overhead_amount, bytes_of_slots(added));
+  record_array(handle, array, bytes_of_slots(added), site);
   return true;
 }
 

@@ -2,7 +2,7 @@
 #define QKMEM_TABLE_SLOT_H_
 
 #include "core/records.h"
-#include "support/relaxed.h"
+#include "support/shared_variable.h"
 
 /**
  * Access to slots of pointer arrays. A slot is written under its handle's lock, but reports read it
@@ -11,9 +11,7 @@
  */
 namespace qk::mem {
 
-[[nodiscard]] inline void* address_in(const qk_mem_ptr& slot) {
-  return __atomic_load_n(&slot.address, __ATOMIC_ACQUIRE);
-}
+[[nodiscard]] inline void* address_in(const qk_mem_ptr& slot) { return qk::acquire(slot.address); }
 
 [[nodiscard]] inline qk_mem_ptr read_slot(const qk_mem_ptr& slot) {
   qk_mem_ptr record;
@@ -43,17 +41,17 @@ inline void write_contents(qk_mem_ptr& slot, const qk_mem_ptr& record) {
 
 inline void write_slot(qk_mem_ptr& slot, const qk_mem_ptr& record) {
   write_contents(slot, record);
-  __atomic_store_n(&slot.address, record.address, __ATOMIC_RELEASE);
+  qk::publish(slot.address, record.address);
 }
 
 inline void clear_slot(qk_mem_ptr& slot) {
-  __atomic_store_n(&slot.address, nullptr, __ATOMIC_RELAXED);
+  qk::store(slot.address, nullptr);
   write_contents(slot, qk_mem_ptr{});
 }
 
 /** Slots of an array that can be walked: none after a growth that failed. */
 [[nodiscard]] inline std::int32_t slots_of(const qk_mem_ptr_array& array) {
-  return qk::load_pointer(array.ptrs) == nullptr ? 0 : qk::load(array.capacity);
+  return qk::acquire(array.ptrs) == nullptr ? 0 : qk::load(array.capacity);
 }
 
 /**

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "core/handle_array.h"
 #include "core/registry.h"
 #include "core/switches.h"
 #include "diag/heap.h"

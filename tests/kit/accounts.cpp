@@ -6,6 +6,7 @@
 #include <cstring>
 #include <iterator>
 
+#include "core/handle_array.h"
 #include "core/registry.h"
 #include "qkmem/qkmem.hpp"
 

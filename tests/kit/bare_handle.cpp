@@ -19,10 +19,7 @@ BareHandle::BareHandle(int id) {
 }
 
 BareHandle::~BareHandle() {
-  for (const qk_mem_ptr_array& array : record.ptrs) {
-    std::free(array.slices);
-    std::free(array.ptrs);
-  }
+  for (const qk_mem_ptr_array& array : record.ptrs) std::free(array.ptrs);
 }
 
 std::string BareHandle::sums() const {

@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <new>
 
+#include "core/handle_array.h"
 #include "core/registry.h"
 #include "tests/kit/failing_allocator.h"
 #include "tests/kit/live_memory.h"

@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "core/handle_array.h"
 #include "core/kinds.h"
 #include "core/registry.h"
 #include "core/switches.h"

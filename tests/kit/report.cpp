@@ -5,6 +5,7 @@
 #include <map>
 #include <regex>
 
+#include "core/handle_array.h"
 #include "core/registry.h"
 #include "core/switches.h"
 #include "table/pointer_table.h"

@@ -12,7 +12,7 @@
 #include "tests/kit/placement.h"
 #include "tests/kit/scene.h"
 
-/** An array of 528 slots or more keeps its addresses a second time, to be searched faster. */
+/** An array of 528 slots or more is searched by fingerprints of its addresses. */
 namespace {
 
 using kit::Scene;
@@ -25,7 +25,7 @@ constexpr int kArray = 3;
 /** Made-up addresses that all belong to one array. */
 void* nth(int i) { return kit::at(0x100030 + static_cast<std::uintptr_t>(i) * 0x80); }
 
-/** A handle of the library's, with room for what the slices themselves are recorded with. */
+/** A handle of the library's, whose log shows the events of pointer arrays. */
 class LargeArray : public testing::Test {
  protected:
   LargeArray() {
@@ -53,16 +53,16 @@ class LargeArray : public testing::Test {
     if (qk_mem_ptr* found = qk_mem_get_ptr(handle, address)) qk_mem_free_ptr(handle, found);
   }
 
-  /** Bytes of the records of the handle's own memory. */
-  [[nodiscard]] std::vector<std::uint64_t> handle_memory() const {
-    std::vector<std::uint64_t> sizes;
+  /** The kinds of the handle's own memory, a letter a record, in the order of the arrays. */
+  [[nodiscard]] std::string kinds_of_management() const {
+    std::string kinds;
     for (const qk_mem_ptr_array& array : handle->ptrs) {
-      for (int i = 1; i < array.capacity; ++i) {
-        const qk_mem_ptr& slot = array.ptrs[i];
-        if (slot.kind == 'H' && slot.address != handle) sizes.push_back(slot.count * slot.size);
+      for (int i = 0; i < array.capacity; ++i) {
+        const unsigned char kind = array.ptrs[i].kind;
+        if (kind == 'P' || kind == 'H' || kind == 'T') kinds += static_cast<char>(kind);
       }
     }
-    return sizes;
+    return kinds;
   }
 
   const Scene scene{"DEBUG=qk_mem_del_handle"};
@@ -71,19 +71,31 @@ class LargeArray : public testing::Test {
   int recorded = 0;
 };
 
-TEST_F(LargeArray, KeepsItsAddressesTwiceAndAccountsForThat) {
+TEST_F(LargeArray, IsRecordedAndAccountedForLikeASmallOne) {
   fill(kBeforeLarge);
-  EXPECT_EQ(handle_memory(), std::vector<std::uint64_t>{});
-  const std::uint64_t before = handle->overhead_amount;
+  const std::string kinds = kinds_of_management();
+  const std::uint64_t amount = handle->overhead_amount;
+  const std::uint32_t qty = handle->overhead_qty;
+  const std::uint32_t events = Qk_mem_seq;
   fill(kBeforeLarge + 1);
-  EXPECT_EQ(handle_memory(), (std::vector<std::uint64_t>{4 + 2 * 1056}));
-  EXPECT_GE(handle->overhead_amount, before + 64 * 48 + 4 + 2 * 1056);
+  const qk_mem_ptr& own = handle->ptrs[kArray].ptrs[0];
+  EXPECT_EQ(kinds_of_management(), kinds);
+  EXPECT_EQ(handle->overhead_amount, amount + 64 * 48);
+  EXPECT_EQ(handle->overhead_qty, qty);
+  EXPECT_EQ(Qk_mem_seq, events + 1) << "the growth; recording by hand counts nothing";
+  EXPECT_EQ(own.kind, 'P');
+  EXPECT_EQ(own.count, 528U);
+  EXPECT_EQ(own.size, 48U);
+  EXPECT_EQ(handle->qty, 464U);
 }
 
-TEST_F(LargeArray, ReplacesThemWhereTheyDoNotReachAndCountsTheDataAsBefore) {
+TEST_F(LargeArray, StaysInOrderOverManyGrowths) {
   fill(1100);
-  EXPECT_EQ(handle_memory(), (std::vector<std::uint64_t>{4 + 2 * 2208}));
+  EXPECT_EQ(handle->ptrs[kArray].capacity, 1104);
   EXPECT_EQ(handle->qty, 1100U);
+  for (int i = 0; i < 1100; ++i) {
+    ASSERT_EQ(qk_mem_get_ptr(handle, nth(i)), handle->ptrs[kArray].ptrs + i + 1) << i;
+  }
 }
 
 TEST_F(LargeArray, FindsEachAddressAndNoOther) {
@@ -148,23 +160,13 @@ TEST_F(LargeArray, GivesTheLowestFreeSlotFirst) {
   for (int i = 3000; i < 3005; ++i) forget(nth(i));
 }
 
-TEST_F(LargeArray, WithoutMemoryForThemFindsEverythingToo) {
+TEST_F(LargeArray, ThatCannotGrowAsksOnceAndLosesItsRecords) {
   fill(kBeforeLarge);
-  kit::fail_request(2);  // The first one is the array's own.
-  fill(kBeforeLarge + 1);
+  kit::fail_request(1);
+  EXPECT_EQ(record(nth(kBeforeLarge)), nullptr);
   EXPECT_TRUE(kit::has_failed());
-  EXPECT_EQ(handle_memory(), std::vector<std::uint64_t>{});
-  EXPECT_EQ(qk_mem_error(), 0);
-  for (int i = 0; i <= kBeforeLarge; ++i) EXPECT_NE(qk_mem_get_ptr(handle, nth(i)), nullptr) << i;
-  fill(kBeforeLarge + 65);
-  EXPECT_EQ(handle_memory().size(), 1U) << "the next growth tries again";
-}
-
-TEST_F(LargeArray, ReleasesThemWithTheHandleWithoutAWarning) {
-  fill(600);
-  for (int i = 0; i < 600; ++i) forget(nth(i));
-  qk_mem_idel_handle(hid, "src/app.c", 4);
-  EXPECT_EQ(scene.log().find("unknown HANDLE MEMORY"), std::string::npos);
+  EXPECT_EQ(qk_mem_get_ptr(handle, nth(0)), nullptr);
+  EXPECT_EQ(record(nth(0)), nullptr) << "for good";
   recorded = 0;
 }
 

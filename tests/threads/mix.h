@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "core/handle_array.h"
 #include "core/kinds.h"
 #include "core/records.h"
 #include "core/registry.h"
@@ -87,24 +88,11 @@ class Exchange {
   std::size_t next_ = 0;
 };
 
-/** The same for the slices of a large array, each of which replaced smaller ones. */
-[[nodiscard]] inline std::uint32_t events_of_slices(const qk_mem_ptr_array& array) {
-  std::uint32_t events = 0;
-  int room = 511;
-  for (int capacity = 16; capacity <= array.capacity; capacity += 64) {
-    if (capacity <= room) continue;
-    events += events == 0 ? 1 : 2;
-    room = 2 * capacity;
-  }
-  return events;
-}
-
 /** Events that the making and growing of a handle's own memory has counted. */
 [[nodiscard]] inline std::uint32_t bookkeeping_events(const qk_mem_handle& handle) {
   std::uint32_t events = handle.track_blocks != 0 ? handle.num_blocks : 0;
   for (const qk_mem_ptr_array& array : handle.ptrs) {
     if (array.capacity > 0) events += static_cast<std::uint32_t>((array.capacity - 16) / 64 + 1);
-    events += events_of_slices(array);
   }
   return events;
 }

@@ -8,6 +8,7 @@
 #include <thread>
 #include <vector>
 
+#include "core/handle_array.h"
 #include "core/registry.h"
 #include "diag/trace_file.h"
 #include "tests/kit/scene.h"

@@ -1,0 +1,55 @@
+#!/usr/bin/env python3
+"""Checks that what has one door in the library is used through that door only.
+
+usage: check_seams.py ROOT
+
+The system's allocator is reached through src/core/system_memory.h. Plain variables that threads
+share are accessed through src/support/shared_variable.h.
+"""
+
+import pathlib
+import re
+import sys
+
+SEAMS = {
+    "core/system_memory.h": re.compile(
+        r"(?<![\w&])(?:std::|::)?(?:malloc|calloc|realloc|free|strdup|memalign|aligned_alloc)\("
+        r"|\bnew \("),
+    "support/shared_variable.h": re.compile(r"__atomic_\w+|\b__sync_\w+|\batomic_ref\b"),
+}
+
+STRING = re.compile(r'"(?:[^"\\\n]|\\.)*"')
+
+
+def code_of(text):
+    """The text without comments and strings, its lines where they were."""
+    def blank(match):
+        return "\n" * match[0].count("\n")
+    text = re.sub(r"/\*.*?\*/", blank, text, flags=re.DOTALL)
+    return STRING.sub('""', re.sub(r"//[^\n]*", "", text))
+
+
+def passes(source, text):
+    """The lines that go past a seam."""
+    for number, line in enumerate(code_of(text).splitlines(), start=1):
+        for seam, pattern in SEAMS.items():
+            if source != seam and pattern.search(line):
+                yield f"src/{source}:{number}: only {seam} may do this: {line.strip()}"
+
+
+def main():
+    root = pathlib.Path(sys.argv[1]) / "src"
+    found = []
+    for seam, pattern in SEAMS.items():
+        if not pattern.search(code_of((root / seam).read_text())):
+            found.append(f"src/{seam} doesn't do what it is the door for")
+    for path in sorted(root.rglob("*")):
+        if path.suffix in (".h", ".cpp"):
+            source = path.relative_to(root).as_posix()
+            found += passes(source, path.read_text())
+    print("\n".join(found) if found else "nothing goes past the seams")
+    return 1 if found else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

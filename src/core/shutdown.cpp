@@ -1,0 +1,71 @@
+#include "core/shutdown.h"
+
+#include <atomic>
+
+#include "core/handle_array.h"
+#include "core/registry.h"
+#include "core/system_memory.h"
+#include "support/shared_variable.h"
+
+namespace qk::mem {
+namespace {
+
+/** Handles that were live when the registry was retired. */
+constinit qk_mem_handle* left_handles = nullptr;
+
+constinit std::atomic<bool> memory_is_kept = false;
+constinit std::atomic<bool> overhead_number_is_gone = false;
+
+}  // namespace
+
+void retire_overhead_number() { overhead_number_is_gone = !qk::is_single_threaded(); }
+
+std::int32_t first_slot_for_new() { return overhead_number_is_gone ? 1 : 0; }
+
+void keep_memory() { memory_is_kept = !qk::is_single_threaded(); }
+
+bool keeps_memory() { return memory_is_kept.load(std::memory_order_relaxed); }
+
+void free_unless_kept(void* memory) {
+  if (!keeps_memory()) own_memory::release(memory);
+}
+
+qk_mem_handle** retire_registry() {
+  for_each_handle([](qk_mem_handle& handle) {
+    handle.next_left = left_handles;
+    left_handles = &handle;
+  });
+  qk_mem_handle** array = Qk_mem_handles;
+  replace_handle_array(nullptr, 0);
+  qk::store(Qk_mem_avail_handles, 0);
+  return array;
+}
+
+void readmit_left_handles(qk_mem_handle** array, std::int32_t count) {
+  if (qk::is_single_threaded()) return;
+  for (qk_mem_handle** link = &left_handles; *link != nullptr;) {
+    qk_mem_handle* handle = *link;
+    if (handle->id > count || array[handle->id - 1] != nullptr) {
+      link = &handle->next_left;
+      continue;
+    }
+    *link = handle->next_left;
+    array[handle->id - 1] = handle;
+  }
+}
+
+void withdraw(qk_mem_handle& handle) {
+  const HandleSlots handles = handle_slots();
+  // After the registry's end another handle can have the number.
+  if (handles.numbered(handle.id) == &handle) {
+    qk::publish(handles.slots[handle.id - 1], nullptr);
+    return;
+  }
+  for (qk_mem_handle** link = &left_handles; *link != nullptr; link = &(*link)->next_left) {
+    if (*link != &handle) continue;
+    *link = handle.next_left;
+    return;
+  }
+}
+
+}  // namespace qk::mem

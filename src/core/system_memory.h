@@ -1,0 +1,101 @@
+#ifndef QKMEM_CORE_SYSTEM_MEMORY_H_
+#define QKMEM_CORE_SYSTEM_MEMORY_H_
+
+#include <cerrno>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+
+/**
+ * The only way from the library to the system's allocator; a check holds that. It tells whose
+ * memory is asked for: what is laid around or written into a user's memory never touches ours.
+ *
+ * Requests that no object can have are refused here, with ENOMEM: the C library does the same, but
+ * a sanitizer's allocator ends the program.
+ */
+namespace qk::mem {
+
+[[nodiscard]] inline void* out_of_memory() {
+  errno = ENOMEM;
+  return nullptr;
+}
+
+/** Saturates to SIZE_MAX on overflow, which every allocator refuses. */
+[[nodiscard]] inline std::size_t product(std::size_t num, std::size_t size) {
+  std::size_t bytes = 0;
+  return __builtin_mul_overflow(num, size, &bytes) ? SIZE_MAX : bytes;
+}
+
+/** Saturates to SIZE_MAX on overflow, which every allocator refuses. */
+[[nodiscard]] inline std::size_t sum(std::size_t left, std::size_t right) {
+  std::size_t bytes = 0;
+  return __builtin_add_overflow(left, right, &bytes) ? SIZE_MAX : bytes;
+}
+
+/** What a program is given, or gives back, by its address. */
+namespace user_memory {
+
+[[nodiscard]] inline void* allocate(std::size_t size) {
+  return size > PTRDIFF_MAX ? out_of_memory() : std::malloc(size);
+}
+
+[[nodiscard]] inline void* allocate_zeroed(std::size_t num, std::size_t size) {
+  return product(num, size) > PTRDIFF_MAX ? out_of_memory() : std::calloc(num, size);
+}
+
+/** A `size` of 0 frees the memory and answers null without an error. */
+[[nodiscard]] inline void* resize(void* memory, std::size_t size) {
+  if (size > PTRDIFF_MAX) return out_of_memory();
+  if (size == 0) errno = 0;
+  return std::realloc(memory, size);
+}
+
+[[nodiscard]] inline void* copy_of(const char* text) { return ::strdup(text); }
+
+/** Null does nothing. */
+inline void release(void* memory) { std::free(memory); }
+
+}  // namespace user_memory
+
+/** What the library keeps for itself, and blocks, of which it hands out pieces. */
+namespace own_memory {
+
+[[nodiscard]] inline void* allocate(std::size_t size) {
+  return size > PTRDIFF_MAX ? out_of_memory() : std::malloc(size);
+}
+
+[[nodiscard]] inline void* allocate_zeroed(std::size_t num, std::size_t size) {
+  return product(num, size) > PTRDIFF_MAX ? out_of_memory() : std::calloc(num, size);
+}
+
+/** `size` is above 0. Null leaves the memory as it was. */
+[[nodiscard]] inline void* resize(void* memory, std::size_t size) {
+  return size > PTRDIFF_MAX ? out_of_memory() : std::realloc(memory, size);
+}
+
+/** Null does nothing. */
+inline void release(void* memory) { std::free(memory); }
+
+/** An object that destroy() ends; null when there is no memory. */
+template <class Object>
+[[nodiscard]] Object* make() {
+  return new (std::nothrow) Object;
+}
+
+/** Null does nothing. */
+template <class Object>
+void destroy(Object* object) {
+  delete object;
+}
+
+/** For std::unique_ptr of memory that allocate() or allocate_zeroed() gave. */
+struct Release {
+  void operator()(void* memory) const { release(memory); }
+};
+
+}  // namespace own_memory
+}  // namespace qk::mem
+
+#endif  // QKMEM_CORE_SYSTEM_MEMORY_H_
