@@ -3,6 +3,7 @@
 set(library_sources
   qkmem.cpp
 
+  support/assertion.cpp
   support/exit_handlers.cpp
   support/format.cpp
   support/hash.cpp
@@ -28,6 +29,7 @@ set(library_sources
 
   table/blocks.cpp
   table/first_fit.cpp
+  table/kept_calls.cpp
   table/lookup.cpp
   table/overhead.cpp
   table/pointer_array.cpp

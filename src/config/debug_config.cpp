@@ -32,7 +32,7 @@ using DebugCall = OptionCall<kTable.size()>;
  * Set when OFF has closed a log file. A later configuration opens no log then unless it names one:
  * the user who switched the log off isn't surprised by a "qkmem.log".
  */
-constinit bool log_was_closed = false;
+constinit bool log_was_closed QK_GUARDED_BY(Qk_mem_mtx) = false;
 
 bool has_any_switch(const DebugCall& call) {
   return call.has(kCtrlblks) || call.has(kDebug) || call.has(kExceptions) || call.has(kSummary) ||
@@ -53,7 +53,8 @@ struct Switches {
 
   [[nodiscard]] qk_mem_debug& global() { return records[static_cast<int>(Routine::kGlobal)]; }
 
-  void put_in_force() const {
+  void put_in_force() const QK_REQUIRES(Qk_mem_mtx) {
+    assert_registry_held();
     for (int i = 0; i < kRoutines; ++i) {
       qk::store(Qk_mem_debug[i].on, records[i].on);
       qk::store(Qk_mem_debug[i].ctrlblks, records[i].ctrlblks);
@@ -65,14 +66,16 @@ struct Switches {
   }
 };
 
-void switch_log_off() {
+void switch_log_off() QK_REQUIRES(Qk_mem_mtx) {
+  assert_registry_held();
   if (Qk_mem_log == nullptr || is_standard_stream(Qk_mem_log)) return;
   replace_log(nullptr);
   log_was_closed = true;
 }
 
 /** Opens the destination; false when it is a file that can't be opened. NONE opens nothing. */
-bool open_log(const char* destination, bool append) {
+bool open_log(const char* destination, bool append) QK_REQUIRES(Qk_mem_mtx) {
+  assert_registry_held();
   qk::copy_text(Qk_mem_log_filename, sizeof Qk_mem_log_filename, destination);
   replace_log(nullptr);
   log_was_closed = false;
@@ -92,7 +95,8 @@ bool open_log(const char* destination, bool append) {
 /**
  * Chooses the log; false when it can't be opened, which ends the configuration without an error.
  */
-bool choose_log(const DebugCall& call) {
+bool choose_log(const DebugCall& call) QK_REQUIRES(Qk_mem_mtx) {
+  assert_registry_held();
   const bool open = Qk_mem_log != nullptr || log_was_closed;
   if ((!call.has(kLog) && open) || !wants_log(call)) return true;
   if (!open_log(call.has(kLog) ? call.value(kLog) : "qkmem.log", call.has(kAppend))) return false;

@@ -10,7 +10,7 @@ struct Retired {
   qk_mem_handle** array;
   Retired* next;
 };
-constinit Retired* retired = nullptr;
+constinit Retired* retired QK_GUARDED_BY(Qk_mem_mtx) = nullptr;
 
 }  // namespace
 
@@ -19,11 +19,13 @@ constinit std::int32_t real_slots = 0;
 constinit QuickSlots quick_slots = {nullptr, 0};
 
 void open_quick_slots() {
+  assert_registry_held();
   qk::publish(quick_slots.slots, Qk_mem_handles);
   qk::publish(quick_slots.count, static_cast<std::uint32_t>(real_slots));
 }
 
 void replace_handle_array(qk_mem_handle** array, std::int32_t count) {
+  assert_registry_held();
   if (quick_slots.count != 0) {
     if (count != 0) qk::publish(quick_slots.slots, array);
     qk::publish(quick_slots.count, static_cast<std::uint32_t>(count));
@@ -34,6 +36,7 @@ void replace_handle_array(qk_mem_handle** array, std::int32_t count) {
 }
 
 void release_handle_array(qk_mem_handle** array) {
+  assert_registry_held();
   if (qk::is_single_threaded()) {
     own_memory::release(array);
     return;

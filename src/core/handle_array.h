@@ -68,17 +68,21 @@ extern QuickSlots quick_slots;
 }
 
 /** Lets handle_at_once() find handles, once the start-up is over. Needs the registry's lock. */
-void open_quick_slots();
+void open_quick_slots() QK_REQUIRES(Qk_mem_mtx);
 
 /** Makes `array` of `count` slots the handle array. Needs the registry's lock. */
-void replace_handle_array(qk_mem_handle** array, std::int32_t count);
+void replace_handle_array(qk_mem_handle** array, std::int32_t count) QK_REQUIRES(Qk_mem_mtx);
 
-/** Gives a handle array that was replaced back to the system, once nobody can be reading it. */
-void release_handle_array(qk_mem_handle** array);
+/**
+ * Gives a handle array that was replaced back to the system, once nobody can be reading it. Needs
+ * the registry's lock.
+ */
+void release_handle_array(qk_mem_handle** array) QK_REQUIRES(Qk_mem_mtx);
 
 /** Calls `visit` with every live handle, in the order of the numbers. Needs the registry's lock. */
 template <class Visit>
-void for_each_handle(Visit visit) {
+void for_each_handle(Visit visit) QK_REQUIRES(Qk_mem_mtx) {
+  assert_registry_held();
   const HandleSlots handles = handle_slots();
   for (std::int32_t i = 0; i < handles.count; ++i) {
     if (qk_mem_handle* handle = handles.at(static_cast<std::uint32_t>(i))) visit(*handle);

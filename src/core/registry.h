@@ -3,7 +3,6 @@
 
 #include <cstdint>
 #include <cstdio>
-#include <mutex>
 
 #include "core/records.h"
 #include "support/mtx.h"
@@ -15,16 +14,17 @@
  * initialised and is never destroyed, so that calls from other files' static constructors and
  * destructors find it in order.
  */
+extern qk::Mtx Qk_mem_mtx;
 extern qk_mem_handle** Qk_mem_handles;     // slot n-1 holds handle n
 extern std::int32_t Qk_mem_avail_handles;  // grows by 512, also when the array couldn't follow
 extern std::int32_t Qk_mem_num_handles;
-extern qk_mem_ptr Qk_mem_handles_ptr;  // the handle array's record, once handle 1 is gone
-extern std::uint32_t Qk_mem_seq;       // counts events; stamped into records
-extern qk_mem_tag Qk_mem_tags[32];
-extern std::int32_t Qk_mem_num_tags;
-extern qk_mem_tag* Qk_mem_tags_hash[32];
+// The handle array's record, once handle 1 is gone.
+extern qk_mem_ptr Qk_mem_handles_ptr QK_GUARDED_BY(Qk_mem_mtx);
+extern std::uint32_t Qk_mem_seq;  // counts events; stamped into records
+extern qk_mem_tag Qk_mem_tags[32] QK_GUARDED_BY(Qk_mem_mtx);
+extern std::int32_t Qk_mem_num_tags QK_GUARDED_BY(Qk_mem_mtx);
+extern qk_mem_tag* Qk_mem_tags_hash[32] QK_GUARDED_BY(Qk_mem_mtx);
 extern qk_mem_tag Qk_mem_global_tag;
-extern qk::Mtx Qk_mem_mtx;
 extern qk::TLS<int>& Qk_mem_error;
 extern std::int32_t Qk_mem_initialized;
 extern std::int64_t Qk_mem_init_heap;
@@ -36,16 +36,26 @@ namespace qk::mem {
 
 inline constexpr int kMaxTags = 32;
 
+/** For the head of whatever relies on the registry's lock. */
+inline void assert_registry_held() QK_ASSERTS_HELD(Qk_mem_mtx) { Qk_mem_mtx.assert_held(); }
+
+/** For the head of whatever relies on the lock of a handle, which one without a mutex needs not. */
+inline void assert_held(const qk_mem_handle& handle) {
+  if constexpr (qk::kAssertions) {
+    if (handle.mtx != nullptr) handle.mtx->assert_held();
+  }
+}
+
 /**
  * Guards the registry. Re-entrant. Wherever a handle's mutex is held as well, this one was taken
  * first.
  */
-class RegistryLock {
+class QK_SCOPED_CAPABILITY RegistryLock {
  public:
-  RegistryLock() : lock_(Qk_mem_mtx) {}
-
- private:
-  std::lock_guard<qk::Mtx> lock_;
+  RegistryLock() QK_ACQUIRE(Qk_mem_mtx) { Qk_mem_mtx.lock(); }
+  RegistryLock(const RegistryLock&) = delete;
+  RegistryLock& operator=(const RegistryLock&) = delete;
+  ~RegistryLock() QK_RELEASE() { Qk_mem_mtx.unlock(); }
 };
 
 /** Guards a handle's pointer arrays, counters and blocks; nothing where the handle has no mutex. */
@@ -59,7 +69,7 @@ class HandleLock {
   ~HandleLock() { release(); }
 
   /** Lets go before the end of the scope. */
-  void release() {
+  void release() QK_UNCHECKED_LOCKING {
     if (mtx_ != nullptr) mtx_->unlock();
     mtx_ = nullptr;
   }
@@ -69,9 +79,13 @@ class HandleLock {
 };
 
 /** Both locks in the order in which they are taken wherever both are held. */
-class RegistryAndHandleLock {
+class QK_SCOPED_CAPABILITY RegistryAndHandleLock {
  public:
-  explicit RegistryAndHandleLock(const qk_mem_handle& handle) : handle_(handle) {}
+  explicit RegistryAndHandleLock(const qk_mem_handle& handle) QK_ACQUIRE(Qk_mem_mtx)
+      : handle_(handle) {}
+  RegistryAndHandleLock(const RegistryAndHandleLock&) = delete;
+  RegistryAndHandleLock& operator=(const RegistryAndHandleLock&) = delete;
+  ~RegistryAndHandleLock() QK_RELEASE() = default;
 
  private:
   RegistryLock registry_;
@@ -83,9 +97,11 @@ inline std::uint32_t next_seq() { return qk::add(Qk_mem_seq, 1); }
 
 /**
  * Calls `visit` with every registered tag, in the order of registration, without the global one.
+ * Needs the registry's lock.
  */
 template <class Visit>
-void for_each_tag(Visit visit) {
+void for_each_tag(Visit visit) QK_REQUIRES(Qk_mem_mtx) {
+  assert_registry_held();
   for (std::int32_t i = 0; i < Qk_mem_num_tags; ++i) visit(Qk_mem_tags[i]);
 }
 

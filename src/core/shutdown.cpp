@@ -11,7 +11,7 @@ namespace qk::mem {
 namespace {
 
 /** Handles that were live when the registry was retired. */
-constinit qk_mem_handle* left_handles = nullptr;
+constinit qk_mem_handle* left_handles QK_GUARDED_BY(Qk_mem_mtx) = nullptr;
 
 constinit std::atomic<bool> memory_is_kept = false;
 constinit std::atomic<bool> overhead_number_is_gone = false;
@@ -31,7 +31,9 @@ void free_unless_kept(void* memory) {
 }
 
 qk_mem_handle** retire_registry() {
+  assert_registry_held();
   for_each_handle([](qk_mem_handle& handle) {
+    assert_registry_held();
     handle.next_left = left_handles;
     left_handles = &handle;
   });
@@ -42,6 +44,7 @@ qk_mem_handle** retire_registry() {
 }
 
 void readmit_left_handles(qk_mem_handle** array, std::int32_t count) {
+  assert_registry_held();
   if (qk::is_single_threaded()) return;
   for (qk_mem_handle** link = &left_handles; *link != nullptr;) {
     qk_mem_handle* handle = *link;
@@ -55,6 +58,7 @@ void readmit_left_handles(qk_mem_handle** array, std::int32_t count) {
 }
 
 void withdraw(qk_mem_handle& handle) {
+  assert_registry_held();
   const HandleSlots handles = handle_slots();
   // After the registry's end another handle can have the number.
   if (handles.numbered(handle.id) == &handle) {

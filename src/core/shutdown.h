@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "core/records.h"
+#include "core/registry.h"
 
 /**
  * The registry at the end of the process, while other threads may go on: what is not given out any
@@ -35,20 +36,20 @@ void free_unless_kept(void* memory);
  * still live stay with the process, where leak checkers find them in use. Needs the registry's
  * lock.
  */
-[[nodiscard]] qk_mem_handle** retire_registry();
+[[nodiscard]] qk_mem_handle** retire_registry() QK_REQUIRES(Qk_mem_mtx);
 
 /**
  * Puts handles that the registry's end has left live back into a new handle array, if the process
  * has several threads: one that still goes by an old number must not come upon another's handle.
  * Needs the registry's lock.
  */
-void readmit_left_handles(qk_mem_handle** array, std::int32_t count);
+void readmit_left_handles(qk_mem_handle** array, std::int32_t count) QK_REQUIRES(Qk_mem_mtx);
 
 /**
  * Takes a handle out of the registry, or out of those that were left behind when the registry was
  * retired: other threads can go on after that. Needs the registry's lock.
  */
-void withdraw(qk_mem_handle& handle);
+void withdraw(qk_mem_handle& handle) QK_REQUIRES(Qk_mem_mtx);
 
 }  // namespace qk::mem
 

@@ -20,6 +20,9 @@ struct mallinfo allocator_statistics() {
 #pragma GCC diagnostic pop
 }
 
+/** The heap when its size was last told. */
+constinit std::int64_t last_heap QK_GUARDED_BY(Qk_mem_mtx) = 0;
+
 /** Makes the allocator set up its main arena before the first measurement. */
 void ensure_arena() {
   static void* dummy = nullptr;
@@ -34,7 +37,6 @@ extern "C" long qk_heapsize(void) {
 }
 
 extern "C" char* qk_mem_heapsize_string(char* buf) {
-  static std::int64_t last_heap = 0;
   if (qk::load(Qk_mem_opts) == 0) {
     *buf = '\0';
     return buf;

@@ -3,10 +3,9 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstring>
-#include <mutex>
 
 #include "support/format.h"
-#include "support/mtx.h"
+#include "support/mtx_lock.h"
 #include "support/shared_variable.h"
 #include "support/system.h"
 
@@ -63,7 +62,7 @@ FILE* open_output(const char* routine, const char* name, const char* mode) {
 }
 
 FILE* exchange_log(FILE* stream) {
-  const std::lock_guard lock(log_mutex);
+  const qk::MtxLock lock(log_mutex);
   FILE* before = Qk_mem_log;
   qk::publish(Qk_mem_log, stream);
   return before;
@@ -75,16 +74,16 @@ void replace_log(FILE* stream) {
 }
 
 void flush_log() {
-  const std::lock_guard lock(log_mutex);
+  const qk::MtxLock lock(log_mutex);
   if (Qk_mem_log != nullptr) std::fflush(Qk_mem_log);
 }
 
-void hold_log() {
+void hold_log() QK_UNCHECKED_LOCKING {
   log_mutex.lock();
   flush_log();
 }
 
-void let_log_go() { log_mutex.unlock(); }
+void let_log_go() QK_UNCHECKED_LOCKING { log_mutex.unlock(); }
 
 bool holds_log() { return log_mutex.held(); }
 
@@ -99,7 +98,7 @@ extern "C" int qk_mem_write_log(const char* format, ...) {
   const int length = format_line(line, format, args);
   va_end(args);
   if (length < 0) return length;
-  const std::lock_guard lock(log_mutex);
+  const qk::MtxLock lock(log_mutex);
   return Qk_mem_log == nullptr ? 0 : write_bytes(Qk_mem_log, line, length);
 }
 

@@ -41,7 +41,8 @@ qk_mem_handle** allocate_array(std::int32_t slots) {
  * Replaces the handle array by a larger one. Qk_mem_avail_handles is raised first and stays raised
  * when there is no memory; how far the array really goes is the registry's own knowledge.
  */
-std::optional<ArrayChange> grow_handle_array(const Site& site) {
+std::optional<ArrayChange> grow_handle_array(const Site& site) QK_REQUIRES(Qk_mem_mtx) {
+  assert_registry_held();
   const HandleSlots old = handle_slots();
   qk::store(Qk_mem_avail_handles, Qk_mem_avail_handles + kHandleStep);
   qk_mem_handle** array = allocate_array(Qk_mem_avail_handles);
@@ -60,7 +61,8 @@ std::optional<ArrayChange> grow_handle_array(const Site& site) {
 }
 
 /** The slot of the lowest free number; null when the array has none, which is reported. */
-qk_mem_handle** find_free_slot(const Site& site) {
+qk_mem_handle** find_free_slot(const Site& site) QK_REQUIRES(Qk_mem_mtx) {
+  assert_registry_held();
   const HandleSlots handles = handle_slots();
   qk_mem_handle** end = handles.slots + handles.count;
   qk_mem_handle** slot =
@@ -74,7 +76,8 @@ qk_mem_handle** find_free_slot(const Site& site) {
 }
 
 /** Makes a handle without anything of its own in a free slot. The count of handles stays raised. */
-qk_mem_handle* place_handle(qk_mem_handle** slot, const Site& site) {
+qk_mem_handle* place_handle(qk_mem_handle** slot, const Site& site) QK_REQUIRES(Qk_mem_mtx) {
+  assert_registry_held();
   qk::store(Qk_mem_num_handles, Qk_mem_num_handles + 1);
   auto* handle = static_cast<qk_mem_handle*>(own_memory::allocate_zeroed(1, sizeof(qk_mem_handle)));
   if (handle == nullptr) {
@@ -187,7 +190,8 @@ bool add_blocks(qk_mem_handle& handle, int count, const Site& site) {
 
 /** Fills a handle that was just placed; false leaves it half made, to be deleted. */
 bool furnish(qk_mem_handle& handle, const HandleOptions& asked, const char* tag,
-             std::optional<ArrayChange>& array, const Site& site) {
+             std::optional<ArrayChange>& array, const Site& site) QK_REQUIRES(Qk_mem_mtx) {
+  assert_registry_held();
   if (!apply_options(handle, asked, site) || !apply_tag(handle, tag, site)) return false;
   decide_tracking(handle);
   bear_tag(handle);

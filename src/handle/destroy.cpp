@@ -69,6 +69,7 @@ class DeletionRules : public WalkRules {
 
 /** The handle array outlives the overhead handle; its record is kept for the report at exit. */
 void keep_handle_array_record(qk_mem_handle& overhead, const Site& site) {
+  const RegistryLock lock;
   const auto taken = take_pointer(overhead, Qk_mem_handles, Totals::kNone);
   if (taken) {
     Qk_mem_handles_ptr = taken->record;

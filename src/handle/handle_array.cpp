@@ -12,7 +12,9 @@ namespace qk::mem {
 namespace {
 
 /** Releases the old array and its record; false when it had none. */
-bool release_old_array(qk_mem_handle& overhead, qk_mem_handle** array, const Site& site) {
+bool release_old_array(qk_mem_handle& overhead, qk_mem_handle** array, const Site& site)
+    QK_REQUIRES(Qk_mem_mtx) {
+  assert_registry_held();
   release_handle_array(array);
   const auto taken = take_pointer(overhead, array, Totals::kOverhead);
   if (!taken) {
@@ -40,6 +42,7 @@ void record_new_array(qk_mem_handle& overhead, qk_mem_handle** array, const Site
 extern "C" void qk_mem_handle_array(qk_mem_handle** old_array, qk_mem_handle** new_array,
                                     const char* file, int line, qk_mem_debug* debug) {
   using namespace qk::mem;
+  assert_registry_held();
   const Site caller(debug->routine, file, line, *debug);
   qk_mem_handle* overhead = open_handle(QK_MEM_OVERHEAD_HANDLE, caller);
   if (overhead == nullptr) {

@@ -1,6 +1,8 @@
 // The end of the process.
 #include "life/cleanup.h"
 
+#include <mutex>
+
 #include "core/handle_array.h"
 #include "core/kinds.h"
 #include "core/registry.h"
@@ -60,7 +62,8 @@ void delete_autofree_handles() {
   }
 }
 
-void announce_handle_array_gone() {
+void announce_handle_array_gone() QK_REQUIRES(Qk_mem_mtx) {
+  assert_registry_held();
   if (Qk_mem_handles_ptr.address == nullptr) return;
   const Site site(kRoutine, own::kHandleArrayReleased, global_switches());
   announce_released(lines::kHandleArrayGone, site, QK_MEM_OVERHEAD_HANDLE, event::kFree,
@@ -85,7 +88,7 @@ void clean_up() {
  * Other threads go on until the process ends, and some may never come out of a lock again. Those
  * that ask for the registry wait for the end; the memory that they may be using stays.
  */
-void clean_up_for_signal() {
+void clean_up_for_signal() QK_UNCHECKED_LOCKING {
   flush_log();
   Qk_mem_mtx.lock();
   keep_memory();

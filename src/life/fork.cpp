@@ -10,24 +10,28 @@
 namespace qk::mem {
 namespace {
 
+void lock_handle(const qk_mem_handle& handle) QK_UNCHECKED_LOCKING {
+  if (handle.mtx != nullptr) handle.mtx->lock();
+}
+
+void unlock_handle(const qk_mem_handle& handle) QK_UNCHECKED_LOCKING {
+  if (handle.mtx != nullptr) handle.mtx->unlock();
+}
+
 /** All locks, in their order: none is in the middle of a change when the process is copied. */
-void before_fork() {
+void before_fork() QK_UNCHECKED_LOCKING {
   Qk_mem_mtx.lock();
-  for_each_handle([](const qk_mem_handle& handle) {
-    if (handle.mtx != nullptr) handle.mtx->lock();
-  });
+  for_each_handle(lock_handle);
   hold_log();
   Qk_mem_error.hold();
   flush_trace_file();
 }
 
 /** In the parent as in the child, whose only thread is a copy of the one that took the locks. */
-void after_fork() {
+void after_fork() QK_UNCHECKED_LOCKING {
   Qk_mem_error.let_go();
   let_log_go();
-  for_each_handle([](const qk_mem_handle& handle) {
-    if (handle.mtx != nullptr) handle.mtx->unlock();
-  });
+  for_each_handle(unlock_handle);
   Qk_mem_mtx.unlock();
 }
 

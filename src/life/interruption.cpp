@@ -25,6 +25,7 @@ bool holds_a_lock() {
   if (Qk_mem_mtx.held() || holds_log() || Qk_mem_error.held()) return true;
   const std::unique_lock lock(Qk_mem_mtx, std::try_to_lock);
   if (!lock.owns_lock()) return true;
+  assert_registry_held();
   bool held = false;
   for_each_handle([&held](const qk_mem_handle& handle) {
     if (handle.mtx != nullptr && handle.mtx->held()) held = true;

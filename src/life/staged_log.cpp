@@ -28,6 +28,7 @@ void copy_all(FILE* from, FILE* to) {
 }  // namespace
 
 StagedLog::StagedLog() : log_(Qk_mem_log) {
+  assert_registry_held();
   if (log_ == nullptr) return;
   lines_ = open_memory_file();
   if (lines_ != nullptr) exchange_log(lines_);

@@ -3,6 +3,8 @@
 
 #include <cstdio>
 
+#include "core/registry.h"
+
 namespace qk::mem {
 
 /**
@@ -15,7 +17,7 @@ namespace qk::mem {
 class StagedLog {
  public:
   /** Needs the registry's lock, without which a configuration could close the log. */
-  StagedLog();
+  StagedLog() QK_REQUIRES(Qk_mem_mtx);
   StagedLog(const StagedLog&) = delete;
   StagedLog& operator=(const StagedLog&) = delete;
 

@@ -24,6 +24,7 @@ void log_start(const char* filter, bool logged) {
  * a slot meanwhile may be marked or not: it was made while the baseline was taken.
  */
 void mark_records(qk_mem_handle& handle) {
+  assert_registry_held();
   for (qk_mem_ptr_array& array : handle.ptrs) {
     const std::int32_t slots = slots_of(array);
     for (std::int32_t i = 0; i < slots; ++i) {
@@ -50,7 +51,8 @@ void take_tag(qk_mem_tag& tag) {
   tag.base_qty = qk::load(tag.qty);
 }
 
-void take_tags(const qk_mem_filters& filters, bool logged) {
+void take_tags(const qk_mem_filters& filters, bool logged) QK_REQUIRES(Qk_mem_mtx) {
+  assert_registry_held();
   for_each_tag([&](qk_mem_tag& tag) {
     if (qk_mem_filter_tag(&tag, &filters)) return;
     take_tag(tag);

@@ -38,7 +38,8 @@ void add(Growth& sum, const Growth& more) {
   sum.now.add(more.now.qty, more.now.amount);
 }
 
-Totals sum_kept_handles(const Report& report) {
+Totals sum_kept_handles(const Report& report) QK_REQUIRES(Qk_mem_mtx) {
+  assert_registry_held();
   Totals totals;
   for_each_kept_handle(report, [&](const qk_mem_handle& handle) {
     const Growth growth = growth_of(handle);
@@ -103,7 +104,8 @@ void print_global_tag(FILE* stream) {
                  row.base.qty, row.base.amount, row.now.qty, row.now.amount, growth.c_str());
 }
 
-void print_tags(const Report& report) {
+void print_tags(const Report& report) QK_REQUIRES(Qk_mem_mtx) {
+  assert_registry_held();
   for_each_tag([&](const qk_mem_tag& tag) {
     if (!qk_mem_filter_tag(&tag, &report.filters)) print_tag(report.stream, tag);
   });
@@ -120,7 +122,8 @@ void print_handle(FILE* stream, const qk_mem_handle& handle) {
                  row.now.qty, row.now.amount, growth.c_str());
 }
 
-void print_handles(const Report& report, char type) {
+void print_handles(const Report& report, char type) QK_REQUIRES(Qk_mem_mtx) {
+  assert_registry_held();
   bool any = false;
   for_each_kept_handle(report, [&](const qk_mem_handle& handle) {
     if (handle.type != type) return;
@@ -138,6 +141,7 @@ constexpr char kSeparator[] =
 }  // namespace
 
 void print_comparison(const Report& report) {
+  assert_registry_held();
   FILE* stream = report.stream;
   const Totals totals = sum_kept_handles(report);
   qk_mem_fprintf(stream, "%s", kFrame);

@@ -93,7 +93,8 @@ int print_records(const Report& report, const qk_mem_handle& handle, Rows rows) 
   return printed;
 }
 
-int print_rows(const Report& report, const Section& section) {
+int print_rows(const Report& report, const Section& section) QK_REQUIRES(Qk_mem_mtx) {
+  assert_registry_held();
   int printed = 0;
   for_each_kept_handle(report, [&](const qk_mem_handle& handle) {
     if (handle.type != section.handle_type) return;
@@ -119,7 +120,8 @@ Report focused(const Report& report, const Section& section) {
   return focus;
 }
 
-void print_section(const Report& report, const Section& section) {
+void print_section(const Report& report, const Section& section) QK_REQUIRES(Qk_mem_mtx) {
+  assert_registry_held();
   qk_mem_fprintf(report.stream, "%s", section.band);
   if (print_rows(focused(report, section), section) == 0) qk_mem_fprintf(report.stream, "\n");
 }
@@ -135,6 +137,7 @@ void print_headings(FILE* stream) {
 }  // namespace
 
 void print_details(const Report& report) {
+  assert_registry_held();
   if (report.has(QK_MEM_DUMP_HANDLES | QK_MEM_DUMP_BLOCKS | QK_MEM_DUMP_POINTERS)) {
     print_headings(report.stream);
   }

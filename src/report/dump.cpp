@@ -28,6 +28,7 @@ bool is_new_data(const qk_mem_ptr& record, const qk_mem_filters& filters) {
 }
 
 bool has_new_data(const qk_mem_handle& handle, const qk_mem_filters& filters) {
+  assert_registry_held();
   for (const qk_mem_ptr_array& array : handle.ptrs) {
     const std::int32_t slots = slots_of(array);
     for (std::int32_t i = 0; i < slots; ++i) {
@@ -39,7 +40,8 @@ bool has_new_data(const qk_mem_handle& handle, const qk_mem_filters& filters) {
   return false;
 }
 
-void print_whole(const Report& report) {
+void print_whole(const Report& report) QK_REQUIRES(Qk_mem_mtx) {
+  assert_registry_held();
   if (report.has(QK_MEM_DUMP_COMPARISON)) {
     print_comparison(report);
     return;
@@ -55,6 +57,7 @@ void print_whole(const Report& report) {
 }  // namespace
 
 bool find_growth(const Report& report) {
+  assert_registry_held();
   bool found = false;
   for_each_kept_handle(report, [&](qk_mem_handle& handle) {
     if (handle.baselined == 0) found = true;

@@ -26,8 +26,3 @@ extern "C" char* qk_mem_growth_string(unsigned long base, unsigned long current,
   }
   return buf;
 }
-
-extern "C" char* qk_mem_location_string(const char* file, int line, char* buf) {
-  qk_sprintf(buf, "%s:%d", file, line);
-  return buf;
-}

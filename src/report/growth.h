@@ -15,9 +15,6 @@ extern "C" {
  */
 char* qk_mem_growth_string(unsigned long base, unsigned long current, char* buf);
 
-/** Writes "file:line" into `buf`, which must be long enough, and returns it. */
-char* qk_mem_location_string(const char* file, int line, char* buf);
-
 }  // extern "C"
 
 namespace qk::mem {
@@ -34,7 +31,7 @@ class GrowthText {
   char text_[64];
 };
 
-/** The text of qk_mem_location_string(), cut to what any report row shows. */
+/** "file:line", cut to what any report row shows. */
 class LocationText {
  public:
   LocationText(const char* file, int line);

@@ -19,6 +19,7 @@ struct Selection {
 
   template <class Value>
   [[nodiscard]] std::uint64_t sum(Value value) const {
+    assert_registry_held();
     std::uint64_t total = 0;
     for_each_handle([&](const qk_mem_handle& handle) {
       if (!qk_mem_filter_handle(&handle, &filters)) total += value(handle);
@@ -43,6 +44,7 @@ std::int64_t percent_since(std::int64_t base, std::int64_t heap) {
 }
 
 std::int64_t untracked(const Selection& selection) {
+  assert_registry_held();
   std::uint64_t tracked = 0;
   for_each_handle([&](const qk_mem_handle& handle) {
     tracked += qk::load(handle.amount) + qk::load(handle.overhead_amount);

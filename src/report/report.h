@@ -35,7 +35,8 @@ struct Sum {
 
 /** Calls `visit` with every handle that the filters keep. */
 template <class Visit>
-void for_each_kept_handle(const Report& report, Visit visit) {
+void for_each_kept_handle(const Report& report, Visit visit) QK_REQUIRES(Qk_mem_mtx) {
+  assert_registry_held();
   for_each_handle([&](qk_mem_handle& handle) {
     if (!qk_mem_filter_handle(&handle, &report.filters)) visit(handle);
   });
@@ -46,19 +47,19 @@ void for_each_kept_handle(const Report& report, Visit visit) {
  *
  * @return whether there are such pointers, or handles that no baseline covers.
  */
-bool find_growth(const Report& report);
+bool find_growth(const Report& report) QK_REQUIRES(Qk_mem_mtx);
 
 /** Prints the whole report to the log, which no configuration closes meanwhile. */
 void dump_to_log();
 
 /** Prints baseline, present state and growth as a table. */
-void print_comparison(const Report& report);
+void print_comparison(const Report& report) QK_REQUIRES(Qk_mem_mtx);
 
 /** Prints totals per category and tag, of all handles. */
-void print_summary(const Report& report);
+void print_summary(const Report& report) QK_REQUIRES(Qk_mem_mtx);
 
 /** Prints the rows of handles and pointers that are asked for, with their headings. */
-void print_details(const Report& report);
+void print_details(const Report& report) QK_REQUIRES(Qk_mem_mtx);
 
 }  // namespace qk::mem
 

@@ -14,7 +14,8 @@ struct Categories {
   Sum management;
 };
 
-Categories sum_all_handles() {
+Categories sum_all_handles() QK_REQUIRES(Qk_mem_mtx) {
+  assert_registry_held();
   Categories sums;
   for_each_handle([&](const qk_mem_handle& handle) {
     const std::uint32_t qty = qk::load(handle.qty);
@@ -32,7 +33,8 @@ std::int64_t untracked_heap(const Report& report, const Categories& sums) {
   return report.heap - Qk_mem_init_heap - tracked;
 }
 
-void print_tags(FILE* stream) {
+void print_tags(FILE* stream) QK_REQUIRES(Qk_mem_mtx) {
+  assert_registry_held();
   qk_mem_fprintf(stream, "   Tags:\n");
   for_each_tag([&](const qk_mem_tag& tag) {
     qk_mem_fprintf(stream, "     %2s:       %8u %10zu\n", tag.name, qk::load(tag.qty),
@@ -45,6 +47,7 @@ void print_tags(FILE* stream) {
 }  // namespace
 
 void print_summary(const Report& report) {
+  assert_registry_held();
   const Categories sums = sum_all_handles();
   FILE* stream = report.stream;
   qk_mem_fprintf(stream, "%s", kRule);

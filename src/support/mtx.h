@@ -6,34 +6,37 @@
 #include <atomic>
 #include <cstdint>
 
+#include "support/assertion.h"
+#include "support/thread_annotations.h"
+
 namespace qk {
 
 /**
  * Lock that the thread holding it may take again; every lock() needs an unlock() of its own.
  *
- * Serves std::lock_guard and std::unique_lock. A static one is ready before any constructor runs
+ * Serves MtxLock (support/mtx_lock.h), std::lock_guard and std::unique_lock. A static one is ready before any constructor runs
  * and stays usable after exit handlers and destructors have run: it is constant initialised and has
  * nothing to destroy. It must not be destroyed while a thread holds it or waits for it.
  *
  * Nothing fails, errno is kept. Not for use by several processes, and a fork copies it as it is: a
  * lock that another thread held stays locked in the child.
  */
-class Mtx {
+class QK_CAPABILITY("mutex") Mtx {
  public:
   constexpr Mtx() noexcept = default;
   Mtx(const Mtx&) = delete;
   Mtx& operator=(const Mtx&) = delete;
 
   /** Takes the lock and waits as long as another thread holds it. */
-  void lock() noexcept {
+  void lock() noexcept QK_ACQUIRE() {
     if (!take_at_once()) wait_and_take();
   }
 
   /** Takes the lock unless another thread holds it; tells whether the caller holds it now. */
-  [[nodiscard]] bool try_lock() noexcept { return take_at_once(); }
+  [[nodiscard]] bool try_lock() noexcept QK_TRY_ACQUIRE(true) { return take_at_once(); }
 
   /** Undoes one lock() or successful try_lock() of the calling thread, which holds the lock. */
-  void unlock() noexcept {
+  void unlock() noexcept QK_RELEASE() {
     if (--depth_ != 0) return;
     owner_.store(0, std::memory_order_relaxed);
     if (release() == kContended) wake_one();
@@ -42,6 +45,13 @@ class Mtx {
   /** Tells whether the calling thread holds the lock. */
   [[nodiscard]] bool held() const noexcept {
     return owner_.load(std::memory_order_relaxed) == this_thread();
+  }
+
+  /** For the head of whatever relies on the lock. Checks nothing in what users get. */
+  void assert_held() const noexcept QK_ASSERTS_HELD() {
+    if constexpr (kAssertions) {
+      if (!held()) rule_broken("the lock that is relied on here is not held");
+    }
   }
 
  private:

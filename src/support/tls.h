@@ -3,9 +3,8 @@
 
 #include <map>
 #include <memory>
-#include <mutex>
 
-#include "support/mtx.h"
+#include "support/mtx_lock.h"
 #include "support/thread_id.h"
 
 namespace qk {
@@ -45,7 +44,7 @@ class TLS {
    */
   [[nodiscard]] T* get() noexcept {
     const unsigned long thread = qk_gettid();
-    const std::lock_guard<Mtx> lock(mtx_);
+    const MtxLock lock(mtx_);
     if (!made_) make();
     if (const auto found = values_.find(thread); found != values_.end()) return &found->second;
     return insert(thread);
@@ -53,8 +52,8 @@ class TLS {
   [[nodiscard]] T& operator*() noexcept { return *get(); }
 
   /** Keeps every other thread out, over a fork for instance, until let_go(). */
-  void hold() noexcept { mtx_.lock(); }
-  void let_go() noexcept { mtx_.unlock(); }
+  void hold() noexcept QK_ACQUIRE(mtx_) { mtx_.lock(); }
+  void let_go() noexcept QK_RELEASE(mtx_) { mtx_.unlock(); }
 
   /** Tells whether the calling thread is inside a call, or holds the others out. */
   [[nodiscard]] bool held() const noexcept { return mtx_.held(); }
@@ -67,7 +66,7 @@ class TLS {
     T value{};
   };
 
-  void make() noexcept {
+  void make() noexcept QK_REQUIRES(mtx_) {
     std::construct_at(&values_);
     made_ = true;
   }
@@ -77,7 +76,7 @@ class TLS {
    * so comes back here with the lock held: emplace() obtains memory first and looks for the place
    * after.
    */
-  T* insert(unsigned long thread) noexcept {
+  T* insert(unsigned long thread) noexcept QK_REQUIRES(mtx_) {
     Spare& spare = spare_of_thread();
     try {
       T* const value = &values_.emplace(thread, T{}).first->second;
@@ -104,7 +103,7 @@ class TLS {
     Values values_;
   };
   Mtx mtx_;
-  bool made_ = false;
+  bool made_ QK_GUARDED_BY(mtx_) = false;
 };
 
 }  // namespace qk

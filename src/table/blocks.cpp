@@ -53,6 +53,7 @@ qk_mem_block* place_of_big_block(const qk_mem_handle& handle) {
 
 /** Needs the handle's lock. */
 void link_block(qk_mem_handle& handle, qk_mem_block& block, bool big) {
+  assert_held(handle);
   qk_mem_block* before = big ? place_of_big_block(handle) : nullptr;
   qk_mem_block*& link = before == nullptr ? handle.blocks : before->next;
   block.next = link;
@@ -73,6 +74,7 @@ void record_block(qk_mem_handle& handle, qk_mem_block& block, std::size_t total,
 
 /** The block whose data area a pointer lies in, or null. Needs the handle's lock. */
 qk_mem_block* block_of(qk_mem_handle& handle, const void* ptr) {
+  assert_held(handle);
   const auto address = reinterpret_cast<std::uintptr_t>(ptr);
   for (qk_mem_block* block = handle.blocks; block != nullptr; block = block->next) {
     const auto data = reinterpret_cast<std::uintptr_t>(data_of(*block));
@@ -86,6 +88,7 @@ qk_mem_block* block_of(qk_mem_handle& handle, const void* ptr) {
  * larger than all that is live isn't one of this block's any more.
  */
 void reclaim(qk_mem_handle& handle, qk_mem_block& block, const void* ptr, std::uint64_t amount) {
+  assert_held(handle);
   const auto offset = static_cast<std::uint64_t>(static_cast<const char*>(ptr) - data_of(block));
   if (amount > block.high_mark - block.low_mark) return;
   if (offset == block.low_mark) {
@@ -102,6 +105,7 @@ void reclaim(qk_mem_handle& handle, qk_mem_block& block, const void* ptr, std::u
 
 /** Links a new block in and takes a piece from its start. Needs the lock. */
 void* take_from_new_block(qk_mem_handle& handle, qk_mem_block& block, std::size_t size) {
+  assert_held(handle);
   const qk_mem_block* head = handle.blocks;
   link_block(handle, block, is_big(handle, size));
   block.high_mark = size;
@@ -156,6 +160,7 @@ bool refuses(int alignment) {
 }
 
 void* take_piece(qk_mem_handle& handle, std::size_t size, int alignment) {
+  assert_held(handle);
   const Piece piece = take_first_fit(handle, size, static_cast<std::uint64_t>(alignment));
   if (piece.block == nullptr) return nullptr;
   handle.block_used += size + piece.padding;
@@ -231,23 +236,4 @@ extern "C" qk_mem_block* qk_mem_new_block(qk_mem_handle* handle, std::size_t siz
   }
   record_block(*handle, *block, total, site);
   return block;
-}
-
-extern "C" void* qk_mem_block_alloc(qk_mem_handle* handle, std::size_t size, int alignment,
-                                    const char* file, int line, qk_mem_debug* entry) {
-  using namespace qk::mem;
-  return allocate_piece(*handle, size, alignment, Site(kNewBlock, file, line, *entry));
-}
-
-extern "C" qk_mem_ptr* qk_mem_block_free(qk_mem_handle* handle, void* ptr, qk_mem_ptr* record,
-                                         const char* file, int line, qk_mem_debug* entry) {
-  using namespace qk::mem;
-  const Site site(kBlockFree, file, line, *entry);
-  if (record == nullptr) record = qk_mem_get_ptr(handle, ptr);
-  if (record == nullptr) {
-    report_unknown_piece(*handle, ptr, site);
-    return nullptr;
-  }
-  release_piece(*handle, ptr, *record, site);
-  return record;
 }

@@ -19,26 +19,6 @@ extern "C" {
 qk_mem_block* qk_mem_new_block(qk_mem_handle* handle, std::size_t size, const char* file, int line,
                                qk_mem_debug* entry);
 
-/**
- * Hands out a piece of the handle's blocks, first fit, from a new block where none has room.
- *
- * @param alignment  of the piece, counted from the start of a data area, which is aligned to 16.
- *                   One of 0 or less is refused.
- * @return null with the code set: 5022 for the alignment, the allocator's code otherwise.
- */
-void* qk_mem_block_alloc(qk_mem_handle* handle, std::size_t size, int alignment, const char* file,
-                         int line, qk_mem_debug* entry);
-
-/**
- * Takes a piece back, or frees registered external memory. Without BLOCKFREE nothing happens to a
- * piece. Room is regained only at the two ends of what is live in a block.
- *
- * @param record  the pointer's record, or null to look it up.
- * @return the record, which the caller removes; null for an unknown pointer, which is warned about.
- */
-qk_mem_ptr* qk_mem_block_free(qk_mem_handle* handle, void* ptr, qk_mem_ptr* record,
-                              const char* file, int line, qk_mem_debug* entry);
-
 }  // extern "C"
 
 namespace qk::mem {
@@ -60,6 +40,7 @@ namespace qk::mem {
  */
 [[nodiscard]] inline void* take_piece_quickly(qk_mem_handle& handle, std::size_t size,
                                               int alignment) {
+  assert_held(handle);
   qk_mem_block* head = handle.blocks;
   if (head == nullptr || alignment <= 0 || (alignment & (alignment - 1)) != 0) return nullptr;
   const std::uint64_t end = head->high_mark;
@@ -69,10 +50,20 @@ namespace qk::mem {
   return data_of(*head) + offset;
 }
 
+/**
+ * A piece of the handle's blocks, first fit, from a new block where none has room.
+ *
+ * @param alignment  counted from the start of a data area, which is aligned to 16.
+ * @return null with the code set: 5022 for an alignment of 0 or less, else the allocator's code.
+ */
 [[nodiscard]] void* allocate_piece(qk_mem_handle& handle, std::size_t size, int alignment,
                                    const Site& site);
 
-/** Gives back what a record stands for, see qk_mem_block_free(). `ptr` is the record's address. */
+/**
+ * Takes a piece back, or frees registered external memory: what a record stands for, whose address
+ * is `ptr`. Without BLOCKFREE nothing happens to a piece. Room is regained only at the two ends of
+ * what is live in a block.
+ */
 void release_piece(qk_mem_handle& handle, void* ptr, const qk_mem_ptr& record, const Site& site);
 
 /** Warns, in the name of the release of pieces, that a pointer is unknown. */

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "core/registry.h"
+
 namespace qk::mem {
 namespace {
 
@@ -216,10 +218,12 @@ void absorb_front(qk_mem_skips& skips, qk_mem_block* front) {
 }  // namespace
 
 Piece take_first_fit(qk_mem_handle& handle, std::uint64_t size, std::uint64_t alignment) {
+  assert_held(handle);
   return Walk(handle, size, alignment).find();
 }
 
 void block_was_added(qk_mem_handle& handle, const qk_mem_block* head_before) {
+  assert_held(handle);
   qk_mem_skips& skips = handle.skips;
   if (skips.head != head_before) return;
   const bool in_front = handle.blocks != head_before;
@@ -228,6 +232,7 @@ void block_was_added(qk_mem_handle& handle, const qk_mem_block* head_before) {
 }
 
 void gained_room(qk_mem_handle& handle, const qk_mem_block& block) {
+  assert_held(handle);
   qk_mem_skips& skips = handle.skips;
   const qk_mem_room room = room_of(block);
   for (int run = 0; run < skips.count; ++run) raise(skips.runs[run].room, room);
@@ -235,6 +240,7 @@ void gained_room(qk_mem_handle& handle, const qk_mem_block& block) {
 }
 
 void forget_room(qk_mem_handle& handle) {
+  assert_held(handle);
   handle.skips.head = handle.blocks;
   handle.skips.unexplored = handle.blocks;
   handle.skips.most_room = {};

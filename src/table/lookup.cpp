@@ -37,11 +37,3 @@ qk_mem_handle* open_handle(int hid, const Site& site) {
 }
 
 }  // namespace qk::mem
-
-extern "C" int qk_mem_get_handle(int hid, qk_mem_handle** handle, const char* routine,
-                                 const char* file, int line, qk_mem_debug* debug) {
-  qk_mem_handle* found = qk::mem::open_handle(hid, qk::mem::Site(routine, file, line, *debug));
-  if (found == nullptr) return QK_MEM_ERROR_HANDLE;
-  *handle = found;
-  return 0;
-}

@@ -17,24 +17,6 @@ constexpr char kRoutine[] = "qk_mem_new_ptr";
 constexpr std::int32_t kFirstSlots = 16;
 constexpr std::int32_t kMoreSlots = 64;
 
-/**
- * The locks for recording a pointer. Growing replaces an array that a report may be reading, so a
- * full array asks for the registry's lock, under which reports run, and that one comes first.
- */
-class RecordingLock {
- public:
-  RecordingLock(const qk_mem_handle& handle, const qk_mem_ptr_array& array) {
-    handle_.emplace(handle);
-    if (!is_full(array)) return;
-    handle_.reset();
-    both_.emplace(handle);
-  }
-
- private:
-  std::optional<HandleLock> handle_;
-  std::optional<RegistryAndHandleLock> both_;
-};
-
 std::uint64_t bytes_of_slots(std::int32_t slots) {
   return static_cast<std::uint64_t>(slots) * kSlotBytes;
 }
@@ -48,6 +30,7 @@ void report_failed_growth(const Site& site, std::size_t bytes, SystemFailure& fa
 /** Writes slot 0 anew after a growth and tells of it. */
 void record_array(qk_mem_handle& handle, qk_mem_ptr_array& array, std::uint64_t growth,
                   const Site& site) {
+  assert_held(handle);
   qk_mem_ptr own = read_slot(array.ptrs[0]);
   own.address = array.ptrs;
   own.file = site.file();
@@ -63,6 +46,7 @@ void record_array(qk_mem_handle& handle, qk_mem_ptr_array& array, std::uint64_t 
 
 /** The array's own record, in slot 0, is among what it holds from the start. */
 void begin_array(qk_mem_handle& handle, qk_mem_ptr_array& array) {
+  assert_held(handle);
   array.free_from = 1;
   qk::bump(array.used, 1);
   qk::bump(handle.overhead_qty, 1);
@@ -70,6 +54,8 @@ void begin_array(qk_mem_handle& handle, qk_mem_ptr_array& array) {
 
 /** Grows a full array; fingerprints, where it has any, are accounted for nowhere. */
 bool grow(qk_mem_handle& handle, qk_mem_ptr_array& array, const Site& site) {
+  assert_registry_held();
+  assert_held(handle);
   const bool is_first = array.capacity == 0;
   const std::int32_t added = is_first ? kFirstSlots : kMoreSlots;
   const std::int32_t capacity = array.capacity + added;
@@ -84,8 +70,10 @@ bool grow(qk_mem_handle& handle, qk_mem_ptr_array& array, const Site& site) {
   return true;
 }
 
-/** Finds a slot for a new record, growing the array if need be. */
+}  // namespace
+
 std::int32_t reserve_slot(qk_mem_handle& handle, qk_mem_ptr_array& array, const Site& site) {
+  assert_held(handle);
   if (is_full(array) && !grow(handle, array, site.as(kRoutine))) return kNoSlot;
   const std::int32_t index = first_free_slot(array);
   if (index == kNoSlot && reports(site)) {
@@ -93,8 +81,6 @@ std::int32_t reserve_slot(qk_mem_handle& handle, qk_mem_ptr_array& array, const 
   }
   return index;
 }
-
-}  // namespace
 
 void add_bytes(qk_mem_handle& handle, Totals totals, unsigned char kind, std::uint64_t bytes) {
   const HandleLock lock(handle);
@@ -150,46 +136,15 @@ void put_back(qk_mem_handle& handle, const Taken& taken, Totals totals) {
 }
 
 void remove_visited(qk_mem_handle& handle, qk_mem_ptr_array& array, std::int32_t index) {
-  vacate(handle, array, index, qk::is_single_threaded());
+  assert_held(handle);
+  vacate(handle, array, index, kClearedKind, qk::is_single_threaded());
 }
 
 }  // namespace qk::mem
 
-extern "C" qk_mem_ptr* qk_mem_new_ptr(qk_mem_handle* handle, void* address, unsigned char kind,
-                                      const char* file, int line, qk_mem_debug* debug) {
-  using namespace qk::mem;
-  qk_mem_ptr_array& array = array_of(*handle, address);
-  const RecordingLock lock(*handle, array);
-  const std::int32_t index = reserve_slot(*handle, array, Site(kRoutine, file, line, *debug));
-  if (index == kNoSlot) return nullptr;
-  qk_mem_ptr record = {};
-  record.address = address;
-  record.kind = kind;
-  occupy(*handle, array, index, record, Totals::kNone, qk::is_single_threaded());
-  return &array.ptrs[index];
-}
-
-extern "C" qk_mem_ptr* qk_mem_get_ptr(qk_mem_handle* handle, const void* address) {
-  using namespace qk::mem;
-  const HandleLock lock(*handle);
-  qk_mem_ptr_array& array = array_of(*handle, address);
-  const std::int32_t index = find_slot(array, address);
-  return index == kNoSlot ? nullptr : &array.ptrs[index];
-}
-
-extern "C" void qk_mem_free_ptr(qk_mem_handle* handle, qk_mem_ptr* record) {
-  using namespace qk::mem;
-  const HandleLock lock(*handle);
-  qk_mem_ptr_array& array = array_of(*handle, record->address);
-  const std::int32_t index = find_slot(array, record->address);
-  if (index <= 0) return;
-  clear_slot(array.ptrs[index]);
-  give_slot(array, index);
-  count_record(*handle, record->kind, -1, qk::is_single_threaded());
-}
-
 extern "C" void qk_mem_free_ptrs(qk_mem_handle* handle, int index) {
   using namespace qk::mem;
+  assert_held(*handle);
   qk_mem_ptr_array& array = handle->ptrs[index];
   if (slots_of(array) == 0) return;
   qk::bump(array.used, -1);

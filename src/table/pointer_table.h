@@ -4,7 +4,9 @@
 #include <optional>
 
 #include "core/records.h"
+#include "core/registry.h"
 #include "diag/site.h"
+#include "table/pointer_array.h"
 
 /**
  * A handle's pointer table: the index from an address to its record. Eight arrays, chosen by bits 4
@@ -12,7 +14,7 @@
  *
  * The calls below find, make and remove a record with all its fields and sums as one step under the
  * handle's lock and hand out copies, since a slot can move or be given away as soon as the lock is
- * gone. The four extern "C" ones hand out slots: they are for whoever has the handle to itself.
+ * gone.
  */
 namespace qk::mem {
 
@@ -31,6 +33,32 @@ enum class Totals {
   kOverhead,          // the handle's overhead
   kNone               // the bytes stay where they are
 };
+
+/**
+ * The locks for recording a pointer. Growing replaces an array that a report may be reading, so a
+ * full array asks for the registry's lock, under which reports run, and that one comes first.
+ */
+class RecordingLock {
+ public:
+  RecordingLock(const qk_mem_handle& handle, const qk_mem_ptr_array& array) {
+    handle_.emplace(handle);
+    if (!is_full(array)) return;
+    handle_.reset();
+    both_.emplace(handle);
+  }
+
+ private:
+  std::optional<HandleLock> handle_;
+  std::optional<RegistryAndHandleLock> both_;
+};
+
+/**
+ * Finds a slot for a new record, growing the array if need be. Needs a RecordingLock.
+ *
+ * @return kNoSlot when there is none to be had, which is reported.
+ */
+[[nodiscard]] std::int32_t reserve_slot(qk_mem_handle& handle, qk_mem_ptr_array& array,
+                                        const Site& site);
 
 /** A record that was taken out, and the slot where it stood. */
 struct Taken {
@@ -71,26 +99,6 @@ void add_bytes(qk_mem_handle& handle, Totals totals, unsigned char kind, std::ui
 }  // namespace qk::mem
 
 extern "C" {
-
-/**
- * Reserves a slot for `address`, stores address and kind and counts it. The caller fills the rest.
- * Grows the array when it is full: logged under `debug`, as a failure is.
- *
- * @return null when there is no slot to be had.
- */
-qk_mem_ptr* qk_mem_new_ptr(qk_mem_handle* handle, void* address, unsigned char kind,
-                           const char* file, int line, qk_mem_debug* debug);
-
-/** Finds the slot that holds `address`, or null. */
-qk_mem_ptr* qk_mem_get_ptr(qk_mem_handle* handle, const void* address);
-
-/**
- * Clears the slot that holds the record's address and counts it off. Bytes are the caller's affair.
- *
- * The kind is read from `record` AFTER the slot was cleared. Who passes the slot itself therefore
- * lowers `qty` and the tag's `qty` also for overhead records; the reports are built on that.
- */
-void qk_mem_free_ptr(qk_mem_handle* handle, qk_mem_ptr* record);
 
 /**
  * Removes the record of array `index` itself, before its memory is released. The caller holds the

@@ -2,6 +2,7 @@
 #define QKMEM_TABLE_SLOT_H_
 
 #include "core/records.h"
+#include "core/registry.h"
 #include "support/shared_variable.h"
 
 /**
@@ -60,6 +61,7 @@ inline void clear_slot(qk_mem_ptr& slot) {
  */
 template <class Visit>
 void for_each_record(const qk_mem_handle& handle, Visit visit) {
+  assert_registry_held();
   for (const qk_mem_ptr_array& array : handle.ptrs) {
     const std::int32_t slots = slots_of(array);
     for (std::int32_t i = 0; i < slots; ++i) {

@@ -9,17 +9,23 @@
 namespace qk::mem {
 namespace {
 
-qk_mem_tag*& bucket_of(const char* name) { return Qk_mem_tags_hash[qk_hash(name, kMaxTags, 0)]; }
+qk_mem_tag*& bucket_of(const char* name) QK_REQUIRES(Qk_mem_mtx) {
+  assert_registry_held();
+  return Qk_mem_tags_hash[qk_hash(name, kMaxTags, 0)];
+}
 
 /** The link that leads to the tag of that name, or the empty link at the end of its chain. */
-qk_mem_tag*& link_to(const char* name) {
+qk_mem_tag*& link_to(const char* name) QK_REQUIRES(Qk_mem_mtx) {
+  assert_registry_held();
   qk_mem_tag** link = &bucket_of(name);
   while (*link != nullptr && !bears_name(**link, name)) link = &(*link)->next;
   return *link;
 }
 
 }  // namespace
+
 void bear_tag(qk_mem_handle& handle) {
+  assert_registry_held();
   qk_mem_tag& tag = *handle.tag;
   handle.bears_tag = 1;
   ++tag.bearers;
@@ -27,18 +33,19 @@ void bear_tag(qk_mem_handle& handle) {
     handle.owns_tag = 1;
     tag.owner = &handle;
   } else if (tag.owner != nullptr) {
-    const RegistryAndHandleLock lock(*tag.owner);
+    const HandleLock lock(*tag.owner);
     tag.owner->owns_tag = 0;
     tag.owner = nullptr;
   }
 }
 
 void give_tag_up(qk_mem_handle& handle) {
+  assert_registry_held();
   if (handle.bears_tag == 0) return;
   handle.bears_tag = 0;
   --handle.tag->bearers;
   if (handle.tag->owner != &handle) return;
-  const RegistryAndHandleLock lock(handle);
+  const HandleLock lock(handle);
   handle.owns_tag = 0;
   handle.tag->owner = nullptr;
 }

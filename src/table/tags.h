@@ -4,6 +4,7 @@
 #include <cstddef>
 
 #include "core/records.h"
+#include "core/registry.h"
 
 extern "C" {
 
@@ -26,10 +27,10 @@ inline constexpr std::size_t kTagLength = 2;
  * Makes a new handle one of its tag's bearers. The only one can change the tag's totals under its
  * own mutex, which costs less than changing them among several. Needs the registry's lock.
  */
-void bear_tag(qk_mem_handle& handle);
+void bear_tag(qk_mem_handle& handle) QK_REQUIRES(Qk_mem_mtx);
 
 /** Undoes bear_tag(), if it was done, before the handle's mutex goes. Needs the registry's lock. */
-void give_tag_up(qk_mem_handle& handle);
+void give_tag_up(qk_mem_handle& handle) QK_REQUIRES(Qk_mem_mtx);
 
 /** Whether a tag has a name of one or two characters; a terminator counts as the second one. */
 [[nodiscard]] inline bool bears_name(const qk_mem_tag& tag, const char* name) {

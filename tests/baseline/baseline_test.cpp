@@ -3,6 +3,7 @@
 #include <string>
 
 #include "core/registry.h"
+#include "table/kept_calls.h"
 #include "table/pointer_table.h"
 #include "table/tags.h"
 #include "tests/kit/heap.h"

@@ -5,6 +5,7 @@
 
 #include "core/registry.h"
 #include "table/blocks.h"
+#include "table/kept_calls.h"
 #include "table/pointer_table.h"
 #include "tests/kit/blocks.h"
 #include "tests/kit/ledger.h"

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "core/registry.h"
+#include "table/kept_calls.h"
 #include "table/pointer_table.h"
 #include "tests/kit/failing_allocator.h"
 #include "tests/kit/scene.h"

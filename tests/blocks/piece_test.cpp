@@ -9,6 +9,7 @@
 
 #include "core/registry.h"
 #include "table/blocks.h"
+#include "table/kept_calls.h"
 #include "tests/kit/blocks.h"
 #include "tests/kit/failing_allocator.h"
 #include "tests/kit/scene.h"

@@ -3,6 +3,7 @@
 #include <string>
 
 #include "core/registry.h"
+#include "table/kept_calls.h"
 #include "table/pointer_table.h"
 #include "tests/kit/failing_allocator.h"
 #include "tests/kit/scene.h"

@@ -5,6 +5,7 @@
 
 #include "core/registry.h"
 #include "core/switches.h"
+#include "table/kept_calls.h"
 #include "table/pointer_table.h"
 #include "tests/kit/bare_handle.h"
 

@@ -8,6 +8,7 @@
 #include "core/handle_array.h"
 #include "core/registry.h"
 #include "core/switches.h"
+#include "table/kept_calls.h"
 #include "table/pointer_table.h"
 #include "table/tags.h"
 #include "tests/kit/heap.h"

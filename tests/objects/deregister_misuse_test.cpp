@@ -6,6 +6,7 @@
 #include <typeinfo>
 
 #include "core/switches.h"
+#include "table/kept_calls.h"
 #include "table/pointer_table.h"
 #include "tests/kit/bare_handle.h"
 #include "tests/kit/ledger.h"

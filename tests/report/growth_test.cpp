@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <string>
 
+#include "table/kept_calls.h"
+
 namespace {
 
 struct Row {

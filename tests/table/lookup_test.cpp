@@ -8,6 +8,7 @@
 
 #include "core/registry.h"
 #include "core/switches.h"
+#include "table/kept_calls.h"
 #include "tests/kit/failing_allocator.h"
 #include "tests/kit/scene.h"
 

@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "core/registry.h"
+#include "table/kept_calls.h"
 #include "tests/kit/bare_handle.h"
 
 namespace {

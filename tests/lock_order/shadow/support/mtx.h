@@ -29,6 +29,7 @@ class Mtx : private RealMtx {
     lock_order::let_go(this);
     RealMtx::unlock();
   }
+  using RealMtx::assert_held;
   using RealMtx::held;
 };
 

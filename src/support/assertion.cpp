@@ -1,0 +1,13 @@
+#include "support/assertion.h"
+
+#include <cstdio>
+#include <cstdlib>
+
+namespace qk {
+
+void rule_broken(const char* rule) noexcept {
+  std::fprintf(stderr, "qkmem: broken rule: %s\n", rule);
+  std::abort();
+}
+
+}  // namespace qk
