@@ -17,6 +17,8 @@ set(library_sources
   support/text.cpp
   support/thread_id.cpp
 
+  formats/trace_row.cpp
+
   core/handle_array.cpp
   core/registry.cpp
   core/shutdown.cpp

@@ -19,8 +19,8 @@ FRONT = "qkmem/qkmem.hpp"
 # yet have their place here: what is to come knows where it belongs.
 SUPPORT = [STATUS]
 FORMATS = SUPPORT + ["src/support"]
-CORE = FORMATS + [C_HEADER]
-DIAG = CORE + ["src/formats", "src/core"]
+CORE = FORMATS + ["src/formats", C_HEADER]
+DIAG = CORE + ["src/core"]
 TABLE = DIAG + ["src/diag"]
 BESIDE = TABLE + ["src/table", "src/history"]
 ENTRY = BESIDE + ["src/check", "src/profile"]

@@ -6,6 +6,7 @@
 #include "core/registry.h"
 #include "core/switches.h"
 #include "diag/log.h"
+#include "formats/trace_row.h"
 #include "support/line.h"
 #include "support/text.h"
 
@@ -19,12 +20,27 @@ std::uint64_t amount_of(int hid) {
   return handle == nullptr ? 0 : qk::load(handle->amount);
 }
 
+/** Sets the columns that follow from the change, from the rows before and from the heap. */
+void sum_up(TraceRow& row) {
+  // Both live as long as the process: the totals go on when the file doesn't.
+  static std::int64_t current = 0;
+  static std::int64_t last_heap = 0;
+
+  current += row.change;
+  row.current = current;
+  row.heap = qk_heapsize();
+  row.unknown = row.heap - current;
+  row.growth = row.heap - last_heap;
+  row.difference = row.growth - row.change;
+  last_heap = row.heap;
+}
+
 }  // namespace
 
 void start_trace_file(FILE* stream) {
-  qk_mem_fprintf(
-      stream,
-      "Sequence\tHandle\tType\tAddress\tNum\tSize\tHandle Size\tFile\tLine\tCurrent\tHeap\tUnknown\tChange\tGrowth\tDifference\n");
+  qk::Line headings;
+  put_trace_headings(headings);
+  write_line(stream, headings.finish());
   qk::publish(Qk_mem_db, stream);
 }
 
@@ -45,26 +61,24 @@ extern "C" int qk_mem_write_db(int handle, unsigned char type, const void* addre
                                unsigned long num, unsigned long size, const char* file, int line,
                                long change) {
   using namespace qk::mem;
-  // Both live as long as the process: the totals go on when the file doesn't.
-  static std::int64_t current = 0;
-  static std::int64_t last_heap = 0;
-
   if (qk::acquire(Qk_mem_db) == nullptr || !debugging()) return -1;
   const RegistryLock lock;
   if (Qk_mem_db == nullptr) return -1;
-  current += change;
-  const std::int64_t heap = qk_heapsize();
-  const std::int64_t growth = heap - last_heap;
-  qk::Line row;
-  row.number(qk::load(Qk_mem_seq)).put('\t').signed_number(handle).put('\t');
-  row.put(static_cast<char>(type)).put('\t');
-  row.hex(reinterpret_cast<std::size_t>(address), Qk_mem_ptr_display_size).put('\t');
-  row.number(num).put('\t').number(size).put('\t').number(amount_of(handle)).put('\t');
-  row.put(qk_file_name_only(file)).put('\t').signed_number(line).put('\t');
-  row.signed_number(current).put('\t').signed_number(heap).put('\t');
-  row.signed_number(heap - current).put('\t').signed_number(change).put('\t');
-  row.signed_number(growth).put('\t').signed_number(growth - change).put('\n');
-  write_line(Qk_mem_db, row.finish());
-  last_heap = heap;
+  TraceRow row = {
+      .sequence = qk::load(Qk_mem_seq),
+      .handle = handle,
+      .type = type,
+      .address = TraceAddress{reinterpret_cast<std::uintptr_t>(address)},
+      .num = num,
+      .size = size,
+      .handle_size = amount_of(handle),
+      .file = qk::file_name_only(file),
+      .line = line,
+      .change = change,
+  };
+  sum_up(row);
+  qk::Line text;
+  put_trace_row(row, Qk_mem_ptr_display_size, text);
+  write_line(Qk_mem_db, text.finish());
   return 0;
 }

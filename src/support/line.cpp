@@ -48,7 +48,8 @@ Line& Line::put(std::string_view text, std::size_t width) noexcept {
 }
 
 /** `digits` are followed by enough readable bytes to be copied in one piece. */
-Line& Line::place_digits(const char* digits, std::size_t count, std::size_t width) noexcept {
+[[gnu::always_inline]] inline Line& Line::place_digits(const char* digits, std::size_t count,
+                                                       std::size_t width) noexcept {
   const std::size_t blanks = width > count ? width - count : 0;
   if (kCapacity - length_ < blanks + count) return put({digits, count}, width);
   fill(' ', blanks);
