@@ -17,6 +17,7 @@ set(library_sources
   support/text.cpp
   support/thread_id.cpp
 
+  formats/trace_reader.cpp
   formats/trace_row.cpp
 
   core/handle_array.cpp

@@ -12,6 +12,7 @@
 #include "core/registry.h"
 #include "tests/kit/heap.h"
 #include "tests/kit/scene.h"
+#include "tests/kit/trace.h"
 
 namespace {
 
@@ -19,6 +20,8 @@ using kit::contents;
 using kit::Ended;
 using kit::Scene;
 using kit::set_heap;
+using kit::Trace;
+using qk::mem::TraceRow;
 
 constexpr char kHeadings[] =
     "Sequence\tHandle\tType\tAddress\tNum\tSize\tHandle Size\tFile\tLine\tCurrent\tHeap\tUnknown\tChange\tGrowth\tDifference\n";
@@ -26,18 +29,6 @@ constexpr char kHeadings[] =
 std::string with_plain_lines(const std::string& text) {
   static const std::regex own_line("qkmem\\.cpp\t[1-9][0-9]*\t");
   return std::regex_replace(text, own_line, "qkmem.cpp\t#\t");
-}
-
-std::vector<std::string> columns_of(const std::string& row) {
-  std::vector<std::string> columns(1);
-  for (const char c : row) {
-    if (c == '\t') {
-      columns.emplace_back();
-    } else {
-      columns.back() += c;
-    }
-  }
-  return columns;
 }
 
 std::vector<std::string> lines_of(const std::string& text) {
@@ -73,6 +64,13 @@ class TraceFile : public ::testing::Test {
     const std::string text = contents("qkmem.tdf").substr(seen_);
     seen_ += text.size();
     return text;
+  }
+
+  /** The same as the reader takes them, who must find nothing wrong. */
+  Trace read_rows() {
+    Trace trace(kHeadings + rows());
+    EXPECT_EQ(trace.faults, std::vector<std::string>{});
+    return trace;
   }
 
   Scene scene_{"TRACE"};
@@ -115,11 +113,11 @@ TEST(NewTraceFile, ShowsNoSizeForAHeapBelowZero) {
   qk_mem_init();
   qk::Status status;
   qk_mem_options("DB=late.tdf FLUSH", &status);
-  const std::vector<std::string> columns = columns_of(lines_of(contents("late.tdf")).at(1));
-  ASSERT_EQ(columns.size(), 15U);
-  EXPECT_EQ(columns[5], "0");
-  EXPECT_EQ(columns[9], "-16");
-  EXPECT_EQ(columns[12], "-16");
+  const Trace trace(contents("late.tdf"));
+  const TraceRow& opened = trace.rows.at(0);
+  EXPECT_EQ(opened.size, 0U);
+  EXPECT_EQ(opened.current, -16);
+  EXPECT_EQ(opened.change, -16);
 }
 
 TEST_F(TraceFile, RowHasFifteenColumns) {
@@ -160,16 +158,17 @@ TEST_F(TraceFile, HandleSizeIsZeroWhereThereIsNoHandle) {
   const kit::Pool pool;
   qk_mem_imalloc(pool, 64, 16, "app.c", 1);
   rows();
-  for (const auto& [hid, size] : {std::pair{pool + 0, "64"}, {pool + 1, "0"}, {512, "0"}}) {
+  for (const auto& [hid, size] : {std::pair{pool + 0, 64U}, {pool + 1, 0U}, {512, 0U}}) {
     qk_mem_write_db(hid, 'M', nullptr, 0, 0, "a.c", 1, 0);
-    EXPECT_EQ(columns_of(rows()).at(6), size) << hid;
+    EXPECT_EQ(read_rows().rows.at(0).handle_size, size) << hid;
   }
 }
 
 TEST_F(TraceFile, AddressesHaveAsManyDigitsAsConfigured) {
   Qk_mem_ptr_display_size = 12;
+  Qk_mem_seq = 5;
   qk_mem_write_db(0, 'M', reinterpret_cast<void*>(0x1a2b), 0, 0, "a.c", 1, 0);
-  EXPECT_EQ(columns_of(rows()).at(3), "000000001a2b");
+  EXPECT_EQ(rows(), "5\t0\tM\t000000001a2b\t0\t0\t0\ta.c\t1\t1000\t1000\t0\t0\t0\t0\n");
 }
 
 TEST_F(TraceFile, TakesTheWholeRangeOfItsNumbers) {
@@ -183,15 +182,15 @@ TEST_F(TraceFile, TakesTheWholeRangeOfItsNumbers) {
 }
 
 TEST_F(TraceFile, TypeIsWrittenAsItsByte) {
-  for (const int type : {0, 1, 2, 255}) {
+  for (const int type : {0, 1, 2, 9, 10, 255}) {
     qk_mem_write_db(0, static_cast<unsigned char>(type), nullptr, 0, 0, "a.c", 1, 0);
-    EXPECT_EQ(columns_of(rows()).at(2), std::string(1, static_cast<char>(type)));
+    EXPECT_EQ(read_rows().rows.at(0).type, type);
   }
 }
 
 TEST_F(TraceFile, ShowsTheFileWithoutItsFolders) {
   qk_mem_write_db(0, 'M', nullptr, 0, 0, "/home/me/src/app.c", 1, 0);
-  EXPECT_EQ(columns_of(rows()).at(7), "app.c");
+  EXPECT_EQ(read_rows().rows.at(0).file, "app.c");
 }
 
 TEST_F(TraceFile, RowThatIsTooLongStillEndsWithANewline) {
@@ -212,13 +211,17 @@ TEST_F(TraceFile, MallocAndFreeBringTheTotalBack) {
   const kit::Pool pool;
   qk_mem_imalloc(pool, 8, 16, "app.c", 1);
   void* memory = qk_mem_imalloc(pool, 100, 16, "app.c", 2);
-  const std::vector<std::string> made = columns_of(lines_of(rows()).back());
-  EXPECT_EQ(made.at(2) + " " + made.at(12), "M 100");
-  EXPECT_EQ(made.at(6), "108");
   qk_mem_ifree(pool, memory, "app.c", 3);
-  const std::vector<std::string> gone = columns_of(lines_of(rows()).back());
-  EXPECT_EQ(gone.at(2) + " " + gone.at(12), "F -100");
-  EXPECT_EQ(std::stol(gone.at(9)) + 100, std::stol(made.at(9)));
+  const Trace trace = read_rows();
+  ASSERT_GE(trace.rows.size(), 2U);
+  const TraceRow& made = *(trace.rows.end() - 2);
+  EXPECT_EQ(made.type, 'M');
+  EXPECT_EQ(made.change, 100);
+  EXPECT_EQ(made.handle_size, 108U);
+  const TraceRow& gone = trace.rows.back();
+  EXPECT_EQ(gone.type, 'F');
+  EXPECT_EQ(gone.change, -100);
+  EXPECT_EQ(gone.current + 100, made.current);
 }
 
 TEST_F(TraceFile, IsNotWrittenWhileDebuggingIsOff) {
@@ -230,9 +233,9 @@ TEST_F(TraceFile, IsNotWrittenWhileDebuggingIsOff) {
   qk_mem_debug_config("TRACE", &status);
   set_heap(1000);
   EXPECT_EQ(qk_mem_write_db(0, 'M', nullptr, 0, 0, "a.c", 1, 1), 0);
-  const std::vector<std::string> columns = columns_of(rows());
-  EXPECT_EQ(columns.at(9), "1001");  // the 500 weren't summed
-  EXPECT_EQ(columns.at(13), "0");    // and the heap of 9000 wasn't seen
+  const Trace trace = read_rows();
+  EXPECT_EQ(trace.rows.at(0).current, 1001) << "the 500 weren't summed";
+  EXPECT_EQ(trace.rows.at(0).growth, 0) << "the heap of 9000 wasn't seen";
 }
 
 TEST(TraceFileRow, IsNotWrittenWithoutAFile) {
@@ -252,9 +255,9 @@ TEST(TraceFileRow, CountsFromTheTotalOfTheFileBefore) {
   qk_mem_options("DB=first.tdf", &status);
   qk::mem::close_trace_file();
   qk_mem_options("DB=second.tdf FLUSH", &status);
-  const std::vector<std::string> columns = columns_of(lines_of(contents("second.tdf")).at(1));
-  EXPECT_EQ(columns.at(9), "2000");
-  EXPECT_EQ(columns.at(13), "0");
+  const Trace trace(contents("second.tdf"));
+  EXPECT_EQ(trace.rows.at(0).current, 2000);
+  EXPECT_EQ(trace.rows.at(0).growth, 0);
 }
 
 TEST_F(TraceFile, RowsOfSeveralThreadsStayWholeAndInOrder) {
@@ -265,14 +268,12 @@ TEST_F(TraceFile, RowsOfSeveralThreadsStayWholeAndInOrder) {
     });
   }
   for (std::thread& thread : threads) thread.join();
-  const std::vector<std::string> lines = lines_of(rows());
-  EXPECT_EQ(lines.size(), 800U);
-  long total = 1000;
-  for (const std::string& line : lines) {
-    const std::vector<std::string> columns = columns_of(line);
-    ASSERT_EQ(columns.size(), 15U) << line;
-    total += std::stol(columns[12]);
-    ASSERT_EQ(columns[9], std::to_string(total)) << line;
+  const Trace trace = read_rows();
+  EXPECT_EQ(trace.rows.size(), 800U);
+  std::int64_t total = 1000;
+  for (const TraceRow& row : trace.rows) {
+    total += row.change;
+    ASSERT_EQ(row.current, total) << row.line;
   }
   EXPECT_EQ(total, 3000);
 }
@@ -283,13 +284,12 @@ TEST(TraceFileOfARun, EndsWithTheHandlesThatWereDeletedAtExit) {
     const kit::Pool pool("AUTOFREE");
     qk_mem_imalloc(pool, 100, 16, "app.c", 5);
   });
+  const Trace trace(ended.trace);
+  EXPECT_EQ(trace.faults, std::vector<std::string>{});
   std::string types;
-  for (const std::string& line : lines_of(ended.trace)) {
-    const std::vector<std::string> columns = columns_of(line);
-    ASSERT_EQ(columns.size(), 15U) << line;
-    if (columns[2] == "N" || columns[2] == "M" || columns[2] == "D") {
-      types += columns[1] + columns[2] + " ";
-    }
+  for (const TraceRow& row : trace.rows) {
+    if (row.type != 'N' && row.type != 'M' && row.type != 'D') continue;
+    types += std::to_string(row.handle) + static_cast<char>(row.type) + " ";
   }
   EXPECT_EQ(types, "1N 2N 3N 3M 3D 1D ");
 }

@@ -15,6 +15,7 @@
 #include "core/registry.h"
 #include "diag/log.h"
 #include "diag/trace_file.h"
+#include "tests/kit/trace.h"
 
 namespace kit {
 namespace {
@@ -60,19 +61,14 @@ std::vector<std::string> lines_of(const std::string& text) {
   return lines;
 }
 
-std::vector<std::string> columns_of(const std::string& line) {
-  std::vector<std::string> columns;
-  std::istringstream in(line);
-  for (std::string column; std::getline(in, column, '\t');) columns.push_back(column);
-  return columns;
-}
-
-/** The part of a row that doesn't depend on the heap; the line of headings has none. */
-std::string told(const std::string& line) {
-  const auto columns = columns_of(line);
-  if (columns.size() != 15 || columns[0] == "Sequence") return "";
-  return columns[1] + " " + columns[2] + " [" + columns[3] + "] " + columns[4] + " " + columns[5] +
-         " " + columns[7] + " " + columns[8] + " " + columns[12] + "\n";
+/** The part of a row that doesn't depend on the heap. */
+std::string told(const qk::mem::TraceRow& row) {
+  char address[17];
+  std::snprintf(address, sizeof address, "%016zx", static_cast<std::size_t>(row.address));
+  std::ostringstream text;
+  text << row.handle << ' ' << row.type << " [" << address << "] " << row.num << ' ' << row.size
+       << ' ' << row.file << ' ' << row.line << ' ' << row.change << '\n';
+  return text.str();
 }
 
 std::string with_plain_addresses(const std::string& text) {
@@ -121,22 +117,27 @@ std::string Scene::log(std::string_view routine) const {
   return plain(result);
 }
 
-void Scene::skip_trace() { trace_seen_ = written_trace().size(); }
+void Scene::skip_trace() { trace_seen_ = Trace(written_trace()).rows.size(); }
 
 std::string Scene::trace() const {
-  std::string result;
-  for (const std::string& line : lines_of(written_trace().substr(trace_seen_)))
-    result += told(line);
-  return plain(result);
+  return trace([](unsigned char /*type*/) { return true; });
 }
 
 std::string Scene::trace(std::string_view types) const {
+  return trace([types](unsigned char type) {
+    return types.find(static_cast<char>(type)) != std::string_view::npos;
+  });
+}
+
+std::string Scene::trace(const std::function<bool(unsigned char)>& wants) const {
+  const std::string text = written_trace();
+  if (text.empty()) return "";
+  const Trace trace(text);
   std::string result;
-  for (const std::string& line : lines_of(written_trace().substr(trace_seen_))) {
-    const auto columns = columns_of(line);
-    const bool wanted = columns.size() > 2 && types.find(columns[2]) != std::string_view::npos;
-    if (wanted) result += told(line);
+  for (std::size_t i = trace_seen_; i < trace.rows.size(); ++i) {
+    if (wants(trace.rows[i].type)) result += told(trace.rows[i]);
   }
+  for (const std::string& fault : trace.faults) result += fault + "\n";
   return plain(result);
 }
 

@@ -44,7 +44,7 @@ class Scene {
 
   /**
    * The rows of the trace file since then, as "handle type [address] num size file line change", in
-   * the words of plain().
+   * the words of plain(). What is wrong with the file follows them.
    */
   [[nodiscard]] std::string trace() const;
 
@@ -52,9 +52,11 @@ class Scene {
   [[nodiscard]] std::string trace(std::string_view types) const;
 
  private:
+  [[nodiscard]] std::string trace(const std::function<bool(unsigned char)>& wants) const;
+
   std::string folder_;
   std::size_t log_seen_ = 0;
-  std::size_t trace_seen_ = 0;
+  std::size_t trace_seen_ = 0;  // rows
 };
 
 /**
