@@ -25,10 +25,13 @@ struct Contestant {
 /** How many threads the process has while the workload is measured. */
 enum class Threads { kOne, kIdleSecond, kTwo };
 
+/** Of a workload that is only watched. */
+constexpr double kNoReach = 0;
+
 struct Workload {
   std::string name;
   std::string title;
-  double reach;       // the ratio that qkmem shall reach
+  double reach;       // the ratio that qkmem shall reach, or kNoReach
   double operations;  // of which the workload consists, for the figures per operation
   Threads threads;
   std::vector<Contestant> contestants;  // the first is what the others are compared with

@@ -15,7 +15,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <iterator>
 #include <stdexcept>
 
 #include "bench/ratios/many.h"
@@ -31,16 +30,6 @@
 namespace {
 
 using namespace ratios;
-
-std::vector<Workload> all_workloads() {
-  std::vector<Workload> all;
-  for (auto* group : {pair_workloads, live_workloads, phase_workloads, buffer_workloads,
-                      trace_workloads, report_workloads}) {
-    auto workloads = group();
-    std::move(workloads.begin(), workloads.end(), std::back_inserter(all));
-  }
-  return all;
-}
 
 template <class Named>
 const Named& find(const std::vector<Named>& all, const char* name) {

@@ -1,9 +1,11 @@
 #include <obstack.h>
 
 #include <array>
+#include <cstddef>
 #include <memory>
 #include <memory_resource>
 #include <string>
+#include <vector>
 
 #include "bench/ratios/allocators.h"
 #include "bench/ratios/sizes.h"
@@ -62,6 +64,17 @@ class Monotonic {
 
  private:
   std::pmr::monotonic_buffer_resource resource_;
+};
+
+/** One buffer with room for all objects, for all phases. */
+class MonotonicInBuffer {
+ public:
+  void* allocate(std::size_t size) { return resource_.allocate(size); }
+  void clear() { resource_.release(); }
+
+ private:
+  std::vector<std::byte> buffer_ = std::vector<std::byte>(std::size_t{128} << 10);
+  std::pmr::monotonic_buffer_resource resource_{buffer_.data(), buffer_.size()};
 };
 
 #ifdef HAVE_APR
@@ -130,10 +143,22 @@ Workload unrecorded_phase(const char* name, int block, const char* shown, double
 #endif
               phase<Obstack>("obstack", block),
               phase<Monotonic>("std::pmr monotonic", block),
+              phase<MonotonicInBuffer>("std::pmr in a buffer"),
 #ifdef HAVE_TALLOC
               phase<TallocPool>("talloc pool"),
 #endif
           }};
+}
+
+Workload multithreaded_phase(const char* name, int block, const char* shown) {
+  const std::string options = "BLOCKMGMT MULTITHREADED BLOCKSIZE=" + std::to_string(block);
+  return {name,
+          "MULTITHREADED block-managed handle, nothing recorded, blocks of " + std::string(shown) +
+              ": 1000 objects of 8 to 128 bytes, then clear",
+          kNoReach,
+          kObjects,
+          Threads::kOne,
+          {phase<EachFreed>("malloc"), phase<Qkmem>("qkmem", options)}};
 }
 
 Workload recorded_phase(const char* name, int block, const char* shown, double reach) {
@@ -158,6 +183,8 @@ Workload recorded_phase(const char* name, int block, const char* shown, double r
 std::vector<Workload> phase_workloads() {
   return {unrecorded_phase("blocks_64k", 65536, "64 KiB", 0.35),
           unrecorded_phase("blocks_2k", 2048, "2 KiB", 0.45),
+          multithreaded_phase("blocks_64k_multithreaded", 65536, "64 KiB"),
+          multithreaded_phase("blocks_2k_multithreaded", 2048, "2 KiB"),
           recorded_phase("blockfree_64k", 65536, "64 KiB", 2.0),
           recorded_phase("blockfree_2k", 2048, "2 KiB", 2.5)};
 }

@@ -1,6 +1,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
+#include <string>
+#include <vector>
 
 #include "bench/ratios/allocators.h"
 #include "bench/ratios/scratch.h"
@@ -54,6 +56,46 @@ Run with_talloc() {
 }
 #endif
 
+constexpr unsigned kEverySection = QK_MEM_DUMP_SUMMARY | QK_MEM_DUMP_HEAPSIZE |
+                                   QK_MEM_DUMP_HANDLES | QK_MEM_DUMP_MGMT | QK_MEM_DUMP_BLOCKS |
+                                   QK_MEM_DUMP_POINTERS;
+
+/** Live pointers in turn on some handles; half of them are older than the baseline. */
+class Holding {
+ public:
+  explicit Holding(std::size_t handles) {
+    for (std::size_t i = 0; i < handles; ++i) handles_.push_back(std::make_unique<Qkmem>("DATA"));
+    fill_half();
+    qk_mem_baseline("");
+    fill_half();
+  }
+
+ private:
+  void fill_half() {
+    for (std::size_t row = 0; row < kRows / 2; ++row) {
+      use(handles_[row % handles_.size()]->allocate(size_of_row(row)));
+    }
+  }
+
+  std::vector<std::unique_ptr<Qkmem>> handles_;
+};
+
+Run with_sections(unsigned sections, std::size_t handles) {
+  setenv("QK_MEM_DEBUG", "TRACE LOG=NONE", 1);  // read at the first call, which the next line makes
+  auto holding = std::make_shared<Holding>(handles);
+  return printing([holding, sections](FILE* stream) { qk_mem_dump(stream, "", sections); });
+}
+
+Workload sections_of(const char* name, const char* what, unsigned sections, std::size_t handles) {
+  return {name,
+          std::string(what) + " of 100,000 pointers on " + std::to_string(handles) +
+              (handles == 1 ? " handle" : " handles") + ", for each pointer",
+          kNoReach,
+          kRows,
+          Threads::kOne,
+          {{"fprintf", with_fprintf}, {"qkmem", [=] { return with_sections(sections, handles); }}}};
+}
+
 }  // namespace
 
 std::vector<Workload> report_workloads() {
@@ -68,7 +110,13 @@ std::vector<Workload> report_workloads() {
 #ifdef HAVE_TALLOC
                {"talloc", with_talloc},
 #endif
-           }}};
+           }},
+          sections_of("sections_1", "All sections", kEverySection, 1),
+          sections_of("sections_1000", "All sections", kEverySection, 1000),
+          sections_of("growth_1", "Growth", QK_MEM_DUMP_GROWTH | kEverySection, 1),
+          sections_of("growth_1000", "Growth", QK_MEM_DUMP_GROWTH | kEverySection, 1000),
+          sections_of("comparison_1", "Comparison", QK_MEM_DUMP_COMPARISON, 1),
+          sections_of("comparison_1000", "Comparison", QK_MEM_DUMP_COMPARISON, 1000)};
 }
 
 }  // namespace ratios

@@ -8,6 +8,9 @@
 
 namespace ratios {
 
+/** All groups below, in the order of the page. */
+std::vector<Workload> all_workloads();
+
 /** Memory that is allocated and soon released, by one thread or two. */
 std::vector<Workload> pair_workloads();
 
@@ -16,6 +19,9 @@ std::vector<Workload> live_workloads();
 
 /** Many objects that go at once. */
 std::vector<Workload> phase_workloads();
+
+/** A million objects in the place of others. */
+std::vector<Workload> refill_workloads();
 
 /** One buffer that grows. */
 std::vector<Workload> buffer_workloads();

@@ -1,0 +1,18 @@
+#include "bench/ratios/workloads.h"
+
+#include <algorithm>
+#include <iterator>
+
+namespace ratios {
+
+std::vector<Workload> all_workloads() {
+  std::vector<Workload> all;
+  for (auto* group : {pair_workloads, live_workloads, phase_workloads, refill_workloads,
+                      buffer_workloads, trace_workloads, report_workloads}) {
+    auto workloads = group();
+    std::move(workloads.begin(), workloads.end(), std::back_inserter(all));
+  }
+  return all;
+}
+
+}  // namespace ratios

@@ -1,0 +1,91 @@
+// The workloads of bench/ratios as benchmarks of Google's, WORKLOAD/CONTESTANT, with the options of
+// Google Benchmark: --benchmark_filter=pair/ or --benchmark_format=json. The time is that of one
+// operation, the median of all rounds; the counters are the ratio to the workload's first contestant,
+// its median and quartiles. Contestants take turns, so that one contest serves them all.
+//
+// A contest runs in a process of its own, the program `ratios`: the library reads its environment
+// once, and the C library's short cuts for one thread never come back.
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "bench/ratios/workloads.h"
+
+namespace {
+
+using ratios::Standing;
+using ratios::Workload;
+
+using Lines = std::vector<std::string>;
+
+/** What a command prints; nothing if it fails. */
+Lines output_of(const std::string& command) {
+  Lines lines;
+  FILE* output = popen(command.c_str(), "r");
+  if (output == nullptr) return lines;
+  char line[256];
+  while (std::fgets(line, sizeof line, output) != nullptr) lines.emplace_back(line);
+  return pclose(output) == 0 ? lines : Lines();
+}
+
+Standing standing_in(const std::string& line) {
+  const std::size_t end = line.find('\t');
+  Standing standing = {line.substr(0, end), 0, {}};
+  std::sscanf(line.c_str() + std::min(end, line.size()), "%lf %lf %lf %lf", &standing.nanoseconds,
+              &standing.ratio.median, &standing.ratio.low, &standing.ratio.high);
+  return standing;
+}
+
+/** Of the contest, which takes place when it is asked for first. */
+const std::vector<Standing>& standings_of(const std::string& workload) {
+  static std::map<std::string, std::vector<Standing>> known;
+  const auto [entry, is_new] = known.try_emplace(workload);
+  if (is_new) {
+    for (const std::string& line : output_of("'" QKMEM_RATIOS "' " + workload)) {
+      entry->second.push_back(standing_in(line));
+    }
+  }
+  return entry->second;
+}
+
+void show(benchmark::State& state, const Standing& standing) {
+  state.SetIterationTime(standing.nanoseconds * 1e-9);
+  state.counters["ratio"] = standing.ratio.median;
+  state.counters["low"] = standing.ratio.low;
+  state.counters["high"] = standing.ratio.high;
+}
+
+void contest(benchmark::State& state, const std::string& workload, std::size_t contestant) {
+  for ([[maybe_unused]] auto iteration : state) {
+    const auto& standings = standings_of(workload);
+    if (contestant >= standings.size()) {
+      state.SkipWithError("the contest failed");
+      return;
+    }
+    show(state, standings[contestant]);
+  }
+}
+
+void enter(const Workload& workload) {
+  for (std::size_t i = 0; i < workload.contestants.size(); ++i) {
+    const std::string name = workload.name + "/" + workload.contestants[i].name;
+    benchmark::RegisterBenchmark(
+        name.c_str(),
+        [workload = workload.name, i](benchmark::State& state) { contest(state, workload, i); })
+        ->Iterations(1)
+        ->UseManualTime();
+  }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  for (const Workload& workload : ratios::all_workloads()) enter(workload);
+  benchmark::Initialize(&argc, argv);
+  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+  benchmark::RunSpecifiedBenchmarks();
+}
