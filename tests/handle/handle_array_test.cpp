@@ -32,6 +32,7 @@ const qk_mem_ptr* record_of_array() { return qk_mem_get_ptr(&handle_of(1), Qk_me
 
 /** Moves the accounting from one array to another. */
 void move_accounting(qk_mem_handle** from, qk_mem_handle** to) {
+  const qk::mem::RegistryLock lock;
   qk_mem_handle_array(from, to, "src/app.c", 70000, kCaller);
 }
 

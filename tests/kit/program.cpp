@@ -69,6 +69,7 @@ bool lost_table_of_handles() { return qk::mem::handle_slots().count < Qk_mem_ava
 bool is_the_librarys(const void* memory) {
   if (Qk_mem_handles == memory) return true;
   bool found = false;
+  const qk::mem::RegistryLock lock;
   qk::mem::for_each_handle([&](const qk_mem_handle& handle) { found |= keeps(handle, memory); });
   return found;
 }

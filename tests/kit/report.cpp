@@ -69,6 +69,7 @@ std::string with_plain_size(const std::string& text, std::size_t size, const std
 Stage::Stage(int heap) {
   set_heap(heap);
   qk_mem_init();
+  const qk::mem::RegistryLock lock;
   own_slots_ = Qk_mem_handles;
   own_count_ = qk::mem::handle_slots().count;
   qk::mem::replace_handle_array(slots_, 9);
@@ -76,6 +77,7 @@ Stage::Stage(int heap) {
 }
 
 Stage::~Stage() {
+  const qk::mem::RegistryLock lock;
   qk::mem::replace_handle_array(own_slots_, own_count_);
   for (const qk_mem_handle& handle : handles_) {
     for (const qk_mem_ptr_array& array : handle.ptrs) std::free(array.ptrs);

@@ -39,6 +39,7 @@ struct Table {
   std::uint64_t overhead = 0;
 
   explicit Table(const qk_mem_handle& handle) {
+    const qk::mem::RegistryLock lock;
     qk::mem::for_each_record(handle, [this](const qk_mem_ptr& record) {
       if (qk::mem::is_management(record.kind)) {
         overhead += qk::mem::bytes_of(record);
@@ -139,6 +140,7 @@ class StressedLibrary : public ::testing::Test {
   }
 
   [[nodiscard]] static std::uint64_t trackers_in(const qk_mem_handle& handle) {
+    const qk::mem::RegistryLock lock;
     std::uint64_t count = 0;
     qk::mem::for_each_record(handle, [&](const qk_mem_ptr& record) {
       count += record.kind == qk::mem::kind::kTracker ? 1 : 0;
@@ -164,6 +166,7 @@ class StressedLibrary : public ::testing::Test {
   }
 
   [[nodiscard]] static std::uint32_t qty_of_tag(const std::string& name) {
+    const qk::mem::RegistryLock lock;
     std::uint32_t qty = 0;
     qk::mem::for_each_tag([&](const qk_mem_tag& tag) {
       if (tag.name == name) qty = tag.qty;

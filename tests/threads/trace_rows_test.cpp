@@ -116,6 +116,7 @@ TEST_F(ThreadsThatTrace, LeaveTheGrowthOfTheHeapFromRowToRow) {
 }
 
 TEST_F(ThreadsThatTrace, EndWithWhatTheHandlesHold) {
+  const qk::mem::RegistryLock lock;
   std::uint64_t held = 0;
   qk::mem::for_each_handle(
       [&held](const qk_mem_handle& handle) { held += handle.amount + handle.overhead_amount; });
