@@ -29,7 +29,8 @@ const char* chosen_options(const char* options) {
 }
 
 /** Opens the trace file, once per process and only while debugging; false when it can't be had. */
-bool open_trace_file(const char* name) {
+bool open_trace_file(const char* name) QK_REQUIRES(Qk_mem_mtx) {
+  assert_registry_held();
   if (Qk_mem_db != nullptr || !debugging()) return true;
   FILE* stream = open_output(kRoutine, name == nullptr ? "qkmem.tdf" : name, "w");
   if (stream == nullptr) return false;

@@ -20,24 +20,29 @@ std::uint64_t amount_of(int hid) {
   return handle == nullptr ? 0 : qk::load(handle->amount);
 }
 
-/** Sets the columns that follow from the change, from the rows before and from the heap. */
-void sum_up(TraceRow& row) {
-  // Both live as long as the process: the totals go on when the file doesn't.
-  static std::int64_t current = 0;
-  static std::int64_t last_heap = 0;
+/** What the rows so far come to. It goes on when the file doesn't. */
+struct Totals {
+  std::int64_t current = 0;
+  std::int64_t heap = 0;
+};
+constinit Totals totals QK_GUARDED_BY(Qk_mem_mtx);
 
-  current += row.change;
-  row.current = current;
+/** Sets the columns that follow from the change, from the rows before and from the heap. */
+void sum_up(TraceRow& row) QK_REQUIRES(Qk_mem_mtx) {
+  assert_registry_held();
+  totals.current += row.change;
+  row.current = totals.current;
   row.heap = qk_heapsize();
-  row.unknown = row.heap - current;
-  row.growth = row.heap - last_heap;
+  row.unknown = row.heap - totals.current;
+  row.growth = row.heap - totals.heap;
   row.difference = row.growth - row.change;
-  last_heap = row.heap;
+  totals.heap = row.heap;
 }
 
 }  // namespace
 
 void start_trace_file(FILE* stream) {
+  assert_registry_held();
   qk::Line headings;
   put_trace_headings(headings);
   write_line(stream, headings.finish());
@@ -45,6 +50,7 @@ void start_trace_file(FILE* stream) {
 }
 
 void flush_trace_file() {
+  assert_registry_held();
   if (Qk_mem_db != nullptr) std::fflush(Qk_mem_db);
 }
 

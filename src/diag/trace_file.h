@@ -3,6 +3,8 @@
 
 #include <cstdio>
 
+#include "core/registry.h"
+
 /** The trace file, a table with one tab-separated record per event; null while it isn't written. */
 extern FILE* Qk_mem_db;
 
@@ -27,10 +29,10 @@ int qk_mem_write_db(int handle, unsigned char type, const void* address, unsigne
 namespace qk::mem {
 
 /** Makes `stream` the trace file and writes the line of headings. Needs the registry's lock. */
-void start_trace_file(FILE* stream);
+void start_trace_file(FILE* stream) QK_REQUIRES(Qk_mem_mtx);
 
 /** Empties the trace file's buffer. Needs the registry's lock. */
-void flush_trace_file();
+void flush_trace_file() QK_REQUIRES(Qk_mem_mtx);
 
 /** Closes the trace file, if there is one. */
 void close_trace_file();

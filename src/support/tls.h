@@ -45,7 +45,7 @@ class TLS {
   [[nodiscard]] T* get() noexcept {
     const unsigned long thread = qk_gettid();
     const MtxLock lock(mtx_);
-    if (!made_) make();
+    if (!made_) make_map();
     if (const auto found = values_.find(thread); found != values_.end()) return &found->second;
     return insert(thread);
   }
@@ -66,7 +66,8 @@ class TLS {
     T value{};
   };
 
-  void make() noexcept QK_REQUIRES(mtx_) {
+  void make_map() noexcept QK_REQUIRES(mtx_) {
+    mtx_.assert_held();
     std::construct_at(&values_);
     made_ = true;
   }
@@ -77,6 +78,7 @@ class TLS {
    * after.
    */
   T* insert(unsigned long thread) noexcept QK_REQUIRES(mtx_) {
+    mtx_.assert_held();
     Spare& spare = spare_of_thread();
     try {
       T* const value = &values_.emplace(thread, T{}).first->second;

@@ -9,7 +9,8 @@
 
 /**
  * The slots of one pointer array: which is free, which holds an address. Counters of the handle are
- * none of its business. All calls need the handle's lock.
+ * none of its business. All calls need the handle's lock, which those who make them assert: they
+ * know the handle.
  *
  * A large array keeps 16 bits of each address a second time, in fingerprints behind its slots: they
  * are searched many times as fast as records are.

@@ -72,6 +72,21 @@ bool grow(qk_mem_handle& handle, qk_mem_ptr_array& array, const Site& site) {
 
 }  // namespace
 
+RecordingLock::RecordingLock(const qk_mem_handle& handle, const qk_mem_ptr_array& array)
+    : handle_(handle.mtx) {
+  if (handle_ != nullptr) handle_->lock();
+  if (!is_full(array)) return;
+  if (handle_ != nullptr) handle_->unlock();
+  Qk_mem_mtx.lock();
+  holds_registry_ = true;
+  if (handle_ != nullptr) handle_->lock();
+}
+
+RecordingLock::~RecordingLock() {
+  if (handle_ != nullptr) handle_->unlock();
+  if (holds_registry_) Qk_mem_mtx.unlock();
+}
+
 std::int32_t reserve_slot(qk_mem_handle& handle, qk_mem_ptr_array& array, const Site& site) {
   assert_held(handle);
   if (is_full(array) && !grow(handle, array, site.as(kRoutine))) return kNoSlot;

@@ -40,16 +40,14 @@ enum class Totals {
  */
 class RecordingLock {
  public:
-  RecordingLock(const qk_mem_handle& handle, const qk_mem_ptr_array& array) {
-    handle_.emplace(handle);
-    if (!is_full(array)) return;
-    handle_.reset();
-    both_.emplace(handle);
-  }
+  RecordingLock(const qk_mem_handle& handle, const qk_mem_ptr_array& array);
+  RecordingLock(const RecordingLock&) = delete;
+  RecordingLock& operator=(const RecordingLock&) = delete;
+  ~RecordingLock();
 
  private:
-  std::optional<HandleLock> handle_;
-  std::optional<RegistryAndHandleLock> both_;
+  qk::Mtx* handle_;  // null where the handle has none
+  bool holds_registry_ = false;
 };
 
 /**
