@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -12,6 +13,7 @@
 #include "tests/kit/failing_allocator.h"
 #include "tests/kit/placement.h"
 #include "tests/kit/scene.h"
+#include "tests/kit/trace.h"
 
 /** An array of 528 slots or more is searched by fingerprints of its addresses. */
 namespace {
@@ -169,6 +171,30 @@ TEST_F(LargeArray, ThatCannotGrowAsksOnceAndLosesItsRecords) {
   EXPECT_EQ(qk_mem_get_ptr(handle, nth(0)), nullptr);
   EXPECT_EQ(record(nth(0)), nullptr) << "for good";
   recorded = 0;
+}
+
+/** How many rows of each letter a trace file has for a handle, in the order of the letters. */
+std::string letters_of(const kit::Trace& trace, int hid) {
+  std::map<char, int> counts;
+  for (const qk::mem::TraceRow& row : trace.rows) {
+    if (row.handle == hid) ++counts[static_cast<char>(row.type)];
+  }
+  std::string text;
+  for (const auto& [letter, count] : counts) text += letter + std::to_string(count) + " ";
+  return text;
+}
+
+TEST(LargeArrayTraced, LeavesNoRowsButOfTheHandleOfItsPointersAndOfGrowths) {
+  const Scene scene(kit::Environment{"TRACE", "DB FLUSH", ""});
+  kit::align_requests();  // so that one array has it all
+  const kit::Pool pool;
+  std::vector<void*> memory;
+  for (int i = 0; i < 1200; ++i) memory.push_back(qk_mem_imalloc(pool, 8, 16, "src/app.c", 5));
+  EXPECT_EQ(letters_of(kit::Trace(kit::contents("qkmem.tdf")), pool), "H1 M1200 N1 P20 ");
+  EXPECT_EQ(kit::overhead_of(pool), "2 for " + std::to_string(sizeof(qk_mem_handle) + 1232 * 48));
+  for (void* piece : memory) qk_mem_ifree(pool, piece, "src/app.c", 6);
+  qk_mem_idel_handle(pool, "src/app.c", 7);
+  EXPECT_EQ(letters_of(kit::Trace(kit::contents("qkmem.tdf")), pool), "D1 F1202 H1 M1200 N1 P20 ");
 }
 
 }  // namespace
