@@ -13,7 +13,7 @@ function(qkmem_own_target target)
   target_compile_options(${target} PRIVATE
     -Wall -Wextra -Wpedantic -Wshadow -Wconversion ${qkmem_sanitize_flags})
   if(QKMEM_ASSERTIONS)
-    target_compile_definitions(${target} PRIVATE QKMEM_ASSERTIONS)
+    target_compile_definitions(${target} PRIVATE QKMEM_ASSERTIONS _GLIBCXX_ASSERTIONS)
   endif()
   if(QKMEM_WERROR)
     target_compile_options(${target} PRIVATE -Werror)

@@ -95,6 +95,7 @@ void forget_configuration() {
 }
 
 void forget_tags() {
+  const qk::mem::RegistryLock lock;
   Qk_mem_num_tags = 0;
   for (int i = 0; i < 32; ++i) {
     Qk_mem_tags[i] = {};
