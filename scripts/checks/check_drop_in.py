@@ -8,6 +8,7 @@ Runs the line in a folder that holds include/, src/ and a program of its own, an
 
 import pathlib
 import re
+import shutil
 import subprocess
 import sys
 import tempfile
@@ -36,7 +37,7 @@ def main():
     with tempfile.TemporaryDirectory() as folder:
         tree = pathlib.Path(folder)
         for name in ("include", "src"):
-            (tree / name).symlink_to(root / name)
+            shutil.copytree(root / name, tree / name)
         (tree / "app.cpp").write_text(PROGRAM)
         built = subprocess.run(found[0], shell=True, cwd=tree, capture_output=True, text=True)
         if built.returncode != 0 or built.stderr:
