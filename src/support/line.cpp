@@ -1,6 +1,5 @@
 #include "support/line.h"
 
-#include <algorithm>
 #include <array>
 #include <cstring>
 
@@ -35,8 +34,8 @@ char* write_digits(std::uint64_t value, char* end) noexcept {
 }  // namespace
 
 Line& Line::put(std::string_view text) noexcept {
-  const std::size_t fitting = std::min(text.size(), kCapacity - length_);
-  std::memcpy(text_ + length_, text.data(), fitting);
+  // Not memcpy(): an empty text may have no address.
+  const std::size_t fitting = text.copy(text_ + length_, kCapacity - length_);
   length_ += fitting;
   cut_ = cut_ || fitting < text.size();
   return *this;

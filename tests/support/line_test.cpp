@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <random>
 #include <string>
+#include <string_view>
 
 namespace {
 
@@ -61,6 +62,12 @@ TEST(Line, ShowsTextsAsTheCLibraryDoes) {
   }
   const char* none = nullptr;
   EXPECT_EQ(qk::Line().put(none).put('\n').finish(), "(null)\n");
+}
+
+TEST(Line, TakesAnEmptyTextWithoutAnAddress) {
+  qk::Line line;
+  line.put('a').put(std::string_view()).put(std::string_view(), 2).put('b');
+  EXPECT_EQ(line.finish(), "a  b");
 }
 
 TEST(Line, CanHoldZeroBytes) {

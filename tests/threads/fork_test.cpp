@@ -11,6 +11,7 @@
 
 #include "qkmem/qkmem.h"
 #include "tests/kit/scene.h"
+#include "tests/threads/rounds.h"
 
 namespace {
 
@@ -67,7 +68,7 @@ TEST(Fork, UnderLoadLeavesTheChildAbleToAllocateReportAndExit) {
   const Scene scene(kit::Environment{"EXCEPTIONS SUMMARY LOG=NONE", "", ""});
   const Pool pool("MULTITHREADED", "FK");
   const Load load(pool);
-  for (int i = 0; i < 500; ++i) {
+  for (int i = 0; i < rounds(500); ++i) {
     ASSERT_EQ(in_child([&] {
                 void* block = qk_mem_imalloc(pool, 10, 16, "child.c", 1);
                 const int own = qk_mem_inew_handle("MULTITHREADED", "CH", "child.c", 2);
