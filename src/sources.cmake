@@ -26,25 +26,32 @@ set(library_sources
   core/switches.cpp
 
   diag/event.cpp
+  diag/failure.cpp
   diag/heap.cpp
   diag/log.cpp
   diag/trace_file.cpp
 
   table/blocks.cpp
   table/first_fit.cpp
-  table/kept_calls.cpp
-  table/lookup.cpp
-  table/overhead.cpp
   table/pointer_array.cpp
   table/pointer_table.cpp
   table/tags.cpp
 
-  alloc/allocate.cpp
-  alloc/entry.cpp
-  alloc/external.cpp
+  accounting/kept_calls.cpp
+  accounting/open_handle.cpp
+  accounting/overhead.cpp
+  accounting/pieces.cpp
+  accounting/recording.cpp
+  accounting/tag_calls.cpp
+
+  alloc/calloc.cpp
+  alloc/free.cpp
+  alloc/malloc.cpp
   alloc/managed_array.cpp
-  alloc/release.cpp
-  alloc/resize.cpp
+  alloc/realloc.cpp
+  alloc/registration.cpp
+  alloc/shared_steps.cpp
+  alloc/strdup.cpp
 
   handle/clear.cpp
   handle/create.cpp
@@ -54,7 +61,6 @@ set(library_sources
   handle/queries.cpp
   handle/release_walk.cpp
   handle/repeats.cpp
-  handle/warnings.cpp
 
   config/debug_config.cpp
   config/debug_init.cpp

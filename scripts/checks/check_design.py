@@ -14,7 +14,7 @@ import sys
 
 TEST = re.compile(r"^TEST(?:_P|_F)?\(\s*(\w+),\s*(\w+)\s*\)", re.MULTILINE)
 NAMED = re.compile(r"`([A-Z]\w*\.[A-Z]\w*)`")
-PLACE = re.compile(r"^constinit const Place (\w+) = here\(\);(?:\s*// (\S+), (\w+)\(\))?$",
+PLACE = re.compile(r"^constinit const SourceLocation (\w+) = here\(\);(?:\s*// (\S+), (\w+)\(\))?$",
                    re.MULTILINE)
 
 

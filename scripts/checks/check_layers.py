@@ -21,8 +21,10 @@ SUPPORT = [STATUS]
 FORMATS = SUPPORT + ["src/support"]
 CORE = FORMATS + ["src/formats", C_HEADER]
 DIAG = CORE + ["src/core"]
-TABLE = DIAG + ["src/diag"]
-BESIDE = TABLE + ["src/table", "src/history"]
+# Tables know nothing of the log and the trace file: they answer, and their callers announce.
+TABLE = CORE + ["src/core"]
+ACCOUNTING = DIAG + ["src/diag", "src/table", "src/history"]
+BESIDE = ACCOUNTING + ["src/accounting"]
 ENTRY = BESIDE + ["src/check", "src/profile"]
 LIFE = ENTRY + ["src/alloc", "src/handle", "src/config", "src/report"]
 
@@ -35,6 +37,7 @@ ALLOWED = {
     "src/core": CORE,
     "src/diag": DIAG,
     "src/table": TABLE,
+    "src/accounting": ACCOUNTING,
     "src/history": TABLE,
     "src/check": BESIDE,
     "src/profile": BESIDE,

@@ -17,7 +17,7 @@ import sys
 
 # Locks of handles are conditional, which clang's analysis can't follow; so is what a report's
 # visitors do; and the registry's lock is kept on purpose at a fork and at the end by a signal.
-EXEMPT = 36
+EXEMPT = 34
 
 ASSERTION = re.compile(r"\bassert_(?:registry_)?held\(")
 NEEDS = re.compile(r"[Nn]eeds? (?:the registry's|the handle's|the) lock\b|[Nn]eeds both locks")

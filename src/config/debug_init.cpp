@@ -30,7 +30,7 @@ void write_names() QK_REQUIRES(Qk_mem_mtx) {
   assert_registry_held();
   for (int i = 0; i < kRoutines; ++i) {
     Qk_mem_debug[i] = {};
-    qk::copy_text(Qk_mem_debug[i].routine, sizeof Qk_mem_debug[i].routine, kRoutineNames[i]);
+    qk::copy_text(Qk_mem_debug[i].routine, sizeof Qk_mem_debug[i].routine, kRoutineNames[i].listed);
   }
 }
 

@@ -7,12 +7,13 @@
 
 namespace qk::mem {
 
-Refusal::Refusal(qk::Status& status, int code, const char* routine, Place place) : status_(status) {
+Refusal::Refusal(qk::Status& status, int code, const char* routine, SourceLocation location)
+    : status_(status) {
   status_.code = code;
   status_.detail1 = 0;
   status_.detail2 = 0;
-  std::snprintf(status_.location, sizeof status_.location, "%s(%s):%d", place.file, routine,
-                place.line);
+  std::snprintf(status_.location, sizeof status_.location, "%s(%s):%d", location.file, routine,
+                location.line);
   qk_hostname_r(status_.host, sizeof status_.host);
 }
 
@@ -33,17 +34,17 @@ Refusal& Refusal::numbers(int first, int second) {
   return *this;
 }
 
-int refuse_length(qk::Status& status, const char* routine, Place place, const char* argument,
-                  int length) {
-  return Refusal(status, QK_MEM_ERROR_LONG_OPTIONS, routine, place)
+int refuse_length(qk::Status& status, const char* routine, SourceLocation location,
+                  const char* argument, int length) {
+  return Refusal(status, QK_MEM_ERROR_LONG_OPTIONS, routine, location)
       .arguments(argument)
       .numbers(length, static_cast<int>(kMaxOptions))
       .code();
 }
 
-int refuse_options(qk::Status& status, const char* routine, Place place,
+int refuse_options(qk::Status& status, const char* routine, SourceLocation location,
                    const qk_option_error& error) {
-  return Refusal(status, error.code, routine, place).arguments(error.text).code();
+  return Refusal(status, error.code, routine, location).arguments(error.text).code();
 }
 
 }  // namespace qk::mem

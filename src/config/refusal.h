@@ -2,7 +2,7 @@
 #define QKMEM_CONFIG_REFUSAL_H_
 
 #include "core/option_call.h"
-#include "core/own_places.h"
+#include "core/own_locations.h"
 #include "qkmem/status.h"
 
 namespace qk::mem {
@@ -10,8 +10,8 @@ namespace qk::mem {
 /** The failure of a configuring call: fills the caller's status with what the reason needs. */
 class Refusal {
  public:
-  /** @param routine  the public call that fails, `place` where it does. */
-  Refusal(qk::Status& status, int code, const char* routine, Place place);
+  /** @param routine  the public call that fails, `location` where it does. */
+  Refusal(qk::Status& status, int code, const char* routine, SourceLocation location);
 
   Refusal& subject(const char* name);
   Refusal& arguments(const char* first, const char* second = "");
@@ -25,11 +25,11 @@ class Refusal {
 };
 
 /** Refuses an option string for its length. */
-int refuse_length(qk::Status& status, const char* routine, Place place, const char* argument,
-                  int length);
+int refuse_length(qk::Status& status, const char* routine, SourceLocation location,
+                  const char* argument, int length);
 
 /** Refuses an option string that doesn't fit its table. */
-int refuse_options(qk::Status& status, const char* routine, Place place,
+int refuse_options(qk::Status& status, const char* routine, SourceLocation location,
                    const qk_option_error& error);
 
 }  // namespace qk::mem

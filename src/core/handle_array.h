@@ -8,24 +8,24 @@
 #include "support/shared_variable.h"
 
 /**
- * The array that leads from a handle's number to its record. It is changed under the registry's
- * lock and read without one, by every call of every thread:
+ * The array that maps a handle's number to its record. It is changed under the registry's lock and
+ * read without one, by every call of every thread:
  *
- *     real_slots ------ how many slots there are; what a reader reads first
+ *     real_slots     the number of slots, which a reader reads first
  *     Qk_mem_handles -> [ handle 1 | handle 2 | null | handle 4 | … ]
  *
  *     grow      new array, then the count     an old count fits the new array
  *     retire    count 0, then no array        a reader with an old count still has the old array
  *
- * Each step is published, so a reader that has read the count can't run over the end of the array
- * it reads next. An array that was replaced stays readable while there are other threads.
+ * Each step is published, so a reader that has read the count can't run past the end of the array
+ * it reads next. An array that was replaced stays readable as long as there are other threads.
  */
 namespace qk::mem {
 
 /** Slots that are added at a time. */
 inline constexpr std::int32_t kHandleStep = 512;
 
-/** The handle array as one reader sees it. */
+/** One reader's view of the handle array. */
 struct HandleSlots {
   qk_mem_handle** slots;
   std::int32_t count;
@@ -34,7 +34,7 @@ struct HandleSlots {
     return index < static_cast<std::uint32_t>(count) ? qk::acquire(slots[index]) : nullptr;
   }
 
-  /** The handle of any number, which a caller may have made up; null where there is none. */
+  /** The handle of a number, which need not be valid; null if there is none. */
   [[nodiscard]] qk_mem_handle* numbered(std::int32_t hid) const {
     return at(static_cast<std::uint32_t>(hid) - 1);
   }
@@ -50,32 +50,38 @@ extern std::int32_t real_slots;
 }
 
 /**
- * The same for the shortest way to a handle: no slots before the library has started up and after
- * the registry is retired. The array of a count above 0 can be read as it stands: it is released
- * only where nobody else can be running.
+ * The same for the fast path. It has no slots until the library has started up, and none once the
+ * registry is retired. While the count is above 0 the array can be read at any time: it is released
+ * only in a process with one thread.
  */
-struct QuickSlots {
+struct FastSlots {
   qk_mem_handle** slots;
   std::uint32_t count;
 };
-extern QuickSlots quick_slots;
+extern FastSlots fast_slots;
 
-/** The handle of any number, or null; also where the general way would find one. */
-[[nodiscard]] inline qk_mem_handle* handle_at_once(std::int32_t hid) {
-  const std::uint32_t count = qk::acquire(quick_slots.count);
+/** Finds a handle for the fast path. May return null for a number that find_handle() finds. */
+[[nodiscard]] inline qk_mem_handle* find_handle_fast(std::int32_t hid) {
+  const std::uint32_t count = qk::acquire(fast_slots.count);
   const std::uint32_t index = static_cast<std::uint32_t>(hid) - 1;
-  return index < count ? qk::acquire(qk::acquire(quick_slots.slots)[index]) : nullptr;
+  return index < count ? qk::acquire(qk::acquire(fast_slots.slots)[index]) : nullptr;
 }
 
-/** Lets handle_at_once() find handles, once the start-up is over. Needs the registry's lock. */
-void open_quick_slots() QK_REQUIRES(Qk_mem_mtx);
+/**
+ * The handle of any number, or null. Takes no lock unless the array is about to be replaced: within
+ * a few slots of its end.
+ */
+[[nodiscard]] qk_mem_handle* find_handle(std::int32_t hid);
+
+/** Lets find_handle_fast() find handles, once the start-up is over. Needs the registry's lock. */
+void open_fast_slots() QK_REQUIRES(Qk_mem_mtx);
 
 /** Makes `array` of `count` slots the handle array. Needs the registry's lock. */
 void replace_handle_array(qk_mem_handle** array, std::int32_t count) QK_REQUIRES(Qk_mem_mtx);
 
 /**
- * Gives a handle array that was replaced back to the system, once nobody can be reading it. Needs
- * the registry's lock.
+ * Frees a handle array that was replaced, unless other threads may still be reading it: then it is
+ * kept for good. Needs the registry's lock.
  */
 void release_handle_array(qk_mem_handle** array) QK_REQUIRES(Qk_mem_mtx);
 

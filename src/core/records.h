@@ -8,56 +8,56 @@
 #include "support/mtx.h"
 
 /**
- * One slot of a pointer array; a slot whose `address` is null is free.
+ * The record of a live pointer: one slot of a pointer array. A slot whose `address` is null is free.
  *
- * Reports read slots without the lock under which they are written, so slots that a table holds are
- * written and read through table/slot.h only.
+ * Reports read slots without the lock under which they are written, so the slots of a table are
+ * accessed through table/slot.h only.
  */
 struct qk_mem_ptr {
   void* address;
   qk::MemTracker* tracker;  // of objects and arrays; null for every other kind
-  const char* file;         // last component of the caller's file, never copied
+  const char* file;         // last component of the caller's file name, never copied
   std::uint64_t count;      // elements; slot 0: the array's capacity
   std::uint64_t size;       // bytes of one element
   std::uint32_t seq;        // Qk_mem_seq right after the increment for this record
   std::uint16_t line;       // deliberately narrow: the low 16 bits of the caller's line
   unsigned char kind;       // see core/kinds.h
-  std::uint8_t baselined;   // live when a baseline was set
+  std::uint8_t baselined;   // was live when a baseline was set
 };
 
 /** Descriptor of one of a handle's eight pointer arrays, see table/pointer_array.h. */
 struct qk_mem_ptr_array {
   std::int32_t capacity;   // slots; 0 until the first pointer arrives
   std::int32_t used;       // occupied slots, slot 0 included
-  qk_mem_ptr* ptrs;        // null also after a growth that failed, whatever `capacity` says
+  qk_mem_ptr* ptrs;        // null after a growth that failed, although `capacity` is above 0 then
   std::int32_t last;       // slot most recently found or filled
-  std::int32_t spare;      // a free slot below `free_from`, 0 if there is none
-  std::int32_t free_from;  // no slot below it is free, but for `spare`
+  std::int32_t spare;      // a free slot below `free_from`; 0 if there is none
+  std::int32_t free_from;  // no slot below this one is free except `spare`
 };
 
 struct qk_mem_handle;
 
-/** An accounting tag: what all handles that bear it hold together. */
+/** An accounting tag: the sums of all handles that carry it. */
 struct qk_mem_tag {
   char name[8];  // one or two characters, upper case; empty for the global tag
   std::uint64_t amount;
   std::uint32_t qty;
   std::uint64_t base_amount;
   std::uint32_t base_qty;
-  qk_mem_tag* next;       // in the same hash bucket
-  std::uint32_t bearers;  // live handles
-  qk_mem_handle* owner;   // see qk_mem_handle::owns_tag
+  qk_mem_tag* next;                 // in the same hash bucket
+  std::uint32_t handle_count;       // live handles that carry the tag
+  qk_mem_handle* exclusive_handle;  // see qk_mem_handle::has_tag_exclusively
 };
 
 /** Header of a block; the data area begins Qk_mem_blocksize bytes behind its start. */
 struct qk_mem_block {
   qk_mem_block* next;
   std::uint64_t capacity;   // bytes of the data area
-  std::uint64_t low_mark;   // the data area is free below
-  std::uint64_t high_mark;  // and from here on
+  std::uint64_t low_mark;   // the data area is free below this offset
+  std::uint64_t high_mark;  // and from this one on
 };
 
-/** The most room that any of some blocks has, for pieces aligned to whatever, to 8 and to 16. */
+/** The most room that any block of a group has, for pieces of any alignment, of 8 and of 16. */
 struct qk_mem_room {
   std::uint64_t any;
   std::uint64_t by8;
@@ -65,25 +65,25 @@ struct qk_mem_room {
 };
 
 /**
- * What is known about the room in a handle's blocks, see table/first_fit.h. All zero: nothing. It
- * tells which blocks an allocation needn't look at, and never changes which one it finds.
+ * What is known about the room in a handle's blocks, see table/first_fit.h; nothing if all is zero.
+ * An allocation skips blocks by it, but finds the same block as without it.
  */
 struct qk_mem_skips {
   struct Run {
-    qk_mem_block* first;  // the run goes on to the next one's first block
+    qk_mem_block* first;  // the run ends before the first block of the next one
     qk_mem_room room;
-    std::uint64_t length;  // blocks; only a measure of what a walk costs
+    std::uint64_t length;  // in blocks, roughly: it only estimates the cost of a walk
   };
   static constexpr int kMaxRuns = 16;
 
-  const qk_mem_block* head;  // of the list that this was learned from
-  qk_mem_block* unexplored;  // first block behind the last run; null at the end of the list
+  const qk_mem_block* head;  // of the list that this describes
+  qk_mem_block* unexplored;  // first block after the last run; null at the end of the list
   qk_mem_room most_room;     // in any run
   std::int32_t count;
   Run runs[kMaxRuns];
 };
 
-/** A live handle. Made zero-filled; owned by the registry. */
+/** A live handle. Zero-filled at creation; owned by the registry. */
 struct qk_mem_handle {
   std::int32_t id;
   std::uint64_t block_used;  // bytes ever handed out from blocks, padding included
@@ -97,7 +97,7 @@ struct qk_mem_handle {
   std::uint64_t base_overhead_amount;
   std::uint32_t base_overhead_qty;
   qk_mem_tag* tag;  // never null
-  char type;        // 'D' data, 'O' overhead
+  char type;        // 'D' for data, 'O' for overhead
   char autofree;    // 'a' or zero
   std::uint8_t has_growth;
   std::uint8_t track;         // pointers are recorded
@@ -107,16 +107,16 @@ struct qk_mem_handle {
   std::uint8_t blockfree;
   std::uint32_t num_blocks;
   std::uint8_t baselined;
-  std::uint8_t registered;  // an object was ever registered
+  std::uint8_t registered;  // something was registered on it at least once
   qk_mem_block* blocks;
   const char* file;
   std::int32_t line;
   qk_mem_ptr_array ptrs[8];
-  qk::Mtx* mtx;            // null unless MULTITHREADED
-  std::uint8_t owns_tag;   // the tag's totals change under this handle's mutex only
-  std::uint8_t bears_tag;  // is one of the tag's bearers
+  qk::Mtx* mtx;                      // null unless MULTITHREADED
+  std::uint8_t has_tag_exclusively;  // the tag's sums change under this handle's mutex only
+  std::uint8_t counted_in_tag;       // is part of the tag's handle_count
   qk_mem_skips skips;
-  qk_mem_handle* next_left;  // of those that live on when the registry is gone
+  qk_mem_handle* next_survivor;  // among the handles that outlive the registry
 };
 
 /** The debug switches of one routine. */
@@ -132,24 +132,24 @@ struct qk_mem_debug {
 
 namespace qk::mem {
 
-/** Bytes that a slot is accounted with. */
+/** Bytes of a slot in the accounting. */
 inline constexpr std::uint64_t kSlotBytes = 48;
 static_assert(sizeof(qk_mem_ptr) == kSlotBytes, "accounted and real size of a slot must agree");
 
 inline constexpr int kArraysPerHandle = 8;
 
-/** Bytes that a record accounts for. Unsigned, as the totals are. */
+/** Bytes that a record stands for. Unsigned, as the sums are. */
 [[nodiscard]] constexpr std::uint64_t bytes_of(const qk_mem_ptr& record) {
   return record.count * record.size;
 }
 
-/** The change of tracked bytes when `record` is made. */
+/** The change of tracked bytes when a record is inserted. */
 [[nodiscard]] constexpr long gain_of(const qk_mem_ptr& record) {
   return static_cast<long>(bytes_of(record));
 }
 
-/** The change of tracked bytes when `record` goes. */
-[[nodiscard]] constexpr long release_of(const qk_mem_ptr& record) {
+/** The change of tracked bytes when a record is removed. */
+[[nodiscard]] constexpr long loss_of(const qk_mem_ptr& record) {
   return static_cast<long>(-bytes_of(record));
 }
 

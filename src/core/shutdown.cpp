@@ -11,7 +11,7 @@ namespace qk::mem {
 namespace {
 
 /** Handles that were live when the registry was retired. */
-constinit qk_mem_handle* left_handles QK_GUARDED_BY(Qk_mem_mtx) = nullptr;
+constinit qk_mem_handle* surviving_handles QK_GUARDED_BY(Qk_mem_mtx) = nullptr;
 
 constinit std::atomic<bool> memory_is_kept = false;
 constinit std::atomic<bool> overhead_number_is_gone = false;
@@ -34,8 +34,8 @@ qk_mem_handle** retire_registry() {
   assert_registry_held();
   for_each_handle([](qk_mem_handle& handle) {
     assert_registry_held();
-    handle.next_left = left_handles;
-    left_handles = &handle;
+    handle.next_survivor = surviving_handles;
+    surviving_handles = &handle;
   });
   qk_mem_handle** array = Qk_mem_handles;
   replace_handle_array(nullptr, 0);
@@ -43,21 +43,21 @@ qk_mem_handle** retire_registry() {
   return array;
 }
 
-void readmit_left_handles(qk_mem_handle** array, std::int32_t count) {
+void restore_surviving_handles(qk_mem_handle** array, std::int32_t count) {
   assert_registry_held();
   if (qk::is_single_threaded()) return;
-  for (qk_mem_handle** link = &left_handles; *link != nullptr;) {
+  for (qk_mem_handle** link = &surviving_handles; *link != nullptr;) {
     qk_mem_handle* handle = *link;
     if (handle->id > count || array[handle->id - 1] != nullptr) {
-      link = &handle->next_left;
+      link = &handle->next_survivor;
       continue;
     }
-    *link = handle->next_left;
+    *link = handle->next_survivor;
     array[handle->id - 1] = handle;
   }
 }
 
-void withdraw(qk_mem_handle& handle) {
+void unlist_handle(qk_mem_handle& handle) {
   assert_registry_held();
   const HandleSlots handles = handle_slots();
   // After the registry's end another handle can have the number.
@@ -65,9 +65,10 @@ void withdraw(qk_mem_handle& handle) {
     qk::publish(handles.slots[handle.id - 1], nullptr);
     return;
   }
-  for (qk_mem_handle** link = &left_handles; *link != nullptr; link = &(*link)->next_left) {
+  for (qk_mem_handle** link = &surviving_handles; *link != nullptr;
+       link = &(*link)->next_survivor) {
     if (*link != &handle) continue;
-    *link = handle.next_left;
+    *link = handle.next_survivor;
     return;
   }
 }

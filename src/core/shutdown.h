@@ -43,13 +43,13 @@ void free_unless_kept(void* memory);
  * has several threads: one that still goes by an old number must not come upon another's handle.
  * Needs the registry's lock.
  */
-void readmit_left_handles(qk_mem_handle** array, std::int32_t count) QK_REQUIRES(Qk_mem_mtx);
+void restore_surviving_handles(qk_mem_handle** array, std::int32_t count) QK_REQUIRES(Qk_mem_mtx);
 
 /**
  * Takes a handle out of the registry, or out of those that were left behind when the registry was
  * retired: other threads can go on after that. Needs the registry's lock.
  */
-void withdraw(qk_mem_handle& handle) QK_REQUIRES(Qk_mem_mtx);
+void unlist_handle(qk_mem_handle& handle) QK_REQUIRES(Qk_mem_mtx);
 
 }  // namespace qk::mem
 

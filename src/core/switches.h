@@ -4,18 +4,18 @@
 #include "core/records.h"
 #include "support/shared_variable.h"
 
-/** One record for each watched routine, see qk::mem::Routine. */
+/** The debug switches: one record for each routine, see qk::mem::Routine. */
 extern qk_mem_debug Qk_mem_debug[20];
 extern std::int32_t Qk_mem_debug_initialized;
 
-/** Sections of the report, a sum of QK_MEM_DUMP_ constants. */
+/** The sections of the report, a sum of QK_MEM_DUMP_ constants. */
 extern std::uint32_t Qk_mem_dump_opts;
 
 namespace qk::mem {
 
-/** Index of a routine's record in Qk_mem_debug. */
+/** Index of a routine in kRoutineNames and Qk_mem_debug. */
 enum class Routine {
-  kGlobal,
+  kGlobal,  // no routine: the switches that hold for the library as a whole
   kNewHandle,
   kDelHandle,
   kClearHandle,
@@ -28,19 +28,51 @@ enum class Routine {
   kDeregister,
   kMarralloc,
   kArrfree,
-  kNewBlock,  // this and the next two can be named in lists; nothing asks them
+  kNewBlock,  // this and the next two can be listed, but nothing reads their switches
   kBlockMgmt,
   kPtrMgmt,
   kInfo,
   kBaseline,
-  kHeapsize,  // named only, like the last
+  kHeapsize,  // can only be listed, like the last
   kMallinfo
 };
 
 inline constexpr int kRoutines = 20;
 
-/** Names of the routines, in the order of Routine, as lists of a configuration have them. */
-extern const char* const kRoutineNames[kRoutines];
+/** The two names of a routine. */
+struct RoutineNames {
+  const char* listed;  // in the lists of a configuration
+  const char* logged;  // in front of its lines in the log
+};
+
+/** In the order of Routine. */
+inline constexpr RoutineNames kRoutineNames[] = {
+    {"global", ""},
+    {"qk_mem_inew_handle", "qk_mem_inew_handle"},
+    {"qk_mem_idel_handle", "qk_mem_idel_handle"},
+    {"qk_mem_iclear_handle", "qk_mem_iclear_handle"},
+    {"qk_imalloc", "qk_mem_imalloc"},
+    {"qk_icalloc", "qk_mem_icalloc"},
+    {"qk_irealloc", "qk_mem_irealloc"},
+    {"qk_ifree", "qk_mem_ifree"},
+    {"qk_istrdup", "qk_mem_istrdup"},
+    {"qk_iregister", "qk_mem_iregister"},
+    {"qk_ideregister", "qk_mem_ideregister"},
+    {"qk_imarralloc", "qk_mem_imarralloc"},
+    {"qk_iarrfree", "qk_mem_iarrfree"},
+    {"qk_mem_new_block", "qk_mem_new_block"},
+    {"qk_mem_block_mgmt", ""},
+    {"qk_mem_ptr_mgmt", ""},
+    {"qk_mem_info", "qk_mem_info"},
+    {"qk_mem_baseline", "qk_mem_baseline"},
+    {"qk_heapsize", ""},
+    {"qk_mallinfo", ""},
+};
+static_assert(sizeof kRoutineNames / sizeof *kRoutineNames == kRoutines);
+
+[[nodiscard]] constexpr const RoutineNames& names_of(Routine routine) {
+  return kRoutineNames[static_cast<int>(routine)];
+}
 
 [[nodiscard]] inline qk_mem_debug& switches_of(Routine routine) {
   return Qk_mem_debug[static_cast<int>(routine)];

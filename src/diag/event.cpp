@@ -77,31 +77,32 @@ bool shown_counted(const EventLines& lines, const qk_mem_ptr& record) {
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
 
-void log_made(const EventLines& lines, const Site& site, int hid, const qk_mem_ptr& record) {
+void log_made(const EventLines& lines, const CallContext& context, int hid,
+              const qk_mem_ptr& record) {
   const HeapText heap;
   if (shown_counted(lines, record)) {
-    qk_mem_write_log(lines.counted, site.routine, hid, Qk_mem_ptr_display_size,
-                     shown(record.address), record.kind, record.count, record.size,
+    qk_mem_write_log(lines.counted, context.routine, hid, Qk_mem_ptr_display_size,
+                     as_number(record.address), record.kind, record.count, record.size,
                      qk_file_name_only(record.file), int{record.line}, heap.c_str());
   } else {
-    qk_mem_write_log(lines.plain, site.routine, hid, Qk_mem_ptr_display_size, shown(record.address),
-                     record.kind, record.size, qk_file_name_only(record.file), int{record.line},
-                     heap.c_str());
+    qk_mem_write_log(lines.plain, context.routine, hid, Qk_mem_ptr_display_size,
+                     as_number(record.address), record.kind, record.size,
+                     qk_file_name_only(record.file), int{record.line}, heap.c_str());
   }
 }
 
-void log_released(const EventLines& lines, const Site& site, int hid, unsigned char letter,
-                  const qk_mem_ptr& record) {
+void log_released(const EventLines& lines, const CallContext& context, int hid,
+                  unsigned char letter, const qk_mem_ptr& record) {
   const HeapText heap;
   if (shown_counted(lines, record)) {
-    qk_mem_write_log(lines.counted, site.routine, hid, Qk_mem_ptr_display_size,
-                     shown(record.address), letter, site.file(), site.line, record.kind,
+    qk_mem_write_log(lines.counted, context.routine, hid, Qk_mem_ptr_display_size,
+                     as_number(record.address), letter, context.file(), context.line, record.kind,
                      record.count, record.size, qk_file_name_only(record.file), int{record.line},
                      heap.c_str());
   } else {
-    qk_mem_write_log(lines.plain, site.routine, hid, Qk_mem_ptr_display_size, shown(record.address),
-                     letter, site.file(), site.line, record.kind, record.size,
-                     qk_file_name_only(record.file), int{record.line}, heap.c_str());
+    qk_mem_write_log(lines.plain, context.routine, hid, Qk_mem_ptr_display_size,
+                     as_number(record.address), letter, context.file(), context.line, record.kind,
+                     record.size, qk_file_name_only(record.file), int{record.line}, heap.c_str());
   }
 }
 
@@ -109,34 +110,41 @@ void log_released(const EventLines& lines, const Site& site, int hid, unsigned c
 
 }  // namespace
 
-void write_made(const EventLines& lines, const Site& site, int hid, const qk_mem_ptr& record,
-                long change, Located located) {
-  if (traces(site)) log_made(lines, site, hid, record);
-  const int line = located == Located::kByRecord ? record.line : site.line;
+void write_recorded(const EventLines& lines, const CallContext& context, int hid,
+                    const qk_mem_ptr& record, long change, RowLine located) {
+  if (traces(context)) log_made(lines, context, hid, record);
+  const int line = located == RowLine::kOfRecord ? record.line : context.line;
   qk_mem_write_db(hid, record.kind, record.address, record.count, record.size, record.file, line,
                   change);
 }
 
-void write_released(const EventLines& lines, const Site& site, int hid, unsigned char letter,
-                    const qk_mem_ptr& record, long change) {
-  if (traces(site)) log_released(lines, site, hid, letter, record);
-  qk_mem_write_db(hid, letter, record.address, record.count, record.size, site.path, site.line,
-                  change);
+void write_released(const EventLines& lines, const CallContext& context, int hid,
+                    unsigned char letter, const qk_mem_ptr& record, long change) {
+  if (traces(context)) log_released(lines, context, hid, letter, record);
+  qk_mem_write_db(hid, letter, record.address, record.count, record.size, context.path,
+                  context.line, change);
 }
 
-void announce_handle_gone(const Site& site, const qk_mem_handle& handle, unsigned char letter) {
-  if (traces(site)) {
+void announce_handle_gone(const CallContext& context, const qk_mem_handle& handle,
+                          unsigned char letter) {
+  if (traces(context)) {
     const HeapText heap;
-    qk_mem_write_log("   %s:  %3d %c %s:%d; %s:%d%s\n", site.routine, handle.id, letter,
-                     site.file(), site.line, qk_file_name_only(handle.file), handle.line,
+    qk_mem_write_log("   %s:  %3d %c %s:%d; %s:%d%s\n", context.routine, handle.id, letter,
+                     context.file(), context.line, qk_file_name_only(handle.file), handle.line,
                      heap.c_str());
   }
-  qk_mem_write_db(handle.id, letter, nullptr, 0, 0, site.path, site.line, 0);
+  qk_mem_write_db(handle.id, letter, nullptr, 0, 0, context.path, context.line, 0);
 }
 
-void warn_not_found(const Site& site, int hid, std::size_t address) {
-  qk_mem_write_log("   %s: WARNING: %3d [%.*zx] ptr not found at %s:%d\n", site.routine, hid,
-                   Qk_mem_ptr_display_size, address, site.file(), site.line);
+void warn_not_found(const CallContext& context, int hid, std::size_t address) {
+  qk_mem_write_log("   %s: WARNING: %3d [%.*zx] ptr not found at %s:%d\n", context.routine, hid,
+                   Qk_mem_ptr_display_size, address, context.file(), context.line);
+}
+
+void warn_handle_array_not_found(const CallContext& context, const void* array) {
+  qk_mem_write_log("   %s: WARNING: %3d [%.*zx] Qk_mem_handles ptr not found at %s:%d\n",
+                   context.routine, QK_MEM_OVERHEAD_HANDLE, Qk_mem_ptr_display_size,
+                   as_number(array), context.file(), context.line);
 }
 
 }  // namespace qk::mem

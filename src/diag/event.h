@@ -4,7 +4,7 @@
 #include <string_view>
 
 #include "core/records.h"
-#include "diag/site.h"
+#include "diag/call_context.h"
 #include "diag/trace_file.h"
 #include "support/shared_variable.h"
 
@@ -38,39 +38,43 @@ extern const EventLines kHandleArrayGone;   // the same when the program ends
 /**
  * Which line a record's row in the trace file shows: its own 16 bits, or the caller's whole one.
  */
-enum class Located { kByRecord, kByCaller };
+enum class RowLine { kOfRecord, kOfCaller };
 
-/** Whether anybody listens to the event of a site: asked before anything is prepared. */
-[[nodiscard]] inline bool is_heard(const Site& site) {
-  return traces(site) || qk::acquire(Qk_mem_db) != nullptr;
+/** Whether anybody listens to the event of a context: asked before anything is prepared. */
+[[nodiscard]] inline bool is_observed(const CallContext& context) {
+  return traces(context) || qk::acquire(Qk_mem_db) != nullptr;
 }
 
-void write_made(const EventLines& lines, const Site& site, int hid, const qk_mem_ptr& record,
-                long change, Located located);
-void write_released(const EventLines& lines, const Site& site, int hid, unsigned char letter,
-                    const qk_mem_ptr& record, long change);
+void write_recorded(const EventLines& lines, const CallContext& context, int hid,
+                    const qk_mem_ptr& record, long change, RowLine located);
+void write_released(const EventLines& lines, const CallContext& context, int hid,
+                    unsigned char letter, const qk_mem_ptr& record, long change);
 
 /**
- * Announces a record that was made: a line in the log under the site's switches, a row in the trace
+ * Announces a record that was made: a line in the log under the context's switches, a row in the trace
  * file with `change` bytes.
  */
-inline void announce_made(const EventLines& lines, const Site& site, int hid,
-                          const qk_mem_ptr& record, long change,
-                          Located located = Located::kByRecord) {
-  if (is_heard(site)) write_made(lines, site, hid, record, change, located);
+inline void announce_recorded(const EventLines& lines, const CallContext& context, int hid,
+                              const qk_mem_ptr& record, long change,
+                              RowLine located = RowLine::kOfRecord) {
+  if (is_observed(context)) write_recorded(lines, context, hid, record, change, located);
 }
 
 /** Announces the release of a record under an event's letter. */
-inline void announce_released(const EventLines& lines, const Site& site, int hid,
+inline void announce_released(const EventLines& lines, const CallContext& context, int hid,
                               unsigned char letter, const qk_mem_ptr& record, long change) {
-  if (is_heard(site)) write_released(lines, site, hid, letter, record, change);
+  if (is_observed(context)) write_released(lines, context, hid, letter, record, change);
 }
 
 /** Announces that a handle was deleted or cleared. */
-void announce_handle_gone(const Site& site, const qk_mem_handle& handle, unsigned char letter);
+void announce_handle_gone(const CallContext& context, const qk_mem_handle& handle,
+                          unsigned char letter);
 
-/** Warns that an address has no record on a handle; a number, since its memory may be gone. */
-void warn_not_found(const Site& site, int hid, std::size_t address);
+/** Warns that an address has no record on a handle. A number, since the memory may be freed by now. */
+void warn_not_found(const CallContext& context, int hid, std::size_t address);
+
+/** Warns that the handle array has no record on handle 1. */
+void warn_handle_array_not_found(const CallContext& context, const void* array);
 
 }  // namespace qk::mem
 

@@ -20,8 +20,6 @@ namespace {
  */
 constinit qk::Mtx log_mutex;
 
-constexpr std::size_t kLineSize = 1024;
-
 bool ends_with_newline(const char* format) {
   const std::size_t length = std::strlen(format);
   return length > 0 && format[length - 1] == '\n';

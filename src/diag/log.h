@@ -1,6 +1,7 @@
 #ifndef QKMEM_DIAG_LOG_H_
 #define QKMEM_DIAG_LOG_H_
 
+#include <cstddef>
 #include <cstdio>
 #include <string_view>
 
@@ -27,7 +28,10 @@ extern "C" {
 
 namespace qk::mem {
 
-/** Writes a line that stands ready; like qk_mem_fprintf(). */
+/** Bytes of the longest line and its terminator. */
+inline constexpr std::size_t kLineSize = 1024;
+
+/** Writes a line that is complete; otherwise as qk_mem_fprintf(). */
 int write_line(FILE* stream, std::string_view line);
 
 [[nodiscard]] bool is_standard_stream(const FILE* stream);

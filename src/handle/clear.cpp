@@ -1,4 +1,5 @@
-// The emptying of a block-managed handle.
+// Clear of a block-managed handle.
+#include "accounting/open_handle.h"
 #include "core/kinds.h"
 #include "core/registry.h"
 #include "core/upcalls.h"
@@ -6,7 +7,6 @@
 #include "diag/log.h"
 #include "handle/release_walk.h"
 #include "table/blocks.h"
-#include "table/lookup.h"
 #include "table/pointer_table.h"
 #include "table/slot.h"
 
@@ -17,7 +17,7 @@ class ClearingRules : public WalkRules {
  public:
   explicit ClearingRules(qk_mem_handle& handle) : handle_(handle) {}
 
-  /** The handle's own memory and its blocks stay with it. */
+  /** The handle's own memory and its blocks stay. */
   [[nodiscard]] bool keeps(const qk_mem_ptr& record) const override {
     return !is_piece(record.kind) && !is_language_made(record.kind) &&
            record.kind != kind::kExternal && record.kind != kind::kTracker;
@@ -37,18 +37,18 @@ class ClearingRules : public WalkRules {
     }
   }
 
-  /** Trackers are taken out of both totals, although they were only ever part of the overhead. */
+  /** A tracker's bytes are subtracted from both sums, though they were only in the overhead (kept oddity). */
   void charge(const qk_mem_ptr& record, unsigned char letter) override {
     const std::uint64_t less = 0 - bytes_of(record);
-    if (record.kind == kind::kTracker) add_bytes(handle_, Totals::kOverhead, record.kind, less);
-    if (letter != event::kFreePiece) add_bytes(handle_, Totals::kData, record.kind, less);
+    if (record.kind == kind::kTracker) add_bytes(handle_, ChargedTo::kOverhead, less);
+    if (letter != event::kFreePiece) add_bytes(handle_, ChargedTo::kData, less);
   }
 
  private:
   qk_mem_handle& handle_;
 };
 
-/** What the walk comes to where all that goes are pieces, and nobody is told of them. */
+/** Shortcut for a handle with only pieces to drop, and no observer. */
 void forget_pieces(qk_mem_handle& handle) {
   const HandleLock lock(handle);
   for (qk_mem_ptr_array& array : handle.ptrs) {
@@ -59,20 +59,20 @@ void forget_pieces(qk_mem_handle& handle) {
   }
 }
 
-void release_contents(qk_mem_handle& handle, const Site& site) {
-  if (qk::load(handle.registered) == 0 && !is_heard(site)) {
+void release_contents(qk_mem_handle& handle, const CallContext& context) {
+  if (qk::load(handle.registered) == 0 && !is_observed(context)) {
     forget_pieces(handle);
     return;
   }
   ClearingRules rules(handle);
-  release_records(handle, site, rules);
+  release_records(handle, context, rules);
 }
 
-int refuse_ordinary_handle(int hid, const Site& site) {
+int refuse_ordinary_handle(int hid, const CallContext& context) {
   Qk_mem_error.set(QK_MEM_ERROR_HANDLE);
-  if (reports(site)) {
+  if (reports(context)) {
     qk_mem_write_log("   %s: ERROR: clear_handle on handle %d with non-blockmgmt at %s:%d\n",
-                     site.routine, hid, site.file(), site.line);
+                     context.routine, hid, context.file(), context.line);
   }
   return QK_MEM_ERROR_HANDLE;
 }
@@ -82,16 +82,15 @@ int refuse_ordinary_handle(int hid, const Site& site) {
 
 extern "C" int qk_mem_iclear_handle(int hid, const char* file, int line) {
   using namespace qk::mem;
-  static constexpr char routine[] = "qk_mem_iclear_handle";
   ensure_started();
-  const Site site(routine, file, line, switches_of(Routine::kClearHandle));
-  qk_mem_handle* handle = open_handle(hid, site);
+  const CallContext context(Routine::kClearHandle, file, line);
+  qk_mem_handle* handle = open_handle(hid, context);
   if (handle == nullptr) return qk_mem_error();
-  if (!is_blockmgmt(*handle)) return refuse_ordinary_handle(hid, site);
-  if (keeps_records(*handle)) release_contents(*handle, site);
+  if (!is_blockmgmt(*handle)) return refuse_ordinary_handle(hid, context);
+  if (keeps_records(*handle)) release_contents(*handle, context);
   reset_blocks(*handle);
   next_seq();
-  announce_handle_gone(site, *handle, event::kHandleCleared);
-  dump_control_blocks(*site.switches);
+  announce_handle_gone(context, *handle, event::kHandleCleared);
+  dump_control_blocks(*context.switches);
   return 0;
 }

@@ -1,22 +1,24 @@
-// The making of a handle.
+// Creation of a handle.
 #include <algorithm>
 #include <optional>
 
+#include "accounting/pieces.h"
+#include "accounting/tag_calls.h"
 #include "core/handle_array.h"
 #include "core/kinds.h"
+#include "core/own_locations.h"
 #include "core/registry.h"
 #include "core/shutdown.h"
 #include "core/system_memory.h"
 #include "core/upcalls.h"
 #include "diag/event.h"
+#include "diag/failure.h"
 #include "diag/heap.h"
 #include "diag/log.h"
-#include "diag/system_failure.h"
 #include "diag/trace_file.h"
 #include "handle/handle_options.h"
 #include "support/format.h"
 #include "support/text.h"
-#include "table/blocks.h"
 #include "table/tags.h"
 
 namespace qk::mem {
@@ -24,9 +26,7 @@ namespace {
 
 constexpr std::uint64_t kDefaultBlocksize = 2048;
 
-/**
- * The handle array before and after a creation that had to replace it, until it is accounted for.
- */
+/** A replaced handle array, whose replacement is still to be recorded. */
 struct ArrayChange {
   qk_mem_handle** before;
   qk_mem_handle** now;
@@ -39,29 +39,25 @@ qk_mem_handle** allocate_array(std::int32_t slots) {
 
 /**
  * Replaces the handle array by a larger one. Qk_mem_avail_handles is raised first and stays raised
- * when there is no memory; how far the array really goes is the registry's own knowledge.
+ * if there is no memory; `real_slots` is the true length.
  */
-std::optional<ArrayChange> grow_handle_array(const Site& site) QK_REQUIRES(Qk_mem_mtx) {
+std::optional<ArrayChange> grow_handle_array(const CallContext& context) QK_REQUIRES(Qk_mem_mtx) {
   assert_registry_held();
   const HandleSlots old = handle_slots();
   qk::store(Qk_mem_avail_handles, Qk_mem_avail_handles + kHandleStep);
   qk_mem_handle** array = allocate_array(Qk_mem_avail_handles);
   if (array == nullptr) {
-    SystemFailure failure;
-    if (reports(site)) {
-      qk_mem_write_log("   %s: ERROR: calloc of handle array failed: %d %s\n", site.routine,
-                       failure.number(), failure.text());
-    }
+    report_failure(context, "calloc of handle array failed");
     return std::nullopt;
   }
   std::copy_n(old.slots, old.count, array);
-  readmit_left_handles(array, Qk_mem_avail_handles);
+  restore_surviving_handles(array, Qk_mem_avail_handles);
   replace_handle_array(array, Qk_mem_avail_handles);
   return ArrayChange{old.slots, array};
 }
 
-/** The slot of the lowest free number; null when the array has none, which is reported. */
-qk_mem_handle** find_free_slot(const Site& site) QK_REQUIRES(Qk_mem_mtx) {
+/** The slot of the lowest free number. Null if the array has none, which is reported. */
+qk_mem_handle** find_free_slot(const CallContext& context) QK_REQUIRES(Qk_mem_mtx) {
   assert_registry_held();
   const HandleSlots handles = handle_slots();
   qk_mem_handle** end = handles.slots + handles.count;
@@ -69,23 +65,20 @@ qk_mem_handle** find_free_slot(const Site& site) QK_REQUIRES(Qk_mem_mtx) {
       std::find(handles.slots + std::min(first_slot_for_new(), handles.count), end, nullptr);
   if (slot != end) return slot;
   Qk_mem_error.set(QK_MEM_ERROR_HANDLE);
-  if (reports(site)) {
-    qk_mem_write_log("   %s: ERROR: handle array not maintained properly\n", site.routine);
+  if (reports(context)) {
+    qk_mem_write_log("   %s: ERROR: handle array not maintained properly\n", context.routine);
   }
   return nullptr;
 }
 
-/** Makes a handle without anything of its own in a free slot. The count of handles stays raised. */
-qk_mem_handle* place_handle(qk_mem_handle** slot, const Site& site) QK_REQUIRES(Qk_mem_mtx) {
+/** Creates a handle with defaults in a free slot. After a failure the count of handles stays raised. */
+qk_mem_handle* place_handle(qk_mem_handle** slot, const CallContext& context)
+    QK_REQUIRES(Qk_mem_mtx) {
   assert_registry_held();
   qk::store(Qk_mem_num_handles, Qk_mem_num_handles + 1);
   auto* handle = static_cast<qk_mem_handle*>(own_memory::allocate_zeroed(1, sizeof(qk_mem_handle)));
   if (handle == nullptr) {
-    SystemFailure failure;
-    if (reports(site)) {
-      qk_mem_write_log("   %s: ERROR: calloc of handle failed: %d %s\n", site.routine,
-                       failure.number(), failure.text());
-    }
+    report_failure(context, "calloc of handle failed");
     return nullptr;
   }
   handle->id = static_cast<std::int32_t>(slot - Qk_mem_handles) + 1;
@@ -96,39 +89,35 @@ qk_mem_handle* place_handle(qk_mem_handle** slot, const Site& site) QK_REQUIRES(
   return handle;
 }
 
-bool read_options(HandleOptions& asked, const char* options, const Site& site) {
+bool read_options(HandleOptions& asked, const char* options, const CallContext& context) {
   if (asked.read(options)) return true;
   Qk_mem_error.set(QK_MEM_ERROR_OPTIONS);
-  if (reports(site)) {
-    qk_mem_write_log("   %s: ERROR: invalid options passed: %d %s\n", site.routine,
+  if (reports(context)) {
+    qk_mem_write_log("   %s: ERROR: invalid options passed: %d %s\n", context.routine,
                      asked.error().code, asked.error().text);
   }
   return false;
 }
 
-bool add_mutex(qk_mem_handle& handle, const Site& site) {
+bool add_mutex(qk_mem_handle& handle, const CallContext& context) {
   handle.mtx = own_memory::make<qk::Mtx>();
   if (handle.mtx != nullptr) return true;
-  SystemFailure failure;
-  if (reports(site)) {
-    qk_mem_write_log("   %s: ERROR: new of mtx failed: %d %s\n", site.routine, failure.number(),
-                     failure.text());
-  }
+  report_failure(context, "new of mtx failed");
   return false;
 }
 
-bool apply_options(qk_mem_handle& handle, const HandleOptions& asked, const Site& site) {
+bool apply_options(qk_mem_handle& handle, const HandleOptions& asked, const CallContext& context) {
   asked.apply_to(handle);
-  return !asked.multithreaded() || add_mutex(handle, site);
+  return !asked.multithreaded() || add_mutex(handle, context);
 }
 
-bool apply_tag(qk_mem_handle& handle, const char* tag, const Site& site) {
+bool apply_tag(qk_mem_handle& handle, const char* tag, const CallContext& context) {
   const std::size_t length = qk_strlen(tag);
   if (length == 0) return true;
   if (length > kTagLength) {
     Qk_mem_error.set(QK_MEM_ERROR_TAG);
-    if (reports(site)) {
-      qk_mem_write_log("   %s: ERROR: tag length too long: %d vs %d\n", site.routine,
+    if (reports(context)) {
+      qk_mem_write_log("   %s: ERROR: tag length too long: %d vs %d\n", context.routine,
                        static_cast<int>(length), static_cast<int>(kTagLength));
     }
     return false;
@@ -142,7 +131,7 @@ bool apply_tag(qk_mem_handle& handle, const char* tag, const Site& site) {
   return true;
 }
 
-/** What a handle records is settled here for its whole life. */
+/** Decides what a handle records, for its whole life. */
 void decide_tracking(qk_mem_handle& handle) {
   const bool debug = qk::load(global_switches().debug) != 0;
   if (debug) {
@@ -155,32 +144,33 @@ void decide_tracking(qk_mem_handle& handle) {
   handle.track_blocks = debug || (is_blockmgmt(handle) && tracing());
 }
 
-void announce_creation(const qk_mem_handle& handle, const Site& site) {
-  if (traces(site)) {
+void announce_creation(const qk_mem_handle& handle, const CallContext& context) {
+  if (traces(context)) {
     char blocksize[32] = "";
     if (is_blockmgmt(handle)) {
       qk_sprintf(blocksize, "B=%zu", handle.blocksize);
     }
     const HeapText heap;
-    qk_mem_write_log("   %s:  %3d %c %c %s%s %s:%d%s\n", site.routine, handle.id,
+    qk_mem_write_log("   %s:  %3d %c %c %s%s %s:%d%s\n", context.routine, handle.id,
                      event::kHandleCreated, handle.type, handle.autofree != 0 ? "A " : "",
                      blocksize, handle.file, handle.line, heap.c_str());
   }
   qk_mem_write_db(handle.id, event::kHandleCreated, nullptr, 0, 0, handle.file, handle.line, 0);
 }
 
-void record_own_memory(qk_mem_handle& handle, const Site& site) {
+void record_own_memory(qk_mem_handle& handle, const CallContext& context) {
   if (handle.track == 0) return;
-  qk_mem_handle_memory(&handle, &handle, sizeof handle, 'C', site.path, site.line, site.switches);
+  qk_mem_handle_memory(&handle, &handle, sizeof handle, 'C', context.path, context.line,
+                       context.switches);
   if (handle.mtx == nullptr) return;
-  qk_mem_handle_memory(&handle, handle.mtx, sizeof *handle.mtx, 'W', site.path, site.line,
-                       site.switches);
+  qk_mem_handle_memory(&handle, handle.mtx, sizeof *handle.mtx, 'W', context.path, context.line,
+                       context.switches);
 }
 
-/** Makes the blocks that a block-managed handle begins with; false when one can't be had. */
-bool add_blocks(qk_mem_handle& handle, int count, const Site& site) {
+/** Adds the blocks that a block-managed handle begins with. False if there is no memory for one. */
+bool add_blocks(qk_mem_handle& handle, int count, const CallContext& context) {
   for (int i = 0; i < count; ++i) {
-    if (qk_mem_new_block(&handle, handle.blocksize, site.path, site.line, site.switches) ==
+    if (qk_mem_new_block(&handle, handle.blocksize, context.path, context.line, context.switches) ==
         nullptr) {
       return false;
     }
@@ -188,26 +178,26 @@ bool add_blocks(qk_mem_handle& handle, int count, const Site& site) {
   return true;
 }
 
-/** Fills a handle that was just placed; false leaves it half made, to be deleted. */
-bool furnish(qk_mem_handle& handle, const HandleOptions& asked, const char* tag,
-             std::optional<ArrayChange>& array, const Site& site) QK_REQUIRES(Qk_mem_mtx) {
+/** Sets up a handle that was just placed. False leaves it incomplete, for the caller to delete. */
+bool set_up(qk_mem_handle& handle, const HandleOptions& asked, const char* tag,
+            std::optional<ArrayChange>& array, const CallContext& context) QK_REQUIRES(Qk_mem_mtx) {
   assert_registry_held();
-  if (!apply_options(handle, asked, site) || !apply_tag(handle, tag, site)) return false;
+  if (!apply_options(handle, asked, context) || !apply_tag(handle, tag, context)) return false;
   decide_tracking(handle);
-  bear_tag(handle);
+  join_tag(handle);
   handle.seq = next_seq();
-  handle.file = site.file();
-  handle.line = site.line;
-  announce_creation(handle, site);
+  handle.file = context.file();
+  handle.line = context.line;
+  announce_creation(handle, context);
   if (array) {
     qk_mem_handle_array(array->before, array->now, own::kHandleArray.file, own::kHandleArray.line,
-                        site.switches);
+                        context.switches);
     array.reset();
   }
-  record_own_memory(handle, site);
+  record_own_memory(handle, context);
   const int blocks = is_blockmgmt(handle) ? asked.initial_blocks() : 0;
-  if (blocks > 0) return add_blocks(handle, blocks, site);
-  dump_control_blocks(*site.switches);
+  if (blocks > 0) return add_blocks(handle, blocks, context);
+  dump_control_blocks(*context.switches);
   return true;
 }
 
@@ -217,22 +207,22 @@ bool furnish(qk_mem_handle& handle, const HandleOptions& asked, const char* tag,
 extern "C" int qk_mem_inew_handle(const char* options, const char* tag, const char* file,
                                   int line) {
   using namespace qk::mem;
-  static constexpr char routine[] = "qk_mem_inew_handle";
   ensure_started();
-  const Site site(routine, file, line, switches_of(Routine::kNewHandle));
+  const CallContext context(Routine::kNewHandle, file, line);
   const RegistryLock lock;
   std::optional<ArrayChange> array;
   if (Qk_mem_num_handles >= Qk_mem_avail_handles) {
-    array = grow_handle_array(site);
+    array = grow_handle_array(context);
     if (!array) return 0;
   }
-  qk_mem_handle** slot = find_free_slot(site);
+  qk_mem_handle** slot = find_free_slot(context);
   if (slot == nullptr) return 0;
-  qk_mem_handle* handle = place_handle(slot, site);
+  qk_mem_handle* handle = place_handle(slot, context);
   if (handle == nullptr) return 0;
   const int hid = handle->id;
   HandleOptions asked;
-  if (read_options(asked, options, site) && furnish(*handle, asked, tag, array, site)) return hid;
+  if (read_options(asked, options, context) && set_up(*handle, asked, tag, array, context))
+    return hid;
   qk_mem_idel_handle(hid, file, line);
   if (array && array->before != nullptr) release_handle_array(array->before);
   return 0;

@@ -45,7 +45,7 @@ std::optional<qk_mem_ptr> take_visited(qk_mem_handle& handle, qk_mem_ptr_array& 
 
 }  // namespace
 
-void release_records(qk_mem_handle& handle, const Site& site, WalkRules& rules) {
+void release_records(qk_mem_handle& handle, const CallContext& context, WalkRules& rules) {
   for (qk_mem_ptr_array& array : handle.ptrs) {
     mark_repeats(handle, array);
     for (std::int32_t index = 1; index < slots_of(array); ++index) {
@@ -54,8 +54,8 @@ void release_records(qk_mem_handle& handle, const Site& site, WalkRules& rules) 
       const unsigned char letter = rules.letter_of(*record);
       rules.charge(*record, letter);
       release_memory(*record);
-      announce_released(lines::kReleasedInWalk, site, handle.id, letter, *record,
-                        letter == event::kFreePiece ? 0 : release_of(*record));
+      announce_released(lines::kReleasedInWalk, context, handle.id, letter, *record,
+                        letter == event::kFreePiece ? 0 : loss_of(*record));
     }
   }
 }

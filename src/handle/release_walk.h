@@ -4,7 +4,7 @@
 #include <optional>
 
 #include "core/records.h"
-#include "diag/site.h"
+#include "diag/call_context.h"
 
 /**
  * The walk that deletion and clear of a handle make over its records, releasing what they stand
@@ -34,7 +34,7 @@ class WalkRules {
  * Removes and announces the records of a handle in the order of arrays and slots. Memory of the
  * system's allocator is freed, objects and arrays are destroyed through their trackers, each once.
  */
-void release_records(qk_mem_handle& handle, const Site& site, WalkRules& rules);
+void release_records(qk_mem_handle& handle, const CallContext& context, WalkRules& rules);
 
 }  // namespace qk::mem
 

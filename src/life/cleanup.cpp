@@ -5,6 +5,7 @@
 
 #include "core/handle_array.h"
 #include "core/kinds.h"
+#include "core/own_locations.h"
 #include "core/registry.h"
 #include "core/shutdown.h"
 #include "core/switches.h"
@@ -65,9 +66,10 @@ void delete_autofree_handles() {
 void announce_handle_array_gone() QK_REQUIRES(Qk_mem_mtx) {
   assert_registry_held();
   if (Qk_mem_handles_ptr.address == nullptr) return;
-  const Site site(kRoutine, own::kHandleArrayReleased, global_switches());
-  announce_released(lines::kHandleArrayGone, site, QK_MEM_OVERHEAD_HANDLE, event::kFree,
-                    Qk_mem_handles_ptr, release_of(Qk_mem_handles_ptr));
+  const CallContext context(kRoutine, own::kHandleArrayReleased.file,
+                            own::kHandleArrayReleased.line, global_switches());
+  announce_released(lines::kHandleArrayGone, context, QK_MEM_OVERHEAD_HANDLE, event::kFree,
+                    Qk_mem_handles_ptr, loss_of(Qk_mem_handles_ptr));
 }
 
 void release_registry() {

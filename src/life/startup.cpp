@@ -1,7 +1,7 @@
 // The start-up, at the first call.
 #include "config/debug_config.h"
 #include "core/handle_array.h"
-#include "core/own_places.h"
+#include "core/own_locations.h"
 #include "core/registry.h"
 #include "core/upcalls.h"
 #include "diag/heap.h"
@@ -91,7 +91,7 @@ extern "C" void qk_mem_init(void) {
   // Set first: the calls below are public ones, which would start up again.
   Qk_mem_initialized = 1;
   start_up();
-  open_quick_slots();
+  open_fast_slots();
   qk::publish(start_up_is_over, 1);
 }
 

@@ -2,8 +2,8 @@
 #include <cstdlib>
 
 #include "core/kinds.h"
+#include "diag/call_context.h"
 #include "diag/log.h"
-#include "diag/site.h"
 #include "report/growth.h"
 #include "report/report.h"
 #include "report/rules.h"
@@ -75,7 +75,7 @@ void print_record(FILE* stream, const qk_mem_handle& handle, const qk_mem_ptr& r
   qk::Line row;
   row.put("   ").put(record.baselined == 0 ? '+' : ' ').signed_number(handle.id, 4);
   row.put(' ').put(handle.tag->name, 2).put(' ');
-  row.hex(shown(record.address), Qk_mem_ptr_display_size).put(' ');
+  row.hex(as_number(record.address), Qk_mem_ptr_display_size).put(' ');
   row.put(static_cast<char>(record.kind)).put("  ").number(record.count, 4).put(' ');
   row.number(record.size, 8).put(' ').number(bytes_of(record), 8).put(' ').number(record.seq, 7);
   put_location(row, record.file, record.line);

@@ -63,7 +63,7 @@ bool excludes(std::int8_t selection, bool property) {
 }
 
 bool excludes_tag(const qk_mem_filters& filters, const qk_mem_tag& tag) {
-  if (filters.tag_name[0] != '\0' && !bears_name(tag, filters.tag_name)) return true;
+  if (filters.tag_name[0] != '\0' && !has_name(tag, filters.tag_name)) return true;
   return filters.untagged_only != 0 && tag.name[0] != '\0';
 }
 

@@ -2,44 +2,44 @@
 #define QKMEM_TABLE_BLOCKS_H_
 
 #include <cstddef>
+#include <cstdint>
 
 #include "core/registry.h"
-#include "diag/site.h"
 #include "table/first_fit.h"
 
-extern "C" {
-
 /**
- * Gives a block-managed handle another block: of the handle's block size, or of `size` where that
- * is not smaller. The handle and its tag are charged for it, header included. The lines of its
- * failure and its record are written under the caller's switches.
+ * The blocks of a block-managed handle and the pieces that are handed out from them. A block is in
+ * use between two marks:
  *
- * @return null when there is no memory (logged, and the code is set).
+ *     header | free below low_mark | pieces, and pieces given back between them | free to capacity
+ *                                  ^ low_mark                                   ^ high_mark
+ *
+ * A piece that is given back moves a mark if it lies at one. Room elsewhere returns only when the
+ * handle is cleared. An empty block has both marks at 0.
  */
-qk_mem_block* qk_mem_new_block(qk_mem_handle* handle, std::size_t size, const char* file, int line,
-                               qk_mem_debug* entry);
-
-}  // extern "C"
-
 namespace qk::mem {
 
-/** The bytes of a block's data area. */
+/** The first byte of a block's data area. */
 [[nodiscard]] inline char* data_of(qk_mem_block& block) {
   return reinterpret_cast<char*>(&block) + Qk_mem_blocksize;
 }
 
-/** Whether no piece can have an alignment: 0 and less. The code is then set. */
-[[nodiscard]] bool refuses(int alignment);
+/** Bytes of the data area of a new block for a request: at least the handle's block size. */
+[[nodiscard]] inline std::uint64_t capacity_for(const qk_mem_handle& handle, std::size_t size) {
+  return size < handle.blocksize ? handle.blocksize : size;
+}
 
-/** A piece where the present blocks have room, else null. Needs the handle's lock. */
+/** Bytes of a block with a data area of `capacity` bytes, header included. */
+[[nodiscard]] std::size_t bytes_of_block(std::uint64_t capacity);
+
+/** A piece of the present blocks, or null if none has room. Needs the handle's lock. */
 [[nodiscard]] void* take_piece(qk_mem_handle& handle, std::size_t size, int alignment);
 
 /**
- * The same, at once where the first block has room at its upper end, as it mostly has; null also
- * for an alignment that is no power of two.
+ * The same, in a few instructions if the first block has room at its upper end, which is the usual
+ * case. Null also for an alignment that is not a power of two. Needs the handle's lock.
  */
-[[nodiscard]] inline void* take_piece_quickly(qk_mem_handle& handle, std::size_t size,
-                                              int alignment) {
+[[nodiscard]] inline void* take_piece_fast(qk_mem_handle& handle, std::size_t size, int alignment) {
   assert_held(handle);
   qk_mem_block* head = handle.blocks;
   if (head == nullptr || alignment <= 0 || (alignment & (alignment - 1)) != 0) return nullptr;
@@ -50,37 +50,26 @@ namespace qk::mem {
   return data_of(*head) + offset;
 }
 
-/**
- * A piece of the handle's blocks, first fit, from a new block where none has room.
- *
- * @param alignment  counted from the start of a data area, which is aligned to 16.
- * @return null with the code set: 5022 for an alignment of 0 or less, else the allocator's code.
- */
-[[nodiscard]] void* allocate_piece(qk_mem_handle& handle, std::size_t size, int alignment,
-                                   const Site& site);
+/** Allocates an empty block for a request, not linked yet. Null, with errno, without memory. */
+[[nodiscard]] qk_mem_block* allocate_block(const qk_mem_handle& handle, std::size_t size);
 
-/**
- * Takes a piece back, or frees registered external memory: what a record stands for, whose address
- * is `ptr`. Without BLOCKFREE nothing happens to a piece. Room is regained only at the two ends of
- * what is live in a block.
- */
-void release_piece(qk_mem_handle& handle, void* ptr, const qk_mem_ptr& record, const Site& site);
+/** Links an empty block that allocate_block() made for `size`, and charges the handle for it. */
+void link_empty_block(qk_mem_handle& handle, qk_mem_block& block, std::size_t size);
 
-/** Warns, in the name of the release of pieces, that a pointer is unknown. */
-void report_unknown_piece(const qk_mem_handle& handle, const void* ptr, const Site& site);
+/** Links such a block and takes a piece of `size` bytes from its start. Needs the handle's lock. */
+[[nodiscard]] void* take_from_new_block(qk_mem_handle& handle, qk_mem_block& block,
+                                        std::size_t size);
 
-/**
- * Gives a piece back and hands out another one of `size` bytes, whose contents are not the old
- * ones. The place is what release and allocation in turn would find, and can be the old one.
- *
- * @param record     of `ptr`, which can also be external memory.
- * @param alignment  above 0.
- * @return null as allocate_piece() does; `ptr` is then as valid as before.
- */
-[[nodiscard]] void* replace_piece(qk_mem_handle& handle, void* ptr, const qk_mem_ptr& record,
-                                  std::size_t size, int alignment, const Site& site);
+/** The block that a pointer lies in, or null. Needs the handle's lock. */
+[[nodiscard]] qk_mem_block* block_of(qk_mem_handle& handle, const void* ptr);
 
-/** Empties all blocks. They stay with the handle. */
+/** Takes a piece of `amount` bytes back into its block. Needs the handle's lock. */
+void reclaim(qk_mem_handle& handle, qk_mem_block& block, const void* ptr, std::uint64_t amount);
+
+/** The same for a piece of any block, under the handle's lock. False if it lies in none. */
+[[nodiscard]] bool reclaim_piece(qk_mem_handle& handle, const void* ptr, std::uint64_t amount);
+
+/** Empties all blocks, which stay with the handle. */
 void reset_blocks(qk_mem_handle& handle);
 
 }  // namespace qk::mem

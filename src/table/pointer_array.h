@@ -105,7 +105,7 @@ inline constexpr std::int32_t kLargeArray = 512;
 }
 
 /** Notes that a free slot is about to hold the record of an address. */
-inline void take_slot(qk_mem_ptr_array& array, std::int32_t index, const void* address) {
+inline void note_occupied(qk_mem_ptr_array& array, std::int32_t index, const void* address) {
   if (std::uint16_t* fingerprints = fingerprints_of(array)) {
     fingerprints[index] = fingerprint_of(address);
   }
@@ -119,7 +119,7 @@ inline void take_slot(qk_mem_ptr_array& array, std::int32_t index, const void* a
 }
 
 /** Notes that a slot is free; of two below `free_from` the higher one becomes the limit. */
-inline void give_slot(qk_mem_ptr_array& array, std::int32_t index) {
+inline void note_vacated(qk_mem_ptr_array& array, std::int32_t index) {
   if (std::uint16_t* fingerprints = fingerprints_of(array)) fingerprints[index] = 0;
   qk::bump(array.used, -1);
   if (index >= array.free_from) return;

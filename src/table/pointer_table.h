@@ -1,107 +1,112 @@
 #ifndef QKMEM_TABLE_POINTER_TABLE_H_
 #define QKMEM_TABLE_POINTER_TABLE_H_
 
+#include <cstdint>
 #include <optional>
 
+#include "core/kinds.h"
 #include "core/records.h"
-#include "core/registry.h"
-#include "diag/site.h"
+#include "core/source_location.h"
 #include "table/pointer_array.h"
 
 /**
- * A handle's pointer table: the index from an address to its record. Eight arrays, chosen by bits 4
- * to 6 of the address; slot 0 of each is the array's own record; arrays only grow.
+ * A handle's pointer table: the index from an address to its record. Bits 4 to 6 of the address
+ * choose one of eight arrays. Slot 0 of an array is the array's own record. Arrays only grow.
  *
- * The calls below find, make and remove a record with all its fields and sums as one step under the
- * handle's lock and hand out copies, since a slot can move or be given away as soon as the lock is
- * gone.
+ * Each call below inserts, removes or finds a record with all its fields and sums in one step under
+ * the handle's lock. The results are copies: without the lock, a slot can move or be reused.
  */
 namespace qk::mem {
 
-/** What a new record holds beside its address, kind and place. */
+/** What a record holds beside its address, kind and location. */
 struct Contents {
   std::uint64_t count;
   std::uint64_t size;
   qk::MemTracker* tracker = nullptr;
 };
 
-/** Which totals the bytes of a record are part of. */
-enum class Totals {
-  kData,              // the handle's and its tag's amount
-  kDataOfOrdinary,    // the same, except on block-managed handles, which are charged for blocks
-  kDataExceptPieces,  // the same, but external memory counts on every handle
-  kOverhead,          // the handle's overhead
-  kNone               // the bytes stay where they are
+/** Whether an insertion counts as an event, whose number the record then has. */
+enum class EventCount { kCounted, kNotCounted };
+
+enum class InsertResult {
+  kInserted,
+  kArrayFull,  // nothing has changed; grow_array() makes room
+  kArrayLost   // the array could not grow earlier, and has no slots any more
+};
+
+struct Insertion {
+  InsertResult result;
+  qk_mem_ptr record = {};  // as it was inserted
 };
 
 /**
- * The locks for recording a pointer. Growing replaces an array that a report may be reading, so a
- * full array asks for the registry's lock, under which reports run, and that one comes first.
+ * Inserts a record and adds it to the sums that its kind is charged to. `record.seq` is replaced
+ * where the event is counted.
  */
-class RecordingLock {
- public:
-  RecordingLock(const qk_mem_handle& handle, const qk_mem_ptr_array& array);
-  RecordingLock(const RecordingLock&) = delete;
-  RecordingLock& operator=(const RecordingLock&) = delete;
-  ~RecordingLock();
+[[nodiscard]] Insertion insert_pointer(qk_mem_handle& handle, qk_mem_ptr record, EventCount event);
 
- private:
-  qk::Mtx* handle_;  // null where the handle has none
-  bool holds_registry_ = false;
+/** What became of an array that was full. */
+struct ArrayGrowth {
+  bool failed = false;           // with errno; the array has lost its slots and its records
+  std::uint64_t bytes = 0;       // of all slots, as they are or as they were asked for
+  std::uint64_t added = 0;       // bytes of the new slots; 0 if the array had room after all
+  qk_mem_ptr array_record = {};  // the array's own record as it is now
 };
 
 /**
- * Finds a slot for a new record, growing the array if need be. Needs a RecordingLock.
- *
- * @return kNoSlot when there is none to be had, which is reported.
+ * Adds slots to the array of an address, if it is still full, and records its new size. Takes the
+ * registry's lock before the handle's: reports read arrays under it, and growth replaces them.
  */
-[[nodiscard]] std::int32_t reserve_slot(qk_mem_handle& handle, qk_mem_ptr_array& array,
-                                        const Site& site);
+[[nodiscard]] ArrayGrowth grow_array(qk_mem_handle& handle, const void* address,
+                                     SourceLocation location);
 
-/** A record that was taken out, and the slot where it stood. */
-struct Taken {
+/**
+ * How a removal finds the sum that loses the record's bytes. Calls of the allocation interface go
+ * by what they do, even where the address turns out to be recorded as something else.
+ */
+enum class Removal {
+  kByKind,        // the sum that the insertion was charged to
+  kByFree,        // data; on a block-managed handle external memory only
+  kByRealloc,     // data; nothing on a block-managed handle
+  kByDeregister,  // data
+  kOfTracker,     // overhead
+  kKeepingSums    // none: the bytes stay in the sums
+};
+
+/** A record that was removed, with all that restore_pointer() needs. */
+struct Removed {
   qk_mem_ptr record;
-  std::int32_t index;
+  std::int32_t index;    // the slot where it was
+  ChargedTo charged_to;  // the sum that lost its bytes
 };
 
 /**
- * Records a pointer, counts the event and adds the bytes to the totals.
+ * Removes the record of an address and subtracts its bytes. The event isn't counted.
  *
- * @return the record; nothing when the array couldn't grow (logged, and the code is set).
+ * @return nothing if there is no record.
  */
-std::optional<qk_mem_ptr> record_pointer(qk_mem_handle& handle, void* address, unsigned char kind,
-                                         const Contents& contents, const Site& site, Totals totals);
+std::optional<Removed> remove_pointer(qk_mem_handle& handle, const void* address, Removal removal);
+
+/** Undoes remove_pointer(), in the same slot unless another record has taken it meanwhile. */
+void restore_pointer(qk_mem_handle& handle, const Removed& removed);
 
 /**
- * Removes the record of an address and subtracts its bytes from the totals. The event isn't
- * counted.
- *
- * @return nothing when there is no record.
- */
-std::optional<Taken> take_pointer(qk_mem_handle& handle, const void* address, Totals totals);
-
-/**
- * Finds an address on a handle; of several records the one of the lowest slot, or the last used.
+ * Finds the record of an address. If several have it, it is the one used last or the one in the
+ * lowest slot.
  */
 [[nodiscard]] std::optional<qk_mem_ptr> find_pointer(qk_mem_handle& handle, const void* address);
-
-/** Undoes take_pointer(), into the same slot unless another record has come there meanwhile. */
-void put_back(qk_mem_handle& handle, const Taken& taken, Totals totals);
 
 /** Removes the record of a slot that a walk over a table has reached, in constant time. */
 void remove_visited(qk_mem_handle& handle, qk_mem_ptr_array& array, std::int32_t index);
 
-/** Adds bytes to the totals of a handle; unsigned, so that a negated number subtracts. Locks it. */
-void add_bytes(qk_mem_handle& handle, Totals totals, unsigned char kind, std::uint64_t bytes);
+/** Adds bytes to a sum, under the handle's lock. Sums wrap, so a negated number subtracts. */
+void add_bytes(qk_mem_handle& handle, ChargedTo sum, std::uint64_t bytes);
 
 }  // namespace qk::mem
 
 extern "C" {
 
-/**
- * Removes the record of array `index` itself, before its memory is released. The caller holds the
- * handle's lock.
- */
+/** Removes the own record of array `index`, before its memory is released. Needs the handle's lock. */
 void qk_mem_free_ptrs(qk_mem_handle* handle, int index);
 
 }  // extern "C"

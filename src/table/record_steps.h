@@ -7,50 +7,57 @@
 #include "core/registry.h"
 #include "table/pointer_array.h"
 #include "table/pointer_table.h"
+#include "table/slot.h"
 
 /**
- * What it takes to make and to remove a record: the slot, the quantities, the bytes. Inline, since
- * these steps are what a tracked call costs beside the allocator's own work.
+ * The steps that insert and remove a record: the slot, the quantities, the bytes. They are inline
+ * because they are most of what a tracked call costs beside the system's allocator.
  *
- * All calls need the handle's lock. Whether the process has one thread is asked once for all steps.
+ * All calls need the handle's lock. `single_threaded` is qk::is_single_threaded(), which the caller
+ * asks once for all steps.
  */
 namespace qk::mem {
 
-/** Whether the bytes of a record count in `totals` of a handle. */
-[[nodiscard]] inline bool is_part_of(const qk_mem_handle& handle, Totals totals,
-                                     unsigned char kind) {
-  switch (totals) {
-    case Totals::kDataOfOrdinary:
-      return !is_blockmgmt(handle);
-    case Totals::kDataExceptPieces:
-      return !is_blockmgmt(handle) || kind == kind::kExternal;
-    case Totals::kNone:
-      return false;
-    case Totals::kData:
-    case Totals::kOverhead:
+/** The sum that loses the bytes of a record of `kind`. */
+[[nodiscard]] constexpr ChargedTo sum_for(const qk_mem_handle& handle, Removal removal,
+                                          unsigned char kind) {
+  switch (removal) {
+    case Removal::kByFree:
+      return !is_blockmgmt(handle) || kind == kind::kExternal ? ChargedTo::kData
+                                                              : ChargedTo::kNothing;
+    case Removal::kByRealloc:
+      return is_blockmgmt(handle) ? ChargedTo::kNothing : ChargedTo::kData;
+    case Removal::kByDeregister:
+      return ChargedTo::kData;
+    case Removal::kOfTracker:
+      return ChargedTo::kOverhead;
+    case Removal::kKeepingSums:
+      return ChargedTo::kNothing;
+    case Removal::kByKind:
       break;
   }
-  return true;
+  return charged_to(kind);
 }
 
-/** Whether nobody else can be changing the totals of a handle's tag. */
-[[nodiscard]] inline bool has_tag_alone(const qk_mem_handle& handle, bool single_threaded) {
-  return single_threaded || handle.owns_tag != 0;
+/** Whether no other thread can be changing the sums of the handle's tag. */
+[[nodiscard]] inline bool may_change_tag_directly(const qk_mem_handle& handle,
+                                                  bool single_threaded) {
+  return single_threaded || handle.has_tag_exclusively != 0;
 }
 
-inline void sum_bytes(qk_mem_handle& handle, Totals totals, unsigned char kind, std::uint64_t bytes,
-                      bool single_threaded) {
+/** Adds bytes to a sum; a negated number subtracts. */
+inline void charge(qk_mem_handle& handle, ChargedTo sum, std::uint64_t bytes,
+                   bool single_threaded) {
   assert_held(handle);
-  if (!is_part_of(handle, totals, kind)) return;
-  if (totals == Totals::kOverhead) {
+  if (sum == ChargedTo::kOverhead) {
     qk::bump(handle.overhead_amount, bytes);
-  } else {
+  } else if (sum == ChargedTo::kData) {
     qk::bump(handle.amount, bytes);
-    qk::add(handle.tag->amount, bytes, has_tag_alone(handle, single_threaded));
+    qk::add(handle.tag->amount, bytes, may_change_tag_directly(handle, single_threaded));
   }
 }
 
-/** Counts a record on (`by` 1) or off (-1). */
+/** Adds 1 or -1 to the quantity that records of `kind` are counted in. */
 inline void count_record(qk_mem_handle& handle, unsigned char kind, int by, bool single_threaded) {
   assert_held(handle);
   const auto change = static_cast<std::uint32_t>(by);
@@ -58,46 +65,45 @@ inline void count_record(qk_mem_handle& handle, unsigned char kind, int by, bool
     qk::bump(handle.overhead_qty, change);
   } else {
     qk::bump(handle.qty, change);
-    qk::add(handle.tag->qty, change, has_tag_alone(handle, single_threaded));
+    qk::add(handle.tag->qty, change, may_change_tag_directly(handle, single_threaded));
   }
 }
 
-/** Puts a record into a free slot and into the sums. */
-[[gnu::always_inline]] inline void occupy(qk_mem_handle& handle, qk_mem_ptr_array& array,
-                                          std::int32_t index, const qk_mem_ptr& record,
-                                          Totals totals, bool single_threaded) {
+/** Writes a record into a free slot, counts it and adds its bytes to `sum`. */
+[[gnu::always_inline]] inline void insert_record(qk_mem_handle& handle, qk_mem_ptr_array& array,
+                                                 std::int32_t index, const qk_mem_ptr& record,
+                                                 ChargedTo sum, bool single_threaded) {
   assert_held(handle);
-  take_slot(array, index, record.address);
+  note_occupied(array, index, record.address);
   write_slot(array.ptrs[index], record);
   count_record(handle, record.kind, 1, single_threaded);
-  sum_bytes(handle, totals, record.kind, bytes_of(record), single_threaded);
+  charge(handle, sum, bytes_of(record), single_threaded);
 }
 
 /**
- * Clears a slot and counts its record off as one of `kind`, which is read AFTER the slot is clear:
- * who passes the slot's own kind counts every record off as data, overhead included. The caller
- * adjusts the bytes.
+ * Clears a slot and counts its record off as one of `kind`, which is read AFTER the slot is clear.
+ * A caller that passes the slot's own kind therefore counts every record off as data, overhead
+ * included. Bytes are the caller's affair.
  */
 [[gnu::always_inline]] inline void vacate(qk_mem_handle& handle, qk_mem_ptr_array& array,
                                           std::int32_t index, const unsigned char& kind,
                                           bool single_threaded) {
   assert_held(handle);
   clear_slot(array.ptrs[index]);
-  give_slot(array, index);
+  note_vacated(array, index);
   count_record(handle, kind, -1, single_threaded);
 }
 
-/** The kind that a cleared slot shows, as which the library counts every record off. */
+/** The kind in a cleared slot. The library counts every record off as one of this kind. */
 inline constexpr unsigned char kClearedKind = 0;
 
-/** Takes the record of a slot out of the sums and, but for the array's own, out of the slot. */
-[[gnu::always_inline]] inline void take_out(qk_mem_handle& handle, qk_mem_ptr_array& array,
-                                            std::int32_t index, Totals totals,
-                                            bool single_threaded) {
+/** Subtracts a record's bytes from `sum` and removes it. The array's own record stays in its slot. */
+[[gnu::always_inline]] inline void remove_record(qk_mem_handle& handle, qk_mem_ptr_array& array,
+                                                 std::int32_t index, ChargedTo sum,
+                                                 bool single_threaded) {
   assert_held(handle);
   const qk_mem_ptr& slot = array.ptrs[index];
-  const std::uint64_t bytes = qk::load(slot.count) * qk::load(slot.size);
-  sum_bytes(handle, totals, qk::load(slot.kind), 0 - bytes, single_threaded);
+  charge(handle, sum, 0 - qk::load(slot.count) * qk::load(slot.size), single_threaded);
   if (index > 0) vacate(handle, array, index, kClearedKind, single_threaded);
 }
 

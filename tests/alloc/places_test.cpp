@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "table/kept_calls.h"
+#include "accounting/kept_calls.h"
 #include "table/pointer_table.h"
 #include "tests/kit/failing_allocator.h"
 #include "tests/kit/ledger.h"

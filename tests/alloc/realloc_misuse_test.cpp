@@ -5,7 +5,7 @@
 #include <cstring>
 #include <string>
 
-#include "table/kept_calls.h"
+#include "accounting/kept_calls.h"
 #include "table/pointer_table.h"
 #include "tests/kit/bare_handle.h"
 #include "tests/kit/failing_allocator.h"

@@ -2,10 +2,10 @@
 
 #include <string>
 
+#include "accounting/kept_calls.h"
+#include "accounting/tag_calls.h"
 #include "core/registry.h"
-#include "table/kept_calls.h"
 #include "table/pointer_table.h"
-#include "table/tags.h"
 #include "tests/kit/heap.h"
 #include "tests/kit/report.h"
 #include "tests/kit/scene.h"

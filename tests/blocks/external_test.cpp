@@ -3,9 +3,10 @@
 #include <cstdint>
 #include <cstdlib>
 
+#include "accounting/kept_calls.h"
 #include "core/registry.h"
+#include "core/switches.h"
 #include "table/blocks.h"
-#include "table/kept_calls.h"
 #include "table/pointer_table.h"
 #include "tests/kit/blocks.h"
 #include "tests/kit/ledger.h"

@@ -7,9 +7,10 @@
 #include <initializer_list>
 #include <string>
 
+#include "accounting/kept_calls.h"
 #include "core/registry.h"
+#include "core/switches.h"
 #include "table/blocks.h"
-#include "table/kept_calls.h"
 #include "tests/kit/blocks.h"
 #include "tests/kit/failing_allocator.h"
 #include "tests/kit/scene.h"

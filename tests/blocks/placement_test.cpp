@@ -5,8 +5,8 @@
 #include <initializer_list>
 #include <string>
 
+#include "accounting/pieces.h"
 #include "core/registry.h"
-#include "table/blocks.h"
 #include "tests/kit/blocks.h"
 #include "tests/kit/failing_allocator.h"
 #include "tests/kit/scene.h"

@@ -3,9 +3,9 @@
 #include <string>
 #include <utility>
 
+#include "accounting/kept_calls.h"
 #include "core/registry.h"
 #include "qkmem/qkmem.hpp"
-#include "table/kept_calls.h"
 #include "table/pointer_table.h"
 #include "tests/kit/failing_allocator.h"
 #include "tests/kit/ledger.h"

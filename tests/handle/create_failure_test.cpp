@@ -2,8 +2,8 @@
 
 #include <string>
 
+#include "accounting/kept_calls.h"
 #include "core/registry.h"
-#include "table/kept_calls.h"
 #include "table/pointer_table.h"
 #include "tests/kit/failing_allocator.h"
 #include "tests/kit/scene.h"

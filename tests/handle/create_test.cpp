@@ -6,9 +6,9 @@
 #include <thread>
 #include <vector>
 
+#include "accounting/kept_calls.h"
 #include "core/registry.h"
 #include "core/switches.h"
-#include "table/kept_calls.h"
 #include "table/pointer_table.h"
 #include "tests/kit/heap.h"
 #include "tests/kit/scene.h"

@@ -5,10 +5,10 @@
 #include <string>
 #include <typeinfo>
 
+#include "accounting/kept_calls.h"
 #include "core/records.h"
 #include "core/registry.h"
 #include "core/switches.h"
-#include "table/kept_calls.h"
 #include "table/pointer_table.h"
 #include "tests/kit/bare_handle.h"
 #include "tests/kit/scene.h"

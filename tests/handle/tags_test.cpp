@@ -1,11 +1,10 @@
-#include "table/tags.h"
-
 #include <gtest/gtest.h>
 
 #include <set>
 #include <string>
 #include <vector>
 
+#include "accounting/tag_calls.h"
 #include "core/registry.h"
 #include "support/hash.h"
 #include "tests/kit/scene.h"

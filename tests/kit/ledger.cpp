@@ -3,9 +3,9 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "accounting/kept_calls.h"
 #include "core/registry.h"
 #include "core/switches.h"
-#include "table/kept_calls.h"
 #include "table/pointer_table.h"
 #include "tests/kit/bare_handle.h"
 

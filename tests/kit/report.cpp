@@ -5,12 +5,12 @@
 #include <map>
 #include <regex>
 
+#include "accounting/kept_calls.h"
+#include "accounting/tag_calls.h"
 #include "core/handle_array.h"
 #include "core/registry.h"
 #include "core/switches.h"
-#include "table/kept_calls.h"
 #include "table/pointer_table.h"
-#include "table/tags.h"
 #include "tests/kit/heap.h"
 
 namespace kit {

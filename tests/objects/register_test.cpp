@@ -4,8 +4,8 @@
 #include <cstdint>
 #include <string>
 
+#include "accounting/kept_calls.h"
 #include "core/registry.h"
-#include "table/kept_calls.h"
 #include "table/pointer_table.h"
 #include "tests/kit/bare_handle.h"
 #include "tests/kit/failing_allocator.h"

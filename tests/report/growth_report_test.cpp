@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "table/kept_calls.h"
+#include "accounting/kept_calls.h"
 #include "table/pointer_table.h"
 #include "tests/kit/report.h"
 

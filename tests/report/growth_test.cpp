@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string>
 
-#include "table/kept_calls.h"
+#include "accounting/kept_calls.h"
 
 namespace {
 

@@ -5,9 +5,9 @@
 #include <string>
 #include <vector>
 
+#include "accounting/kept_calls.h"
 #include "core/registry.h"
 #include "core/switches.h"
-#include "table/kept_calls.h"
 #include "table/pointer_table.h"
 #include "tests/kit/bare_handle.h"
 #include "tests/kit/failing_allocator.h"

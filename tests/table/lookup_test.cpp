@@ -1,14 +1,13 @@
-#include "table/lookup.h"
-
 #include <gtest/gtest.h>
 
 #include <chrono>
 #include <climits>
 #include <future>
 
+#include "accounting/kept_calls.h"
+#include "accounting/open_handle.h"
 #include "core/registry.h"
 #include "core/switches.h"
-#include "table/kept_calls.h"
 #include "tests/kit/failing_allocator.h"
 #include "tests/kit/scene.h"
 

@@ -7,8 +7,8 @@
 #include <string>
 #include <thread>
 
+#include "accounting/kept_calls.h"
 #include "core/registry.h"
-#include "table/kept_calls.h"
 #include "tests/kit/bare_handle.h"
 
 namespace {

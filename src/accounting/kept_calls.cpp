@@ -1,9 +1,10 @@
-#include "table/kept_calls.h"
+#include "accounting/kept_calls.h"
 
+#include "accounting/open_handle.h"
+#include "accounting/pieces.h"
+#include "accounting/recording.h"
+#include "core/registry.h"
 #include "support/format.h"
-#include "table/blocks.h"
-#include "table/lookup.h"
-#include "table/pointer_table.h"
 #include "table/record_steps.h"
 
 using namespace qk::mem;
@@ -12,7 +13,7 @@ extern "C" {
 
 int qk_mem_get_handle(int hid, qk_mem_handle** handle, const char* routine, const char* file,
                       int line, qk_mem_debug* debug) {
-  qk_mem_handle* found = open_handle(hid, Site(routine, file, line, *debug));
+  qk_mem_handle* found = open_handle(hid, CallContext(routine, file, line, *debug));
   if (found == nullptr) return QK_MEM_ERROR_HANDLE;
   *handle = found;
   return 0;
@@ -20,16 +21,13 @@ int qk_mem_get_handle(int hid, qk_mem_handle** handle, const char* routine, cons
 
 qk_mem_ptr* qk_mem_new_ptr(qk_mem_handle* handle, void* address, unsigned char kind,
                            const char* file, int line, qk_mem_debug* debug) {
-  qk_mem_ptr_array& array = array_of(*handle, address);
-  const RecordingLock lock(*handle, array);
-  const std::int32_t index =
-      reserve_slot(*handle, array, Site("qk_mem_new_ptr", file, line, *debug));
-  if (index == kNoSlot) return nullptr;
+  const CallContext context("qk_mem_new_ptr", file, line, *debug);
   qk_mem_ptr record = {};
   record.address = address;
   record.kind = kind;
-  occupy(*handle, array, index, record, Totals::kNone, qk::is_single_threaded());
-  return &array.ptrs[index];
+  if (!insert_or_grow(*handle, record, EventCount::kNotCounted, context)) return nullptr;
+  const qk_mem_ptr_array& array = array_of(*handle, address);
+  return &array.ptrs[array.last];
 }
 
 qk_mem_ptr* qk_mem_get_ptr(qk_mem_handle* handle, const void* address) {
@@ -48,17 +46,18 @@ void qk_mem_free_ptr(qk_mem_handle* handle, qk_mem_ptr* record) {
 
 void* qk_mem_block_alloc(qk_mem_handle* handle, std::size_t size, int alignment, const char* file,
                          int line, qk_mem_debug* entry) {
-  return allocate_piece(*handle, size, alignment, Site("qk_mem_new_block", file, line, *entry));
+  return allocate_piece(*handle, size, alignment,
+                        CallContext("qk_mem_new_block", file, line, *entry));
 }
 
 qk_mem_ptr* qk_mem_block_free(qk_mem_handle* handle, void* ptr, qk_mem_ptr* record,
                               const char* file, int line, qk_mem_debug* entry) {
-  const Site site("qk_mem_block_free", file, line, *entry);
+  const CallContext context("qk_mem_block_free", file, line, *entry);
   if (record == nullptr) record = qk_mem_get_ptr(handle, ptr);
   if (record == nullptr) {
-    report_unknown_piece(*handle, ptr, site);
+    report_unknown_piece(*handle, ptr, context);
   } else {
-    release_piece(*handle, ptr, *record, site);
+    release_piece(*handle, ptr, *record, context);
   }
   return record;
 }

@@ -1,0 +1,19 @@
+#include "accounting/open_handle.h"
+
+#include "core/handle_array.h"
+#include "core/registry.h"
+#include "diag/log.h"
+
+namespace qk::mem {
+
+qk_mem_handle* open_handle(int hid, const CallContext& context) {
+  if (qk_mem_handle* handle = find_handle(hid)) return handle;
+  if (traces(context)) {
+    qk_mem_write_log("   %s: ERROR: invalid hid %d at %s:%d\n", context.routine, hid,
+                     context.file(), context.line);
+  }
+  Qk_mem_error.set(QK_MEM_ERROR_HANDLE);
+  return nullptr;
+}
+
+}  // namespace qk::mem

@@ -1,0 +1,62 @@
+#ifndef QKMEM_ACCOUNTING_PIECES_H_
+#define QKMEM_ACCOUNTING_PIECES_H_
+
+#include <cstddef>
+
+#include "core/records.h"
+#include "diag/call_context.h"
+
+/** Pieces of blocks and what stands for them in the log: new blocks, failures, unknown pointers. */
+extern "C" {
+
+/**
+ * Links another empty block to a block-managed handle: of the handle's block size, or of `size`
+ * bytes if that is more. The handle and its tag are charged for it, header included. `entry` are
+ * the switches for the line of the block and that of a failure.
+ *
+ * @return null if there is no memory (reported, and the error code is set).
+ */
+qk_mem_block* qk_mem_new_block(qk_mem_handle* handle, std::size_t size, const char* file, int line,
+                               qk_mem_debug* entry);
+
+}  // extern "C"
+
+namespace qk::mem {
+
+/** Whether no piece can have an alignment: 0 and less. The error code is then 5022. */
+[[nodiscard]] bool refuses(int alignment);
+
+/**
+ * Hands out a piece of the handle's blocks: the first fit, or the start of a new block if none has
+ * room.
+ *
+ * @param alignment  counted from the start of a data area, which is aligned to 16.
+ * @return null with the error code: 5022 for an alignment of 0 or less, else the allocator's.
+ */
+[[nodiscard]] void* allocate_piece(qk_mem_handle& handle, std::size_t size, int alignment,
+                                   const CallContext& context);
+
+/**
+ * Takes back the piece at `ptr`, or frees the external memory there; `record` says which it is. A
+ * piece of a handle without BLOCKFREE stays.
+ */
+void release_piece(qk_mem_handle& handle, void* ptr, const qk_mem_ptr& record,
+                   const CallContext& context);
+
+/** Warns of a release of an unknown pointer, if the call reports errors. */
+void report_unknown_piece(const qk_mem_handle& handle, const void* ptr, const CallContext& context);
+
+/**
+ * Releases a piece and hands out another one of `size` bytes, which does not have the contents. It
+ * is the piece that a release and an allocation would find, so it can be at the old address.
+ *
+ * @param record     of `ptr`, which can also be external memory.
+ * @param alignment  above 0.
+ * @return null as allocate_piece() does; `ptr` is then as valid as before.
+ */
+[[nodiscard]] void* replace_piece(qk_mem_handle& handle, void* ptr, const qk_mem_ptr& record,
+                                  std::size_t size, int alignment, const CallContext& context);
+
+}  // namespace qk::mem
+
+#endif  // QKMEM_ACCOUNTING_PIECES_H_

@@ -1,0 +1,64 @@
+#include "accounting/recording.h"
+
+#include "diag/event.h"
+#include "diag/failure.h"
+#include "diag/log.h"
+
+namespace qk::mem {
+namespace {
+
+constexpr char kRoutine[] = "qk_mem_new_ptr";
+
+/** Makes room for the record of an address. False if that fails, which is reported. */
+bool grow(qk_mem_handle& handle, const void* address, const CallContext& context) {
+  const ArrayGrowth growth = grow_array(handle, address, context.location());
+  if (growth.failed) {
+    report_failure(context, "realloc of %zu at %s:%d of a->ptrs failed", growth.bytes,
+                   context.file(), context.line);
+    return false;
+  }
+  if (growth.added != 0) {
+    announce_recorded(lines::kAllocated, context, handle.id, growth.array_record,
+                      static_cast<long>(growth.added), RowLine::kOfCaller);
+  }
+  return true;
+}
+
+void warn_of_lost_array(const CallContext& context) {
+  if (!reports(context)) return;
+  qk_mem_write_log("   %s: WARNING: ptr array not large enough\n", context.routine);
+}
+
+}  // namespace
+
+std::optional<qk_mem_ptr> insert_or_grow(qk_mem_handle& handle, const qk_mem_ptr& record,
+                                         EventCount event, const CallContext& context) {
+  while (true) {
+    const Insertion insertion = insert_pointer(handle, record, event);
+    switch (insertion.result) {
+      case InsertResult::kInserted:
+        return insertion.record;
+      case InsertResult::kArrayLost:
+        warn_of_lost_array(context.as(kRoutine));
+        return std::nullopt;
+      case InsertResult::kArrayFull:
+        if (!grow(handle, record.address, context.as(kRoutine))) return std::nullopt;
+    }
+  }
+}
+
+std::optional<qk_mem_ptr> record_pointer(qk_mem_handle& handle, void* address, unsigned char kind,
+                                         const Contents& contents, const CallContext& context) {
+  const qk_mem_ptr record = {.address = address,
+                             .tracker = contents.tracker,
+                             .file = context.file(),
+                             .count = contents.count,
+                             .size = contents.size,
+                             .seq = 0,
+                             .line = static_cast<std::uint16_t>(context.line),
+                             .kind = kind,
+                             .baselined = 0};
+  return insert_or_grow(handle, record, EventCount::kCounted, context);
+}
+
+}  // namespace qk::mem

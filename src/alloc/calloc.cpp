@@ -1,0 +1,98 @@
+// calloc on a handle.
+#include <cstring>
+
+#include "accounting/pieces.h"
+#include "alloc/fast_path.h"
+#include "alloc/shared_steps.h"
+#include "core/system_memory.h"
+#include "diag/log.h"
+
+namespace qk::mem {
+namespace {
+
+using CallocCall = void*(int hid, std::size_t num, std::size_t size, int alignment,
+                         const char* file, int line);
+
+CallContext calloc_context(const char* file, int line) { return {Routine::kCalloc, file, line}; }
+
+void warn_of_misuse(const qk_mem_handle& handle, std::size_t num, std::size_t size, int alignment,
+                    const CallContext& context) {
+  if (num == 0) {
+    qk_mem_write_log("   %s: WARNING: calloc of %zu num at %s:%d\n", context.routine, num,
+                     context.file(), context.line);
+  }
+  if (size == 0) {
+    qk_mem_write_log("   %s: WARNING: calloc of %zu at %s:%d\n", context.routine, size,
+                     context.file(), context.line);
+  }
+  if (!is_supported_alignment(handle, alignment)) {
+    qk_mem_write_log("   %s: WARNING: calloc of %zu/%zu at %s:%d has alignment of %d\n",
+                     context.routine, num, size, context.file(), context.line, alignment);
+  }
+}
+
+/** A zeroed piece. A product that overflows is a size that no allocator serves. */
+void* allocate_zeroed_piece(qk_mem_handle& handle, std::size_t num, std::size_t size, int alignment,
+                            const CallContext& context) {
+  const std::size_t bytes = product(num, size);
+  void* piece = allocate_piece(handle, bytes, alignment, context);
+  return piece == nullptr ? nullptr : std::memset(piece, 0, bytes);
+}
+
+/** Records what the system's allocator returned, or reports that it failed. */
+[[gnu::noinline]] void* finish_calloc(qk_mem_handle& handle, void* memory, std::size_t num,
+                                      std::size_t size, const CallContext& context) {
+  if (memory == nullptr) {
+    report_failure(context, "calloc of %zu/%zu at %s:%d failed", num, size, context.file(),
+                   context.line);
+  } else {
+    record_allocation(handle, memory, kind::kCalloc, {num, size}, context);
+  }
+  return memory;
+}
+
+[[gnu::noinline]] void* calloc_slow_path(int hid, std::size_t num, std::size_t size, int alignment,
+                                         const char* file, int line) {
+  ensure_started();
+  if (bypasses_tracking(hid)) return untracked(user_memory::allocate_zeroed(num, size));
+  const CallContext context = calloc_context(file, line);
+  qk_mem_handle* handle = open_handle(hid, context);
+  if (handle == nullptr) return nullptr;
+  if (warns(context)) warn_of_misuse(*handle, num, size, alignment, context);
+  if (!is_blockmgmt(*handle)) {
+    return finish_calloc(*handle, user_memory::allocate_zeroed(num, size), num, size, context);
+  }
+  void* piece = allocate_zeroed_piece(*handle, num, size, alignment, context);
+  if (piece != nullptr) record_allocation(*handle, piece, kind::kCalloc, {num, size}, context);
+  return piece;
+}
+
+template <class Lock>
+[[gnu::noinline]] void* calloc_recorded(qk_mem_handle& handle, std::size_t num, std::size_t size,
+                                        const char* file, int line) {
+  void* memory = user_memory::allocate_zeroed(num, size);
+  if (memory != nullptr &&
+      record_fast<Lock>(handle, memory, kind::kCalloc, num, size, file, line)) {
+    return memory;
+  }
+  return finish_calloc(handle, memory, num, size, calloc_context(file, line));
+}
+
+[[gnu::always_inline]] inline void* calloc_fast_path(int hid, std::size_t num, std::size_t size,
+                                                     int alignment, const char* file, int line,
+                                                     CallocCall* slow_path) {
+  if (bypasses_tracking_fast(hid)) return untracked(user_memory::allocate_zeroed(num, size));
+  qk_mem_handle* handle = unobserved_recording_handle(hid, Routine::kCalloc);
+  if (handle == nullptr) return slow_path(hid, num, size, alignment, file, line);
+  return with_lock_of(
+      *handle, [&]<class Lock>() { return calloc_recorded<Lock>(*handle, num, size, file, line); });
+}
+
+}  // namespace
+}  // namespace qk::mem
+
+extern "C" void* qk_mem_icalloc(int hid, size_t num, size_t size, int alignment, const char* file,
+                                int line) {
+  using namespace qk::mem;
+  return calloc_fast_path(hid, num, size, alignment, file, line, &calloc_slow_path);
+}

@@ -1,0 +1,120 @@
+// free on a handle.
+#include "accounting/pieces.h"
+#include "alloc/fast_path.h"
+#include "alloc/shared_steps.h"
+#include "core/system_memory.h"
+#include "diag/log.h"
+
+namespace qk::mem {
+namespace {
+
+using FreeCall = void(int hid, void* ptr, const char* file, int line);
+
+CallContext free_context(const char* file, int line) { return {Routine::kFree, file, line}; }
+
+/** Warns of misuse that the pointer itself shows, and returns its record. */
+std::optional<qk_mem_ptr> warn_of_pointer(qk_mem_handle& handle, const void* ptr,
+                                          const CallContext& context) {
+  if (ptr == nullptr) {
+    qk_mem_write_log("   %s: WARNING: free of NULL pointer at %s:%d\n", context.routine,
+                     context.file(), context.line);
+    return std::nullopt;
+  }
+  const auto record = find_pointer(handle, ptr);
+  if (!record) {
+    warn_not_found(context, handle.id, as_number(ptr));
+  } else if (is_language_made(record->kind)) {
+    qk_mem_write_log("   %s: WARNING: free of new at %s:%d (allocated at %s:%d)\n", context.routine,
+                     context.file(), context.line, record->file, int{record->line});
+  }
+  return record;
+}
+
+void warn_of_misuse(qk_mem_handle& handle, const void* ptr, const CallContext& context) {
+  const auto record = warn_of_pointer(handle, ptr, context);
+  const bool external = record && record->kind == kind::kExternal;
+  if (is_blockmgmt(handle) && handle.blockfree == 0 && !external) {
+    qk_mem_write_log("   %s: WARNING: free on handle %d with blockmgmt at %s:%d\n", context.routine,
+                     handle.id, context.file(), context.line);
+  }
+}
+
+/**
+ * Removes the record before it frees the memory: as soon as the memory is free, another thread can
+ * be given the same address and record it.
+ */
+std::optional<Removed> free_memory(qk_mem_handle& handle, void* ptr, const CallContext& context) {
+  std::optional<Removed> removed;
+  if (ptr != nullptr && keeps_records(handle)) {
+    removed = remove_pointer(handle, ptr, Removal::kByFree);
+    if (!removed && reports(context)) warn_not_found(context, handle.id, as_number(ptr));
+  }
+  user_memory::release(ptr);
+  return removed;
+}
+
+/**
+ * The same on a block-managed handle, where only pieces under BLOCKFREE and external memory can be
+ * freed one by one. Everything else stays, without an event.
+ */
+std::optional<Removed> free_piece(qk_mem_handle& handle, void* ptr, const CallContext& context) {
+  if (qk::load(handle.registered) == 0 && handle.blockfree == 0) return std::nullopt;
+  const auto record = find_pointer(handle, ptr);
+  if (!record) {
+    report_unknown_piece(handle, ptr, context);
+    return std::nullopt;
+  }
+  if (handle.blockfree == 0 && record->kind != kind::kExternal) return std::nullopt;
+  const auto removed = remove_pointer(handle, ptr, Removal::kByFree);
+  if (removed) release_piece(handle, ptr, removed->record, context);
+  return removed;
+}
+
+void announce_free(const qk_mem_handle& handle, const qk_mem_ptr& record,
+                   const CallContext& context) {
+  next_seq();
+  announce_released(lines::kFreed, context, handle.id,
+                    is_blockmgmt(handle) ? event::kFreePiece : event::kFree, record,
+                    traced_change(handle, loss_of(record)));
+  dump_control_blocks(*context.switches);
+}
+
+[[gnu::noinline]] void free_on_handle(qk_mem_handle& handle, void* ptr,
+                                      const CallContext& context) {
+  if (warns(context)) warn_of_misuse(handle, ptr, context);
+  const auto removed =
+      is_blockmgmt(handle) ? free_piece(handle, ptr, context) : free_memory(handle, ptr, context);
+  if (removed) announce_free(handle, removed->record, context);
+}
+
+[[gnu::noinline]] void free_slow_path(int hid, void* ptr, const char* file, int line) {
+  ensure_started();
+  if (bypasses_tracking(hid)) return user_memory::release(ptr);
+  const CallContext context = free_context(file, line);
+  qk_mem_handle* handle = open_handle(hid, context);
+  if (handle != nullptr) free_on_handle(*handle, ptr, context);
+}
+
+template <class Lock>
+[[gnu::noinline]] void free_recorded(qk_mem_handle& handle, void* ptr, const char* file, int line) {
+  if (!remove_fast<Lock>(handle, ptr)) {
+    return free_on_handle(handle, ptr, free_context(file, line));
+  }
+  user_memory::release(ptr);
+  next_seq();
+}
+
+[[gnu::always_inline]] inline void free_fast_path(int hid, void* ptr, const char* file, int line,
+                                                  FreeCall* slow_path) {
+  if (bypasses_tracking_fast(hid)) return user_memory::release(ptr);
+  qk_mem_handle* handle = unobserved_recording_handle(hid, Routine::kFree);
+  if (handle == nullptr) return slow_path(hid, ptr, file, line);
+  with_lock_of(*handle, [&]<class Lock>() { free_recorded<Lock>(*handle, ptr, file, line); });
+}
+
+}  // namespace
+}  // namespace qk::mem
+
+extern "C" void qk_mem_ifree(int hid, void* ptr, const char* file, int line) {
+  qk::mem::free_fast_path(hid, ptr, file, line, &qk::mem::free_slow_path);
+}

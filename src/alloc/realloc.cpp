@@ -1,0 +1,238 @@
+// realloc and recalloc on a handle.
+#include <cstring>
+
+#include "accounting/pieces.h"
+#include "alloc/fast_path.h"
+#include "alloc/shared_steps.h"
+#include "core/system_memory.h"
+#include "diag/heap.h"
+#include "diag/log.h"
+#include "diag/trace_file.h"
+
+namespace qk::mem {
+namespace {
+
+using ReallocCall = void*(int hid, void* ptr, std::size_t size, int alignment, const char* file,
+                          int line);
+
+CallContext realloc_context(const char* file, int line) { return {Routine::kRealloc, file, line}; }
+
+/** How warnings call memory that is not for realloc; null for memory that is. */
+const char* name_of_foreign(unsigned char kind) {
+  switch (kind) {
+    case kind::kExternal:
+      return "external";
+    case kind::kObject:
+      return "new";
+    case kind::kArray:
+      return "new[]";
+    default:
+      return nullptr;
+  }
+}
+
+void warn_of_old_pointer(qk_mem_handle& handle, const void* ptr, const CallContext& context) {
+  const auto record = find_pointer(handle, ptr);
+  if (!record) {
+    warn_not_found(context, handle.id, as_number(ptr));
+  } else if (const char* name = name_of_foreign(record->kind)) {
+    qk_mem_write_log("   %s: WARNING: realloc of %s at %s:%d (allocated at %s:%d)\n",
+                     context.routine, name, context.file(), context.line, record->file,
+                     int{record->line});
+  }
+}
+
+void warn_of_misuse(qk_mem_handle& handle, const void* ptr, std::size_t size, int alignment,
+                    const CallContext& context) {
+  if (size == 0) {
+    qk_mem_write_log("   %s: WARNING: realloc of %zu at %s:%d\n", context.routine, size,
+                     context.file(), context.line);
+  }
+  if (ptr != nullptr) warn_of_old_pointer(handle, ptr, context);
+  if (!is_supported_alignment(handle, alignment)) {
+    qk_mem_write_log("   %s: WARNING: realloc of %zu at %s:%d has alignment of %d\n",
+                     context.routine, size, context.file(), context.line, alignment);
+  }
+  if (ptr != nullptr && is_blockmgmt(handle) && handle.blockfree == 0) {
+    qk_mem_write_log("   %s: WARNING: realloc on handle %d with blockmgmt at %s:%d\n",
+                     context.routine, handle.id, context.file(), context.line);
+  }
+}
+
+/** Memory that was resized, and the record that it had before. */
+struct Resized {
+  void* memory = nullptr;
+  std::optional<Removed> old;
+};
+
+/**
+ * Resizes memory of the system's allocator. Its record is removed first, because another thread can
+ * be given the old address at once.
+ */
+Resized resize_memory(qk_mem_handle& handle, void* ptr, std::size_t size) {
+  Resized resized;
+  if (ptr != nullptr && handle.track != 0) {
+    resized.old = remove_pointer(handle, ptr, Removal::kByRealloc);
+  }
+  resized.memory = user_memory::resize(ptr, size);
+  return resized;
+}
+
+/**
+ * Reports a failure and restores the record, since the memory is as it was. A realloc to 0 that
+ * returns null has freed the memory, so its record stays removed.
+ */
+void report_failed_resize(qk_mem_handle& handle, const Resized& resized, const void* ptr,
+                          std::size_t size, const CallContext& context) {
+  report_failure(context, "realloc of %zu at %s:%d failed", size, context.file(), context.line);
+  const bool freed = size == 0 && ptr != nullptr;
+  if (resized.old && !freed) restore_pointer(handle, *resized.old);
+}
+
+/**
+ * Resizes a piece of a block. A piece that is large enough stays where it is; another one is
+ * replaced without its contents. An unknown pointer can't be resized, as its size is unknown.
+ */
+Resized resize_piece(qk_mem_handle& handle, void* ptr, std::size_t size, int alignment,
+                     const CallContext& context) {
+  Resized resized;
+  if (refuses(alignment)) return resized;
+  if (ptr == nullptr) {
+    resized.memory = allocate_piece(handle, size, alignment, context);
+    return resized;
+  }
+  if (handle.blockfree == 0) return resized;
+  resized.old = remove_pointer(handle, ptr, Removal::kByRealloc);
+  if (!resized.old) {
+    if (reports(context)) warn_not_found(context, handle.id, as_number(ptr));
+    return resized;
+  }
+  const qk_mem_ptr& old = resized.old->record;
+  resized.memory =
+      size <= bytes_of(old) ? ptr : replace_piece(handle, ptr, old, size, alignment, context);
+  if (resized.memory == nullptr) restore_pointer(handle, *resized.old);
+  return resized;
+}
+
+void log_resized(const CallContext& context, int hid, const qk_mem_ptr& now,
+                 const qk_mem_ptr* old) {
+  const HeapText heap;
+  if (old == nullptr) {
+    qk_mem_write_log("   %s:     %3d [%.*zx] %c %zu %s:%d; newly created%s\n", context.routine, hid,
+                     Qk_mem_ptr_display_size, as_number(now.address), now.kind, now.size, now.file,
+                     int{now.line}, heap.c_str());
+  } else if (is_calloc(old->kind)) {
+    qk_mem_write_log("   %s:     %3d [%.*zx] %c %zu %s:%d; [%.*zx] %c %zu/%zu %s:%d%s\n",
+                     context.routine, hid, Qk_mem_ptr_display_size, as_number(now.address),
+                     now.kind, now.size, now.file, int{now.line}, Qk_mem_ptr_display_size,
+                     as_number(old->address), old->kind, old->count, old->size, old->file,
+                     int{old->line}, heap.c_str());
+  } else if (old->kind != 0) {
+    qk_mem_write_log("   %s:     %3d [%.*zx] %c %zu %s:%d; [%.*zx] %c %zu %s:%d%s\n",
+                     context.routine, hid, Qk_mem_ptr_display_size, as_number(now.address),
+                     now.kind, now.size, now.file, int{now.line}, Qk_mem_ptr_display_size,
+                     as_number(old->address), old->kind, old->size, old->file, int{old->line},
+                     heap.c_str());
+  }
+}
+
+/** Records the memory under its new size and announces it together with the record before. */
+void record_resized(qk_mem_handle& handle, const Resized& resized, std::size_t size,
+                    const CallContext& context) {
+  const qk_mem_ptr* old = resized.old ? &resized.old->record : nullptr;
+  const auto now =
+      record_pointer(handle, resized.memory, kind_on(handle, kind::kRealloc), {1, size}, context);
+  if (!now) return;
+  if (traces(context)) log_resized(context, handle.id, *now, old);
+  const long change = static_cast<long>(bytes_of(*now) - (old == nullptr ? 0 : bytes_of(*old)));
+  qk_mem_write_db(handle.id, now->kind, now->address, now->count, now->size, now->file, now->line,
+                  traced_change(handle, change));
+  dump_control_blocks(*context.switches);
+}
+
+/** Records memory that the system's allocator has resized, or reports that it failed. */
+[[gnu::noinline]] void* finish_realloc(qk_mem_handle& handle, const Resized& resized,
+                                       const void* ptr, std::size_t size,
+                                       const CallContext& context) {
+  const std::size_t address = as_number(ptr);
+  if (resized.memory == nullptr) {
+    report_failed_resize(handle, resized, ptr, size, context);
+  } else if (handle.track != 0) {
+    if (ptr != nullptr && !resized.old) {
+      if (reports(context)) warn_not_found(context, handle.id, address);
+    } else {
+      record_resized(handle, resized, size, context);
+    }
+  }
+  return resized.memory;
+}
+
+void* realloc_piece(qk_mem_handle& handle, void* ptr, std::size_t size, int alignment,
+                    const CallContext& context) {
+  const Resized resized = resize_piece(handle, ptr, size, alignment, context);
+  if (resized.memory != nullptr && handle.track != 0) {
+    record_resized(handle, resized, size, context);
+  }
+  return resized.memory;
+}
+
+[[gnu::noinline]] void* realloc_on_handle(qk_mem_handle& handle, void* ptr, std::size_t size,
+                                          int alignment, const CallContext& context) {
+  if (warns(context)) warn_of_misuse(handle, ptr, size, alignment, context);
+  if (is_blockmgmt(handle)) return realloc_piece(handle, ptr, size, alignment, context);
+  return finish_realloc(handle, resize_memory(handle, ptr, size), ptr, size, context);
+}
+
+[[gnu::noinline]] void* realloc_slow_path(int hid, void* ptr, std::size_t size, int alignment,
+                                          const char* file, int line) {
+  ensure_started();
+  if (bypasses_tracking(hid)) return untracked(user_memory::resize(ptr, size));
+  const CallContext context = realloc_context(file, line);
+  qk_mem_handle* handle = open_handle(hid, context);
+  return handle == nullptr ? nullptr : realloc_on_handle(*handle, ptr, size, alignment, context);
+}
+
+template <class Lock>
+[[gnu::noinline]] void* realloc_recorded(qk_mem_handle& handle, void* ptr, std::size_t size,
+                                         int alignment, const char* file, int line) {
+  Resized resized = {nullptr, Removed{}};
+  if (!remove_fast<Lock>(handle, ptr, &*resized.old)) {
+    return realloc_on_handle(handle, ptr, size, alignment, realloc_context(file, line));
+  }
+  resized.memory = user_memory::resize(ptr, size);
+  if (resized.memory != nullptr &&
+      record_fast<Lock>(handle, resized.memory, kind::kRealloc, 1, size, file, line)) {
+    return resized.memory;
+  }
+  return finish_realloc(handle, resized, ptr, size, realloc_context(file, line));
+}
+
+[[gnu::always_inline]] inline void* realloc_fast_path(int hid, void* ptr, std::size_t size,
+                                                      int alignment, const char* file, int line,
+                                                      ReallocCall* slow_path) {
+  if (bypasses_tracking_fast(hid)) return untracked(user_memory::resize(ptr, size));
+  qk_mem_handle* handle = unobserved_recording_handle(hid, Routine::kRealloc);
+  if (handle == nullptr) return slow_path(hid, ptr, size, alignment, file, line);
+  return with_lock_of(*handle, [&]<class Lock>() {
+    return realloc_recorded<Lock>(*handle, ptr, size, alignment, file, line);
+  });
+}
+
+}  // namespace
+}  // namespace qk::mem
+
+extern "C" void* qk_mem_irealloc(int hid, void* ptr, size_t size, int alignment, const char* file,
+                                 int line) {
+  using namespace qk::mem;
+  return realloc_fast_path(hid, ptr, size, alignment, file, line, &realloc_slow_path);
+}
+
+extern "C" void* qk_mem_irecalloc(int hid, void* ptr, size_t num, size_t size, size_t old_num,
+                                  int alignment, const char* file, int line) {
+  using namespace qk::mem;
+  void* memory = qk_mem_irealloc(hid, ptr, product(num, size), alignment, file, line);
+  if (memory != nullptr && num > old_num) {
+    std::memset(static_cast<char*>(memory) + size * old_num, 0, (num - old_num) * size);
+  }
+  return memory;
+}

@@ -1,0 +1,62 @@
+// strdup on a handle.
+#include <cstring>
+
+#include "accounting/pieces.h"
+#include "alloc/shared_steps.h"
+#include "core/system_memory.h"
+#include "diag/log.h"
+
+namespace qk::mem {
+namespace {
+
+void warn_of_null(const CallContext& context) {
+  qk_mem_write_log("   %s: WARNING: strdup of NULL pointer at %s:%d\n", context.routine,
+                   context.file(), context.line);
+}
+
+/** Bytes of a string and its terminator as records show them, in 32 bits. */
+std::size_t recorded_size(const char* str) {
+  return static_cast<std::uint32_t>(std::strlen(str) + 1);
+}
+
+void* copy_to_piece(qk_mem_handle& handle, const char* str, const CallContext& context) {
+  const std::size_t size = std::strlen(str) + 1;
+  // The record holds 32 bits of the size, and only the record knows how large a piece is.
+  void* piece = allocate_piece(handle, size > UINT32_MAX ? SIZE_MAX : size, 1, context);
+  return piece == nullptr ? nullptr : std::memcpy(piece, str, size);
+}
+
+void* copy_to_system_memory(const char* str, std::size_t size, const CallContext& context) {
+  void* memory = user_memory::copy_of(str);
+  if (memory == nullptr) {
+    report_failure(context, "strdup of %zu at %s:%d failed", size, context.file(), context.line);
+  }
+  return memory;
+}
+
+void* strdup_on_handle(qk_mem_handle& handle, const char* str, const CallContext& context) {
+  const std::size_t size = recorded_size(str);
+  void* memory = is_blockmgmt(handle) ? copy_to_piece(handle, str, context)
+                                      : copy_to_system_memory(str, size, context);
+  if (memory != nullptr) record_allocation(handle, memory, kind::kStrdup, {1, size}, context);
+  return memory;
+}
+
+}  // namespace
+}  // namespace qk::mem
+
+extern "C" char* qk_mem_istrdup(int hid, const char* str, const char* file, int line) {
+  using namespace qk::mem;
+  ensure_started();
+  if (bypasses_tracking(hid)) {
+    return str == nullptr ? nullptr : static_cast<char*>(untracked(user_memory::copy_of(str)));
+  }
+  const CallContext context(Routine::kStrdup, file, line);
+  qk_mem_handle* handle = open_handle(hid, context);
+  if (handle == nullptr) return nullptr;
+  if (str == nullptr) {
+    if (warns(context)) warn_of_null(context);
+    return nullptr;
+  }
+  return static_cast<char*>(strdup_on_handle(*handle, str, context));
+}
