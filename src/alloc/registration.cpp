@@ -124,8 +124,8 @@ void warn_of_deregister_misuse(qk_mem_handle& handle, int type, const Subject& s
 }
 
 /**
- * Deletes a tracker without the object, which stays with the caller. The tracker's record is removed
- * first, because another thread's next tracker can be given the same memory.
+ * Deletes a tracker without the object, which stays with the caller. The tracker's record is
+ * removed first, because another thread's next tracker can be given the same memory.
  */
 void destroy_tracker(qk_mem_handle& handle, qk::MemTracker* tracker, int type,
                      const CallContext& context) {

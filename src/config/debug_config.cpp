@@ -1,4 +1,4 @@
-// Which routines are watched, and where the log goes.
+// Configuration of the watched routines and of the log.
 #include "config/debug_config.h"
 
 #include <cstring>
@@ -13,47 +13,53 @@ namespace {
 
 constexpr char kRoutine[] = "qk_mem_debug_config";
 
-enum Keyword { kCtrlblks, kDebug, kExceptions, kSummary, kTrace, kOff, kLog, kAppend, kFlush };
+/** The keywords beside those of kSwitches, which come first in the table. */
+enum Keyword { kOff = kSwitchKeywords, kLog, kAppend, kFlush, kKeywords };
 
-constexpr std::array<qk_option_keyword, 9> kTable = {
-    keyword("CTRLBLKS", qk::kOptionalValue),
-    keyword("DEBUG", qk::kOptionalValue),
-    keyword("EXCEPTIONS", qk::kOptionalValue),
-    keyword("SUMMARY", qk::kOptionalValue),
-    keyword("TRACE", qk::kOptionalValue),
-    keyword("OFF", qk::kNoValue),
-    keyword("LOG", qk::kRequiredValue),
-    keyword("APPEND", qk::kNoValue),
-    keyword("FLUSH", qk::kNoValue),
-};
+constexpr std::array<qk_option_keyword, kKeywords> keywords() {
+  std::array<qk_option_keyword, kKeywords> table = {};
+  for (int i = 0; i < kSwitchKeywords; ++i) {
+    table[i] = keyword(kSwitches[i].keyword, qk::kOptionalValue);
+  }
+  table[kOff] = keyword("OFF", qk::kNoValue);
+  table[kLog] = keyword("LOG", qk::kRequiredValue);
+  table[kAppend] = keyword("APPEND", qk::kNoValue);
+  table[kFlush] = keyword("FLUSH", qk::kNoValue);
+  return table;
+}
+constexpr std::array<qk_option_keyword, kKeywords> kTable = keywords();
 using DebugCall = OptionCall<kTable.size()>;
 
 /**
- * Set when OFF has closed a log file. A later configuration opens no log then unless it names one:
- * the user who switched the log off isn't surprised by a "qkmem.log".
+ * Set when OFF has closed a log file. A later configuration then opens no log unless it names one:
+ * a user who switched the log off does not get a "qkmem.log" unasked.
  */
 constinit bool log_was_closed QK_GUARDED_BY(Qk_mem_mtx) = false;
 
 bool has_any_switch(const DebugCall& call) {
-  return call.has(kCtrlblks) || call.has(kDebug) || call.has(kExceptions) || call.has(kSummary) ||
-         call.has(kTrace);
+  for (int i = 0; i < kSwitchKeywords; ++i) {
+    if (call.has(i)) return true;
+  }
+  return false;
 }
 
-/** TRACE alone writes no lines and needs no log. */
-bool wants_log(const DebugCall& call) {
-  return call.has(kCtrlblks) || call.has(kDebug) || call.has(kExceptions) || call.has(kSummary);
+bool needs_log(const DebugCall& call) {
+  for (int i = 0; i < kSwitchKeywords; ++i) {
+    if (call.has(i) && kSwitches[i].needs_log) return true;
+  }
+  return false;
 }
 
 /**
- * A configuration in the making. It takes the place of the present one in the end: other threads go
- * on meanwhile, and a switch that stays on must not look off to them even for a moment.
+ * A configuration that is being put together. It replaces the current one at the end, since other
+ * threads read the switches meanwhile: a switch that stays on must not look off even for a moment.
  */
 struct Switches {
   qk_mem_debug records[kRoutines] = {};
 
   [[nodiscard]] qk_mem_debug& global() { return records[static_cast<int>(Routine::kGlobal)]; }
 
-  void put_in_force() const QK_REQUIRES(Qk_mem_mtx) {
+  void activate() const QK_REQUIRES(Qk_mem_mtx) {
     assert_registry_held();
     for (int i = 0; i < kRoutines; ++i) {
       qk::store(Qk_mem_debug[i].on, records[i].on);
@@ -73,7 +79,7 @@ void switch_log_off() QK_REQUIRES(Qk_mem_mtx) {
   log_was_closed = true;
 }
 
-/** Opens the destination; false when it is a file that can't be opened. NONE opens nothing. */
+/** Opens the log. False if it is a file that can't be opened. NONE opens nothing. */
 bool open_log(const char* destination, bool append) QK_REQUIRES(Qk_mem_mtx) {
   assert_registry_held();
   qk::copy_text(Qk_mem_log_filename, sizeof Qk_mem_log_filename, destination);
@@ -92,13 +98,11 @@ bool open_log(const char* destination, bool append) QK_REQUIRES(Qk_mem_mtx) {
   return stream != nullptr;
 }
 
-/**
- * Chooses the log; false when it can't be opened, which ends the configuration without an error.
- */
+/** Chooses the log. False if it can't be opened, which ends the configuration without an error. */
 bool choose_log(const DebugCall& call) QK_REQUIRES(Qk_mem_mtx) {
   assert_registry_held();
   const bool open = Qk_mem_log != nullptr || log_was_closed;
-  if ((!call.has(kLog) && open) || !wants_log(call)) return true;
+  if ((!call.has(kLog) && open) || !needs_log(call)) return true;
   if (!open_log(call.has(kLog) ? call.value(kLog) : "qkmem.log", call.has(kAppend))) return false;
   if (call.has(kFlush) && Qk_mem_log != nullptr) std::setbuf(Qk_mem_log, nullptr);
   return true;
@@ -122,7 +126,7 @@ qk_mem_debug* record_named(Switches& switches, const char* routine) {
   return nullptr;
 }
 
-/** Applies a keyword's list of routines, which "not" in front turns into exclusions. */
+/** Applies a keyword's list of routines. With "not" in front it lists exclusions. */
 int apply_list(Switches& switches, char* list, const SwitchKeyword& keyword, qk::Status& status) {
   qk::lower_case(list);
   std::int32_t value = 1;
@@ -149,7 +153,7 @@ int apply_list(Switches& switches, char* list, const SwitchKeyword& keyword, qk:
   return 0;
 }
 
-/** What came before a list that is refused stays. */
+/** Applies all keywords. If a list is refused, the switches before it stay set. */
 int apply_switches(Switches& switches, const DebugCall& call, qk::Status& status) {
   for (int i = 0; i < kSwitchKeywords; ++i) {
     if (!call.has(i)) continue;
@@ -185,7 +189,7 @@ extern "C" int qk_mem_debug_config(const char* options, qk::Status* status) {
   }
   Switches switches;
   if (call.has(kOff)) {
-    switches.put_in_force();
+    switches.activate();
     if (has_any_switch(call)) {
       return Refusal(*status, QK_MEM_ERROR_OFF_WITH_OTHERS, kRoutine, own::kDebugOffWithOthers)
           .arguments("OFF", "any activating option")
@@ -195,15 +199,15 @@ extern "C" int qk_mem_debug_config(const char* options, qk::Status* status) {
     return 0;
   }
   if (!choose_log(call)) {
-    switches.put_in_force();
+    switches.activate();
     return 0;
   }
   OptionText text(options);
   if (!call.process(text)) {
-    switches.put_in_force();
+    switches.activate();
     return refuse_options(*status, kRoutine, own::kDebugProcessed, call.error());
   }
   const int code = apply_switches(switches, call, *status);
-  switches.put_in_force();
+  switches.activate();
   return code;
 }

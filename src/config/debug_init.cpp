@@ -1,4 +1,4 @@
-// The debug switches as the environment wants them.
+// Debug switches from the environment.
 #include <cstdlib>
 
 #include "config/debug_config.h"
@@ -12,8 +12,8 @@ namespace {
 using Configure = int (*)(const char* options, qk::Status* status);
 
 /**
- * Applies an environment variable, cut to the length of an option string. The announcement comes
- * after, so that it goes to the log which the string itself has chosen.
+ * Applies an environment variable, cut to the length of an option string. The line about it is
+ * written afterwards, so that it goes to the log that the string has chosen.
  */
 void apply_variable(const char* variable, Configure configure, qk::Status& status) {
   const char* value = ::secure_getenv(variable);

@@ -1,4 +1,4 @@
-// The present debug configuration as an option string.
+// The current debug configuration as an option string.
 #include <cstring>
 
 #include "config/debug_config.h"
@@ -10,10 +10,10 @@
 namespace qk::mem {
 namespace {
 
-/** Routines that lists count: all but the global record. */
+/** The number of routines that can be listed: all but the global record. */
 constexpr int kListed = kRoutines - 1;
 
-/** The end of a text in the caller's buffer, where the next piece goes. */
+/** Appends to a text in the caller's buffer. */
 class Appender {
  public:
   explicit Appender(char* text) : text_(text), end_(text + QK_MEM_SETTINGS_SIZE) { *text = '\0'; }
@@ -39,7 +39,7 @@ int count_set(const SwitchKeyword& keyword) {
   return count;
 }
 
-/** Appends the names of the routines that have a switch, or of those that don't. */
+/** Appends the names of the routines with the switch, or of those without it. */
 void append_names(Appender& text, const SwitchKeyword& keyword, bool wanted) {
   const char* separator = "";
   for (int i = 1; i < kRoutines; ++i) {
@@ -49,7 +49,7 @@ void append_names(Appender& text, const SwitchKeyword& keyword, bool wanted) {
   }
 }
 
-/** The shorter of two lists, or none where a switch is set for all. */
+/** Appends a keyword with the shorter of the two lists; no list if the switch is set for all. */
 void append_switch(Appender& text, const SwitchKeyword& keyword) {
   const int set = count_set(keyword);
   const int unset = kListed - set;

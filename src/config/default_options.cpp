@@ -28,7 +28,7 @@ const char* chosen_options(const char* options) {
   return qk_strlen(options) == 0 ? ::secure_getenv("QK_MEM_OPTIONS") : options;
 }
 
-/** Opens the trace file, once per process and only while debugging; false when it can't be had. */
+/** Opens the trace file, once per process and only while debugging. False if it can't be opened. */
 bool open_trace_file(const char* name) QK_REQUIRES(Qk_mem_mtx) {
   assert_registry_held();
   if (Qk_mem_db != nullptr || !debugging()) return true;

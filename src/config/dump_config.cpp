@@ -1,4 +1,4 @@
-// Which sections the report has.
+// Configuration of the report's sections.
 #include "config/refusal.h"
 #include "core/option_call.h"
 #include "core/switches.h"

@@ -7,10 +7,10 @@
 
 namespace qk::mem {
 
-/** The failure of a configuring call: fills the caller's status with what the reason needs. */
+/** A failed configuration call: fills in the caller's status. */
 class Refusal {
  public:
-  /** @param routine  the public call that fails, `location` where it does. */
+  /** @param routine  the public call that fails; `location` is where it does. */
   Refusal(qk::Status& status, int code, const char* routine, SourceLocation location);
 
   Refusal& subject(const char* name);
@@ -24,7 +24,7 @@ class Refusal {
   qk::Status& status_;
 };
 
-/** Refuses an option string for its length. */
+/** Refuses an option string that is too long. */
 int refuse_length(qk::Status& status, const char* routine, SourceLocation location,
                   const char* argument, int length);
 

@@ -14,7 +14,7 @@ struct Retired {
 };
 constinit Retired* retired QK_GUARDED_BY(Qk_mem_mtx) = nullptr;
 
-/** Close to the end of the handle array a creation may be replacing it. */
+/** Near the end of the handle array, a thread that creates a handle may be replacing it. */
 constexpr std::int32_t kGrowthMargin = 10;
 
 bool growth_is_near() {

@@ -22,7 +22,7 @@
  */
 namespace qk::mem {
 
-/** Slots that are added at a time. */
+/** The number of slots that are added at a time. */
 inline constexpr std::int32_t kHandleStep = 512;
 
 /** One reader's view of the handle array. */

@@ -5,20 +5,17 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "qkmem/qkmem.h"
 #include "support/options.h"
 #include "support/text.h"
 
-/**
- * Option strings as every configurable call takes them: a copy, a table, one go of the processor.
- */
+/** Reading of the option strings that calls take: copied, then parsed against a keyword table. */
 namespace qk::mem {
 
+/** Characters of the longest option string. */
 inline constexpr std::size_t kMaxOptions = 256;
 
-/** What an option string that can't be read is refused with. */
-inline constexpr std::int32_t kOptionsTooLong = 10037;
-
-/** A private copy of an option string: the processors write into what they read. */
+/** A private copy of an option string, because the parser writes into it. */
 class OptionText {
  public:
   explicit OptionText(const char* options) : length_(qk_strlen(options)) {
@@ -26,7 +23,7 @@ class OptionText {
   }
 
   [[nodiscard]] bool too_long() const { return length_ > kMaxOptions; }
-  /** Of the caller's string, not of the copy. */
+  /** The length of the caller's string, which the copy may cut. */
   [[nodiscard]] int length() const { return static_cast<int>(length_); }
   [[nodiscard]] char* text() { return text_; }
 
@@ -47,19 +44,19 @@ class OptionText {
 }
 
 /**
- * An option string processed against a table.
+ * One parsing of an option string against a keyword table.
  *
- * @tparam N  entries of the table, whose order an enum of the caller's names.
+ * @tparam N  entries of the table. The caller names their indices, by an enum for instance.
  */
 template <std::size_t N>
 class OptionCall {
  public:
   explicit OptionCall(const std::array<qk_option_keyword, N>& table) : table_(table) {}
 
-  /** Processes `text`; false leaves the reason in error(). The values point into `text`. */
+  /** Parses `text`. False leaves the reason in error(). The values point into `text`. */
   [[nodiscard]] bool process(OptionText& text) {
     if (text.too_long()) {
-      error_.code = kOptionsTooLong;
+      error_.code = QK_MEM_ERROR_LONG_OPTIONS;
       qk::copy_text(error_.text, sizeof error_.text, "options");
       return false;
     }
@@ -70,7 +67,7 @@ class OptionCall {
     return accept(qk_process_options(text, table_.data(), static_cast<int>(N), &error_));
   }
 
-  /** The same, as the trial before anything is changed. */
+  /** Parses `text` only to see whether it fits the table. */
   [[nodiscard]] bool check(OptionText& text) {
     constexpr int kValidateOnly = 2;
     return accept(
@@ -85,7 +82,7 @@ class OptionCall {
     return table_[static_cast<std::size_t>(index)].found != 0;
   }
 
-  /** Null when the keyword wasn't found or came without a value. */
+  /** Null if the keyword was not found or has no value. */
   template <class Index>
   [[nodiscard]] char* value(Index index) const {
     return table_[static_cast<std::size_t>(index)].value;

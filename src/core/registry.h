@@ -10,17 +10,17 @@
 #include "support/tls.h"
 
 /**
- * All state of the process: the live handles, the tags, the counters. Each variable is constant
- * initialised and is never destroyed, so that calls from other files' static constructors and
- * destructors find it in order.
+ * The state of the process: the live handles, the tags, the counters. Every variable is constant
+ * initialized and never destroyed, so that static constructors and destructors of other files can
+ * use the library.
  */
 extern qk::Mtx Qk_mem_mtx;
-extern qk_mem_handle** Qk_mem_handles;     // slot n-1 holds handle n
-extern std::int32_t Qk_mem_avail_handles;  // grows by 512, also when the array couldn't follow
+extern qk_mem_handle** Qk_mem_handles;     // slot n-1 is handle n
+extern std::int32_t Qk_mem_avail_handles;  // grows by 512, even if the array could not
 extern std::int32_t Qk_mem_num_handles;
-// The handle array's record, once handle 1 is gone.
+// The record of the handle array, once handle 1 is deleted.
 extern qk_mem_ptr Qk_mem_handles_ptr QK_GUARDED_BY(Qk_mem_mtx);
-extern std::uint32_t Qk_mem_seq;  // counts events; stamped into records
+extern std::uint32_t Qk_mem_seq;  // counts events; records keep their number
 extern qk_mem_tag Qk_mem_tags[32] QK_GUARDED_BY(Qk_mem_mtx);
 extern std::int32_t Qk_mem_num_tags QK_GUARDED_BY(Qk_mem_mtx);
 extern qk_mem_tag* Qk_mem_tags_hash[32] QK_GUARDED_BY(Qk_mem_mtx);
@@ -29,27 +29,24 @@ extern qk::TLS<int>& Qk_mem_error;
 extern std::int32_t Qk_mem_initialized;
 extern std::int64_t Qk_mem_init_heap;
 extern std::int64_t Qk_mem_base_heap;
-extern std::uint64_t Qk_mem_blocksize;  // bytes that a block's header takes
+extern std::uint64_t Qk_mem_blocksize;  // bytes of a block's header
 extern std::int32_t Qk_mem_ptr_display_size;
 
 namespace qk::mem {
 
 inline constexpr int kMaxTags = 32;
 
-/** For the head of whatever relies on the registry's lock. */
+/** Opens functions that rely on the registry's lock. */
 inline void assert_registry_held() QK_ASSERTS_HELD(Qk_mem_mtx) { Qk_mem_mtx.assert_held(); }
 
-/** For the head of whatever relies on the lock of a handle, which one without a mutex needs not. */
+/** Opens functions that rely on a handle's lock, which a handle without a mutex does not need. */
 inline void assert_held(const qk_mem_handle& handle) {
   if constexpr (qk::kAssertions) {
     if (handle.mtx != nullptr) handle.mtx->assert_held();
   }
 }
 
-/**
- * Guards the registry. Re-entrant. Wherever a handle's mutex is held as well, this one was taken
- * first.
- */
+/** Guards the registry. Re-entrant. A thread that also locks a handle takes this lock first. */
 class QK_SCOPED_CAPABILITY RegistryLock {
  public:
   RegistryLock() QK_ACQUIRE(Qk_mem_mtx) { Qk_mem_mtx.lock(); }
@@ -58,7 +55,9 @@ class QK_SCOPED_CAPABILITY RegistryLock {
   ~RegistryLock() QK_RELEASE() { Qk_mem_mtx.unlock(); }
 };
 
-/** Guards a handle's pointer arrays, counters and blocks; nothing where the handle has no mutex. */
+/**
+ * Guards a handle's pointer arrays, counters and blocks. Does nothing if the handle has no mutex.
+ */
 class HandleLock {
  public:
   explicit HandleLock(const qk_mem_handle& handle) : mtx_(handle.mtx) {
@@ -68,7 +67,7 @@ class HandleLock {
   HandleLock& operator=(const HandleLock&) = delete;
   ~HandleLock() { release(); }
 
-  /** Lets go before the end of the scope. */
+  /** Unlocks before the end of the scope. */
   void release() QK_UNCHECKED_LOCKING {
     if (mtx_ != nullptr) mtx_->unlock();
     mtx_ = nullptr;
@@ -78,7 +77,7 @@ class HandleLock {
   qk::Mtx* mtx_;
 };
 
-/** Both locks in the order in which they are taken wherever both are held. */
+/** Takes both locks, in the only order in which they may be taken. */
 class QK_SCOPED_CAPABILITY RegistryAndHandleLock {
  public:
   explicit RegistryAndHandleLock(const qk_mem_handle& handle) QK_ACQUIRE(Qk_mem_mtx)

@@ -10,7 +10,7 @@
 namespace qk::mem {
 namespace {
 
-/** Handles that were live when the registry was retired. */
+/** Handles that were still live when the registry was retired. */
 constinit qk_mem_handle* surviving_handles QK_GUARDED_BY(Qk_mem_mtx) = nullptr;
 
 constinit std::atomic<bool> memory_is_kept = false;
@@ -60,7 +60,7 @@ void restore_surviving_handles(qk_mem_handle** array, std::int32_t count) {
 void unlist_handle(qk_mem_handle& handle) {
   assert_registry_held();
   const HandleSlots handles = handle_slots();
-  // After the registry's end another handle can have the number.
+  // Once the registry is retired, another handle can have the same number.
   if (handles.numbered(handle.id) == &handle) {
     qk::publish(handles.slots[handle.id - 1], nullptr);
     return;

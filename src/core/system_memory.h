@@ -9,10 +9,11 @@
 #include <new>
 
 /**
- * The only way from the library to the system's allocator; a check holds that. It tells whose
- * memory is asked for: what is laid around or written into a user's memory never touches ours.
+ * The library's only access to the system's allocator, which a check enforces. It separates the
+ * user's memory from the library's own: what is laid around or written into the user's memory must
+ * never touch ours.
  *
- * Requests that no object can have are refused here, with ENOMEM: the C library does the same, but
+ * Sizes that no object can have are refused here, with ENOMEM: the C library refuses them too, but
  * a sanitizer's allocator ends the program.
  */
 namespace qk::mem {
@@ -34,7 +35,7 @@ namespace qk::mem {
   return __builtin_add_overflow(left, right, &bytes) ? SIZE_MAX : bytes;
 }
 
-/** What a program is given, or gives back, by its address. */
+/** Memory that the program receives, or returns, by its address. */
 namespace user_memory {
 
 [[nodiscard]] inline void* allocate(std::size_t size) {
@@ -45,7 +46,7 @@ namespace user_memory {
   return product(num, size) > PTRDIFF_MAX ? out_of_memory() : std::calloc(num, size);
 }
 
-/** A `size` of 0 frees the memory and answers null without an error. */
+/** A `size` of 0 frees the memory and returns null without an error. */
 [[nodiscard]] inline void* resize(void* memory, std::size_t size) {
   if (size > PTRDIFF_MAX) return out_of_memory();
   if (size == 0) errno = 0;
@@ -59,7 +60,7 @@ inline void release(void* memory) { std::free(memory); }
 
 }  // namespace user_memory
 
-/** What the library keeps for itself, and blocks, of which it hands out pieces. */
+/** Memory of the library itself, and the blocks whose pieces it hands out. */
 namespace own_memory {
 
 [[nodiscard]] inline void* allocate(std::size_t size) {
@@ -70,7 +71,7 @@ namespace own_memory {
   return product(num, size) > PTRDIFF_MAX ? out_of_memory() : std::calloc(num, size);
 }
 
-/** `size` is above 0. Null leaves the memory as it was. */
+/** `size` is above 0. On failure returns null and leaves the memory as it was. */
 [[nodiscard]] inline void* resize(void* memory, std::size_t size) {
   return size > PTRDIFF_MAX ? out_of_memory() : std::realloc(memory, size);
 }
@@ -78,7 +79,7 @@ namespace own_memory {
 /** Null does nothing. */
 inline void release(void* memory) { std::free(memory); }
 
-/** An object that destroy() ends; null when there is no memory. */
+/** An object for destroy(); null if there is no memory. */
 template <class Object>
 [[nodiscard]] Object* make() {
   return new (std::nothrow) Object;
@@ -90,7 +91,7 @@ void destroy(Object* object) {
   delete object;
 }
 
-/** For std::unique_ptr of memory that allocate() or allocate_zeroed() gave. */
+/** The deleter of a std::unique_ptr for memory of allocate() or allocate_zeroed(). */
 struct Release {
   void operator()(void* memory) const { release(memory); }
 };

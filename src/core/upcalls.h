@@ -4,24 +4,24 @@
 #include "core/switches.h"
 #include "support/shared_variable.h"
 
-/** The only calls that go from a lower layer to a higher one. */
+/** The only calls from a lower layer to a higher one. */
 namespace qk::mem {
 
-/** Set once start-up is over, also when it failed; Qk_mem_initialized is set when it begins. */
+/** Set when the start-up is over, even if it failed. Qk_mem_initialized is set when it begins. */
 extern std::int32_t start_up_is_over;
 
 [[nodiscard]] inline bool is_started() { return qk::acquire(start_up_is_over) != 0; }
 
 /**
- * Starts the library up at the first public call. A thread that comes while another one is starting
- * up waits for it; the thread that does so itself passes.
+ * Starts the library up at the first public call. Other threads wait until it is done. The thread
+ * that is starting it up passes, since the start-up makes public calls itself.
  */
 inline void ensure_started() {
   if (!is_started()) [[unlikely]]
     qk_mem_init();
 }
 
-/** Writes the report to the log when the routine's switches ask for it after each event. */
+/** Writes the report to the log if the switches ask for it after each event. */
 void dump_control_blocks(const qk_mem_debug& switches);
 
 }  // namespace qk::mem

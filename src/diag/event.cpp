@@ -10,7 +10,7 @@ namespace qk::mem {
 namespace lines {
 namespace {
 
-/** Whether two formats take the same arguments. The compiler checks none that stands in a table. */
+/** Whether two formats take the same arguments. The compiler does not check formats in a table. */
 consteval bool same_arguments(std::string_view format, std::string_view model) {
   auto next = [](std::string_view text, std::size_t& at) -> std::string_view {
     while (at < text.size() && text[at] != '%') ++at;

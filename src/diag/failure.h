@@ -3,7 +3,9 @@
 
 #include "diag/call_context.h"
 
-/** Requests that the system's allocator has just refused, while errno still tells why. */
+/**
+ * Failed requests of memory. To be called right after the request, while errno holds the reason.
+ */
 namespace qk::mem {
 
 /** Sets the calling thread's error code from errno. */
@@ -11,7 +13,7 @@ namespace qk::mem {
 
 /**
  * Does the same, and writes an error line if the switches of the call ask for errors: the text of
- * `format`, errno and what it means.
+ * `format`, the number in errno and its meaning.
  */
 [[gnu::cold, gnu::format(printf, 2, 3)]] void report_failure(const CallContext& context,
                                                              const char* format, ...);

@@ -12,7 +12,7 @@ constinit std::uint32_t Qk_mem_opts = 0;
 
 namespace {
 
-/** The older of the allocator's two statistics calls: its 32-bit figures are what is reported. */
+/** The older of the allocator's two statistics calls. Reports show its 32-bit figures. */
 struct mallinfo allocator_statistics() {
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
@@ -20,7 +20,7 @@ struct mallinfo allocator_statistics() {
 #pragma GCC diagnostic pop
 }
 
-/** The heap when its size was last told. */
+/** The heap size that was written last. */
 constinit std::int64_t last_heap QK_GUARDED_BY(Qk_mem_mtx) = 0;
 
 /** Makes the allocator set up its main arena before the first measurement. */

@@ -3,16 +3,17 @@
 
 #include <cstdint>
 
-/** 1 while heap sizes follow the log lines of events. */
+/** 1 if heap sizes are appended to the log lines of events. */
 extern std::uint32_t Qk_mem_opts;
 
 extern "C" {
 
 /**
- * Writes what follows an event's line: " (heap change)", the heap's size and its change since the
- * text before, or nothing while HEAPSIZE is off.
+ * Writes the heap's size and its change since the last call, as " (size change)", which is appended
+ * to the line of an event. Writes "" while HEAPSIZE is off.
  *
  * @param buf  at least 48 bytes.
+ *
  * @return buf
  */
 char* qk_mem_heapsize_string(char* buf);
@@ -21,7 +22,7 @@ char* qk_mem_heapsize_string(char* buf);
 
 namespace qk::mem {
 
-/** The text of qk_mem_heapsize_string() for the time of one statement. */
+/** Holds the text of qk_mem_heapsize_string() for one statement. */
 class HeapText {
  public:
   HeapText() { qk_mem_heapsize_string(text_); }

@@ -16,7 +16,8 @@ namespace qk::mem {
 namespace {
 
 /**
- * Keeps the log from being closed under a writer. The last lock in the order: nothing is called.
+ * Keeps the log open while a thread writes to it. It is the last lock in the order: nothing is
+ * called under it.
  */
 constinit qk::Mtx log_mutex;
 
@@ -25,7 +26,7 @@ bool ends_with_newline(const char* format) {
   return length > 0 && format[length - 1] == '\n';
 }
 
-/** Formats into `line`; the result is the number of bytes, which may include zero bytes. */
+/** Formats into `line`. Returns the number of bytes, which may include zero bytes. */
 int format_line(char (&line)[kLineSize], const char* format, va_list args) {
   const int length = qk_vsnprintf(line, kLineSize, format, args);
   if (length < static_cast<int>(kLineSize)) return length;

@@ -20,14 +20,14 @@ std::uint64_t amount_of(int hid) {
   return handle == nullptr ? 0 : qk::load(handle->amount);
 }
 
-/** What the rows so far come to. It goes on when the file doesn't. */
+/** Running totals of the rows. They continue while no file is written. */
 struct Totals {
   std::int64_t current = 0;
   std::int64_t heap = 0;
 };
 constinit Totals totals QK_GUARDED_BY(Qk_mem_mtx);
 
-/** Sets the columns that follow from the change, from the rows before and from the heap. */
+/** Fills in the columns that depend on the change, on earlier rows and on the heap. */
 void sum_up(TraceRow& row) QK_REQUIRES(Qk_mem_mtx) {
   assert_registry_held();
   totals.current += row.change;

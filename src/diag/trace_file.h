@@ -5,7 +5,7 @@
 
 #include "core/registry.h"
 
-/** The trace file, a table with one tab-separated record per event; null while it isn't written. */
+/** The trace file: one tab-separated row per event. Null while none is written. */
 extern FILE* Qk_mem_db;
 
 extern "C" {
@@ -28,10 +28,13 @@ int qk_mem_write_db(int handle, unsigned char type, const void* address, unsigne
 
 namespace qk::mem {
 
-/** Makes `stream` the trace file and writes the line of headings. Needs the registry's lock. */
+/**
+ * Starts to write the trace file to `stream`, beginning with the headings. Needs the registry's
+ * lock.
+ */
 void start_trace_file(FILE* stream) QK_REQUIRES(Qk_mem_mtx);
 
-/** Empties the trace file's buffer. Needs the registry's lock. */
+/** Flushes the trace file. Needs the registry's lock. */
 void flush_trace_file() QK_REQUIRES(Qk_mem_mtx);
 
 /** Closes the trace file, if there is one. */

@@ -37,7 +37,10 @@ class ClearingRules : public WalkRules {
     }
   }
 
-  /** A tracker's bytes are subtracted from both sums, though they were only in the overhead (kept oddity). */
+  /**
+   * Subtracts a tracker's bytes from both sums, though they were only part of the overhead (kept
+   * oddity).
+   */
   void charge(const qk_mem_ptr& record, unsigned char letter) override {
     const std::uint64_t less = 0 - bytes_of(record);
     if (record.kind == kind::kTracker) add_bytes(handle_, ChargedTo::kOverhead, less);

@@ -26,7 +26,7 @@ namespace {
 
 constexpr std::uint64_t kDefaultBlocksize = 2048;
 
-/** A replaced handle array, whose replacement is still to be recorded. */
+/** The handle array before and after it was replaced, until that is recorded. */
 struct ArrayChange {
   qk_mem_handle** before;
   qk_mem_handle** now;
@@ -71,7 +71,9 @@ qk_mem_handle** find_free_slot(const CallContext& context) QK_REQUIRES(Qk_mem_mt
   return nullptr;
 }
 
-/** Creates a handle with defaults in a free slot. After a failure the count of handles stays raised. */
+/**
+ * Creates a handle with defaults in a free slot. If that fails, the count of handles stays raised.
+ */
 qk_mem_handle* place_handle(qk_mem_handle** slot, const CallContext& context)
     QK_REQUIRES(Qk_mem_mtx) {
   assert_registry_held();

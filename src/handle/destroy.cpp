@@ -97,7 +97,7 @@ void release_blocks(qk_mem_handle& handle, const CallContext& context) {
   }
 }
 
-/** Takes an array from the handle, under the registry's lock because reports read arrays under it. */
+/** Detaches an array, under the registry's lock because reports read arrays under it. */
 qk_mem_ptr* detach_array(qk_mem_handle& handle, int index) {
   const RegistryAndHandleLock lock(handle);
   qk_mem_ptr_array& array = handle.ptrs[index];
@@ -123,8 +123,8 @@ void subtract_from_tag(qk_mem_handle& handle) {
 }
 
 /**
- * Only the deleting thread uses the handle by now. A fork takes the mutexes of all handles under the
- * registry's lock, so a mutex goes under that lock too.
+ * Only the deleting thread uses the handle by now, but a fork locks the mutexes of all handles
+ * under the registry's lock.
  */
 void release_mutex(qk_mem_handle& handle) {
   const RegistryLock lock;

@@ -39,7 +39,7 @@ void HandleOptions::apply_to(qk_mem_handle& handle) const {
   if (call_.has(kOverhead)) handle.type = 'O';
   if (call_.has(kAutofree)) handle.autofree = 'a';
   if (call_.has(kBlockmgmt)) handle.blockmgmt = 'B';
-  // A negative number becomes a size that no allocator can serve, and fails as one.
+  // A negative number becomes a size that no allocator serves, and fails as such.
   if (call_.has(kBlocksize)) {
     handle.blocksize = static_cast<std::uint64_t>(std::atoi(call_.value(kBlocksize)));
   }

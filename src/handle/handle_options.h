@@ -6,19 +6,19 @@
 
 namespace qk::mem {
 
-/** What the option string of a new handle asks for. */
+/** The options of a new handle. */
 class HandleOptions {
  public:
   HandleOptions();
 
-  /** Reads `options`; false leaves the reason in error(). Null and "" leave the defaults. */
+  /** Parses `options`. False leaves the reason in error(). Null and "" mean the defaults. */
   [[nodiscard]] bool read(const char* options);
   [[nodiscard]] const qk_option_error& error() const { return call_.error(); }
 
-  /** Applies everything but the mutex. */
+  /** Applies all options except MULTITHREADED. */
   void apply_to(qk_mem_handle& handle) const;
   [[nodiscard]] bool multithreaded() const;
-  /** Blocks to be made at once on a block-managed handle. */
+  /** The number of blocks that a new block-managed handle gets. */
   [[nodiscard]] int initial_blocks() const;
 
  private:

@@ -13,9 +13,8 @@ extern "C" int qk_mem_is_recorded(int hid, const void* ptr, const char* file, in
 }
 
 /**
- * A start-up that couldn't make the data handle leaves its number to the program's next one, of
- * whatever kind, and with nothing configured the system's allocator serves that number all the
- * same.
+ * If the start-up could not create the data handle, its number goes to the program's next handle,
+ * of any kind. With nothing configured, the system's allocator still serves that number.
  */
 extern "C" int qk_mem_frees_singly(int hid, const char* file, int line) {
   using namespace qk::mem;

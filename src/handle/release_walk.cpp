@@ -13,7 +13,8 @@ namespace qk::mem {
 namespace {
 
 /**
- * An object that an earlier record has destroyed isn't destroyed again, but its second tracker is.
+ * Destroys an object through its tracker. If an earlier record has destroyed the object already,
+ * only the second tracker is deleted.
  */
 void destroy(const qk_mem_ptr& record) {
   if (record.tracker == nullptr || has_tracker_of_earlier(record)) return;
@@ -30,8 +31,8 @@ void release_memory(const qk_mem_ptr& record) {
 }
 
 /**
- * Takes the record of a slot out, unless the slot is free or its record stays. The slot is locked
- * by itself, as what goes on between two slots is the allocator's and the user's code.
+ * Removes the record of a slot, unless the slot is free or the record is kept. The lock is held for
+ * this slot only: between two slots run the allocator and the user's destructors.
  */
 std::optional<qk_mem_ptr> take_visited(qk_mem_handle& handle, qk_mem_ptr_array& array,
                                        std::int32_t index, const WalkRules& rules) {

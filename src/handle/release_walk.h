@@ -6,13 +6,10 @@
 #include "core/records.h"
 #include "diag/call_context.h"
 
-/**
- * The walk that deletion and clear of a handle make over its records, releasing what they stand
- * for.
- */
+/** The walk of deletion and clear over a handle's records, which releases what is recorded. */
 namespace qk::mem {
 
-/** What a walk does with the records that it meets. */
+/** What a walk does with each record. */
 class WalkRules {
  public:
   WalkRules() = default;
@@ -20,19 +17,20 @@ class WalkRules {
   WalkRules& operator=(const WalkRules&) = delete;
   virtual ~WalkRules() = default;
 
-  /** Whether a record stays where it is. */
+  /** Whether a record is kept. */
   [[nodiscard]] virtual bool keeps(const qk_mem_ptr& record) const = 0;
 
-  /** The letter under which a record goes. */
+  /** The event letter of a record's release. */
   [[nodiscard]] virtual unsigned char letter_of(const qk_mem_ptr& record) = 0;
 
-  /** Which totals lose the bytes of a record that goes under a letter. */
+  /** Subtracts the bytes of a record that is released with a letter. */
   virtual void charge(const qk_mem_ptr& record, unsigned char letter) = 0;
 };
 
 /**
  * Removes and announces the records of a handle in the order of arrays and slots. Memory of the
- * system's allocator is freed, objects and arrays are destroyed through their trackers, each once.
+ * system's allocator is freed; objects and arrays are destroyed through their trackers. What has
+ * several records is released once.
  */
 void release_records(qk_mem_handle& handle, const CallContext& context, WalkRules& rules);
 

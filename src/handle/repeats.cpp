@@ -11,7 +11,7 @@
 namespace qk::mem {
 namespace {
 
-/** The marks stand in `baselined`, where any value but 0 means the same to a report. */
+/** The marks are bits of `baselined`. To a report every value but 0 means the same. */
 constexpr std::uint8_t kRepeat = 0x80;
 constexpr std::uint8_t kTrackerOfEarlier = 0x40;
 
@@ -30,7 +30,7 @@ void mark(qk_mem_ptr& slot, const qk_mem_ptr& earlier) {
   qk::store(slot.baselined, static_cast<std::uint8_t>(marks));
 }
 
-/** Marks the entries of one address, a few at most, against each other. */
+/** Marks the entries of one address. There are few of them. */
 void mark_group(qk_mem_ptr_array& array, const Entry* first, const Entry* end) {
   for (const Entry* later = first + 1; later < end; ++later) {
     for (const Entry* earlier = first; earlier != later; ++earlier) {
@@ -64,7 +64,7 @@ void mark_compared(qk_mem_ptr_array& array) {
   }
 }
 
-/** Up to here comparing costs less than asking for memory. */
+/** Up to this number of slots comparing them all is cheaper than allocating memory to sort them. */
 constexpr std::int32_t kFewSlots = 80;
 
 }  // namespace

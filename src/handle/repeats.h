@@ -6,9 +6,9 @@
 namespace qk::mem {
 
 /**
- * Marks those records of an array that have the address of an earlier one, so that a walk which
- * releases what is recorded there releases each piece of memory once. Records of one address always
- * stand in one array. Takes time proportional to n log n while there is memory for it, else to n².
+ * Marks the records of an array that have the address of an earlier one, so that a walk releases
+ * each piece of memory once. All records of an address are in the same array. Takes time
+ * proportional to n log n, or to n² if there is no memory for sorting.
  */
 void mark_repeats(qk_mem_handle& handle, qk_mem_ptr_array& array);
 

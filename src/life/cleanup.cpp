@@ -38,7 +38,7 @@ void delete_autofree_handle(const qk_mem_handle& handle) {
   qk_mem_idel_handle(handle.id, own::kAutofreeHandles.file, own::kAutofreeHandles.line);
 }
 
-/** The last autofree handle below a number, or null. Other threads may still delete theirs. */
+/** The last autofree handle below a number, or null. Other threads may still delete handles. */
 const qk_mem_handle* autofree_handle_below(std::int32_t hid) {
   const RegistryLock lock;
   const HandleSlots handles = handle_slots();
@@ -49,15 +49,15 @@ const qk_mem_handle* autofree_handle_below(std::int32_t hid) {
   return nullptr;
 }
 
-/** The newest first: the overhead handle, number 1, goes last. */
+/** Deletes the newest handle first, so that the overhead handle, number 1, is the last. */
 void delete_autofree_handles() {
   retire_overhead_number();
   std::int32_t hid = handle_slots().count + 1;
   while (const qk_mem_handle* handle = autofree_handle_below(hid)) {
     hid = handle->id;
     std::unique_lock lock(Qk_mem_mtx, std::defer_lock);
-    // Another thread may be recording a larger handle array on it. No other handle is deleted under
-    // the lock: the objects on it can be such that end by waiting for threads.
+    // Another thread may be recording a larger handle array on it. All other handles are deleted
+    // without the lock, because a destructor run there may wait for other threads.
     if (hid == QK_MEM_OVERHEAD_HANDLE) lock.lock();
     delete_autofree_handle(*handle);
   }
@@ -87,8 +87,8 @@ void clean_up() {
 }
 
 /**
- * Other threads go on until the process ends, and some may never come out of a lock again. Those
- * that ask for the registry wait for the end; the memory that they may be using stays.
+ * Other threads keep running until the process ends, and some may hold a lock for ever. Threads
+ * that need the registry wait for the end. Memory that they may be using is kept.
  */
 void clean_up_for_signal() QK_UNCHECKED_LOCKING {
   flush_log();

@@ -7,8 +7,8 @@ extern "C" {
  * The exit handler: deletes the autofree handles, reports what is left, releases the handle array
  * and closes log and trace file.
  *
- * @param sig  number of the signal that ends the process; 0 or less at normal termination. Signals
- *             that can have stopped the program anywhere leave at most one line.
+ * @param sig  the signal that ends the process; 0 or less at normal termination. After a signal
+ *             that may have stopped the program anywhere it writes at most one line.
  */
 void qk_mem_cleanup(int sig);
 

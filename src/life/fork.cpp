@@ -18,7 +18,7 @@ void unlock_handle(const qk_mem_handle& handle) QK_UNCHECKED_LOCKING {
   if (handle.mtx != nullptr) handle.mtx->unlock();
 }
 
-/** All locks, in their order: none is in the middle of a change when the process is copied. */
+/** Takes all locks, in their order, so that nothing is half changed when the process is copied. */
 void before_fork() QK_UNCHECKED_LOCKING {
   Qk_mem_mtx.lock();
   for_each_handle(lock_handle);
@@ -27,7 +27,9 @@ void before_fork() QK_UNCHECKED_LOCKING {
   flush_trace_file();
 }
 
-/** In the parent as in the child, whose only thread is a copy of the one that took the locks. */
+/**
+ * Runs in the parent and in the child, whose only thread is a copy of the one that took the locks.
+ */
 void after_fork() QK_UNCHECKED_LOCKING {
   Qk_mem_error.let_go();
   let_log_go();

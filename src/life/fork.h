@@ -4,9 +4,9 @@
 namespace qk::mem {
 
 /**
- * Makes forks safe while other threads use the library: a fork waits until all locks are free, and
- * what is buffered for the log and the trace file goes out before, so that the child doesn't write
- * it again. To be called once.
+ * Makes forks safe while other threads use the library. A fork waits until all locks are free, and
+ * flushes log and trace file, so that the child does not write the buffers again. To be called
+ * once.
  */
 void watch_forks();
 

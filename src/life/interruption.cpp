@@ -18,8 +18,8 @@ namespace qk::mem {
 namespace {
 
 /**
- * The registry's lock is taken to look at the handles. Where another thread has it the answer is
- * yes: it takes no more than another attempt.
+ * Whether the thread holds a lock of the library. Looking at the handles takes the registry's lock;
+ * if another thread has it, the answer is yes, which only costs another attempt.
  */
 bool holds_a_lock() {
   if (Qk_mem_mtx.held() || holds_log() || Qk_mem_error.held()) return true;
@@ -38,7 +38,7 @@ std::uintptr_t start_of(Function* function) {
   return reinterpret_cast<std::uintptr_t>(function);
 }
 
-/** Whether a function holds locks of the allocator while it runs. */
+/** Whether a function of the allocator, which may hold its locks, starts at an address. */
 bool is_allocator(std::uintptr_t start) {
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
@@ -65,7 +65,7 @@ _Unwind_Reason_Code look_at(_Unwind_Context* context, void* data) {
   return goes_on ? _URC_NO_REASON : _URC_NORMAL_STOP;
 }
 
-/** Walks up the stack, through the signal's frame, by the tables that exceptions go by. */
+/** Walks up the stack, through the signal's frame, with the tables that exceptions use. */
 bool is_in_allocator() {
   Search search;
   _Unwind_Backtrace(look_at, &search);

@@ -4,10 +4,10 @@
 namespace qk::mem {
 
 /**
- * Tells, inside a signal handler, whether the thread that the signal has interrupted holds a lock
- * of the library or is inside the system's allocator. The report at the end needs both.
+ * Whether the thread that a signal has interrupted holds a lock of the library or is inside the
+ * system's allocator. The report at the end needs both. For signal handlers.
  *
- * It can't always be known: where nothing speaks for it the answer is no.
+ * Best effort: returns false if it cannot tell.
  */
 [[nodiscard]] bool interrupts_something();
 

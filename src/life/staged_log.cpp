@@ -8,7 +8,7 @@
 namespace qk::mem {
 namespace {
 
-/** A file in memory that goes with its stream. */
+/** A file in memory that disappears with its stream. */
 FILE* open_memory_file() {
   const int descriptor = memfd_create("qkmem log", MFD_CLOEXEC);
   if (descriptor < 0) return nullptr;
@@ -38,7 +38,7 @@ void StagedLog::commit() {
   if (lines_ == nullptr) return;
   exchange_log(log_);
   copy_all(lines_, log_);
-  // Nobody closes a standard stream before the signal ends the process.
+  // A standard stream is not closed before the signal ends the process.
   std::fflush(log_);
   std::fclose(lines_);
   lines_ = nullptr;

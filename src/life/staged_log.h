@@ -8,25 +8,24 @@
 namespace qk::mem {
 
 /**
- * Collects what is logged and hands it to the log in one go.
+ * Collects log lines and hands them to the log all at once.
  *
- * A signal can stop a thread inside the allocator or under a lock, and a report made then may never
- * come to its end: the process is ended by force after a while. Whoever reads the log then finds
- * the whole report or none of it.
+ * A signal can stop a thread inside the allocator or under a lock, so that a report may never be
+ * finished: the process is then ended by force. The log gets the whole report or none of it.
  */
 class StagedLog {
  public:
-  /** Needs the registry's lock, without which a configuration could close the log. */
+  /** Needs the registry's lock: without it a configuration could close the log. */
   StagedLog() QK_REQUIRES(Qk_mem_mtx);
   StagedLog(const StagedLog&) = delete;
   StagedLog& operator=(const StagedLog&) = delete;
 
-  /** Hands the lines over and ends the collecting. Without it they are lost. */
+  /** Writes the lines to the log and stops collecting. Without it they are lost. */
   void commit();
 
  private:
   FILE* log_;
-  FILE* lines_ = nullptr;  // null where lines go to the log directly
+  FILE* lines_ = nullptr;  // null if lines go to the log directly
 };
 
 }  // namespace qk::mem

@@ -1,4 +1,4 @@
-// The start-up, at the first call.
+// Start-up, at the first call.
 #include "config/debug_config.h"
 #include "core/handle_array.h"
 #include "core/own_locations.h"
@@ -19,7 +19,7 @@ namespace {
 
 constexpr char kRoutine[] = "qk_mem_init";
 
-/** Bytes that a block's header takes: a multiple of 16, so that the data area is aligned. */
+/** The size of a block's header: a multiple of 16, so that the data area is aligned. */
 void settle_blocksize() {
   Qk_mem_blocksize = 32;
   if (Qk_mem_blocksize % 16 != 0) Qk_mem_blocksize += 16;
@@ -65,7 +65,7 @@ void open_data_handle() {
   }
 }
 
-/** Every failure ends the start-up and leaves its code. */
+/** Any failure ends the start-up and leaves its error code. */
 void start_up() {
   qk::Status status;
   QK_INIT_STATUS(&status);
@@ -88,7 +88,7 @@ extern "C" void qk_mem_init(void) {
   using namespace qk::mem;
   const RegistryLock lock;
   if (Qk_mem_initialized != 0) return;
-  // Set first: the calls below are public ones, which would start up again.
+  // Set first, because the start-up makes public calls, which would start up again.
   Qk_mem_initialized = 1;
   start_up();
   open_fast_slots();

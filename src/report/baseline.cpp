@@ -1,4 +1,4 @@
-// The snapshot that reports compare with.
+// Baselines, which reports compare with.
 #include "core/handle_array.h"
 #include "core/switches.h"
 #include "core/upcalls.h"
@@ -20,8 +20,8 @@ void log_start(const char* filter, bool logged) {
 }
 
 /**
- * Marks all live records, those of the pointer arrays themselves included. A record that comes into
- * a slot meanwhile may be marked or not: it was made while the baseline was taken.
+ * Marks all live records, including the arrays' own. A record that another thread makes meanwhile
+ * may be marked or not.
  */
 void mark_records(qk_mem_handle& handle) {
   assert_registry_held();

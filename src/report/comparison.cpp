@@ -1,13 +1,14 @@
-// Baseline, present state and growth side by side.
+// Baseline, current state and growth side by side.
 #include "core/kinds.h"
 #include "diag/log.h"
 #include "report/growth.h"
 #include "report/report.h"
+#include "report/sums.h"
 
 namespace qk::mem {
 namespace {
 
-/** What a row compares. */
+/** The two sums that a row compares. */
 struct Growth {
   Sum base;
   Sum now;
@@ -21,21 +22,18 @@ struct Totals {
 };
 
 Growth growth_of(const qk_mem_handle& handle) {
-  return {{handle.base_qty, handle.base_amount}, {qk::load(handle.qty), qk::load(handle.amount)}};
+  return {{handle.base_qty, handle.base_amount}, data_of(handle)};
 }
 
-Growth growth_of(const qk_mem_tag& tag) {
-  return {{tag.base_qty, tag.base_amount}, {qk::load(tag.qty), qk::load(tag.amount)}};
-}
+Growth growth_of(const qk_mem_tag& tag) { return {{tag.base_qty, tag.base_amount}, data_of(tag)}; }
 
-Growth management_of(const qk_mem_handle& handle) {
-  return {{handle.base_overhead_qty, handle.base_overhead_amount},
-          {qk::load(handle.overhead_qty), qk::load(handle.overhead_amount)}};
+Growth management_growth_of(const qk_mem_handle& handle) {
+  return {{handle.base_overhead_qty, handle.base_overhead_amount}, management_of(handle)};
 }
 
 void add(Growth& sum, const Growth& more) {
-  sum.base.add(more.base.qty, more.base.amount);
-  sum.now.add(more.now.qty, more.now.amount);
+  sum.base.add(more.base);
+  sum.now.add(more.now);
 }
 
 Totals sum_kept_handles(const Report& report) QK_REQUIRES(Qk_mem_mtx) {
@@ -45,12 +43,12 @@ Totals sum_kept_handles(const Report& report) QK_REQUIRES(Qk_mem_mtx) {
     const Growth growth = growth_of(handle);
     add(totals.all, growth);
     add(handle.type == 'O' ? totals.overhead : totals.data, growth);
-    add(totals.management, management_of(handle));
+    add(totals.management, management_growth_of(handle));
   });
   return totals;
 }
 
-/** The baseline's quantity is twice that of the handles; management doesn't come into it. */
+/** The baseline's quantity is twice that of the handles, without management (kept oddity). */
 Growth handles_plus_management(const Totals& totals) {
   Growth sum = totals.all;
   add(sum, totals.management);
@@ -75,8 +73,6 @@ void print_totals(const Report& report, const Totals& totals) {
 
 void print_heap(const Report& report, const Totals& totals) {
   FILE* stream = report.stream;
-  const auto tracked =
-      static_cast<std::int64_t>(totals.all.now.amount + totals.management.now.amount);
   const GrowthText growth(static_cast<unsigned long>(Qk_mem_base_heap),
                           static_cast<unsigned long>(report.heap));
   qk_mem_fprintf(stream, "  |Current heap               |     %10zd|     %10zd|%15.15s|\n",
@@ -86,7 +82,7 @@ void print_heap(const Report& report, const Totals& totals) {
                  Qk_mem_init_heap);
   qk_mem_fprintf(stream,
                  "  |Untracked memory usage     |               |     %10zd|               |\n",
-                 report.heap - Qk_mem_init_heap - tracked);
+                 untracked_heap(report.heap, totals.all.now, totals.management.now));
 }
 
 void print_tag(FILE* stream, const qk_mem_tag& tag) {

@@ -1,4 +1,4 @@
-// Rows of handles and pointers.
+// The sections with rows of handles and pointers.
 #include <cstdlib>
 
 #include "core/kinds.h"
@@ -6,14 +6,13 @@
 #include "diag/log.h"
 #include "report/growth.h"
 #include "report/report.h"
-#include "report/rules.h"
 #include "support/line.h"
 #include "table/slot.h"
 
 namespace qk::mem {
 namespace {
 
-/** Which rows a section has: handles, or one class of their records. */
+/** The rows of a section: handles, or one class of their records. */
 enum class Rows { kHandles, kManagement, kBlocks, kPointers };
 
 struct Section {
@@ -48,7 +47,7 @@ Rows class_of(unsigned char kind) {
   return kind == kind::kBlock ? Rows::kBlocks : Rows::kPointers;
 }
 
-/** A row's last column: a place in the source, cut. */
+/** A row's last column: a source location, cut to its width. */
 void put_location(qk::Line& row, const char* file, int line) {
   constexpr std::size_t kWidth = 24;
   row.put(' ');
@@ -82,7 +81,7 @@ void print_record(FILE* stream, const qk_mem_handle& handle, const qk_mem_ptr& r
   write_line(stream, row.finish());
 }
 
-/** Prints a handle's records of a class; the result is how many. */
+/** Prints a handle's records of one class and returns their number. */
 int print_records(const Report& report, const qk_mem_handle& handle, Rows rows) {
   int printed = 0;
   for_each_record(handle, [&](const qk_mem_ptr& record) {
@@ -108,7 +107,7 @@ int print_rows(const Report& report, const Section& section) QK_REQUIRES(Qk_mem_
   return printed;
 }
 
-/** A report of growth asks each section for what is new, whatever its own filter says there. */
+/** In a report of growth each section shows what is new, whatever the filter says about that. */
 Report focused(const Report& report, const Section& section) {
   Report focus = report;
   if (!report.has(QK_MEM_DUMP_GROWTH)) return focus;

@@ -1,10 +1,8 @@
-// The report, as a whole.
-#include "core/kinds.h"
+// The report as a whole.
 #include "core/switches.h"
 #include "core/upcalls.h"
 #include "diag/log.h"
 #include "report/report.h"
-#include "table/slot.h"
 
 namespace qk::mem {
 namespace {
@@ -22,24 +20,6 @@ void print_unavailable(const Report& report) {
   }
 }
 
-bool is_new_data(const qk_mem_ptr& record, const qk_mem_filters& filters) {
-  return !is_management(record.kind) && !qk_mem_filter_pointer(&record, &filters) &&
-         record.baselined == 0;
-}
-
-bool has_new_data(const qk_mem_handle& handle, const qk_mem_filters& filters) {
-  assert_registry_held();
-  for (const qk_mem_ptr_array& array : handle.ptrs) {
-    const std::int32_t slots = slots_of(array);
-    for (std::int32_t i = 0; i < slots; ++i) {
-      if (address_in(array.ptrs[i]) != nullptr && is_new_data(read_slot(array.ptrs[i]), filters)) {
-        return true;
-      }
-    }
-  }
-  return false;
-}
-
 void print_whole(const Report& report) QK_REQUIRES(Qk_mem_mtx) {
   assert_registry_held();
   if (report.has(QK_MEM_DUMP_COMPARISON)) {
@@ -55,17 +35,6 @@ void print_whole(const Report& report) QK_REQUIRES(Qk_mem_mtx) {
 }
 
 }  // namespace
-
-bool find_growth(const Report& report) {
-  assert_registry_held();
-  bool found = false;
-  for_each_kept_handle(report, [&](qk_mem_handle& handle) {
-    if (handle.baselined == 0) found = true;
-    handle.has_growth = has_new_data(handle, report.filters) ? 1 : 0;
-    if (handle.has_growth != 0) found = true;
-  });
-  return found;
-}
 
 }  // namespace qk::mem
 

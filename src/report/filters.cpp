@@ -36,7 +36,7 @@ int refuse(int code) {
   return code;
 }
 
-/** False for a name that is too long. */
+/** Returns false for a name that is too long. */
 bool select_tag(const char* value, qk_mem_filters& filters) {
   if (qk_stricmp(value, "NONE") == 0) {
     filters.untagged_only = 1;

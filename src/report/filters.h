@@ -6,27 +6,27 @@
 #include "core/records.h"
 
 /**
- * What a report is restricted to. All conditions hold together. The four selections are 0 for no
- * condition, 1 where the property must hold and -1 where it must not.
+ * The conditions of a filter, all of which must hold. The four selections are 0 for no condition, 1
+ * if the property must hold and -1 if it must not.
  */
 struct qk_mem_filters {
   std::int32_t handle_id;      // 0: any
   char tag_name[3];            // upper case; "": any
-  std::uint8_t untagged_only;  // only handles without a tag
+  std::uint8_t untagged_only;  // only what has no tag
   char handle_type;            // 'D', 'O', or 0 for both
   std::int8_t blockmgmt_sel;
   std::int8_t autofree_sel;
-  std::int8_t new_handle_sel;  // not covered by a baseline
-  std::int8_t new_ptrs_sel;    // of handles: having pointers that no baseline covered
+  std::int8_t new_handle_sel;  // has no baseline
+  std::int8_t new_ptrs_sel;    // handles: has pointers without a baseline
 };
 
 extern "C" {
 
 /**
- * Reads a filter string, see qk_mem_dump(). Null and "" select everything.
+ * Parses a filter string, see qk_mem_dump(). Null and "" select everything.
  *
- * @return 0; or 11102 for a string that can't be read and 11103 for a tag that is too long, also
- *         left as the thread's code.
+ * @return 0; or 11102 for a string that can't be parsed and 11103 for a tag that is too long, also
+ *         set as the thread's error code.
  */
 int qk_mem_init_filters(const char* filter, qk_mem_filters* filters);
 

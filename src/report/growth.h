@@ -6,9 +6,9 @@
 extern "C" {
 
 /**
- * Writes how much something grew, percentage and amount, as every report row shows it: 15
- * characters as long as the amount has nine digits. A decrease shows as the 64-bit complement of
- * its size.
+ * Writes how much a sum has grown, in per cent and in bytes, as report rows show it: 15 characters
+ * unless the amount has more than nine digits. A decrease shows as the 64-bit complement of its
+ * size.
  *
  * @param buf  64 bytes.
  * @return buf

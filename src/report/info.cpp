@@ -1,4 +1,4 @@
-// One figure at a time.
+// Queries for single figures.
 #include <cstdint>
 
 #include "core/handle_array.h"
@@ -7,16 +7,17 @@
 #include "core/upcalls.h"
 #include "diag/log.h"
 #include "report/filters.h"
-#include "report/report.h"
+#include "report/sums.h"
 
 namespace qk::mem {
 namespace {
 
-/** Calls `member` of every selected handle's record. */
+/** The handles that a question is about. */
 struct Selection {
   const qk_mem_filters& filters;
-  std::int64_t heap;  // sampled once
+  std::int64_t heap;  // read once
 
+  /** Sums `value(handle)` over the selected handles. */
   template <class Value>
   [[nodiscard]] std::uint64_t sum(Value value) const {
     assert_registry_held();
@@ -38,25 +39,27 @@ struct Selection {
 
 using Answer = std::int64_t (*)(const Selection&);
 
-/** Signed, towards zero; nothing to compare with is no growth. */
+/** Signed and rounded towards zero; 0 if there is nothing to compare with. */
 std::int64_t percent_since(std::int64_t base, std::int64_t heap) {
   return base == 0 ? 0 : (heap - base) * 100 / base;
 }
 
 std::int64_t untracked(const Selection& selection) {
   assert_registry_held();
-  std::uint64_t tracked = 0;
+  Sum data;
+  Sum management;
   for_each_handle([&](const qk_mem_handle& handle) {
-    tracked += qk::load(handle.amount) + qk::load(handle.overhead_amount);
+    data.add(data_of(handle));
+    management.add(management_of(handle));
   });
-  return selection.heap - Qk_mem_init_heap - static_cast<std::int64_t>(tracked);
+  return untracked_heap(selection.heap, data, management);
 }
 
 std::int64_t change_since_baseline(const Selection& selection) {
   return static_cast<std::int64_t>(selection.current_alloc() - selection.baseline_alloc());
 }
 
-/** Unsigned on purpose: what shrank gives a number that no threshold overlooks. */
+/** Unsigned on purpose: a decrease gives a huge number, which every threshold catches. */
 std::int64_t percent_since_baseline(const Selection& selection) {
   const std::uint64_t current = selection.current_alloc();
   const std::uint64_t base = selection.baseline_alloc();

@@ -8,32 +8,23 @@
 #include "core/registry.h"
 #include "report/filters.h"
 
-/**
- * One report being printed, and the parts that it can have. All of it under the registry's lock.
- */
+/** A report and the parts that it can have. All of it runs under the registry's lock. */
 namespace qk::mem {
+
+/** The rule above and below a list. */
+inline constexpr char kRule[] =
+    "   ----------------------------------------------------------------------------\n";
 
 struct Report {
   FILE* stream;
   qk_mem_filters filters;
   std::uint32_t sections;
-  std::int64_t heap;  // sampled once: every figure of a report is of the same moment
+  std::int64_t heap;  // read once, so that all figures of a report belong together
 
   [[nodiscard]] bool has(std::uint32_t section) const { return (sections & section) != 0; }
 };
 
-/** Number and bytes of records. Sums wrap as the counters do that they are made of. */
-struct Sum {
-  std::uint32_t qty = 0;
-  std::uint64_t amount = 0;
-
-  void add(std::uint32_t more_qty, std::uint64_t more_amount) {
-    qty += more_qty;
-    amount += more_amount;
-  }
-};
-
-/** Calls `visit` with every handle that the filters keep. */
+/** Calls `visit` with every handle that the filters do not exclude. */
 template <class Visit>
 void for_each_kept_handle(const Report& report, Visit visit) QK_REQUIRES(Qk_mem_mtx) {
   assert_registry_held();
@@ -43,22 +34,22 @@ void for_each_kept_handle(const Report& report, Visit visit) QK_REQUIRES(Qk_mem_
 }
 
 /**
- * Marks the handles that have pointers which no baseline covers.
+ * Marks the handles that have pointers without a baseline.
  *
- * @return whether there are such pointers, or handles that no baseline covers.
+ * @return whether there are such pointers, or handles without a baseline.
  */
 bool find_growth(const Report& report) QK_REQUIRES(Qk_mem_mtx);
 
-/** Prints the whole report to the log, which no configuration closes meanwhile. */
+/** Prints the whole report to the log, and keeps the log open meanwhile. */
 void dump_to_log();
 
-/** Prints baseline, present state and growth as a table. */
+/** Prints baseline, current state and growth as a table. */
 void print_comparison(const Report& report) QK_REQUIRES(Qk_mem_mtx);
 
 /** Prints totals per category and tag, of all handles. */
 void print_summary(const Report& report) QK_REQUIRES(Qk_mem_mtx);
 
-/** Prints the rows of handles and pointers that are asked for, with their headings. */
+/** Prints the selected rows of handles and pointers, with their headings. */
 void print_details(const Report& report) QK_REQUIRES(Qk_mem_mtx);
 
 }  // namespace qk::mem

@@ -1,8 +1,8 @@
-// Totals per category and tag.
+// The section of totals per category and tag.
 #include "core/handle_array.h"
 #include "diag/log.h"
 #include "report/report.h"
-#include "report/rules.h"
+#include "report/sums.h"
 
 namespace qk::mem {
 namespace {
@@ -18,19 +18,12 @@ Categories sum_all_handles() QK_REQUIRES(Qk_mem_mtx) {
   assert_registry_held();
   Categories sums;
   for_each_handle([&](const qk_mem_handle& handle) {
-    const std::uint32_t qty = qk::load(handle.qty);
-    const std::uint64_t amount = qk::load(handle.amount);
-    sums.total.add(qty, amount);
-    (handle.type == 'O' ? sums.overhead : sums.data).add(qty, amount);
-    sums.management.add(qk::load(handle.overhead_qty), qk::load(handle.overhead_amount));
+    const Sum data = data_of(handle);
+    sums.total.add(data);
+    (handle.type == 'O' ? sums.overhead : sums.data).add(data);
+    sums.management.add(management_of(handle));
   });
   return sums;
-}
-
-/** Heap that no record accounts for; negative where records hold memory from elsewhere. */
-std::int64_t untracked_heap(const Report& report, const Categories& sums) {
-  const auto tracked = static_cast<std::int64_t>(sums.total.amount + sums.management.amount);
-  return report.heap - Qk_mem_init_heap - tracked;
 }
 
 void print_tags(FILE* stream) QK_REQUIRES(Qk_mem_mtx) {
@@ -59,7 +52,8 @@ void print_summary(const Report& report) {
   qk_mem_fprintf(stream, "   Management: %8u %10zu\n", sums.management.qty, sums.management.amount);
   qk_mem_fprintf(stream, "   Initial:             %10zd\n", Qk_mem_init_heap);
   qk_mem_fprintf(stream, "   Heap:                %10zd\n", report.heap);
-  qk_mem_fprintf(stream, "   Untracked:           %10zd\n", untracked_heap(report, sums));
+  qk_mem_fprintf(stream, "   Untracked:           %10zd\n",
+                 untracked_heap(report.heap, sums.total, sums.management));
   print_tags(stream);
 }
 

@@ -21,7 +21,7 @@ std::uint64_t room_above(const qk_mem_block& block, std::uint64_t alignment) {
   return padding > free ? 0 : free - padding;
 }
 
-/** No larger piece fits the block, however it is aligned, and no larger aligned one. */
+/** The sizes of the largest pieces that fit a block at any alignment, at 8 and at 16. */
 qk_mem_room room_of(const qk_mem_block& block) {
   return {std::max(room_above(block, 1), block.low_mark),
           std::max(room_above(block, 8), block.low_mark),
@@ -35,8 +35,8 @@ void raise(qk_mem_room& room, const qk_mem_room& other) {
 }
 
 /**
- * The figure that bounds what fits at an alignment. The usual ones have their own, since a block
- * can have room that padding takes away for good.
+ * The room to compare a request with. The common alignments have figures of their own, because
+ * padding can make room useless for them.
  */
 std::uint64_t qk_mem_room::*bound_for(std::uint64_t alignment) {
   if (alignment % 16 == 0) return &qk_mem_room::by16;
@@ -67,8 +67,8 @@ bool take_downward(qk_mem_block& block, std::uint64_t size, std::uint64_t alignm
 }
 
 /**
- * What the walks to come lose when two neighbours are joined: nothing where the figure of the
- * longer one holds for both, else about one walk through both.
+ * What joining two neighboring runs costs future walks: nothing if the figure of the longer run
+ * covers both, otherwise about one walk through both.
  */
 std::uint64_t cost_of_joining(const Run& left, const Run& right) {
   const Run& longer = left.length >= right.length ? left : right;
@@ -85,7 +85,7 @@ void join(qk_mem_skips& skips, int run) {
   --skips.count;
 }
 
-/** Makes place for one more run. */
+/** Makes room for one more run. */
 void make_place(qk_mem_skips& skips) {
   if (skips.count < qk_mem_skips::kMaxRuns) return;
   auto cost = [&](int run) { return cost_of_joining(skips.runs[run], skips.runs[run + 1]); };
@@ -96,7 +96,7 @@ void make_place(qk_mem_skips& skips) {
   join(skips, best);
 }
 
-/** Blocks that are walked again without more ado. */
+/** Runs shorter than this are not worth splitting. */
 constexpr std::uint64_t kWorthSplitting = 8;
 
 /** One allocation's walk over a handle's blocks. */
@@ -161,7 +161,9 @@ class Walk {
     return false;
   }
 
-  /** What was walked in vain is a run of its own: the next walk for as much begins behind it. */
+  /**
+   * Makes the blocks that were walked in vain a run of their own, so that the next walk skips them.
+   */
   void split(int run, const Run& walked, qk_mem_block* rest) {
     if (walked.length < kWorthSplitting) return;
     Run* whole = skips_.runs + run;
@@ -200,7 +202,10 @@ class Walk {
   Piece piece_;
 };
 
-/** Blocks in front of the runs become a run: none of them had room for a request that failed. */
+/**
+ * Makes a run of the blocks in front of the first one, none of which had room for the request that
+ * failed.
+ */
 void absorb_front(qk_mem_skips& skips, qk_mem_block* front) {
   if (skips.count == 0 || front == skips.runs[0].first) return;
   Run run = {front, {}, 0};

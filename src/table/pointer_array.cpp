@@ -10,7 +10,7 @@
 namespace qk::mem {
 namespace {
 
-/** A slot from `index` on that holds an address, or null for a free one. */
+/** Finds the first slot from `index` on that holds an address, or is free if that is null. */
 std::int32_t walk(const qk_mem_ptr_array& array, std::int32_t index, const void* address) {
   const std::int32_t slots = slots_of(array);
 #pragma GCC unroll 4
@@ -20,7 +20,7 @@ std::int32_t walk(const qk_mem_ptr_array& array, std::int32_t index, const void*
   return kNoSlot;
 }
 
-/** The same by fingerprints. Different addresses can have the same one, so the record decides. */
+/** The same by fingerprints. Several addresses can share one, so the record decides. */
 std::int32_t walk_fingerprints(const qk_mem_ptr_array& array, std::int32_t index,
                                const void* address) {
   const std::uint16_t wanted = address == nullptr ? std::uint16_t{0} : fingerprint_of(address);
@@ -37,7 +37,7 @@ std::int32_t search(const qk_mem_ptr_array& array, std::int32_t index, const voi
   return is_large ? walk_fingerprints(array, index, address) : walk(array, index, address);
 }
 
-/** The slots are accounted for in 32 bits; an array that outgrows them can't be had. */
+/** The accounting counts the bytes of slots in 32 bits, so an array can't have more. */
 bool is_countable(std::int32_t capacity) {
   return static_cast<std::uint64_t>(capacity) * kSlotBytes <= UINT32_MAX;
 }
@@ -58,14 +58,16 @@ std::uint16_t fingerprint_in(const qk_mem_ptr& slot) {
   return address == nullptr ? std::uint16_t{0} : fingerprint_of(address);
 }
 
-/** Puts the fingerprints of what were `before` slots behind the `capacity` that there are now. */
+/**
+ * Moves the fingerprints behind the slots of a grown array, or computes them if there were none.
+ */
 void renew_fingerprints(qk_mem_ptr* slots, std::int32_t before, std::int32_t capacity) {
   std::uint16_t* fingerprints = fingerprints_behind(slots, capacity);
   if (fingerprints == nullptr) return;
   if (const std::uint16_t* old = fingerprints_behind(slots, before)) {
     std::memmove(fingerprints, old, static_cast<std::size_t>(before) * sizeof *old);
   } else {
-    fingerprints[0] = 0;  // the array's own record isn't looked for
+    fingerprints[0] = 0;  // the array's own record is never searched for
     for (std::int32_t i = 1; i < before; ++i) fingerprints[i] = fingerprint_in(slots[i]);
   }
   std::fill(fingerprints + before, fingerprints + capacity, std::uint16_t{0});

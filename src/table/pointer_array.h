@@ -8,23 +8,23 @@
 #include "table/slot.h"
 
 /**
- * The slots of one pointer array: which is free, which holds an address. Counters of the handle are
- * none of its business. All calls need the handle's lock, which those who make them assert: they
- * know the handle.
+ * The slots of one pointer array: which are free, and which one holds an address. The counters of
+ * the handle are changed elsewhere. All calls need the handle's lock; callers assert it, since the
+ * handle is not known here.
  *
- * A large array keeps 16 bits of each address a second time, in fingerprints behind its slots: they
- * are searched many times as fast as records are.
+ * A large array keeps 16 bits of each address a second time, as fingerprints behind its slots.
+ * Searching them is many times as fast as searching the records.
  *
  *     ptrs -> [ own record | slot 1 | … | slot capacity-1 ][ 0 | fingerprint 1 | … ]
- *              48 bytes each                                2 bytes each, 0 of a free slot
+ *              48 bytes each                                2 bytes each, 0 for a free slot
  */
 namespace qk::mem {
 
 inline constexpr std::int32_t kNoSlot = -1;
 
 /**
- * The array that an address belongs to. Laundered, as the compiler else derives its place in the
- * handle anew for every field.
+ * The array of an address. std::launder keeps the compiler from computing its position in the
+ * handle again for every field.
  */
 [[nodiscard]] inline qk_mem_ptr_array& array_of(qk_mem_handle& handle, const void* address) {
   return *std::launder(&handle.ptrs[(reinterpret_cast<std::uintptr_t>(address) >> 4) & 7]);
@@ -34,9 +34,7 @@ inline constexpr std::int32_t kNoSlot = -1;
   return array.used == array.capacity;
 }
 
-/**
- * Whether a slot holds an address; `index` can lie beyond the end, and then no address is there.
- */
+/** Whether a slot holds an address. False for an `index` beyond the end. */
 [[nodiscard]] inline bool holds(const qk_mem_ptr_array& array, std::int32_t index,
                                 const void* address) {
   return array.ptrs != nullptr && index < array.capacity &&
@@ -47,54 +45,54 @@ inline constexpr std::int32_t kNoSlot = -1;
   return holds(array, index, nullptr);
 }
 
-/** Slots from which on an array is large: searching fingerprints pays for keeping them. */
+/** From this number of slots on an array is large and keeps fingerprints. */
 inline constexpr std::int32_t kLargeArray = 512;
 
-/** The fingerprints behind so many slots; null where these are no large array. */
+/** The fingerprints behind the slots of an array with this capacity; null if it is not large. */
 [[nodiscard]] inline std::uint16_t* fingerprints_behind(qk_mem_ptr* slots, std::int32_t capacity) {
   if (capacity < kLargeArray) [[likely]]
     return nullptr;
   return reinterpret_cast<std::uint16_t*>(slots + capacity);
 }
 
-/** The same of an array that has slots. */
+/** The fingerprints of an array that has slots; null if it is not large. */
 [[nodiscard]] inline std::uint16_t* fingerprints_of(const qk_mem_ptr_array& array) {
   return fingerprints_behind(array.ptrs, array.capacity);
 }
 
-/** Never 0, which means a free slot. */
+/** The fingerprint of an address. Never 0, which marks a free slot. */
 [[nodiscard]] inline std::uint16_t fingerprint_of(const void* address) {
   const auto bits = static_cast<std::uint16_t>(reinterpret_cast<std::uintptr_t>(address) >> 7);
   return bits == 0 ? std::uint16_t{1} : bits;
 }
 
 /**
- * Gives an array `capacity` slots, more than it has. The new ones are free; slot 0 of a first array
- * is the caller's to fill.
+ * Enlarges an array to `capacity` slots. The new ones are free. The caller fills slot 0 of an array
+ * that had none.
  *
- * @return false, with errno, when there is no memory: the array then keeps the larger capacity and
- *         no slots, for good, and what it held is lost.
+ * @return false, with errno, if there is no memory. The array then has the larger capacity but no
+ *         slots, for good, and has lost its records.
  */
 [[nodiscard]] bool enlarge(qk_mem_ptr_array& array, std::int32_t capacity);
 
-/** Walks for the first free slot from 1 upward; kNoSlot when there is none. */
+/** Searches for the first free slot from 1 on; kNoSlot if there is none. */
 [[nodiscard]] std::int32_t search_free_slot(qk_mem_ptr_array& array);
 
-/** Walks for the first slot from 1 upward that holds an address. */
+/** Searches for the first slot from 1 on that holds an address; kNoSlot if there is none. */
 [[nodiscard]] std::int32_t search_slot(const qk_mem_ptr_array& array, const void* address);
 
-/** The first free slot as far as the array knows, if it is free. */
+/** The slot that is probably the first free one. The caller checks it. */
 [[nodiscard]] inline std::int32_t likely_free_slot(const qk_mem_ptr_array& array) {
   return array.spare != 0 ? array.spare : array.free_from;
 }
 
-/** The first free slot from 1 upward; kNoSlot when there is none. */
+/** The first free slot from 1 on; kNoSlot if there is none. */
 [[nodiscard]] inline std::int32_t first_free_slot(qk_mem_ptr_array& array) {
   const std::int32_t index = likely_free_slot(array);
   return is_free(array, index) ? index : search_free_slot(array);
 }
 
-/** The slot that was used last if it holds an address, else the first that does. */
+/** The slot used last if it holds the address, otherwise the first one that does; or kNoSlot. */
 [[nodiscard]] inline std::int32_t find_slot(qk_mem_ptr_array& array, const void* address) {
   if (address == nullptr) return kNoSlot;
   if (holds(array, array.last, address)) [[likely]]
@@ -104,7 +102,7 @@ inline constexpr std::int32_t kLargeArray = 512;
   return index;
 }
 
-/** Notes that a free slot is about to hold the record of an address. */
+/** Marks a free slot as occupied by the record of an address. */
 inline void note_occupied(qk_mem_ptr_array& array, std::int32_t index, const void* address) {
   if (std::uint16_t* fingerprints = fingerprints_of(array)) {
     fingerprints[index] = fingerprint_of(address);
@@ -118,7 +116,9 @@ inline void note_occupied(qk_mem_ptr_array& array, std::int32_t index, const voi
   }
 }
 
-/** Notes that a slot is free; of two below `free_from` the higher one becomes the limit. */
+/**
+ * Marks a slot as free. If two are free below `free_from`, the higher one becomes the new limit.
+ */
 inline void note_vacated(qk_mem_ptr_array& array, std::int32_t index) {
   if (std::uint16_t* fingerprints = fingerprints_of(array)) fingerprints[index] = 0;
   qk::bump(array.used, -1);

@@ -106,7 +106,9 @@ void add_bytes(qk_mem_handle& handle, ChargedTo sum, std::uint64_t bytes);
 
 extern "C" {
 
-/** Removes the own record of array `index`, before its memory is released. Needs the handle's lock. */
+/**
+ * Removes the own record of array `index`, before its memory is released. Needs the handle's lock.
+ */
 void qk_mem_free_ptrs(qk_mem_handle* handle, int index);
 
 }  // extern "C"

@@ -97,7 +97,9 @@ inline void count_record(qk_mem_handle& handle, unsigned char kind, int by, bool
 /** The kind in a cleared slot. The library counts every record off as one of this kind. */
 inline constexpr unsigned char kClearedKind = 0;
 
-/** Subtracts a record's bytes from `sum` and removes it. The array's own record stays in its slot. */
+/**
+ * Subtracts a record's bytes from `sum` and removes it. The array's own record stays in its slot.
+ */
 [[gnu::always_inline]] inline void remove_record(qk_mem_handle& handle, qk_mem_ptr_array& array,
                                                  std::int32_t index, ChargedTo sum,
                                                  bool single_threaded) {

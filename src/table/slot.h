@@ -6,9 +6,9 @@
 #include "support/shared_variable.h"
 
 /**
- * Access to slots of pointer arrays. A slot is written under its handle's lock, but reports read it
- * without: they may see a record half made or half gone, never one that leads to released memory,
- * since the files' names live for ever and reports don't follow trackers.
+ * Access to the slots of pointer arrays. Slots are written under the handle's lock, but reports
+ * read them without it. They may see a half-written record, but never one that leads to freed
+ * memory: file names live as long as the program, and reports don't follow trackers.
  */
 namespace qk::mem {
 
@@ -28,7 +28,7 @@ namespace qk::mem {
   return record;
 }
 
-/** All of a record but its address. */
+/** Writes everything but the address. */
 inline void write_contents(qk_mem_ptr& slot, const qk_mem_ptr& record) {
   qk::store(slot.tracker, record.tracker);
   qk::store(slot.file, record.file);
@@ -50,14 +50,14 @@ inline void clear_slot(qk_mem_ptr& slot) {
   write_contents(slot, qk_mem_ptr{});
 }
 
-/** Slots of an array that can be walked: none after a growth that failed. */
+/** The number of slots that can be walked: 0 after a growth that failed. */
 [[nodiscard]] inline std::int32_t slots_of(const qk_mem_ptr_array& array) {
   return qk::acquire(array.ptrs) == nullptr ? 0 : qk::load(array.capacity);
 }
 
 /**
- * Calls `visit` with a copy of every live record of a handle, the arrays' own ones included, in the
- * order of arrays and slots. Needs the registry's lock, under which alone arrays are replaced.
+ * Calls `visit` with a copy of every live record of a handle, the arrays' own included, in the
+ * order of arrays and slots. Needs the registry's lock: only under it are arrays replaced.
  */
 template <class Visit>
 void for_each_record(const qk_mem_handle& handle, Visit visit) {

@@ -27,7 +27,9 @@ inline constexpr std::size_t kTagLength = 2;
  */
 void join_tag(qk_mem_handle& handle) QK_REQUIRES(Qk_mem_mtx);
 
-/** Undoes join_tag(), if it was called, before the handle's mutex goes. Needs the registry's lock. */
+/**
+ * Undoes join_tag(), if it was called, before the handle's mutex goes. Needs the registry's lock.
+ */
 void leave_tag(qk_mem_handle& handle) QK_REQUIRES(Qk_mem_mtx);
 
 /** Whether a tag has a name of one or two characters; a terminator counts as the second one. */
