@@ -3,9 +3,9 @@
 
 usage: check_design.py ROOT
 
-docs/DESIGN.md names tests that hold something. src/qkmem.cpp names, in the line of each place that
-the library shows as its own, the function that acts there and the file where it is defined, which
-uses the place.
+The pages of docs/ name tests, docs/oddities.md at least one for each row of its tables.
+src/qkmem.cpp names, in the line of each place that the library shows as its own, the function that
+acts there and the file where it is defined, which uses the place.
 """
 
 import pathlib
@@ -24,12 +24,20 @@ def missing_tests(root):
         for source in root.glob("tests/**/*_test.cpp")
         for suite, name in TEST.findall(source.read_text())
     }
-    named = NAMED.findall((root / "docs/DESIGN.md").read_text())
-    if not named:
-        yield "docs/DESIGN.md names no test"
-    for name in named:
-        if name not in tests:
-            yield f"docs/DESIGN.md names a test that doesn't exist: {name}"
+    for page in sorted((root / "docs").glob("*.md")):
+        for name in NAMED.findall(page.read_text()):
+            if name not in tests:
+                yield f"docs/{page.name} names a test that doesn't exist: {name}"
+
+
+def oddities_without_test(root):
+    rows = [row for row in (root / "docs/oddities.md").read_text().splitlines()
+            if row.startswith("| ") and row != "| what | held by |"]
+    if not rows:
+        yield "docs/oddities.md has no rows"
+    for row in rows:
+        if not NAMED.search(row):
+            yield f"docs/oddities.md names no test for: {row}"
 
 
 def body_of(text, function):
@@ -53,7 +61,7 @@ def wrong_places(root):
 
 def main():
     root = pathlib.Path(sys.argv[1])
-    wrong = [*missing_tests(root), *wrong_places(root)]
+    wrong = [*missing_tests(root), *oddities_without_test(root), *wrong_places(root)]
     print("\n".join(wrong) if wrong else "all that is named exists")
     return 1 if wrong else 0
 
