@@ -6,6 +6,7 @@
 #include <string>
 
 #include "core/switches.h"
+#include "tests/kit/array_check.h"
 #include "tests/kit/scene.h"
 
 namespace {
@@ -22,6 +23,18 @@ class RandomChoices : public kit::Choices {
   std::mt19937 random_;
 };
 
+/** Compares all sums after each call, and looks at all arrays from time to time. */
+void make_calls(unsigned seed, int steps) {
+  RandomChoices choices(seed);
+  kit::Accounts accounts(choices);
+  for (int i = 0; i < steps; ++i) {
+    ASSERT_TRUE(accounts.step()) << accounts.complaint();
+    if (i % 100 != 0) continue;
+    ASSERT_EQ(kit::check_all_arrays(), "");
+  }
+  EXPECT_TRUE(accounts.finish()) << accounts.complaint();
+}
+
 class RandomCalls : public ::testing::TestWithParam<unsigned> {};
 
 INSTANTIATE_TEST_SUITE_P(Seed, RandomCalls, ::testing::Values(1, 2, 3, 4, 5));
@@ -30,38 +43,23 @@ INSTANTIATE_TEST_SUITE_P(Seed, RandomCalls, ::testing::Values(1, 2, 3, 4, 5));
 TEST_P(RandomCalls, ComeToTheSumsThatPlainBooksComeTo) {
   constexpr int kSteps = 60000;
   const Scene scene(Environment{"EXCEPTIONS LOG=/dev/null", "", ""});
-  RandomChoices choices(GetParam());
-  kit::Accounts accounts(choices);
-  for (int i = 0; i < kSteps; ++i) {
-    ASSERT_TRUE(accounts.step()) << accounts.complaint();
-  }
-  EXPECT_TRUE(accounts.finish()) << accounts.complaint();
+  make_calls(GetParam(), kSteps);
 }
 
 TEST(RandomCallsThatNobodyIsToldOf, ComeToTheSumsThatPlainBooksComeTo) {
   constexpr int kSteps = 60000;
   const Scene scene("SUMMARY");
   qk_mem_init();
-  // All but the handles are configured: calls take the quick road.
+  // All but the handles are configured: calls take the fast path.
   for (int routine = 1; routine < 20; ++routine) Qk_mem_debug[routine].on = 0;
-  RandomChoices choices(7);
-  kit::Accounts accounts(choices);
-  for (int i = 0; i < kSteps; ++i) {
-    ASSERT_TRUE(accounts.step()) << accounts.complaint();
-  }
-  EXPECT_TRUE(accounts.finish()) << accounts.complaint();
+  make_calls(7, kSteps);
 }
 
 TEST(RandomCallsThatAreAllTraced, ComeToTheSumsThatPlainBooksComeTo) {
   constexpr int kSteps = 20000;
   const Scene scene(Environment{"EXCEPTIONS CTRLBLKS=qk_mem_inew_handle LOG=/dev/null",
                                 "HEAPSIZE DB=/dev/null", "OPTIONS=SUMMARY,HANDLES,MGMT,POINTERS"});
-  RandomChoices choices(6);
-  kit::Accounts accounts(choices);
-  for (int i = 0; i < kSteps; ++i) {
-    ASSERT_TRUE(accounts.step()) << accounts.complaint();
-  }
-  EXPECT_TRUE(accounts.finish()) << accounts.complaint();
+  make_calls(6, kSteps);
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include "core/registry.h"
 #include "core/switches.h"
 #include "table/pointer_table.h"
+#include "tests/kit/array_check.h"
 #include "tests/kit/bare_handle.h"
 #include "tests/kit/failing_allocator.h"
 #include "tests/kit/placement.h"
@@ -39,6 +40,7 @@ class LargeArray : public testing::Test {
   }
 
   ~LargeArray() override {
+    EXPECT_EQ(kit::check_array(handle->ptrs[kArray]), "");
     // The addresses are nobody's memory.
     for (int i = 0; i < recorded; ++i) forget(nth(i));
     qk_mem_idel_handle(hid, "src/app.c", 4);

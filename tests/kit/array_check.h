@@ -1,0 +1,24 @@
+#ifndef TESTS_KIT_ARRAY_CHECK_H_
+#define TESTS_KIT_ARRAY_CHECK_H_
+
+#include <string>
+
+#include "core/records.h"
+
+namespace kit {
+
+/**
+ * Checks what holds of every pointer array between two calls: slot 0 is its own record, `used` is
+ * the number of occupied slots, no slot below `free_from` is free except `spare`, and a large array
+ * has the fingerprint of every address.
+ *
+ * @return the first thing that is wrong; "" if nothing is.
+ */
+[[nodiscard]] std::string check_array(const qk_mem_ptr_array& array);
+
+/** The same for all arrays of all handles. */
+[[nodiscard]] std::string check_all_arrays();
+
+}  // namespace kit
+
+#endif  // TESTS_KIT_ARRAY_CHECK_H_
