@@ -1,33 +1,75 @@
 /**
- * qkmem accounts memory and finds its misuse inside a running 64-bit Linux program.
+ * qkmem accounts for memory and finds its misuse inside a running 64-bit Linux program.
  *
- * Memory is allocated on handles, numbered accounting pools, and every call names the place in the
- * source that makes it. For each live pointer of a handle the library keeps a record; it keeps
- * totals per handle and per tag; it warns of frees of unknown pointers and the like; it writes a
- * log, a trace file and reports. Environment variables switch that on in a program that is already
- * built:
+ * Memory is allocated on handles, which are numbered pools, and each call passes its location in
+ * the source. The library keeps a record of each live pointer of a handle, and totals per handle
+ * and per tag. It warns of misuse, such as the free of an unknown pointer. It writes a log, a trace
+ * file and reports. Environment variables switch these on in a program that is already built:
  *
- *   QK_MEM_DEBUG    which routines are watched and where the log goes, see qk_mem_debug_config()
- *   QK_MEM_OPTIONS  heap sizes in the log, the trace file, see qk_mem_options()
+ *   QK_MEM_DEBUG    which routines are watched and where the log is, see qk_mem_debug_config()
+ *   QK_MEM_OPTIONS  heap sizes in the log, and the trace file, see qk_mem_options()
  *   QK_MEM_DUMP     the sections of the report, see qk_mem_dump_config()
  *
- * They are read once, at the first call, and ignored in a process that runs with raised privileges.
+ * Conventions. They hold for every function unless its comment says otherwise.
  *
- * Conventions, valid for every function unless its own text says otherwise:
+ * (1) Language. C11, C++17 and later. What needs a C++ type is declared in C++ only, so C programs
+ *     configure the library through the environment.
  *
- *  - The header is C11 and C++17. What needs a C++ type is declared in C++ only.
- *  - Functions whose name has an `i` behind the prefix take the caller's place as `file` and
- *    `line`. The macros at the end of this header pass `__FILE__` and `__LINE__`. `file` is kept by
- *    reference and must live as long as the program, as string literals do; null is shown as
- *    "(null)". Lines print `file` without its folders. A record keeps the low 16 bits of `line`.
- *  - Sizes are bytes. Handle numbers are 1 upward.
- *  - Nothing throws. Every failure leaves a code in the calling thread, read with qk_mem_error().
- *    A failure of the system's allocator leaves 5000 plus its errno, 5012 when memory ran out.
- *  - Any thread may call anything. Several threads may use ONE handle at the same time only if it
- *    was created MULTITHREADED; a handle must not be in use elsewhere while it is deleted.
- *  - The first call of any function but qk_mem_error(), qk_mem_tag_size(), qk_mem_debug_config(),
- *    qk_mem_debug_settings(), qk_mem_dump_config() and qk_heapsize() starts the library up.
- *  - Warnings, errors and trace lines go to the log as the switches of the routine say.
+ * (2) Location. `file` and `line` are the caller's location in the source. The macros at the end of
+ *     this header pass `__FILE__` and `__LINE__`. The library keeps the pointer `file` and doesn't
+ *     copy the string, which must live as long as the program, as string literals do. Null is shown
+ *     as "(null)". Log and reports show `file` without its directories. A record keeps the low 16
+ *     bits of `line`: a report shows line 70000 as 4464.
+ *
+ * (3) Handles. `hid` is the number of a handle: 1 or greater. A number without a handle fails with
+ *     code 5566, and nothing is allocated or freed. Handles created without BLOCKMGMT are called
+ *     ordinary. They allocate with malloc().
+ *
+ * (4) Sizes are in bytes.
+ *
+ * (5) Errors. Nothing throws. A function that fails stores a code for the calling thread, which
+ *     qk_mem_error() returns. The code is a QK_MEM_ERROR_ constant, or 5000 plus an errno value:
+ *     5012 when memory runs out, 5014 for a null address, 5022 for an invalid number. A function
+ *     with a `status` stores the code there instead. Success doesn't reset the thread's code.
+ *
+ * (6) Option strings. Keywords are separated by blanks, tabs or commas, and match in either case.
+ *     If one is repeated, the last one counts. The value in KEYWORD=value ends at the next blank or
+ *     tab, NOT at a comma: in "BLOCKSIZE=4096,BLOCKFREE" the value is "4096,BLOCKFREE". A value
+ *     that contains blanks is put between ' or ". Numbers are read as atoi() reads them, so "4k" is
+ *     4 and "abc" is 0. A string has at most 256 characters. It is copied and never modified.
+ *
+ * (7) Threads. Any thread can call any function. Several threads can use one handle at the same
+ *     time only if it was created MULTITHREADED. Without that its records are damaged, and correct
+ *     frees produce the warnings of a double free ("ptr not found"). A handle must not be in use
+ *     while another thread deletes it.
+ *
+ * (8) Start-up. The first call starts the library up: it reads the environment, creates the two
+ *     standing handles, and registers the handlers for exit, signals and forks. A call from another
+ *     thread waits meanwhile. These functions don't start it up: qk_mem_error(), qk_mem_tag_size(),
+ *     qk_heapsize(), qk_mem_debug_config(), qk_mem_debug_settings(), qk_mem_dump_config() and the
+ *     functions under "Bookkeeping". A start-up that fails is not repeated.
+ *     The environment is ignored in a process with raised privileges (secure_getenv()).
+ *     QK_MEM_DEBUG and QK_MEM_DUMP are cut to 256 characters. A mistake in them doesn't fail the
+ *     start-up. It is logged if QK_MEM_DEBUG has opened a log. An unknown keyword in QK_MEM_DEBUG
+ *     leaves everything off and opens no log, so nothing shows it.
+ *     A mistake in QK_MEM_OPTIONS, or more than 256 characters, ends the start-up, and no line
+ *     shows it. There are then no standing handles (the program's first two handles get their
+ *     numbers), no report at the end, no AUTOFREE, and no handlers for signals and forks. The signs
+ *     are qk_mem_error(), 10037 or 10041 to 10044 after the first call, and a first handle with
+ *     number 1 instead of 3.
+ *
+ * (9) Log. Warnings, errors and trace lines are written to the log if the switches of the routine
+ *     ask for them; "warns" below means that. A longer line is cut to 1023 characters. A log file
+ *     is buffered unless FLUSH is set: a program that crashes or is killed loses the last lines.
+ *     LOG=STDERR loses none. A log file is overwritten when it is opened. Two processes with
+ *     the same log name, such as a program and one that it starts and that inherits QK_MEM_DEBUG,
+ *     overwrite each other's lines: use APPEND.
+ *
+ * (10) End. After main() or exit(), and on HUP, INT, QUIT and TERM if they had their default action
+ *     at start-up, the library deletes the AUTOFREE handles, writes the report if SUMMARY or
+ *     CTRLBLKS is set, and closes log and trace file. A fault, such as SEGV or ABRT, writes one
+ *     line at most. _exit() and KILL write nothing. Calls after that, from static destructors for
+ *     instance, fail with 5566 for handles that existed before.
  */
 #ifndef QKMEM_QKMEM_H_
 #define QKMEM_QKMEM_H_
@@ -45,7 +87,7 @@
 
 #pragma GCC visibility push(default)
 
-/* Records of the library, which callers see through its functions only. */
+/* Opaque records of the library. */
 struct qk_mem_handle;
 struct qk_mem_debug;
 
@@ -57,65 +99,68 @@ class MemTracker;
 extern "C" {
 #endif
 
-/** The two handles that stand from start-up on. */
+/** The two standing handles, which start-up creates. */
 enum {
-  /** Holds the library's own bookkeeping; reports show it apart. */
+  /** Accounts for the array of handles. Programs neither allocate on it nor delete it. */
   QK_MEM_OVERHEAD_HANDLE = 1,
   /**
-   * The handle for memory that needs no pool of its own; it can't be deleted. With no debugging
-   * configured, calls on it are calls of the system's allocator and nothing else.
+   * The data handle, for memory that needs no pool of its own. It can't be deleted. With nothing
+   * configured, allocations and frees on it are passed to the system's allocator and not recorded.
+   * It records pointers only if a switch of qk_mem_debug_config() was on at start-up and still is.
    */
   QK_MEM_DATA_HANDLE = 2
 };
 
-/** Codes that qk_mem_error() and status objects hold, beside 5000 plus errno. */
+/**
+ * Error codes, see (5). Option strings fail with four more, which have no constant: 10041 unknown
+ * keyword, 10042 a value that is not allowed, 10043 a value that is missing, 10044 an open quote.
+ */
 enum {
-  QK_MEM_ERROR_HANDLE = 5566,           /**< no such handle, or one that can't be used so */
+  QK_MEM_ERROR_HANDLE = 5566,           /**< no such handle, or the wrong type of handle */
   QK_MEM_ERROR_NULL_OPTIONS = 10036,    /**< the option string is null */
   QK_MEM_ERROR_LONG_OPTIONS = 10037,    /**< the option string is longer than 256 characters */
   QK_MEM_ERROR_ROUTINE = 10040,         /**< a list names a routine that doesn't exist */
   QK_MEM_ERROR_NULL_STATUS = 10047,     /**< the status pointer is null */
-  QK_MEM_ERROR_NOT_FIRST = 10048,       /**< "not" stands in a list, but not in front */
-  QK_MEM_ERROR_OPTIONS = 11102,         /**< options, filter or query that can't be read */
+  QK_MEM_ERROR_NOT_FIRST = 10048,       /**< "not" in a list, but not as its first word */
+  QK_MEM_ERROR_OPTIONS = 11102,         /**< invalid options of a handle, filter or query */
   QK_MEM_ERROR_FILTER_TAG = 11103,      /**< the tag of a filter is longer than two characters */
-  QK_MEM_ERROR_OFF_WITH_OTHERS = 11104, /**< OFF together with a switch that activates */
-  QK_MEM_ERROR_TAG = 11110,             /**< tag longer than two characters, or the 33rd one */
-  QK_MEM_ERROR_HEAP_FILTER = 11112      /**< a question about the heap together with a filter */
+  QK_MEM_ERROR_OFF_WITH_OTHERS = 11104, /**< OFF together with another switch */
+  QK_MEM_ERROR_TAG = 11110,             /**< tag longer than two characters, or a 33rd tag */
+  QK_MEM_ERROR_HEAP_FILTER = 11112      /**< a query about the heap together with a filter */
 };
 
-/** Sections of the report of qk_mem_dump(), to be added up. */
+/** Sections of the report of qk_mem_dump(), to be combined with |. */
 enum {
   QK_MEM_DUMP_SUMMARY = 0x001,    /**< totals per category and tag */
-  QK_MEM_DUMP_HEAPSIZE = 0x002,   /**< the heap's size in one line, where there is no summary */
+  QK_MEM_DUMP_HEAPSIZE = 0x002,   /**< the heap's size in one line, unless SUMMARY is set */
   QK_MEM_DUMP_HANDLES = 0x004,    /**< a row for each handle */
-  QK_MEM_DUMP_MGMT = 0x008,       /**< a row for each piece of bookkeeping */
+  QK_MEM_DUMP_MGMT = 0x008,       /**< a row for each record of the library's bookkeeping */
   QK_MEM_DUMP_BLOCKS = 0x010,     /**< a row for each block of block-managed handles */
   QK_MEM_DUMP_POINTERS = 0x020,   /**< a row for each live pointer */
-  QK_MEM_DUMP_COMPARISON = 0x040, /**< baseline, now and growth in a table, and nothing else */
-  QK_MEM_DUMP_GROWTH = 0x080,     /**< only what is new since the baseline */
-  QK_MEM_DUMP_TERSE = 0x100       /**< with GROWTH: print nothing where nothing grew */
+  QK_MEM_DUMP_COMPARISON = 0x040, /**< baseline, now and growth in a table, instead of the others */
+  QK_MEM_DUMP_GROWTH = 0x080,     /**< limits the four kinds of rows to what is new */
+  QK_MEM_DUMP_TERSE = 0x100       /**< with GROWTH: prints nothing if nothing is new */
 };
 
-/** Other figures of the interface. */
+/** Other constants. */
 enum {
-  /** Alignment in bytes that the macros below ask for: enough for every fundamental type. */
+  /** Alignment in bytes that the macros below pass: enough for every fundamental type. */
   QK_MEM_ALIGNMENT = 16,
-  /** Bytes that are enough for every text of qk_mem_debug_settings(). */
+  /** Size in bytes of the buffer that qk_mem_debug_settings() fills. */
   QK_MEM_SETTINGS_SIZE = 4096
 };
 
 /* ---- Start-up and errors ------------------------------------------------------------------- */
 
 /**
- * Starts the library up: reads the environment, registers the report at exit, opens the two
- * standing handles. Every other function that needs it does so itself, so calling this only chooses
- * the moment. A second call returns at once; a start-up that failed is not tried again.
+ * Starts the library up, see (8). Other functions do so themselves, so this call only chooses the
+ * moment. Later calls do nothing. On failure it stores a code, see (5).
  */
 void qk_mem_init(void);
 
 /**
- * Tells the calling thread's last error code: 0 if it never had one. Success doesn't reset it.
- * Doesn't start the library up.
+ * Returns the last error code of the calling thread: 0 if no call of it has failed. A success
+ * doesn't reset the code.
  */
 int qk_mem_error(void);
 
@@ -124,246 +169,274 @@ int qk_mem_error(void);
 /**
  * Creates a handle.
  *
- * @param options  keywords separated by blanks or commas, in either case, at most 256 characters;
- *                 null and "" mean a plain data handle.
+ * @param options  an option string, see (6); null and "" mean DATA.
  *                 DATA           a handle for the program's data (the default)
- *                 OVERHEAD       a handle for bookkeeping, which reports show apart; wins over DATA
- *                 AUTOFREE       deleted, with all that it holds, when the program ends
- *                 MULTITHREADED  several threads may use it at the same time
- *                 BLOCKMGMT      takes memory in blocks of BLOCKSIZE bytes and 32 more, hands out
- *                                pieces of them one behind the other, and gives them back all at
- *                                once, by qk_mem_iclear_handle() or deletion. Larger requests get a
- *                                block of their own. The handle is charged for its blocks, and its
- *                                pieces aren't recorded unless DEBUG or BLOCKFREE asks for it
- *                 BLOCKSIZE=n    bytes of a block, 2048 unless given; a negative n fails as memory
- *                                that ran out
- *                 BLOCKINITIAL=n blocks made at once, 1 unless given; 0 or less makes none
- *                 BLOCKFREE      pieces are recorded and can be freed and resized one by one. Room
- *                                comes back at the ends of what is live in a block, elsewhere only
- *                                when the handle is cleared
- * @param tag      one or two characters under which reports sum this and other handles, made upper
- *                 case; null or "" for none. A process can have 32 tags.
- * @return  the lowest free number, or 0. qk_mem_error() then holds 11102 for bad options, 11110 for
- *          a tag that is too long or too many, 5566 when the table of handles failed to grow
- *          earlier, or the allocator's code.
+ *                 OVERHEAD       a handle for bookkeeping, which reports list apart; wins over DATA
+ *                 AUTOFREE       deleted with its contents at the end of the program, see (10)
+ *                 MULTITHREADED  several threads can use it at the same time
+ *                 BLOCKMGMT      block-managed: allocates blocks of BLOCKSIZE bytes, each with a
+ *                                header of 32 bytes, and serves requests with consecutive pieces of
+ *                                them. A piece that fits no block gets a new one, large enough for
+ *                                it. All pieces are released together by qk_mem_iclear_handle() or
+ *                                deletion. The handle is charged for its blocks. Pieces aren't
+ *                                recorded unless BLOCKFREE is set or DEBUG is on at creation
+ *                 BLOCKSIZE=n    size of a block without its header, 2048 by default. A negative n
+ *                                fails with 5012
+ *                 BLOCKINITIAL=n blocks allocated at creation, 1 by default; none if n is below 1
+ *                 BLOCKFREE      pieces are recorded and can be freed and resized one by one. Only
+ *                                space at either end of the live part of a block can be used again
+ *                                before the handle is cleared
+ *                 The last three have no effect without BLOCKMGMT. D, O, A and B, and any longer
+ *                 start of the word, mean DATA, OVERHEAD, AUTOFREE and BLOCKMGMT.
+ * @param tag      one or two characters under which reports sum up this and other handles,
+ *                 converted to upper case. Null or "": no tag. A process has at most 32 different
+ *                 tags; a tag is never removed.
+ * @return the lowest free number, or 0 with a code: 11102 for bad options (the log line shows why),
+ *         11110 for a tag that is too long or too many, 5566 if the array of handles couldn't grow
+ *         at an earlier creation, or the system allocator's code.
  *
- * The caller owns the handle until qk_mem_idel_handle(). Memory obtained on it belongs to it.
+ * The caller owns the handle until qk_mem_idel_handle().
  */
 int qk_mem_inew_handle(const char* options, const char* tag, const char* file, int line);
 
 /**
- * Deletes a handle and releases all that is recorded on it: allocated and registered memory is
- * freed, registered objects and arrays are destroyed through their trackers, blocks go with all
- * their pieces. Memory that was recorded twice is released once. The number is then free for the
- * next handle.
+ * Deletes a handle and releases everything recorded on it. Allocated and registered memory is
+ * freed. Registered objects and arrays are destroyed through their trackers. Blocks are freed with
+ * their pieces. Memory with two records is released once. A new handle can then get the number.
  *
- * What the handle didn't record (the data handle's pointers while nothing is configured) stays.
+ * Nothing warns of what was still live; DEBUG=qk_mem_idel_handle logs each record that is released.
+ * Memory that has no record, because there was no memory for one, is not released.
  *
  * @return 0, or 5566 for the data handle and for a number without a handle.
  *
- * Threads: no other thread may use the handle meanwhile. Takes time proportional to the records.
+ * Threads: no other thread uses the handle meanwhile. Takes time proportional to the records.
  */
 int qk_mem_idel_handle(int hid, const char* file, int line);
 
 /**
- * Empties a block-managed handle at once: all pieces are gone, registered memory is freed,
- * registered objects and arrays are destroyed through their trackers. Its blocks stay with it,
- * empty, and so does its charge for them.
+ * Empties a block-managed handle. All pieces become invalid, registered memory is freed, and
+ * registered objects and arrays are destroyed through their trackers. The blocks stay with the
+ * handle, empty, and it remains charged for them.
  *
- * @return 0, or 5566 for a number without a handle and for a handle that isn't block-managed.
+ * @return 0, or 5566 for a number without a handle and for an ordinary handle.
  *
- * Takes time proportional to the blocks, and to the records where pieces are recorded.
+ * Threads: no other thread allocates on the handle meanwhile. Takes time proportional to the
+ * blocks, and to the records if pieces are recorded.
  */
 int qk_mem_iclear_handle(int hid, const char* file, int line);
 
 /**
- * Tells how many bytes of data live on all handles that bear a tag. On block-managed handles these
- * are the bytes of their blocks.
+ * Returns the bytes of data on all handles that have a tag: the sum of their qk_mem_isize().
  *
  * @param name  one or two characters, in either case.
- * @return the bytes; 0 for a null, empty, longer or unknown name. Doesn't start the library up.
+ * @return the bytes; 0 for a null, empty, longer or unknown name. Never fails.
  */
 int64_t qk_mem_tag_size(const char* name);
 
 /**
- * Tells how many bytes of data live on a handle; on a block-managed one the bytes of its blocks.
+ * Returns the bytes of data on a handle. On an ordinary handle these are the bytes of its recorded
+ * memory. On a block-managed handle they are its blocks with their headers, and what is registered.
+ * Bookkeeping isn't included.
  *
  * @return the bytes, or (size_t)-1 with code 5566 for a number without a handle.
  */
 size_t qk_mem_isize(int hid, const char* file, int line);
 
 /**
- * Tells whether a handle has a record of an address: 1 or 0. Memory of the data handle has none
- * while nothing is configured, pieces of a block-managed handle need BLOCKFREE or DEBUG.
+ * Returns 1 if a handle has a record of an address, else 0.
+ *
+ * The data handle records nothing while nothing is configured. A block-managed handle records its
+ * pieces only with BLOCKFREE, or if it was created under DEBUG. For null, and for a number without
+ * a handle (code 5566), the result is 0.
  */
 int qk_mem_is_recorded(int hid, const void* ptr, const char* file, int line);
 
 /**
- * Tells whether memory of a handle can be freed piece by piece: 1, or 0 on a block-managed handle
- * without BLOCKFREE and for a number without a handle.
+ * Returns 1 if memory of a handle can be freed piece by piece. Returns 0 for a block-managed handle
+ * without BLOCKFREE, and for a number without a handle (code 5566).
  */
 int qk_mem_frees_singly(int hid, const char* file, int line);
 
 /* ---- Memory -------------------------------------------------------------------------------- */
 
 /**
- * Allocates memory on a handle.
+ * Allocates memory on a handle. The contents are undefined.
  *
  * @param hid    handle to allocate on.
- * @param size   bytes. 0 is warned about and handed on: the answer is the system allocator's.
- * @param align  in bytes, for block-managed handles: 1, 2, 4, 8 or 16. Other numbers are warned
- *               about and hold relative to the block only; 0 and less fail with code 5022.
- *               Ignored on other handles, whose memory is aligned as malloc's is.
- * @return memory with undefined contents that the caller owns until qk_mem_ifree() or the deletion
- *         of the handle; null with code 5566 for a bad `hid`, or with the allocator's code. Memory
- *         that could be had but not recorded is returned all the same, with an error line.
+ * @param size   bytes. 0 is warned about. It returns what malloc(0) returns; on a block-managed
+ *               handle an address that the next piece can have too.
+ * @param align  in bytes, on block-managed handles: 1, 2, 4, 8 or 16. Other positive numbers are
+ *               warned about and align relative to the start of a block only. 0 and less fail with
+ *               5022. Ignored on ordinary handles, whose memory is aligned as malloc() aligns it.
+ * @return memory that is valid until it is freed, or its handle is cleared or deleted. Null with
+ *         code 5566 for a bad `hid`, or with the system allocator's code. If there is memory for
+ *         the request but none for its record, the memory is returned without a record, an error
+ *         line is logged, and the code is set.
  */
 void* qk_mem_imalloc(int hid, size_t size, int align, const char* file, int line);
 
 /**
- * Allocates zeroed memory for `num` elements of `size` bytes on a handle. The record shows both.
- * A product that doesn't fit fails as memory that ran out. Otherwise as qk_mem_imalloc().
+ * Allocates zeroed memory for `num` elements of `size` bytes on a handle. The record shows both
+ * numbers. 0 for either is warned about. A product that overflows fails with 5012. Otherwise as
+ * qk_mem_imalloc().
  */
 void* qk_mem_icalloc(int hid, size_t num, size_t size, int alignment, const char* file, int line);
 
 /**
- * Changes the size of memory on a handle, or allocates it when `ptr` is null.
+ * Changes the size of memory on a handle, or allocates memory if `ptr` is null.
  *
- * On an ordinary handle the contents are kept and the address may change. On the data handle with
- * nothing configured it is the system's realloc and nothing else. On a block-managed handle with
- * BLOCKFREE a piece that is large enough keeps its address; one that isn't is replaced, and its
- * CONTENTS ARE NOT CARRIED OVER. Without BLOCKFREE only a null `ptr` is served.
+ * On an ordinary handle the contents are kept and the address can change. The data handle with
+ * nothing configured calls realloc(). On a block-managed handle with BLOCKFREE a piece that is
+ * large enough keeps its address. One that is too small is replaced, and its CONTENTS ARE NOT
+ * COPIED. On a block-managed handle without BLOCKFREE only a null `ptr` is served.
  *
  * @param hid        handle that `ptr` was allocated on.
- * @param ptr        null, or memory of that handle. Other memory is warned about, resized all the
- *                   same, and stays unrecorded.
- * @param size       new size. 0 is warned about and handed on; the GNU library then frees `ptr` and
- *                   answers null, its record goes, and an error line is written.
+ * @param ptr        null, or memory of that handle. An ordinary handle warns of memory that it has
+ *                   no record of, resizes it and leaves it unrecorded.
+ * @param size       new size. 0 is warned about and passed to realloc(): glibc frees `ptr` and
+ *                   returns null, the record is removed, and an error line is logged. A piece of a
+ *                   BLOCKFREE handle stays where it is, with a size of 0.
  * @param alignment  as in qk_mem_imalloc().
  * @return memory as from qk_mem_imalloc(), or null. After a null for a `size` other than 0, `ptr`
- *         is valid and recorded as before.
+ *         is still valid and recorded as before. A block-managed handle returns null WITHOUT a code
+ *         for memory that it has no record of, and for any `ptr` but null without BLOCKFREE.
  */
 void* qk_mem_irealloc(int hid, void* ptr, size_t size, int alignment, const char* file, int line);
 
 /**
- * Resizes an array of `old_num` elements to `num` elements of `size` bytes each, and zeroes the
- * elements that were added. A product that doesn't fit fails as memory that ran out. Otherwise as
- * qk_mem_irealloc(), which makes the record (one element of num * size bytes) and the log lines.
+ * Resizes an array of `old_num` elements to `num` elements of `size` bytes, and zeroes the elements
+ * that were added. For a null `ptr` pass 0 as `old_num`. A product that overflows fails with 5012.
+ * Otherwise as qk_mem_irealloc(), under whose name it writes its log lines and whose record it
+ * makes: one element of num * size bytes. On a BLOCKFREE handle the old elements aren't copied when
+ * the array moves.
  */
 void* qk_mem_irecalloc(int hid, void* ptr, size_t num, size_t size, size_t old_num, int alignment,
                        const char* file, int line);
 
 /**
- * Copies a string onto a handle, its terminator included.
+ * Copies a string with its terminator onto a handle. On a block-managed handle the copy isn't
+ * aligned.
  *
- * @param str  null is warned about and answered with null.
+ * @param str  null is warned about; the result is null, without a code.
  * @return the copy, as from qk_mem_imalloc().
  */
 char* qk_mem_istrdup(int hid, const char* str, const char* file, int line);
 
 /**
- * Frees memory of a handle.
+ * Frees memory of a handle. A number without a handle stores code 5566 and frees nothing. Nothing
+ * else fails; misuse is warned about.
  *
- * Misuse is warned about and never fails: a null `ptr` does nothing else; a pointer that the handle
- * doesn't know is freed all the same, and so is one registered as an object (its destructor doesn't
- * run). On a number without a handle nothing is freed. On a block-managed handle a piece is given
- * back only under BLOCKFREE, and unknown pointers are left alone.
+ * On an ordinary handle a null `ptr` does nothing. Memory without a record is passed to free() too,
+ * so that a double free ends the program as it does without the library. So is the memory of a
+ * registered object or array, whose destructor doesn't run.
+ *
+ * On a block-managed handle registered memory is freed and unknown memory is left alone. A piece is
+ * released only with BLOCKFREE; otherwise the call has no effect on it.
  */
 void qk_mem_ifree(int hid, void* ptr, const char* file, int line);
 
 /**
- * Hands out the next element of a growable array, which the caller holds by a pointer to its first
- * element. A null pointer there makes a new array; a full one grows by `block_factor` elements,
- * which can move it: `*address` always holds the present place. New elements are zeroed, old ones
- * kept.
+ * Adds an element to a growable array and returns its index. The caller holds a pointer to the
+ * first element. If it is null, the call creates the array. A full array grows by `block_factor`
+ * elements, which can move it and updates `*address`. New elements are zeroed, old ones are kept,
+ * on every type of handle.
  *
- * @param hid           handle of the array, the same in every call. A block-managed one needs
+ * @param hid           handle of the array, the same in every call. A block-managed handle needs
  *                      BLOCKFREE for the array to grow.
- * @param address       of the caller's pointer, which is null before the first call.
+ * @param address       address of the caller's pointer, which is null before the first call.
  * @param element_size  bytes of an element, the same in every call.
- * @param block_factor  elements that an array begins with and grows by.
- * @return the element's index: 0, then 1, 2, …; or -1 with code 5014 when `address` is null, -3
- *         with 5022 when `block_factor` is 0, -2 with 5022 when `element_size` is 0, and -2 when
- *         memory can't be had: the array is then as it was.
+ * @param block_factor  elements that the array begins with and grows by.
+ * @return the index: 0, then 1, 2, …. On failure, which leaves the array unchanged: -1 with code
+ *         5014 if `address` is null; -2 with 5022 if `element_size` is 0; -3 with 5022 if
+ *         `block_factor` is 0; -2 with the code of qk_mem_icalloc() or qk_mem_irealloc() if memory
+ *         runs out or `hid` is bad; -2 without a code on a block-managed handle without BLOCKFREE.
  *
- * Elements are aligned to 16 bytes as far as their size allows. A header of 16 bytes stands before
- * the first one.
+ * The first element is aligned to 16 bytes. A header of 16 bytes precedes it: the record has the
+ * address and the bytes of the header with all elements, so free the array with qk_mem_iarrfree().
+ * Threads: one thread at a time uses an array.
  */
 int64_t qk_mem_imarralloc(int hid, void** address, size_t element_size, size_t block_factor,
                           const char* file, int line);
 
 /**
- * Frees a growable array and sets the caller's pointer to null. A pointer that is null already is
- * fine; a null `address` is warned about and leaves code 5014.
+ * Frees a growable array as qk_mem_ifree() does, and sets the caller's pointer to null, also if
+ * `hid` is bad and nothing is freed. If the pointer is already null, nothing happens. A null
+ * `address` is warned about and stores code 5014.
  */
 void qk_mem_iarrfree(int hid, void** address, const char* file, int line);
 
-/* ---- What was made elsewhere --------------------------------------------------------------- */
+/* ---- Memory and objects from elsewhere ------------------------------------------------------ */
 
-/** How something is registered. */
+/** What is registered. */
 enum {
-  QK_MEM_EXTERNAL = 0, /**< memory from anywhere, which goes back with free */
-  QK_MEM_OBJECT = 1,   /**< an object made by new, through its tracker */
-  QK_MEM_ARRAY = 2     /**< an array made by new[], through its tracker */
+  QK_MEM_EXTERNAL = 0, /**< memory that free() releases */
+  QK_MEM_OBJECT = 1,   /**< an object that new created, through its tracker */
+  QK_MEM_ARRAY = 2     /**< an array that new[] created, through its tracker */
 };
 
 /**
- * Enters memory that was not obtained through this library into a handle's accounting. On ordinary
- * handles that record nothing (the data handle with nothing configured) it does nothing.
+ * Adds memory, or a C++ object, that was not allocated through this library to the accounting of a
+ * handle. C++ programs use qkmem.hpp instead.
  *
- * @param type    QK_MEM_EXTERNAL, QK_MEM_OBJECT or QK_MEM_ARRAY.
- * @param ptr     the memory; or a qk::MemTracker with the object's or array's address. From here on
- *                the handle owns both: deletion and clear of the handle free the memory, and
- *                destroy the object by deleting the tracker.
+ * @param type    QK_MEM_EXTERNAL (any other number acts as it), QK_MEM_OBJECT or QK_MEM_ARRAY.
+ * @param ptr     for QK_MEM_EXTERNAL the memory, otherwise a qk::MemTracker with the address of the
+ *                object or array. The handle takes ownership: its deletion, or clear, frees the
+ *                memory with free(), or deletes the tracker, which destroys the object.
  * @param unused  ignored; pass null.
- * @param size    bytes of all of it.
+ * @param size    bytes of all of it, as stated by the caller.
  *
- * Null addresses, sizes of 0 for objects, trackers of void and a second registration are warned
- * about; the last one is recorded all the same. No code is left. C++ programs have qkmem.hpp.
+ * Null, a tracker with a null address or of type void, and a size of 0 for objects are warned
+ * about. A second registration of an address is warned about and recorded; the deletion of the
+ * handle releases both once. Don't register a tracker twice: the first deregistration deletes it.
+ *
+ * Nothing is registered, and the caller keeps the ownership, for null, for a bad `hid` (code 5566),
+ * if there is no memory for the record (5012), and on the data handle when it doesn't record.
+ * qk_mem_is_recorded() shows it.
  */
 void qk_mem_iregister(int hid, int type, void* ptr, const void* unused, size_t size,
                       const char* file, int line);
 
 /**
- * Takes registered memory out of the accounting again. The memory, object or array stays with the
- * caller; the tracker that it was registered with is deleted, without the object.
+ * Removes registered memory, or an object, from the accounting. The memory or object then belongs
+ * to the caller. The tracker that it was registered with is deleted, without the object.
  *
- * @param ptr  as in qk_mem_iregister(); the tracker may be another one with the same address, which
- *             stays the caller's.
+ * @param ptr  as in qk_mem_iregister(). The tracker can be another one with the same address, which
+ *             the caller keeps.
  *
- * An unknown address, one that was registered as something else, and a tracker of another type are
- * warned about. No code is left but 5566 for a bad `hid`.
+ * Warned about: null, an address without a record, one that was registered as another type, and a
+ * tracker of another C++ type. The record is removed all the same if there is one. The code is set
+ * only for a bad `hid`, to 5566.
  */
 void qk_mem_ideregister(int hid, int type, void* ptr, const char* file, int line);
 
 /* ---- Bookkeeping ---------------------------------------------------------------------------- */
 
-/* For modules that manage handles themselves and hold their records; programs don't need these. */
+/* For modules that manage handles themselves and have their records. Programs don't need these. */
 
 /**
  * Records memory of a handle's own bookkeeping on the handle, as overhead of kind 'H'. The deletion
  * of the handle removes the record.
  *
  * @param kind   ignored.
- * @param entry  the switches under which a failure is reported; the trace line follows the global
- *               ones.
+ * @param entry  the switches that decide whether a failure is logged. The global switches decide
+ *               about the trace line.
  */
 void qk_mem_handle_memory(struct qk_mem_handle* handle, void* ptr, size_t size, unsigned char kind,
                           const char* file, int line, struct qk_mem_debug* entry);
 
 /**
- * Moves the accounting of the registry's handle array, a record of handle 1, from an array that was
- * replaced to the one that replaced it, and releases the old one. Either can be null. Without
- * handle 1 only the release happens. The caller holds the registry's lock.
+ * Moves the record of the array of handles, on handle 1, from an array that was replaced to its
+ * replacement, and releases the old array. Either can be null. Without handle 1 it only releases.
+ * The caller holds the registry's lock.
  */
 void qk_mem_handle_array(struct qk_mem_handle** old_array, struct qk_mem_handle** new_array,
                          const char* file, int line, struct qk_mem_debug* debug);
 
 #ifdef __cplusplus
 /**
- * Accounts for a tracker beside its object: kind 'W' or 'J' records it, 'E' or 'K' removes the
- * record, for which the tracker itself may be gone already. Other kinds do nothing. Lines are
- * written under the global switches, and a release is always shown as 'E'.
+ * Accounts for the memory of a tracker: kind 'W' or 'J' records it, 'E' or 'K' removes the record.
+ * Other kinds do nothing. For a removal the tracker can be deleted already. The global switches
+ * decide about the trace line, which shows every removal as 'E'.
  */
 void qk_mem_tracker(struct qk_mem_handle* handle, qk::MemTracker* tracker, unsigned char kind,
                     const char* file, int line, struct qk_mem_debug* entry);
@@ -372,133 +445,185 @@ void qk_mem_tracker(struct qk_mem_handle* handle, qk::MemTracker* tracker, unsig
 /* ---- Reports and heap ---------------------------------------------------------------------- */
 
 /**
- * Prints what the handles hold.
+ * Prints a report of what the handles hold.
  *
- * @param fp      stream to print to; null prints nothing. It is neither flushed nor closed.
- * @param filter  which handles, pointers and tags; null and "" mean all. Keywords, which all must
- *                hold, separated by blanks (AND between them is allowed and changes nothing):
- *                HANDLE=n  TAG=xx or NONE  TYPE=DATA or OVERHEAD  AUTOFREE=TRUE or FALSE
- *                BLOCKMGMT=TRUE or FALSE  NEW_HANDLE=TRUE or FALSE  NEW_PTRS=TRUE or FALSE
- *                A filter that can't be read is named in place of the report, with code 11102, or
- *                11103 for a tag longer than two characters.
- * @param opts    sum of QK_MEM_DUMP_ constants; 0 means those of qk_mem_dump_config().
+ * Any switch of qk_mem_debug_config() must be on, TRACE at least. Otherwise the report is one line
+ * that says so, unless QK_MEM_DUMP_HEAPSIZE is the only section.
  *
- * Needs a debug configuration with at least TRACE; without it only a lone QK_MEM_DUMP_HEAPSIZE is
- * served. Allocates nothing. Creation and deletion of handles wait while it prints.
+ * @param fp      stream to print to, neither flushed nor closed. Null prints nothing.
+ * @param filter  which handles and pointers to list; null and "" select all. An option string, see
+ *                (6), whose conditions must all hold; AND between them has no effect:
+ *                HANDLE=n                  handle n; 0 selects all
+ *                TAG=xx  TAG=NONE          handles with that tag; handles without a tag
+ *                TYPE=DATA or OVERHEAD     handles of that type
+ *                AUTOFREE=TRUE or FALSE    handles with or without that option
+ *                BLOCKMGMT=TRUE or FALSE   the same
+ *                NEW_HANDLE=TRUE or FALSE  handles that no baseline covers, or the others
+ *                NEW_PTRS=TRUE or FALSE    pointers that no baseline covers, or the others. Handles
+ *                                          are selected by what the last report with GROWTH found:
+ *                                          print one first
+ *                Values are NOT checked. TYPE=DTAA and AUTOFREE=YES are ignored and select all
+ *                handles, and so is HANDLE=abc, which is 0. HANDLE=3,TAG=AB is HANDLE=3. Refused
+ *                are an unknown keyword, a missing or empty value, a value of AND, an open quote
+ *                and more than 256 characters, with 11102, and a tag of more than two characters,
+ *                with 11103. The stream then gets a line with the filter instead of the report.
+ *                SUMMARY and HEAPSIZE ignore the filter. The rows of tags in COMPARISON follow only
+ *                TAG.
+ * @param opts    QK_MEM_DUMP_ constants; 0 means those of qk_mem_dump_config().
+ *
+ * With GROWTH, the rows of HANDLES, MGMT, BLOCKS and POINTERS are limited to what no baseline
+ * covers. If there is no new handle and no new pointer or block, the report is one line, or nothing
+ * with TERSE. GROWTH without any of these four sections lists nothing and prints a rule.
+ *
+ * Allocates nothing. Meanwhile these wait in other threads: creation and deletion of handles,
+ * growth of a handle's array of records, rows of the trace file, configuration.
  */
 void qk_mem_dump(FILE* fp, const char* filter, unsigned int opts);
 
 /**
- * Sets a baseline: remembers what selected handles and tags hold now, for reports and queries to
- * compare with. Replaces the baseline that they had; what is not selected keeps its own.
+ * Sets a baseline: stores what the selected handles and tags hold now, for reports and queries to
+ * compare with. Replaces their earlier baseline. Other handles and tags keep theirs.
  *
- * @param filter  as in qk_mem_dump().
- * @return 0, also for a filter that can't be read (nothing changes then, and the code is set); -1
- *         without a debug configuration of at least TRACE.
+ * @param filter  as in qk_mem_dump(). Tags are selected by TAG alone: with any other filter all of
+ *                them get a new baseline. The heap always does.
+ * @return 0; also for an invalid filter, which changes nothing and stores the code. -1 without a
+ *         code if no switch of qk_mem_debug_config() is on.
  */
 int qk_mem_baseline(const char* filter);
 
 /**
- * Answers one question about memory.
+ * Answers one question about memory. Works without any configuration.
  *
- * @param query   a keyword, in either case; of several the first of this list. "" answers 0.
+ * @param query   a keyword; of several the first in this list. Null and "" give 0.
  *                Of the heap, without a filter: INITIAL_HEAP BASELINE_HEAP CURRENT_HEAP
  *                HEAP_CHG_SINCE_BASELINE HEAP_CHG_SINCE_INITIAL HEAP_PCT_SINCE_BASELINE
- *                HEAP_PCT_SINCE_INITIAL (0 where there is nothing to compare with)
- *                UNTRACKED (heap that was got since start-up and no handle accounts for).
+ *                HEAP_PCT_SINCE_INITIAL (both 0 if the earlier figure is 0)
+ *                UNTRACKED (growth of the heap since start-up, less what handles account for).
  *                Of the selected handles: CURRENT_ALLOC CURRENT_PTRS BASELINE_ALLOC BASELINE_PTRS
- *                CHG_SINCE_BASELINE PCT_SINCE_BASELINE (unsigned: a decrease gives a huge number;
- *                0 without a baseline). Bytes, pointers or per cent.
- * @param filter  as in qk_mem_dump(), "" for none.
- * @param answer  where the answer goes, or null; untouched on failure.
- * @return 0; or -1 with code 11102 or 11103 for a query or filter that can't be read, 11112 for a
- *         filter with a question about the heap.
+ *                CHG_SINCE_BASELINE (signed) PCT_SINCE_BASELINE (unsigned: a decrease gives a huge
+ *                number; 0 if the handles hold nothing now or held nothing at the baseline).
+ *                ALLOC, CHG and heaps are bytes, PCT is per cent. PTRS is the number of records, 1
+ *                too low for each object or array that was deregistered; it wraps below 0.
+ * @param filter  as in qk_mem_dump(). "" and null select all handles.
+ * @param answer  receives the answer; can be null. Unchanged on failure.
+ * @return 0; or -1 with code 11102 or 11103 for an invalid query or filter, 11112 for a query about
+ *         the heap together with a filter.
  *
- * Works without any debug configuration. Creation and deletion of handles wait meanwhile.
+ * Other threads wait as during qk_mem_dump().
  */
 int qk_mem_info(const char* query, const char* filter, long* answer);
 
 /**
- * Tells the bytes of the main heap that the C library got from the system. The figure is the
- * allocator's own signed 32-bit statistic: it wraps from 2 GiB on, and is 0 where a sanitizer
- * replaces the allocator. Doesn't start the library up.
+ * Returns the bytes of the main heap: what the C library got from the system for its main arena.
+ * Memory that is mapped separately, and the arenas of other threads, are not part of it. The figure
+ * is `arena` of mallinfo(), a signed 32-bit number: it wraps from 2 GiB on, and is 0 if a sanitizer
+ * replaces the allocator.
  */
 long qk_heapsize(void);
 
-/** Writes the system allocator's statistics to the log, if there is one. */
+/** Writes the figures of the C library's mallinfo() to the log, if there is one. */
 void qk_mallinfo(void);
 
 /* ---- Configuration by call ----------------------------------------------------------------- */
 
-/** Tells whether anything is switched on: 1 or 0. */
+/** Returns 1 if any switch of qk_mem_debug_config() is on, else 0. */
 int qk_mem_debug_on(void);
 
 #ifdef __cplusplus
 
 /**
- * Sets which routines are watched, and where the log goes. Replaces the configuration before it.
+ * Sets which routines are watched and where the log is. Replaces the whole previous configuration.
  *
- * @param options  keywords separated by blanks or commas, at most 256 characters. A string without
- *                 keywords changes nothing.
- *                 CTRLBLKS    the report after every event
- *                 DEBUG       a line for every event, warnings and errors
- *                 EXCEPTIONS  warnings and errors
- *                 SUMMARY     the report when the program ends
- *                 TRACE       pointers are recorded, reports are available
- *                 Each of these five can take a list, as in DEBUG=qk_imalloc,qk_ifree or
- *                 DEBUG='not qk_ifree', of the routines qk_mem_inew_handle, qk_mem_idel_handle,
- *                 qk_mem_iclear_handle, qk_imalloc, qk_icalloc, qk_irealloc, qk_ifree, qk_istrdup,
- *                 qk_iregister, qk_ideregister, qk_imarralloc, qk_iarrfree, qk_mem_info,
- *                 qk_mem_baseline.
- *                 OFF         nothing is watched; a log file is closed
- *                 LOG=name    a file's name, STDERR, STDOUT or NONE; "qkmem.log" unless given
- *                 APPEND      the log file is extended, not written anew
+ * @param options  an option string, see (6). Null and a string without keywords change nothing.
+ *                 CTRLBLKS    logs the report after every event, and at the end as SUMMARY does
+ *                 DEBUG       logs every event, and what EXCEPTIONS logs. Handles created under it
+ *                             record all their pieces and blocks
+ *                 EXCEPTIONS  logs warnings and errors, except "invalid hid", which needs DEBUG
+ *                 SUMMARY     logs the report at the end, see (10)
+ *                 TRACE       makes reports and baselines available. Block-managed handles created
+ *                             under it record their blocks. The other four include TRACE
+ *                 Each of these five can take a list of the routines that it concerns, as in
+ *                 DEBUG=qk_imalloc,qk_ifree or DEBUG='not qk_ifree': qk_mem_inew_handle,
+ *                 qk_mem_idel_handle, qk_mem_iclear_handle, qk_imalloc, qk_icalloc, qk_irealloc,
+ *                 qk_ifree, qk_istrdup, qk_iregister, qk_ideregister, qk_imarralloc, qk_iarrfree,
+ *                 qk_mem_info, qk_mem_baseline. The report at the end, the availability of reports,
+ *                 and the lines of start-up, end and bookkeeping don't depend on the list.
+ *                 OFF         switches everything off and closes a log file. STDERR or STDOUT stays
+ *                             the log
+ *                 LOG=name    the log: a file, STDERR, STDOUT, or NONE for no log
+ *                 APPEND      a log file is extended instead of overwritten
  *                 FLUSH       the log is not buffered
- * @param status   filled on failure; null returns 10047 at once.
- * @return 0, or the code in `status`: 10037 (too long), 10040 and 10048 (lists), 11104 (OFF
- *         together with others), 10041 to 10044 (unknown keyword, value that is not allowed, that
- *         is missing, whose quote isn't closed). A log that can't be opened is told on standard
- *         output; the call then succeeds with no log.
+ *                 A string with none of the first five, such as "FLUSH" or "LOG=x", switches
+ *                 everything off.
+ * @param status   filled on failure, otherwise cleared. Null: the call returns 10047.
+ * @return 0, or the code in `status`:
+ *         10037            more than 256 characters; nothing changes
+ *         10041 to 10044   see the error codes above; nothing changes
+ *         10040, 10048     an unknown routine, or a misplaced "not"; the log, the switches before
+ *                          the bad list (in the order above) and the routines before the bad word
+ *                          are set, everything else is off
+ *         11104            OFF together with one of the five; everything is off, the log stays open
  *
- * Doesn't start the library up: a program can configure before its first allocation, and the
- * standing handles are then made under that configuration.
+ * The log is opened only with CTRLBLKS, DEBUG, EXCEPTIONS or SUMMARY; LOG has no effect without one
+ * of them. Without LOG an open log stays, and APPEND and FLUSH are ignored. If none is open, the
+ * call opens "qkmem.log" in the current directory, unless OFF has closed a log file. LOG=NONE is
+ * not remembered for the next call. Naming the file that is the log already overwrites it, unless
+ * APPEND is set. A log that can't be opened is reported on standard output; the call then returns 0
+ * and leaves everything off.
+ *
+ * What a handle records is decided at its creation. Once everything is off, frees on the data
+ * handle are not recorded: memory that was recorded there stays in later reports.
+ *
+ * Doesn't start the library up, see (8), so that a program can configure before its first
+ * allocation and the standing handles are created under that configuration. The first call applies
+ * QK_MEM_DEBUG and QK_MEM_DUMP before its own options.
  */
 int qk_mem_debug_config(const char* options, qk::Status* status);
 
 /**
  * Writes the present configuration as an option string of qk_mem_debug_config().
  *
- * @param text    buffer of QK_MEM_SETTINGS_SIZE bytes, or null.
- * @param status  cleared; null returns 10047.
+ * Don't pass the string back unchecked. A log name with blanks is not quoted and fails or is
+ * misread. A string of more than 256 characters, which several lists can produce, fails with 10037.
+ * APPEND isn't part of it, so LOG= overwrites the log. Neither is LOG=NONE, so "qkmem.log" can be
+ * opened.
+ *
+ * @param text    buffer of QK_MEM_SETTINGS_SIZE bytes; can be null.
+ * @param status  cleared. Null: the call returns 10047.
  * @return 0
+ *
+ * Applies QK_MEM_DEBUG and QK_MEM_DUMP if nothing has yet; doesn't start the library up.
  */
 int qk_mem_debug_settings(char* text, qk::Status* status);
 
 /**
- * Sets the sections of the report at exit and of every qk_mem_dump() with `opts` 0.
+ * Sets the sections of the report at the end, and of every qk_mem_dump() with `opts` 0.
  *
- * @param options  OPTIONS=list, a list of SUMMARY, HEAPSIZE, HANDLES, MGMT, BLOCKS, POINTERS,
- *                 COMPARISON, GROWTH and TERSE, separated by commas. Without OPTIONS nothing
- *                 changes. SUMMARY,HANDLES,BLOCKS,POINTERS holds until the first call.
- * @param status   filled on failure; null returns 10047.
- * @return 0, or the code in `status`: 10036 for null options, 10037 for more than 256 characters,
- *         10041 to 10044 as in qk_mem_debug_config().
+ * @param options  an option string, see (6): OPTIONS=list, where the list consists of SUMMARY,
+ *                 HEAPSIZE, HANDLES, MGMT, BLOCKS, POINTERS, COMPARISON, GROWTH and TERSE,
+ *                 separated by commas. "" changes nothing. The default is
+ *                 SUMMARY,HANDLES,BLOCKS,POINTERS.
+ * @param status   filled on failure, otherwise cleared. Null: the call returns 10047.
+ * @return 0, or the code in `status`, and nothing changes: 10036 for null options, 10037 for more
+ *         than 256 characters, 10041 to 10044, see the error codes above.
+ *
+ * Doesn't start the library up. QK_MEM_DUMP replaces what was set before the start-up.
  */
 int qk_mem_dump_config(const char* options, qk::Status* status);
 
 /**
- * Sets module-wide options.
+ * Sets options of the whole library.
  *
- * @param options  HEAPSIZE  heap size and its change behind every event's line in the log
- *                 DB=name   a trace file, "qkmem.tdf" unless named; only while debugging is
- *                           configured, and once per process
- *                 FLUSH     log and trace file are not buffered
- *                 "" (or null) takes the string of QK_MEM_OPTIONS. HEAPSIZE is off unless the
- *                 string asks for it again.
- * @param status   filled on failure and NOT cleared before; null returns 10047.
- * @return the code that `status` holds at the end, an old one included: 10037 for more than 256
- *         characters, 10041 to 10044 as in qk_mem_debug_config(). A trace file that can't be opened
- *         is told on standard output and is no failure.
+ * @param options  an option string, see (6):
+ *                 HEAPSIZE  the log line of each event shows the heap's size and its change
+ *                 DB=name   opens a trace file, "qkmem.tdf" by default, and overwrites it. Ignored
+ *                           while no switch of qk_mem_debug_config() is on, and the second time
+ *                 FLUSH     log and trace file, if open, are not buffered
+ *                 "" and null mean the value of QK_MEM_OPTIONS. Each call sets HEAPSIZE off first.
+ * @param status   filled on failure, NOT cleared on success. Null: the call returns 10047.
+ * @return the code in `status`, even one from before the call: clear it first. 10037 for more than
+ *         256 characters, 10041 to 10044, see the error codes above. A trace file that can't be
+ *         opened is reported on standard output and isn't a failure; FLUSH is then ignored.
  */
 int qk_mem_options(const char* options, qk::Status* status);
 
@@ -510,9 +635,9 @@ int qk_mem_options(const char* options, qk::Status* status);
 namespace qk {
 
 /**
- * Stands for an object or array that the language made and that is registered on a handle: it
- * remembers the type and destroys what it tracks. Deleting the tracker destroys the object at
- * `address`, unless that is null. Derive from it to register a type.
+ * Represents an object or array of the program that is registered on a handle. It remembers the
+ * type and destroys the object: deleting the tracker destroys what is at `address`, unless that is
+ * null. Derive from it to register a type, see qk::Tracker in qkmem.hpp.
  */
 class MemTracker {
  public:
@@ -522,16 +647,16 @@ class MemTracker {
 
   virtual ~MemTracker() = default;
 
-  /** The type of the object, or of the array's elements. */
+  /** Returns the type of the object, or of the array's elements. */
   [[nodiscard]] virtual const std::type_info& tracked_type() const = 0;
 
-  /** Whether `other` tracks the same type. */
+  /** Returns whether `other` tracks the same type. */
   [[nodiscard]] virtual bool same_type(const MemTracker& other) const = 0;
 
-  /** Bytes a tracker is accounted with: this class, without what derived ones add. */
+  /** Returns the bytes that a tracker is accounted with: those of this class only. */
   [[nodiscard]] std::size_t size() const { return 16; }
 
-  /** What is tracked. */
+  /** The object, or the first element of the array. */
   void* address = nullptr;
 };
 
@@ -540,7 +665,7 @@ class MemTracker {
 
 #pragma GCC visibility pop
 
-/* ---- The caller's place -------------------------------------------------------------------- */
+/* ---- Macros that pass the caller's location ------------------------------------------------ */
 
 #define qk_mem_new_handle(options, tag) qk_mem_inew_handle((options), (tag), __FILE__, __LINE__)
 #define qk_mem_del_handle(hid) qk_mem_idel_handle((hid), __FILE__, __LINE__)
