@@ -1,30 +1,38 @@
 /**
- * The C++ front of qkmem: handles that delete themselves, objects that are registered where they
- * are made, standard containers on handles. C++17 and later; everything here is inline and calls
- * nothing but qkmem.h, where handles, options and the log are explained.
+ * The C++ interface of qkmem: handles that delete themselves, objects that are registered when they
+ * are created, and standard containers whose memory is on a handle. C++17 and later. Everything
+ * here is inline and calls qkmem.h, which explains handles, options and the log.
  *
  *   qk::Handle pool("MULTITHREADED", "PA");
  *   auto* map = qk::make<Map>(pool, 640, 480);                         // new and registration
  *   qk::unique<Tile[]> tiles = qk::make_unique<Tile[]>(pool, 12);      // the same for a scope
- *   std::vector<int, qk::allocator<int>> heights(pool);                // a plain container
+ *   std::vector<int, qk::allocator<int>> heights(pool);                // a standard container
  *   qk::memory_resource resource(pool);
  *   std::pmr::map<std::pmr::string, int> names(&resource);             // and a pmr one
- *   qk::destroy(pool, map);                                            // deregistration and delete
+ *   qk::destroy(pool, map);                                            // deregistration, delete
  *
- * Conventions, valid for everything below unless its own text says otherwise:
+ * Conventions. They hold for everything below unless its comment says otherwise. The conventions of
+ * qkmem.h hold too.
  *
- *  - Records and log lines show the caller's place, which default arguments take: nobody passes a
- *    `where`. What happens at the end of a scope shows the place where its object was made.
- *  - Functions take a handle as an `On`, which a qk::Handle and a handle's number turn into.
- *  - Memory that can't be had throws std::bad_alloc, as `new` does; what a constructor throws goes
- *    on to the caller, and then nothing is left behind. Nothing else throws. Where a handle can't
- *    record, or doesn't exist, objects are made and destroyed all the same, and are their maker's.
- *  - What lives on a handle ends before it. Deleting or clearing a handle destroys the objects that
- *    are registered on it and frees its memory, in the order of its records. Whatever is destroyed
- *    later is destroyed twice; so is what an object of the handle owns on the same handle, where
- *    its record comes first. Empty such a handle yourself before its end.
- *  - Threads: as for the functions of qkmem.h. Objects of these classes are plain values, which one
- *    thread uses at a time.
+ * (1) Location. Records and log lines show the caller's source location. A default argument takes
+ *     it, so don't pass `where`. What happens at the end of a scope shows the location where the
+ *     object of that scope was created.
+ *
+ * (2) Handles. Functions take a handle as a qk::On, to which a qk::Handle and the number of a
+ *     handle convert.
+ *
+ * (3) Errors. If there is no memory, std::bad_alloc is thrown, as by `new`. An exception of a
+ *     constructor is passed on, and nothing is left behind. Nothing else throws. If the handle
+ *     can't record an object, or doesn't exist, the object is created and destroyed all the same.
+ *     The handle's deletion then doesn't destroy it.
+ *
+ * (4) Lifetime. What is on a handle ends before the handle. Deletion and clear of a handle destroy
+ *     the objects that are registered on it and free its memory, in the order of its records, and
+ *     log nothing unless DEBUG is on. An object that the program destroys after that is destroyed
+ *     twice. So is an object B, if an object A on the same handle owns it and the record of B comes
+ *     first: destroy such objects yourself before the handle ends.
+ *
+ * (5) Threads. As in qkmem.h. One thread at a time uses an object of these classes.
  */
 #ifndef QKMEM_QKMEM_HPP_
 #define QKMEM_QKMEM_HPP_
@@ -50,12 +58,12 @@
 
 namespace qk {
 
-/* ---- The caller's place -------------------------------------------------------------------- */
+/* ---- The caller's location ----------------------------------------------------------------- */
 
 #if defined(__cpp_lib_source_location)
 using Location = std::source_location;
 #else
-/** A place in the source; as a default argument, current() is the place of the call. */
+/** A location in the source. As a default argument, current() is the caller's location. */
 class Location {
  public:
   [[nodiscard]] static constexpr Location current(
@@ -77,10 +85,10 @@ class Location {
 
 class Handle;
 
-/** A handle's number and the place of the call that uses it. Owns nothing. */
+/** The number of a handle, and the location of the call that uses it. Owns nothing. */
 class On {
  public:
-  // Implicit, so that callers name the handle alone.
+  // Implicit, so that callers pass only the handle.
   On(const Handle& handle, Location where = Location::current()) noexcept;
   On(int number, Location where = Location::current()) noexcept
       : file_(where.file_name()), line_(static_cast<int>(where.line())), number_(number) {}
@@ -90,18 +98,25 @@ class On {
   [[nodiscard]] int line() const noexcept { return line_; }
 
  private:
-  const char* file_;  // not a Location, whose size depends on the language's version
+  const char* file_;  // not a Location, whose size depends on the language version
   int line_;
   int number_;
 };
 
 /* ---- Handles ------------------------------------------------------------------------------- */
 
-/** Owns a handle, which is deleted at the end with all that it holds. Can be moved, not copied. */
+/**
+ * Owns a handle. The destructor deletes it with everything that is still on it, WITHOUT a warning,
+ * and the report at the end of the program doesn't list it any more. To see what was forgotten: let
+ * the destructor log it with QK_MEM_DEBUG="DEBUG=qk_mem_idel_handle", print a report with
+ * qk_mem_dump() before it, or release() the handle, which the report at the end then lists.
+ *
+ * Can be moved, not copied.
+ */
 class Handle {
  public:
   /**
-   * Creates a handle; where that fails, this object is empty and qk_mem_error() tells why.
+   * Creates a handle. On failure this object is empty and qk_mem_error() returns the code.
    *
    * @param options,tag  as in qk_mem_inew_handle().
    */
@@ -111,11 +126,11 @@ class Handle {
         line_(static_cast<int>(where.line())),
         number_(qk_mem_inew_handle(options, tag, file_, line_)) {}
 
-  /** Takes the handle over; `other` is empty then. */
+  /** Takes the handle over, which leaves `other` empty. */
   Handle(Handle&& other) noexcept
       : file_(other.file_), line_(other.line_), number_(other.release()) {}
 
-  /** Deletes the handle held so far and takes the other one over. */
+  /** Deletes the present handle, and takes over the one of `other`, which is then empty. */
   Handle& operator=(Handle&& other) noexcept {
     Handle taken(std::move(other));
     std::swap(file_, taken.file_);
@@ -127,28 +142,28 @@ class Handle {
   Handle(const Handle&) = delete;
   Handle& operator=(const Handle&) = delete;
 
-  /** Deletes the handle; lines show the place where it was made. */
+  /** Deletes the handle, see above. Log lines show the location where it was created. */
   ~Handle() {
     if (number_ != 0) qk_mem_idel_handle(number_, file_, line_);
   }
 
-  /** The number for the functions of qkmem.h; 0 when empty. */
+  /** Returns the number for the functions of qkmem.h, or 0 if empty. */
   [[nodiscard]] int number() const noexcept { return number_; }
 
-  /** Whether there is a handle. */
+  /** Returns whether there is a handle. */
   [[nodiscard]] explicit operator bool() const noexcept { return number_ != 0; }
 
-  /** Bytes of data that live on the handle, as qk_mem_isize() tells them. */
+  /** Returns the bytes of data on the handle, as qk_mem_isize() does. */
   [[nodiscard]] std::size_t size(Location where = Location::current()) const noexcept {
     return qk_mem_isize(number_, where.file_name(), static_cast<int>(where.line()));
   }
 
-  /** Empties a block-managed handle, as qk_mem_iclear_handle() does: 0, or the code 5566. */
+  /** Empties a block-managed handle, as qk_mem_iclear_handle() does. Returns 0 or 5566. */
   int clear(Location where = Location::current()) noexcept {
     return qk_mem_iclear_handle(number_, where.file_name(), static_cast<int>(where.line()));
   }
 
-  /** Gives the handle up: its number is the caller's to delete, and this object is empty. */
+  /** Returns the number and leaves this object empty. The caller then deletes the handle. */
   [[nodiscard]] int release() noexcept { return std::exchange(number_, 0); }
 
  private:
@@ -161,11 +176,11 @@ inline On::On(const Handle& handle, Location where) noexcept : On(handle.number(
 
 /* ---- Objects and arrays -------------------------------------------------------------------- */
 
-/** Tracks an object of type T that `new` made: the end of the tracker is the end of the object. */
+/** Tracks an object of type T that `new` created. The destructor deletes the object. */
 template <class T>
 class Tracker : public MemTracker {
  public:
-  /** @param object  what to track; the tracker owns it until `address` is null again. */
+  /** @param object  what to track. The tracker owns it until `address` is set to null. */
   explicit Tracker(T* object = nullptr) noexcept {
     address = const_cast<std::remove_cv_t<T>*>(object);
   }
@@ -179,11 +194,11 @@ class Tracker : public MemTracker {
   }
 };
 
-/** Tracks an array of T that `new[]` made, and destroys its elements from the last to the first. */
+/** Tracks an array of T that `new[]` created. The destructor deletes the array. */
 template <class T>
 class Tracker<T[]> : public MemTracker {
  public:
-  /** @param elements  what to track; the tracker owns it until `address` is null again. */
+  /** @param elements  what to track. The tracker owns it until `address` is set to null. */
   explicit Tracker(T* elements = nullptr) noexcept {
     address = const_cast<std::remove_cv_t<T>*>(elements);
   }
@@ -199,7 +214,7 @@ class Tracker<T[]> : public MemTracker {
 
 namespace detail {
 
-/** Names an object or array to the library without owning it. */
+/** Identifies an object or array to the library, without owning it. */
 class Name final : public MemTracker {
  public:
   Name(void* object, const std::type_info& type) noexcept : type_(type) { address = object; }
@@ -214,7 +229,7 @@ class Name final : public MemTracker {
   const std::type_info& type_;
 };
 
-/** The name of an object as it was made, which a base of it may stand for. */
+/** Identifies the complete object, of which `object` can be a base. */
 template <class T>
 [[nodiscard]] Name name_of_object(T* object) {
   void* const address = const_cast<std::remove_cv_t<T>*>(object);
@@ -235,10 +250,10 @@ template <class T>
   return qk_mem_is_recorded(on.number(), address, on.file(), on.line()) != 0;
 }
 
-/** Registers what a tracker owns; where the handle doesn't record, what it owned stays alone. */
+/** Registers what a tracker owns. If the handle doesn't record it, deletes the tracker only. */
 inline bool enroll(const On& on, int type, std::unique_ptr<MemTracker> tracker, std::size_t size) {
   qk_mem_iregister(on.number(), type, tracker.get(), nullptr, size, on.file(), on.line());
-  // The record of the tracker is the one made last, and found at once. It can be missing, though.
+  // The tracker's record is the latest and found fastest. It can be missing, though.
   const bool taken = is_recorded(on, tracker.get()) || is_recorded(on, tracker->address);
   if (!taken) tracker->address = nullptr;
   if (taken) static_cast<void>(tracker.release());
@@ -250,14 +265,14 @@ inline void deregister(const On& on, int type, Name name) noexcept {
   qk_mem_ideregister(on.number(), type, tracker, on.file(), on.line());
 }
 
-/** Something new, and whether its handle has recorded it. */
+/** A new object or array, and whether its handle has recorded it. */
 template <class T>
 struct Made {
   T* address;
   bool recorded;
 };
 
-/** Arguments go to a constructor or, where an aggregate has none for them, to its members. */
+/** Passes the arguments to a constructor or, if an aggregate has none, to its members. */
 template <class T, class... Args>
 [[nodiscard]] T* construct(Args&&... args) {
   if constexpr (std::is_constructible_v<T, Args...>) {
@@ -269,7 +284,7 @@ template <class T, class... Args>
 
 template <class T, class... Args>
 [[nodiscard]] Made<T> make_object(const On& on, Args&&... args) {
-  // The tracker comes first: behind the object nothing is left that could throw.
+  // The tracker is created first, because nothing may throw after the object exists.
   auto tracker = std::make_unique<Tracker<T>>();
   T* const object = construct<T>(std::forward<Args>(args)...);
   tracker->address = const_cast<std::remove_cv_t<T>*>(object);
@@ -292,11 +307,11 @@ inline constexpr bool kIsArrayOfAnyLength<T[]> = true;
 }  // namespace detail
 
 /**
- * Makes an object with `new` and registers it on a handle.
+ * Creates an object with `new` and registers it on a handle, with a size of sizeof(T).
  *
  * @param on    the handle, which owns the object until destroy().
  * @param args  for the constructor, or for the members of an aggregate.
- * @return the object; never null.
+ * @return the object, never null.
  */
 template <class T, class... Args>
 [[nodiscard]] std::enable_if_t<!std::is_array_v<T>, T*> make(On on, Args&&... args) {
@@ -304,11 +319,11 @@ template <class T, class... Args>
 }
 
 /**
- * Makes an array of `n` elements with `new[]`, zero or made by their default constructor, and
- * registers it on a handle. The record shows its bytes. For no elements, which is warned about, the
- * result is an address that belongs to destroy() all the same.
+ * Creates an array of `n` value-initialised elements with `new[]` and registers it on a handle. The
+ * record shows one element with the bytes of the array. An `n` of 0 is warned about; destroy() must
+ * be called for the result all the same.
  *
- * @return the first element; never null.
+ * @return the first element, never null.
  */
 template <class T>
 [[nodiscard]] T* make_array(On on, std::size_t n) {
@@ -318,8 +333,10 @@ template <class T>
 /**
  * Deregisters an object and deletes it.
  *
- * @param on      its handle. Any other one warns, and its own still holds the record.
- * @param object  as make() gave it, or a base of it with a virtual destructor. Null warns.
+ * @param on      its handle. With another one it warns, and deletes the object, but not the record:
+ *                the deletion of its own handle then destroys it a second time.
+ * @param object  as returned by make(), or a base of it with a virtual destructor. Null is warned
+ *                about.
  */
 template <class T>
 std::enable_if_t<!std::is_array_v<T>> destroy(On on, T* object) {
@@ -328,7 +345,7 @@ std::enable_if_t<!std::is_array_v<T>> destroy(On on, T* object) {
   delete object;
 }
 
-/** The same for an array that make_array() gave: `qk::destroy<T[]>(on, elements)`. */
+/** The same for an array of make_array(): `qk::destroy<T[]>(on, elements)`. */
 template <class Array>
 std::enable_if_t<detail::kIsArrayOfAnyLength<Array>> destroy(
     On on, std::remove_extent_t<Array>* elements) {
@@ -338,18 +355,18 @@ std::enable_if_t<detail::kIsArrayOfAnyLength<Array>> destroy(
 }
 
 /**
- * What ends the object of a qk::unique: destroy(), on the handle and with the place of its making.
- * An object that the handle could not record is deleted only.
+ * The deleter of a qk::unique. Calls destroy() on the handle, with the location where the object
+ * was created. If the handle didn't record the object, it only deletes it.
  */
 template <class T>
 class Deleter {
  public:
   Deleter() noexcept = default;
 
-  /** @param recorded  whether the objects to come are registered on the handle. */
+  /** @param recorded  whether the objects are registered on the handle. */
   explicit Deleter(On on, bool recorded = true) noexcept : on_(on), recorded_(recorded) {}
 
-  /** A pointer to an object becomes one to a base of it, if deletion through the base is right. */
+  /** Allows the conversion to a pointer to a base, if T can be deleted through it. */
   template <class U,
             class = std::enable_if_t<std::conjunction_v<
                 std::negation<std::is_same<U, T>>, std::is_convertible<U*, T*>,
@@ -396,18 +413,18 @@ class Deleter<T[]> {
   bool recorded_ = false;
 };
 
-/** A std::unique_ptr to an object of a handle, or to an array for T[]. make_unique() makes it. */
+/** A std::unique_ptr to an object on a handle, or for T[] to an array, see make_unique(). */
 template <class T>
 using unique = std::unique_ptr<T, Deleter<T>>;
 
-/** make() for a scope. */
+/** Like make(). The object is destroyed at the end of the scope. */
 template <class T, class... Args>
 [[nodiscard]] std::enable_if_t<!std::is_array_v<T>, unique<T>> make_unique(On on, Args&&... args) {
   const auto made = detail::make_object<T>(on, std::forward<Args>(args)...);
   return unique<T>(made.address, Deleter<T>(on, made.recorded));
 }
 
-/** make_array() for a scope: `qk::make_unique<T[]>(on, n)`. */
+/** Like make_array(), for a scope: `qk::make_unique<T[]>(on, n)`. */
 template <class Array>
 [[nodiscard]] std::enable_if_t<detail::kIsArrayOfAnyLength<Array>, unique<Array>> make_unique(
     On on, std::size_t n) {
@@ -428,7 +445,7 @@ inline constexpr std::size_t kAlignment = QK_MEM_ALIGNMENT;
   return memory;
 }
 
-/** Larger alignments are cut out of more memory, whose own address stands in front of the cut. */
+/** Aligns inside a larger allocation, and stores its address in front of the aligned one. */
 [[nodiscard]] inline void* allocate_aligned(const On& on, std::size_t size, std::size_t alignment) {
   if (size > std::numeric_limits<std::size_t>::max() - alignment) throw std::bad_alloc();
   void* const base = allocate_plain(on, size + alignment, kAlignment);
@@ -449,7 +466,7 @@ inline constexpr std::size_t kAlignment = QK_MEM_ALIGNMENT;
                                  : allocate_aligned(on, size, alignment);
 }
 
-/** Where a handle frees nothing singly, or is gone, its memory went or goes all at once. */
+/** Does nothing if the handle doesn't free singly or doesn't exist: all is released together. */
 inline void deallocate(const On& on, void* memory, std::size_t alignment) noexcept {
   if (qk_mem_frees_singly(on.number(), on.file(), on.line()) == 0) return;
   void* const base = alignment <= kAlignment ? memory : base_of_aligned(memory);
@@ -459,12 +476,12 @@ inline void deallocate(const On& on, void* memory, std::size_t alignment) noexce
 }  // namespace detail
 
 /**
- * The memory of a handle for std::pmr containers, which are accounted there then. On a
- * block-managed handle without BLOCKFREE it is an arena: memory comes back when the handle is
- * cleared or deleted.
+ * Allocates the memory of std::pmr containers on a handle. On a block-managed handle without
+ * BLOCKFREE it is an arena, whose memory is released when the handle is cleared or deleted.
  *
- * Records and log lines show the place where the resource was made. Alignments above 16 take as
- * many bytes more, which the records show. Two resources are equal when they have the same handle.
+ * Records and log lines show the location where the resource was created. An alignment above 16
+ * takes that many bytes more, which the record includes. A size of 0 takes 1 byte. Two resources
+ * are equal if they have the same handle.
  *
  * The resource must live longer than the containers that use it, and the handle longer than both.
  */
@@ -472,7 +489,7 @@ class memory_resource : public std::pmr::memory_resource {
  public:
   explicit memory_resource(On on) noexcept : on_(on) {}
 
-  /** The number of the handle. */
+  /** Returns the number of the handle. */
   [[nodiscard]] int handle() const noexcept { return on_.number(); }
 
  private:
@@ -493,11 +510,11 @@ class memory_resource : public std::pmr::memory_resource {
 };
 
 /**
- * An allocator for the standard containers that aren't std::pmr ones. Memory, places and alignments
+ * An allocator for standard containers that aren't std::pmr ones. Memory, locations and alignments
  * are as with qk::memory_resource.
  *
- * A container keeps its handle when it is assigned to by copy; a copy of a container, a container
- * that was assigned to by move and swapped ones have the handle of where their elements come from.
+ * A container that is copy-assigned keeps its handle. A container that is copied, moved,
+ * move-assigned or swapped has the handle that its elements come from.
  */
 template <class T>
 class allocator {
@@ -508,18 +525,18 @@ class allocator {
   using propagate_on_container_swap = std::true_type;
   using is_always_equal = std::false_type;
 
-  /** Implicit, so that a container is made by `std::vector<int, qk::allocator<int>> v(pool)`. */
+  /** Implicit, to allow `std::vector<int, qk::allocator<int>> v(pool)`. */
   allocator(const Handle& handle, Location where = Location::current()) noexcept
       : on_(handle, where) {}
 
-  /** For a handle's number. Explicit, since a number in a container's place is its size. */
+  /** For the number of a handle. Explicit, since a container takes a number for its size. */
   explicit allocator(On on) noexcept : on_(on) {}
 
-  /** The same handle and place for elements of another type. */
+  /** The same handle and location for elements of another type. */
   template <class U>
   allocator(const allocator<U>& other) noexcept : on_(other.on()) {}
 
-  /** Memory for `n` elements; a size that doesn't fit throws std::bad_array_new_length. */
+  /** Returns memory for `n` elements. On overflow throws std::bad_array_new_length. */
   [[nodiscard]] T* allocate(std::size_t n) {
     if (n > std::numeric_limits<std::size_t>::max() / sizeof(T)) throw std::bad_array_new_length();
     return static_cast<T*>(detail::allocate(on_, n * sizeof(T), alignof(T)));
@@ -529,7 +546,7 @@ class allocator {
     detail::deallocate(on_, elements, alignof(T));
   }
 
-  /** The number of the handle. */
+  /** Returns the number of the handle. */
   [[nodiscard]] int handle() const noexcept { return on_.number(); }
 
   [[nodiscard]] const On& on() const noexcept { return on_; }
@@ -538,7 +555,7 @@ class allocator {
   On on_;
 };
 
-/** Memory of one can be given back through the other. */
+/** Equal if memory of one can be deallocated through the other. */
 template <class T, class U>
 [[nodiscard]] bool operator==(const allocator<T>& one, const allocator<U>& other) noexcept {
   return one.handle() == other.handle();

@@ -8,35 +8,35 @@
 namespace qk {
 
 /**
- * Tells a caller why a call failed.
+ * Describes why a call failed.
  *
- * The caller owns the object and passes its address; the call that fails fills it and returns its
- * code. A plain record: copies are independent, and threads must not use one object at once. Every
- * text is terminated, and cut where its field ends.
+ * The caller owns the object and passes its address. A call that fails fills it and returns its
+ * code. Fields that it has no value for keep what they had. Copies are independent. One thread at a
+ * time uses an object. Every text is terminated, and cut to the size of its field.
  */
 class Status : public std::exception {
  public:
-  int code = 0;             ///< what went wrong; 0 is success
-  int detail1 = 0;          ///< 0 unless the code has more to say
-  int detail2 = 0;          ///< 0 unless the code has more to say
+  int code = 0;             ///< the error code; 0 is success
+  int detail1 = 0;          ///< always 0 in this library
+  int detail2 = 0;          ///< always 0 in this library
   int num1 = 0;             ///< first number of the message, such as a length
   int num2 = 0;             ///< second number of the message, such as the limit
-  char subject[257] = {};   ///< name that the failure is about
-  char location[320] = {};  ///< "file(routine):line" of the failure
-  char arg1[257] = {};      ///< first word of the message
+  char subject[257] = {};   ///< name that the failure is about, such as a routine
+  char location[320] = {};  ///< "file(routine):line" in the library, see src/qkmem.cpp
+  char arg1[257] = {};      ///< first word of the message, such as the keyword
   char arg2[257] = {};      ///< second word of the message
-  char host[64] = {};       ///< name of the machine
+  char host[64] = {};       ///< host name of the machine
 
-  /** A success: every number is 0 and every text empty. */
+  /** Creates a success: all numbers are 0 and all texts are empty. */
   Status() noexcept = default;
   Status(const Status&) noexcept = default;
   Status& operator=(const Status&) noexcept = default;
   ~Status() override;
 
-  /** Puts the object into the state that it was made in. */
+  /** Resets the object to a success: all numbers are 0 and all texts are empty. */
   void init() noexcept;
 
-  /** Makes it a success and empties the texts; num1 and num2 stay. */
+  /** Sets code and details to 0 and empties the texts. num1 and num2 keep their values. */
   void clear() noexcept;
 };
 
@@ -44,10 +44,10 @@ class Status : public std::exception {
 
 extern "C" {
 
-/** Same as `status->clear()`. Null: nothing happens. */
+/** Calls `status->clear()`. Does nothing for null. */
 void QK_CLEAR_STATUS(qk::Status* status);
 
-/** Same as `status->init()`. Null: nothing happens. */
+/** Calls `status->init()`. Does nothing for null. */
 void QK_INIT_STATUS(qk::Status* status);
 
 }  // extern "C"
