@@ -23,7 +23,7 @@ void before_fork() QK_UNCHECKED_LOCKING {
   Qk_mem_mtx.lock();
   for_each_handle(lock_handle);
   hold_log();
-  Qk_mem_error.hold();
+  Qk_mem_error.lock();
   flush_trace_file();
 }
 
@@ -31,7 +31,7 @@ void before_fork() QK_UNCHECKED_LOCKING {
  * Runs in the parent and in the child, whose only thread is a copy of the one that took the locks.
  */
 void after_fork() QK_UNCHECKED_LOCKING {
-  Qk_mem_error.let_go();
+  Qk_mem_error.unlock();
   let_log_go();
   for_each_handle(unlock_handle);
   Qk_mem_mtx.unlock();

@@ -12,22 +12,22 @@ namespace qk {
 /**
  * A value per thread, T{} until the thread sets it.
  *
- * Any thread may call anything at any time, also before static constructors have run if the object
- * is constant initialised. Nothing throws as long as T's own copying doesn't: a thread whose entry
- * can't be made for want of memory keeps its value in a spare place, and it moves to the entry as
- * soon as there is one. A thread has one spare place for all TLS<T> of the same T; the object that
- * needed it last has it.
+ * Any thread can call any function at any time, even before static constructors have run if the
+ * object is constant initialised. Nothing throws unless copying T does. If there is no memory for a
+ * thread's entry, the thread keeps its value in a spare variable, and a later call moves it to the
+ * entry. A thread has one spare variable for all TLS<T> of the same T; the object that needed it
+ * last owns it.
  *
- * Entries outlive their threads. Destroy the object when no thread uses it any more.
+ * Entries outlive their threads. Destroy the object only when no thread uses it any more.
  */
 template <class T>
 class TLS {
  public:
-  constexpr TLS() noexcept : not_made_(0) {}
+  constexpr TLS() noexcept : not_constructed_(0) {}
   TLS(const TLS&) = delete;
   TLS& operator=(const TLS&) = delete;
   ~TLS() {
-    if (made_) std::destroy_at(&values_);
+    if (constructed_) std::destroy_at(&values_);
   }
 
   /** Stores the calling thread's value. */
@@ -38,24 +38,24 @@ class TLS {
   }
 
   /**
-   * Finds the calling thread's value. Never null. For the calling thread only, which may read and
-   * write it without a lock until its next call on the object: that call can move a value from the
-   * spare place to an entry. A value in an entry stays where it is.
+   * Returns the calling thread's value, never null. Only the calling thread may use it. It needs no
+   * lock, and the pointer is valid until its next call on the object, which can move the value from
+   * the spare variable to an entry. A value in an entry doesn't move.
    */
   [[nodiscard]] T* get() noexcept {
     const unsigned long thread = qk_gettid();
     const MtxLock lock(mtx_);
-    if (!made_) make_map();
+    if (!constructed_) construct_map();
     if (const auto found = values_.find(thread); found != values_.end()) return &found->second;
     return insert(thread);
   }
   [[nodiscard]] T& operator*() noexcept { return *get(); }
 
-  /** Keeps every other thread out, over a fork for instance, until let_go(). */
-  void hold() noexcept QK_ACQUIRE(mtx_) { mtx_.lock(); }
-  void let_go() noexcept QK_RELEASE(mtx_) { mtx_.unlock(); }
+  /** Blocks calls of all other threads, during a fork for instance, until unlock(). */
+  void lock() noexcept QK_ACQUIRE(mtx_) { mtx_.lock(); }
+  void unlock() noexcept QK_RELEASE(mtx_) { mtx_.unlock(); }
 
-  /** Tells whether the calling thread is inside a call, or holds the others out. */
+  /** Returns whether the calling thread holds the lock: inside a call, or after lock(). */
   [[nodiscard]] bool held() const noexcept { return mtx_.held(); }
 
  private:
@@ -66,16 +66,16 @@ class TLS {
     T value{};
   };
 
-  void make_map() noexcept QK_REQUIRES(mtx_) {
+  void construct_map() noexcept QK_REQUIRES(mtx_) {
     mtx_.assert_held();
     std::construct_at(&values_);
-    made_ = true;
+    constructed_ = true;
   }
 
   /**
-   * The map's own order of steps matters where the program's operator new fails, reports that and
-   * so comes back here with the lock held: emplace() obtains memory first and looks for the place
-   * after.
+   * If the program's operator new fails and reports it through the library, this function is called
+   * again while the lock is held. That is safe because emplace() allocates memory first and then
+   * searches the position.
    */
   T* insert(unsigned long thread) noexcept QK_REQUIRES(mtx_) {
     mtx_.assert_held();
@@ -98,14 +98,13 @@ class TLS {
     return spare;
   }
 
-  // A map can't be constant initialised, a union that holds it can: the map is made at the first
-  // use.
+  // A map can't be constant initialised, but a union with it can. The first use constructs the map.
   union {
-    char not_made_;
+    char not_constructed_;
     Values values_;
   };
   Mtx mtx_;
-  bool made_ QK_GUARDED_BY(mtx_) = false;
+  bool constructed_ QK_GUARDED_BY(mtx_) = false;
 };
 
 }  // namespace qk

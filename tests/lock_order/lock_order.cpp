@@ -25,9 +25,9 @@ class Classes {
     qk::mem::hold_log();
     log_ = lock_order::held().back();
     qk::mem::let_log_go();
-    Qk_mem_error.hold();
+    Qk_mem_error.lock();
     error_ = lock_order::held().back();
-    Qk_mem_error.let_go();
+    Qk_mem_error.unlock();
   }
   std::string operator()(const void* lock) const {
     if (lock == &Qk_mem_mtx) return "registry";
