@@ -4,8 +4,8 @@
 namespace qk {
 
 /**
- * Whether the library checks its own rules while it runs. Only builds for tests do: what a user
- * gets has no instruction of it.
+ * Whether the library checks its own invariants at run time. Only test builds do. A user's build
+ * has no instruction of these checks.
  */
 #ifdef QKMEM_ASSERTIONS
 inline constexpr bool kAssertions = true;
@@ -13,7 +13,7 @@ inline constexpr bool kAssertions = true;
 inline constexpr bool kAssertions = false;
 #endif
 
-/** Ends the program by SIGABRT after a line on standard error that names the rule. */
+/** Writes a line with the broken rule to standard error and aborts. */
 [[noreturn]] void rule_broken(const char* rule) noexcept;
 
 }  // namespace qk

@@ -19,17 +19,17 @@
 #include "support/text.h"
 
 /*
- * Everything here may be interrupted by a signal whose handling needs it, so there is no lock: the
- * state is three atomic variables and slots that are published once and emptied once.
+ * A signal can interrupt any of this code, and its handler runs the same code. So there is no lock:
+ * the state is a few atomic variables, and slots that are published once and emptied once.
  */
 namespace {
 
 constexpr int kWatchedSignals[] = {SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGSEGV,
                                    SIGBUS, SIGFPE, SIGILL,  SIGABRT};
 
-/** Microseconds: from the signal to the end, to the last attempt, and from one to the next. */
-constexpr std::int64_t kTimeToTheEnd = 1500000;
-constexpr std::int64_t kTimeForAttempts = 1000000;
+/** In microseconds: from the signal to the end and to the last attempt; between two attempts. */
+constexpr std::int64_t kTimeToEnd = 1500000;
+constexpr std::int64_t kTimeToLastAttempt = 1000000;
 constexpr std::int64_t kTimeBetweenAttempts = 2000;
 
 constexpr std::size_t kLongestOptions = 256;
@@ -37,8 +37,8 @@ constexpr std::size_t kLongestOptions = 256;
 // ---- The registered handlers
 
 struct Slot {
-  bool last;                                      // complete before the handler is published
-  std::atomic<qk_exit_handler> handler{nullptr};  // null again from the moment that it is run
+  bool last;                                      // written before the handler is published
+  std::atomic<qk_exit_handler> handler{nullptr};  // null again as soon as it is being run
 };
 
 constinit Slot slots[qk::kMaxExitHandlers] = {};
@@ -54,7 +54,7 @@ bool add_handler(qk_exit_handler handler, bool last) {
   return true;
 }
 
-/** Null when there is none. */
+/** Takes the newest handler of a kind; null if there is none. */
 qk_exit_handler take_newest(bool last) {
   for (int index = slots_in_use.load() - 1; index >= 0; --index) {
     Slot& slot = slots[index];
@@ -64,7 +64,7 @@ qk_exit_handler take_newest(bool last) {
   return nullptr;
 }
 
-/** Looks through all slots each time, so that what a handler registers is run too. */
+/** Searches all slots each time, so that handlers registered by a handler run too. */
 void run_handlers(int signal_number) {
   for (;;) {
     qk_exit_handler handler = take_newest(false);
@@ -74,12 +74,12 @@ void run_handlers(int signal_number) {
   }
 }
 
-// ---- Who runs them
+// ---- The thread that runs them
 
 /**
- * The thread that runs the handlers, and why: the signal, 0 for normal termination. All in one
- * word, so that whoever is interrupted or meets the runner sees the three together. A runner of
- * another process is none: it was copied by a fork.
+ * The thread that runs the handlers, and the signal because of which it does, 0 for normal
+ * termination. One word, so that other threads and signal handlers read the three values together.
+ * A runner with another process number doesn't count: a fork has copied it.
  */
 struct Runner {
   std::uint64_t process : 24;  // the kernel's limit for either number is 2^22
@@ -92,10 +92,10 @@ static_assert(sizeof(Runner) == sizeof(std::uint64_t) && std::atomic<Runner>::is
 
 constinit std::atomic<Runner> runner{Runner{0, 0, 0}};
 
-/** An end that was put off: the thread and the signal that came. */
-constinit std::atomic<Runner> waiting{Runner{0, 0, 0}};
+/** An end that is put off: the interrupted thread and the signal. */
+constinit std::atomic<Runner> deferred{Runner{0, 0, 0}};
 
-/** When the signal came that ends the process; 0 before. */
+/** When the signal arrived that ends the process; 0 before that. */
 constinit std::atomic<std::int64_t> signal_time{0};
 
 constinit std::atomic<bool (*)()> interrupts_something{nullptr};
@@ -112,7 +112,7 @@ bool is_of_this_process(const Runner& thread) {
   return thread.process == (static_cast<std::uint64_t>(getpid()) & kIdBits);
 }
 
-/** Makes `own` the runner, unless there is one already: that one is returned, and stays. */
+/** Makes `own` the runner. If there is one already, returns it and changes nothing. */
 std::optional<Runner> become_runner(const Runner& own) {
   Runner now = runner.load();
   while (now.process != own.process) {
@@ -141,10 +141,10 @@ void unblock(int signal_number) {
   set_action(signal_number, SIG_DFL, 0);
   unblock(signal_number);
   raise(signal_number);
-  _exit(128 + signal_number);  // the first process of a container survives its default actions
+  _exit(128 + signal_number);  // process 1 of a container survives signals' default actions
 }
 
-/** In microseconds. */
+/** Monotonic time in microseconds. */
 std::int64_t now() {
   timespec time = {};
   clock_gettime(CLOCK_MONOTONIC, &time);
@@ -153,14 +153,14 @@ std::int64_t now() {
 
 std::int64_t since_signal() { return now() - signal_time.load(); }
 
-/** The timer wakes one of the waiting threads if the runner takes too long. */
+/** If the runner takes too long, the timer wakes a waiting thread, which ends the process. */
 [[noreturn]] void wait_for_the_end() {
   for (;;) pause();
 }
 
 void on_alarm(int signal_number);
 
-/** Calls on_alarm() after a time, and then again and again. */
+/** Calls on_alarm() after `first`, and then at each `interval`. */
 void set_alarm(std::int64_t first, std::int64_t interval) {
   set_action(SIGALRM, on_alarm, SA_ONSTACK | SA_RESTART);
   const itimerval timer = {{0, static_cast<suseconds_t>(interval)},
@@ -169,56 +169,56 @@ void set_alarm(std::int64_t first, std::int64_t interval) {
 }
 
 void limit_time() {
-  if (!is_of_this_process(waiting.load())) signal_time.store(now());
-  set_alarm(std::max(kTimeToTheEnd - since_signal(), kTimeBetweenAttempts), kTimeBetweenAttempts);
+  if (!is_of_this_process(deferred.load())) signal_time.store(now());
+  set_alarm(std::max(kTimeToEnd - since_signal(), kTimeBetweenAttempts), kTimeBetweenAttempts);
   unblock(SIGALRM);
 }
 
-/** Continues where another runner is at work already; returns at normal termination only. */
-void leave_to(const Runner& other, const Runner& own) {
+/** Leaves the end to another runner. Returns only if both have normal termination. */
+void yield_to(const Runner& other, const Runner& own) {
   if (other.reason() == 0) {
     if (own.reason() != 0) end_by(own.reason());
     return;
   }
   if (other.thread != own.thread) wait_for_the_end();
-  if (own.reason() == 0) run_handlers(other.reason());  // one of the handlers called exit()
+  if (own.reason() == 0) run_handlers(other.reason());  // a handler called exit()
   end_by(other.reason());
 }
 
-/** Runs the handlers for a signal, in the thread that it has interrupted. */
+/** Runs the handlers for a signal in the interrupted thread, and ends the process. */
 [[noreturn]] void finish(const Runner& own) {
-  if (const std::optional<Runner> other = become_runner(own)) leave_to(*other, own);
+  if (const std::optional<Runner> other = become_runner(own)) yield_to(*other, own);
   limit_time();
   run_handlers(own.reason());
   end_by(own.reason());
 }
 
-// ---- Ends that are put off
+// ---- Putting the end off
 
 bool is_busy() {
   bool (*const test)() = interrupts_something.load();
   return test != nullptr && test();
 }
 
-bool hears_alarms() {
+bool receives_alarms() {
   sigset_t blocked;
   return pthread_sigmask(SIG_BLOCK, nullptr, &blocked) == 0 && sigismember(&blocked, SIGALRM) == 0;
 }
 
-/** Whether the interrupted thread goes on and is looked at again. */
+/** Returns true if the interrupted thread continues and an alarm checks it again. */
 bool put_off(const Runner& own) {
-  if (is_of_this_process(runner.load()) || !is_busy() || !hears_alarms()) return false;
-  Runner before = waiting.load();
+  if (is_of_this_process(runner.load()) || !is_busy() || !receives_alarms()) return false;
+  Runner before = deferred.load();
   if (is_of_this_process(before)) return true;
-  if (!waiting.compare_exchange_strong(before, own)) return true;
+  if (!deferred.compare_exchange_strong(before, own)) return true;
   signal_time.store(now());
   set_alarm(kTimeBetweenAttempts, kTimeBetweenAttempts);
   return true;
 }
 
-/** The calling thread as the one that ends the process, by the signal that came first. */
+/** The calling thread as the runner, with the signal that arrived first. */
 Runner own_thread_for(int signal_number) {
-  const Runner first = waiting.load();
+  const Runner first = deferred.load();
   return own_thread(is_of_this_process(first) ? first.reason() : signal_number);
 }
 
@@ -234,16 +234,16 @@ void on_alarm(int /*signal_number*/) {
   const int error = errno;
   if (const Runner at_work = runner.load(); is_of_this_process(at_work)) {
     if (at_work.reason() == 0) end_by(own_thread_for(SIGALRM).reason());
-    if (since_signal() >= kTimeToTheEnd) end_by(at_work.reason());
-  } else if (is_of_this_process(waiting.load())) {
-    if (since_signal() >= kTimeForAttempts || !is_busy()) finish(own_thread_for(SIGALRM));
+    if (since_signal() >= kTimeToEnd) end_by(at_work.reason());
+  } else if (is_of_this_process(deferred.load())) {
+    if (since_signal() >= kTimeToLastAttempt || !is_busy()) finish(own_thread_for(SIGALRM));
   } else {
-    end_by(SIGALRM);  // in the child of a fork, which inherits the handler without its reason
+    end_by(SIGALRM);  // in a forked child, which inherits the handler without the reason
   }
   errno = error;
 }
 
-// ---- Where the end is noticed
+// ---- Signals and atexit()
 
 std::optional<void (*)(int)> plain_action(int signal_number) {
   struct sigaction now = {};
@@ -253,8 +253,8 @@ std::optional<void (*)(int)> plain_action(int signal_number) {
 }
 
 /**
- * SA_NODEFER: a second signal of the same number has to get through to handlers that hang.
- * SA_RESTART: the program must not notice that an end was put off.
+ * SA_NODEFER: a second signal with the same number must get through if a handler hangs.
+ * SA_RESTART: the program must not notice that the end was put off.
  */
 void watch_signals() {
   for (const int signal_number : kWatchedSignals) {
@@ -273,20 +273,20 @@ void stop_watching_signals() {
 constinit std::atomic<bool> hooked{false};
 
 /**
- * Also the end of a shared library that is unloaded: the signals must not lead into it afterwards.
- * A later registration, by an exit handler of somebody else, hooks in once more.
+ * Also runs when the shared library is unloaded: no signal may call into it afterwards. A later
+ * registration, by an exit handler of another module, installs the hooks again.
  */
 void at_exit() {
   hooked.store(false);
-  if (is_of_this_process(waiting.load())) finish(own_thread_for(0));
+  if (is_of_this_process(deferred.load())) finish(own_thread_for(0));
   const Runner own = own_thread(0);
-  if (const std::optional<Runner> other = become_runner(own)) return leave_to(*other, own);
+  if (const std::optional<Runner> other = become_runner(own)) return yield_to(*other, own);
   run_handlers(0);
   stop_watching_signals();
   runner.store(Runner{0, 0, 0});
 }
 
-bool hook_in() {
+bool install_hooks() {
   if (hooked.exchange(true)) return true;
   if (std::atexit(at_exit) != 0) {
     hooked.store(false);
@@ -298,7 +298,7 @@ bool hook_in() {
 
 // ---- Registration
 
-/** What a call of qk_atexit() asks for, and the answer if it is refused. */
+/** A call of qk_atexit(), which fills the status if it is refused. */
 class Request {
  public:
   Request(const char* name, const char* owner, qk::Status* status)
@@ -325,7 +325,7 @@ class Request {
     return code;
   }
 
-  /** Reads the options; `last` is left alone where they don't say. */
+  /** Reads the options. Leaves `last` unchanged if they have no POSITION. */
   [[nodiscard]] int read_position(const char* options, bool& last) const {
     const std::size_t length = qk_strlen(options);
     if (length > kLongestOptions) return refuse_length(length);
@@ -357,7 +357,7 @@ extern "C" int qk_atexit(qk_exit_handler handler, const char* name, const char* 
   if (handler == nullptr) return request.refuse(qk::kExitHandlerNull, "handler");
   bool last = false;
   if (const int code = request.read_position(options, last); code != 0) return code;
-  if (!hook_in()) return request.refuse(qk::kExitHookRefused, "atexit");
+  if (!install_hooks()) return request.refuse(qk::kExitHookRefused, "atexit");
   if (!add_handler(handler, last)) return request.refuse(qk::kExitHandlersFull, "handler");
   return 0;
 }

@@ -5,16 +5,16 @@
 
 namespace qk {
 
-/** Codes of qk_atexit(), beside those of option strings. */
+/** Codes of qk_atexit(), besides those of option strings. */
 enum : int {
   kExitOptionsTooLong = 10037,
   kExitPositionUnknown = 10045,
   kExitHandlersFull = 10050,
   kExitHandlerNull = 10051,
-  kExitHookRefused = 10052  // the C library's atexit() takes no more
+  kExitHookRefused = 10052  // atexit() of the C library failed
 };
 
-/** Handlers that a process can register. Those that have run still count. */
+/** Maximum number of handlers that a process can register, including those that have run. */
 inline constexpr int kMaxExitHandlers = 32;
 
 }  // namespace qk
@@ -22,12 +22,12 @@ inline constexpr int kMaxExitHandlers = 32;
 namespace qk {
 
 /**
- * Names a test of what a signal has interrupted: whether the calling thread is in the middle of
- * something that the handlers need finished, such as the use of a lock. HUP, INT, QUIT and TERM are
- * then put off: the thread goes on, and two milliseconds later it is looked at again, for up to a
- * second. After that the handlers run all the same.
+ * Sets a test of whether a signal has interrupted the calling thread while it holds something that
+ * the handlers need, such as a lock. If so, HUP, INT, QUIT and TERM are put off: the thread
+ * continues and is tested again every two milliseconds, for up to a second. After that the handlers
+ * run in any case.
  *
- * @param is_busy  called inside signal handlers only; null for none.
+ * @param is_busy  called only inside signal handlers; null for none.
  */
 void put_off_exit_while(bool (*is_busy)());
 
@@ -38,31 +38,31 @@ extern "C" {
 using qk_exit_handler = void (*)(int signal_number);
 
 /**
- * Registers a function for the end of the process.
+ * Registers a function that is called at the end of the process.
  *
- * Each handler runs once: the newest first, those registered with POSITION=LAST behind all others.
- * It gets 0 at normal termination, return from main() or exit(); or the number of the signal that
- * ends the process: HUP, INT, QUIT, TERM, SEGV, BUS, FPE, ILL or ABRT. A signal is only watched if
- * it had its default action when the first handler was registered, and only as long as nobody else
- * takes it.
+ * Each handler runs once. The newest runs first; those registered with POSITION=LAST run after all
+ * others. Its argument is 0 at normal termination, which is return from main() or exit(). Otherwise
+ * it is the number of the signal that ends the process: HUP, INT, QUIT, TERM, SEGV, BUS, FPE, ILL
+ * or ABRT. A signal is watched only if it had its default action when the first handler was
+ * registered, and only until the program sets another action.
  *
- * When the handlers have run for a signal, the process ends by it, as it would have without them.
- * That takes 1.5 seconds at most from the signal on, measured with the process's real-time timer
- * and SIGALRM: handlers that hang are given up. Another signal, or a fault, in the thread that runs
- * the handlers ends the process at once, by the first signal; one that comes while they run for
- * normal termination does so by itself. A handler for a signal may interrupt anything,
- * qk_signal_safe() tells which do no harm.
+ * After the handlers have run for a signal, the process ends by that signal, as it would have
+ * without them. This takes at most 1.5 seconds from the signal on, measured with the process's
+ * real-time timer and SIGALRM; a handler that hangs is abandoned. If another signal or a fault hits
+ * the thread that runs the handlers, the process ends at once, by the first signal. A signal during
+ * the handlers of a normal termination ends the process by itself. A handler for a signal may
+ * interrupt any code; qk_signal_safe() returns whether it can work safely then.
  *
- * @param handler  called at the end; may register others, which then run too.
+ * @param handler  called at the end. May register other handlers, which then run too.
  * @param name     the handler's name, for the status; may be null. Not kept.
- * @param owner    who registers it, for the status; may be null. Not kept.
- * @param options  option string: POSITION=FIRST (also without options) or POSITION=LAST. Not kept.
- * @param status   filled on failure only: code, location, host, the handler's name as subject; as
- *                 the arguments the word that was refused and the owner. May be null.
- * @return  0, or the status code: a code above, or of qk_option_error for a bad option string.
+ * @param owner    the module that registers it, for the status; may be null. Not kept.
+ * @param options  option string: POSITION=FIRST (the default) or POSITION=LAST. Not kept.
+ * @param status   filled on failure only: code, location, host, the handler's name as subject, and
+ *                 as the arguments the refused word and the owner. May be null.
+ * @return 0, or the status code: one of those above, or of qk_option_error for a bad option string.
  *
- * Threads: any. Usable before static constructors have run and from exit handlers. The child of a
- * fork has the handlers that had not run yet.
+ * Threads: any. Usable before static constructors have run, and from exit handlers. The child of a
+ * fork has the handlers that have not run yet.
  */
 int qk_atexit(qk_exit_handler handler, const char* name, const char* owner, const char* options,
               qk::Status* status);

@@ -2,9 +2,9 @@
 #define SUPPORT_HASH_H_
 
 /**
- * Chooses a bucket for a key: a number from 0 to `buckets` - 1, the same in every process for equal
- * keys, numbers of buckets and seeds. A null key counts as "". 0 when `buckets` is not positive.
- * Threads: any.
+ * Returns the bucket of a key: a number from 0 to `buckets` - 1, which is the same in every process
+ * for the same arguments. A null key counts as "". Returns 0 if `buckets` is not positive. Threads:
+ * any.
  */
 extern "C" int qk_hash(const char* key, int buckets, int seed);
 

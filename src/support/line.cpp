@@ -6,7 +6,7 @@
 namespace qk {
 namespace {
 
-/** All numbers of two digits, one after the other. */
+/** All numbers of two digits, "00" to "99". */
 constexpr auto kPairs = [] {
   std::array<char, 200> pairs{};
   for (std::size_t i = 0; i < 100; ++i) {
@@ -16,7 +16,7 @@ constexpr auto kPairs = [] {
   return pairs;
 }();
 
-/** Writes the decimal digits of a number in front of `end` and returns where they begin. */
+/** Writes the decimal digits of a number so that they end at `end`. Returns the first one. */
 char* write_digits(std::uint64_t value, char* end) noexcept {
   for (; value >= 100; value /= 100) {
     end -= 2;
@@ -34,7 +34,7 @@ char* write_digits(std::uint64_t value, char* end) noexcept {
 }  // namespace
 
 Line& Line::put(std::string_view text) noexcept {
-  // Not memcpy(): an empty text may have no address.
+  // Not memcpy(), because an empty text can have a null address.
   const std::size_t fitting = text.copy(text_ + length_, kCapacity - length_);
   length_ += fitting;
   cut_ = cut_ || fitting < text.size();
@@ -46,7 +46,7 @@ Line& Line::put(std::string_view text, std::size_t width) noexcept {
   return put(text);
 }
 
-/** `digits` are followed by enough readable bytes to be copied in one piece. */
+/** Reads kLongestNumber bytes from `digits`, so that many must be readable. */
 [[gnu::always_inline]] inline Line& Line::place_digits(const char* digits, std::size_t count,
                                                        std::size_t width) noexcept {
   const std::size_t blanks = width > count ? width - count : 0;

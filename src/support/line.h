@@ -8,15 +8,15 @@
 namespace qk {
 
 /**
- * A line of text that is put together piece by piece: what the formatted output of the C library
- * gives, at a fraction of its cost. Each piece names the conversion that it stands for. What goes
- * beyond the capacity is cut, and the line then still ends with a newline.
+ * Builds a line of text piece by piece, with the result of the C library's formatted output at a
+ * fraction of its cost. The comment of each function names its conversion. A line that exceeds the
+ * capacity is cut, and still ends with a newline.
  */
 class Line {
  public:
   static constexpr std::size_t kCapacity = 1023;
 
-  /** %c, a zero byte too. */
+  /** %c, including a zero byte. */
   Line& put(char c) noexcept {
     if (length_ < kCapacity) {
       text_[length_++] = c;
@@ -29,7 +29,7 @@ class Line {
   /** Literal text. */
   Line& put(std::string_view text) noexcept;
 
-  /** %s, with the C library's text for null. */
+  /** %s, with "(null)" for null as in the C library. */
   Line& put(const char* text) noexcept {
     return put(std::string_view(text == nullptr ? "(null)" : text));
   }
@@ -43,12 +43,12 @@ class Line {
   /** %*zd, and %zd without a width. */
   Line& signed_number(std::int64_t value, std::size_t width = 0) noexcept;
 
-  /** %.*zx: at least `precision` digits; fewer than 0 are the same as 1. */
+  /** %.*zx: at least `precision` digits; a negative number means 1. */
   Line& hex(std::uint64_t value, int precision) noexcept;
 
   [[nodiscard]] std::size_t length() const noexcept { return length_; }
 
-  /** Takes back what goes beyond a length. */
+  /** Cuts the line to a length. */
   Line& shorten(std::size_t length) noexcept {
     if (length_ > length) {
       length_ = length;
@@ -57,14 +57,14 @@ class Line {
     return *this;
   }
 
-  /** The whole line, once it is complete. */
+  /** Returns the complete line. */
   [[nodiscard]] std::string_view finish() noexcept {
     if (cut_) text_[kCapacity - 1] = '\n';
     return {text_, length_};
   }
 
  private:
-  // Numbers are copied in one piece of this size, whatever their length.
+  // Every number is copied as this many bytes, which is faster than its exact length.
   static constexpr std::size_t kLongestNumber = 24;
 
   Line& place_digits(const char* digits, std::size_t count, std::size_t width) noexcept;

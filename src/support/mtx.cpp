@@ -9,7 +9,7 @@
 namespace qk {
 namespace {
 
-/** Callers lock between a failure and the look at its errno. */
+/** Callers lock between a failure and reading its errno. */
 class KeepErrno {
  public:
   KeepErrno() noexcept : saved_(errno) {}
@@ -30,8 +30,8 @@ void futex(std::atomic<int>& word, int operation, int value) noexcept {
 }  // namespace
 
 void Mtx::wait_and_take() noexcept {
-  // The word stays contended when this thread gets the lock at last, though it may have been the
-  // only one asleep: it can't know. The cost is one superfluous wake-up.
+  // The word stays kContended after this thread gets the lock, because it can't know whether other
+  // threads sleep too. At worst that costs one needless wake-up.
   while (state_.exchange(kContended, std::memory_order_acquire) != kFree) {
     futex(state_, FUTEX_WAIT, kContended);
   }

@@ -12,13 +12,15 @@
 namespace qk {
 
 /**
- * Lock that the thread holding it may take again; every lock() needs an unlock() of its own.
+ * A recursive lock: the thread that holds it can lock it again. Every lock() needs its own
+ * unlock().
  *
- * Serves MtxLock (support/mtx_lock.h), std::lock_guard and std::unique_lock. A static one is ready before any constructor runs
- * and stays usable after exit handlers and destructors have run: it is constant initialised and has
- * nothing to destroy. It must not be destroyed while a thread holds it or waits for it.
+ * Works with MtxLock (support/mtx_lock.h), std::lock_guard and std::unique_lock. A static one can
+ * be used before any constructor has run and after exit handlers and destructors have run, because
+ * it is constant initialised and has nothing to destroy. It must not be destroyed while a thread
+ * holds it or waits for it.
  *
- * Nothing fails, errno is kept. Not for use by several processes, and a fork copies it as it is: a
+ * Nothing fails, and errno is kept. Not for use by several processes. A fork copies its state: a
  * lock that another thread held stays locked in the child.
  */
 class QK_CAPABILITY("mutex") Mtx {
@@ -27,27 +29,27 @@ class QK_CAPABILITY("mutex") Mtx {
   Mtx(const Mtx&) = delete;
   Mtx& operator=(const Mtx&) = delete;
 
-  /** Takes the lock and waits as long as another thread holds it. */
+  /** Takes the lock. Waits while another thread holds it. */
   void lock() noexcept QK_ACQUIRE() {
     if (!take_at_once()) wait_and_take();
   }
 
-  /** Takes the lock unless another thread holds it; tells whether the caller holds it now. */
+  /** Takes the lock unless another thread holds it. Returns whether the caller holds it now. */
   [[nodiscard]] bool try_lock() noexcept QK_TRY_ACQUIRE(true) { return take_at_once(); }
 
-  /** Undoes one lock() or successful try_lock() of the calling thread, which holds the lock. */
+  /** Undoes one lock() or successful try_lock() of the calling thread, which must hold the lock. */
   void unlock() noexcept QK_RELEASE() {
     if (--depth_ != 0) return;
     owner_.store(0, std::memory_order_relaxed);
     if (release() == kContended) wake_one();
   }
 
-  /** Tells whether the calling thread holds the lock. */
+  /** Returns whether the calling thread holds the lock. */
   [[nodiscard]] bool held() const noexcept {
     return owner_.load(std::memory_order_relaxed) == this_thread();
   }
 
-  /** For the head of whatever relies on the lock. Checks nothing in what users get. */
+  /** The first line of functions that rely on the lock. Does nothing in users' builds. */
   void assert_held() const noexcept QK_ASSERTS_HELD() {
     if constexpr (kAssertions) {
       if (!held()) rule_broken("the lock that is relied on here is not held");
@@ -57,7 +59,7 @@ class QK_CAPABILITY("mutex") Mtx {
  private:
   enum : int { kFree, kLocked, kContended };
 
-  /** The thread's own address, which is what pthread_self() gives, without a call. */
+  /** The thread's address, which pthread_self() returns too, but without a call. */
   [[nodiscard]] static std::uintptr_t this_thread() noexcept {
     return reinterpret_cast<std::uintptr_t>(__builtin_thread_pointer());
   }
@@ -73,8 +75,8 @@ class QK_CAPABILITY("mutex") Mtx {
   }
 
   /**
-   * With one thread, nobody else can change the word in between, so that plain accesses do. They
-   * leave the same values behind: the holder may start a thread and let go afterwards.
+   * With one thread, nothing else can change the word, so plain accesses are enough. They store the
+   * same values, because the holder can start a thread before it unlocks.
    */
   bool acquire() noexcept {
     int expected = kFree;
@@ -101,10 +103,10 @@ class QK_CAPABILITY("mutex") Mtx {
   void wait_and_take() noexcept;
   void wake_one() noexcept;
 
-  // kContended says that a thread may be asleep on the word: whoever lets go then wakes one.
+  // kContended: a thread may be asleep on the word, so unlock() has to wake one.
   std::atomic<int> state_{kFree};
-  unsigned depth_{0};                     // touched by the owner only
-  std::atomic<std::uintptr_t> owner_{0};  // a thread can read its own number here only if it holds
+  unsigned depth_{0};                     // accessed by the owner only
+  std::atomic<std::uintptr_t> owner_{0};  // equals a thread's address only if that thread holds
 };
 
 static_assert(sizeof(Mtx) == 16);

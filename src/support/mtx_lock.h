@@ -5,7 +5,7 @@
 
 namespace qk {
 
-/** Holds a lock as long as it lives. */
+/** Holds a lock during its lifetime. */
 class QK_SCOPED_CAPABILITY MtxLock {
  public:
   explicit MtxLock(Mtx& mtx) noexcept QK_ACQUIRE(mtx) : mtx_(mtx) { mtx_.lock(); }

@@ -12,13 +12,13 @@ namespace {
 
 using Table = std::span<qk_option_keyword>;
 
-/** The first word that doesn't fit; what follows it is not read. */
-struct Misfit {
+/** The first word that doesn't match the table. The rest of the string is not read. */
+struct Mismatch {
   std::int32_t code;
   std::string_view keyword;
 };
 
-/** A keyword with what follows its equals sign, as the string has them. */
+/** A keyword and what follows its equals sign, as in the string. */
 struct Word {
   std::string_view keyword;
   bool has_equals;
@@ -30,12 +30,12 @@ bool is_blank(char c) { return c == ' ' || c == '\t'; }
 
 bool is_separator(char c) { return is_blank(c) || c == ','; }
 
-bool equal_letters(std::string_view left, std::string_view right) {
+bool equal_ignoring_case(std::string_view left, std::string_view right) {
   return std::equal(left.begin(), left.end(), right.begin(), right.end(),
                     [](char l, char r) { return qk::lower(l) == qk::lower(r); });
 }
 
-/** Takes an option string apart, word by word; each value is terminated as it is met. */
+/** Splits an option string into words. Terminates each value in place when it reaches it. */
 class Scanner {
  public:
   explicit Scanner(char* options) : next_(options) {}
@@ -83,14 +83,14 @@ std::string_view keyword_of(const qk_option_keyword& entry) {
 
 bool abbreviates(std::string_view word, const qk_option_keyword& entry) {
   return entry.abbrev != 0 && word.size() >= entry.abbrev &&
-         equal_letters(word, keyword_of(entry).substr(0, word.size()));
+         equal_ignoring_case(word, keyword_of(entry).substr(0, word.size()));
 }
 
-/** Null when no entry fits. */
+/** Returns null if no entry matches. */
 qk_option_keyword* find_entry(Table table, std::string_view word) {
   if (word.empty()) return nullptr;
   for (qk_option_keyword& entry : table) {
-    if (equal_letters(word, keyword_of(entry))) return &entry;
+    if (equal_ignoring_case(word, keyword_of(entry))) return &entry;
   }
   for (qk_option_keyword& entry : table) {
     if (abbreviates(word, entry)) return &entry;
@@ -98,7 +98,7 @@ qk_option_keyword* find_entry(Table table, std::string_view word) {
   return nullptr;
 }
 
-/** What is wrong with a word that means `entry`; 0 when it fits. */
+/** Returns the error code of a word whose keyword is that of `entry`; 0 if there is no error. */
 std::int32_t fault_of(const Word& word, const qk_option_keyword& entry) {
   if (entry.value_kind == qk::kNoValue && word.has_equals) return qk::kValueNotAllowed;
   if (word.quote_open) return qk::kQuoteNotClosed;
@@ -106,22 +106,22 @@ std::int32_t fault_of(const Word& word, const qk_option_keyword& entry) {
   return 0;
 }
 
-std::optional<Misfit> apply(const Word& word, Table table) {
+std::optional<Mismatch> apply(const Word& word, Table table) {
   qk_option_keyword* const entry = find_entry(table, word.keyword);
-  if (entry == nullptr) return Misfit{qk::kUnknownKeyword, word.keyword};
+  if (entry == nullptr) return Mismatch{qk::kUnknownKeyword, word.keyword};
   if (const std::int32_t fault = fault_of(word, *entry); fault != 0) {
-    return Misfit{fault, word.keyword};
+    return Mismatch{fault, word.keyword};
   }
   entry->found = 1;
   entry->value = word.value;
   return std::nullopt;
 }
 
-void describe(const Misfit& misfit, qk_option_error& error) {
-  const std::string_view shown = misfit.keyword.empty() ? "=" : misfit.keyword;
+void describe(const Mismatch& mismatch, qk_option_error& error) {
+  const std::string_view shown = mismatch.keyword.empty() ? "=" : mismatch.keyword;
   const std::size_t length = shown.copy(error.text, sizeof error.text - 1);
   error.text[length] = '\0';
-  error.code = misfit.code;
+  error.code = mismatch.code;
 }
 
 int process(char* options, Table table, qk_option_error* error) {
@@ -132,9 +132,9 @@ int process(char* options, Table table, qk_option_error* error) {
   if (options == nullptr) return 0;
   Scanner scanner(options);
   while (const std::optional<Word> word = scanner.next_word()) {
-    const std::optional<Misfit> misfit = apply(*word, table);
-    if (!misfit) continue;
-    if (error != nullptr) describe(*misfit, *error);
+    const std::optional<Mismatch> mismatch = apply(*word, table);
+    if (!mismatch) continue;
+    if (error != nullptr) describe(*mismatch, *error);
     return -1;
   }
   const auto found = std::count_if(table.begin(), table.end(),

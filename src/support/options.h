@@ -4,18 +4,18 @@
 #include <cstdint>
 
 /**
- * Option strings: keywords, some with a value, read against a table of the keywords that fit.
+ * Option strings: keywords, some with a value, that are matched against a table.
  *
  *     LOG=trace.log DEBUG='not qk_ifree' FLUSH
  *
- * Keywords are separated by blanks, tabs or commas, and match in either case: whole, or by a prefix
- * of at least `abbrev` characters where `abbrev` is not 0. A whole match wins over a prefix, then
- * the order of the table decides.
+ * Keywords are separated by blanks, tabs or commas, and match in either case. They match as a
+ * whole, or, if `abbrev` is not 0, by a prefix of at least `abbrev` characters. A whole match takes
+ * precedence over a prefix, and then the first in the table.
  *
- * A value follows an equals sign and runs to the next blank or tab; it may contain commas. A ' or "
- * right behind the equals sign quotes it: the value is what stands between the two marks, and the
- * next word begins behind the second one. An empty value is no value. Of a keyword given twice the
- * last counts.
+ * A value follows an equals sign and ends at the next blank or tab; it can contain commas. A ' or "
+ * right after the equals sign quotes it: the value is the text between the two marks, and the next
+ * word begins after the second one. An empty value counts as none. If a keyword is repeated, the
+ * last one counts.
  */
 namespace qk {
 
@@ -25,49 +25,49 @@ enum : std::uint8_t { kNoValue, kRequiredValue, kOptionalValue };
 /** qk_option_error::code. */
 enum : std::int32_t {
   kUnknownKeyword = 10041,
-  kValueNotAllowed = 10042,  // already an equals sign is too much
+  kValueNotAllowed = 10042,  // an equals sign is enough
   kValueMissing = 10043,
   kQuoteNotClosed = 10044
 };
 
 }  // namespace qk
 
-/** Entry of a keyword table: the first five members are the caller's, the other two the result. */
+/** Entry of a keyword table. The caller sets the first five members; the other two are results. */
 struct qk_option_keyword {
-  std::uint8_t control;  // without effect, as is mark
-  char keyword[33];      // in either case; needs no terminator when all 33 characters count
+  std::uint8_t control;  // no effect, like mark
+  char keyword[33];      // in either case; not terminated if it has 33 characters
   std::uint8_t abbrev;
   std::uint8_t mark;
   std::uint8_t value_kind;
-  char* value;         // inside the option string; null when the keyword has no value there
-  std::uint8_t found;  // 1 when the keyword occurs, else 0
+  char* value;         // inside the option string; null if the keyword has no value
+  std::uint8_t found;  // 1 if the keyword occurs, else 0
 };
 
-/** Why a string doesn't fit its table. */
+/** Why a string doesn't match its table. */
 struct qk_option_error {
   std::int32_t code;
-  char text[257];  // the offending keyword as the string spells it; "=" where one has no name
+  char text[257];  // the keyword as spelled in the string; "=" if it has no name
 };
 
 extern "C" {
 
 /**
- * Reads an option string against a table.
+ * Matches an option string against a table.
  *
- * @param options  the string. Values are terminated IN PLACE, so a string can be read only once;
- *                 the table points into it afterwards. Nothing outside it is written. Null counts
- *                 as "".
+ * @param options  the string. Values are terminated IN PLACE, so a string can be read only once,
+ *                 and the table points into it afterwards. Nothing outside it is written. Null
+ *                 counts as "".
  * @param table    `count` entries, whose results are reset first. Null counts as empty.
  * @param error    filled on failure only; may be null.
- * @return  the number of different keywords found, 0 upward. Negative when the string doesn't fit:
- *          the first word that doesn't is in `error`, and the results in the table are incomplete.
+ * @return the number of different keywords found, 0 or more. Negative if the string doesn't match:
+ *         `error` then has the first word that doesn't, and the results are incomplete.
  *
- * Allocates nothing. Threads: any, on strings and tables of their own.
+ * Allocates nothing. Threads: any, each with its own string and table.
  */
 int qk_process_options(char* options, qk_option_keyword* table, int count, qk_option_error* error);
 
 /**
- * Same as qk_process_options(), for callers that only ask whether a string fits; `mode` is
+ * Same as qk_process_options(), for callers that only check whether a string matches. `mode` is
  * ignored.
  */
 int qk_check_options(char* options, qk_option_keyword* table, int count, qk_option_error* error,

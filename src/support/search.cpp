@@ -7,8 +7,8 @@
 namespace qk {
 namespace {
 
-std::int32_t find_singly(const std::uint16_t* values, std::int32_t from, std::int32_t end,
-                         std::uint16_t value) noexcept {
+std::int32_t find_one_by_one(const std::uint16_t* values, std::int32_t from, std::int32_t end,
+                             std::uint16_t value) noexcept {
   for (; from < end; ++from) {
     if (values[from] == value) return from;
   }
@@ -17,10 +17,10 @@ std::int32_t find_singly(const std::uint16_t* values, std::int32_t from, std::in
 
 #if defined(__x86_64__)
 
-/** Values of a step: four vectors, whose results are looked at together. */
+/** Values compared in one step: four vectors, whose results are combined. */
 constexpr std::int32_t kStep = 64;
 
-/** The index of the first value that is found, of masks with two bits for each value. */
+/** Returns the index of the first match in two masks, which have two bits per value. */
 std::int32_t first_in(std::uint64_t low, std::uint64_t high, std::int32_t values) noexcept {
   return low != 0 ? __builtin_ctzll(low) / 2 : values + __builtin_ctzll(high) / 2;
 }
@@ -45,10 +45,10 @@ std::int32_t first_in(std::uint64_t low, std::uint64_t high, std::int32_t values
       return from + first_in(mask_of(a, b), mask_of(c, d), kStep / 2);
     }
   }
-  return find_singly(values, from, end, value);
+  return find_one_by_one(values, from, end, value);
 }
 
-/** Every 64-bit processor of the family has these. */
+/** All x86-64 processors have SSE2. */
 std::int32_t find_with_sse2(const std::uint16_t* values, std::int32_t from, std::int32_t end,
                             std::uint16_t value) noexcept {
   const __m128i wanted = _mm_set1_epi16(static_cast<std::int16_t>(value));
@@ -59,9 +59,9 @@ std::int32_t find_with_sse2(const std::uint16_t* values, std::int32_t from, std:
     const __m128i c = _mm_cmpeq_epi16(_mm_loadu_si128(at + 2), wanted);
     const __m128i d = _mm_cmpeq_epi16(_mm_loadu_si128(at + 3), wanted);
     const __m128i any = _mm_or_si128(_mm_or_si128(a, b), _mm_or_si128(c, d));
-    if (_mm_movemask_epi8(any) != 0) return find_singly(values, from, from + kStep / 2, value);
+    if (_mm_movemask_epi8(any) != 0) return find_one_by_one(values, from, from + kStep / 2, value);
   }
-  return find_singly(values, from, end, value);
+  return find_one_by_one(values, from, end, value);
 }
 
 #endif
@@ -74,7 +74,7 @@ std::int32_t find_value(const std::uint16_t* values, std::int32_t from, std::int
   return __builtin_cpu_supports("avx2") ? find_with_avx2(values, from, end, value)
                                         : find_with_sse2(values, from, end, value);
 #else
-  return find_singly(values, from, end, value);
+  return find_one_by_one(values, from, end, value);
 #endif
 }
 

@@ -7,21 +7,21 @@
 #include <type_traits>
 
 /**
- * Plain variables that several threads use, because their types are part of an interface: counters
- * and switches that anybody reads at any time, and pointers to what another thread has made. All
- * access to such a variable goes through here and is atomic.
+ * Atomic access to plain variables that several threads use. Their types are part of an interface,
+ * so they can't be std::atomic: counters and switches that any thread reads at any time, and
+ * pointers to objects that another thread has created. All access to them uses these functions.
  *
- * Counters neither lose a change nor cost a locked instruction in a process with one thread.
+ * Counters lose no change. In a process with one thread they need no locked instruction.
  */
 namespace qk {
 
-/** The variable as an atomic one. Reading needs no more than a const variable. */
+/** The variable as an atomic one. Takes a const reference so that const variables can be read. */
 template <class T>
 [[nodiscard]] inline std::atomic_ref<T> atomic(const T& variable) noexcept {
   return std::atomic_ref<T>(const_cast<T&>(variable));
 }
 
-/** Reads a variable that stands for itself alone. */
+/** Reads a variable whose value says nothing about other variables. */
 template <class T>
 [[nodiscard]] inline T load(const T& variable) noexcept {
   return atomic(variable).load(std::memory_order_relaxed);
@@ -32,22 +32,22 @@ inline void store(T& variable, std::type_identity_t<T> value) noexcept {
   atomic(variable).store(value, std::memory_order_relaxed);
 }
 
-/** Sets a variable for acquire(): whoever reads the value sees all that was written before it. */
+/** Sets a variable for acquire(): a reader of the value sees everything written before it. */
 template <class T>
 inline void publish(T& variable, std::type_identity_t<T> value) noexcept {
   atomic(variable).store(value, std::memory_order_release);
 }
 
-/** Reads a variable that publish() sets, such as a pointer to something that was just made. */
+/** Reads a variable that publish() sets, such as a pointer to a new object. */
 template <class T>
 [[nodiscard]] inline T acquire(const T& variable) noexcept {
   return atomic(variable).load(std::memory_order_acquire);
 }
 
-/** Whether nobody else can be running. Who needs several answers asks once. */
+/** Whether no other thread can be running. A caller that needs it several times asks once. */
 [[nodiscard]] inline bool is_single_threaded() noexcept { return __libc_single_threaded != 0; }
 
-/** Adds and returns the new value. Unsigned variables wrap. */
+/** Adds `by` and returns the new value. Unsigned variables wrap. */
 template <class T>
 inline T add(T& variable, std::type_identity_t<T> by, bool single_threaded) noexcept {
   if (single_threaded) [[likely]] {
@@ -68,7 +68,7 @@ inline T subtract(T& variable, std::type_identity_t<T> by) noexcept {
   return add(variable, static_cast<T>(T{0} - by));
 }
 
-/** Adds to a variable that only the holder of a lock changes, but anybody reads. */
+/** Adds to a variable that only the holder of a lock changes, but any thread reads. */
 template <class T>
 inline void bump(T& variable, std::type_identity_t<T> by) noexcept {
   store(variable, static_cast<T>(load(variable) + by));

@@ -1,19 +1,19 @@
 #ifndef SUPPORT_SIGNALS_H_
 #define SUPPORT_SIGNALS_H_
 
-/** Facts about signal numbers. Threads: any, signal handlers too. */
+/** Facts about signal numbers. Threads: any, including signal handlers. */
 extern "C" {
 
 /**
- * Describes a signal in English, such as "Hangup"; "Unknown signal" for a number that has no
- * description. Never null; the text is static.
+ * Returns an English description of a signal, such as "Hangup", or "Unknown signal". Never null.
+ * The text is static.
  */
 const char* qk_signal_desc(int signal_number);
 
 /**
- * Nonzero where an exit handler that got this number may do all its work: at normal termination (0
- * or less) and for the signals that ask a program to end, HUP, INT, QUIT and TERM. 0 for the
- * others, faults above all: memory may be damaged, or the signal may have interrupted anything.
+ * Returns nonzero if an exit handler that gets this number can do all its work: at normal
+ * termination (0 or less), and for the signals that ask a program to end, HUP, INT, QUIT and TERM.
+ * Returns 0 for the others, such as faults: memory may be damaged, or any code interrupted.
  */
 int qk_signal_safe(int signal_number);
 

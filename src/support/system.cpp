@@ -26,7 +26,7 @@ int qk_error_no(int system_error) {
 const char* qk_error_msg_r(int errnum, char* buffer, int size) {
   if (buffer == nullptr || size <= 0) return "";
   const int saved = errno;
-  // Not strerror_r(): it looks for a translation first, and that allocates.
+  // Not strerror_r(), which looks up a translation and allocates for it.
   const char* text = strerrordesc_np(errnum);
   const auto room = static_cast<std::size_t>(size);
   if (text != nullptr) {

@@ -4,21 +4,21 @@
 #include <cstddef>
 #include <cstring>
 
-/** Helpers for C strings. Letters are A to Z and a to z in every locale. Threads: any. */
+/** Functions for C strings. Letters are A to Z and a to z in every locale. Threads: any. */
 extern "C" {
 
 /**
- * Compares without regard to letter case: 0 when equal, else negative or positive as `left` sorts
- * before or behind `right`, letters as lower case. Null sorts as "".
+ * Compares two strings, ignoring case. Returns 0 if they are equal, otherwise a negative or
+ * positive number if `left` sorts before or after `right` in lower case. Null counts as "".
  */
 int qk_stricmp(const char* left, const char* right);
 
-/** Counts the bytes before the terminator. Null: 0. */
+/** Returns the number of bytes before the terminator, or 0 for null. */
 std::size_t qk_strlen(const char* text);
 
 /**
- * Finds the last component of a path: what follows the last '/', inside the same string; "" where
- * the path ends with one. Null gives the literal "(null)", so the result can always be printed.
+ * Returns the last component of a path, which is a pointer into it: what follows the last '/', and
+ * "" if the path ends with one. Returns "(null)" for null, so that the result can be printed.
  */
 const char* qk_file_name_only(const char* path);
 
@@ -26,30 +26,30 @@ const char* qk_file_name_only(const char* path);
 
 namespace qk {
 
-/** What qk_file_name_only() does, without a call of its own. */
+/** Same as qk_file_name_only(), but inline. */
 [[nodiscard]] inline const char* file_name_only(const char* path) noexcept {
   if (path == nullptr) return "(null)";
   const char* slash = std::strrchr(path, '/');
   return slash == nullptr ? path : slash + 1;
 }
 
-/** The same letter in lower case; any other byte as it is. */
+/** Returns a letter in lower case, and any other byte unchanged. */
 [[nodiscard]] constexpr char lower(char c) noexcept {
   return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c;
 }
 
-/** The same letter in upper case; any other byte as it is. */
+/** Returns a letter in upper case, and any other byte unchanged. */
 [[nodiscard]] constexpr char upper(char c) noexcept {
   return c >= 'a' && c <= 'z' ? static_cast<char>(c - ('a' - 'A')) : c;
 }
 
-/** Changes the letters of a text in place. Null: nothing happens. */
+/** Converts the letters of a text in place. Does nothing for null. */
 void lower_case(char* text) noexcept;
 void upper_case(char* text) noexcept;
 
 /**
- * Copies `from`, cut to what fits, to the `size` bytes at `to` and terminates it there. The two
- * must not overlap. Null `from` copies as "". Null `to` or `size` 0: nothing happens.
+ * Copies `from` to the `size` bytes at `to`, cut to what fits, and terminates it. The two must not
+ * overlap. Null `from` counts as "". Does nothing if `to` is null or `size` is 0.
  */
 void copy_text(char* to, std::size_t size, const char* from) noexcept;
 
