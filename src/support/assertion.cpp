@@ -5,7 +5,7 @@
 
 namespace qk {
 
-void rule_broken(const char* rule) noexcept {
+void assertion_failed(const char* rule) noexcept {
   std::fprintf(stderr, "qkmem: broken rule: %s\n", rule);
   std::abort();
 }

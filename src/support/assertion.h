@@ -14,7 +14,7 @@ inline constexpr bool kAssertions = false;
 #endif
 
 /** Writes a line with the broken rule to standard error and aborts. */
-[[noreturn]] void rule_broken(const char* rule) noexcept;
+[[noreturn]] void assertion_failed(const char* rule) noexcept;
 
 }  // namespace qk
 

@@ -52,7 +52,7 @@ class QK_CAPABILITY("mutex") Mtx {
   /** The first line of functions that rely on the lock. Does nothing in users' builds. */
   void assert_held() const noexcept QK_ASSERTS_HELD() {
     if constexpr (kAssertions) {
-      if (!held()) rule_broken("the lock that is relied on here is not held");
+      if (!held()) assertion_failed("the lock that is relied on here is not held");
     }
   }
 
