@@ -7,7 +7,7 @@
 
 namespace qk::mem {
 
-/** The columns of the trace file, in its order. */
+/** The columns of the trace file, in order. */
 enum class TraceColumn : unsigned char {
   kSequence,
   kHandle,
@@ -38,10 +38,10 @@ static_assert(static_cast<std::size_t>(kLastTraceColumn) + 1 == kTraceHeadings.s
   return kTraceHeadings[static_cast<std::size_t>(column)];
 }
 
-/** Its place in a row, from 1. */
+/** Position of a column in a row, from 1. */
 [[nodiscard]] constexpr int number_of(TraceColumn column) { return static_cast<int>(column) + 1; }
 
-/** What stands behind a column. */
+/** The character after a column. */
 [[nodiscard]] constexpr char end_of(TraceColumn column) {
   return column == kLastTraceColumn ? '\n' : '\t';
 }

@@ -5,8 +5,8 @@
 namespace qk::mem {
 
 /**
- * Kind codes of live records. Allocations are written in upper case on ordinary handles and in
- * lower case where they are pieces of blocks, see as_piece().
+ * Kinds of live records. Allocations have an upper-case letter on ordinary handles and a lower-case
+ * letter if they are pieces of blocks, see as_piece().
  */
 namespace kind {
 inline constexpr unsigned char kMalloc = 'M';
@@ -34,28 +34,29 @@ inline constexpr unsigned char kHandleCleared = 'd';
 inline constexpr unsigned char kTraceOpened = 'I';
 }  // namespace event
 
-/** The code of an allocation kind for a piece of a block-managed handle's blocks. */
+/** The letter of an allocation kind for a piece of a block. */
 [[nodiscard]] constexpr unsigned char as_piece(unsigned char kind) {
   return static_cast<unsigned char>(kind - 'A' + 'a');
 }
 
+/** Bookkeeping of the library. */
 [[nodiscard]] constexpr bool is_management(unsigned char kind) {
   return kind == kind::kPointerArray || kind == kind::kHandleMemory || kind == kind::kTracker;
 }
 
-/** A piece of a block-managed handle's blocks. */
+/** A piece of a block. */
 [[nodiscard]] constexpr bool is_piece(unsigned char kind) {
   return kind == as_piece(kind::kMalloc) || kind == as_piece(kind::kCalloc) ||
          kind == as_piece(kind::kRealloc) || kind == as_piece(kind::kStrdup);
 }
 
-/** Memory of the system's allocator that goes back with free. */
+/** Memory that free() releases. */
 [[nodiscard]] constexpr bool is_system_memory(unsigned char kind) {
   return kind == kind::kMalloc || kind == kind::kCalloc || kind == kind::kRealloc ||
          kind == kind::kStrdup || kind == kind::kExternal;
 }
 
-/** An object or array that the language made. */
+/** An object or array that `new` created. */
 [[nodiscard]] constexpr bool is_language_made(unsigned char kind) {
   return kind == kind::kObject || kind == kind::kArray;
 }

@@ -9,28 +9,28 @@
 namespace qk::mem {
 namespace {
 
-using Flaw = std::optional<TraceFlaw>;
+using ErrorKind = std::optional<TraceErrorKind>;
 
 template <class Number>
-Flaw read_number(std::string_view text, Number& number, int base) {
+ErrorKind read_number(std::string_view text, Number& number, int base) {
   const char* end = text.data() + text.size();
   const auto [stop, error] = std::from_chars(text.data(), end, number, base);
-  if (error == std::errc::invalid_argument || stop != end) return TraceFlaw::kNotANumber;
-  if (error == std::errc::result_out_of_range) return TraceFlaw::kOutOfRange;
+  if (error == std::errc::invalid_argument || stop != end) return TraceErrorKind::kNotANumber;
+  if (error == std::errc::result_out_of_range) return TraceErrorKind::kOutOfRange;
   return {};
 }
 
-/** The columns of one line, which are taken from left to right. */
+/** The columns of one line, read from left to right. */
 class Columns {
  public:
-  /** A line is handed over with its newline, which the last one of a file can lack. */
+  /** @param line  with its newline, which the last line of a file can lack. */
   explicit Columns(std::string_view line) : rest_(line) {
     if (!rest_.ends_with('\n')) return;
     rest_.remove_suffix(1);
-    end_ = TraceFlaw::kRowEnds;
+    end_ = TraceErrorKind::kRowEnds;
   }
 
-  Flaw take(TraceColumn column, std::string_view& text) {
+  ErrorKind take(TraceColumn column, std::string_view& text) {
     const std::size_t tab = rest_.find('\t');
     if (column == kLastTraceColumn) return take_last(tab, text);
     if (tab == std::string_view::npos) return end_;
@@ -39,87 +39,87 @@ class Columns {
     return {};
   }
 
-  Flaw take(TraceColumn /*column*/, unsigned char& byte) {
+  ErrorKind take(TraceColumn /*column*/, unsigned char& byte) {
     if (rest_.size() < 2) return end_;
-    if (rest_[1] != '\t') return TraceFlaw::kNotOneByte;
+    if (rest_[1] != '\t') return TraceErrorKind::kNotOneByte;
     byte = static_cast<unsigned char>(rest_[0]);
     rest_.remove_prefix(2);
     return {};
   }
 
-  Flaw take(TraceColumn column, std::integral auto& number) {
+  ErrorKind take(TraceColumn column, std::integral auto& number) {
     std::string_view text;
-    const Flaw flaw = take(column, text);
-    return flaw ? flaw : read_number(text, number, 10);
+    const ErrorKind kind = take(column, text);
+    return kind ? kind : read_number(text, number, 10);
   }
 
-  /** Where addresses may have no digits at all, null has none. */
-  Flaw take(TraceColumn column, TraceAddress& address) {
+  /** A null address can have no digits, see put_trace_row(). */
+  ErrorKind take(TraceColumn column, TraceAddress& address) {
     std::string_view text;
     std::uint64_t number = 0;
-    Flaw flaw = take(column, text);
-    if (!flaw && !text.empty()) flaw = read_number(text, number, 16);
+    ErrorKind kind = take(column, text);
+    if (!kind && !text.empty()) kind = read_number(text, number, 16);
     address = TraceAddress{number};
-    return flaw;
+    return kind;
   }
 
  private:
-  Flaw take_last(std::size_t tab, std::string_view& text) const {
-    if (tab != std::string_view::npos) return TraceFlaw::kMoreColumns;
-    if (end_ == TraceFlaw::kFileEnds) return end_;
+  ErrorKind take_last(std::size_t tab, std::string_view& text) const {
+    if (tab != std::string_view::npos) return TraceErrorKind::kMoreColumns;
+    if (end_ == TraceErrorKind::kFileEnds) return end_;
     text = rest_;
     return {};
   }
 
   std::string_view rest_;
-  TraceFlaw end_ = TraceFlaw::kFileEnds;  // what it is when no tab follows
+  TraceErrorKind end_ = TraceErrorKind::kFileEnds;  // the error if no tab follows
 };
 
 template <std::size_t... columns>
-Flaw read_fields(Columns line, TraceRow& row, TraceColumn& column,
-                 std::index_sequence<columns...> /*all*/) {
-  Flaw flaw;
-  const auto take = [&line, &column, &flaw](TraceColumn next, auto& field) {
+ErrorKind read_fields(Columns line, TraceRow& row, TraceColumn& column,
+                      std::index_sequence<columns...> /*all*/) {
+  ErrorKind kind;
+  const auto take = [&line, &column, &kind](TraceColumn next, auto& field) {
     column = next;
-    flaw = line.take(next, field);
-    return !flaw;
+    kind = line.take(next, field);
+    return !kind;
   };
   (void)(take(TraceColumn{columns}, row.*std::get<columns>(kTraceFields)) && ...);
-  return flaw;
+  return kind;
 }
 
-/** The result is the flaw of `column`, if there is one. */
-Flaw read_row(std::string_view line, TraceRow& row, TraceColumn& column) {
+/** Returns the error, which is in `column`, if there is one. */
+ErrorKind read_row(std::string_view line, TraceRow& row, TraceColumn& column) {
   return read_fields(Columns(line), row, column, std::make_index_sequence<kTraceHeadings.size()>());
 }
 
-/** The same for the first line. */
-Flaw read_headings(std::string_view line, TraceColumn& column) {
+/** Same as read_row() for the first line. */
+ErrorKind read_headings(std::string_view line, TraceColumn& column) {
   Columns headings(line);
   for (std::size_t i = 0; i < kTraceHeadings.size(); ++i) {
     column = static_cast<TraceColumn>(i);
     std::string_view heading;
-    if (const Flaw flaw = headings.take(column, heading)) return flaw;
-    if (heading != heading_of(column)) return TraceFlaw::kOtherHeading;
+    if (const ErrorKind kind = headings.take(column, heading)) return kind;
+    if (heading != heading_of(column)) return TraceErrorKind::kOtherHeading;
   }
   return {};
 }
 
-std::string_view words_for(TraceFlaw flaw) {
-  switch (flaw) {
-    case TraceFlaw::kNotANumber:
+std::string_view text_of(TraceErrorKind kind) {
+  switch (kind) {
+    case TraceErrorKind::kNotANumber:
       return "not a number";
-    case TraceFlaw::kOutOfRange:
+    case TraceErrorKind::kOutOfRange:
       return "number out of range";
-    case TraceFlaw::kNotOneByte:
+    case TraceErrorKind::kNotOneByte:
       return "not one byte";
-    case TraceFlaw::kOtherHeading:
+    case TraceErrorKind::kOtherHeading:
       return "not this heading";
-    case TraceFlaw::kRowEnds:
+    case TraceErrorKind::kRowEnds:
       return "the row ends here";
-    case TraceFlaw::kFileEnds:
+    case TraceErrorKind::kFileEnds:
       return "the file ends here";
-    case TraceFlaw::kMoreColumns:
+    case TraceErrorKind::kMoreColumns:
       return "more behind the last column";
   }
   return "";
@@ -127,22 +127,22 @@ std::string_view words_for(TraceFlaw flaw) {
 
 }  // namespace
 
-std::string message_of(const TraceFault& fault) {
-  std::string message = "line " + std::to_string(fault.line);
-  message += ", column " + std::to_string(number_of(fault.column));
-  message.append(" (").append(heading_of(fault.column)).append("): ");
-  return message.append(words_for(fault.flaw));
+std::string message_of(const TraceError& error) {
+  std::string message = "line " + std::to_string(error.line);
+  message += ", column " + std::to_string(number_of(error.column));
+  message.append(" (").append(heading_of(error.column)).append("): ");
+  return message.append(text_of(error.kind));
 }
 
 TraceRowEnds::Found TraceRowEnds::find(std::string_view piece) noexcept {
   std::size_t at = 0;
-  while (place_ != Place::kBehindType && at < piece.size()) {
+  while (state_ != State::kAfterType && at < piece.size()) {
     const char c = piece[at];
-    if (place_ == Place::kBehindNewline && c != '\t') return end_at(at);
+    if (state_ == State::kAfterNewline && c != '\t') return end_at(at);
     ++at;
     if (c == '\n') ++newlines_;
-    if (c == '\n' && place_ != Place::kAtType) return end_at(at);
-    place_ = behind(c);
+    if (c == '\n' && state_ != State::kAtType) return end_at(at);
+    state_ = after(c);
   }
   const std::size_t newline = piece.find('\n', at);
   if (newline == std::string_view::npos) return {piece.size(), false};
@@ -150,34 +150,34 @@ TraceRowEnds::Found TraceRowEnds::find(std::string_view piece) noexcept {
   return end_at(newline + 1);
 }
 
-TraceRowEnds::Place TraceRowEnds::behind(char c) const noexcept {
-  switch (place_) {
-    case Place::kInSequence:
-      return c == '\t' ? Place::kInHandle : place_;
-    case Place::kInHandle:
-      return c == '\t' ? Place::kAtType : place_;
-    case Place::kAtType:
-      return c == '\n' ? Place::kBehindNewline : Place::kBehindType;
-    case Place::kBehindNewline:
-    case Place::kBehindType:
+TraceRowEnds::State TraceRowEnds::after(char c) const noexcept {
+  switch (state_) {
+    case State::kInSequence:
+      return c == '\t' ? State::kInHandle : state_;
+    case State::kInHandle:
+      return c == '\t' ? State::kAtType : state_;
+    case State::kAtType:
+      return c == '\n' ? State::kAfterNewline : State::kAfterType;
+    case State::kAfterNewline:
+    case State::kAfterType:
       break;
   }
-  return Place::kBehindType;
+  return State::kAfterType;
 }
 
 TraceRowEnds::Found TraceRowEnds::end_at(std::size_t bytes) noexcept {
-  place_ = Place::kInSequence;
+  state_ = State::kInSequence;
   return {bytes, true};
 }
 
 TraceReader::Answer TraceReader::next() {
   while (const auto line = next_line()) {
     const bool headings = std::exchange(at_headings_, false);
-    fault_.line = std::exchange(line_, ends_.newlines() + 1);
-    const Flaw flaw =
-        headings ? read_headings(*line, fault_.column) : read_row(*line, row_, fault_.column);
-    if (flaw) {
-      fault_.flaw = *flaw;
+    error_.line = std::exchange(line_, ends_.newlines() + 1);
+    const ErrorKind kind =
+        headings ? read_headings(*line, error_.column) : read_row(*line, row_, error_.column);
+    if (kind) {
+      error_.kind = *kind;
       return Answer::kBroken;
     }
     if (!headings) return Answer::kRow;
@@ -185,7 +185,7 @@ TraceReader::Answer TraceReader::next() {
   return finished_ ? Answer::kEnd : Answer::kNeedsMore;
 }
 
-/** The next line that is complete; none if the bytes were used up before. */
+/** Returns the next complete line, or nothing if the bytes end before. */
 std::optional<std::string_view> TraceReader::next_line() {
   if (!carries_) carried_.clear();
   const auto [count, ends] = ends_.find(bytes_);
@@ -198,7 +198,7 @@ std::optional<std::string_view> TraceReader::next_line() {
   return finished_ ? line_without_end() : std::nullopt;
 }
 
-/** What the end of the file leaves; of a file without bytes that is the line of headings. */
+/** The rest at the end of the file. In a file without bytes that is the line of headings. */
 std::optional<std::string_view> TraceReader::line_without_end() {
   if (!carries_ && !at_headings_) return std::nullopt;
   carries_ = false;

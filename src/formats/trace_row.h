@@ -11,7 +11,7 @@
 
 namespace qk::mem {
 
-/** An address of the traced program, which nobody follows; written in hexadecimal digits. */
+/** An address in the traced program, never dereferenced. Written in hexadecimal. */
 enum class TraceAddress : std::uint64_t {};
 
 /** One record of the trace file. Sizes and changes are in bytes. */
@@ -44,15 +44,15 @@ inline constexpr std::tuple kTraceFields = {
 
 static_assert(std::tuple_size_v<decltype(kTraceFields)> == kTraceHeadings.size());
 
-/** Puts the trace file's first line at the end of `line`. */
+/** Appends the first line of the trace file to `line`. */
 void put_trace_headings(qk::Line& line) noexcept;
 
 /**
- * Puts a record at the end of `line`, its newline too.
+ * Appends a record with its newline to `line`.
  *
- * @param row            its file without tab and newline, or no reader takes the row for whole.
- * @param address_digits the least number of digits of the address; with 0, null has none, and fewer
- *                       than 0 are the same as 1.
+ * @param row             a tab or newline in its file makes the row unreadable.
+ * @param address_digits  minimum number of digits of the address. With 0, a null address has none.
+ *                        A negative number means 1.
  */
 void put_trace_row(const TraceRow& row, int address_digits, qk::Line& line) noexcept;
 

@@ -37,7 +37,7 @@ void take_all(TraceReader& reader, Read& read) {
         read.story += written(reader.row());
         break;
       case TraceReader::Answer::kBroken:
-        read.story += message_of(reader.fault()) + "\n";
+        read.story += message_of(reader.error()) + "\n";
         break;
       case TraceReader::Answer::kNeedsMore:
       case TraceReader::Answer::kEnd:

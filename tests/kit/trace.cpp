@@ -36,7 +36,7 @@ void Trace::take_all(TraceReader& reader) {
         rows.back().file = *files_.emplace(reader.row().file).first;
         break;
       case TraceReader::Answer::kBroken:
-        faults.push_back(message_of(reader.fault()));
+        faults.push_back(message_of(reader.error()));
         break;
       case TraceReader::Answer::kNeedsMore:
       case TraceReader::Answer::kEnd:
