@@ -1,17 +1,18 @@
 #!/usr/bin/env python3
-"""Compares how many instructions the library's operations take with what they took before.
+"""Compares the number of instructions of the library's operations with stored figures.
 
 usage: check_instructions.py PROGRAM FIGURES [WORKLOAD]
        check_instructions.py --update PROGRAM FIGURES
 
-PROGRAM is the built bench/ratios. FIGURES has a line for each workload, its name and the
-instructions of one operation, and above them the compiler and the C library that they hold for.
-Counts with callgrind two runs of different lengths, so that start-up falls out.
+PROGRAM is the built bench/ratios. FIGURES has a line for each workload: its name and the
+instructions per operation. Above them it names the compiler and the C library of the figures. Each
+figure is the difference between two runs of different lengths under callgrind, which leaves out the
+start-up.
 
-The result is 1 if an operation takes more than a tenth more or less than its figure: more is a
-slow-down, and a figure that is too high would hide the next one. --update writes FIGURES instead,
-with the counts of the same workloads. The result is 77, which CTest shows as skipped, without
-valgrind and where the compiler or the C library is another one.
+The exit code is 1 if a figure differs by more than a tenth: a higher count is a slow-down, and
+after a lower one the old figure would hide the next slow-down. --update writes FIGURES for the same
+workloads instead. The exit code is 77, which CTest shows as skipped, without valgrind or with
+another compiler or C library.
 """
 
 import argparse
@@ -34,7 +35,7 @@ HEAD = """\
 
 
 def environment():
-    """Without what configures the library or lets the loader work."""
+    """The environment without variables that configure the library, the loader or malloc."""
     return {name: value for name, value in os.environ.items()
             if not name.startswith(("QK_MEM_", "LD_", "MALLOC_", "GLIBC_"))}
 
@@ -54,7 +55,7 @@ def instructions_of_run(program, workload, times):
 
 
 def instructions(program, workload, operations):
-    """Of one operation; a run does a number of operations at a time."""
+    """Instructions per operation. A run of the workload consists of several operations."""
     short = max(1, round(SHORT_RUN / operations))
     long = max(short + 1, round(LONG_RUN / operations))
     more = (instructions_of_run(program, workload, long) -
@@ -67,7 +68,7 @@ def built_with(program):
 
 
 def read(figures):
-    """What the figures hold for, and the figures by workload."""
+    """The compiler and C library of the figures, and the figures by workload."""
     lines = pathlib.Path(figures).read_text().splitlines()
     lines = [line for line in lines if line and not line.startswith("#")]
     return lines[0], {name: float(figure) for name, figure in map(str.split, lines[1:])}
@@ -79,11 +80,11 @@ def write(figures, build, counts):
 
 
 def verdict(count, figure):
-    """What is wrong with a count, or ""."""
+    """Returns what is wrong with a count, or ""."""
     if count > figure * (1 + MARGIN):
         return "SLOWER"
     if count < figure * (1 - MARGIN):
-        return "faster; keep that with: scripts/bench --instructions"
+        return "faster; store it with: scripts/bench --instructions"
     return ""
 
 
@@ -96,11 +97,11 @@ def main():
     options = parser.parse_args()
 
     if not shutil.which("valgrind"):
-        print("skipped: valgrind is not installed; scripts/setup does that")
+        print("skipped: valgrind is not installed; scripts/setup installs it")
         return SKIPPED
     build, figures = read(options.figures)
     if not options.update and build != built_with(options.program):
-        print(f"skipped: the figures hold for {build}, not for {built_with(options.program)}")
+        print(f"skipped: the figures are for {build}, not for {built_with(options.program)}")
         return SKIPPED
     if options.workload and not options.update:
         figures = {options.workload: figures[options.workload]}

@@ -1,10 +1,10 @@
-// The workloads of bench/ratios as benchmarks of Google's, WORKLOAD/CONTESTANT, with the options of
-// Google Benchmark: --benchmark_filter=pair/ or --benchmark_format=json. The time is that of one
-// operation, the median of all rounds; the counters are the ratio to the workload's first contestant,
-// its median and quartiles. Contestants take turns, so that one contest serves them all.
+// The workloads of bench/ratios as Google Benchmark benchmarks, named WORKLOAD/CONTESTANT. Takes
+// the options of Google Benchmark, such as --benchmark_filter=pair/ or --benchmark_format=json. The
+// time is that of one operation, the median of all rounds. The counters are the median and the
+// quartiles of the ratio to the workload's first contestant. One contest measures all of them.
 //
-// A contest runs in a process of its own, the program `ratios`: the library reads its environment
-// once, and the C library's short cuts for one thread never come back.
+// A contest runs in a process of its own, the program `ratios`, because the library reads its
+// environment once, and the C library's fast paths for one thread stay off after a second thread.
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
@@ -22,7 +22,7 @@ using ratios::Workload;
 
 using Lines = std::vector<std::string>;
 
-/** What a command prints; nothing if it fails. */
+/** Returns what a command prints, or nothing if it fails. */
 Lines output_of(const std::string& command) {
   Lines lines;
   FILE* output = popen(command.c_str(), "r");
@@ -40,7 +40,7 @@ Standing standing_in(const std::string& line) {
   return standing;
 }
 
-/** Of the contest, which takes place when it is asked for first. */
+/** Returns the results of a contest, which the first call runs. */
 const std::vector<Standing>& standings_of(const std::string& workload) {
   static std::map<std::string, std::vector<Standing>> known;
   const auto [entry, is_new] = known.try_emplace(workload);

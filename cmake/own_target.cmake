@@ -1,5 +1,5 @@
-# qkmem_own_target(<target>): the flags of everything that is built from this tree.
-# qkmem_own_program(<target>): the same for a program, which also gets the sanitizers' defaults.
+# qkmem_own_target(<target>): sets the compiler flags of this project.
+# qkmem_own_program(<target>): the same for a program, and links the sanitizers' default options.
 
 set(qkmem_sanitize_flags "")
 if(QKMEM_SANITIZE)

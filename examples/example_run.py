@@ -1,4 +1,4 @@
-"""Runs an example program in a folder of its own and reads what the library wrote there."""
+"""Runs an example program in a temporary folder and reads what the library wrote there."""
 
 import os
 import pathlib
@@ -8,7 +8,7 @@ import sys
 import tempfile
 import unittest
 
-# A pointer row of the report: handle, tag, address, kind, count, size, total, number, place.
+# A pointer row of the report: handle, tag, address, kind, count, size, total, number, location.
 ROW = re.compile(r"^   [+ ] *(\d+) (..) ([0-9a-f]{16}) (\w) +(\d+) +(\d+) +(\d+) +(\d+) (\S+:\d+)$")
 
 
@@ -25,7 +25,7 @@ class Example(unittest.TestCase):
         return name
 
     def run_program(self, *arguments, **settings):
-        """Runs the program with variables QK_MEM_... such as DEBUG="..." and no other of them."""
+        """Runs the program with only the given QK_MEM_ variables, such as DEBUG="..."."""
         environment = {name: value for name, value in os.environ.items()
                        if not name.startswith("QK_MEM_")}
         environment.update({f"QK_MEM_{name}": value for name, value in settings.items()})
@@ -34,21 +34,21 @@ class Example(unittest.TestCase):
 
 
 def report_of(log):
-    """The part of a log that tells what is left at the end of the process."""
+    """The part of a log with the report at the end of the process."""
     return log[log.index("Memory at program termination"):]
 
 
 def rows_of(report):
-    """The pointer rows as (tag, kind, count, bytes, place), sorted."""
+    """The pointer rows as (tag, kind, count, bytes, location), sorted."""
     matches = filter(None, map(ROW.match, report.splitlines()))
     return sorted((m[2], m[4], int(m[5]), int(m[7]), m[9]) for m in matches)
 
 
 def place(source, text):
-    """The one place of a source file where `text` stands, as the report writes it."""
+    """The location of the one line with `text` in a source file, as in the report."""
     lines = source.read_text(encoding="utf-8").splitlines()
     numbers = [number for number, line in enumerate(lines, start=1) if text in line]
-    assert len(numbers) == 1, f"{text} stands {len(numbers)} times in {source}"
+    assert len(numbers) == 1, f"{text} is in {len(numbers)} lines of {source}"
     return f"{source.name}:{numbers[0]}"
 
 

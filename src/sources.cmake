@@ -1,5 +1,5 @@
-# The library. Whoever drops include/ and src/ into a tree of his own needs exactly these files and
-# nothing else; a check holds the list against the folders.
+# The sources of the library: exactly the files to compile when include/ and src/ are copied into
+# another project. scripts/checks/check_layers.py compares the list with the folders.
 set(library_sources
   qkmem.cpp
 

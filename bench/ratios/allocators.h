@@ -1,4 +1,4 @@
-// Those that allocate and release single pieces: the library, and what it is compared with.
+// Allocators of single pieces: the library, and those that it is compared with.
 #ifndef QKMEM_BENCH_RATIOS_ALLOCATORS_H_
 #define QKMEM_BENCH_RATIOS_ALLOCATORS_H_
 
@@ -25,7 +25,7 @@ struct Malloc {
   void release(void* memory) { std::free(memory); }
 };
 
-/** A library of which every call only calls on: what no library can fall below. */
+/** A library whose calls only forward: the lower limit for any library. */
 struct EmptyCall {
   void* allocate(std::size_t size);
   void release(void* memory);
@@ -51,7 +51,7 @@ class Qkmem {
   int id_;
 };
 
-/** What is noted of a live pointer by those below that note anything: 40 bytes and the address. */
+/** The record of a live pointer in the allocators below that keep one: 40 bytes and the address. */
 struct Note {
   std::size_t size;
   std::size_t count;
@@ -61,7 +61,7 @@ struct Note {
   int kind;
 };
 
-/** The usual way to note live pointers: a hash table behind a mutex. */
+/** The usual way to record live pointers: a hash table with a mutex. */
 class HashTable {
  public:
   void* allocate(std::size_t size) {
@@ -98,7 +98,7 @@ class HashTable {
   std::uint64_t sequence_ = 0;
 };
 
-/** The simplest way: records in a row, searched from the front. */
+/** The simplest way: an array of records that is searched from the front. */
 class LinearSearch {
  public:
   void* allocate(std::size_t size) {

@@ -8,21 +8,21 @@
 namespace ratios {
 namespace {
 
-constexpr Nanoseconds kTurn = std::chrono::milliseconds(2);  // short beside what disturbs a machine
-constexpr Nanoseconds kTurnOfTwo = std::chrono::milliseconds(10);  // long beside starting threads
+constexpr Nanoseconds kTurn = std::chrono::milliseconds(2);        // shorter than most disturbances
+constexpr Nanoseconds kTurnOfTwo = std::chrono::milliseconds(10);  // longer than starting threads
 constexpr Nanoseconds kAllTurns = std::chrono::seconds(5);
 constexpr double kFewestRounds = 15;
 constexpr double kMostRounds = 200;
 
-/** A contestant that is ready, with what it took in each round. */
+/** A contestant that has started, with its time in each round. */
 struct Entry {
   std::string name;
   Run run;
-  std::size_t times;           // in each of its turns
-  std::vector<double> rounds;  // nanoseconds for doing the workload once
+  std::size_t times;           // runs of the workload per turn
+  std::vector<double> rounds;  // nanoseconds per run of the workload
 };
 
-/** How often a contestant does the workload within its turn. */
+/** Returns how many times a contestant runs the workload in a turn. */
 std::size_t times_in_a_turn(const Run& run, Nanoseconds turn) {
   std::size_t times = 1;
   for (;;) {
@@ -49,14 +49,14 @@ void take_turn(Entry& entry) {
   entry.rounds.push_back(entry.run(entry.times).count() / static_cast<double>(entry.times));
 }
 
-/** Everybody once; who begins changes from round to round. */
+/** Each contestant takes one turn. Another one is first in each round. */
 void play_round(std::vector<Entry>& entries, std::size_t first) {
   for (std::size_t i = 0; i < entries.size(); ++i) take_turn(entries[(first + i) % entries.size()]);
 }
 
 std::size_t rounds_that_fit(std::vector<Entry>& entries) {
   const Nanoseconds round = elapsed([&] { play_round(entries, 0); });
-  for (Entry& entry : entries) entry.rounds.clear();  // the first one only warmed up
+  for (Entry& entry : entries) entry.rounds.clear();  // the first round is a warm-up
   return static_cast<std::size_t>(std::clamp(kAllTurns / round, kFewestRounds, kMostRounds));
 }
 

@@ -1,4 +1,4 @@
-// A workload is done by several contestants, and how long each takes is compared round by round.
+// Several contestants run the same workload, and their times are compared round by round.
 #ifndef QKMEM_BENCH_RATIOS_CONTEST_H_
 #define QKMEM_BENCH_RATIOS_CONTEST_H_
 
@@ -13,10 +13,10 @@ namespace ratios {
 
 using Nanoseconds = std::chrono::duration<double, std::nano>;
 
-/** Does the workload that many times and tells how long that took. */
+/** Runs the workload `times` times and returns how long that took. */
 using Run = std::function<Nanoseconds(std::size_t times)>;
 
-/** One that does the workload. Nothing of it exists before `start` is called. */
+/** An implementation of the workload. It allocates nothing before `start` is called. */
 struct Contestant {
   std::string name;
   std::function<Run()> start;
@@ -25,20 +25,20 @@ struct Contestant {
 /** How many threads the process has while the workload is measured. */
 enum class Threads { kOne, kIdleSecond, kTwo };
 
-/** Of a workload that is only watched. */
+/** The `reach` of a workload without a target. */
 constexpr double kNoReach = 0;
 
 struct Workload {
   std::string name;
   std::string title;
-  double reach;       // the ratio that qkmem shall reach, or kNoReach
-  double operations;  // of which the workload consists, for the figures per operation
+  double reach;       // the target ratio of qkmem, or kNoReach
+  double operations;  // in one run of the workload, for the figures per operation
   Threads threads;
-  std::vector<Contestant> contestants;  // the first is what the others are compared with
-  std::string preloaded = "";           // library that the process has to be started with
+  std::vector<Contestant> contestants;  // the first is the baseline of the ratios
+  std::string preloaded = "";           // library to start the process with, by LD_PRELOAD
 };
 
-/** Middle, and the quarters below and above which the outer values lie. */
+/** The median and the two quartiles. */
 struct Spread {
   double low;
   double median;
@@ -51,16 +51,16 @@ struct Standing {
   Spread ratio;        // to the first contestant in the same round
 };
 
-/** Lets the contestants take turns, in rounds of some milliseconds. */
+/** Measures the contestants in turns of some milliseconds, round by round. */
 std::vector<Standing> measure(const Workload& workload);
 
 Spread spread_of(std::vector<double> values);
 
-/** Of the calling thread. */
+/** Returns the processor time of the calling thread. */
 Nanoseconds processor_time();
 
 /**
- * What `body` takes of this thread's processor: whatever else the machine does meanwhile is out.
+ * Returns the processor time of `body` in this thread. Other work of the machine doesn't count.
  */
 template <class Body>
 Nanoseconds timed(Body&& body) {
@@ -76,7 +76,7 @@ Nanoseconds elapsed(Body&& body) {
   return std::chrono::steady_clock::now() - start;
 }
 
-/** A user writes to what it was given. */
+/** Writes to the memory, as a user does. */
 inline void use(void* memory) {
   *static_cast<volatile char*>(memory) = 1;
   asm volatile("" : : "r"(memory) : "memory");

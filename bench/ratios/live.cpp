@@ -11,7 +11,7 @@ namespace {
 
 constexpr std::size_t kSizes = 1024;
 
-/** Numbers without a pattern, fast beside what is measured (Marsaglia's xorshift). */
+/** Pseudo-random numbers, much faster than what is measured (Marsaglia's xorshift). */
 class Random {
  public:
   std::size_t below(std::size_t limit) {
@@ -58,7 +58,7 @@ class Population {
 template <class Allocator, class... Arguments>
 Contestant replacing(const char* name, std::size_t count, Arguments... arguments) {
   return {name, [=]() -> Run {
-            // Never released: the process ends after the workload.
+            // Never deleted, because the process ends after the workload.
             auto* population = new Population<Allocator>(count, arguments...);
             return [population](std::size_t times) {
               return timed([&] {
@@ -80,7 +80,7 @@ Workload replacing_one_of(std::size_t count, const char* shown, double reach) {
        replacing<Talloc>("talloc", count),
 #endif
        replacing<HashTable>("hash table", count)}};
-  // Where it takes milliseconds, it only keeps the others from their turns.
+  // With more pointers a run takes milliseconds and would only delay the others.
   if (count <= 10000) {
     workload.contestants.push_back(replacing<LinearSearch>("linear search", count));
   }

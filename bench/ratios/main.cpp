@@ -1,12 +1,12 @@
-// Measures one workload, or does it without measuring, or lists them; fields are separated by tabs.
+// Measures one workload, runs one without measuring, or lists all. Output fields are tab-separated.
 //
-//   ratios                            name, title, ratio to reach and number of operations of each
+//   ratios                            name, title, target ratio and number of operations of each
 //   ratios WORKLOAD                   contestant, nanoseconds, ratio and its quartiles
-//   ratios WORKLOAD CONTESTANT TIMES  only does it, for those who count instructions
+//   ratios WORKLOAD CONTESTANT TIMES  only runs it, to count its instructions
 //   ratios --many                     contestant, number of pieces, nanoseconds to allocate and to
 //                                     delete one of them
 //   ratios --build                    the compiler and the C library
-//   ratios --peers                    name, package and version of the peers that can be missing
+//   ratios --peers                    name, package and version of the optional peers
 #include <gnu/libc-version.h>
 #include <sys/single_threaded.h>
 #include <unistd.h>
@@ -46,7 +46,7 @@ void list(const std::vector<Workload>& workloads) {
   }
 }
 
-/** The C library's short cuts for one thread never come back once there was a second one. */
+/** Once a process had two threads, the C library's fast paths for one thread stay off. */
 void check_threads(const Workload& workload) {
   const bool one = workload.threads == Threads::kOne;
   if (one != (__libc_single_threaded != 0)) throw std::runtime_error("wrong number of threads");
@@ -89,7 +89,7 @@ void print_many() {
   }
 }
 
-/** Begins anew with the library in front of all others, unless it is there already. */
+/** Restarts the program with the library preloaded, unless it is already. */
 void preload(const std::string& library, char** argv) {
   const char* loaded = std::getenv("LD_PRELOAD");
   if (library.empty() || (loaded != nullptr && library == loaded)) return;

@@ -14,7 +14,7 @@ constexpr std::size_t kSizes = 1024;
 constexpr std::size_t kCounts[] = {250000, 500000, 1000000};
 constexpr int kRounds = 5;
 
-/** Has to remember what it allocated. */
+/** Keeps the pointers, to free them. */
 class MallocAndArray {
  public:
   void* allocate(std::size_t size) { return pieces_.emplace_back(std::malloc(size)); }

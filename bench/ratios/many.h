@@ -1,4 +1,4 @@
-// Many pieces of memory on one handle: whether one of them costs more, the more there are.
+// Many pieces of memory on one handle: does the cost of each grow with their number?
 #ifndef QKMEM_BENCH_RATIOS_MANY_H_
 #define QKMEM_BENCH_RATIOS_MANY_H_
 
@@ -11,10 +11,10 @@ struct ManyPieces {
   const char* name;
   std::size_t count;
   double allocation;  // nanoseconds per piece
-  double deletion;    // of all together, nanoseconds per piece
+  double deletion;    // of all at once, nanoseconds per piece
 };
 
-/** Medians of some rounds, for each count and contestant. */
+/** Returns the medians of several rounds for each count and contestant. */
 std::vector<ManyPieces> measure_many();
 
 }  // namespace ratios

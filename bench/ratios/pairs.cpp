@@ -25,7 +25,7 @@ const std::array<std::size_t, kSizes>& sizes_of_64() {
 
 using Sizes = const std::array<std::size_t, kSizes>&;
 
-/** Allocates `kDepth` pieces and then releases them, the oldest first. */
+/** Allocates `kDepth` pieces and releases them, the oldest first. */
 template <std::size_t kDepth, class Allocator>
 void allocate_and_release(Allocator& allocator, Sizes sizes, std::size_t times) {
   std::array<void*, kDepth> live;
@@ -46,7 +46,7 @@ Contestant in_one_thread(const char* name, Sizes sizes, Arguments... arguments) 
           }};
 }
 
-/** A thread that sleeps for as long as this lives. */
+/** A thread that sleeps during the lifetime of this object. */
 class IdleThread {
  public:
   IdleThread() : thread_([this] { (void)end_.arrive_and_wait(); }) {}
@@ -62,7 +62,7 @@ class IdleThread {
   std::thread thread_;
 };
 
-/** As in_one_thread(), and another thread is there. */
+/** Same as in_one_thread(), in a process with another thread. */
 template <class Allocator, class... Arguments>
 Contestant beside_idle_thread(const char* name, Arguments... arguments) {
   const Contestant alone = in_one_thread<1, Allocator>(name, mixed_sizes(), arguments...);
@@ -73,7 +73,7 @@ Contestant beside_idle_thread(const char* name, Arguments... arguments) {
           }};
 }
 
-/** Two threads do as many pairs each; what counts is the time until both are through. */
+/** Two threads each run `times` pairs. Returns the time until both have finished. */
 template <class Allocator>
 Nanoseconds allocate_and_release_in_two(Allocator& allocator, std::size_t times) {
   std::barrier<> start(3);

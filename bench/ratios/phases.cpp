@@ -21,7 +21,7 @@ namespace {
 
 constexpr std::size_t kObjects = 1000;
 
-/** Has to remember what it allocated. */
+/** Keeps the pointers, to free them. */
 class EachFreed {
  public:
   void* allocate(std::size_t size) { return *end_++ = std::malloc(size); }
@@ -66,7 +66,7 @@ class Monotonic {
   std::pmr::monotonic_buffer_resource resource_;
 };
 
-/** One buffer with room for all objects, for all phases. */
+/** Reuses one buffer with room for all objects. */
 class MonotonicInBuffer {
  public:
   void* allocate(std::size_t size) { return resource_.allocate(size); }

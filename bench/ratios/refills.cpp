@@ -13,7 +13,7 @@ namespace {
 constexpr std::size_t kSizes = 1024;
 constexpr std::size_t kPieces = 1000000;
 
-/** Has to remember what it allocated. */
+/** Keeps the pointers, to free them. */
 class EachFreed {
  public:
   void* allocate(std::size_t size) { return pieces_.emplace_back(std::malloc(size)); }
@@ -32,7 +32,7 @@ void fill(Arena& arena) {
   for (std::size_t i = 0; i < kPieces; ++i) use(arena.allocate(sizes[i % kSizes]));
 }
 
-/** The clear before each filling isn't counted. */
+/** The time doesn't include the clear before each filling. */
 template <class Arena, class... Arguments>
 Contestant refilling(const char* name, Arguments... arguments) {
   return {name, [=]() -> Run {

@@ -29,7 +29,7 @@ void fill(Allocator& allocator) {
   for (std::size_t row = 0; row < kRows; ++row) use(allocator.allocate(size_of_row(row)));
 }
 
-/** The columns of the report, all of them known. */
+/** Prints the columns of the report from known values. */
 Run with_fprintf() {
   return printing([](FILE* stream) {
     for (std::size_t row = 0; row < kRows; ++row) {
@@ -42,7 +42,7 @@ Run with_fprintf() {
 }
 
 Run with_report() {
-  setenv("QK_MEM_DEBUG", "TRACE LOG=NONE", 1);  // read at the first call, which makes the handle
+  setenv("QK_MEM_DEBUG", "TRACE LOG=NONE", 1);  // read at the first call, which creates the handle
   auto handle = std::make_shared<Qkmem>("DATA");
   fill(*handle);
   return printing([handle](FILE* stream) { qk_mem_dump(stream, "", QK_MEM_DUMP_POINTERS); });
@@ -60,7 +60,7 @@ constexpr unsigned kEverySection = QK_MEM_DUMP_SUMMARY | QK_MEM_DUMP_HEAPSIZE |
                                    QK_MEM_DUMP_HANDLES | QK_MEM_DUMP_MGMT | QK_MEM_DUMP_BLOCKS |
                                    QK_MEM_DUMP_POINTERS;
 
-/** Live pointers in turn on some handles; half of them are older than the baseline. */
+/** Live pointers, spread over some handles. Half of them are older than the baseline. */
 class Holding {
  public:
   explicit Holding(std::size_t handles) {

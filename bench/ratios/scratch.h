@@ -1,4 +1,4 @@
-// Files that a workload writes.
+// Temporary files of a workload.
 #ifndef QKMEM_BENCH_RATIOS_SCRATCH_H_
 #define QKMEM_BENCH_RATIOS_SCRATCH_H_
 
@@ -9,7 +9,7 @@
 
 namespace ratios {
 
-/** A folder for files whose names have to be known; gone, with them, at the end of the scope. */
+/** A temporary folder for named files, removed with them at the end of the scope. */
 class ScratchFolder {
  public:
   ScratchFolder() {
@@ -27,7 +27,7 @@ class ScratchFolder {
   std::filesystem::path path_;
 };
 
-/** A file that is written anew again and again. */
+/** A temporary file that is overwritten repeatedly. */
 class ScratchFile {
  public:
   ScratchFile() : stream_(std::tmpfile()) {

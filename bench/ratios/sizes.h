@@ -1,4 +1,4 @@
-// The sizes that the workloads ask for: the same ones in every run and for every contestant.
+// The sizes that the workloads allocate: the same in every run and for every contestant.
 #ifndef QKMEM_BENCH_RATIOS_SIZES_H_
 #define QKMEM_BENCH_RATIOS_SIZES_H_
 

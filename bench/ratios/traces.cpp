@@ -26,7 +26,7 @@ Nanoseconds pairs(Allocator& allocator, std::size_t times) {
   });
 }
 
-/** Of the C library. */
+/** The trace of the C library. */
 Run with_mtrace() {
   auto folder = std::make_shared<ScratchFolder>();
   setenv("MALLOC_TRACE", folder->file("mtrace").c_str(), 1);
@@ -41,7 +41,7 @@ Run with_mtrace() {
 
 Run with_trace_file() {
   auto folder = std::make_shared<ScratchFolder>();
-  setenv("QK_MEM_DEBUG", "TRACE LOG=NONE", 1);  // read at the first call, which makes the handle
+  setenv("QK_MEM_DEBUG", "TRACE LOG=NONE", 1);  // read at the first call, which creates the handle
   setenv("QK_MEM_OPTIONS", ("DB=" + folder->file("trace.tdf")).c_str(), 1);
   return [folder, allocator = std::make_shared<Qkmem>("DATA")](std::size_t times) {
     return pairs(*allocator, times);

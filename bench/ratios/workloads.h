@@ -1,4 +1,4 @@
-// All that is measured, a group for each file.
+// All workloads, one group per file.
 #ifndef QKMEM_BENCH_RATIOS_WORKLOADS_H_
 #define QKMEM_BENCH_RATIOS_WORKLOADS_H_
 
@@ -8,27 +8,28 @@
 
 namespace ratios {
 
-/** All groups below, in the order of the page. */
+/** Returns all groups below, in the order of docs/performance.md. */
 std::vector<Workload> all_workloads();
 
-/** Memory that is allocated and soon released, by one thread or two. */
+/** Memory that is released soon after its allocation, by one thread or two. */
 std::vector<Workload> pair_workloads();
 
-/** One piece of many replaced by another. */
+/** One of many live pieces is replaced by another. */
 std::vector<Workload> live_workloads();
 
-/** Many objects that go at once. */
+/** Many objects that are released together. */
 std::vector<Workload> phase_workloads();
 
-/** A million objects in the place of others. */
+/** A million objects that reuse the blocks of earlier ones. */
 std::vector<Workload> refill_workloads();
 
-/** One buffer that grows. */
+/** A buffer that grows. */
 std::vector<Workload> buffer_workloads();
 
-/** Pairs of which each leaves lines in a file. */
+/** Pairs that write lines to a trace file. */
 std::vector<Workload> trace_workloads();
 
+/** Reports of many live pointers. */
 std::vector<Workload> report_workloads();
 
 }  // namespace ratios

@@ -1,4 +1,4 @@
-// The C++ front, piece by piece: objects, scopes, containers, an arena, and what is forgotten.
+// The C++ interface, part by part: objects, scopes, containers, an arena, and what is forgotten.
 #include <cstdio>
 #include <map>
 #include <memory_resource>
@@ -9,7 +9,7 @@
 
 namespace {
 
-/** A thing that tells its end. */
+/** Prints a line when it is destroyed. */
 class Star {
  public:
   explicit Star(const char* name = "unnamed") : name_(name) {}
@@ -83,7 +83,7 @@ void misuse() {
   qk::destroy(sky, new Star("a star of another sky"));
 }
 
-/** The handle is given up, so that nobody deletes it and what it holds. */
+/** Releases the handle, so that nothing deletes it and its contents. */
 void forgotten() {
   const int sky = qk::Handle("DATA", "SK").release();
   [[maybe_unused]] const Star* altair = qk::make<Star>(sky, "Altair");

@@ -1,9 +1,9 @@
-// A shop that forgets the baskets of customers who walk out. Sets a baseline after the first
-// customers, serves more of them, and prints the report that is named:
+// A shop that forgets the baskets of customers who walk out. It serves some customers, sets a
+// baseline, serves more, and prints the report that the command line names:
 //
 //   QK_MEM_DEBUG=TRACE build/reports comparison
 //
-// docs/reports.md shows what each of them says.
+// docs/reports.md shows and explains the reports.
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -40,7 +40,7 @@ class Shop {
     qk_mem_strdup(settings_, "opens=8:00");
     yesterday_ = qk_mem_malloc(ledger_, 600);
     for (const char* product : {"apples", "bread", "cheese"}) qk_mem_strdup(catalogue_, product);
-    // A library that knows nothing of handles does this, so nobody accounts for it.
+    // Stands for a library that uses plain malloc: no handle accounts for this memory.
     for (auto& picture : pictures_) picture = std::malloc(100000);
   }
   ~Shop() {
@@ -71,7 +71,7 @@ class Shop {
     qk_mem_free(baskets_, basket);
   }
 
-  /** On a handle of its own, which takes all that it holds away with it. */
+  /** Uses a handle of its own, whose deletion frees everything on it. */
   static void print_receipt() {
     const int receipt = qk_mem_new_handle("", "");
     qk_mem_strdup(receipt, "thank you");
@@ -84,7 +84,7 @@ class Shop {
   int ledger_ = qk_mem_new_handle("", "LE");
   void* yesterday_ = nullptr;
   void* sales_ = nullptr;
-  void* volatile pictures_[3] = {};  // or the compiler leaves out what nobody looks at
+  void* volatile pictures_[3] = {};  // volatile, or the compiler removes the unused memory
   int served_ = 0;
 };
 
@@ -105,7 +105,7 @@ void print_answers() {
   }
 }
 
-/** False for a name that there is no report of. */
+/** Returns false if no report has that name. */
 bool print_report(const char* name) {
   if (std::strcmp(name, "answers") == 0) {
     print_answers();

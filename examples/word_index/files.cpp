@@ -33,7 +33,7 @@ void append_folder(FileList& files, const fs::path& folder) {
     if (fs::is_regular_file(path, ignored)) append(files, path.c_str());
     std::free(entries[i]);
   }
-  // The C library allocated this, so no handle knows it.
+  // The C library allocated this, so no handle has a record of it.
   if (forgetful) {
     qk_mem_free(files.hid, entries);
   } else {

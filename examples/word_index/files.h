@@ -15,8 +15,8 @@ struct FileList {
 };
 
 /**
- * Lists the files among `paths` and those directly in the folders among them, a folder's by name.
- * What is neither file nor folder is kept, so that opening it tells why.
+ * Lists the files in `paths`, and for each folder the files directly in it, sorted by name. Keeps
+ * paths that are neither file nor folder, so that opening them reports the error.
  */
 FileList list_files(int hid, const std::vector<const char*>& paths);
 
@@ -30,7 +30,7 @@ struct Text {
   [[nodiscard]] std::string_view view() const { return {data, size}; }
 };
 
-/** Reads a file; when that fails, `data` is null and errno tells why. */
+/** Reads a file. On failure `data` is null and errno is set. */
 Text read_text(int hid, const char* name);
 
 }  // namespace word_index

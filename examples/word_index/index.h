@@ -6,13 +6,13 @@
 
 namespace word_index {
 
-/** Where a word stands. */
+/** An occurrence of a word. */
 struct Place {
   std::uint32_t file;  ///< number of the file in the order of reading
   std::int32_t line;
 };
 
-/** Some places of a word, and the way to those behind them. */
+/** Some places of a word, and a link to the next chunk. */
 struct PlaceChunk {
   static constexpr std::size_t kPlaces = 6;
 
@@ -25,7 +25,7 @@ struct Word {
   char* text;
   PlaceChunk* first;
   PlaceChunk* last;
-  std::size_t count;  ///< of places; only the last chunk can be partly filled
+  std::size_t count;  ///< number of places; only the last chunk can be partly filled
   Word* next;         ///< in the same bucket
 
   /** Calls `visit(Place)` for each place. */
@@ -41,8 +41,8 @@ struct Word {
 };
 
 /**
- * A hash table of words. All that it holds lives on one block-managed handle, which the index has
- * to itself: nothing is freed one by one, the handle is cleared when the index goes.
+ * A hash table of words. All its memory is on one block-managed handle that nothing else uses:
+ * nothing is freed one by one, and the destructor clears the handle.
  */
 class Index {
  public:
@@ -53,13 +53,13 @@ class Index {
 
   void add(const char* text, Place place);
 
-  /** Takes a word out, if it is there. Its memory stays with the handle until the index goes. */
+  /** Removes a word if it is there. Its memory stays on the handle as long as the index exists. */
   void remove(const char* text);
 
-  /** The word, or null. */
+  /** Returns the word, or null if it is not there. */
   [[nodiscard]] const Word* find(const char* text) const;
 
-  /** Number of different words. */
+  /** Returns the number of different words. */
   [[nodiscard]] std::size_t size() const { return size_; }
 
   /** Calls `visit(const Word&)` for each word, in no useful order. */
@@ -71,7 +71,7 @@ class Index {
   }
 
  private:
-  /** The link that leads to the word, or the empty one where it belongs. */
+  /** Returns the link to the word, or the null link where it belongs. */
   [[nodiscard]] Word** link_to(const char* text) const;
   [[nodiscard]] Word** bucket_of(const char* text) const;
   Word* make_word(const char* text);

@@ -1,6 +1,6 @@
 /**
- * Indexes the words of text files and holds what it allocates on handles, so that the environment
- * variable QK_MEM_DEBUG can make the library show it. With --leak it forgets to free some of it.
+ * Indexes the words of text files and allocates its memory on handles, so that the library can
+ * report it, see the environment variable QK_MEM_DEBUG. With --leak it forgets to free some of it.
  */
 #include <array>
 #include <cerrno>
@@ -25,7 +25,7 @@ namespace {
 /** Words that say nothing about a text. */
 constexpr std::array kStopWords = {"a", "and", "of", "or", "the", "to"};
 
-/** What reading the files brought. */
+/** What was counted while reading the files. */
 struct Tally {
   std::size_t indexed = 0;
   std::size_t copies = 0;
@@ -41,7 +41,7 @@ std::size_t index_text(Index& index, std::string_view text, std::uint32_t file) 
   return words;
 }
 
-/** Indexes each text once, however many names it has: on Debian, GPL is another name of GPL-3. */
+/** Indexes each text once, even if it has several names: on Debian, GPL is a link to GPL-3. */
 Tally index_files(Index& index, const FileList& files) {
   Tally tally;
   std::unordered_set<std::size_t> seen;
@@ -54,7 +54,7 @@ Tally index_files(Index& index, const FileList& files) {
     }
     if (!seen.insert(std::hash<std::string_view>()(text.view())).second) {
       ++tally.copies;
-      // Easy to forget: this way out of the loop misses the release at its end.
+      // Easy to forget: this `continue` skips the release at the end of the loop.
       if (!forgetful) qk_mem_free(files.hid, text.data);
       continue;
     }
@@ -81,7 +81,7 @@ void print_results(const Pools& pools, const Index& index, const FileList& files
   }
 }
 
-/** Runs the whole program but for the end of its handles; true if every file could be read. */
+/** Runs the program except for deleting the handles. Returns true if all files were readable. */
 bool run(const Pools& pools, const Options& options) {
   const FileList files = list_files(pools.buffers.number(), options.paths);
   Index index(pools.index.number());

@@ -8,7 +8,7 @@
 namespace word_index {
 namespace {
 
-/** The licence texts that every Debian machine has. */
+/** The licence texts that are on every Debian machine. */
 constexpr const char* kDefaultFolder = "/usr/share/common-licenses";
 
 bool usage() {

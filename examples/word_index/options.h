@@ -6,16 +6,16 @@
 
 namespace word_index {
 
-/** What the command line asks for. */
+/** The options on the command line. */
 struct Options {
   bool leak = false;
   std::size_t top = 10;
-  std::size_t runs = 1;            ///< how many times the index is made
-  const char* lookup = nullptr;    ///< a word whose places are wanted, or null
+  std::size_t runs = 1;            ///< how many times the index is built
+  const char* lookup = nullptr;    ///< a word to look up, or null
   std::vector<const char*> paths;  ///< files and folders, never empty
 };
 
-/** Fills `options`; on a command line that can't be read, prints the usage and returns false. */
+/** Fills `options`. On an invalid command line prints the usage and returns false. */
 bool parse_options(int argc, char** argv, Options& options);
 
 }  // namespace word_index

@@ -20,7 +20,7 @@ Pools open_pools() {
 }
 
 void leave_open(Pools& pools) {
-  // Deleting a handle releases what was forgotten on it, and then no report can show it.
+  // Deleting a handle releases what was forgotten on it, so that no report can show it.
   for (qk::Handle* handle : {&pools.results, &pools.index, &pools.buffers}) {
     static_cast<void>(handle->release());
   }

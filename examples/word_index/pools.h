@@ -9,28 +9,28 @@
 
 namespace word_index {
 
-/** The handles of the program, one for each kind of memory it holds; deleted with this object. */
+/** The handles of the program, one for each kind of memory. Deleted with this object. */
 struct Pools {
   qk::Handle buffers;  ///< tag BU: names and texts of files, held while they are read
   qk::Handle index;    ///< tag IX: the words and their places, in blocks that are cleared at once
   qk::Handle results;  ///< tag RE: what is printed
 };
 
-/** Opens the handles, or ends the program. */
+/** Creates the handles. Exits on failure. */
 Pools open_pools();
 
 /**
- * Leaves the handles to the end of the process, where the report shows what is forgotten on them.
+ * Releases the handles, so that the report at exit shows what was forgotten on them.
  */
 void leave_open(Pools& pools);
 
 /**
- * Set by --leak. Each place that asks it is one that programs really get wrong; `grep forgetful`
- * finds them all.
+ * Set by --leak. Each use of it is at a mistake that real programs make; `grep forgetful` finds
+ * them all.
  */
 inline bool forgetful = false;
 
-/** Ends the program when memory could not be had: an index that lacks words is worth nothing. */
+/** Exits if there is no memory, because an index without some words is useless. */
 template <class T>
 T* require(T* memory) {
   if (!memory) {

@@ -21,7 +21,7 @@ struct TopWords {
 };
 
 /**
- * Finds at most `limit` words, the most frequent first, those that are equal in alphabetic order.
+ * Finds at most `limit` words: the most frequent first, and equally frequent ones by alphabet.
  */
 TopWords find_top_words(int hid, const Index& index, std::size_t limit);
 
@@ -29,14 +29,14 @@ void print_top_words(const TopWords& top);
 
 void free_top_words(const TopWords& top);
 
-/** The lines a word stands in, each as text. */
+/** The lines that contain a word, each as "file:line". */
 struct FoundLines {
   int hid;  ///< the handle that holds everything here
   char** lines;
   std::size_t count;
 };
 
-/** Looks a word up without regard to case; a line with the word twice is found once. */
+/** Looks a word up, ignoring case. A line that contains it twice is listed once. */
 FoundLines find_lines(int hid, const Index& index, const FileList& files, const char* word);
 
 void print_lines(const FoundLines& found);

@@ -8,12 +8,12 @@ namespace word_index {
 /** Longer words are cut. */
 constexpr int kMaxWord = 63;
 
-/** Reads a text word by word: runs of ASCII letters, made lower case. */
+/** Reads a text word by word: runs of ASCII letters, converted to lower case. */
 class WordReader {
  public:
   explicit WordReader(std::string_view text) : rest_(text) {}
 
-  /** Goes to the next word; false at the end of the text. */
+  /** Advances to the next word. Returns false at the end of the text. */
   bool next();
 
   [[nodiscard]] const char* word() const { return word_; }

@@ -1,11 +1,11 @@
 #!/usr/bin/env python3
-"""Checks that what the documents and the index of own places name exists.
+"""Checks that the names in docs/DESIGN.md and in src/qkmem.cpp exist.
 
 usage: check_design.py ROOT
 
 The pages of docs/ name tests, docs/oddities.md at least one for each row of its tables.
-src/qkmem.cpp names, in the line of each place that the library shows as its own, the function that
-acts there and the file where it is defined, which uses the place.
+src/qkmem.cpp has a line for each location that the library shows as its own. The line names a
+function and the file that defines it; that function must use it.
 """
 
 import pathlib
@@ -41,7 +41,7 @@ def oddities_without_test(root):
 
 
 def body_of(text, function):
-    """The definition of a function at the start of a line, up to the brace that closes it."""
+    """Returns the definition of a function that starts a line, up to its closing brace."""
     found = re.search(rf"^[^\s#/][^\n]*\b{function}\([^;{{]*\{{.*?\n\}}", text,
                       re.MULTILINE | re.DOTALL)
     return found[0] if found else ""

@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
-"""Checks that the one line of the README which builds the dropped-in sources works as it stands.
+"""Checks that the README's command that compiles the sources with a program works unchanged.
 
 usage: check_drop_in.py ROOT
 
-Runs the line in a folder that holds include/, src/ and a program of its own, and then the program.
+Runs the command in a folder with copies of include/ and src/ and a program, and then the program.
 """
 
 import pathlib

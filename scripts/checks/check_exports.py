@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Checks that the shared library exports the public interface, all of it and nothing else.
+"""Checks that the shared library exports the whole public interface and nothing else.
 
 usage: check_exports.py LIBRARY NM COMPILER ROOT
 
@@ -20,14 +20,14 @@ def output_of(*command):
 
 
 def declared_functions(compiler, root):
-    """The names in the preprocessed header, where comments and the macros are gone."""
+    """The names in the preprocessed header, which has no comments and macros."""
     text = output_of(compiler, "-x", "c++", "-std=c++20", "-E", "-P", "-I", f"{root}/include",
                      f"{root}/include/qkmem/qkmem.h")
     return set(FUNCTION.findall(text))
 
 
 def exported_symbols(library, nm):
-    """Unmangled names with what may follow a name in a signature cut off."""
+    """Unmangled names without the rest of the signature."""
     lines = output_of(nm, "-D", "-C", "--defined-only", library).splitlines()
     return {line.split(maxsplit=2)[2] for line in lines if line}
 

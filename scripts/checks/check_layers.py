@@ -1,10 +1,10 @@
 #!/usr/bin/env python3
-"""Checks that each folder includes only what stands below it in the order of layers.
+"""Checks that each folder includes only lower layers.
 
 usage: check_layers.py ROOT
 
-Prints the include lines that break a rule, and the sources that src/sources.cmake doesn't list or
-lists without there being any. The result is 1 if there are such lines or sources.
+Prints include lines that break a rule, and differences between the sources and src/sources.cmake.
+The exit code is 1 if there are any.
 """
 
 import pathlib
@@ -15,8 +15,8 @@ STATUS = "qkmem/status.h"
 C_HEADER = "qkmem/qkmem.h"
 FRONT = "qkmem/qkmem.hpp"
 
-# What the files of a folder may include, beside files of the same folder. Folders that don't stand
-# yet have their place here: what is to come knows where it belongs.
+# What the files of a folder may include, besides files of the same folder. Includes folders that
+# don't exist yet, for planned features.
 SUPPORT = [STATUS]
 FORMATS = SUPPORT + ["src/support"]
 CORE = FORMATS + ["src/formats", C_HEADER]
@@ -56,7 +56,7 @@ LISTED = re.compile(r"^  (\S+\.cpp)$", re.MULTILINE)
 
 
 def layer_of(path):
-    """The layer that a file stands in; each public header is one by itself."""
+    """Returns the layer of a file. Each public header is a layer of its own."""
     if path.startswith("include/"):
         return path
     if path.startswith("tools/qkmem/"):
@@ -65,7 +65,7 @@ def layer_of(path):
 
 
 def found_as(root, name):
-    """The file that an include line means: names begin at include/ or at src/."""
+    """Returns the file of an include line, whose name is relative to include/ or src/."""
     for top in ("include", "src", "."):
         if (root / top / name).is_file():
             return (pathlib.PurePosixPath(top) / name).as_posix()
@@ -99,7 +99,7 @@ def sources(root):
 
 
 def differences_of_lists(root):
-    """Of src/sources.cmake and the folders."""
+    """Differences between src/sources.cmake and the folders."""
     listed = set(LISTED.findall((root / "src/sources.cmake").read_text()))
     there = {path.relative_to(root / "src").as_posix() for path in (root / "src").rglob("*.cpp")}
     for name in sorted(there - listed):

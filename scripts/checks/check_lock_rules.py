@@ -1,22 +1,22 @@
 #!/usr/bin/env python3
-"""Checks that what relies on a lock asserts it, and tells how much of that no compiler checks.
+"""Checks that functions that rely on a lock assert it, and limits how many no compiler checks.
 
 usage: check_lock_rules.py ROOT
 
-- A function that is annotated with QK_REQUIRES has an assertion at its head.
-- So has a function whose comment says that it needs the registry's lock or a handle's.
-- Functions whose assertion stands alone, without an annotation that clang checks, and those that
-  are marked as unchecked are exempt: their number is printed, and must not exceed EXEMPT.
+- A function with QK_REQUIRES begins with an assertion.
+- So does a function whose comment says that it needs the registry's lock or a handle's.
+- Functions with an assertion but no annotation for clang, and functions marked as unchecked, are
+  exempt. Their number is printed and must not exceed EXEMPT.
 
-The result is 1 if a rule is broken. A number below EXEMPT is worth lowering it.
+The exit code is 1 if a rule is broken. If the number is below EXEMPT, lower EXEMPT.
 """
 
 import pathlib
 import re
 import sys
 
-# Locks of handles are conditional, which clang's analysis can't follow; so is what a report's
-# visitors do; and the registry's lock is kept on purpose at a fork and at the end by a signal.
+# Clang's analysis can't follow the conditional locks of handles and the visitors of reports. And at
+# a fork, and at the end by a signal, functions keep the registry's lock on purpose.
 EXEMPT = 34
 
 ASSERTION = re.compile(r"\bassert_(?:registry_)?held\(")
@@ -26,7 +26,7 @@ COMMENTED = re.compile(
     r"(?:inline |explicit )?[\w:<>,\*& ]*?\b(\w+)\(", re.DOTALL)
 REQUIRING = re.compile(r"\b(\w+)\([^;{}()]*(?:\([^()]*\)[^;{}()]*)*\)\s*(?:const\s+|noexcept\s+)*"
                        r"QK_REQUIRES\(", re.DOTALL)
-# A definition: a name, its arguments, what may follow them, and a body up to the brace below it.
+# A definition: a name, its arguments, what can follow them, and a body up to the closing brace.
 UNCHECKED = re.compile(r"\b(\w+)\([^;{}()]*\)\s*QK_UNCHECKED_LOCKING\b")
 DEFINITION = re.compile(
     r"^( *)(?![ #/*}]|return\b|if\b|for\b|while\b|switch\b|else\b|namespace\b|class\b|struct\b)"
@@ -66,7 +66,7 @@ def unchecked(root):
 
 
 def relied_on(root):
-    """Names of functions that rely on a lock by annotation, and by their comments."""
+    """Names of functions that rely on a lock, by their annotations and by their comments."""
     annotated, commented = set(), set()
     for _, text in sources(root):
         annotated.update(REQUIRING.findall(text))

@@ -1,10 +1,10 @@
 #!/usr/bin/env python3
-"""Checks that what has one door in the library is used through that door only.
+"""Checks that some facilities are used only through the one header that wraps them.
 
 usage: check_seams.py ROOT
 
-The system's allocator is reached through src/core/system_memory.h. Plain variables that threads
-share are accessed through src/support/shared_variable.h.
+The system's allocator is called only by src/core/system_memory.h. Atomic access to plain variables
+is implemented only by src/support/shared_variable.h.
 """
 
 import pathlib
@@ -22,7 +22,7 @@ STRING = re.compile(r'"(?:[^"\\\n]|\\.)*"')
 
 
 def code_of(text):
-    """The text without comments and strings, its lines where they were."""
+    """The text without comments and strings, with the same line numbers."""
     def blank(match):
         return "\n" * match[0].count("\n")
     text = re.sub(r"/\*.*?\*/", blank, text, flags=re.DOTALL)
@@ -30,7 +30,7 @@ def code_of(text):
 
 
 def passes(source, text):
-    """The lines that go past a seam."""
+    """Lines that bypass a wrapper."""
     for number, line in enumerate(code_of(text).splitlines(), start=1):
         for seam, pattern in SEAMS.items():
             if source != seam and pattern.search(line):
