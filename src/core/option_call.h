@@ -12,8 +12,8 @@
 /** Reading of the option strings that calls take: copied, then parsed against a keyword table. */
 namespace qk::mem {
 
-/** Characters of the longest option string. */
-inline constexpr std::size_t kMaxOptions = 256;
+using qk::kMaxOptions;
+static_assert(int{qk::kOptionsTooLong} == QK_MEM_ERROR_LONG_OPTIONS);
 
 /** A private copy of an option string, because the parser writes into it. */
 class OptionText {
@@ -56,7 +56,7 @@ class OptionCall {
   /** Parses `text`. False leaves the reason in error(). The values point into `text`. */
   [[nodiscard]] bool process(OptionText& text) {
     if (text.too_long()) {
-      error_.code = QK_MEM_ERROR_LONG_OPTIONS;
+      error_.code = qk::kOptionsTooLong;
       qk::copy_text(error_.text, sizeof error_.text, "options");
       return false;
     }

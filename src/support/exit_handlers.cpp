@@ -32,10 +32,6 @@ constexpr std::int64_t kTimeToEnd = 1500000;
 constexpr std::int64_t kTimeToLastAttempt = 1000000;
 constexpr std::int64_t kTimeBetweenAttempts = 2000;
 
-constexpr std::size_t kLongestOptions = 256;
-
-// ---- The registered handlers
-
 struct Slot {
   bool last;                                      // written before the handler is published
   std::atomic<qk_exit_handler> handler{nullptr};  // null again as soon as it is being run
@@ -73,8 +69,6 @@ void run_handlers(int signal_number) {
     handler(signal_number);
   }
 }
-
-// ---- The thread that runs them
 
 /**
  * The thread that runs the handlers, and the signal because of which it does, 0 for normal
@@ -120,8 +114,6 @@ std::optional<Runner> become_runner(const Runner& own) {
   }
   return now;
 }
-
-// ---- The end
 
 void set_action(int signal_number, void (*handler)(int), int flags) {
   struct sigaction action = {};
@@ -193,8 +185,6 @@ void yield_to(const Runner& other, const Runner& own) {
   end_by(own.reason());
 }
 
-// ---- Putting the end off
-
 bool is_busy() {
   bool (*const test)() = interrupts_something.load();
   return test != nullptr && test();
@@ -242,8 +232,6 @@ void on_alarm(int /*signal_number*/) {
   }
   errno = error;
 }
-
-// ---- Signals and atexit()
 
 std::optional<void (*)(int)> plain_action(int signal_number) {
   struct sigaction now = {};
@@ -296,8 +284,6 @@ bool install_hooks() {
   return true;
 }
 
-// ---- Registration
-
 /** A call of qk_atexit(), which fills the status if it is refused. */
 class Request {
  public:
@@ -318,18 +304,18 @@ class Request {
   }
 
   [[nodiscard]] int refuse_length(std::size_t length) const {
-    const int code = refuse(qk::kExitOptionsTooLong, "options");
+    const int code = refuse(qk::kOptionsTooLong, "options");
     if (status_ == nullptr) return code;
     status_->num1 = static_cast<int>(length);
-    status_->num2 = static_cast<int>(kLongestOptions);
+    status_->num2 = static_cast<int>(qk::kMaxOptions);
     return code;
   }
 
   /** Reads the options. Leaves `last` unchanged if they have no POSITION. */
   [[nodiscard]] int read_position(const char* options, bool& last) const {
     const std::size_t length = qk_strlen(options);
-    if (length > kLongestOptions) return refuse_length(length);
-    char copy[kLongestOptions + 1];
+    if (length > qk::kMaxOptions) return refuse_length(length);
+    char copy[qk::kMaxOptions + 1];
     qk::copy_text(copy, sizeof copy, options);
     qk_option_keyword table[] = {{0, "POSITION", 0, 0, qk::kRequiredValue, nullptr, 0}};
     qk_option_error error;

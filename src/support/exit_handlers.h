@@ -7,7 +7,6 @@ namespace qk {
 
 /** Codes of qk_atexit(), besides those of option strings. */
 enum : int {
-  kExitOptionsTooLong = 10037,
   kExitPositionUnknown = 10045,
   kExitHandlersFull = 10050,
   kExitHandlerNull = 10051,

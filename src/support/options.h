@@ -22,8 +22,12 @@ namespace qk {
 /** qk_option_keyword::value_kind. */
 enum : std::uint8_t { kNoValue, kRequiredValue, kOptionalValue };
 
-/** qk_option_error::code. */
+/** Characters of the longest option string that a call accepts. */
+inline constexpr std::size_t kMaxOptions = 256;
+
+/** qk_option_error::code; the first is left by callers, which see the length of the string. */
 enum : std::int32_t {
+  kOptionsTooLong = 10037,
   kUnknownKeyword = 10041,
   kValueNotAllowed = 10042,  // an equals sign is enough
   kValueMissing = 10043,
