@@ -13,13 +13,13 @@
 #include "diag/trace_file.h"
 #include "tests/kit/scene.h"
 
-/** Calls that nobody is told of take another road than those that are checked or traced. */
+/** Calls that are neither checked nor traced take the fast path. */
 namespace {
 
 using kit::Scene;
 
-/** Makes calls take the general road: all are checked, and rows of them go to `trace_file`. */
-void follow_all_calls(FILE* trace_file) {
+/** Makes calls take the slow path: all are checked, and traced to `trace_file`. */
+void take_slow_path(FILE* trace_file) {
   for (int routine = 0; routine < 20; ++routine) Qk_mem_debug[routine].on = 1;
   Qk_mem_db = trace_file;
 }
@@ -29,10 +29,10 @@ struct Held {
   void* memory;
 };
 
-/** A life of some thousand calls on handles of every kind, the same for the same seed. */
-class Life {
+/** Random calls on handles of every kind, the same for the same seed. */
+class RandomCalls {
  public:
-  explicit Life(unsigned seed) : random_(seed) {
+  explicit RandomCalls(unsigned seed) : random_(seed) {
     for (const char* options : {"", "MULTITHREADED", "BLOCKMGMT BLOCKSIZE=500 BLOCKFREE",
                                 "BLOCKMGMT BLOCKSIZE=3000", "BLOCKMGMT BLOCKFREE MULTITHREADED"}) {
       handles_.push_back(qk_mem_inew_handle(options, "AB", "src/app.c", 3));
@@ -98,8 +98,8 @@ class Life {
   std::vector<Held> held_;
 };
 
-/** Every figure and every slot of the handles, on standard output. */
-void print_books() {
+/** Prints every figure and every slot of all handles. */
+void print_accounting() {
   std::printf("events %u, tag %s\n", Qk_mem_seq, kit::tag_of("AB").c_str());
   for (int hid = 1; hid <= Qk_mem_num_handles; ++hid) {
     const qk_mem_handle& handle = *Qk_mem_handles[hid - 1];
@@ -116,8 +116,8 @@ void print_books() {
   }
 }
 
-/** Lives in a process of its own and leaves its books in a file. */
-void live(unsigned seed, bool followed, const char* file) {
+/** Makes the calls in a child process, which writes its accounting to `file`. */
+void run_in_child(unsigned seed, bool slow, const char* file) {
   const pid_t child = fork();
   if (child != 0) {
     waitpid(child, nullptr, 0);
@@ -127,10 +127,10 @@ void live(unsigned seed, bool followed, const char* file) {
   qk_mem_init();
   FILE* trace_file = std::fopen("/dev/null", "w");
   std::setvbuf(trace_file, nullptr, _IONBF, 0);
-  if (followed) follow_all_calls(trace_file);
-  Life life(seed);
-  for (int i = 0; i < 6000; ++i) life.step();
-  print_books();
+  if (slow) take_slow_path(trace_file);
+  RandomCalls calls(seed);
+  for (int i = 0; i < 6000; ++i) calls.step();
+  print_accounting();
   std::fflush(stdout);
   _Exit(0);
 }
@@ -138,12 +138,12 @@ void live(unsigned seed, bool followed, const char* file) {
 TEST(QuickRoad, LeavesTheBooksThatTheGeneralOneLeaves) {
   const Scene scene;
   for (unsigned seed = 1; seed <= 8; ++seed) {
-    // Nothing is allocated between the two, so that both are given the same addresses.
-    live(seed, false, "quick.txt");
-    live(seed, true, "general.txt");
-    const std::string books = kit::contents("quick.txt");
-    EXPECT_GT(books.size(), 10000U);
-    EXPECT_EQ(books, kit::contents("general.txt")) << "seed " << seed;
+    // Nothing is allocated between the two, so that both get the same addresses.
+    run_in_child(seed, false, "fast.txt");
+    run_in_child(seed, true, "slow.txt");
+    const std::string accounting = kit::contents("fast.txt");
+    EXPECT_GT(accounting.size(), 10000U);
+    EXPECT_EQ(accounting, kit::contents("slow.txt")) << "seed " << seed;
   }
 }
 

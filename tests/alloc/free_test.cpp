@@ -15,7 +15,7 @@ using kit::Ledger;
 
 void release(int hid, void* memory) { qk_mem_ifree(hid, memory, "lib/other.c", 80); }
 
-/** Memory of the system's allocator that the handle has under another kind. */
+/** Memory from the system's allocator, recorded on the handle with this kind. */
 void* hold_memory(const Ledger& ledger, char kind, std::uint64_t count, std::uint64_t size) {
   void* memory = std::malloc(count * size);
   kit::hold(ledger.pool.record(), reinterpret_cast<std::uintptr_t>(memory), kind, count, size,
@@ -209,7 +209,7 @@ TEST(Free, IsFollowedByTheReportUnderCtrlblks) {
             "   ----------------------------------------------------------------------------\n");
 }
 
-/** Whether the system's allocator tells of large memory, as it does not under a sanitizer. */
+/** Large allocations, which the system's allocator counts. Sanitizers' allocators don't. */
 class FreeOfLargeMemory : public ::testing::Test {
  protected:
   static constexpr std::size_t kLarge = 1 << 20;
@@ -219,7 +219,7 @@ class FreeOfLargeMemory : public ::testing::Test {
     memory_ = std::malloc(kLarge);
     if (pieces() == 0) {
       std::free(memory_);
-      GTEST_SKIP() << "the allocator doesn't tell";
+      GTEST_SKIP() << "the allocator doesn't count large allocations";
     }
   }
 

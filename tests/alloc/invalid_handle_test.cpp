@@ -13,9 +13,9 @@ namespace {
 using kit::Environment;
 using kit::Ledger;
 
-/** An entry point that got a handle's number; the result tells whether it refused. */
+/** An entry point that takes a handle's number. `refuses` returns whether it refused the call. */
 struct Call {
-  const char* name;    // as lists of a configuration have it
+  const char* name;    // as in configuration lists
   const char* prefix;  // of its log lines
   bool (*refuses)(int hid);
 };

@@ -12,7 +12,7 @@ namespace {
 using kit::Environment;
 using kit::Ledger;
 
-/** Uses each macro once, at a place with a name of its own. */
+/** Uses each macro at least once, every call on a line of its own. */
 // clang-format off
 void use_all(int hid) {
 #line 101 "src/user.c"

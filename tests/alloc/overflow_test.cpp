@@ -8,7 +8,7 @@
 #include "tests/kit/ledger.h"
 #include "tests/kit/scene.h"
 
-/** A product that doesn't fit fails as memory that ran out. */
+/** A product that overflows fails like an allocation without memory. */
 namespace {
 
 using kit::Ledger;
@@ -21,7 +21,7 @@ struct Product {
 
 constexpr std::size_t kTwo33 = std::size_t{1} << 33;
 
-/** Each would come out as 8 bytes or less if it were not noticed. */
+/** Each wraps to 8 bytes or less if the overflow isn't detected. */
 constexpr Product kTooLarge[] = {
     {SIZE_MAX / 8 + 2, 8},
     {std::size_t{1} << 63, 2},

@@ -8,13 +8,13 @@
 #include "tests/kit/ledger.h"
 #include "tests/kit/scene.h"
 
-/** How the caller's file and line are shown and kept. */
+/** How the caller's file and line are recorded and shown. */
 namespace {
 
 using kit::Environment;
 using kit::Ledger;
 
-/** One call of each allocation with the same place. */
+/** One allocation by each routine, all with the same location. */
 struct Memory {
   Memory(int hid, const char* file, int line)
       : allocated(qk_mem_imalloc(hid, 8, 16, file, line)),

@@ -24,7 +24,7 @@ void* resize(int hid, void* memory, std::size_t size) {
 
 void* allocate(int hid, std::size_t size) { return qk_mem_imalloc(hid, size, 16, "src/app.c", 12); }
 
-/** Memory of the system's allocator that the handle has under another kind. */
+/** Memory from the system's allocator, recorded on the handle with this kind. */
 void* hold_memory(const Ledger& ledger, char kind, std::uint64_t count, std::uint64_t size) {
   void* memory = std::malloc(count * size);
   kit::hold(ledger.pool.record(), reinterpret_cast<std::uintptr_t>(memory), kind, count, size,
@@ -154,7 +154,7 @@ TEST(Realloc, ThatFailsLeavesTheWholeRecordInItsSlot) {
   Ledger ledger("");
   void* memory = std::malloc(24);
   const auto address = reinterpret_cast<std::uintptr_t>(memory);
-  // A slot in front of it in the same array, which is free by the time of the call.
+  // A lower slot of the same array, which is free by the time of the call.
   kit::hold(ledger.pool.record(), 0x5000 + (address & 0x70), 'M', 1, 1);
   qk_mem_ptr& slot = kit::hold(ledger.pool.record(), address, 'J', 3, 8, "made.c", 9);
   qk_mem_free_ptr(&ledger.pool.record(),

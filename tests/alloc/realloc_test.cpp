@@ -19,7 +19,7 @@ void* resize(int hid, void* memory, std::size_t size) {
 
 void* allocate(int hid, std::size_t size) { return qk_mem_imalloc(hid, size, 16, "src/app.c", 12); }
 
-/** How a line names the old address behind the new one, which is "p1": memory need not move. */
+/** The old address in a line whose new address is "p1". They are the same unless it moved. */
 std::string old_name(const void* now, const void* before) { return now == before ? "p1" : "p2"; }
 
 TEST(Realloc, OfNullIsAnAllocation) {
@@ -53,7 +53,7 @@ TEST(Realloc, ReplacesTheRecordOfItsMemory) {
 TEST(Realloc, ForgetsTheAddressThatItLeft) {
   Ledger ledger("");
   void* before = allocate(ledger.pool, 100);
-  allocate(ledger.pool, 100);  // Stands in the way.
+  allocate(ledger.pool, 100);  // Lies behind it, so that it must move.
   void* now = resize(ledger.pool, before, 1 << 20);
   ASSERT_NE(now, before);
   EXPECT_EQ(ledger.record(before), "none");

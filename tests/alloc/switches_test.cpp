@@ -9,18 +9,18 @@
 #include "tests/kit/report.h"
 #include "tests/kit/scene.h"
 
-/** Under which switches each routine writes what. */
+/** What each routine writes under which switches. */
 namespace {
 
 using kit::Ledger;
 
 struct Routine {
-  const char* name;     // as lists of a configuration have it
-  const char* other;    // one that isn't it
-  const char* speaker;  // as it names itself
+  const char* name;     // as in configuration lists
+  const char* other;    // another routine's name
+  const char* speaker;  // its name in log lines
   void (*act)(int hid);
   void (*misuse)(int hid);
-  void (*fail)(int hid);  // null: it never does
+  void (*fail)(int hid);  // null if it can't fail
 };
 
 const Routine kMalloc = {
@@ -74,8 +74,8 @@ const Routine kFree = {
 
 bool has(const std::string& text, const char* part) { return text.find(part) != std::string::npos; }
 
-/** Which of its lines a routine writes, and whether the report follows an event. */
-std::string what_shows(Ledger& ledger, const Routine& routine) {
+/** Which kinds of lines a routine writes, and whether the report follows an event. */
+std::string what_it_writes(Ledger& ledger, const Routine& routine) {
   std::string result;
   ledger.turn_page();
   routine.act(ledger.pool);
@@ -134,7 +134,7 @@ void expect_obeyed_by(const Routine& routine) {
     ledger.configure(row.debug.c_str());
     const std::string shows =
         routine.fail == nullptr ? without_error(row.shows) : std::string(row.shows);
-    EXPECT_EQ(what_shows(ledger, routine), shows) << row.debug;
+    EXPECT_EQ(what_it_writes(ledger, routine), shows) << row.debug;
   }
 }
 

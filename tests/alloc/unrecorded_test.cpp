@@ -8,14 +8,14 @@
 #include "tests/kit/ledger.h"
 #include "tests/kit/scene.h"
 
-/** Memory that could be had, but not recorded. */
+/** Memory that was allocated but couldn't be recorded. */
 namespace {
 
 using kit::Environment;
 using kit::Ledger;
 
 struct Call {
-  const char* name;  // as lists of a configuration have it
+  const char* name;  // as in configuration lists
   void* (*allocate)(int hid);
 };
 
@@ -30,7 +30,7 @@ const Call kCalls[] = {
      [](int hid) -> void* { return qk_mem_istrdup(hid, "ten bytes", "src/app.c", 70000); }},
 };
 
-/** An empty table, whatever it was before. */
+/** Empties the handle's pointer table. */
 void begin_table(const Ledger& ledger) {
   for (qk_mem_ptr_array& array : ledger.pool.record().ptrs) {
     std::free(array.ptrs);
@@ -38,7 +38,7 @@ void begin_table(const Ledger& ledger) {
   }
 }
 
-/** The memory is the first request of the call, the array for its record the second. */
+/** A call's first request is for the memory; the second, for the array of its record, fails. */
 void* allocate_without_record(Ledger& ledger, const Call& call) {
   begin_table(ledger);
   kit::fill_arrays(ledger.pool);
@@ -104,7 +104,7 @@ TEST(Unrecorded, MemoryCanBeFreedOnItsHandle) {
 
 TEST(Unrecorded, MemoryIsServedOnWhereATableIsLost) {
   Ledger ledger(Environment{"DEBUG", "DB", ""});
-  // What a growth that failed leaves, in all arrays.
+  // All arrays as a failed growth leaves them.
   for (qk_mem_ptr_array& array : ledger.pool.record().ptrs) {
     std::free(array.ptrs);
     array.ptrs = nullptr;

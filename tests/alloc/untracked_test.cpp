@@ -44,8 +44,8 @@ std::string bytes(const void* memory, std::size_t size) {
   return {static_cast<const char*>(memory), size};
 }
 
-/** Everything that a call could leave in the books of the data handle. */
-std::string books() {
+/** All accounting of the data handle that a call could change. */
+std::string accounting() {
   return "data " + data_of(kData) + ", overhead " + overhead_of(kData) + ", tag " +
          kit::tag_of("") + ", events " + std::to_string(Qk_mem_seq);
 }
@@ -53,7 +53,7 @@ std::string books() {
 TEST(Untracked, CallsGiveMemoryAndLeaveNothing) {
   Scene scene("");
   qk_mem_init();
-  const std::string before = books();
+  const std::string before = accounting();
   void* memory = std::memset(allocate(100), 'x', 100);
   memory = resize(memory, 200);
   EXPECT_EQ(bytes(memory, 100), std::string(100, 'x'));
@@ -63,10 +63,10 @@ TEST(Untracked, CallsGiveMemoryAndLeaveNothing) {
   EXPECT_STREQ(text, "hello");
   void* fresh = resize(nullptr, 10);
   EXPECT_NE(fresh, nullptr);
-  EXPECT_EQ(books(), before);
+  EXPECT_EQ(accounting(), before);
   EXPECT_EQ(qk_mem_isize(kData, "src/app.c", 12), 0U);
   for (void* each : {memory, zeroed, static_cast<void*>(text), fresh}) release(each);
-  EXPECT_EQ(books(), before);
+  EXPECT_EQ(accounting(), before);
   EXPECT_EQ(qk_mem_error(), 0);
   EXPECT_TRUE(std::filesystem::is_empty("."));
 }
@@ -90,16 +90,16 @@ TEST(Untracked, RecallocZeroesWhatItAdds) {
 TEST(Untracked, MisuseIsNotNoticed) {
   Scene scene("");
   qk_mem_init();
-  const std::string before = books();
+  const std::string before = accounting();
   release(nullptr);
   release(allocate(0));
   release(allocate_zeroed(0, 0));
   release(resize(nullptr, 0));
   release(std::malloc(10));
-  errno = ENOMEM;  // What an earlier call may have left is no failure of this one.
+  errno = ENOMEM;  // Left over from an earlier call; the next one must not report it.
   EXPECT_EQ(duplicate(nullptr), nullptr);
   EXPECT_EQ(qk_mem_error(), 0);
-  EXPECT_EQ(books(), before);
+  EXPECT_EQ(accounting(), before);
   EXPECT_TRUE(std::filesystem::is_empty("."));
 }
 
@@ -113,7 +113,7 @@ TEST(Untracked, FailureLeavesOnlyTheErrorCode) {
   };
   Scene scene("");
   qk_mem_init();
-  const std::string before = books();
+  const std::string before = accounting();
   for (const auto& call : calls) {
     Qk_mem_error.set(0);
     kit::fail_request(1);
@@ -121,7 +121,7 @@ TEST(Untracked, FailureLeavesOnlyTheErrorCode) {
     EXPECT_TRUE(kit::has_failed());
     EXPECT_EQ(qk_mem_error(), 5012);
   }
-  EXPECT_EQ(books(), before);
+  EXPECT_EQ(accounting(), before);
   EXPECT_TRUE(std::filesystem::is_empty("."));
 }
 
@@ -140,7 +140,7 @@ TEST(Untracked, IsDecidedByTheGlobalSwitchesAlone) {
   Scene scene(Environment{"DEBUG=not,global", "", ""});
   qk_mem_init();
   scene.skip_log();
-  const std::string before = books();
+  const std::string before = accounting();
   release(allocate(0));
   release(allocate_zeroed(0, 0));
   release(resize(std::malloc(10), 100));
@@ -149,7 +149,7 @@ TEST(Untracked, IsDecidedByTheGlobalSwitchesAlone) {
   kit::fail_request(1);
   EXPECT_EQ(allocate(100), nullptr);
   EXPECT_EQ(scene.log(), "");
-  EXPECT_EQ(books(), before);
+  EXPECT_EQ(accounting(), before);
 }
 
 TEST(Untracked, IsOnlyTheDataHandle) {
@@ -169,7 +169,7 @@ TEST(Untracked, FreeLeavesTheRecordOfEarlierDays) {
   EXPECT_EQ(data_of(kData), "1 for 100");
 }
 
-/** A data handle that was made while nothing was configured has no records, whatever comes. */
+/** A data handle that was created while nothing was configured never has records. */
 class UnrecordedDataHandle : public ::testing::Test {
  protected:
   UnrecordedDataHandle() { ledger_.configure("DEBUG"); }
@@ -178,14 +178,14 @@ class UnrecordedDataHandle : public ::testing::Test {
 };
 
 TEST_F(UnrecordedDataHandle, StaysSo) {
-  const std::string before = books();
+  const std::string before = accounting();
   void* memory = resize(allocate(100), 200);
   EXPECT_NE(memory, nullptr);
   release(duplicate("hello"));
   release(allocate_zeroed(10, 8));
   release(resize(nullptr, 10));
   release(memory);
-  EXPECT_EQ(books(), before);
+  EXPECT_EQ(accounting(), before);
 }
 
 TEST_F(UnrecordedDataHandle, IsWatchedForMisuse) {
