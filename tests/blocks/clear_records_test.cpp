@@ -21,7 +21,7 @@ using kit::Ledger;
 
 int clear(int hid) { return qk_mem_iclear_handle(hid, "lib/other.c", 80000); }
 
-/** Memory whose address belongs into a pointer array. Goes back with free. */
+/** Memory whose address belongs in pointer array 0. It is released by free. */
 void* memory_for_array_0(std::size_t size) {
   return std::aligned_alloc(128, (size + 127) / 128 * 128);
 }
@@ -127,7 +127,7 @@ TEST_F(ClearedRecord, OfATrackerLeavesBothSums) {
             "3 E [p2] 1 16 other.c 80000 -16\n"
             "3 d [p0] 0 0 other.c 80000 0\n");
   EXPECT_EQ(sums(), "data 0 for 80, overhead 10 for " + kOwn + ", tag 0 for 80")
-      << "the block's bytes without the tracker's, and both quantities off the data";
+      << "the block's bytes less the tracker's; both quantities are taken off the data";
 }
 
 TEST_F(ClearedRecord, GoInTheOrderOfArraysAndSlots) {
@@ -157,7 +157,8 @@ TEST_F(ClearedRecord, IsNoneOfABlockOrOfTheHandlesOwnMemory) {
   EXPECT_EQ(ledger_.record(block).substr(0, 18), block_record.substr(0, 18));
   EXPECT_EQ(ledger_.record(&ledger_.pool.record()).substr(0, 12), handle_record.substr(0, 12));
   EXPECT_NE(ledger_.record(at(0x1000)), "none");
-  EXPECT_NE(ledger_.record(at(0x2000)), "none") << "a kind that no block-managed handle makes";
+  EXPECT_NE(ledger_.record(at(0x2000)), "none")
+      << "no block-managed handle makes records of this kind";
 }
 
 TEST_F(ClearedRecord, PrintsTheLowBitsOfItsLine) {

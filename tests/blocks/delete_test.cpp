@@ -45,8 +45,8 @@ TEST(DeletionOfBlocks, IsSilentWhereTheyAreNotRecorded) {
 }
 
 /**
- * A handle that records its blocks and pieces but not itself, so that all that is released is at
- * "app.c", line 12. Takes the configuration DEBUG afterwards.
+ * A handle that records its blocks and pieces but not itself, so that all released records are of
+ * "app.c", line 12. It is deleted under DEBUG.
  */
 class DeletionOfRecordedBlocks : public ::testing::Test {
  protected:

@@ -21,7 +21,7 @@ using kit::Ledger;
 
 void release(int hid, void* memory) { qk_mem_ifree(hid, memory, "lib/other.c", 80000); }
 
-/** Memory of the system's allocator that stands on a handle as registered. */
+/** Memory from the system's allocator, recorded on the handle as registered. */
 void* hold_external(const Ledger& ledger, std::uint64_t count, std::uint64_t size) {
   void* memory = std::malloc(count * size);
   kit::hold(ledger.pool.record(), reinterpret_cast<std::uintptr_t>(memory), 'X', count, size,
@@ -88,7 +88,7 @@ TEST(HandleWithExternalMemory, WarnsOfUnknownPointersInTheNameOfBlocks) {
   release(ledger.pool, memory);
 }
 
-/** The release of a piece by itself, as other routines call it. */
+/** The routine that releases a piece, called directly. */
 class BlockFree : public ::testing::Test {
  protected:
   BlockFree() : ledger_(Environment{"EXCEPTIONS", "", ""}, "BLOCKMGMT BLOCKFREE BLOCKSIZE=64") {}
@@ -156,7 +156,7 @@ TEST_F(BlockFree, LeavesBlocksAloneWithoutBlockfree) {
   EXPECT_EQ(blocks_of(ledger_.pool), "64:0-20");
   kit::hold(ledger_.pool.record(), 0x1000, 'm', 1, 8);
   EXPECT_EQ(block_free(kit::at(0x1000), nullptr), record_of(kit::at(0x1000)));
-  EXPECT_EQ(ledger_.log(), "") << "not even the missing block is told";
+  EXPECT_EQ(ledger_.log(), "") << "not even the missing block is reported";
 }
 
 }  // namespace

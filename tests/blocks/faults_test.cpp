@@ -15,7 +15,7 @@ namespace {
 using kit::Environment;
 using kit::Scene;
 
-/** Memory that the scenario holds, and what it has written into it. */
+/** Memory that the scenario holds, and the byte that fills it. */
 struct Held {
   char* memory;
   std::size_t size;
@@ -23,9 +23,9 @@ struct Held {
 };
 
 /**
- * A program that uses a block-managed handle in every way and goes on after each failure. It holds
- * what it was given and keeps it filled, so that memory given twice shows. It asks for no memory
- * but the handle's.
+ * A program that uses a block-managed handle in every way and continues after each failure. It
+ * fills all memory that it gets, so that memory handed out twice is noticed. It allocates nothing
+ * elsewhere.
  */
 class Scenario {
  public:
@@ -53,7 +53,7 @@ class Scenario {
     expect_whole_list();
   }
 
-  /** Deletes the handle, if there is one; nothing is left then. */
+  /** Deletes the handle, if it was created; nothing may be left. */
   void end() const {
     if (hid_ != 0) {
       EXPECT_EQ(qk_mem_idel_handle(hid_, "src/app.c", 10), 0);
@@ -80,7 +80,7 @@ class Scenario {
     qk_mem_ifree(hid_, memory, "src/app.c", 5);
   }
 
-  /** What couldn't be replaced is still the program's. */
+  /** On failure the program keeps the old memory. */
   void replace(char* memory, std::size_t size) {
     void* moved = qk_mem_irealloc(hid_, memory, size, 8, "src/app.c", 6);
     if (moved == nullptr) return;

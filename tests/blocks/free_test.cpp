@@ -64,7 +64,7 @@ TEST(FreeOfPiece, OfAMiddleOneChangesNothingForGood) {
   release(pool, middle);
   EXPECT_EQ(blocks_of(pool), "64:0-60");
   release(pool, last);
-  EXPECT_EQ(blocks_of(pool), "64:0-30") << "the place of the middle one is not joined to it";
+  EXPECT_EQ(blocks_of(pool), "64:0-30") << "the room of the middle one is not recovered";
   release(pool, first);
   EXPECT_EQ(blocks_of(pool), "64:10-30");
   EXPECT_EQ(place_of(pool, allocate(pool, 34)), "block 1 at 30");
@@ -190,7 +190,7 @@ TEST(FreeOfPiece, WithoutBlockfreeIsWarnedAboutAlsoWhereNothingIsRecorded) {
             "   qk_mem_ifree: WARNING: free on handle 3 with blockmgmt at other.c:80000\n");
   ledger.configure("EXCEPTIONS TRACE=not,qk_ifree");
   release(ledger.pool, allocate(ledger.pool, 10));
-  EXPECT_EQ(ledger.log(), "") << "nothing but misuse warnings, and the routine is off";
+  EXPECT_EQ(ledger.log(), "") << "both are misuse warnings, which are off for the routine";
 }
 
 TEST(FreeOfPiece, OfAnUnknownPointerIsWarnedAboutAndNothingElse) {

@@ -16,22 +16,20 @@ using kit::Scene;
 constexpr std::size_t kLarge = 1 << 20;
 const std::string kBlocks = "BLOCKMGMT BLOCKSIZE=" + std::to_string(kLarge);
 
-/**
- * Counts large memory as the system's allocator tells of it, which it doesn't under a sanitizer.
- */
+/** Large allocations, which the system's allocator counts. Sanitizers' allocators don't. */
 class LargeMemory : public ::testing::Test {
  protected:
   void SetUp() override {
     mallopt(M_MMAP_THRESHOLD, 1 << 16);
     void* memory = std::malloc(kLarge);
-    const bool tells = in_use() == 1;
+    const bool counts = in_use() == 1;
     std::free(memory);
-    if (!tells) GTEST_SKIP() << "the allocator doesn't tell";
+    if (!counts) GTEST_SKIP() << "the allocator doesn't count large allocations";
   }
 
   [[nodiscard]] static int in_use() { return static_cast<int>(mallinfo2().hblks); }
 
-  /** Memory of the system's allocator that stands on a handle as registered. */
+  /** Memory from the system's allocator, recorded on the handle as registered. */
   static void* hold_external(const Pool& pool) {
     void* memory = std::malloc(kLarge);
     kit::hold(pool.record(), reinterpret_cast<std::uintptr_t>(memory), 'X', 1, kLarge);

@@ -39,7 +39,7 @@ TEST_P(EventsOfPieces, OfMalloc) {
   EXPECT_EQ(ledger_.log(), "   qk_mem_imalloc:        3 [p1] m 10 app.c:4464\n");
   EXPECT_EQ(ledger_.trace(), "3 m [p1] 1 10 app.c 4464 0\n");
   EXPECT_EQ(ledger_.record(piece), "m 1/10 app.c:4464 event 1");
-  EXPECT_EQ(ledger_.books(), "handle 2 for 96, tag 2 for 96, events 1") << "the block is one";
+  EXPECT_EQ(ledger_.books(), "handle 2 for 96, tag 2 for 96, events 1") << "one is the block";
 }
 
 TEST_P(EventsOfPieces, OfCalloc) {

@@ -37,7 +37,7 @@ bool is_zero(const void* memory, std::size_t size) {
 /** Handles on which an array can grow. */
 class ManagedArray : public ::testing::TestWithParam<const char*> {
  protected:
-  /** Fills memory that the next array can get with something else than zeros. */
+  /** Fills memory that the next array can get with bytes other than zero. */
   void spoil_memory(int hid) {
     for (const std::size_t size : {100, 1000, 3000, 10000}) {
       void* memory = qk_mem_imalloc(hid, size, 16, "src/app.c", 1);

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <list>
 
-/** Where a block-managed handle has to put its pieces, told in the plainest way. */
+/** A plain model of where a block-managed handle puts its pieces. */
 namespace model {
 
 struct Block {

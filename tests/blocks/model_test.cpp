@@ -35,7 +35,7 @@ struct Piece {
   char* memory;
   model::Place place;
   std::uint64_t size;  // as recorded
-  char mark;           // what its bytes are
+  char mark;           // fills its bytes
 };
 
 /** A handle and its model, put through the same random steps. */
@@ -43,7 +43,7 @@ class Comparison {
  public:
   explicit Comparison(const Case& row)
       : pool_(row.options), handle_(pool_.record()), random_(row.seed), model_(row.blocksize) {
-    // What a handle begins with are blocks without a piece.
+    // A handle starts with empty blocks.
     for (qk_mem_block* block = handle_.blocks; block != nullptr; block = block->next) {
       model_.blocks.push_back({block->capacity, 0, 0, data_of(block)});
     }
@@ -62,13 +62,13 @@ class Comparison {
     } else if (kind < 58) {
       resize();
     } else if (kind < 60) {
-      allocate_in_vain();
+      fail_to_allocate();
     } else {
       release();
     }
   }
 
-  /** All marks, and the order of the list. */
+  /** Compares all marks and the order of the list. */
   void expect_same_blocks() const {
     const qk_mem_block* real = handle_.blocks;
     for (const model::Block& block : model_.blocks) {
@@ -127,8 +127,8 @@ class Comparison {
     hold(copy, text.size() + 1, 1);
   }
 
-  /** A request that needs a block which can't be had changes nothing. */
-  void allocate_in_vain() {
+  /** A request whose new block can't be allocated changes nothing. */
+  void fail_to_allocate() {
     const std::uint64_t size = pick_size();
     const int alignment = pick_alignment();
     if (model_.has_room(size, alignment)) return;
@@ -184,8 +184,8 @@ class Comparison {
   }
 
   /**
-   * One of the pieces. Of several at one address, which only pieces without bytes can share, the
-   * library knows one by that address.
+   * Picks a piece. Pieces without bytes can share an address with others; of these it returns the
+   * one that the library finds.
    */
   std::size_t pick_piece() {
     const std::size_t index = pick(static_cast<unsigned>(pieces_.size()));
@@ -198,11 +198,11 @@ class Comparison {
     for (std::size_t i = 0; i < pieces_.size(); ++i) {
       if (pieces_[i].memory == memory && pieces_[i].size == size) return i;
     }
-    ADD_FAILURE() << "a record of " << size << " bytes is nobody's";
+    ADD_FAILURE() << "no piece matches the record of " << size << " bytes";
     return index;
   }
 
-  /** The memory that was handed out lies where the model puts it. */
+  /** Expects allocated memory where the model puts it. */
   void hold(void* memory, std::uint64_t size, int alignment) {
     ASSERT_NE(memory, nullptr);
     const model::Place place = model_.allocate(size, static_cast<std::uint64_t>(alignment));
@@ -217,7 +217,7 @@ class Comparison {
     enter(piece);
   }
 
-  /** No two pieces overlap. */
+  /** Adds a piece, which must not overlap another. */
   void enter(const Piece& piece) {
     pieces_.push_back(piece);
     if (piece.size == 0) return;

@@ -39,7 +39,7 @@ struct Row {
   std::uint64_t used;  // bytes handed out, padding included
 };
 
-/** On handles with blocks of 64 bytes. */
+/** Makes each request on a handle with blocks of 64 bytes. */
 void expect_places(std::initializer_list<Row> rows) {
   for (const Row& row : rows) {
     BareBlocks pool(64, row.before);

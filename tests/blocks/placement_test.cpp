@@ -31,7 +31,7 @@ struct PlaceRow {
   const char* after;
 };
 
-/** On a handle with blocks of 64 bytes; the blocks of the list differ in their capacity. */
+/** Adds blocks to a handle with blocks of 64 bytes. Their capacities tell listed blocks apart. */
 void expect_places(std::initializer_list<PlaceRow> rows) {
   for (const PlaceRow& row : rows) {
     BareBlocks pool(64, row.before);
@@ -170,7 +170,7 @@ TEST(NewBlock, LeavesARecordWithTheCallersPlace) {
   EXPECT_EQ(record->kind, 'B');
   EXPECT_EQ(record->count, 1U);
   EXPECT_EQ(record->size, 96U);
-  EXPECT_EQ(record->seq, 102U) << "the array was the event before";
+  EXPECT_EQ(record->seq, 102U) << "event 101 was the array";
   EXPECT_STREQ(record->file, "app.c");
   EXPECT_EQ(record->line, 12U);
 }

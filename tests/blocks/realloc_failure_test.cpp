@@ -32,7 +32,7 @@ void* resize(int hid, void* piece, std::size_t size, int alignment = 1) {
 /** A handle that frees pieces one by one, in blocks of 64 bytes. */
 constexpr const char* kFreeing = "BLOCKMGMT BLOCKFREE BLOCKSIZE=64";
 
-/** Three pieces in one block, of which one is to become larger than any room there is. */
+/** Three pieces in one block. One is resized to more than any block has room for. */
 class FailedReplacement : public ::testing::TestWithParam<int> {
  protected:
   FailedReplacement() : ledger_(Environment{"DEBUG", "DB", ""}, kFreeing) {
@@ -154,7 +154,7 @@ TEST(ReplacedPiece, ThatCannotBeRecordedIsUsableAllTheSame) {
       "   qk_mem_new_ptr: ERROR: realloc of 3840 at other.c:80 of a->ptrs failed: 12 Cannot allocate memory\n");
 }
 
-/** Memory of the system's allocator that stands on a handle under a kind. */
+/** Memory from the system's allocator, recorded on the handle with this kind. */
 void* hold_foreign(const Ledger& ledger, char kind) {
   void* memory = std::malloc(16);
   kit::hold(ledger.pool.record(), reinterpret_cast<std::uintptr_t>(memory), kind, 2, 8, "made.c",

@@ -60,7 +60,7 @@ TEST(ReallocOfPiece, ThatFitsStaysWhereItIs) {
     void* piece = allocate(pool, 20);
     std::memset(piece, 'x', 20);
     EXPECT_EQ(resize(pool, piece, size), piece) << size;
-    EXPECT_EQ(blocks_of(pool), "64:0-30") << "nothing comes back";
+    EXPECT_EQ(blocks_of(pool), "64:0-30") << "no room is recovered";
     EXPECT_EQ(std::string(static_cast<char*>(piece), 20), std::string(20, 'x'));
     EXPECT_EQ(pool.record().block_used, 30U);
   }
@@ -74,7 +74,7 @@ TEST(ReallocOfPiece, ThatFitsIsRecordedAnew) {
   EXPECT_EQ(ledger.record(piece), "r 1/15 other.c:80 event 1");
   EXPECT_EQ(ledger.log(), "   qk_mem_irealloc:       3 [p1] r 15 other.c:80; [p1] m 20 app.c:12\n");
   EXPECT_EQ(ledger.trace(), "3 r [p1] 1 15 other.c 80 0\n");
-  EXPECT_EQ(ledger.books(), "handle 2 for 96, tag 2 for 96, events 1") << "the block is one";
+  EXPECT_EQ(ledger.books(), "handle 2 for 96, tag 2 for 96, events 1") << "one is the block";
 }
 
 TEST(ReallocOfPiece, ThatShrankGrowsOnlyToItsNewSizeInPlace) {
@@ -84,7 +84,7 @@ TEST(ReallocOfPiece, ThatShrankGrowsOnlyToItsNewSizeInPlace) {
   allocate(pool, 10);
   EXPECT_EQ(resize(pool, piece, 15), piece);
   EXPECT_EQ(resize(pool, piece, 16), static_cast<char*>(piece) + 30);
-  EXPECT_EQ(blocks_of(pool), "64:15-46") << "15 bytes were given back";
+  EXPECT_EQ(blocks_of(pool), "64:15-46") << "15 bytes were freed";
 }
 
 TEST(ReallocOfPiece, ThatDoesNotFitIsReplaced) {
@@ -107,7 +107,7 @@ TEST(ReallocOfPiece, OfAnArrayShowsItsOldCountAndSize) {
   Ledger ledger(Environment{"DEBUG", "DB", ""}, kFreeing);
   void* piece = qk_mem_icalloc(ledger.pool, 5, 4, 8, "src/app.c", 12);
   ledger.turn_page();
-  EXPECT_EQ(resize(ledger.pool, piece, 20), piece) << "20 bytes are what it has";
+  EXPECT_EQ(resize(ledger.pool, piece, 20), piece) << "it has 20 bytes";
   EXPECT_EQ(ledger.log(),
             "   qk_mem_irealloc:       3 [p1] r 20 other.c:80; [p1] c 5/4 app.c:12\n");
   EXPECT_EQ(ledger.trace(), "3 r [p1] 1 20 other.c 80 0\n");
@@ -137,7 +137,7 @@ TEST(ReallocOfPiece, CanNeedANewBlock) {
   void* piece = allocate(pool, 10);
   void* moved = resize(pool, piece, 60);
   EXPECT_EQ(place_of(pool, moved), "block 1 at 0");
-  EXPECT_EQ(blocks_of(pool), "64:0-60 64:0-10") << "the old place is free";
+  EXPECT_EQ(blocks_of(pool), "64:0-60 64:0-10") << "the old piece is freed";
   moved = resize(pool, moved, 200);
   EXPECT_EQ(blocks_of(pool), "200:0-200 64:0-0 64:0-10");
   EXPECT_EQ(kit::data_of(pool), "2 for 424");

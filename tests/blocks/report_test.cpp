@@ -13,13 +13,13 @@ namespace {
 using kit::Environment;
 using kit::Ledger;
 
-/** Pieces in two blocks of handle 3, of which the events 101 to 105 tell. */
+/** Pieces in two blocks of handle 3, made in events 101 to 105. */
 class ReportOfBlocks : public ::testing::Test {
  protected:
   ReportOfBlocks()
       : ledger_(Environment{"EXCEPTIONS", "", ""},
                 "BLOCKMGMT BLOCKFREE BLOCKSIZE=64 BLOCKINITIAL=0") {
-    ledger_.pool.record().seq = 3;  // it depends on where the arrays of start-up lie
+    ledger_.pool.record().seq = 3;  // depends on the addresses of start-up's arrays
     qk_mem_imalloc(ledger_.pool, 40, 8, "src/app.c", 12);
     qk_mem_icalloc(ledger_.pool, 10, 10, 8, "src/words.c", 345);
     qk_mem_istrdup(ledger_.pool, "hello", "src/app.c", 14);
