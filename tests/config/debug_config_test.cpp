@@ -25,7 +25,7 @@ std::string switches_of(const qk_mem_debug& record) {
   return text;
 }
 
-/** "all: on debug trace" where every routine has the same ones, else a line for each with any. */
+/** "all: on debug trace" if all routines have the same, else a line for each that has any. */
 std::string switches() {
   const std::string first = switches_of(Qk_mem_debug[0]);
   bool same = true;
@@ -38,7 +38,7 @@ std::string switches() {
   return same && !lines.empty() ? "all:" + first : lines;
 }
 
-/** The same where only one routine differs, as "qk_ifree: debug, others: on debug trace". */
+/** The same if only qk_ifree differs: "qk_ifree: debug, others: on debug trace". */
 std::string switches_of_free_and_others() {
   const std::string others = switches_of(Qk_mem_debug[0]);
   for (int i = 1; i < 20; ++i) {
@@ -47,7 +47,7 @@ std::string switches_of_free_and_others() {
   return "qk_ifree:" + switches_of(Qk_mem_debug[7]) + ", others:" + others;
 }
 
-/** Configures; the result is the status as a text, which is what the call returned. */
+/** Configures and returns the status as text. The call must return the status's code. */
 std::string configure(const char* options) {
   qk::Status status = kit::used_status();
   const int result = qk_mem_debug_config(options, &status);
@@ -144,7 +144,7 @@ TEST(DebugConfig, TheGlobalRecordCanBeExcluded) {
   for (int i = 1; i < 20; ++i) EXPECT_EQ(switches_of(Qk_mem_debug[i]), " on exceptions trace");
 }
 
-// An exclusion takes `on` and `trace` away although another keyword still wants them.
+// An exclusion clears `on` and `trace` although another keyword set them.
 TEST(DebugConfig, ExclusionClearsOnAndTraceButKeepsSwitchesOfEarlierKeywords) {
   const Scene scene;
   const struct {

@@ -9,8 +9,8 @@ namespace {
 
 using kit::Scene;
 
-/** The properties of a new handle, as "D autofree mutex 2048"; "refused" when there is none. */
-std::string made_with(const std::string& options) {
+/** The properties of a new handle, as "D autofree mutex 2048", or "refused" if there is none. */
+std::string properties_with(const std::string& options) {
   const int hid = qk_mem_inew_handle(options.c_str(), "", "app.c", 1);
   if (hid == 0) return qk_mem_error() == 11102 ? "refused" : "failed otherwise";
   const qk_mem_handle& handle = kit::handle_of(hid);
@@ -57,13 +57,13 @@ TEST(Keywords, OfHandlesAreTakenWholeOrShortened) {
       {"OVERHEADS", "refused"},
       {"BLOCKSIZE='64", "refused"},
   };
-  for (const auto& c : cases) EXPECT_EQ(made_with(c.options), c.handle) << c.options;
+  for (const auto& c : cases) EXPECT_EQ(properties_with(c.options), c.handle) << c.options;
 }
 
 TEST(Keywords, OfHandlesMayFill256Characters) {
   const Scene scene;
-  EXPECT_EQ(made_with("AUTOFREE" + std::string(248, ' ')), "D autofree 2048");
-  EXPECT_EQ(made_with("AUTOFREE" + std::string(249, ' ')), "refused");
+  EXPECT_EQ(properties_with("AUTOFREE" + std::string(248, ' ')), "D autofree 2048");
+  EXPECT_EQ(properties_with("AUTOFREE" + std::string(249, ' ')), "refused");
 }
 
 TEST(Keywords, OfFiltersAreTakenWholeOnly) {

@@ -27,7 +27,7 @@ void say(const char* text) { qk_mem_write_log("%s\n", text); }
 
 void write_file(const char* name, const char* text) { std::ofstream(name) << text; }
 
-/** What a file of the current folder holds once the log is closed. */
+/** Closes the log and returns the contents of a file in the current folder. */
 std::string closed(const char* name) {
   configure("OFF");
   return contents(name);

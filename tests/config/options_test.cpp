@@ -20,7 +20,7 @@ using kit::contents;
 using kit::Ended;
 using kit::Scene;
 
-/** Sets options; the result is the status as a text, which is what the call returned. */
+/** Sets options and returns the status as text. The call must return the status's code. */
 std::string set_options(const char* options) {
   qk::Status status;
   const int result = qk_mem_options(options, &status);
@@ -32,7 +32,7 @@ constexpr char kSuccess[] = "0 details 0 0 numbers 0 0 subject [] arguments [] [
 constexpr char kHeadings[] =
     "Sequence\tHandle\tType\tAddress\tNum\tSize\tHandle Size\tFile\tLine\tCurrent\tHeap\tUnknown\tChange\tGrowth\tDifference\n";
 
-/** The first line of a file of the current folder; its stream is flushed first. */
+/** The first line of a file in the current folder. Flushes the trace file first. */
 std::string first_line(const char* name) {
   if (Qk_mem_db != nullptr) std::fflush(Qk_mem_db);
   const std::string text = contents(name);

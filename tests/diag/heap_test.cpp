@@ -120,7 +120,7 @@ struct mallinfo distinct_figures() {
   return figures;
 }
 
-// Hblkhd stands before Hblks, unlike in the structure.
+// Hblkhd is printed before Hblks, unlike in the structure.
 TEST(Mallinfo, PrintsTheAllocatorsStatistics) {
   Scene scene("EXCEPTIONS");
   qk_mem_init();

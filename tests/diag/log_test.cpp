@@ -18,7 +18,7 @@ using kit::contents;
 using kit::Ended;
 using kit::Scene;
 
-/** A log "a.log" that shows each line at once. */
+/** Opens an unbuffered log, "a.log". */
 void open_log() {
   qk::Status status;
   ASSERT_EQ(qk_mem_debug_config("EXCEPTIONS LOG=a.log FLUSH", &status), 0);

@@ -45,8 +45,8 @@ std::vector<std::string> lines_of(const std::string& text) {
 }
 
 /**
- * A library with a trace file, of which rows() tells what was written since it was opened. The heap
- * had 1000 bytes then, so that the running total begins at 1000.
+ * A library with an open trace file. The heap has 1000 bytes when it is opened, so that the running
+ * total starts at 1000.
  */
 class TraceFile : public ::testing::Test {
  protected:
@@ -66,7 +66,7 @@ class TraceFile : public ::testing::Test {
     return text;
   }
 
-  /** The same as the reader takes them, who must find nothing wrong. */
+  /** The same, parsed by the reader, which must find no fault. */
   Trace read_rows() {
     Trace trace(kHeadings + rows());
     EXPECT_EQ(trace.faults, std::vector<std::string>{});
@@ -214,14 +214,14 @@ TEST_F(TraceFile, MallocAndFreeBringTheTotalBack) {
   qk_mem_ifree(pool, memory, "app.c", 3);
   const Trace trace = read_rows();
   ASSERT_GE(trace.rows.size(), 2U);
-  const TraceRow& made = *(trace.rows.end() - 2);
-  EXPECT_EQ(made.type, 'M');
-  EXPECT_EQ(made.change, 100);
-  EXPECT_EQ(made.handle_size, 108U);
-  const TraceRow& gone = trace.rows.back();
-  EXPECT_EQ(gone.type, 'F');
-  EXPECT_EQ(gone.change, -100);
-  EXPECT_EQ(gone.current + 100, made.current);
+  const TraceRow& allocated = *(trace.rows.end() - 2);
+  EXPECT_EQ(allocated.type, 'M');
+  EXPECT_EQ(allocated.change, 100);
+  EXPECT_EQ(allocated.handle_size, 108U);
+  const TraceRow& freed = trace.rows.back();
+  EXPECT_EQ(freed.type, 'F');
+  EXPECT_EQ(freed.change, -100);
+  EXPECT_EQ(freed.current + 100, allocated.current);
 }
 
 TEST_F(TraceFile, IsNotWrittenWhileDebuggingIsOff) {

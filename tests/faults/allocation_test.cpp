@@ -11,7 +11,7 @@ namespace {
 using kit::Program;
 using kit::Scene;
 
-/** Calls of every kind, and so many pointers that their array grows. */
+/** Makes calls of every kind, and so many allocations that a pointer array grows. */
 void use_in_every_way(Program& program, int hid) {
   const int first = program.malloc(hid, 100);
   const int zeroed = program.calloc(hid, 3, 7);
@@ -28,7 +28,7 @@ void use_in_every_way(Program& program, int hid) {
   program.malloc(hid, 24);
 }
 
-/** Arrays grow only where memory can be resized. */
+/** Managed arrays grow only on handles whose memory can be resized. */
 void use_arrays(Program& program, int hid) {
   if (qk_mem_frees_singly(hid, "src/app.c", 1) == 0) {
     for (int i = 0; i < 20; ++i) program.push(hid, 20);
@@ -51,7 +51,7 @@ void register_memory(Program& program, int hid) {
   program.malloc(hid, 30);
 }
 
-/** On handles of their own, so that much is deleted while more is held. */
+/** Calls `use` on a handle of its own, which is deleted while another one holds memory. */
 void use_handles(const char* options, const std::function<void(Program&, int)>& use) {
   Program program;
   const int held = program.open(options, "AB");

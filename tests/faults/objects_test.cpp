@@ -16,7 +16,7 @@ using kit::Program;
 using kit::require;
 using kit::Scene;
 
-/** An object that knows how many there are. */
+/** An object that counts how many exist. */
 struct Thing {
   Thing() { ++alive; }
   Thing(const Thing&) = delete;
@@ -33,7 +33,7 @@ bool is_recorded(int hid, const void* address) {
   return qk_mem_is_recorded(hid, address, "src/app.c", 1) != 0;
 }
 
-/** Does something that throws where memory can't be had, and once more with memory. */
+/** Calls `body`, and again, with memory, if it throws std::bad_alloc. */
 template <class Try>
 void retry(int hid, Try body) {
   const int before = Thing::alive;
@@ -47,11 +47,11 @@ void retry(int hid, Try body) {
   try {
     body();
   } catch (const std::bad_alloc&) {
-    require(!kit::has_handle(hid), "the next try is refused as well");
+    require(!kit::has_handle(hid), "the retry fails too");
   }
 }
 
-/** What a handle couldn't record stays with the program. */
+/** Objects that a handle couldn't record are the program's to delete. */
 struct Things {
   Thing* single[20] = {};
   Thing* array[3] = {};
@@ -96,7 +96,7 @@ void make_and_destroy(const char* options) {
   retry(hid, [&] { (void)qk::make_unique<Thing>(hid); });
   retry(hid, [&] { (void)qk::make_unique<Thing[]>(hid, 2); });
   program.malloc(hid, 100);
-  require(Thing::alive == 15 + 6, "another number of objects");
+  require(Thing::alive == 15 + 6, "the number of objects is wrong");
   note_what_stays(things, hid);
   if (qk_mem_iclear_handle(hid, "src/app.c", 2) == 0) {
     delete_what_stayed(things);
@@ -136,14 +136,14 @@ TEST(ObjectsWithEachRequestFailing, EndOnceWhereTheirHandleRecordsNothingElse) {
   kit::expect_no_harm(50, [] { make_and_destroy("BLOCKMGMT MULTITHREADED"); });
 }
 
-/** Containers keep what they hold when they couldn't grow. */
+/** Containers keep their elements when they can't grow. */
 template <class Vector>
 void fill(int hid, Vector& numbers) {
   for (int i = 0; i < 200; ++i) {
     retry(hid, [&] { numbers.push_back(i); });
     if (!kit::has_handle(hid)) return;
     for (int at = 0; at <= i; ++at) {
-      require(numbers[static_cast<std::size_t>(at)] == at, "a container lost what it held");
+      require(numbers[static_cast<std::size_t>(at)] == at, "a container lost an element");
     }
   }
 }
@@ -159,7 +159,7 @@ void fill_containers(const char* options) {
     fill(hid, others);
     std::pmr::vector<int> copy(&resource);
     retry(hid, [&] { copy = others; });
-    require(copy.size() == others.size(), "a copy of another length");
+    require(copy.size() == others.size(), "a copy has another length");
   }
   program.close(hid);
   program.expect_nothing_lost();

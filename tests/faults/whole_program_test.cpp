@@ -17,7 +17,7 @@ using kit::Program;
 using kit::require;
 using kit::Scene;
 
-/** A sanitizer that brings a thread along makes each process one with threads. */
+/** The thread sanitizer starts a thread in every process. */
 #ifdef __SANITIZE_THREAD__
 constexpr bool kHasThreads = true;
 #else
@@ -64,7 +64,9 @@ bool recorded[kPieces];
 
 void expect_recorded_memory_freed() {
   for (int i = 0; i < kPieces; ++i) {
-    if (left[i] != nullptr) require(kit::is_live(left[i]) != recorded[i], "autofree memory");
+    if (left[i] == nullptr) continue;
+    require(kit::is_live(left[i]) != recorded[i],
+            "recorded autofree memory is left, or other memory was freed");
   }
 }
 
@@ -75,11 +77,11 @@ void leave_memory_on_autofree_handles() {
   for (int i = 0; i < kPieces; ++i) {
     const int hid = i % 2 == 0 ? plain : shared;
     left[i] = qk_mem_imalloc(hid, 50, 16, "src/app.c", 20);
-    // Where the start-up failed, one of them is in the data handle's place, which is kept.
+    // If the start-up failed, one of them has the data handle's number and isn't deleted.
     recorded[i] =
         hid != QK_MEM_DATA_HANDLE && qk_mem_is_recorded(hid, left[i], "src/app.c", 21) != 0;
   }
-  // What other threads may be using stays at the end.
+  // Memory that other threads may be using isn't freed at the end.
   if (!kHasThreads) kit::check_at_end(expect_recorded_memory_freed);
 }
 
@@ -100,7 +102,7 @@ void outgrow_table() {
   for (int i = 0; i < 5; ++i) program.malloc(program.open(i % 2 == 0 ? "" : "MULTITHREADED"), 8);
   program.malloc(8, 100);
   program.close(7);
-  // Tables that other threads may be reading stay.
+  // Tables that other threads may be reading aren't freed.
   if (!kHasThreads) program.expect_nothing_lost();
 }
 
