@@ -1,4 +1,4 @@
-// What the reader of trace files tells of lines that are broken.
+// What the reader of trace files reports about broken lines.
 #include <gtest/gtest.h>
 
 #include <cstddef>
@@ -18,7 +18,7 @@ using trace_text::kWholeRow;
 using trace_text::with;
 using Faults = std::vector<std::string>;
 
-/** What is wrong with the one broken line of a text; the whole row in it must be read. */
+/** The fault of the one broken line in a text. The one complete row must be read. */
 std::string fault_in(const std::string& text) {
   const Trace trace(text);
   EXPECT_EQ(trace.rows, std::vector{kWholeRow}) << text;

@@ -143,8 +143,8 @@ TEST(TraceReader, AnswersAsSoonAsARowIsComplete) {
   EXPECT_EQ(reader.next(), TraceReader::Answer::kEnd);
 }
 
-/** Rows of numbers of all lengths, of any types and file names. */
-class MadeUpRows {
+/** Random rows, with numbers of all lengths and any types and file names. */
+class RandomRows {
  public:
   TraceRow next() {
     return {.sequence = static_cast<std::uint32_t>(number()),
@@ -187,13 +187,13 @@ class MadeUpRows {
 };
 
 TEST(TraceReader, ReadsBackWhatWasWritten) {
-  MadeUpRows made_up;
+  RandomRows random_rows;
   std::vector<TraceRow> rows;
   std::string text = kHeadings;
   for (int i = 0; i < 20000; ++i) {
-    rows.push_back(made_up.next());
+    rows.push_back(random_rows.next());
     qk::Line line;
-    put_trace_row(rows.back(), made_up.address_digits(), line);
+    put_trace_row(rows.back(), random_rows.address_digits(), line);
     text += line.finish();
   }
   const Trace trace(text, 4096);
@@ -215,38 +215,38 @@ TEST(TraceReader, ReadsWhatTheLibraryWroteAlsoWhereAByteIsZero) {
   EXPECT_EQ(trace.faults, Faults{});
   ASSERT_GT(trace.rows.size(), 3U);
   const TraceRow& before = *(trace.rows.end() - 3);
-  const TraceRow entered = {.sequence = before.sequence + 1,
-                            .handle = 3,
-                            .type = 'X',
-                            .address = TraceAddress{0x5000},
-                            .num = 1,
-                            .size = 100,
-                            .handle_size = 100,
-                            .file = "app.c",
-                            .line = 12,
-                            .current = before.current + 100,
-                            .heap = 1000,
-                            .unknown = 900 - before.current,
-                            .change = 100,
-                            .growth = 0,
-                            .difference = -100};
-  const TraceRow taken_out = {.sequence = entered.sequence + 1,
-                              .handle = 3,
-                              .type = 0,
-                              .address = TraceAddress{0x5000},
-                              .num = 1,
-                              .size = 100,
-                              .handle_size = 0,
-                              .file = "other.c",
-                              .line = 80000,
-                              .current = before.current,
-                              .heap = 1500,
-                              .unknown = 1500 - before.current,
-                              .change = -100,
-                              .growth = 500,
-                              .difference = 600};
-  EXPECT_EQ(*(trace.rows.end() - 2), entered);
-  EXPECT_EQ(trace.rows.back(), taken_out);
+  const TraceRow registered = {.sequence = before.sequence + 1,
+                               .handle = 3,
+                               .type = 'X',
+                               .address = TraceAddress{0x5000},
+                               .num = 1,
+                               .size = 100,
+                               .handle_size = 100,
+                               .file = "app.c",
+                               .line = 12,
+                               .current = before.current + 100,
+                               .heap = 1000,
+                               .unknown = 900 - before.current,
+                               .change = 100,
+                               .growth = 0,
+                               .difference = -100};
+  const TraceRow deregistered = {.sequence = registered.sequence + 1,
+                                 .handle = 3,
+                                 .type = 0,
+                                 .address = TraceAddress{0x5000},
+                                 .num = 1,
+                                 .size = 100,
+                                 .handle_size = 0,
+                                 .file = "other.c",
+                                 .line = 80000,
+                                 .current = before.current,
+                                 .heap = 1500,
+                                 .unknown = 1500 - before.current,
+                                 .change = -100,
+                                 .growth = 500,
+                                 .difference = 600};
+  EXPECT_EQ(*(trace.rows.end() - 2), registered);
+  EXPECT_EQ(trace.rows.back(), deregistered);
 }
 
 }  // namespace

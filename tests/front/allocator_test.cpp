@@ -39,7 +39,8 @@ static_assert(Traits::propagate_on_container_swap::value);
 static_assert(!Traits::is_always_equal::value);
 static_assert(std::is_same_v<Traits::rebind_alloc<char>, qk::allocator<char>>);
 static_assert(std::is_convertible_v<const qk::Handle&, qk::allocator<int>>);
-static_assert(!std::is_convertible_v<int, qk::allocator<int>>, "a number is a container's size");
+static_assert(!std::is_convertible_v<int, qk::allocator<int>>,
+              "a number would be taken as a container's size");
 static_assert(std::is_constructible_v<qk::allocator<int>, int>);
 static_assert(!std::is_default_constructible_v<qk::allocator<int>>);
 static_assert(std::is_nothrow_move_assignable_v<Vector<int>>);
@@ -63,7 +64,7 @@ TEST(AllocatorOfAContainer, AllocatesOnItsHandleAtThePlaceOfTheContainersMaking)
   EXPECT_EQ(scene.log(), "   qk_mem_ifree:          3 [p1] F " + made + "; M 40 " + made + "\n");
 }
 
-/** Two handles on which misuse shows. */
+/** Two handles. Misuse would be logged, and the log must stay empty. */
 class Allocator : public ::testing::Test {
  protected:
   Allocator() { scene_.skip_log(); }
@@ -76,8 +77,8 @@ class Allocator : public ::testing::Test {
 
 TEST_F(Allocator, ServesEveryContainer) {
   containers::for_each_kind<qk::allocator>([&]<class Container>() {
-    containers::live_on<Container>(qk::allocator<typename Container::value_type>(one_),
-                                   [&] { EXPECT_GE(one_.size(), 2U * 300 / 8); });
+    containers::exercise<Container>(qk::allocator<typename Container::value_type>(one_),
+                                    [&] { EXPECT_GE(one_.size(), 2U * 300 / 8); });
     EXPECT_EQ(one_.size(), 0U);
   });
 }
@@ -86,7 +87,7 @@ TEST_F(Allocator, ServesEveryContainerFromBlocks) {
   for (const char* options : {"BLOCKMGMT", "BLOCKMGMT BLOCKFREE"}) {
     qk::Handle arena(options);
     containers::for_each_kind<qk::allocator>([&]<class Container>() {
-      containers::live_on<Container>(qk::allocator<typename Container::value_type>(arena), [] {});
+      containers::exercise<Container>(qk::allocator<typename Container::value_type>(arena), [] {});
       EXPECT_EQ(arena.clear(), 0);
     });
   }
@@ -108,7 +109,7 @@ TEST_F(Allocator, ServesSharedObjects) {
   EXPECT_GE(one_.size(), 400U);
   const std::weak_ptr<std::array<int, 100>> seen = number;
   number.reset();
-  EXPECT_GE(one_.size(), 400U) << "the watcher keeps the memory";
+  EXPECT_GE(one_.size(), 400U) << "the weak pointer keeps the memory";
 }
 
 TEST_F(Allocator, CanBeMadeForANumber) {

@@ -20,7 +20,7 @@
 #include <utility>
 #include <vector>
 
-/** One of each kind of standard container, and one life of a container that calls much of it. */
+/** One of each kind of standard container, and a function that exercises one. */
 namespace containers {
 
 /** The standard's containers over an allocator. */
@@ -85,9 +85,9 @@ void fill(Container& container, int count) {
   }
 }
 
-/** Leads a life in which memory comes and goes, and calls `when_full` in the midst of it. */
+/** Makes containers allocate and free memory in many ways. Calls `when_full` on the way. */
 template <class Container, class Source, class Call>
-void live_on(const Source& source, const Call& when_full) {
+void exercise(const Source& source, const Call& when_full) {
   Container first(source);
   fill(first, 300);
   ASSERT_EQ(size_of(first), 300U);

@@ -24,9 +24,9 @@ static_assert(std::is_nothrow_move_assignable_v<qk::Handle>);
 static_assert(!std::is_convertible_v<qk::Handle, int>);
 static_assert(!std::is_convertible_v<const char*, qk::Handle>);
 
-bool lives(int number) { return Qk_mem_handles[number - 1] != nullptr; }
+bool exists(int number) { return Qk_mem_handles[number - 1] != nullptr; }
 
-/** A scene that has started, with an empty log. */
+/** A started library with an empty log. */
 class Handle : public ::testing::Test {
  protected:
   Handle() {
@@ -51,7 +51,7 @@ TEST_F(Handle, IsCreatedAndDeletedAtThePlaceOfItsMaking) {
   }
   const std::string log = scene_.log();
   EXPECT_TRUE(log.ends_with("   qk_mem_idel_handle:    3 D " + made + "; " + made + "\n")) << log;
-  EXPECT_FALSE(lives(3));
+  EXPECT_FALSE(exists(3));
 }
 
 TEST_F(Handle, IsAPlainDataHandleWithoutOptions) {
@@ -78,7 +78,7 @@ TEST_F(Handle, CanBeMoved) {
   const qk::Handle second(std::move(first));
   EXPECT_EQ(second.number(), number);
   EXPECT_FALSE(first);  // NOLINT(bugprone-use-after-move): it is empty
-  EXPECT_TRUE(lives(number));
+  EXPECT_TRUE(exists(number));
 }
 
 TEST_F(Handle, IsDeletedByTheOneThatItWasMovedTo) {
@@ -99,7 +99,7 @@ TEST_F(Handle, DeletesWhatItHeldWhenAnotherIsMovedIn) {
   const int number = first.number();
   const int number_of_second = second.number();
   first = std::move(second);
-  EXPECT_FALSE(lives(number));
+  EXPECT_FALSE(exists(number));
   EXPECT_EQ(first.number(), number_of_second);
   EXPECT_FALSE(second);  // NOLINT(bugprone-use-after-move): it is empty
 }
@@ -110,7 +110,7 @@ TEST_F(Handle, StaysWhatItIsWhenItIsMovedToItself) {
   qk::Handle& same = pool;
   pool = std::move(same);
   EXPECT_EQ(pool.number(), number);
-  EXPECT_TRUE(lives(number));
+  EXPECT_TRUE(exists(number));
 }
 
 TEST_F(Handle, CanBeGivenUp) {
@@ -120,7 +120,7 @@ TEST_F(Handle, CanBeGivenUp) {
     number = pool.release();
     EXPECT_FALSE(pool);
   }
-  EXPECT_TRUE(lives(number));
+  EXPECT_TRUE(exists(number));
   EXPECT_EQ(qk_mem_del_handle(number), 0);
 }
 
@@ -146,10 +146,10 @@ TEST_F(Handle, CannotBeClearedElsewhere) {
   qk::Handle pool;
   scene_.skip_log();
   EXPECT_EQ(pool.clear(), 5566);
-  const std::string place = line_above();
+  const std::string location = line_above();
   EXPECT_EQ(scene_.log(),
             "   qk_mem_iclear_handle: ERROR: clear_handle on handle 3 with non-blockmgmt at " +
-                place + "\n");
+                location + "\n");
 }
 
 TEST(EmptyHandle, AnswersAsANumberWithoutAHandle) {
@@ -157,12 +157,12 @@ TEST(EmptyHandle, AnswersAsANumberWithoutAHandle) {
   qk::Handle pool("NONSENSE");
   scene.skip_log();
   EXPECT_EQ(pool.size(), static_cast<std::size_t>(-1));
-  const std::string place = line_above();
-  EXPECT_EQ(scene.log(), "   qk_mem_isize: ERROR: invalid hid 0 at " + place + "\n");
+  const std::string location = line_above();
+  EXPECT_EQ(scene.log(), "   qk_mem_isize: ERROR: invalid hid 0 at " + location + "\n");
   EXPECT_EQ(pool.clear(), 5566);
 }
 
-/** The place and the number that a call with any arguments sees. */
+/** The number and the location that a call with any arguments receives. */
 template <class... Args>
 std::string seen(qk::On on, Args&&...) {
   const std::string file(on.file());

@@ -23,7 +23,7 @@ using kit::Environment;
 using kit::line_above;
 using kit::Scene;
 
-/** Tells its end, and can refuse to begin. */
+/** Records its destruction, and can fail to be constructed. */
 class Part {
  public:
   Part() : Part("part") {}
@@ -45,7 +45,7 @@ class Part {
   std::string name_;
 };
 
-/** A handle, number 3, on which each event shows by itself. */
+/** Handle 3. Its pointer arrays exist already, so that each event is logged by itself. */
 class Make : public ::testing::Test {
  protected:
   Make() {
@@ -170,7 +170,7 @@ TEST_F(Make, LeavesNothingWhenAConstructorThrows) {
   EXPECT_EQ(Part::ends, "");
 }
 
-/** The third one can't be made. */
+/** The constructor of the third one throws. */
 struct Third {
   Third() : number(++made) {
     if (made == 3) throw std::runtime_error("no third");
@@ -182,7 +182,7 @@ struct Third {
 
 TEST_F(Make, LeavesNothingWhenAnElementThrows) {
   EXPECT_THROW(static_cast<void>(qk::make_array<Third>(pool_, 5)), std::runtime_error);
-  EXPECT_EQ(Third::made, 1) << "two are destroyed, one never was";
+  EXPECT_EQ(Third::made, 1) << "two are destroyed; the third was never constructed";
   EXPECT_EQ(scene_.log(), "");
   EXPECT_EQ(held(), "0 for 0");
 }

@@ -26,7 +26,7 @@ bool is_aligned(const void* memory, std::size_t alignment) {
   return reinterpret_cast<std::uintptr_t>(memory) % alignment == 0;
 }
 
-/** A handle, number 3, on which each event shows by itself. */
+/** Handle 3. Its pointer arrays exist already, so that each event is logged by itself. */
 class MemoryResource : public ::testing::Test {
  protected:
   MemoryResource() {
@@ -132,14 +132,14 @@ TEST_F(MemoryResource, WarnsOfMemoryThatItNeverGave) {
 }
 
 TEST_F(MemoryResource, GivesNothingBackAfterTheEndOfItsHandle) {
-  auto* const gone = new qk::Handle;
-  qk::memory_resource resource(*gone);
+  auto* const handle = new qk::Handle;
+  qk::memory_resource resource(*handle);
   void* const memory = resource.allocate(100);
   void* const aligned = resource.allocate(100, 64);
-  delete gone;
+  delete handle;
   resource.deallocate(memory, 100);
   resource.deallocate(aligned, 100, 64);
-  EXPECT_EQ(qk_mem_error(), 5566) << "the handle has freed its memory";
+  EXPECT_EQ(qk_mem_error(), 5566) << "the deleted handle has freed the memory";
 }
 
 TEST_F(MemoryResource, CanBeTheDefaultAndFeedOtherResources) {
@@ -184,7 +184,7 @@ TEST(Arena, CutsPiecesAndTakesThemBackWhenItIsCleared) {
   EXPECT_EQ(kit::blocks_of(arena.number()), "1024:0-21");
   EXPECT_EQ(arena.clear(), 0);
   EXPECT_EQ(kit::blocks_of(arena.number()), "1024:0-0");
-  EXPECT_EQ(scene.log("qk_mem_ifree"), "") << "it isn't even asked";
+  EXPECT_EQ(scene.log("qk_mem_ifree"), "") << "it isn't even called";
 }
 
 TEST(Arena, HonoursEveryAlignment) {

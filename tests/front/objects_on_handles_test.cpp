@@ -13,14 +13,14 @@
 #include "tests/kit/placement.h"
 #include "tests/kit/scene.h"
 
-/** Objects on handles of each kind, on handles that can't record them, and the ends of handles. */
+/** Objects on handles of each kind, on handles that can't record them, and on deleted handles. */
 namespace {
 
 using kit::Environment;
 using kit::line_above;
 using kit::Scene;
 
-/** Tells its end. */
+/** Records its destruction. */
 class Part {
  public:
   explicit Part(std::string name = "part") : name_(std::move(name)) { ++alive; }
@@ -71,7 +71,7 @@ TEST(EndOfAHandle, TakesAFreedSlotsPlaceInTheOrder) {
   static_cast<void>(qk::make<Part>(pool, "third"));
   Part::ends.clear();
   pool = qk::Handle();
-  EXPECT_EQ(Part::ends, "third second ") << "records take the first free place";
+  EXPECT_EQ(Part::ends, "third second ") << "records take the first free slot";
 }
 
 TEST(EndOfAHandle, DestroysArraysToo) {
@@ -175,7 +175,7 @@ TEST(HandleWithoutRoom, LeavesTheObjectToItsMaker) {
     const qk::Handle pool;
     kit::fill_arrays(pool.number());
     scene.skip_log();
-    kit::fail_request(3);  // behind those of the tracker and of the object
+    kit::fail_request(3);  // after those for the tracker and the object
     part = qk::make<Part>(pool);
     const std::string made = line_above();
     EXPECT_EQ(scene.log(), "   qk_mem_new_ptr: ERROR: realloc of 3840 at " + made +
@@ -183,7 +183,7 @@ TEST(HandleWithoutRoom, LeavesTheObjectToItsMaker) {
     EXPECT_EQ(qk_mem_error(), 5012);
     EXPECT_EQ(kit::data_of(pool.number()), "0 for 0");
   }
-  EXPECT_EQ(Part::alive, 1) << "the handle didn't take it";
+  EXPECT_EQ(Part::alive, 1) << "the handle doesn't own it";
   delete part;
 }
 
@@ -202,7 +202,7 @@ TEST(HandleWithoutRoom, StillWarnsWhereTheObjectIsGivenBack) {
   EXPECT_EQ(Part::alive, 0);
 }
 
-/** Stands in array 0 of its handle, and its tracker in array 1. */
+/** Is recorded in array 0 of its handle, and its tracker in array 1. */
 struct alignas(128) LargePart : Part {};
 
 TEST(HandleWithoutRoom, OwnsAnObjectOfWhichItLacksTheTrackersRecord) {
@@ -214,7 +214,7 @@ TEST(HandleWithoutRoom, OwnsAnObjectOfWhichItLacksTheTrackersRecord) {
     qk_mem_handle& handle = kit::handle_of(pool.number());
     qk_mem_ptr record = handle.ptrs[0].ptrs[1];
     qk_mem_free_ptr(&handle, &record);
-    kit::fail_request(2);  // behind that of the tracker itself
+    kit::fail_request(2);  // after the one for the tracker itself
     static_cast<void>(qk::make<LargePart>(pool));
     EXPECT_TRUE(kit::has_failed());
     EXPECT_EQ(kit::data_of(pool.number()), "1 for 128");
@@ -237,7 +237,7 @@ TEST(AnotherHandle, DestroysWithAWarningAndKeepsNoRecord) {
   EXPECT_EQ(Part::alive, 0);
   EXPECT_EQ(kit::data_of(pool.number()), "1 for " + std::to_string(sizeof(Part)))
       << "the record stays on its own handle";
-  // Taken out, so that the handle doesn't destroy the object a second time.
+  // Deregistered, so that the handle doesn't destroy the object a second time.
   qk_mem_deregister(pool.number(), QK_MEM_EXTERNAL, part);
 }
 

@@ -23,7 +23,7 @@ TEST(EveryPmrContainer, LivesOnAHandleAndLeavesNothing) {
   scene.skip_log();
   qk::memory_resource resource(pool);
   containers::for_each_kind<std::pmr::polymorphic_allocator>([&]<class Container>() {
-    containers::live_on<Container>(&resource, [&] { EXPECT_GE(pool.size(), 2U * 300 / 8); });
+    containers::exercise<Container>(&resource, [&] { EXPECT_GE(pool.size(), 2U * 300 / 8); });
     EXPECT_EQ(pool.size(), 0U);
   });
   EXPECT_EQ(scene.log(), "");
@@ -35,7 +35,7 @@ TEST(EveryPmrContainer, LivesInAnArenaUntilItIsCleared) {
   scene.skip_log();
   qk::memory_resource resource(arena);
   containers::for_each_kind<std::pmr::polymorphic_allocator>([&]<class Container>() {
-    containers::live_on<Container>(&resource, [] {});
+    containers::exercise<Container>(&resource, [] {});
     EXPECT_EQ(arena.clear(), 0);
   });
   EXPECT_EQ(scene.log(), "");
@@ -47,7 +47,7 @@ TEST(EveryPmrContainer, LivesInBlocksThatTakePiecesBack) {
   scene.skip_log();
   qk::memory_resource resource(arena);
   containers::for_each_kind<std::pmr::polymorphic_allocator>(
-      [&]<class Container>() { containers::live_on<Container>(&resource, [] {}); });
+      [&]<class Container>() { containers::exercise<Container>(&resource, [] {}); });
   EXPECT_EQ(scene.log(), "");
 }
 

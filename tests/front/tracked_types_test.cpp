@@ -10,13 +10,13 @@
 #include "tests/kit/line_above.h"
 #include "tests/kit/scene.h"
 
-/** What kinds of types can be made, tracked and destroyed. */
+/** Which types can be made, tracked and destroyed. */
 namespace {
 
 using kit::line_above;
 using kit::Scene;
 
-std::string& story() {
+std::string& history() {
   static std::string text;
   return text;
 }
@@ -26,7 +26,7 @@ class Shape {
   Shape() = default;
   Shape(const Shape&) = delete;
   Shape& operator=(const Shape&) = delete;
-  virtual ~Shape() { story() += "shape "; }
+  virtual ~Shape() { history() += "shape "; }
 
   std::int64_t area = 1;
 };
@@ -36,26 +36,26 @@ class Named {
   Named() = default;
   Named(const Named&) = delete;
   Named& operator=(const Named&) = delete;
-  virtual ~Named() { story() += "named "; }
+  virtual ~Named() { history() += "named "; }
 
   std::int64_t length = 2;
 };
 
-/** The second base doesn't stand at the object's own address. */
+/** Its second base is at another address than the object. */
 class Circle : public Shape, public Named {
  public:
-  ~Circle() override { story() += "circle "; }
+  ~Circle() override { history() += "circle "; }
 };
 
-/** Its base stands at an address that only the object itself knows. */
+/** Only the object itself knows the address of its base. */
 class Virtual : public virtual Shape {
  public:
-  ~Virtual() override { story() += "virtual "; }
+  ~Virtual() override { history() += "virtual "; }
 
   std::int64_t more = 3;
 };
 
-/** A handle on which misuse shows. */
+/** A handle on which misuse is logged. */
 class TrackedTypes : public ::testing::Test {
  protected:
   TrackedTypes() { scene_.skip_log(); }
@@ -68,7 +68,7 @@ TEST_F(TrackedTypes, CanBePolymorphic) {
   auto* const circle = qk::make<Circle>(pool_);
   qk::destroy(pool_, circle);
   EXPECT_EQ(scene_.log(), "");
-  EXPECT_EQ(story(), "circle named shape ");
+  EXPECT_EQ(history(), "circle named shape ");
 }
 
 TEST_F(TrackedTypes, CanBeDestroyedThroughEitherBase) {
@@ -79,14 +79,14 @@ TEST_F(TrackedTypes, CanBeDestroyedThroughEitherBase) {
   qk::destroy(pool_, named);
   EXPECT_EQ(scene_.log(), "");
   EXPECT_EQ(pool_.size(), 0U);
-  EXPECT_EQ(story(), "circle named shape circle named shape ");
+  EXPECT_EQ(history(), "circle named shape circle named shape ");
 }
 
 TEST_F(TrackedTypes, CanHaveVirtualBases) {
   Shape* const shape = qk::make<Virtual>(pool_);
   qk::destroy(pool_, shape);
   EXPECT_EQ(scene_.log(), "");
-  EXPECT_EQ(story(), "virtual shape ");
+  EXPECT_EQ(history(), "virtual shape ");
 }
 
 TEST_F(TrackedTypes, AreThoseOfTheObjectNotOfThePointer) {
@@ -94,10 +94,10 @@ TEST_F(TrackedTypes, AreThoseOfTheObjectNotOfThePointer) {
   qk::Tracker<Shape> as_shape;
   as_shape.address = dynamic_cast<void*>(named);
   qk_mem_deregister(pool_.number(), QK_MEM_OBJECT, static_cast<qk::MemTracker*>(&as_shape));
-  const std::string place = line_above();
+  const std::string location = line_above();
   as_shape.address = nullptr;
   EXPECT_NE(scene_.log().find("deregister of object with invalid typename '"), std::string::npos);
-  EXPECT_NE(scene_.log().find("5ShapeE' at " + place), std::string::npos);
+  EXPECT_NE(scene_.log().find("5ShapeE' at " + location), std::string::npos);
   EXPECT_NE(scene_.log().find("(allocated as 'N12_GLOBAL__N_16CircleE'"), std::string::npos);
   delete named;
 }
@@ -105,9 +105,9 @@ TEST_F(TrackedTypes, AreThoseOfTheObjectNotOfThePointer) {
 template <std::size_t kAlign>
 struct alignas(kAlign) Aligned {
   Aligned() {
-    story() += reinterpret_cast<std::uintptr_t>(this) % kAlign == 0 ? "well " : "badly ";
+    history() += reinterpret_cast<std::uintptr_t>(this) % kAlign == 0 ? "well " : "badly ";
   }
-  ~Aligned() { story() += "gone "; }
+  ~Aligned() { history() += "gone "; }
   char bytes[3] = {};
 };
 
@@ -115,38 +115,38 @@ TEST_F(TrackedTypes, CanBeOverAligned) {
   auto* const small = qk::make<Aligned<32>>(pool_);
   auto* const large = qk::make<Aligned<4096>>(pool_);
   EXPECT_EQ(pool_.size(), 32U + 4096U);
-  EXPECT_EQ(story(), "well well ");
+  EXPECT_EQ(history(), "well well ");
   qk::destroy(pool_, small);
   qk::destroy(pool_, large);
-  EXPECT_EQ(story(), "well well gone gone ");
+  EXPECT_EQ(history(), "well well gone gone ");
 }
 
 TEST_F(TrackedTypes, CanBeOverAlignedInArrays) {
   auto* const three = qk::make_array<Aligned<64>>(pool_, 3);
   EXPECT_EQ(pool_.size(), 192U);
-  EXPECT_EQ(story(), "well well well ");
+  EXPECT_EQ(history(), "well well well ");
   qk::destroy<Aligned<64>[]>(pool_, three);
-  EXPECT_EQ(story(), "well well well gone gone gone ");
+  EXPECT_EQ(history(), "well well well gone gone gone ");
 }
 
 TEST_F(TrackedTypes, CanBeOverAlignedWhereTheHandleDestroysThem) {
   static_cast<void>(qk::make<Aligned<256>>(pool_));
   static_cast<void>(qk::make_array<Aligned<256>>(pool_, 2));
   pool_ = qk::Handle();
-  EXPECT_EQ(story(), "well well well gone gone gone ");
+  EXPECT_EQ(history(), "well well well gone gone gone ");
 }
 
-/** Has its own way to get memory and to give it back. */
+/** Has its own operators new and delete. */
 class SelfMade {
  public:
-  ~SelfMade() { story() += "end "; }
+  ~SelfMade() { history() += "end "; }
 
   static void* operator new(std::size_t size) {
-    story() += "new ";
+    history() += "new ";
     return ::operator new(size);
   }
   static void operator delete(void* memory) {
-    story() += "delete ";
+    history() += "delete ";
     ::operator delete(memory);
   }
 };
@@ -155,7 +155,7 @@ TEST_F(TrackedTypes, CanHaveTheirOwnNewAndDelete) {
   qk::destroy(pool_, qk::make<SelfMade>(pool_));
   static_cast<void>(qk::make<SelfMade>(pool_));
   pool_ = qk::Handle();
-  EXPECT_EQ(story(), "new end delete new end delete ");
+  EXPECT_EQ(history(), "new end delete new end delete ");
 }
 
 TEST_F(TrackedTypes, CanBeArraysOfArrays) {
@@ -172,20 +172,20 @@ TEST(Tracker, DestroysItsObject) {
     const qk::Tracker<Circle> tracker(new Circle);
     EXPECT_EQ(tracker.tracked_type(), typeid(Circle));
     EXPECT_EQ(tracker.size(), 16U);
-    EXPECT_EQ(story(), "");
+    EXPECT_EQ(history(), "");
   }
-  EXPECT_EQ(story(), "circle named shape ");
+  EXPECT_EQ(history(), "circle named shape ");
 }
 
 TEST(Tracker, DestroysItsArrayFromItsEnd) {
   struct Numbered {
-    ~Numbered() { story() += std::to_string(number) + " "; }
+    ~Numbered() { history() += std::to_string(number) + " "; }
     int number = 0;
   };
   auto* const numbers = new Numbered[3];
   for (int i = 0; i < 3; ++i) numbers[i].number = i;
   { const qk::Tracker<Numbered[]> tracker(numbers); }
-  EXPECT_EQ(story(), "2 1 0 ");
+  EXPECT_EQ(history(), "2 1 0 ");
 }
 
 TEST(Tracker, DestroysNothingWhereItsAddressIsNull) {
@@ -195,7 +195,7 @@ TEST(Tracker, DestroysNothingWhereItsAddressIsNull) {
     qk::Tracker<Circle> tracker(&circle);
     tracker.address = nullptr;
   }
-  EXPECT_EQ(story(), "");
+  EXPECT_EQ(history(), "");
 }
 
 TEST(Tracker, KnowsItsLike) {

@@ -19,7 +19,7 @@ using kit::Environment;
 using kit::line_above;
 using kit::Scene;
 
-/** Tells its end, and can refuse to begin. */
+/** Records its destruction, and can fail to be constructed. */
 class Part {
  public:
   explicit Part(std::string name = "part", bool fails = false) : name_(std::move(name)) {
@@ -55,7 +55,7 @@ static_assert(!std::is_convertible_v<qk::unique<Wheel[]>, qk::unique<Part[]>>);
 static_assert(std::is_nothrow_move_constructible_v<qk::unique<Part>>);
 static_assert(std::is_nothrow_default_constructible_v<qk::unique<Part[]>>);
 
-/** A handle, number 3, on which each event shows by itself. */
+/** Handle 3. Its pointer arrays exist already, so that each event is logged by itself. */
 class Unique : public ::testing::Test {
  protected:
   Unique() {
@@ -162,7 +162,7 @@ TEST_F(Unique, EndsWithoutAWarningWhereTheHandleHadNoRoom) {
   kit::fill_arrays(pool_.number());
   scene_.skip_log();
   {
-    kit::fail_request(3);  // behind those of the tracker and of the object
+    kit::fail_request(3);  // after those for the tracker and the object
     const auto part = qk::make_unique<Plain>(pool_);
     EXPECT_TRUE(kit::has_failed());
     scene_.skip_log();
@@ -172,7 +172,7 @@ TEST_F(Unique, EndsWithoutAWarningWhereTheHandleHadNoRoom) {
 
 struct Hidden;
 
-/** Holds what only its own source knows, which stands below. */
+/** Holds an object whose type is defined only below. */
 class Shell {
  public:
   explicit Shell(const qk::Handle& pool);
