@@ -131,7 +131,7 @@ TEST(RefusedHandle, NeedsThe33rdTag) {
   EXPECT_EQ(scene.log(),
             "   qk_mem_register_tag: ERROR: Max number of accounting tags reached: 32\n"
             "   qk_mem_idel_handle:   36 D app.c:5; (null):0\n");
-  EXPECT_EQ(create("", "!"), next + 1) << "a known tag is still to be had";
+  EXPECT_EQ(create("", "!"), next + 1) << "a known tag still works";
 }
 
 TEST(FullTagTable, IsReportedUnderTheGlobalSwitches) {
@@ -157,7 +157,7 @@ TEST(HandleWithoutMemory, LeavesTheCountRaised) {
   EXPECT_EQ(scene.log(),
             "   qk_mem_inew_handle: ERROR: calloc of handle failed: 12 Cannot allocate memory\n");
   EXPECT_EQ(scene.trace(), "");
-  EXPECT_EQ(Qk_mem_num_handles, 3) << "it isn't taken back";
+  EXPECT_EQ(Qk_mem_num_handles, 3) << "it isn't lowered again";
   EXPECT_EQ(Qk_mem_num_tags, 0);
   EXPECT_EQ(create(""), 3);
   EXPECT_EQ(Qk_mem_num_handles, 4);

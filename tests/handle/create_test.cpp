@@ -28,7 +28,7 @@ int create(const char* options, const char* tag = "") {
   return qk_mem_inew_handle(options, tag, "src/app.c", 5);
 }
 
-/** A process that has started up and whose files show only what comes from here on. */
+/** Starts the library, and skips what log and trace file hold by then. */
 void start(Scene& scene) {
   qk_mem_init();
   scene.skip_log();
@@ -150,7 +150,7 @@ TEST(NewHandle, RecordsItsMutexOnItself) {
 }
 
 /**
- * The track and track_blocks flags of handles 1, 2 and an ordinary one, made under a
+ * The track and track_blocks flags of handles 1, 2 and an ordinary one, created under a
  * configuration.
  */
 std::string tracking_under(const char* debug) {

@@ -26,14 +26,14 @@ qk_mem_debug* const kCaller = &Qk_mem_debug[4];
 
 const std::string kHandleSize = std::to_string(sizeof(qk_mem_handle));
 
-/** Memory whose address belongs into pointer array 0. Goes back with free. */
+/** Memory whose address belongs in pointer array 0. It is released by free. */
 void* memory_for_array_0(std::size_t size) {
   void* memory = std::aligned_alloc(128, (size + 127) / 128 * 128);
   std::memset(memory, 0, size);
   return memory;
 }
 
-/** Fills a new record as its caller does. */
+/** Makes a record, and fills it as callers of qk_mem_new_ptr() do. */
 qk_mem_ptr& record(int hid, void* address, char kind, std::uint64_t count = 1,
                    std::uint64_t size = 10, int line = 5) {
   qk_mem_handle& handle = handle_of(hid);
@@ -54,8 +54,8 @@ qk_mem_ptr& record(int hid, void* address, char kind, std::uint64_t count = 1,
 }
 
 /**
- * Handle 3 with its own record in array 0, so that the order of its releases is known: those of
- * array 0 as they were recorded.
+ * Handle 3 with its own record in array 0, so that the releases of array 0 come in the order of
+ * recording.
  */
 int handle_in_array_0() {
   qk_mem_init();
@@ -74,7 +74,7 @@ int handle_in_array_0() {
 
 int destroy(int hid) { return qk_mem_idel_handle(hid, "lib/other.c", 80000); }
 
-/** What the deletion of a handle logs, and the rows that it traces. */
+/** Deletes a handle and returns what that logs. scene.trace() then has only its rows. */
 std::string log_of_deletion(Scene& scene, int hid) {
   scene.skip_log();
   scene.skip_trace();
@@ -110,7 +110,7 @@ TEST(Deletion, TracesEachRecordTheArraysAndThenTheHandle) {
 
 struct KindRow {
   char kind;
-  bool allocated;    // its memory goes back with free
+  bool allocated;    // its memory is freed
   const char* line;  // of its release
   const char* row;
 };

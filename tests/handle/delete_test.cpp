@@ -39,7 +39,7 @@ TEST(DeleteHandle, ReleasesWhatItHolds) {
   qk_mem_icalloc(pool, 10, 30, 16, "src/app.c", 5);
   qk_mem_istrdup(pool, "text", "src/app.c", 5);
   qk_mem_irealloc(pool, allocate(pool, 10), 500, 16, "src/app.c", 5);
-  EXPECT_EQ(destroy(pool), 0);  // what isn't released is a leak, which the sanitizer tells of
+  EXPECT_EQ(destroy(pool), 0);  // the address sanitizer reports leaks
   EXPECT_EQ(qk_mem_tag_size("AB"), 0);
 }
 

@@ -22,7 +22,7 @@ using kit::Scene;
 /** The switches of handle creation. */
 qk_mem_debug* const kCaller = &Qk_mem_debug[1];
 
-/** Creates handles until `count` live. */
+/** Creates handles until there are `count`. */
 void have_handles(int count) {
   qk_mem_init();
   while (Qk_mem_num_handles < count) Pool();
@@ -277,7 +277,7 @@ TEST(HandleArrayThatCannotGrow, StillServesTheNumbersThatItHas) {
 
 TEST(HandleArrayThatCannotGrow, AtTheStartLeavesNoHandles) {
   Scene scene("");
-  kit::fail_request(2);  // the first one is the byte that makes the heap measurable
+  kit::fail_request(2);  // the first request is the byte that makes the heap measurable
   qk_mem_init();
   EXPECT_EQ(qk_mem_error(), 5012);
   EXPECT_EQ(Qk_mem_avail_handles, 512);

@@ -51,7 +51,7 @@ TEST(StandingHandles, HoldTheLibrarysOwnMemoryOnly) {
             (4096 + sizeof(qk_mem_handle) + sizeof(qk::Mtx)) % 768);
 }
 
-/** What has started after `body` in a process of its own: "nothing" or "everything". */
+/** What `body` starts in a process of its own: "nothing" or "everything". */
 std::string started_by(void (*body)()) {
   return kit::run({},
                   [body] {
@@ -199,7 +199,7 @@ TEST(StartUp, IsNotReportedWhereTheGlobalSwitchesAreOff) {
   EXPECT_EQ(qk_mem_error(), 5012);
 }
 
-/** A start-up whose nth request for memory fails, and what comes then. */
+/** Starts the library while its nth request for memory fails, then calls `then`. */
 kit::Ended start_with_failure(int nth, void (*then)()) {
   return kit::run({"EXCEPTIONS", "DB", ""}, [nth, then] {
     kit::fail_request(nth);
@@ -238,7 +238,7 @@ TEST(StartUp, WithoutAMutexForTheDataHandleLeavesItHalfMade) {
             "   qk_mem_inew_handle: ERROR: new of mtx failed: 12 Cannot allocate memory\n"
             "   qk_mem_idel_handle: ERROR: del_handle of QK_MEM_DATA_HANDLE at qkmem.cpp:#\n"
             "   qk_mem_init: ERROR: Failure opening data handle: 5566\n")
-      << "number 2 can't be deleted, not even then";
+      << "number 2 can't be deleted even then";
 }
 
 TEST(Error, IsZeroInAThreadThatNeverFailed) {

@@ -148,7 +148,7 @@ TEST(GlobalTag, SumsHandlesWithoutATag) {
   EXPECT_EQ(tag_of(""), "2 for 130");
   EXPECT_EQ(Qk_mem_num_tags, 0);
   EXPECT_STREQ(Qk_mem_global_tag.name, "");
-  EXPECT_EQ(qk_mem_tag_size(""), 0) << "it has no name to ask by";
+  EXPECT_EQ(qk_mem_tag_size(""), 0) << "it has no name for a query";
 }
 
 TEST(TagSize, TellsTheBytesInEitherCase) {

@@ -44,8 +44,8 @@ std::string announced(const std::string& debug) {
          "]\nQK_MEM_DUMP:  initializing options [OPTIONS=HEAPSIZE]\n";
 }
 
-/** The lines of a log from the clean-up's first on, without those of deletions. */
-std::string told_by_cleanup(const std::string& log) {
+/** A log from the clean-up's first line on, without the lines of deletions. */
+std::string log_of_cleanup(const std::string& log) {
   std::string result;
   std::istringstream lines(log.substr(log.find("   qk_mem_cleanup:")));
   for (std::string line; std::getline(lines, line);) {
@@ -87,7 +87,7 @@ TEST(CleanUp, KeepsTheExitCode) {
 
 TEST(CleanUp, DeletesAutofreeHandlesTheLastOneFirst) {
   const Scene scene;
-  EXPECT_EQ(told_by_cleanup(run("DEBUG", leave_handles_of_all_sorts).log),
+  EXPECT_EQ(log_of_cleanup(run("DEBUG", leave_handles_of_all_sorts).log),
             "   qk_mem_cleanup:      Deleting autofree handle 5 (2 ptrs for 50 bytes)\n"
             "   qk_mem_cleanup:      Deleting autofree handle 3 (1 ptrs for 100 bytes)\n"
             "   qk_mem_cleanup:      Deleting autofree handle 1 (0 ptrs for 0 bytes)\n"
@@ -110,7 +110,7 @@ TEST(CleanUp, DeletesAutofreeHandlesTheLastOneFirst) {
 TEST(CleanUp, ReportsBetweenTheHandlesAndTheirArray) {
   const Scene scene;
   const auto nothing = [] {};
-  const std::string text = told_by_cleanup(run("DEBUG SUMMARY", nothing, "HEAPSIZE").log);
+  const std::string text = log_of_cleanup(run("DEBUG SUMMARY", nothing, "HEAPSIZE").log);
   const std::size_t statistics = text.find("\n-") + 1;
   EXPECT_EQ(
       text.substr(0, statistics),
@@ -160,7 +160,7 @@ TEST(CleanUp, OnATerminatingSignalTellsTheSameAsAtTheEnd) {
   };
   const Ended at_signal = run("DEBUG", leave_by_signal, "DB");
   EXPECT_EQ(at_signal.signal, SIGTERM);
-  EXPECT_EQ(told_by_cleanup(at_signal.log), told_by_cleanup(at_end.log));
+  EXPECT_EQ(log_of_cleanup(at_signal.log), log_of_cleanup(at_end.log));
   EXPECT_EQ(last_row(at_signal.trace), "1F 512 8 0 qkmem.cpp -4096");
 }
 

@@ -1,4 +1,4 @@
-// Calls that come before main() and after the library's clean-up.
+// Calls before main() and after the library's clean-up.
 #include <gtest/gtest.h>
 #include <sys/single_threaded.h>
 
@@ -16,11 +16,11 @@ namespace {
 using kit::Ended;
 using kit::Scene;
 
-/** Set by a test in the process whose end it looks at. */
-bool speaks = false;
+/** Set in a process whose end a test examines. */
+bool prints = false;
 
-void say(const char* what, bool true_so_far) {
-  if (speaks) std::printf("%s: %s\n", what, true_so_far ? "yes" : "no");
+void say(const char* what, bool holds) {
+  if (prints) std::printf("%s: %s\n", what, holds ? "yes" : "no");
 }
 
 /**
@@ -29,16 +29,16 @@ void say(const char* what, bool true_so_far) {
  */
 struct Late {
   ~Late() {
-    say("registry is gone", Qk_mem_handles == nullptr);
+    say("the registry is deleted", Qk_mem_handles == nullptr);
     say("the old handles are invalid", qk_mem_imalloc(2, 8, 16, "late.c", 1) == nullptr);
-    say("which is told", qk_mem_error() == 5566);
+    say("with code 5566", qk_mem_error() == 5566);
     const int hid = qk_mem_inew_handle("MULTITHREADED AUTOFREE", "LT", "late.c", 2);
-    // Where other threads may be going on, handles that are left keep their numbers, and the
-    // overhead handle's isn't given away.
-    say("a new registry begins at 1, or behind it where other threads may go on",
+    // If other threads may still run, remaining handles keep their numbers, and the overhead
+    // handle's number isn't given to another one.
+    say("a new registry begins at 1, or after 1 if other threads may run",
         __libc_single_threaded ? hid == 1 : hid > 1);
     void* const memory = qk_mem_imalloc(hid, 100, 16, "late.c", 3);
-    say("memory is accounted", memory != nullptr && qk_mem_isize(hid, "late.c", 4) == 100);
+    say("memory is accounted for", memory != nullptr && qk_mem_isize(hid, "late.c", 4) == 100);
     say("also under its tag", qk_mem_tag_size("LT") == 100);
     qk_mem_ifree(hid, memory, "late.c", 5);
     say("and freed", qk_mem_isize(hid, "late.c", 6) == 0);
@@ -63,7 +63,7 @@ struct Early {
     error = qk_mem_error();
   }
 
-  // Before the clean-up, which the first call has registered before this object was complete.
+  // Runs before the clean-up, which the constructor's first call has registered.
   ~Early() {
     say("the early handle is alive at exit", qk_mem_isize(hid, "early.c", 4) == 6);
     say("with its memory", std::string(memory) == "early");
@@ -98,16 +98,16 @@ TEST(EarlyCalls, AreStillAccountedWhenTheProgramRuns) {
 
 TEST(LateCalls, WorkBeforeAndAfterTheCleanUp) {
   const Scene scene;
-  const Ended ended = kit::run({}, [] { speaks = true; });
+  const Ended ended = kit::run({}, [] { prints = true; });
   EXPECT_EQ(ended.out,
             "the early handle is alive at exit: yes\n"
             "with its memory: yes\n"
             "which can be freed: yes\n"
-            "registry is gone: yes\n"
+            "the registry is deleted: yes\n"
             "the old handles are invalid: yes\n"
-            "which is told: yes\n"
-            "a new registry begins at 1, or behind it where other threads may go on: yes\n"
-            "memory is accounted: yes\n"
+            "with code 5566: yes\n"
+            "a new registry begins at 1, or after 1 if other threads may run: yes\n"
+            "memory is accounted for: yes\n"
             "also under its tag: yes\n"
             "and freed: yes\n"
             "the handle can be deleted: yes\n"
@@ -121,11 +121,11 @@ TEST(LateCalls, GetNoHandleOfTheOverheadHandlesNumberWhereOtherThreadsMayGoOn) {
   const Scene scene;
   const Ended ended = kit::run({}, [] {
     std::thread([] {}).join();
-    speaks = true;
+    prints = true;
   });
-  EXPECT_NE(ended.out.find(
-                "a new registry begins at 1, or behind it where other threads may go on: yes\n"),
-            std::string::npos)
+  EXPECT_NE(
+      ended.out.find("a new registry begins at 1, or after 1 if other threads may run: yes\n"),
+      std::string::npos)
       << ended.out;
   EXPECT_EQ(ended.out.find(": no"), std::string::npos) << ended.out;
   EXPECT_EQ(ended.exit_code, 0);

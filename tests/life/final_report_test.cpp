@@ -14,8 +14,8 @@ using kit::Ended;
 using kit::handle_of;
 using kit::Scene;
 
-/** Gives what depends on the allocator fixed values. */
-void settle(int hid, std::uint32_t seq) {
+/** Sets what depends on the allocator to fixed values. */
+void fix_values(int hid, std::uint32_t seq) {
   qk_mem_handle& handle = handle_of(hid);
   handle.seq = seq;
   handle.overhead_qty = 2;
@@ -32,12 +32,12 @@ void leak() {
   const int index = qk_mem_inew_handle("MULTITHREADED", "ix", "src/index.c", 204);
   (void)qk_mem_icalloc(index, 10, 24, 16, "src/index.c", 77);
   (void)qk_mem_imalloc(QK_MEM_DATA_HANDLE, 100, 16, "src/main.c", 70000);
-  settle(QK_MEM_DATA_HANDLE, 20);
-  settle(index, 40);
+  fix_values(QK_MEM_DATA_HANDLE, 20);
+  fix_values(index, 40);
   kit::set_heap(270336);
 }
 
-// The tags lose a pointer with each piece of overhead that a deletion releases.
+// A deletion lowers a tag's quantity by each piece of overhead that it releases.
 constexpr char kLeaks[] =
     "   ----------------------------------------------------------------------------\n"
     "   Category         Qty        Amt\n"

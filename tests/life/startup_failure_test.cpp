@@ -39,7 +39,7 @@ TEST(FailedStartUp, OnInvalidOptionsIsNotTriedAgain) {
             "   qk_mem_imalloc: ERROR: invalid hid 2 at app.c:5\n");
 }
 
-/** The log of a start-up in which the `nth` request of memory fails, and the code that is left. */
+/** The log of a start-up whose `nth` request for memory fails, followed by the error code. */
 std::string log_of_failing_request(int nth, const char* debug) {
   const Ended ended = kit::run({debug, "", ""}, [nth] {
     kit::align_requests();

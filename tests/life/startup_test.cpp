@@ -38,8 +38,8 @@ struct Call {
   void (*run)();
 };
 
-/** The names of those calls that start the library up as a process's first. */
-std::set<std::string> that_start(const std::vector<Call>& calls) {
+/** The names of those calls that start the library when a process makes them first. */
+std::set<std::string> starting_calls(const std::vector<Call>& calls) {
   std::set<std::string> names;
   for (const Call& call : calls) {
     const Ended ended = kit::run({}, [&call] {
@@ -90,7 +90,7 @@ TEST(StartUp, IsTheFirstCallsBusiness) {
          qk_mem_options("", &status);
        }},
   };
-  EXPECT_EQ(that_start(calls), names_of(calls));
+  EXPECT_EQ(starting_calls(calls), names_of(calls));
 }
 
 TEST(StartUp, IsNotTheBusinessOfCallsThatOnlyAskOrConfigure) {
@@ -116,7 +116,7 @@ TEST(StartUp, IsNotTheBusinessOfCallsThatOnlyAskOrConfigure) {
          qk_mem_dump_config("OPTIONS=TERSE", &status);
        }},
   };
-  EXPECT_EQ(that_start(calls), std::set<std::string>{});
+  EXPECT_EQ(starting_calls(calls), std::set<std::string>{});
 }
 
 TEST(StartUp, OpensTheTwoStandingHandles) {
