@@ -1,4 +1,4 @@
-// The C++ front as a program of the oldest language version that it serves uses it.
+// The C++ front as used by a program in the oldest language version that it supports.
 #include <cstring>
 #include <map>
 #include <memory_resource>
@@ -32,14 +32,14 @@ class Square : public Shape {
   Square() : Shape(4) {}
 };
 
-/** Whether a call takes the place of its caller, behind which more arguments follow. */
+/** Whether a call, with any further arguments, receives its caller's location. */
 template <class... Args>
 bool is_called_at(unsigned line, qk::On on, Args&&...) {
   return on.line() == static_cast<int>(line) &&
          std::strstr(on.file(), "front_cpp17.cpp") != nullptr;
 }
 
-bool takes_places(const qk::Handle& pool) {
+bool passes_locations(const qk::Handle& pool) {
   return is_called_at(__LINE__, pool, 1, "two") && is_called_at(__LINE__, pool.number());
 }
 
@@ -85,7 +85,7 @@ bool moves_handles() {
 
 int main() {
   const qk::Handle pool("MULTITHREADED", "PO");
-  const bool good = takes_places(pool) && makes_and_destroys(pool) && ends_with_a_scope(pool) &&
+  const bool good = passes_locations(pool) && makes_and_destroys(pool) && ends_with_a_scope(pool) &&
                     serves_containers(pool) && moves_handles();
   return good ? 0 : 1;
 }

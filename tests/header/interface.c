@@ -7,7 +7,7 @@ static int failures = 0;
 
 static void expect(int holds, const char* claim) {
   if (holds) return;
-  fprintf(stderr, "not so: %s\n", claim);
+  fprintf(stderr, "failed: %s\n", claim);
   ++failures;
 }
 
@@ -29,14 +29,14 @@ static void allocate(void) {
   expect(qk_mem_size(hid) == 0, "frees are summed");
   expect(qk_mem_del_handle(hid) == 0, "a handle is deleted");
   expect(qk_mem_malloc(hid, 1) == NULL && qk_mem_error() == QK_MEM_ERROR_HANDLE,
-         "a number without a handle is refused");
+         "an invalid handle is refused");
 }
 
 static void allocate_in_blocks(void) {
   const int hid = qk_mem_new_handle("BLOCKMGMT", NULL);
   void* array = NULL;
   expect(qk_mem_malloc(hid, 100) != NULL, "a piece is handed out");
-  expect(qk_mem_frees_singly(hid, __FILE__, __LINE__) == 0, "pieces go together");
+  expect(qk_mem_frees_singly(hid, __FILE__, __LINE__) == 0, "pieces are not freed one by one");
   expect(qk_mem_clear_handle(hid) == 0, "a handle is cleared");
   expect(qk_mem_marralloc(hid, &array, 8, 4) == 0, "an array begins with element 0");
   qk_mem_arrfree(hid, &array);
@@ -50,11 +50,11 @@ static void register_memory(void) {
   qk_mem_register(hid, QK_MEM_EXTERNAL, memory, sizeof memory);
   expect(qk_mem_size(hid) == sizeof memory, "registered memory is summed");
   qk_mem_deregister(hid, QK_MEM_EXTERNAL, memory);
-  expect(qk_mem_size(hid) == 0, "and taken out again");
+  expect(qk_mem_size(hid) == 0, "and deregistered again");
   qk_mem_del_handle(hid);
 }
 
-static void ask(void) {
+static void query(void) {
   long answer = -1;
   qk_mem_init();
   expect(qk_mem_info("CURRENT_ALLOC", "", &answer) == 0 && answer == 0, "a query is answered");
@@ -69,6 +69,6 @@ int main(void) {
   allocate();
   allocate_in_blocks();
   register_memory();
-  ask();
+  query();
   return failures;
 }

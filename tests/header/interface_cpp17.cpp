@@ -1,4 +1,4 @@
-// The public header in C++17: everything, the calls that take a status and the tracker included.
+// The whole public header in C++17, with the calls that take a status, and with the tracker.
 #include <cstring>
 
 #include "qkmem/qkmem.h"

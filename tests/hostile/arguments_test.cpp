@@ -20,7 +20,7 @@ using kit::Scene;
 
 constexpr char kFile[] = "src/app.c";
 
-/** What shows that the library goes on: memory of every kind, and no sum that is left. */
+/** Expects the library to still work: to allocate, resize and free, and to account for that. */
 void expect_usable() {
   const int hid = qk_mem_inew_handle("MULTITHREADED", "", kFile, 1);
   ASSERT_GT(hid, 2);
@@ -33,7 +33,7 @@ void expect_usable() {
   EXPECT_EQ(qk_mem_idel_handle(hid, kFile, 7), 0);
 }
 
-/** Every entry point that takes a place, called from one. */
+/** Calls every entry point that takes a location with this one. */
 void call_everything_from(const char* file, int line) {
   const int hid = qk_mem_inew_handle("", "AB", file, line);
   const int blocks = qk_mem_inew_handle("BLOCKMGMT BLOCKFREE", "", file, line);
@@ -151,8 +151,8 @@ INSTANTIATE_TEST_SUITE_P(Of, HostileNumber, ::testing::ValuesIn(kNumbers),
 
 TEST_P(HostileNumber, IsRefusedWithItsCodeByTheCallsThatChangeHandles) {
   Ledger ledger("EXCEPTIONS");
-  const Pool gone;
-  qk_mem_idel_handle(gone, kFile, 1);
+  const Pool deleted;
+  qk_mem_idel_handle(deleted, kFile, 1);
   void* memory = qk_mem_imalloc(ledger.pool, 10, 16, kFile, 2);
   const std::string books = ledger.books();
   const int hid = GetParam().hid;
@@ -183,8 +183,8 @@ TEST_P(HostileNumber, IsRefusedWithItsCodeByTheCallsThatChangeHandles) {
 TEST_P(HostileNumber, InAFilterSelectsNothing) {
   Scene scene("EXCEPTIONS");
   const Pool first;
-  const Pool gone;
-  qk_mem_idel_handle(gone, kFile, 1);
+  const Pool deleted;
+  qk_mem_idel_handle(deleted, kFile, 1);
   if (GetParam().hid == 0) return;  // any handle
   const std::string filter = "HANDLE=" + std::to_string(GetParam().hid);
   long answer = -1;
@@ -196,7 +196,7 @@ TEST_P(HostileNumber, InAFilterSelectsNothing) {
   expect_usable();
 }
 
-/** Sizes at and around what no memory has. */
+/** Sizes for which there is never enough memory. */
 constexpr std::size_t kHugeSizes[] = {SIZE_MAX,
                                       SIZE_MAX - 1,
                                       SIZE_MAX - 15,

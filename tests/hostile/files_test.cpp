@@ -8,14 +8,14 @@
 
 #include "tests/kit/scene.h"
 
-/** Log and trace file where nothing can be written. The program goes on and ends as it would. */
+/** Logs and trace files that can't be written. The program continues and ends normally. */
 namespace {
 
 using kit::Ended;
 using kit::Environment;
 using kit::Scene;
 
-/** Events of every kind, and a word of the program's that all went well. */
+/** Causes events of many kinds, and prints "done" if the library accounted for them. */
 void work() {
   const int hid = qk_mem_inew_handle("MULTITHREADED AUTOFREE", "AB", "src/app.c", 1);
   for (int i = 0; i < 200; ++i) {
@@ -117,7 +117,7 @@ TEST(TraceFile, MayHaveANameAsLongAsOptionsCanBe) {
 
 TEST(File, NameThatTheSystemRefusesForItsLengthIsToldAndMissing) {
   Scene scene;
-  // One name too long for a folder; the same in a variable that is cut at 256 characters.
+  // In a missing folder; and the variables are cut at 256 characters.
   for (const std::size_t length : {251U, 252U, 5000U}) {
     const std::string name = std::string(3, 'x') + "/" + std::string(length, 'n');
     const Ended ended = kit::run({"DEBUG LOG=" + name, "DB=" + name, ""}, work);

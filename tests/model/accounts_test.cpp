@@ -39,7 +39,7 @@ class RandomCalls : public ::testing::TestWithParam<unsigned> {};
 
 INSTANTIATE_TEST_SUITE_P(Seed, RandomCalls, ::testing::Values(1, 2, 3, 4, 5));
 
-/** Every line is formatted and none is kept. */
+/** Formats every log line and keeps none. */
 TEST_P(RandomCalls, ComeToTheSumsThatPlainBooksComeTo) {
   constexpr int kSteps = 60000;
   const Scene scene(Environment{"EXCEPTIONS LOG=/dev/null", "", ""});
@@ -50,7 +50,7 @@ TEST(RandomCallsThatNobodyIsToldOf, ComeToTheSumsThatPlainBooksComeTo) {
   constexpr int kSteps = 60000;
   const Scene scene("SUMMARY");
   qk_mem_init();
-  // All but the handles are configured: calls take the fast path.
+  // The routines are off, so that calls take the fast path; handles still record.
   for (int routine = 1; routine < 20; ++routine) Qk_mem_debug[routine].on = 0;
   make_calls(7, kSteps);
 }
