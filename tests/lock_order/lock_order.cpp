@@ -18,7 +18,7 @@ namespace {
 
 using lock_order::Edge;
 
-/** Names a lock; those that stand alone are told by who takes them. */
+/** Names a lock. The constructor takes the log's and the error codes' to learn their addresses. */
 class Classes {
  public:
   Classes() {
@@ -68,8 +68,8 @@ TEST(LockOrder, IsRegistryThenHandleThenLogThenError) {
   bool handle_under_registry = false;
   for (const Edge& edge : edges) {
     EXPECT_LT(rank[edge.outer], rank[edge.inner])
-        << edge.outer << " held, " << edge.inner << " asked for\n"
-        << edge.place;
+        << edge.outer << " held, " << edge.inner << " requested\n"
+        << edge.first_stack;
     if (edge.outer == "registry" && edge.inner == "handle") handle_under_registry = true;
   }
   EXPECT_TRUE(handle_under_registry);
@@ -89,15 +89,15 @@ TEST(LockOrder, InversionIsFoundWithBothPlaces) {
   EXPECT_EQ(lock_order::cycle_in(lock_order::edges(name)), "");
   take(second, first);
   const std::string cycle = lock_order::cycle_in(lock_order::edges(name));
-  EXPECT_NE(cycle.find("first held, second asked for\n    "), std::string::npos) << cycle;
-  EXPECT_NE(cycle.find("second held, first asked for\n    "), std::string::npos) << cycle;
+  EXPECT_NE(cycle.find("first held, second requested\n    "), std::string::npos) << cycle;
+  EXPECT_NE(cycle.find("second held, first requested\n    "), std::string::npos) << cycle;
 }
 
 TEST(LockOrder, CallsOnMemoryHoldNoLockWhenTheyWriteTheirLine) {
   const kit::Scene scene("DEBUG LOG=/dev/null");
   const kit::Pool pool("MULTITHREADED");
   std::vector<void*> memory(200);
-  for (void*& one : memory) one = qk_mem_malloc(pool, 40);  // until no array has to grow
+  for (void*& one : memory) one = qk_mem_malloc(pool, 40);  // so that no array grows later
   for (void* one : memory) qk_mem_free(pool, one);
   lock_order::forget();
   for (int i = 0; i < 20; ++i) {
@@ -109,7 +109,7 @@ TEST(LockOrder, CallsOnMemoryHoldNoLockWhenTheyWriteTheirLine) {
   const auto by_address = [](const void* lock) {
     return std::to_string(reinterpret_cast<std::uintptr_t>(lock));
   };
-  for (const Edge& edge : lock_order::edges(by_address)) ADD_FAILURE() << edge.place;
+  for (const Edge& edge : lock_order::edges(by_address)) ADD_FAILURE() << edge.first_stack;
 }
 
 }  // namespace

@@ -9,7 +9,7 @@
 #include <set>
 #include <utility>
 
-// The library's lock in the form that stands behind the recording one.
+// The library's own lock, which the recording one calls.
 #include "support/mtx.h"
 #define Mtx RealMtx
 #include "../../src/support/mtx.cpp"
@@ -46,7 +46,7 @@ std::string stack() {
 
 }  // namespace
 
-void asked_for(const void* lock) {
+void requested(const void* lock) {
   if (mine.count == 0) return;
   const std::lock_guard guard(mutex);
   for (int i = 0; i < mine.count; ++i) {
@@ -56,12 +56,12 @@ void asked_for(const void* lock) {
   }
 }
 
-void taken(const void* lock) {
+void acquired(const void* lock) {
   if (mine.count == kMostHeld) std::abort();
   mine.locks[mine.count++] = lock;
 }
 
-void let_go(const void* lock) {
+void released(const void* lock) {
   for (int i = mine.count - 1; i >= 0; --i) {
     if (mine.locks[i] != lock) continue;
     std::copy(mine.locks + i + 1, mine.locks + mine.count, mine.locks + i);
@@ -81,8 +81,8 @@ std::vector<Edge> edges(const std::function<std::string(const void*)>& class_of)
   const std::lock_guard guard(mutex);
   std::set<std::pair<std::string, std::string>> seen;
   std::vector<Edge> result;
-  for (const auto& [locks, place] : found()) {
-    const Edge edge = {class_of(locks.first), class_of(locks.second), place};
+  for (const auto& [locks, first_stack] : found()) {
+    const Edge edge = {class_of(locks.first), class_of(locks.second), first_stack};
     if (edge.outer != edge.inner && seen.insert({edge.outer, edge.inner}).second) {
       result.push_back(edge);
     }
@@ -92,15 +92,16 @@ std::vector<Edge> edges(const std::function<std::string(const void*)>& class_of)
 
 namespace {
 
-/** A way from `from` to `to`, or "". */
-std::string way(const std::vector<Edge>& edges, const std::string& from, const std::string& to,
-                std::set<std::string>& visited) {
+/** A path from `from` to `to`, or "". */
+std::string path(const std::vector<Edge>& edges, const std::string& from, const std::string& to,
+                 std::set<std::string>& visited) {
   for (const Edge& edge : edges) {
     if (edge.outer != from) continue;
-    const std::string step = edge.outer + " held, " + edge.inner + " asked for\n" + edge.place;
+    const std::string step =
+        edge.outer + " held, " + edge.inner + " requested\n" + edge.first_stack;
     if (edge.inner == to) return step;
     if (!visited.insert(edge.inner).second) continue;
-    if (const std::string rest = way(edges, edge.inner, to, visited); !rest.empty()) {
+    if (const std::string rest = path(edges, edge.inner, to, visited); !rest.empty()) {
       return step + rest;
     }
   }
@@ -112,7 +113,7 @@ std::string way(const std::vector<Edge>& edges, const std::string& from, const s
 std::string cycle_in(const std::vector<Edge>& edges) {
   for (const Edge& edge : edges) {
     std::set<std::string> visited;
-    if (std::string cycle = way(edges, edge.outer, edge.outer, visited); !cycle.empty()) {
+    if (std::string cycle = path(edges, edge.outer, edge.outer, visited); !cycle.empty()) {
       return cycle;
     }
   }

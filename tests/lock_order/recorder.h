@@ -5,12 +5,12 @@
 #include <string>
 #include <vector>
 
-/** Which locks threads hold while they ask for others. */
+/** Records which locks threads hold while they request others. */
 namespace lock_order {
 
-void asked_for(const void* lock);
-void taken(const void* lock);
-void let_go(const void* lock);
+void requested(const void* lock);
+void acquired(const void* lock);
+void released(const void* lock);
 
 /** The locks that the calling thread holds, the newest last. */
 [[nodiscard]] std::vector<const void*> held();
@@ -18,17 +18,17 @@ void let_go(const void* lock);
 /** Forgets what was recorded so far. */
 void forget();
 
-/** A lock of the class `inner` was asked for by a thread that held one of the class `outer`. */
+/** A thread that held a lock of class `outer` requested one of class `inner`. */
 struct Edge {
   std::string outer;
   std::string inner;
-  std::string place;  // the stack of the first time
+  std::string first_stack;  // the stack at its first occurrence
 };
 
 /** All edges between different classes; `class_of` names the class of a lock. */
 [[nodiscard]] std::vector<Edge> edges(const std::function<std::string(const void*)>& class_of);
 
-/** The edges of a cycle with their places, or "" where there is none. */
+/** The edges of a cycle with their stacks, or "" if there is none. */
 [[nodiscard]] std::string cycle_in(const std::vector<Edge>& edges);
 
 }  // namespace lock_order

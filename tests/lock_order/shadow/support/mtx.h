@@ -1,7 +1,7 @@
 #ifndef TESTS_LOCK_ORDER_SHADOW_SUPPORT_MTX_H_
 #define TESTS_LOCK_ORDER_SHADOW_SUPPORT_MTX_H_
 
-// Stands in front of the library's own lock, which is in here under another name.
+// Replaces the library's own header. Its lock is included here under another name.
 #define Mtx RealMtx
 #include "../../../../src/support/mtx.h"
 #undef Mtx
@@ -10,23 +10,23 @@
 
 namespace qk {
 
-/** The library's lock; tells the recorder whenever a thread takes it or lets it go. */
+/** The library's lock. Notifies the recorder when a thread acquires or releases it. */
 class Mtx : private RealMtx {
  public:
   constexpr Mtx() noexcept = default;
 
   void lock() noexcept {
-    if (!held()) lock_order::asked_for(this);
+    if (!held()) lock_order::requested(this);
     RealMtx::lock();
-    lock_order::taken(this);
+    lock_order::acquired(this);
   }
   [[nodiscard]] bool try_lock() noexcept {
     if (!RealMtx::try_lock()) return false;
-    lock_order::taken(this);
+    lock_order::acquired(this);
     return true;
   }
   void unlock() noexcept {
-    lock_order::let_go(this);
+    lock_order::released(this);
     RealMtx::unlock();
   }
   using RealMtx::assert_held;
