@@ -19,19 +19,19 @@ using kit::Environment;
 using kit::Ledger;
 using kit::ToldTracker;
 
-/** Enters something at app.c:12. */
-void enter(int hid, int type, void* ptr, std::size_t size) {
+/** Registers something at app.c:12. */
+void register_ptr(int hid, int type, void* ptr, std::size_t size) {
   qk_mem_iregister(hid, type, ptr, nullptr, size, "src/app.c", 12);
 }
 
 int clear(int hid) { return qk_mem_iclear_handle(hid, "lib/other.c", 80000); }
 
-/** The bytes of a ledger's handle's overhead beside its eight arrays. */
-std::size_t overhead_beside_arrays(int hid) {
+/** The overhead bytes of a ledger's handle, without its eight arrays. */
+std::size_t overhead_without_arrays(int hid) {
   return kit::handle_of(hid).overhead_amount - std::size_t{8} * 16 * 48;
 }
 
-/** A block-managed handle with objects, whose ends make a story. Blocks take 96 bytes. */
+/** Block-managed handles with objects, whose destruction is noted. Blocks take 96 bytes. */
 class ClearWithObjects : public ::testing::Test {
  protected:
   ClearWithObjects() { kit::align_requests(); }
@@ -45,9 +45,9 @@ class ClearWithObjects : public ::testing::Test {
 
 TEST_F(ClearWithObjects, ReleasesAndShowsEachInItsWay) {
   Ledger ledger(Environment{"DEBUG", "DB", ""}, "BLOCKMGMT BLOCKSIZE=64");
-  enter(ledger.pool, QK_MEM_EXTERNAL, std::malloc(10), 10);
-  enter(ledger.pool, QK_MEM_OBJECT, tracker("object", at(0x5000)), 40);
-  enter(ledger.pool, QK_MEM_ARRAY, tracker("array", at(0x6000)), 50);
+  register_ptr(ledger.pool, QK_MEM_EXTERNAL, std::malloc(10), 10);
+  register_ptr(ledger.pool, QK_MEM_OBJECT, tracker("object", at(0x5000)), 40);
+  register_ptr(ledger.pool, QK_MEM_ARRAY, tracker("array", at(0x6000)), 50);
   qk_mem_icalloc(ledger.pool, 2, 10, 16, "src/app.c", 13);
   ledger.turn_page();
   EXPECT_EQ(clear(ledger.pool), 0);
@@ -73,33 +73,33 @@ TEST_F(ClearWithObjects, ReleasesAndShowsEachInItsWay) {
 TEST_F(ClearWithObjects, TakesTheBytesOfTrackersOutOfBothSums) {
   Ledger ledger(Environment{}, "BLOCKMGMT BLOCKSIZE=64");
   EXPECT_EQ(ledger.books(), "handle 0 for 96, tag 0 for 96, events 0");
-  enter(ledger.pool, QK_MEM_EXTERNAL, std::malloc(10), 10);
-  enter(ledger.pool, QK_MEM_OBJECT, tracker("object", at(0x5000)), 40);
-  enter(ledger.pool, QK_MEM_ARRAY, tracker("array", at(0x6000)), 50);
+  register_ptr(ledger.pool, QK_MEM_EXTERNAL, std::malloc(10), 10);
+  register_ptr(ledger.pool, QK_MEM_OBJECT, tracker("object", at(0x5000)), 40);
+  register_ptr(ledger.pool, QK_MEM_ARRAY, tracker("array", at(0x6000)), 50);
   EXPECT_EQ(ledger.books(), "handle 3 for 196, tag 3 for 196, events 5");
-  EXPECT_EQ(overhead_beside_arrays(ledger.pool), 32U);
+  EXPECT_EQ(overhead_without_arrays(ledger.pool), 32U);
   clear(ledger.pool);
-  EXPECT_EQ(overhead_beside_arrays(ledger.pool), 0U);
+  EXPECT_EQ(overhead_without_arrays(ledger.pool), 0U);
   EXPECT_EQ(ledger.books(), "handle 4294967294 for 64, tag 4294967294 for 64, events 6")
-      << "96 are charged for the block, and two trackers of 16 too few; five records go as data";
+      << "the block's 96 less two trackers of 16; all five records are removed as data";
 }
 
 TEST_F(ClearWithObjects, CanTakeMoreThanTheBlocksHold) {
   Ledger ledger(Environment{}, "BLOCKMGMT BLOCKINITIAL=0");
-  enter(ledger.pool, QK_MEM_OBJECT, tracker("object", at(0x5000)), 40);
+  register_ptr(ledger.pool, QK_MEM_OBJECT, tracker("object", at(0x5000)), 40);
   clear(ledger.pool);
   EXPECT_EQ(qk_mem_isize(ledger.pool, "src/app.c", 14), static_cast<std::size_t>(-16));
 }
 
 TEST_F(ClearWithObjects, KeepsBlocksAndTheHandleAndStartsAnew) {
   Ledger ledger(Environment{"TRACE", "DB", ""}, "BLOCKMGMT BLOCKSIZE=64");
-  enter(ledger.pool, QK_MEM_OBJECT, tracker("first", at(0x5000)), 40);
+  register_ptr(ledger.pool, QK_MEM_OBJECT, tracker("first", at(0x5000)), 40);
   qk_mem_imalloc(ledger.pool, 20, 16, "src/app.c", 13);
   EXPECT_EQ(kit::blocks_of(ledger.pool), "64:0-20");
   clear(ledger.pool);
   EXPECT_EQ(kit::blocks_of(ledger.pool), "64:0-0");
   EXPECT_EQ(ledger.record(ledger.pool.record().blocks).substr(0, 15), "B 1/96 pool.c:7");
-  enter(ledger.pool, QK_MEM_OBJECT, tracker("second", at(0x5000)), 40);
+  register_ptr(ledger.pool, QK_MEM_OBJECT, tracker("second", at(0x5000)), 40);
   EXPECT_EQ(ledger.record(at(0x5000)), "W 1/40 app.c:12 event 4");
   clear(ledger.pool);
   EXPECT_EQ(story_, "first ends with its object\nsecond ends with its object\n");
@@ -108,7 +108,7 @@ TEST_F(ClearWithObjects, KeepsBlocksAndTheHandleAndStartsAnew) {
 TEST_F(ClearWithObjects, ReleasesThemAlsoWherePiecesAreNotRecorded) {
   Ledger ledger(Environment{}, "BLOCKMGMT");
   EXPECT_EQ(ledger.pool.record().track, 0);
-  enter(ledger.pool, QK_MEM_ARRAY, tracker("array", at(0x5000)), 40);
+  register_ptr(ledger.pool, QK_MEM_ARRAY, tracker("array", at(0x5000)), 40);
   EXPECT_EQ(clear(ledger.pool), 0);
   EXPECT_EQ(ledger.record(at(0x5000)), "none");
   EXPECT_EQ(story_, "array ends with its object\n");
@@ -116,9 +116,9 @@ TEST_F(ClearWithObjects, ReleasesThemAlsoWherePiecesAreNotRecorded) {
 
 TEST_F(ClearWithObjects, DestroysThemInTheOrderOfArraysAndRecords) {
   Ledger ledger(Environment{}, "BLOCKMGMT");
-  enter(ledger.pool, QK_MEM_OBJECT, tracker("third", at(0x5020)), 1);
-  enter(ledger.pool, QK_MEM_OBJECT, tracker("first", at(0x5100)), 1);
-  enter(ledger.pool, QK_MEM_ARRAY, tracker("second", at(0x5080)), 1);
+  register_ptr(ledger.pool, QK_MEM_OBJECT, tracker("third", at(0x5020)), 1);
+  register_ptr(ledger.pool, QK_MEM_OBJECT, tracker("first", at(0x5100)), 1);
+  register_ptr(ledger.pool, QK_MEM_ARRAY, tracker("second", at(0x5080)), 1);
   clear(ledger.pool);
   EXPECT_EQ(story_,
             "first ends with its object\nsecond ends with its object\n"
@@ -128,20 +128,20 @@ TEST_F(ClearWithObjects, DestroysThemInTheOrderOfArraysAndRecords) {
 TEST_F(ClearWithObjects, ReleasesWhatStandsTwiceOnce) {
   Ledger ledger(Environment{}, "BLOCKMGMT");
   void* const memory = std::malloc(10);
-  enter(ledger.pool, QK_MEM_EXTERNAL, memory, 10);
-  enter(ledger.pool, QK_MEM_EXTERNAL, memory, 10);
-  enter(ledger.pool, QK_MEM_OBJECT, tracker("first", at(0x5000)), 40);
-  enter(ledger.pool, QK_MEM_OBJECT, tracker("second", at(0x5000)), 40);
+  register_ptr(ledger.pool, QK_MEM_EXTERNAL, memory, 10);
+  register_ptr(ledger.pool, QK_MEM_EXTERNAL, memory, 10);
+  register_ptr(ledger.pool, QK_MEM_OBJECT, tracker("first", at(0x5000)), 40);
+  register_ptr(ledger.pool, QK_MEM_OBJECT, tracker("second", at(0x5000)), 40);
   ToldTracker* const both = tracker("both", at(0x6000));
-  enter(ledger.pool, QK_MEM_ARRAY, both, 40);
-  enter(ledger.pool, QK_MEM_ARRAY, both, 40);
+  register_ptr(ledger.pool, QK_MEM_ARRAY, both, 40);
+  register_ptr(ledger.pool, QK_MEM_ARRAY, both, 40);
   clear(ledger.pool);
   EXPECT_EQ(story_, "first ends with its object\nsecond ends\nboth ends with its object\n");
 }
 
 TEST_F(ClearWithObjects, LeavesAnOrdinaryHandleAlone) {
   Ledger ledger("EXCEPTIONS");
-  enter(ledger.pool, QK_MEM_OBJECT, tracker("object", at(0x5000)), 40);
+  register_ptr(ledger.pool, QK_MEM_OBJECT, tracker("object", at(0x5000)), 40);
   EXPECT_EQ(clear(ledger.pool), 5566);
   EXPECT_EQ(
       ledger.log(),

@@ -20,14 +20,14 @@ using kit::Pool;
 using kit::Scene;
 using kit::ToldTracker;
 
-/** Enters something at app.c:12. */
-void enter(int hid, int type, void* ptr, std::size_t size) {
+/** Registers something at app.c:12. */
+void register_ptr(int hid, int type, void* ptr, std::size_t size) {
   qk_mem_iregister(hid, type, ptr, nullptr, size, "src/app.c", 12);
 }
 
 int destroy(int hid) { return qk_mem_idel_handle(hid, "lib/other.c", 80000); }
 
-/** A handle with objects, whose ends make a story. */
+/** Handles with objects, whose destruction is noted. */
 class DeleteWithObjects : public ::testing::Test {
  protected:
   ToldTracker* tracker(const char* name, void* tracked) {
@@ -41,9 +41,9 @@ TEST_F(DeleteWithObjects, ReleasesAndShowsEachInItsWay) {
   kit::align_requests();
   Scene scene(Environment{"DEBUG", "DB", ""});
   const Pool pool("", "AB");
-  enter(pool, QK_MEM_EXTERNAL, std::malloc(10), 10);
-  enter(pool, QK_MEM_OBJECT, tracker("object", at(0x5000)), 40);
-  enter(pool, QK_MEM_ARRAY, tracker("array", at(0x6000)), 50);
+  register_ptr(pool, QK_MEM_EXTERNAL, std::malloc(10), 10);
+  register_ptr(pool, QK_MEM_OBJECT, tracker("object", at(0x5000)), 40);
+  register_ptr(pool, QK_MEM_ARRAY, tracker("array", at(0x6000)), 50);
   scene.skip_log();
   scene.skip_trace();
   EXPECT_EQ(destroy(pool), 0);
@@ -74,10 +74,10 @@ TEST_F(DeleteWithObjects, ReleasesAndShowsEachInItsWay) {
 TEST_F(DeleteWithObjects, DestroysThemInTheOrderOfArraysAndRecords) {
   Scene scene("");
   const Pool pool;
-  enter(pool, QK_MEM_OBJECT, tracker("third", at(0x5020)), 1);
-  enter(pool, QK_MEM_OBJECT, tracker("first", at(0x5100)), 1);
-  enter(pool, QK_MEM_ARRAY, tracker("second", at(0x5080)), 1);
-  enter(pool, QK_MEM_OBJECT, tracker("fourth", at(0x5030)), 1);
+  register_ptr(pool, QK_MEM_OBJECT, tracker("third", at(0x5020)), 1);
+  register_ptr(pool, QK_MEM_OBJECT, tracker("first", at(0x5100)), 1);
+  register_ptr(pool, QK_MEM_ARRAY, tracker("second", at(0x5080)), 1);
+  register_ptr(pool, QK_MEM_OBJECT, tracker("fourth", at(0x5030)), 1);
   EXPECT_EQ(destroy(pool), 0);
   EXPECT_EQ(story_,
             "first ends with its object\nsecond ends with its object\n"
@@ -87,9 +87,9 @@ TEST_F(DeleteWithObjects, DestroysThemInTheOrderOfArraysAndRecords) {
 TEST_F(DeleteWithObjects, TakesTheirBytesOutOfTheTag) {
   Scene scene("");
   const Pool other("", "AB");
-  enter(other, QK_MEM_EXTERNAL, at(0x5000), 7);
+  register_ptr(other, QK_MEM_EXTERNAL, at(0x5000), 7);
   const Pool pool("", "AB");
-  enter(pool, QK_MEM_OBJECT, tracker("object", at(0x5000)), 40);
+  register_ptr(pool, QK_MEM_OBJECT, tracker("object", at(0x5000)), 40);
   EXPECT_EQ(kit::tag_of("AB"), "2 for 47");
   EXPECT_EQ(destroy(pool), 0);
   EXPECT_EQ(qk_mem_tag_size("AB"), 7);
@@ -99,8 +99,8 @@ TEST_F(DeleteWithObjects, DestroysAnObjectOfTwoRecordsOnceAndBothItsTrackers) {
   kit::align_requests();
   Scene scene(Environment{"EXCEPTIONS=qk_mem_idel_handle", "DB", ""});
   const Pool pool;
-  enter(pool, QK_MEM_OBJECT, tracker("first", at(0x5000)), 40);
-  enter(pool, QK_MEM_OBJECT, tracker("second", at(0x5000)), 40);
+  register_ptr(pool, QK_MEM_OBJECT, tracker("first", at(0x5000)), 40);
+  register_ptr(pool, QK_MEM_OBJECT, tracker("second", at(0x5000)), 40);
   scene.skip_log();
   scene.skip_trace();
   EXPECT_EQ(destroy(pool), 0);
@@ -116,8 +116,8 @@ TEST_F(DeleteWithObjects, DestroysATrackerOfTwoRecordsOnce) {
   Scene scene("");
   const Pool pool;
   ToldTracker* const both = tracker("both", at(0x5000));
-  enter(pool, QK_MEM_OBJECT, both, 40);
-  enter(pool, QK_MEM_ARRAY, both, 40);
+  register_ptr(pool, QK_MEM_OBJECT, both, 40);
+  register_ptr(pool, QK_MEM_ARRAY, both, 40);
   EXPECT_EQ(destroy(pool), 0);
   EXPECT_EQ(story_, "both ends with its object\n");
 }
@@ -127,8 +127,8 @@ TEST_F(DeleteWithObjects, DestroysEachOfManyOnce) {
   const Pool pool;
   for (int i = 0; i < 2000; ++i) {
     void* const address = at(0x100000 + 16 * static_cast<std::uintptr_t>(i));
-    enter(pool, QK_MEM_OBJECT, tracker("a", address), 1);
-    if (i % 10 == 0) enter(pool, QK_MEM_OBJECT, tracker("b", address), 1);
+    register_ptr(pool, QK_MEM_OBJECT, tracker("a", address), 1);
+    if (i % 10 == 0) register_ptr(pool, QK_MEM_OBJECT, tracker("b", address), 1);
   }
   EXPECT_EQ(destroy(pool), 0);
   std::size_t objects = 0;
@@ -143,8 +143,8 @@ TEST_F(DeleteWithObjects, FreesMemoryOfTwoRecordsOnce) {
   Scene scene("");
   const Pool pool;
   void* const memory = qk_mem_imalloc(pool, 10, 16, "src/app.c", 12);
-  enter(pool, QK_MEM_EXTERNAL, memory, 10);
-  enter(pool, QK_MEM_OBJECT, tracker("object", memory), 10);
+  register_ptr(pool, QK_MEM_EXTERNAL, memory, 10);
+  register_ptr(pool, QK_MEM_OBJECT, tracker("object", memory), 10);
   EXPECT_EQ(destroy(pool), 0);
   EXPECT_EQ(story_, "object ends\n") << "there is no memory left for an object";
 }
@@ -153,7 +153,7 @@ TEST_F(DeleteWithObjects, DestroysThemOnABlockManagedHandleThatRecordsNoPieces) 
   Scene scene(Environment{"EXCEPTIONS", "DB", ""});
   const Pool pool("BLOCKMGMT", "AB");
   qk_mem_imalloc(pool, 10, 16, "src/app.c", 12);
-  enter(pool, QK_MEM_OBJECT, tracker("object", at(0x5000)), 40);
+  register_ptr(pool, QK_MEM_OBJECT, tracker("object", at(0x5000)), 40);
   scene.skip_trace();
   EXPECT_EQ(destroy(pool), 0);
   EXPECT_EQ(scene.trace("Ef"),
@@ -161,7 +161,7 @@ TEST_F(DeleteWithObjects, DestroysThemOnABlockManagedHandleThatRecordsNoPieces) 
   EXPECT_EQ(story_, "object ends with its object\n");
 }
 
-/** Frees memory of a handle at its end, as an object does that owns it. */
+/** Frees memory of a handle when it is destroyed, like an object that owns it. */
 class Owner : public qk::MemTracker {
  public:
   Owner(int hid, void* tracked) : hid_(hid) { address = tracked; }
@@ -181,8 +181,8 @@ TEST_F(DeleteWithObjects, LetsAnObjectFreeWhatStandsBehindItOnTheHandle) {
     Scene scene("EXCEPTIONS");
     const Pool pool(options);
     auto* const owner = new Owner(pool, at(0x5000));
-    enter(pool, QK_MEM_OBJECT, owner, 40);
-    // In an array behind the object's, or a slot behind its own.
+    register_ptr(pool, QK_MEM_OBJECT, owner, 40);
+    // Recorded in a later array than the object, or in a later slot.
     owner->owned = qk_mem_imalloc(pool, 10, 16, "src/app.c", 12);
     scene.skip_log();
     EXPECT_EQ(destroy(pool), 0);
@@ -194,13 +194,13 @@ TEST_F(DeleteWithObjects, LeavesWhatWasDeregisteredAlone) {
   Scene scene("");
   const Pool pool;
   ToldTracker* const own = tracker("object", at(0x5000));
-  enter(pool, QK_MEM_OBJECT, own, 40);
+  register_ptr(pool, QK_MEM_OBJECT, own, 40);
   qk_mem_ideregister(pool, QK_MEM_OBJECT, own, "src/app.c", 13);
   EXPECT_EQ(destroy(pool), 0);
   EXPECT_EQ(story_, "object ends\n");
 }
 
-/** Prints that it ends. */
+/** Prints its destruction. */
 class Printer : public qk::MemTracker {
  public:
   explicit Printer(void* tracked) { address = tracked; }
@@ -214,8 +214,8 @@ TEST_F(DeleteWithObjects, DestroysThoseOfAutofreeHandlesWhenTheProgramEnds) {
   const auto ended = kit::run({}, [] {
     const Pool autofree("AUTOFREE");
     const Pool other;
-    enter(autofree, QK_MEM_OBJECT, new Printer(at(0x5000)), 40);
-    enter(other, QK_MEM_OBJECT, new Printer(at(0x5000)), 40);
+    register_ptr(autofree, QK_MEM_OBJECT, new Printer(at(0x5000)), 40);
+    register_ptr(other, QK_MEM_OBJECT, new Printer(at(0x5000)), 40);
   });
   EXPECT_EQ(ended.exit_code, 0);
   EXPECT_EQ(ended.out, "ends with its object\n");

@@ -30,29 +30,29 @@ constexpr char kNotFound[] =
 constexpr char kMismatched[] =
     "   qk_mem_ideregister: WARNING: deregister of mismatched type at other.c:80000 (allocated at app.c:14464)\n";
 
-/** Enters something at app.c:80000, of which a record keeps 14464. */
-void enter(int hid, int type, void* ptr, std::size_t size) {
+/** Registers something at app.c:80000. A record keeps 14464 as the line. */
+void register_ptr(int hid, int type, void* ptr, std::size_t size) {
   qk_mem_iregister(hid, type, ptr, nullptr, size, "src/app.c", 80000);
 }
 
-/** Takes something out at other.c:80000. */
-void take_out(int hid, int type, void* ptr) {
+/** Deregisters something at other.c:80000. */
+void deregister_ptr(int hid, int type, void* ptr) {
   qk_mem_ideregister(hid, type, ptr, "lib/other.c", 80000);
 }
 
 class DeregisterMisuse : public ::testing::Test {
  protected:
-  /** A tracker of 0x5000 that belongs to whom it is registered with. */
+  /** A tracker of 0x5000, owned by the handle that it is registered on. */
   ToldTracker* tracker(const std::type_info& type = typeid(int)) {
     return new ToldTracker("tracker", at(0x5000), story_, type);
   }
 
   /** Registers 0x5000. */
-  void enter_as(int hid, int type) {
-    enter(hid, type, type == QK_MEM_EXTERNAL ? at(0x5000) : tracker(), 40);
+  void register_as(int hid, int type) {
+    register_ptr(hid, type, type == QK_MEM_EXTERNAL ? at(0x5000) : tracker(), 40);
   }
 
-  /** Names 0x5000 for deregistration. */
+  /** The pointer that deregisters 0x5000. */
   void* named_as(int type) { return type == QK_MEM_EXTERNAL ? at(0x5000) : &same_; }
 
   std::string story_;
@@ -72,7 +72,7 @@ TEST_F(DeregisterMisuse, OfNullIsWarnedAbout) {
               {QK_MEM_ARRAY, &of_nothing_}};
   for (const auto& row : rows) {
     ledger.turn_page();
-    take_out(ledger.pool, row.type, row.ptr);
+    deregister_ptr(ledger.pool, row.type, row.ptr);
     EXPECT_EQ(ledger.log(), kNull);
     EXPECT_EQ(ledger.books(), "handle 0 for 0, tag 0 for 0, events 0");
   }
@@ -80,7 +80,7 @@ TEST_F(DeregisterMisuse, OfNullIsWarnedAbout) {
 
 TEST_F(DeregisterMisuse, OfAnUnknownPointerIsWarnedAboutTwice) {
   Ledger ledger(Environment{"DEBUG", "DB", ""});
-  take_out(ledger.pool, QK_MEM_EXTERNAL, at(0x5000));
+  deregister_ptr(ledger.pool, QK_MEM_EXTERNAL, at(0x5000));
   EXPECT_EQ(ledger.log(), std::string(kNotFound) + kNotFound);
   EXPECT_EQ(ledger.trace(), "");
   EXPECT_EQ(ledger.books(), "handle 0 for 0, tag 0 for 0, events 0");
@@ -89,7 +89,7 @@ TEST_F(DeregisterMisuse, OfAnUnknownPointerIsWarnedAboutTwice) {
 
 TEST_F(DeregisterMisuse, OfAnUnknownObjectLeavesTheTrackerThatNamesIt) {
   Ledger ledger("EXCEPTIONS");
-  take_out(ledger.pool, QK_MEM_OBJECT, &same_);
+  deregister_ptr(ledger.pool, QK_MEM_OBJECT, &same_);
   EXPECT_EQ(ledger.log(), std::string(kNotFound) + kNotFound);
   EXPECT_EQ(same_.address, at(0x5000));
   EXPECT_EQ(story_, "");
@@ -97,15 +97,15 @@ TEST_F(DeregisterMisuse, OfAnUnknownObjectLeavesTheTrackerThatNamesIt) {
 
 TEST_F(DeregisterMisuse, OfAnUnknownPointerIsWarnedAboutOnceWhereTheRoutineIsOff) {
   Ledger ledger("EXCEPTIONS TRACE=not,qk_ideregister");
-  take_out(ledger.pool, QK_MEM_EXTERNAL, at(0x5000));
+  deregister_ptr(ledger.pool, QK_MEM_EXTERNAL, at(0x5000));
   EXPECT_EQ(ledger.log(), kNotFound);
 }
 
 TEST_F(DeregisterMisuse, OfAPointerOfAnotherHandleIsWarnedAbout) {
   Ledger ledger("EXCEPTIONS");
   const Pool other;
-  enter(other, QK_MEM_EXTERNAL, at(0x5000), 100);
-  take_out(ledger.pool, QK_MEM_EXTERNAL, at(0x5000));
+  register_ptr(other, QK_MEM_EXTERNAL, at(0x5000), 100);
+  deregister_ptr(ledger.pool, QK_MEM_EXTERNAL, at(0x5000));
   EXPECT_EQ(ledger.log(), std::string(kNotFound) + kNotFound);
   EXPECT_EQ(kit::data_of(other), "1 for 100");
 }
@@ -128,20 +128,20 @@ TEST_F(DeregisterMisuse, AsSomethingElseIsWarnedAbout) {
   };
   Ledger ledger("EXCEPTIONS");
   for (const auto& row : kRows) {
-    enter_as(ledger.pool, row.registered);
+    register_as(ledger.pool, row.registered);
     ledger.turn_page();
-    take_out(ledger.pool, row.deregistered, named_as(row.deregistered));
+    deregister_ptr(ledger.pool, row.deregistered, named_as(row.deregistered));
     EXPECT_EQ(ledger.log(), row.log) << row.registered << " " << row.deregistered;
-    EXPECT_EQ(ledger.record(at(0x5000)), "none") << "it goes on";
+    EXPECT_EQ(ledger.record(at(0x5000)), "none") << "it is removed nevertheless";
     EXPECT_EQ(qk_mem_isize(ledger.pool, "app.c", 1), 0U);
   }
 }
 
 TEST_F(DeregisterMisuse, ShowsTheTypeThatWasAskedForBesideTheKindThatWasRecorded) {
   Ledger ledger(Environment{"DEBUG", "DB", ""});
-  enter(ledger.pool, QK_MEM_ARRAY, tracker(), 40);
+  register_ptr(ledger.pool, QK_MEM_ARRAY, tracker(), 40);
   ledger.turn_page();
-  take_out(ledger.pool, QK_MEM_OBJECT, &same_);
+  deregister_ptr(ledger.pool, QK_MEM_OBJECT, &same_);
   EXPECT_EQ(
       ledger.log(),
       "   qk_mem_ideregister: WARNING: deregister of mismatched type at other.c:80000 (allocated at app.c:14464)\n"
@@ -156,9 +156,9 @@ TEST_F(DeregisterMisuse, ShowsTheTypeThatWasAskedForBesideTheKindThatWasRecorded
 TEST_F(DeregisterMisuse, OfAnObjectAsMemoryLeavesTheRecordOfItsTracker) {
   Ledger ledger(Environment{"DEBUG", "DB", ""});
   ToldTracker* const own = tracker();
-  enter(ledger.pool, QK_MEM_OBJECT, own, 40);
+  register_ptr(ledger.pool, QK_MEM_OBJECT, own, 40);
   ledger.turn_page();
-  take_out(ledger.pool, QK_MEM_EXTERNAL, at(0x5000));
+  deregister_ptr(ledger.pool, QK_MEM_EXTERNAL, at(0x5000));
   EXPECT_EQ(
       ledger.log(),
       "   qk_mem_ideregister: WARNING: deregister of mismatched type at other.c:80000 (allocated at app.c:14464)\n"
@@ -170,8 +170,8 @@ TEST_F(DeregisterMisuse, OfAnObjectAsMemoryLeavesTheRecordOfItsTracker) {
 
 TEST_F(DeregisterMisuse, WithAnotherTypeOfObjectNamesBothTypes) {
   Ledger ledger("EXCEPTIONS");
-  enter(ledger.pool, QK_MEM_OBJECT, tracker(), 40);
-  take_out(ledger.pool, QK_MEM_OBJECT, &different_);
+  register_ptr(ledger.pool, QK_MEM_OBJECT, tracker(), 40);
+  deregister_ptr(ledger.pool, QK_MEM_OBJECT, &different_);
   EXPECT_EQ(
       ledger.log(),
       "   qk_mem_ideregister: WARNING: deregister of object with invalid typename 'd' at other.c:80000 (allocated as 'i' at app.c:14464)\n");
@@ -181,8 +181,8 @@ TEST_F(DeregisterMisuse, WithAnotherTypeOfObjectNamesBothTypes) {
 
 TEST_F(DeregisterMisuse, WithAnotherTypeOfArrayNamesBothTypes) {
   Ledger ledger("EXCEPTIONS");
-  enter(ledger.pool, QK_MEM_ARRAY, tracker(typeid(std::type_info)), 40);
-  take_out(ledger.pool, QK_MEM_ARRAY, &different_);
+  register_ptr(ledger.pool, QK_MEM_ARRAY, tracker(typeid(std::type_info)), 40);
+  deregister_ptr(ledger.pool, QK_MEM_ARRAY, &different_);
   EXPECT_EQ(
       ledger.log(),
       "   qk_mem_ideregister: WARNING: deregister of array with different typename 'd' at other.c:80000 (allocated as 'St9type_info' at app.c:14464)\n");
@@ -201,34 +201,34 @@ TEST_F(DeregisterMisuse, AsSomethingElseAndWithAnotherTypeWarnsOfBoth) {
   };
   Ledger ledger("EXCEPTIONS");
   for (const auto& row : kRows) {
-    enter(ledger.pool, row.registered, tracker(), 40);
+    register_ptr(ledger.pool, row.registered, tracker(), 40);
     ledger.turn_page();
-    take_out(ledger.pool, row.deregistered, &different_);
+    deregister_ptr(ledger.pool, row.deregistered, &different_);
     EXPECT_EQ(ledger.log(), std::string(kMismatched) + row.second);
   }
 }
 
 TEST_F(DeregisterMisuse, ComparesNoTypesWithWhatHasNoTracker) {
   Ledger ledger("EXCEPTIONS");
-  enter(ledger.pool, QK_MEM_EXTERNAL, at(0x5000), 40);
-  take_out(ledger.pool, QK_MEM_OBJECT, &different_);
+  register_ptr(ledger.pool, QK_MEM_EXTERNAL, at(0x5000), 40);
+  deregister_ptr(ledger.pool, QK_MEM_OBJECT, &different_);
   EXPECT_EQ(ledger.log(), kMismatched);
-  EXPECT_EQ(story_, "") << "the tracker that names it is its caller's";
+  EXPECT_EQ(story_, "") << "the tracker that names it stays the caller's";
 }
 
 TEST_F(DeregisterMisuse, ComparesNoTypesWhereNoTrackerIsPassed) {
   Ledger ledger("EXCEPTIONS");
-  enter(ledger.pool, QK_MEM_OBJECT, tracker(typeid(double)), 40);
-  take_out(ledger.pool, QK_MEM_EXTERNAL, at(0x5000));
+  register_ptr(ledger.pool, QK_MEM_OBJECT, tracker(typeid(double)), 40);
+  deregister_ptr(ledger.pool, QK_MEM_EXTERNAL, at(0x5000));
   EXPECT_EQ(ledger.log(), kMismatched);
 }
 
 TEST_F(DeregisterMisuse, HasNoWarningForVoid) {
   Ledger ledger("");
-  enter(ledger.pool, QK_MEM_OBJECT, tracker(typeid(void)), 40);
+  register_ptr(ledger.pool, QK_MEM_OBJECT, tracker(typeid(void)), 40);
   ToldTracker of_void("named", at(0x5000), story_, typeid(void));
   ledger.configure("EXCEPTIONS");
-  take_out(ledger.pool, QK_MEM_OBJECT, &of_void);
+  deregister_ptr(ledger.pool, QK_MEM_OBJECT, &of_void);
   EXPECT_EQ(ledger.log(), "");
 }
 
@@ -236,7 +236,7 @@ TEST_F(DeregisterMisuse, IsNoneForAllocatedMemoryOfAnyKind) {
   Ledger ledger("EXCEPTIONS");
   void* const memory = qk_mem_imalloc(ledger.pool, 10, 16, "src/app.c", 12);
   ToldTracker of_memory("named", memory, story_);
-  take_out(ledger.pool, QK_MEM_ARRAY, &of_memory);
+  deregister_ptr(ledger.pool, QK_MEM_ARRAY, &of_memory);
   EXPECT_EQ(ledger.log(), "");
   EXPECT_EQ(ledger.books(), "handle 0 for 0, tag 0 for 0, events 2");
   std::free(memory);
@@ -245,9 +245,9 @@ TEST_F(DeregisterMisuse, IsNoneForAllocatedMemoryOfAnyKind) {
 TEST_F(DeregisterMisuse, OfATrackerWithoutARecordIsWarnedAboutWhereTheObjectHasOne) {
   Ledger ledger("EXCEPTIONS");
   ToldTracker* const own = tracker();
-  enter(ledger.pool, QK_MEM_OBJECT, own, 40);
+  register_ptr(ledger.pool, QK_MEM_OBJECT, own, 40);
   qk_mem_free_ptr(&ledger.pool.record(), qk_mem_get_ptr(&ledger.pool.record(), own));
-  take_out(ledger.pool, QK_MEM_OBJECT, &same_);
+  deregister_ptr(ledger.pool, QK_MEM_OBJECT, &same_);
   EXPECT_EQ(ledger.log(), "   qk_mem_tracker: WARNING:   3 [p1] ptr not found at other.c:80000\n");
   EXPECT_EQ(ledger.record(at(0x5000)), "none");
   EXPECT_EQ(story_, "tracker ends\n");
@@ -258,10 +258,10 @@ TEST_F(DeregisterMisuse, IsSilentUnderOtherSwitches) {
        {"SUMMARY TRACE", "EXCEPTIONS='not qk_iregister,qk_ideregister'", "DEBUG=qk_iregister"}) {
     Ledger ledger("EXCEPTIONS");
     const Pool pool;
-    enter(pool, QK_MEM_OBJECT, tracker(), 40);
+    register_ptr(pool, QK_MEM_OBJECT, tracker(), 40);
     ledger.configure(debug);
-    take_out(pool, QK_MEM_ARRAY, &different_);
-    take_out(pool, QK_MEM_ARRAY, &different_);
+    deregister_ptr(pool, QK_MEM_ARRAY, &different_);
+    deregister_ptr(pool, QK_MEM_ARRAY, &different_);
     EXPECT_EQ(ledger.log("qk_mem_ideregister"), "") << debug;
   }
 }

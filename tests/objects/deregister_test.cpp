@@ -21,19 +21,19 @@ using kit::Scene;
 using kit::ToldTracker;
 using std::string_literals::operator""s;
 
-/** Enters something at app.c:12. */
-void enter(int hid, int type, void* ptr, std::size_t size) {
+/** Registers something at app.c:12. */
+void register_ptr(int hid, int type, void* ptr, std::size_t size) {
   qk_mem_iregister(hid, type, ptr, nullptr, size, "src/app.c", 12);
 }
 
-/** Takes something out at other.c:80000. */
-void take_out(int hid, int type, void* ptr) {
+/** Deregisters something at other.c:80000. */
+void deregister_ptr(int hid, int type, void* ptr) {
   qk_mem_ideregister(hid, type, ptr, "lib/other.c", 80000);
 }
 
 class Deregister : public ::testing::Test {
  protected:
-  /** A tracker of 0x5000 that belongs to whom it is registered with. */
+  /** A tracker of 0x5000, owned by the handle that it is registered on. */
   ToldTracker* tracker(const std::type_info& type = typeid(int)) {
     return new ToldTracker("tracker", at(0x5000), story_, type);
   }
@@ -46,9 +46,9 @@ class Deregister : public ::testing::Test {
 
 TEST_F(Deregister, TakesExternalMemoryOutUnderTheByteZero) {
   Ledger ledger(Environment{"DEBUG", "DB", ""});
-  enter(ledger.pool, QK_MEM_EXTERNAL, at(0x5000), 100);
+  register_ptr(ledger.pool, QK_MEM_EXTERNAL, at(0x5000), 100);
   ledger.turn_page();
-  take_out(ledger.pool, QK_MEM_EXTERNAL, at(0x5000));
+  deregister_ptr(ledger.pool, QK_MEM_EXTERNAL, at(0x5000));
   EXPECT_EQ(ledger.log(),
             "   qk_mem_ideregister:          3 [p1] \0 other.c:80000; X 100 app.c:12\n"s);
   EXPECT_EQ(ledger.trace(), "3 \0 [p1] 1 100 other.c 80000 -100\n"s);
@@ -58,9 +58,9 @@ TEST_F(Deregister, TakesExternalMemoryOutUnderTheByteZero) {
 
 TEST_F(Deregister, TakesAnObjectOutUnderTheByteOneAndItsTrackerWithIt) {
   Ledger ledger(Environment{"DEBUG", "DB", ""});
-  enter(ledger.pool, QK_MEM_OBJECT, tracker(), 40);
+  register_ptr(ledger.pool, QK_MEM_OBJECT, tracker(), 40);
   ledger.turn_page();
-  take_out(ledger.pool, QK_MEM_OBJECT, &same_);
+  deregister_ptr(ledger.pool, QK_MEM_OBJECT, &same_);
   EXPECT_EQ(ledger.log(),
             "   qk_mem_ideregister:          3 [p1] \x01 other.c:80000; W 40 app.c:12\n"
             "   qk_mem_tracker:   3 [p2] E other.c:80000; T 16 app.c:12\n");
@@ -74,9 +74,9 @@ TEST_F(Deregister, TakesAnObjectOutUnderTheByteOneAndItsTrackerWithIt) {
 
 TEST_F(Deregister, TakesAnArrayOutUnderTheByteTwoAndItsTrackerUnderE) {
   Ledger ledger(Environment{"DEBUG", "DB", ""});
-  enter(ledger.pool, QK_MEM_ARRAY, tracker(), 40);
+  register_ptr(ledger.pool, QK_MEM_ARRAY, tracker(), 40);
   ledger.turn_page();
-  take_out(ledger.pool, QK_MEM_ARRAY, &same_);
+  deregister_ptr(ledger.pool, QK_MEM_ARRAY, &same_);
   EXPECT_EQ(ledger.log(),
             "   qk_mem_ideregister:          3 [p1] \x02 other.c:80000; J 1/40 app.c:12\n"
             "   qk_mem_tracker:   3 [p2] E other.c:80000; T 16 app.c:12\n");
@@ -88,9 +88,9 @@ TEST_F(Deregister, TakesAnArrayOutUnderTheByteTwoAndItsTrackerUnderE) {
 
 TEST_F(Deregister, WritesTheByteItselfAndGoesOnBehindIt) {
   Ledger ledger(Environment{"DEBUG", "HEAPSIZE DB", ""});
-  enter(ledger.pool, QK_MEM_EXTERNAL, at(0x5000), 100);
+  register_ptr(ledger.pool, QK_MEM_EXTERNAL, at(0x5000), 100);
   ledger.turn_page();
-  take_out(ledger.pool, QK_MEM_EXTERNAL, at(0x5000));
+  deregister_ptr(ledger.pool, QK_MEM_EXTERNAL, at(0x5000));
   std::fflush(nullptr);
   const std::string log = kit::contents("qkmem.log");
   EXPECT_NE(log.find("[0000000000005000] \0 other.c:80000; X 100 app.c:12 ("s), std::string::npos);
@@ -104,8 +104,8 @@ TEST_F(Deregister, WritesTheByteItselfAndGoesOnBehindIt) {
 TEST_F(Deregister, CanNameAnObjectByItsOwnTracker) {
   Ledger ledger("EXCEPTIONS");
   ToldTracker* const own = tracker();
-  enter(ledger.pool, QK_MEM_OBJECT, own, 40);
-  take_out(ledger.pool, QK_MEM_OBJECT, own);
+  register_ptr(ledger.pool, QK_MEM_OBJECT, own, 40);
+  deregister_ptr(ledger.pool, QK_MEM_OBJECT, own);
   EXPECT_EQ(ledger.log(), "");
   EXPECT_EQ(story_, "tracker ends\n");
 }
@@ -113,29 +113,29 @@ TEST_F(Deregister, CanNameAnObjectByItsOwnTracker) {
 TEST_F(Deregister, CountsTheTrackerOffAsData) {
   Ledger ledger("");
   const std::string overhead = kit::overhead_of(ledger.pool);
-  enter(ledger.pool, QK_MEM_OBJECT, tracker(), 40);
-  take_out(ledger.pool, QK_MEM_OBJECT, &same_);
+  register_ptr(ledger.pool, QK_MEM_OBJECT, tracker(), 40);
+  deregister_ptr(ledger.pool, QK_MEM_OBJECT, &same_);
   EXPECT_EQ(ledger.books(), "handle 4294967295 for 0, tag 4294967295 for 0, events 4");
   EXPECT_EQ(overhead, "9 for " + std::to_string(8 * 16 * 48 + sizeof(qk_mem_handle)));
   EXPECT_EQ(kit::overhead_of(ledger.pool),
             "10 for " + std::to_string(8 * 16 * 48 + sizeof(qk_mem_handle)))
-      << "the bytes go, the number stays";
+      << "the bytes are subtracted, the quantity isn't";
 }
 
 TEST_F(Deregister, LeavesTheObjectToItsOwner) {
   Ledger ledger("");
   auto* const number = new int(42);
   auto* const own = new ToldTracker("tracker", number, story_);
-  enter(ledger.pool, QK_MEM_OBJECT, own, sizeof(int));
-  take_out(ledger.pool, QK_MEM_OBJECT, own);
+  register_ptr(ledger.pool, QK_MEM_OBJECT, own, sizeof(int));
+  deregister_ptr(ledger.pool, QK_MEM_OBJECT, own);
   EXPECT_EQ(*number, 42);
   delete number;
 }
 
 TEST_F(Deregister, IsFollowedByTheReportUnderCtrlblks) {
   Ledger ledger(Environment{"CTRLBLKS=qk_ideregister", "", "OPTIONS=POINTERS"});
-  enter(ledger.pool, QK_MEM_EXTERNAL, at(0x5000), 100);
-  take_out(ledger.pool, QK_MEM_EXTERNAL, at(0x5000));
+  register_ptr(ledger.pool, QK_MEM_EXTERNAL, at(0x5000), 100);
+  deregister_ptr(ledger.pool, QK_MEM_EXTERNAL, at(0x5000));
   EXPECT_EQ(ledger.log(),
             "\n"
             "    Hndl Tg          Address Typ Qty     Size    Total     Seq Location\n"
@@ -149,11 +149,11 @@ TEST_F(Deregister, IsFollowedByTheReportUnderCtrlblks) {
 
 TEST_F(Deregister, OfWhatStandsTwiceTakesTheLatestAndThenTheOther) {
   Ledger ledger("");
-  enter(ledger.pool, QK_MEM_EXTERNAL, at(0x5000), 100);
-  enter(ledger.pool, QK_MEM_EXTERNAL, at(0x5000), 30);
-  take_out(ledger.pool, QK_MEM_EXTERNAL, at(0x5000));
+  register_ptr(ledger.pool, QK_MEM_EXTERNAL, at(0x5000), 100);
+  register_ptr(ledger.pool, QK_MEM_EXTERNAL, at(0x5000), 30);
+  deregister_ptr(ledger.pool, QK_MEM_EXTERNAL, at(0x5000));
   EXPECT_EQ(ledger.books(), "handle 1 for 100, tag 1 for 100, events 3");
-  take_out(ledger.pool, QK_MEM_EXTERNAL, at(0x5000));
+  deregister_ptr(ledger.pool, QK_MEM_EXTERNAL, at(0x5000));
   EXPECT_EQ(ledger.books(), "handle 0 for 0, tag 0 for 0, events 4");
 }
 
@@ -161,10 +161,10 @@ TEST_F(Deregister, OfAllocatedMemoryTakesItOutWithoutFreeingIt) {
   Ledger ledger(Environment{"DEBUG", "DB", ""});
   void* const memory = qk_mem_icalloc(ledger.pool, 2, 10, 16, "src/app.c", 12);
   ledger.turn_page();
-  take_out(ledger.pool, QK_MEM_EXTERNAL, memory);
+  deregister_ptr(ledger.pool, QK_MEM_EXTERNAL, memory);
   EXPECT_EQ(ledger.log(),
             "   qk_mem_ideregister:          3 [p1] \0 other.c:80000; C 10 app.c:12\n"s)
-      << "of kinds other than J the size alone";
+      << "kinds other than J show the size alone";
   EXPECT_EQ(ledger.trace(), "3 \0 [p1] 2 10 other.c 80000 -20\n"s);
   EXPECT_EQ(ledger.books(), "handle 0 for 0, tag 0 for 0, events 1");
   std::free(memory);
@@ -172,7 +172,7 @@ TEST_F(Deregister, OfAllocatedMemoryTakesItOutWithoutFreeingIt) {
 
 TEST_F(Deregister, OnNoHandleLeavesACode) {
   Ledger ledger("DEBUG");
-  take_out(99, QK_MEM_OBJECT, &same_);
+  deregister_ptr(99, QK_MEM_OBJECT, &same_);
   EXPECT_EQ(ledger.log(), "   qk_mem_ideregister: ERROR: invalid hid 99 at other.c:80000\n");
   EXPECT_EQ(qk_mem_error(), 5566);
 }
@@ -180,7 +180,7 @@ TEST_F(Deregister, OnNoHandleLeavesACode) {
 TEST_F(Deregister, OnTheDataHandleDoesNothingWhileNothingIsConfigured) {
   Scene scene("");
   qk_mem_init();
-  take_out(QK_MEM_DATA_HANDLE, QK_MEM_OBJECT, &of_nothing_);
+  deregister_ptr(QK_MEM_DATA_HANDLE, QK_MEM_OBJECT, &of_nothing_);
   EXPECT_EQ(qk_mem_error(), 0);
   EXPECT_EQ(kit::contents("qkmem.log"), "");
 }
@@ -188,17 +188,17 @@ TEST_F(Deregister, OnTheDataHandleDoesNothingWhileNothingIsConfigured) {
 TEST_F(Deregister, OnTheDataHandleOnlyWarnsWhereItWasConfiguredAfterTheStart) {
   Ledger ledger("");
   ledger.configure("EXCEPTIONS");
-  take_out(QK_MEM_DATA_HANDLE, QK_MEM_EXTERNAL, at(0x5000));
+  deregister_ptr(QK_MEM_DATA_HANDLE, QK_MEM_EXTERNAL, at(0x5000));
   EXPECT_EQ(ledger.log(),
             "   qk_mem_ideregister: WARNING:   2 [p1] ptr not found at other.c:80000\n");
 }
 
 TEST_F(Deregister, OnABlockManagedHandleLowersWhatItIsChargedFor) {
   Ledger ledger(Environment{"EXCEPTIONS", "DB", ""}, "BLOCKMGMT BLOCKSIZE=64");
-  enter(ledger.pool, QK_MEM_EXTERNAL, at(0x5000), 100);
+  register_ptr(ledger.pool, QK_MEM_EXTERNAL, at(0x5000), 100);
   EXPECT_EQ(kit::tag_of("AB"), "2 for 196") << "96 of them are the block's";
   ledger.turn_page();
-  take_out(ledger.pool, QK_MEM_EXTERNAL, at(0x5000));
+  deregister_ptr(ledger.pool, QK_MEM_EXTERNAL, at(0x5000));
   EXPECT_EQ(ledger.trace(), "3 \0 [p1] 1 100 other.c 80000 -100\n"s);
   EXPECT_EQ(ledger.books(), "handle 1 for 96, tag 1 for 96, events 1");
 }

@@ -24,13 +24,13 @@ using kit::Pool;
 using kit::Scene;
 using kit::ToldTracker;
 
-/** Enters something at app.c:12. */
-void enter(int hid, int type, void* ptr, std::size_t size) {
+/** Registers something at app.c:12. */
+void register_ptr(int hid, int type, void* ptr, std::size_t size) {
   qk_mem_iregister(hid, type, ptr, nullptr, size, "src/app.c", 12);
 }
 
-void enter(int hid, int type, qk::MemTracker& tracker, std::size_t size) {
-  enter(hid, type, &tracker, size);
+void register_ptr(int hid, int type, qk::MemTracker& tracker, std::size_t size) {
+  register_ptr(hid, type, &tracker, size);
 }
 
 /** Overhead of a ledger's handle: its eight arrays, its own record, and trackers. */
@@ -39,7 +39,7 @@ std::string own_and_trackers(std::size_t number) {
   return std::to_string(9 + number) + " for " + std::to_string(bytes);
 }
 
-/** What there is to register. */
+/** Trackers to register. */
 class Register : public ::testing::Test {
  protected:
   std::string story_;
@@ -51,7 +51,7 @@ class Register : public ::testing::Test {
 
 TEST_F(Register, RecordsExternalMemory) {
   Ledger ledger(Environment{"DEBUG", "DB", ""});
-  enter(ledger.pool, QK_MEM_EXTERNAL, at(0x5000), 100);
+  register_ptr(ledger.pool, QK_MEM_EXTERNAL, at(0x5000), 100);
   EXPECT_EQ(ledger.log(), "   qk_mem_iregister:      3 [p1] X 100 app.c:12\n");
   EXPECT_EQ(ledger.trace(), "3 X [p1] 1 100 app.c 12 100\n");
   EXPECT_EQ(ledger.record(at(0x5000)), "X 1/100 app.c:12 event 1");
@@ -61,7 +61,7 @@ TEST_F(Register, RecordsExternalMemory) {
 
 TEST_F(Register, RecordsAnObjectAndItsTracker) {
   Ledger ledger(Environment{"DEBUG", "DB", ""});
-  enter(ledger.pool, QK_MEM_OBJECT, tracker_, 40);
+  register_ptr(ledger.pool, QK_MEM_OBJECT, tracker_, 40);
   EXPECT_EQ(ledger.log(),
             "   qk_mem_iregister:      3 [p1] W 40 app.c:12\n"
             "   qk_mem_tracker:        3 [p2] T 16 app.c:12\n");
@@ -76,7 +76,7 @@ TEST_F(Register, RecordsAnObjectAndItsTracker) {
 
 TEST_F(Register, RecordsAnArrayAsOneElementOfAllItsBytes) {
   Ledger ledger(Environment{"DEBUG", "DB", ""});
-  enter(ledger.pool, QK_MEM_ARRAY, tracker_, 40);
+  register_ptr(ledger.pool, QK_MEM_ARRAY, tracker_, 40);
   EXPECT_EQ(ledger.log(),
             "   qk_mem_iregister:      3 [p1] J 1/40 app.c:12\n"
             "   qk_mem_tracker:        3 [p2] T 16 app.c:12\n");
@@ -90,8 +90,8 @@ TEST_F(Register, RecordsAnArrayAsOneElementOfAllItsBytes) {
 
 TEST_F(Register, KeepsTheTrackerInTheRecordOfItsObjectOnly) {
   Ledger ledger("");
-  enter(ledger.pool, QK_MEM_OBJECT, tracker_, 40);
-  enter(ledger.pool, QK_MEM_EXTERNAL, at(0x6000), 40);
+  register_ptr(ledger.pool, QK_MEM_OBJECT, tracker_, 40);
+  register_ptr(ledger.pool, QK_MEM_EXTERNAL, at(0x6000), 40);
   EXPECT_EQ(qk_mem_get_ptr(&ledger.pool.record(), at(0x5000))->tracker, &tracker_);
   EXPECT_EQ(qk_mem_get_ptr(&ledger.pool.record(), &tracker_)->tracker, nullptr);
   EXPECT_EQ(qk_mem_get_ptr(&ledger.pool.record(), at(0x6000))->tracker, nullptr);
@@ -101,13 +101,13 @@ TEST_F(Register, KeepsTheTrackerInTheRecordOfItsObjectOnly) {
 TEST_F(Register, MarksItsHandle) {
   Ledger ledger("");
   EXPECT_EQ(ledger.pool.record().registered, 0);
-  enter(ledger.pool, QK_MEM_EXTERNAL, at(0x5000), 100);
+  register_ptr(ledger.pool, QK_MEM_EXTERNAL, at(0x5000), 100);
   EXPECT_EQ(ledger.pool.record().registered, 1);
 }
 
 TEST_F(Register, IsLoggedWithTheHeapWhereThatIsAskedFor) {
   Ledger ledger(Environment{"DEBUG", "HEAPSIZE", ""});
-  enter(ledger.pool, QK_MEM_ARRAY, tracker_, 40);
+  register_ptr(ledger.pool, QK_MEM_ARRAY, tracker_, 40);
   EXPECT_EQ(ledger.log(),
             "   qk_mem_iregister:      3 [p1] J 1/40 app.c:12 (heap change)\n"
             "   qk_mem_tracker:        3 [p2] T 16 app.c:12 (heap change)\n");
@@ -133,7 +133,7 @@ TEST_F(Register, IgnoresItsFourthArgument) {
 
 TEST_F(Register, IsFollowedByTheReportUnderCtrlblks) {
   Ledger ledger(Environment{"CTRLBLKS=qk_iregister", "", "OPTIONS=POINTERS"});
-  enter(ledger.pool, QK_MEM_EXTERNAL, at(0x5000), 100);
+  register_ptr(ledger.pool, QK_MEM_EXTERNAL, at(0x5000), 100);
   EXPECT_EQ(ledger.log(),
             "\n"
             "    Hndl Tg          Address Typ Qty     Size    Total     Seq Location\n"
@@ -180,14 +180,14 @@ TEST_F(Register, WarnsOfMisuse) {
   for (const Misuse& row : rows) {
     const Pool pool;
     ledger.turn_page();
-    enter(pool, row.type, row.ptr, row.size);
+    register_ptr(pool, row.type, row.ptr, row.size);
     EXPECT_EQ(ledger.log(), row.log) << row.what;
   }
 }
 
 TEST_F(Register, GoesOnAfterAWarning) {
   Ledger ledger(Environment{"DEBUG", "DB", ""});
-  enter(ledger.pool, QK_MEM_OBJECT, of_void_, 0);
+  register_ptr(ledger.pool, QK_MEM_OBJECT, of_void_, 0);
   EXPECT_EQ(ledger.log(),
             "   qk_mem_iregister: WARNING: register of 0 at app.c:12\n"
             "   qk_mem_iregister: WARNING: register of void object at app.c:12\n"
@@ -201,9 +201,9 @@ TEST_F(Register, GoesOnAfterAWarning) {
 
 TEST_F(Register, OfNullRecordsNothing) {
   Ledger ledger("DEBUG");
-  enter(ledger.pool, QK_MEM_EXTERNAL, nullptr, 9);
-  enter(ledger.pool, QK_MEM_OBJECT, of_nothing_, 9);
-  enter(ledger.pool, QK_MEM_ARRAY, nullptr, 9);
+  register_ptr(ledger.pool, QK_MEM_EXTERNAL, nullptr, 9);
+  register_ptr(ledger.pool, QK_MEM_OBJECT, of_nothing_, 9);
+  register_ptr(ledger.pool, QK_MEM_ARRAY, nullptr, 9);
   EXPECT_EQ(ledger.books(), "handle 0 for 0, tag 0 for 0, events 0");
   EXPECT_EQ(overhead_of(ledger.pool), own_and_trackers(0));
   EXPECT_EQ(ledger.pool.record().registered, 0);
@@ -212,7 +212,7 @@ TEST_F(Register, OfNullRecordsNothing) {
 
 TEST_F(Register, OfWhatIsRecordedAlreadyWarnsAndRecordsItTwice) {
   Ledger ledger("EXCEPTIONS");
-  enter(ledger.pool, QK_MEM_EXTERNAL, at(0x5000), 100);
+  register_ptr(ledger.pool, QK_MEM_EXTERNAL, at(0x5000), 100);
   qk_mem_iregister(ledger.pool, QK_MEM_OBJECT, &tracker_, nullptr, 40, "src/other.c", 80000);
   EXPECT_EQ(
       ledger.log(),
@@ -223,7 +223,7 @@ TEST_F(Register, OfWhatIsRecordedAlreadyWarnsAndRecordsItTwice) {
 TEST_F(Register, OfAllocatedMemoryWarnsAndRecordsItTwice) {
   Ledger ledger("EXCEPTIONS");
   void* memory = qk_mem_imalloc(ledger.pool, 10, 16, "src/other.c", 80000);
-  enter(ledger.pool, QK_MEM_EXTERNAL, memory, 10);
+  register_ptr(ledger.pool, QK_MEM_EXTERNAL, memory, 10);
   EXPECT_EQ(
       ledger.log(),
       "   qk_mem_iregister: WARNING:   3 [p1] ptr already exists at app.c:12 (allocated at other.c:14464)\n");
@@ -232,8 +232,8 @@ TEST_F(Register, OfAllocatedMemoryWarnsAndRecordsItTwice) {
 
 TEST_F(Register, WarnsOfWhatWasRegisteredAsVoidAlsoWhenItExists) {
   Ledger ledger("EXCEPTIONS");
-  enter(ledger.pool, QK_MEM_EXTERNAL, at(0x5000), 100);
-  enter(ledger.pool, QK_MEM_ARRAY, of_void_, 0);
+  register_ptr(ledger.pool, QK_MEM_EXTERNAL, at(0x5000), 100);
+  register_ptr(ledger.pool, QK_MEM_ARRAY, of_void_, 0);
   EXPECT_EQ(
       ledger.log(),
       "   qk_mem_iregister: WARNING: register of 0 at app.c:12\n"
@@ -244,14 +244,14 @@ TEST_F(Register, WarnsOfWhatWasRegisteredAsVoidAlsoWhenItExists) {
 TEST_F(Register, LeavesTheSameAddressOfAnotherHandleAlone) {
   Ledger ledger("EXCEPTIONS");
   const Pool other;
-  enter(other, QK_MEM_EXTERNAL, at(0x5000), 100);
-  enter(ledger.pool, QK_MEM_EXTERNAL, at(0x5000), 100);
+  register_ptr(other, QK_MEM_EXTERNAL, at(0x5000), 100);
+  register_ptr(ledger.pool, QK_MEM_EXTERNAL, at(0x5000), 100);
   EXPECT_EQ(ledger.log(), "");
 }
 
 TEST_F(Register, OnNoHandleLeavesACode) {
   Ledger ledger("DEBUG");
-  enter(99, QK_MEM_OBJECT, tracker_, 40);
+  register_ptr(99, QK_MEM_OBJECT, tracker_, 40);
   EXPECT_EQ(ledger.log(), "   qk_mem_iregister: ERROR: invalid hid 99 at app.c:12\n");
   EXPECT_EQ(qk_mem_error(), 5566);
 }
@@ -259,7 +259,7 @@ TEST_F(Register, OnNoHandleLeavesACode) {
 TEST_F(Register, OnTheDataHandleDoesNothingWhileNothingIsConfigured) {
   Scene scene("");
   qk_mem_init();
-  enter(QK_MEM_DATA_HANDLE, QK_MEM_OBJECT, tracker_, 40);
+  register_ptr(QK_MEM_DATA_HANDLE, QK_MEM_OBJECT, tracker_, 40);
   EXPECT_EQ(kit::data_of(2), "0 for 0");
   EXPECT_EQ(handle_of(2).registered, 0);
   EXPECT_EQ(qk_mem_is_recorded(2, at(0x5000), "src/app.c", 13), 0);
@@ -267,7 +267,7 @@ TEST_F(Register, OnTheDataHandleDoesNothingWhileNothingIsConfigured) {
 
 TEST_F(Register, OnTheDataHandleRecordsWhereAnythingIsConfigured) {
   Scene scene("TRACE");
-  enter(QK_MEM_DATA_HANDLE, QK_MEM_OBJECT, tracker_, 40);
+  register_ptr(QK_MEM_DATA_HANDLE, QK_MEM_OBJECT, tracker_, 40);
   EXPECT_EQ(kit::data_of(2), "1 for 40");
   EXPECT_EQ(handle_of(2).registered, 1);
 }
@@ -275,7 +275,7 @@ TEST_F(Register, OnTheDataHandleRecordsWhereAnythingIsConfigured) {
 TEST_F(Register, OnTheDataHandleOnlyWarnsWhereItWasConfiguredAfterTheStart) {
   Ledger ledger("");
   ledger.configure("EXCEPTIONS");
-  enter(QK_MEM_DATA_HANDLE, QK_MEM_OBJECT, tracker_, 0);
+  register_ptr(QK_MEM_DATA_HANDLE, QK_MEM_OBJECT, tracker_, 0);
   EXPECT_EQ(ledger.log(), "   qk_mem_iregister: WARNING: register of 0 at app.c:12\n");
   EXPECT_EQ(kit::data_of(2), "0 for 0");
   EXPECT_EQ(handle_of(2).registered, 0);
@@ -286,7 +286,7 @@ TEST_F(Register, ThatFindsNoRoomLeavesTheObjectUnrecorded) {
   kit::fill_arrays(ledger.pool);
   ledger.turn_page();
   kit::fail_request(1);
-  enter(ledger.pool, QK_MEM_OBJECT, tracker_, 40);
+  register_ptr(ledger.pool, QK_MEM_OBJECT, tracker_, 40);
   EXPECT_EQ(
       ledger.log(),
       "   qk_mem_new_ptr: ERROR: realloc of 3840 at app.c:12 of a->ptrs failed: 12 Cannot allocate memory\n");
@@ -296,17 +296,17 @@ TEST_F(Register, ThatFindsNoRoomLeavesTheObjectUnrecorded) {
   EXPECT_EQ(ledger.books(), "handle 0 for 0, tag 0 for 0, events 0");
   EXPECT_EQ(ledger.pool.record().registered, 1);
   EXPECT_EQ(qk_mem_error(), 5012);
-  EXPECT_EQ(story_, "") << "the tracker is the caller's";
+  EXPECT_EQ(story_, "") << "the tracker stays the caller's";
 }
 
 TEST_F(Register, ThatFindsNoRoomForTheTrackerRecordsTheObject) {
   Ledger ledger("EXCEPTIONS");
-  // The object's address belongs to another array than any that this tracker can stand in.
+  // The object's address belongs to another array than the tracker's.
   kit::fill_arrays(ledger.pool);
   const auto index = (reinterpret_cast<std::uintptr_t>(&tracker_) >> 4) & 7;
   tracker_.address = at(0x5000 + 16 * ((index + 1) & 7));
   kit::fail_request(2);
-  enter(ledger.pool, QK_MEM_OBJECT, tracker_, 40);
+  register_ptr(ledger.pool, QK_MEM_OBJECT, tracker_, 40);
   EXPECT_EQ(
       ledger.log(),
       "   qk_mem_new_ptr: ERROR: realloc of 3840 at app.c:12 of a->ptrs failed: 12 Cannot allocate memory\n");
@@ -317,8 +317,8 @@ TEST_F(Register, ThatFindsNoRoomForTheTrackerRecordsTheObject) {
 TEST_F(Register, OnABlockManagedHandleRecordsAndChargesEvenWherePiecesAreNot) {
   Ledger ledger(Environment{"EXCEPTIONS", "DB", ""}, "BLOCKMGMT BLOCKINITIAL=0");
   EXPECT_EQ(ledger.pool.record().track, 0);
-  enter(ledger.pool, QK_MEM_EXTERNAL, at(0x6000), 100);
-  enter(ledger.pool, QK_MEM_OBJECT, tracker_, 40);
+  register_ptr(ledger.pool, QK_MEM_EXTERNAL, at(0x6000), 100);
+  register_ptr(ledger.pool, QK_MEM_OBJECT, tracker_, 40);
   EXPECT_EQ(ledger.trace(),
             "3 X [p1] 1 100 app.c 12 100\n"
             "3 W [p2] 1 40 app.c 12 40\n"
@@ -329,7 +329,7 @@ TEST_F(Register, OnABlockManagedHandleRecordsAndChargesEvenWherePiecesAreNot) {
 
 TEST_F(Register, OnAnOverheadHandleIsDataAllTheSame) {
   Ledger ledger(Environment{}, "OVERHEAD");
-  enter(ledger.pool, QK_MEM_OBJECT, tracker_, 40);
+  register_ptr(ledger.pool, QK_MEM_OBJECT, tracker_, 40);
   EXPECT_EQ(ledger.books(), "handle 1 for 40, tag 1 for 40, events 2");
 }
 

@@ -6,7 +6,7 @@
 #include "tests/kit/ledger.h"
 #include "tests/kit/scene.h"
 
-/** Under which switches registration and deregistration write what. */
+/** What registration and deregistration write under which switches. */
 namespace {
 
 using kit::at;
@@ -16,8 +16,8 @@ bool has(const std::string& text, const std::string& part) {
   return text.find(part) != std::string::npos;
 }
 
-/** Which of its lines a routine has written, and whether the report is among them. */
-std::string shown(const Ledger& ledger, const char* routine) {
+/** Which kinds of lines a routine has written, and whether there is a report. */
+std::string kinds_written(const Ledger& ledger, const char* routine) {
   const std::string lines = ledger.log(routine);
   std::string result;
   if (has(lines, "X 100")) result += "event ";
@@ -26,21 +26,22 @@ std::string shown(const Ledger& ledger, const char* routine) {
   return result;
 }
 
-/** Registers something twice, and takes it out three times. */
-std::string shown_of_registration(Ledger& ledger) {
+/** Registers something twice, which makes an event and a warning. */
+std::string written_by_registration(Ledger& ledger) {
   ledger.turn_page();
   for (int i = 0; i < 2; ++i) {
     qk_mem_iregister(ledger.pool, QK_MEM_EXTERNAL, at(0x5000), nullptr, 100, "app.c", 1);
   }
-  return shown(ledger, "qk_mem_iregister");
+  return kinds_written(ledger, "qk_mem_iregister");
 }
 
-std::string shown_of_deregistration(Ledger& ledger) {
+/** Deregisters it three times, which makes events and a warning. */
+std::string written_by_deregistration(Ledger& ledger) {
   ledger.turn_page();
   for (int i = 0; i < 3; ++i) {
     qk_mem_ideregister(ledger.pool, QK_MEM_EXTERNAL, at(0x5000), "app.c", 2);
   }
-  return shown(ledger, "qk_mem_ideregister");
+  return kinds_written(ledger, "qk_mem_ideregister");
 }
 
 TEST(Switches, AreObeyedByRegistrationAndDeregistration) {
@@ -65,14 +66,14 @@ TEST(Switches, AreObeyedByRegistrationAndDeregistration) {
       {"EXCEPTIONS='not qk_iregister'", "", "warning "},
       {"EXCEPTIONS='not qk_ideregister'", "warning ", ""},
       {"DEBUG TRACE='not qk_iregister'", "event ", "event warning "},
-      // Of an unknown pointer the second warning doesn't ask whether the routine is on.
+      // The second warning of an unknown pointer is written even if the routine is off.
       {"DEBUG TRACE='not qk_ideregister'", "event warning ", "event warning "},
   };
   Ledger ledger("EXCEPTIONS");
   for (const auto& row : rows) {
     ledger.configure(row.debug);
-    EXPECT_EQ(shown_of_registration(ledger), row.registration) << row.debug;
-    EXPECT_EQ(shown_of_deregistration(ledger), row.deregistration) << row.debug;
+    EXPECT_EQ(written_by_registration(ledger), row.registration) << row.debug;
+    EXPECT_EQ(written_by_deregistration(ledger), row.deregistration) << row.debug;
   }
 }
 

@@ -26,42 +26,42 @@ constexpr const char* kLast = "POSITION=LAST";
 
 int to_parent = -1;
 
-void say(const char* text) {
+void report(const char* text) {
   if (write(to_parent, text, std::char_traits<char>::length(text)) < 0) _exit(99);
 }
 
-/** Handler that says its letter and what it got. */
+/** A handler that reports its letter and the number that it receives. */
 template <char kLetter>
-void says(int signal_number) {
+void reports(int signal_number) {
   char text[16];
   std::snprintf(text, sizeof text, "%c%d ", kLetter, signal_number);
-  say(text);
+  report(text);
 }
 
 void add(qk_exit_handler handler, const char* options = "") {
-  if (qk_atexit(handler, "handler", "test", options, nullptr) != 0) say("refused ");
+  if (qk_atexit(handler, "handler", "test", options, nullptr) != 0) report("refused ");
 }
 
-/** A fault that no sanitizer and no optimiser sees coming. */
+/** A fault that neither sanitizers nor the optimiser foresee. */
 void crash() {
   void* const forbidden = mmap(nullptr, 4096, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
   *static_cast<volatile char*>(forbidden) = 1;
 }
 
-/** False under the thread sanitizer: it holds back every signal while the handler of one runs. */
+/** False under the thread sanitizer, which delays every signal while a signal handler runs. */
 bool signals_nest() {
-  static volatile std::sig_atomic_t came = 0;
-  static volatile std::sig_atomic_t came_inside = 0;
-  came = 0;
-  std::signal(SIGUSR2, [](int) { came = 1; });
+  static volatile std::sig_atomic_t handled = 0;
+  static volatile std::sig_atomic_t handled_inside = 0;
+  handled = 0;
+  std::signal(SIGUSR2, [](int) { handled = 1; });
   std::signal(SIGUSR1, [](int) {
     raise(SIGUSR2);
-    came_inside = came;
+    handled_inside = handled;
   });
   raise(SIGUSR1);
   std::signal(SIGUSR1, SIG_DFL);
   std::signal(SIGUSR2, SIG_DFL);
-  return came_inside != 0;
+  return handled_inside != 0;
 }
 
 std::string ending(int wait_status) {
@@ -69,7 +69,7 @@ std::string ending(int wait_status) {
   return "exit " + std::to_string(WEXITSTATUS(wait_status));
 }
 
-/** Runs `body` and then exit(0) in a process of its own: what that said, and how it ended. */
+/** Runs `body` and exit(0) in a child process. Returns what it reported and how it ended. */
 template <class Body>
 std::string process(Body body) {
   std::array<int, 2> ends{};
@@ -85,39 +85,39 @@ std::string process(Body body) {
     std::exit(0);
   }
   close(ends[1]);
-  std::string said;
+  std::string output;
   std::array<char, 256> part{};
   for (ssize_t got = 0; (got = read(ends[0], part.data(), part.size())) > 0;) {
-    said.append(part.data(), static_cast<std::size_t>(got));
+    output.append(part.data(), static_cast<std::size_t>(got));
   }
   close(ends[0]);
   int wait_status = 0;
   waitpid(child, &wait_status, 0);
-  return said + ending(wait_status);
+  return output + ending(wait_status);
 }
 
 TEST(ExitHandlers, RunNewestFirstAtNormalTermination) {
   EXPECT_EQ(process([] {
-              add(says<'a'>);
-              add(says<'b'>, "POSITION=FIRST");
-              add(says<'c'>, nullptr);
+              add(reports<'a'>);
+              add(reports<'b'>, "POSITION=FIRST");
+              add(reports<'c'>, nullptr);
             }),
             "c0 b0 a0 exit 0");
 }
 
 TEST(ExitHandlers, ForTheLastPlaceRunBehindAllOthers) {
   EXPECT_EQ(process([] {
-              add(says<'a'>, kLast);
-              add(says<'b'>);
-              add(says<'c'>, "position='last'");
-              add(says<'d'>);
+              add(reports<'a'>, kLast);
+              add(reports<'b'>);
+              add(reports<'c'>, "position='last'");
+              add(reports<'d'>);
             }),
             "d0 b0 c0 a0 exit 0");
 }
 
 TEST(ExitHandlers, LeaveTheExitCodeAlone) {
   EXPECT_EQ(process([] {
-              add(says<'a'>);
+              add(reports<'a'>);
               std::exit(3);
             }),
             "a0 exit 3");
@@ -130,8 +130,8 @@ TEST(ExitHandlers, GetTheSignalThatThenEndsTheProcess) {
       {SIGFPE, "b8 a8 signal 8"}, {SIGSEGV, "b11 a11 signal 11"}, {SIGTERM, "b15 a15 signal 15"}};
   for (const auto& [signal_number, outcome] : cases) {
     EXPECT_EQ(process([number = signal_number] {
-                add(says<'a'>, kLast);
-                add(says<'b'>);
+                add(reports<'a'>, kLast);
+                add(reports<'b'>);
                 raise(number);
               }),
               outcome);
@@ -140,12 +140,12 @@ TEST(ExitHandlers, GetTheSignalThatThenEndsTheProcess) {
 
 TEST(ExitHandlers, RunForAFaultAndForAbort) {
   EXPECT_EQ(process([] {
-              add(says<'a'>);
+              add(reports<'a'>);
               crash();
             }),
             "a11 signal 11");
   EXPECT_EQ(process([] {
-              add(says<'a'>);
+              add(reports<'a'>);
               std::abort();
             }),
             "a6 signal 6");
@@ -153,7 +153,7 @@ TEST(ExitHandlers, RunForAFaultAndForAbort) {
 
 TEST(ExitHandlers, AreNotRunForOtherSignals) {
   EXPECT_EQ(process([] {
-              add(says<'a'>);
+              add(reports<'a'>);
               raise(SIGUSR1);
             }),
             "signal 10");
@@ -162,9 +162,9 @@ TEST(ExitHandlers, AreNotRunForOtherSignals) {
 TEST(ExitHandlers, LeaveSignalsAloneThatTheProgramIgnoresOrTakes) {
   EXPECT_EQ(process([] {
               std::signal(SIGHUP, SIG_IGN);
-              std::signal(SIGINT, [](int) { say("own "); });
-              add(says<'a'>);
-              std::signal(SIGTERM, [](int) { say("later "); });
+              std::signal(SIGINT, [](int) { report("own "); });
+              add(reports<'a'>);
+              std::signal(SIGTERM, [](int) { report("later "); });
               raise(SIGHUP);
               raise(SIGINT);
               raise(SIGTERM);
@@ -174,8 +174,8 @@ TEST(ExitHandlers, LeaveSignalsAloneThatTheProgramIgnoresOrTakes) {
 
 TEST(ExitHandlers, WatchNoSignalBeforeTheFirstIsRegistered) {
   EXPECT_EQ(process([] {
-              if (qk_atexit(nullptr, "", "", "", nullptr) == 0) say("accepted ");
-              if (std::signal(SIGTERM, SIG_DFL) != SIG_DFL) say("watched ");
+              if (qk_atexit(nullptr, "", "", "", nullptr) == 0) report("accepted ");
+              if (std::signal(SIGTERM, SIG_DFL) != SIG_DFL) report("watched ");
             }),
             "exit 0");
 }
@@ -183,10 +183,10 @@ TEST(ExitHandlers, WatchNoSignalBeforeTheFirstIsRegistered) {
 TEST(ExitHandlers, ThatHaveRunDoNotRunAgain) {
   EXPECT_EQ(process([] {
               std::atexit([] {
-                say("later ");
+                report("later ");
                 raise(SIGTERM);
               });
-              add(says<'a'>);
+              add(reports<'a'>);
             }),
             "a0 later signal 15");
 }
@@ -194,10 +194,10 @@ TEST(ExitHandlers, ThatHaveRunDoNotRunAgain) {
 TEST(ExitHandlers, ThatHaveRunGiveTheSignalsBack) {
   EXPECT_EQ(process([] {
               std::atexit([] {
-                if (std::signal(SIGTERM, SIG_DFL) == SIG_DFL) say("default ");
-                if (std::signal(SIGINT, SIG_DFL) == SIG_IGN) say("ignored ");
+                if (std::signal(SIGTERM, SIG_DFL) == SIG_DFL) report("default ");
+                if (std::signal(SIGINT, SIG_DFL) == SIG_IGN) report("ignored ");
               });
-              add(says<'a'>);
+              add(reports<'a'>);
               std::signal(SIGINT, SIG_IGN);
             }),
             "a0 default ignored exit 0");
@@ -205,11 +205,11 @@ TEST(ExitHandlers, ThatHaveRunGiveTheSignalsBack) {
 
 TEST(ExitHandlers, RegisteredByAHandlerRunToo) {
   EXPECT_EQ(process([] {
-              add(says<'a'>, kLast);
+              add(reports<'a'>, kLast);
               add([](int) {
-                say("adds ");
-                add(says<'b'>);
-                add(says<'c'>, kLast);
+                report("adds ");
+                add(reports<'b'>);
+                add(reports<'c'>, kLast);
               });
             }),
             "adds b0 c0 a0 exit 0");
@@ -217,16 +217,16 @@ TEST(ExitHandlers, RegisteredByAHandlerRunToo) {
 
 TEST(ExitHandlers, RegisteredAfterTheOthersRanRunToo) {
   EXPECT_EQ(process([] {
-              std::atexit([] { add(says<'b'>); });
-              add(says<'a'>);
+              std::atexit([] { add(reports<'b'>); });
+              add(reports<'a'>);
             }),
             "a0 b0 exit 0");
   EXPECT_EQ(process([] {
               std::atexit([] {
-                add(says<'b'>);
+                add(reports<'b'>);
                 raise(SIGTERM);
               });
-              add(says<'a'>);
+              add(reports<'a'>);
             }),
             "a0 b15 signal 15");
 }
@@ -234,9 +234,9 @@ TEST(ExitHandlers, RegisteredAfterTheOthersRanRunToo) {
 TEST(ExitHandlers, ThatCrashEndTheProcessByTheFirstSignal) {
   if (!signals_nest()) GTEST_SKIP() << "signals do not interrupt signal handlers here";
   EXPECT_EQ(process([] {
-              add(says<'a'>);
+              add(reports<'a'>);
               add([](int) {
-                say("crashes ");
+                report("crashes ");
                 crash();
               });
               raise(SIGTERM);
@@ -250,7 +250,7 @@ TEST(ExitHandlers, AreGivenUpAtASecondSignalInTheirThread) {
     EXPECT_EQ(process([second] {
                 static std::atomic<int> again;
                 again = second;
-                add(says<'a'>);
+                add(reports<'a'>);
                 add([](int) { raise(again); });
                 raise(SIGTERM);
               }),
@@ -260,7 +260,7 @@ TEST(ExitHandlers, AreGivenUpAtASecondSignalInTheirThread) {
 
 TEST(ExitHandlers, OfNormalTerminationAreGivenUpAtASignal) {
   EXPECT_EQ(process([] {
-              add(says<'a'>);
+              add(reports<'a'>);
               add([](int) { raise(SIGINT); });
             }),
             "signal 2");
@@ -273,7 +273,7 @@ TEST(ExitHandlers, ThatHangAreGivenUpAfterOneAndAHalfSeconds) {
               sigfillset(&all);
               sigdelset(&all, SIGTERM);
               pthread_sigmask(SIG_SETMASK, &all, nullptr);
-              add(says<'a'>);
+              add(reports<'a'>);
               add([](int) {
                 for (;;) pause();
               });
@@ -295,11 +295,11 @@ TEST(ExitHandlers, AreFinishedBeforeASignalOfAnotherThreadCounts) {
                 for (;;) pause();
               }).detach();
               while (!ready) std::this_thread::sleep_for(1ms);
-              add(says<'a'>, kLast);
+              add(reports<'a'>, kLast);
               add([](int) {
                 pthread_kill(other, SIGINT);
                 std::this_thread::sleep_for(100ms);
-                say("finished ");
+                report("finished ");
               });
               raise(SIGTERM);
             }),
@@ -310,7 +310,7 @@ TEST(ExitHandlers, ThatHangAreGivenUpAlsoWhenOtherThreadsWaitForThem) {
   EXPECT_EQ(process([] {
               static std::atomic<pthread_t> main_thread;
               main_thread = pthread_self();
-              add(says<'a'>);
+              add(reports<'a'>);
               add([](int) {
                 pthread_kill(main_thread, SIGINT);
                 for (;;) pause();
@@ -323,11 +323,11 @@ TEST(ExitHandlers, ThatHangAreGivenUpAlsoWhenOtherThreadsWaitForThem) {
 TEST(ExitHandlers, OfASignalAreFinishedWhenAnotherThreadExits) {
   EXPECT_EQ(process([] {
               static std::atomic<bool> started = false;
-              add(says<'a'>);
+              add(reports<'a'>);
               add([](int) {
                 started = true;
                 std::this_thread::sleep_for(100ms);
-                say("finished ");
+                report("finished ");
               });
               std::thread([] { raise(SIGTERM); }).detach();
               while (!started) std::this_thread::sleep_for(1ms);
@@ -337,7 +337,7 @@ TEST(ExitHandlers, OfASignalAreFinishedWhenAnotherThreadExits) {
 
 TEST(ExitHandlers, ThatExitForASignalEndTheProcessByItAllTheSame) {
   EXPECT_EQ(process([] {
-              add(says<'a'>);
+              add(reports<'a'>);
               add([](int) { std::exit(7); });
               raise(SIGTERM);
             }),
@@ -346,12 +346,12 @@ TEST(ExitHandlers, ThatExitForASignalEndTheProcessByItAllTheSame) {
 
 TEST(ExitHandlers, RunInTheChildOfAForkAsInItsParent) {
   EXPECT_EQ(process([] {
-              add(says<'a'>);
+              add(reports<'a'>);
               const pid_t child = fork();
               if (child == 0) raise(SIGTERM);
               int wait_status = 0;
               waitpid(child, &wait_status, 0);
-              say((ending(wait_status) + "; ").c_str());
+              report((ending(wait_status) + "; ").c_str());
             }),
             "a15 signal 15; a0 exit 0");
 }
@@ -363,17 +363,17 @@ TEST(ExitHandlers, NotYetRunServeAChildThatAHandlerForks) {
     if (child == 0) raise(SIGINT);
     int wait_status = 0;
     waitpid(child, &wait_status, 0);
-    say((ending(wait_status) + "; ").c_str());
+    report((ending(wait_status) + "; ").c_str());
   };
   EXPECT_EQ(process([forks] {
-              add(says<'a'>);
+              add(reports<'a'>);
               add(forks);
-              add(says<'c'>);
+              add(reports<'c'>);
               raise(SIGTERM);
             }),
             "c15 a2 signal 2; a15 signal 15");
   EXPECT_EQ(process([forks] {
-              add(says<'a'>);
+              add(reports<'a'>);
               add(forks);
             }),
             "a2 signal 2; a0 exit 0");
@@ -382,7 +382,7 @@ TEST(ExitHandlers, NotYetRunServeAChildThatAHandlerForks) {
 TEST(ExitHandlers, RegisteredByManyThreadsAtOnceAllRunOnce) {
   EXPECT_EQ(process([] {
               static std::atomic<int> runs;
-              add([](int) { say(("ran " + std::to_string(runs) + " times, ").c_str()); }, kLast);
+              add([](int) { report(("ran " + std::to_string(runs) + " times, ").c_str()); }, kLast);
               std::vector<std::thread> threads;
               for (int i = 0; i < 31; ++i) {
                 threads.emplace_back([] { add([](int) { ++runs; }); });
@@ -423,15 +423,15 @@ TEST(ExitHandlers, AreRefusedWithOptionsThatCannotBeRead) {
                         {"POS=LAST", "10041/0/0/f/POS/o"},
                         {"LAST", "10041/0/0/f/LAST/o"},
                         {"POSITION=LAST,FIRST", "10045/0/0/f/LAST,FIRST/o"}};
-  for (const Case& c : cases) EXPECT_EQ(refusal(says<'a'>, "f", "o", c.options), c.outcome);
+  for (const Case& c : cases) EXPECT_EQ(refusal(reports<'a'>, "f", "o", c.options), c.outcome);
   const std::string long_options = "POSITION=LAST" + std::string(244, ' ');
-  EXPECT_EQ(refusal(says<'a'>, "f", "o", long_options.c_str()), "10037/257/256/f/options/o");
+  EXPECT_EQ(refusal(reports<'a'>, "f", "o", long_options.c_str()), "10037/257/256/f/options/o");
 }
 
 TEST(ExitHandlers, TakeOptionsOf256Characters) {
   EXPECT_EQ(process([] {
-              add(says<'a'>, ("POSITION=LAST" + std::string(243, ' ')).c_str());
-              add(says<'b'>);
+              add(reports<'a'>, ("POSITION=LAST" + std::string(243, ' ')).c_str());
+              add(reports<'b'>);
             }),
             "b0 a0 exit 0");
 }
@@ -444,9 +444,9 @@ TEST(ExitHandlers, MustNotBeNull) {
 TEST(ExitHandlers, BeyondThirtyTwoAreRefused) {
   EXPECT_EQ(process([] {
               for (int i = 0; i < 32; ++i) {
-                if (qk_atexit([](int) {}, "f", "o", "", nullptr) != 0) say("refused too early ");
+                if (qk_atexit([](int) {}, "f", "o", "", nullptr) != 0) report("refused too early ");
               }
-              say((refusal(says<'a'>, "f", "o", kLast) + " ").c_str());
+              report((refusal(reports<'a'>, "f", "o", kLast) + " ").c_str());
             }),
             "10050/0/0/f/handler/o exit 0");
 }
@@ -467,8 +467,8 @@ TEST(ExitHandlers, LeaveTheStatusAloneOnSuccess) {
               qk::Status status;
               status.num1 = 5;
               status.code = 7;
-              const int code = qk_atexit(says<'a'>, "f", "o", "", &status);
-              if (code == 0 && status.num1 == 5 && status.code == 7) say("left alone ");
+              const int code = qk_atexit(reports<'a'>, "f", "o", "", &status);
+              if (code == 0 && status.num1 == 5 && status.code == 7) report("left alone ");
             }),
             "left alone a0 exit 0");
 }

@@ -10,7 +10,7 @@
 
 namespace {
 
-/** Numbers of all lengths: every count of bits is as likely as the others. */
+/** Random numbers of all lengths. Every number of bits is equally likely. */
 class Numbers {
  public:
   std::uint64_t next() { return random_() >> (random_() % 64); }

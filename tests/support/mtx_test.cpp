@@ -21,17 +21,17 @@ constinit qk::Mtx constant_initialised;
 static_assert(std::is_trivially_destructible_v<qk::Mtx>);
 static_assert(!std::is_copy_constructible_v<qk::Mtx> && !std::is_copy_assignable_v<qk::Mtx>);
 
-/** What another thread gets when it asks for the lock at once. */
-bool another_thread_gets(qk::Mtx& mtx) {
-  bool gets = false;
+/** Whether another thread's try_lock() succeeds. */
+bool another_thread_can_lock(qk::Mtx& mtx) {
+  bool locked = false;
   std::thread([&] {
-    gets = mtx.try_lock();
-    if (gets) mtx.unlock();
+    locked = mtx.try_lock();
+    if (locked) mtx.unlock();
   }).join();
-  return gets;
+  return locked;
 }
 
-// Stands first: the process must not have had a second thread yet.
+// Comes first: the process must not have had a second thread yet.
 TEST(Mtx, TakenByTheOnlyThreadStillExcludesThreadsStartedLater) {
   if (!__libc_single_threaded) GTEST_SKIP() << "needs a process of its own";
   qk::Mtx mtx;
@@ -49,7 +49,7 @@ TEST(Mtx, TakenByTheOnlyThreadStillExcludesThreadsStartedLater) {
   mtx.unlock();
   other.join();
   EXPECT_TRUE(entered);
-  EXPECT_TRUE(another_thread_gets(mtx));
+  EXPECT_TRUE(another_thread_can_lock(mtx));
 }
 
 TEST(Mtx, MakesCountsOfSeveralThreadsExact) {
@@ -97,13 +97,13 @@ TEST(Mtx, IsFreeForOthersOnlyAfterAsManyUnlocksAsLocks) {
   mtx.lock();
   EXPECT_TRUE(mtx.try_lock());
   mtx.lock();
-  EXPECT_FALSE(another_thread_gets(mtx));
+  EXPECT_FALSE(another_thread_can_lock(mtx));
   mtx.unlock();
-  EXPECT_FALSE(another_thread_gets(mtx));
+  EXPECT_FALSE(another_thread_can_lock(mtx));
   mtx.unlock();
-  EXPECT_FALSE(another_thread_gets(mtx));
+  EXPECT_FALSE(another_thread_can_lock(mtx));
   mtx.unlock();
-  EXPECT_TRUE(another_thread_gets(mtx));
+  EXPECT_TRUE(another_thread_can_lock(mtx));
 }
 
 TEST(Mtx, TellsOnlyItsHolderThatItIsHeld) {

@@ -13,7 +13,7 @@ using qk::kNoValue;
 using qk::kOptionalValue;
 using qk::kRequiredValue;
 
-/** LOG needs a value, DEBUG may have one; HEAPSIZE is known from HEAP on; HEAP from two on. */
+/** LOG needs a value, DEBUG may have one. HEAPSIZE may be cut to HEAP, the AUTO… ones to A. */
 std::vector<qk_option_keyword> table() {
   return {
       {0, "LOG", 0, 0, kRequiredValue, nullptr, 0}, {0, "DEBUG", 0, 0, kOptionalValue, nullptr, 0},
@@ -23,7 +23,7 @@ std::vector<qk_option_keyword> table() {
 
 using Processor = int (*)(char*, qk_option_keyword*, int, qk_option_error*);
 
-/** What a string comes to: "2: LOG=[a b] OFF", or "-: 10041 [WORD]". */
+/** The result for a string: "2: LOG=[a b] OFF", or "-: 10041 [WORD]". */
 std::string outcome(const std::string& options, std::vector<qk_option_keyword> entries = table(),
                     Processor process = qk_process_options) {
   std::vector<char> copy(options.begin(), options.end());
@@ -184,7 +184,7 @@ TEST(Options, AnOffendingWordIsCutTo256Characters) {
 TEST(Options, AKeywordMayFillItsWholeField) {
   std::vector<qk_option_keyword> entries(2);
   std::memset(entries[0].keyword, 'K', sizeof entries[0].keyword);
-  entries[0].abbrev = 255;  // would be read as part of the keyword by a look past the field
+  entries[0].abbrev = 255;  // part of the keyword if it were read past its field
   EXPECT_EQ(outcome(std::string(33, 'k'), entries), "1: " + std::string(33, 'K'));
   EXPECT_EQ(outcome(std::string(34, 'k'), entries), "-: 10041 [" + std::string(34, 'k') + "]");
   EXPECT_EQ(outcome(std::string(32, 'k'), entries), "-: 10041 [" + std::string(32, 'k') + "]");

@@ -9,8 +9,8 @@
 
 namespace {
 
-std::int32_t found_singly(const std::vector<std::uint16_t>& values, std::int32_t from,
-                          std::int32_t end, std::uint16_t value) {
+std::int32_t find_one_by_one(const std::vector<std::uint16_t>& values, std::int32_t from,
+                             std::int32_t end, std::uint16_t value) {
   const auto at = std::find(values.begin() + from, values.begin() + end, value);
   return at == values.begin() + end ? -1 : static_cast<std::int32_t>(at - values.begin());
 }
@@ -36,7 +36,7 @@ TEST(Search, LooksNeitherBeforeNorBehindItsRange) {
     const std::int32_t start = std::max(0, std::min(from, size));
     const auto value = static_cast<std::uint16_t>(random() % 40);
     ASSERT_EQ(qk::find_value(values.data(), start, end, value),
-              found_singly(values, start, end, value));
+              find_one_by_one(values, start, end, value));
   }
 }
 

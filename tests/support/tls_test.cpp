@@ -13,7 +13,7 @@ namespace {
 constinit thread_local bool memory_is_short = false;
 thread_local void (*report_failure)() = nullptr;
 
-/** Operator new fails on this thread as long as the object lives. */
+/** Makes operator new fail on this thread while the object exists. */
 class ShortMemory {
  public:
   explicit ShortMemory(void (*report)() = nullptr) {
@@ -29,7 +29,7 @@ constinit qk::TLS<int> global;
 
 }  // namespace
 
-// Out of line: inlined, the compiler takes them for two families of functions that don't fit.
+// Not inlined, as the compiler would then warn that new and delete don't match.
 [[gnu::noinline]] void* operator new(std::size_t size) {
   if (memory_is_short) {
     if (report_failure != nullptr) report_failure();
@@ -81,10 +81,10 @@ TEST(Tls, KeepsTheValuesOfManyThreadsApart) {
 
 TEST(Tls, PlaceOfAThreadsValueStaysWhenOthersCome) {
   qk::TLS<std::string> value;
-  const std::string* place = value.get();
+  const std::string* address = value.get();
   for (int i = 0; i < 20; ++i) std::thread([&] { value = "of another thread"; }).join();
-  EXPECT_EQ(value.get(), place);
-  EXPECT_EQ(*place, "");
+  EXPECT_EQ(value.get(), address);
+  EXPECT_EQ(*address, "");
 }
 
 TEST(Tls, ObjectsOfOneTypeAreIndependent) {

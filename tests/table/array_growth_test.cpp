@@ -27,12 +27,12 @@ qk_mem_ptr* record(BareHandle& handle, std::uintptr_t address, int line = 5) {
   return qk_mem_new_ptr(handle, at(address), 'M', "src/app.c", line, kCaller);
 }
 
-/** Records as many pointers in array 0, from address `first` on. */
+/** Records `count` pointers in array 0, from address `first` on. */
 void fill(BareHandle& handle, int count, std::uintptr_t first = 0x100) {
   for (int i = 0; i < count; ++i) record(handle, first + static_cast<std::uintptr_t>(i) * 0x80);
 }
 
-/** A process that has started up and whose files show only what comes from here on. */
+/** Starts the library, and skips what log and trace file hold by then. */
 void start(Scene& scene) {
   qk_mem_init();
   scene.skip_log();
@@ -172,7 +172,7 @@ TEST(FailedGrowth, DoesNotCountAnEvent) {
   EXPECT_EQ(Qk_mem_seq, 41U);
 }
 
-/** What is logged when an array of 16 slots can't grow, and the two pointers after that. */
+/** The log of an array of 16 slots that can't grow, and of two more pointers for it. */
 std::string log_of_a_failed_growth(const char* debug) {
   Scene scene(kit::Environment{debug, "HEAPSIZE DB", ""});
   start(scene);

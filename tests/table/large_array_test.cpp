@@ -29,7 +29,7 @@ constexpr int kArray = 3;
 /** Made-up addresses that all belong to one array. */
 void* nth(int i) { return kit::at(0x100030 + static_cast<std::uintptr_t>(i) * 0x80); }
 
-/** A handle of the library's, whose log shows the events of pointer arrays. */
+/** A handle that records made-up addresses. */
 class LargeArray : public testing::Test {
  protected:
   LargeArray() {
@@ -41,7 +41,7 @@ class LargeArray : public testing::Test {
 
   ~LargeArray() override {
     EXPECT_EQ(kit::check_array(handle->ptrs[kArray]), "");
-    // The addresses are nobody's memory.
+    // No memory is at these addresses.
     for (int i = 0; i < recorded; ++i) forget(nth(i));
     qk_mem_idel_handle(hid, "src/app.c", 4);
   }
@@ -58,7 +58,7 @@ class LargeArray : public testing::Test {
     if (qk_mem_ptr* found = qk_mem_get_ptr(handle, address)) qk_mem_free_ptr(handle, found);
   }
 
-  /** The kinds of the handle's own memory, a letter a record, in the order of the arrays. */
+  /** The kinds of the handle's own memory, a letter for each record, in the order of arrays. */
   [[nodiscard]] std::string kinds_of_management() const {
     std::string kinds;
     for (const qk_mem_ptr_array& array : handle->ptrs) {
@@ -87,7 +87,7 @@ TEST_F(LargeArray, IsRecordedAndAccountedForLikeASmallOne) {
   EXPECT_EQ(kinds_of_management(), kinds);
   EXPECT_EQ(handle->overhead_amount, amount + 64 * 48);
   EXPECT_EQ(handle->overhead_qty, qty);
-  EXPECT_EQ(Qk_mem_seq, events + 1) << "the growth; recording by hand counts nothing";
+  EXPECT_EQ(Qk_mem_seq, events + 1) << "the growth; qk_mem_new_ptr() counts no event";
   EXPECT_EQ(own.kind, 'P');
   EXPECT_EQ(own.count, 528U);
   EXPECT_EQ(own.size, 48U);
@@ -171,11 +171,11 @@ TEST_F(LargeArray, ThatCannotGrowAsksOnceAndLosesItsRecords) {
   EXPECT_EQ(record(nth(kBeforeLarge)), nullptr);
   EXPECT_TRUE(kit::has_failed());
   EXPECT_EQ(qk_mem_get_ptr(handle, nth(0)), nullptr);
-  EXPECT_EQ(record(nth(0)), nullptr) << "for good";
+  EXPECT_EQ(record(nth(0)), nullptr) << "permanently";
   recorded = 0;
 }
 
-/** How many rows of each letter a trace file has for a handle, in the order of the letters. */
+/** The number of a handle's rows of each letter, in the order of letters. */
 std::string letters_of(const kit::Trace& trace, int hid) {
   std::map<char, int> counts;
   for (const qk::mem::TraceRow& row : trace.rows) {
@@ -188,7 +188,7 @@ std::string letters_of(const kit::Trace& trace, int hid) {
 
 TEST(LargeArrayTraced, LeavesNoRowsButOfTheHandleOfItsPointersAndOfGrowths) {
   const Scene scene(kit::Environment{"TRACE", "DB FLUSH", ""});
-  kit::align_requests();  // so that one array has it all
+  kit::align_requests();  // so that all is in one array
   const kit::Pool pool;
   std::vector<void*> memory;
   for (int i = 0; i < 1200; ++i) memory.push_back(qk_mem_imalloc(pool, 8, 16, "src/app.c", 5));

@@ -19,7 +19,7 @@ using kit::at;
 using kit::BareHandle;
 using kit::Scene;
 
-/** Tracks nothing; only its address and size are of interest. */
+/** Tracks nothing; only its address and size matter. */
 class Tracker : public qk::MemTracker {
  public:
   [[nodiscard]] const std::type_info& tracked_type() const override { return typeid(int); }
@@ -204,8 +204,8 @@ TEST(Tracker, IsReleasedWithTheLetterOfAnObjectAlsoBesideAnArray) {
 
 TEST(Tracker, CanBeRemovedAfterItsDestruction) {
   BareHandle handle;
-  alignas(Tracker) std::byte place[sizeof(Tracker)];
-  auto* tracker = new (place) Tracker;
+  alignas(Tracker) std::byte storage[sizeof(Tracker)];
+  auto* tracker = new (storage) Tracker;
   add_tracker(handle, *tracker);
   tracker->~Tracker();
   remove_tracker(handle, tracker);

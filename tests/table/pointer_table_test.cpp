@@ -161,7 +161,7 @@ TEST(GetPtr, FindsNothingForAnUnknownAddress) {
   EXPECT_EQ(handle.array(1), "0 slots, 0 used, no memory");
 }
 
-/** A handle with an array which is aligned so that its own address belongs into it. */
+/** Gives the handle an array that is aligned so that its own address belongs in it. */
 void add_array_that_holds_itself(BareHandle& handle) {
   constexpr std::size_t kBytes = 16 * sizeof(qk_mem_ptr);
   auto* slots = static_cast<qk_mem_ptr*>(std::aligned_alloc(128, kBytes));
