@@ -1,4 +1,4 @@
-// The shared library where nothing but a plug-in needs it. This program doesn't contain it.
+// The shared library when only a plug-in needs it. This program doesn't contain it.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
@@ -28,7 +28,7 @@ class PlugIn : public ::testing::Test {
   }
   void SetUp() override {
 #ifdef __SANITIZE_THREAD__
-    GTEST_SKIP() << "the thread sanitizer's atexit() calls into libraries that are gone";
+    GTEST_SKIP() << "the thread sanitizer's atexit() calls into unloaded libraries";
 #endif
   }
   ~PlugIn() override {
@@ -61,7 +61,7 @@ int status_of(Body body) {
 
 int exit_code_of(int status) { return WIFEXITED(status) ? WEXITSTATUS(status) : -1; }
 
-/** Loads the plug-in, uses it and lets it go. */
+/** Loads the plug-in, uses it and unloads it. */
 void use_once() {
   void* plugin = dlopen(QKMEM_PLUGIN, RTLD_NOW | RTLD_LOCAL);
   if (plugin == nullptr) _exit(90);

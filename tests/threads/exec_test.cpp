@@ -1,4 +1,4 @@
-// What a program that is started by exec finds of the library's files.
+// Which of the library's files a program that is started by exec inherits.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -10,7 +10,7 @@
 
 namespace {
 
-/** What the descriptors of a program started by this one lead to. */
+/** The files of the descriptors of a program that this one starts. */
 std::string descriptors_of_a_started_program() {
   std::string text;
   FILE* listing = popen("ls -l /proc/self/fd", "r");

@@ -1,4 +1,4 @@
-// The end of a process whose other threads don't know of it.
+// The exit of a process whose other threads keep running.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -17,7 +17,7 @@ using kit::Ended;
 using kit::Pool;
 using kit::Scene;
 
-/** Uses the library for ever, on a handle of its own and on one of each round. */
+/** Uses the library forever, on the data handle and on a new handle in each round. */
 void stay_busy(const std::string& options) {
   for (;;) {
     const int hid = qk_mem_inew_handle(options.c_str(), "BU", "busy.c", 1);
@@ -28,7 +28,7 @@ void stay_busy(const std::string& options) {
   }
 }
 
-/** Detached: nobody waits for them at the end. */
+/** Starts detached threads, which nobody waits for at the end. */
 void start_busy_threads(const char* options) {
   qk_mem_init();
   for (int i = 0; i < 3; ++i) std::thread(stay_busy, std::string(options)).detach();
@@ -36,7 +36,7 @@ void start_busy_threads(const char* options) {
 
 void let_them_run(int round) { usleep(static_cast<useconds_t>(300 + 97 * round % 2000)); }
 
-// The thread sanitizer lets a second pass at the end of each process.
+// Under the thread sanitizer the end of each process takes a second.
 #ifdef __SANITIZE_THREAD__
 constexpr int kRounds = 20;
 #else
@@ -94,7 +94,7 @@ TEST(Exit, DeletesOnlyTheAutofreeHandlesOfRunningThreads) {
   EXPECT_EQ(ended.log.find(" TH ", row + 1), std::string::npos) << ended.log;
 }
 
-/** Ends with its thread, after all that the thread did. */
+/** Destroyed at the end of its thread. */
 struct FreesAtTheEnd {
   int hid = 0;
   void* memory = nullptr;

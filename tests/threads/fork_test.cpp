@@ -18,7 +18,7 @@ namespace {
 using kit::Pool;
 using kit::Scene;
 
-/** Threads that keep a handle busy until they are told to stop. */
+/** Threads that keep a handle busy as long as the object exists. */
 class Load {
  public:
   explicit Load(int hid, int threads = 3) {
@@ -45,9 +45,7 @@ class Load {
   std::vector<std::thread> threads_;
 };
 
-/**
- * Forks; the child runs `body` and exits. The result is the child's exit code, or 1000 + signal.
- */
+/** Forks a child that runs `body` and exits. Returns its exit code, or 1000 + its signal. */
 template <class Body>
 int in_child(Body body) {
   const pid_t child = fork();

@@ -1,4 +1,4 @@
-// Signals at random moments of a busy program: it always ends by them, and soon.
+// Signals at random moments of a busy program, which always ends by them, and soon.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <spawn.h>
@@ -25,7 +25,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using namespace std::chrono_literals;
 
-// A signal can stop a thread under the sanitizers' own locks, which nobody can look at or wait for.
+// A signal can stop a thread that holds a sanitizer's own lock, which the library can't see.
 #if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
 constexpr bool kCanBeInterrupted = false;
 #else
@@ -36,7 +36,7 @@ constexpr int kAtATime = 4;
 constexpr char kRule[] =
     "   ----------------------------------------------------------------------------\n";
 
-/** By each signal. */
+/** The number of kills by each signal. */
 int kills() {
   const char* number = std::getenv("QKMEM_KILLS");
   return number != nullptr ? std::atoi(number) : 100;
@@ -49,7 +49,7 @@ struct End {
   std::string log;  // without the lines from before the signal
 };
 
-/** What the clean-up has written, without the lines of threads that went on meanwhile. */
+/** What the clean-up wrote, without the lines of threads that kept running. */
 std::string lines_of_cleanup(const std::string& log) {
   const std::size_t begin = log.find("   qk_mem_cleanup:");
   std::istringstream lines(begin == std::string::npos ? "" : log.substr(begin));
@@ -82,7 +82,7 @@ class Victim {
     posix_spawn_file_actions_destroy(&actions);
     close(ends[1]);
     char begun = 0;
-    if (read(ends[0], &begun, 1) != 1) std::fprintf(stderr, "the victim didn't begin\n");
+    if (read(ends[0], &begun, 1) != 1) std::fprintf(stderr, "the victim didn't start\n");
     close(ends[0]);
   }
 
@@ -105,7 +105,7 @@ class Victim {
   pid_t process_ = 0;
 };
 
-/** Ends programs at random moments, some at a time. */
+/** Kills programs at random moments, a few at a time. */
 std::vector<End> kill_many(int signal_number) {
   std::mutex mutex;
   std::vector<End> ends;
@@ -127,7 +127,7 @@ std::vector<End> kill_many(int signal_number) {
   return ends;
 }
 
-/** The line and then, unless it stands alone, the report with its end. */
+/** Whether a log is the line alone, or the line and the whole report. */
 bool is_line_or_whole_report(const std::string& log, const std::string& line) {
   if (log.rfind(line, 0) != 0) return false;
   if (log.size() == line.size()) return true;
@@ -141,7 +141,7 @@ class BusyProgram : public ::testing::Test {
     if (!kCanBeInterrupted) GTEST_SKIP() << "sanitizers can't be interrupted everywhere";
   }
 
-  /** How many left the whole report. */
+  /** Kills programs and checks how they end. Returns how many wrote the whole report. */
   static int expect_ends(int signal_number) {
     const std::string line = "   qk_mem_cleanup:      Memory at program termination (" +
                              std::string(sigdescr_np(signal_number)) + ")\n";

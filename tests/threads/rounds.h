@@ -3,7 +3,7 @@
 
 #include <cstdlib>
 
-/** How often a test of what happens at random moments tries: `unless_set`, or QKMEM_ROUNDS. */
+/** The number of rounds of a test that depends on chance: QKMEM_ROUNDS, or `unless_set`. */
 [[nodiscard]] inline int rounds(int unless_set) {
   const char* number = std::getenv("QKMEM_ROUNDS");
   return number != nullptr ? std::atoi(number) : unless_set;

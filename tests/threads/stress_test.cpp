@@ -1,4 +1,4 @@
-// Everything at once, from many threads: nothing breaks, and in the end every figure is exact.
+// Many threads do everything at once. Nothing breaks, and in the end every figure is exact.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -21,7 +21,7 @@ using mix::Worker;
 
 constexpr int kThreads = 8;
 
-/** Sanitizers see only what happens, so they are given more time. */
+/** Sanitizers find only what happens in a run, so they get more time. */
 std::chrono::seconds duration() {
   if (const char* seconds = std::getenv("QKMEM_STRESS_SECONDS")) {
     return std::chrono::seconds(std::atoi(seconds));
@@ -33,7 +33,7 @@ std::chrono::seconds duration() {
 #endif
 }
 
-/** Figures of a handle that the books don't tell, but its table does. */
+/** Figures of a handle that its pointer table shows and the workers don't keep. */
 struct Table {
   std::uint32_t records = 0;  // of data and blocks
   std::uint64_t overhead = 0;
@@ -52,7 +52,7 @@ struct Table {
 
 class StressedLibrary : public ::testing::Test {
  protected:
-  /** Lets the threads loose on the library. */
+  /** Runs the threads. */
   void stress(bool configures) {
     const std::uint32_t events_before = Qk_mem_seq - standing_bookkeeping();
     const bool traced_before = Qk_mem_db != nullptr;
@@ -70,7 +70,7 @@ class StressedLibrary : public ::testing::Test {
     }
   }
 
-  void expect_exact_books() {
+  void expect_exact_accounting() {
     EXPECT_EQ(Qk_mem_seq, expected_events_);
     for (const Place place : {mix::kPlain, mix::kTagged, mix::kPieces, mix::kData}) {
       expect_exact(place);
@@ -80,8 +80,8 @@ class StressedLibrary : public ::testing::Test {
     EXPECT_EQ(qty_of_tag("OA") + qty_of_tag("OB"), sum_of_own_handles());
   }
 
-  /** Empties and deletes everything: what remains is what was there in the beginning. */
-  void expect_nothing_in_the_end() {
+  /** Releases and deletes everything, and expects what there was at the start. */
+  void expect_nothing_left() {
     for (const auto& worker : workers_) worker->release_all();
     for (const mix::Item& item : exchange_.left()) workers_.front()->release(item);
     EXPECT_EQ(qk_mem_clear_handle(shared_.ids[mix::kEmptied]), 0);
@@ -158,7 +158,7 @@ class StressedLibrary : public ::testing::Test {
     return handle.track_blocks != 0 ? handle.num_blocks : 0;
   }
 
-  /** Events of arrays and blocks on the handles that stand all the time. */
+  /** Events of arrays and blocks on the handles that exist all the time. */
   [[nodiscard]] std::uint32_t standing_bookkeeping() const {
     std::uint32_t events = mix::bookkeeping_events(kit::handle_of(QK_MEM_OVERHEAD_HANDLE));
     for (const int hid : shared_.ids) events += mix::bookkeeping_events(kit::handle_of(hid));
@@ -186,7 +186,7 @@ class StressedLibrary : public ::testing::Test {
   std::uint32_t expected_events_ = 0;
 };
 
-/** The environment must be there before the first handle. */
+/** The environment must be set before the first handle is created. */
 class UnderTrace : public kit::Scene, public StressedLibrary {
  protected:
   UnderTrace() : Scene("TRACE LOG=NONE") {}
@@ -201,20 +201,20 @@ class Unconfigured : public kit::Scene, public StressedLibrary {};
 
 TEST_F(UnderTrace, ThreadsKeepExactBooksWhileTheConfigurationChanges) {
   stress(true);
-  expect_exact_books();
-  expect_nothing_in_the_end();
+  expect_exact_accounting();
+  expect_nothing_left();
 }
 
 TEST_F(UnderDebug, ThreadsKeepExactBooksWithLogAndTraceFile) {
   stress(false);
-  expect_exact_books();
-  expect_nothing_in_the_end();
+  expect_exact_accounting();
+  expect_nothing_left();
 }
 
 TEST_F(Unconfigured, ThreadsKeepExactBooks) {
   stress(false);
-  expect_exact_books();
-  expect_nothing_in_the_end();
+  expect_exact_accounting();
+  expect_nothing_left();
 }
 
 }  // namespace

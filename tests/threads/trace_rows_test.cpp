@@ -25,7 +25,7 @@ constexpr int kThreads = 4;
 constexpr int kRounds = 500;
 constexpr int kEventsPerRound = 5;
 
-/** What the threads share, and what they wrote. */
+/** The handle that the threads share, and the trace that they wrote. */
 class ThreadsThatTrace : public ::testing::Test {
  protected:
   ThreadsThatTrace() {
@@ -42,7 +42,7 @@ class ThreadsThatTrace : public ::testing::Test {
   const std::vector<TraceRow>& rows_ = trace_.rows;
 
  private:
-  /** Each thread has a file of its own, in which lines only go up. */
+  /** Each thread names a file of its own, with lines in increasing order. */
   void work(int number) {
     static constexpr const char* kFiles[kThreads] = {"a.c", "b.c", "c.c", "d.c"};
     const char* file = kFiles[number];

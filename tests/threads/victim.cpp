@@ -1,5 +1,5 @@
 // A program that is busy in every thread, in the library and in the system's allocator, until
-// somebody ends it. A byte on standard output tells that it has begun.
+// it is killed. It writes a byte to standard output when it has started.
 #include <unistd.h>
 
 #include <string>
