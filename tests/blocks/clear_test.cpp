@@ -146,11 +146,18 @@ TEST(ClearHandle, OfANumberWithoutAHandleIsRefused) {
 
 TEST(ClearHandle, IsOneEventHoweverMuchItReleases) {
   Ledger ledger(Environment{"DEBUG=qk_mem_iclear_handle", "HEAPSIZE DB", ""}, kPlain);
+  allocate(ledger.pool, 10);
+  allocate(ledger.pool, 20);
   ledger.turn_page();
   clear(ledger.pool);
   EXPECT_EQ(ledger.log(),
+            "   qk_mem_iclear_handle:    3 [p1] f other.c:80000; m 10 app.c:12 (heap change)\n"
+            "   qk_mem_iclear_handle:    3 [p2] f other.c:80000; m 20 app.c:12 (heap change)\n"
             "   qk_mem_iclear_handle:    3 d other.c:80000; pool.c:7 (heap change)\n");
-  EXPECT_EQ(ledger.trace(), "3 d [p0] 0 0 other.c 80000 0\n");
+  EXPECT_EQ(ledger.trace(),
+            "3 f [p1] 1 10 other.c 80000 0\n"
+            "3 f [p2] 1 20 other.c 80000 0\n"
+            "3 d [p0] 0 0 other.c 80000 0\n");
   EXPECT_EQ(Qk_mem_seq, 101U);
 }
 

@@ -292,7 +292,10 @@ TEST(HandleArrayThatCannotGrow, AtTheStartLeavesNoHandles) {
 TEST(HandleArray, GrowsAlsoForAHandleThatIsThenRefused) {
   Scene scene("");
   have_handles(512);
+  const void* old_array = Qk_mem_handles;
   EXPECT_EQ(qk_mem_inew_handle("BAD", "", "src/app.c", 5), 0);
+  EXPECT_EQ(qk_mem_is_recorded(QK_MEM_OVERHEAD_HANDLE, old_array, "src/app.c", 6), 1);
+  EXPECT_EQ(qk_mem_is_recorded(QK_MEM_OVERHEAD_HANDLE, Qk_mem_handles, "src/app.c", 6), 0);
   EXPECT_EQ(Qk_mem_avail_handles, 1024);
   EXPECT_EQ(Qk_mem_num_handles, 512);
   EXPECT_EQ(int{Pool()}, 513);

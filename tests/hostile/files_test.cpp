@@ -123,6 +123,7 @@ TEST(File, NameThatTheSystemRefusesForItsLengthIsToldAndMissing) {
     const Ended ended = kit::run({"DEBUG LOG=" + name, "DB=" + name, ""}, work);
     EXPECT_EQ(ended.exit_code, 0) << length;
     EXPECT_EQ(ended.err, "done\n") << length;
+    EXPECT_NE(ended.out.find("WARNING: unable to open xxx/nnn"), std::string::npos) << length;
   }
 }
 

@@ -70,7 +70,7 @@ class LargeArray : public testing::Test {
     return kinds;
   }
 
-  const Scene scene{"DEBUG=qk_mem_del_handle"};
+  const Scene scene{"DEBUG=qk_mem_idel_handle"};
   int hid;
   qk_mem_handle* handle;
   int recorded = 0;

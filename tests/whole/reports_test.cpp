@@ -4,7 +4,7 @@
 // every changed line, copy the file to expected/:
 //
 //   mkdir /tmp/fresh
-//   QKMEM_FRESH_TEXTS=/tmp/fresh ctest --test-dir build -R whole_reports
+//   QKMEM_FRESH_TEXTS=/tmp/fresh ctest --test-dir build -R '^whole[.]'
 //   diff -r tests/whole/expected /tmp/fresh
 #include <gtest/gtest.h>
 
