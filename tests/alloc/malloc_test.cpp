@@ -6,6 +6,7 @@
 #include "core/registry.h"
 #include "tests/kit/failing_allocator.h"
 #include "tests/kit/ledger.h"
+#include "tests/kit/report.h"
 #include "tests/kit/scene.h"
 
 namespace {
@@ -108,21 +109,15 @@ TEST(Malloc, IsFollowedByTheReportUnderCtrlblks) {
   kit::handle_of(2).seq = 12;
   kit::handle_of(3).seq = 13;
   allocate(ledger.pool, 100);
-  EXPECT_EQ(ledger.log(),
+  EXPECT_EQ(kit::sections_of(ledger.log(), QK_MEM_DUMP_HANDLES | QK_MEM_DUMP_POINTERS),
             "   qk_mem_imalloc:        3 [p1] M 100 app.c:12\n"
-            "\n"
-            "    Hndl Tg          Address Typ Qty     Size    Total     Seq Location\n"
-            "   ----------------------------------------------------------------------------\n"
-            "   - - - - - - - - - - - - - Overhead handles  - - - - - - - - - - - - - - - - \n"
+            "Overhead handles\n"
             "   +   1                      A    0                 0      11 qkmem.cpp:#\n"
-            "   - - - - - - - - - - - - - Overhead handle pointers  - - - - - - - - - - - - \n"
-            "\n"
-            "   - - - - - - - - - - - - - Data handles  - - - - - - - - - - - - - - - - - - \n"
+            "Data handles\n"
             "   +   2                           0                 0      12 qkmem.cpp:#\n"
             "   +   3 AB                        1               100      13 pool.c:7\n"
-            "   - - - - - - - - - - - - - Data handle pointers  - - - - - - - - - - - - - - \n"
-            "   +   3 AB p1               M     1      100      100     101 app.c:12\n"
-            "   ----------------------------------------------------------------------------\n");
+            "Data handle pointers\n"
+            "   +   3 AB p1               M     1      100      100     101 app.c:12\n");
 }
 
 TEST(Malloc, ThatFailsIsNotFollowedByTheReport) {

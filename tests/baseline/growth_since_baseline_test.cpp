@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <string>
 
 #include "core/records.h"
@@ -18,25 +17,13 @@ using kit::Ledger;
 using kit::Pool;
 using kit::report;
 using kit::Scene;
+using kit::sections;
 using kit::Stage;
 
 constexpr unsigned kGrowth = QK_MEM_DUMP_GROWTH;
 constexpr char kNoGrowth[] = "No memory growth since baseline\n";
 
-/**
- * The rows of one section of a report: what stands between its band and the next line of dashes.
- */
-std::string section(const std::string& text, const std::string& title) {
-  const std::size_t band = text.find("- " + title + "  -");
-  if (band == std::string::npos) return "no such section";
-  const std::size_t begin = text.find('\n', band) + 1;
-  const std::size_t end = std::min(text.find("   - -", begin), text.find("   ---", begin));
-  return text.substr(begin, end - begin);
-}
-
-std::string new_pointers() {
-  return section(report("", kGrowth | QK_MEM_DUMP_POINTERS), "Data handle pointers");
-}
+std::string new_pointers() { return sections("", kGrowth | QK_MEM_DUMP_POINTERS); }
 
 void* allocate(int hid, std::size_t size, int line) {
   return qk_mem_imalloc(hid, size, 16, "app.c", line);
@@ -48,6 +35,7 @@ TEST(Growth, IsWhatWasAllocatedSinceTheBaseline) {
   qk_mem_baseline("");
   allocate(ledger.pool, 20, 2);
   EXPECT_EQ(new_pointers(),
+            "Data handle pointers\n"
             "   +   3 AB p1               M     1       20       20     102 app.c:2\n");
 }
 
@@ -77,6 +65,7 @@ TEST(Growth, IsAPieceThatWasFreedAndAllocatedAgainAtTheSameAddress) {
   Qk_mem_seq = 100;
   ASSERT_EQ(allocate(pool, 64, 3), before);
   EXPECT_EQ(new_pointers(),
+            "Data handle pointers\n"
             "   +   3    p1               m     1       64       64     101 app.c:3\n");
 }
 
@@ -89,6 +78,7 @@ TEST(Growth, IsMemoryThatWasTakenOutAndRegisteredAgain) {
   EXPECT_EQ(report("", kGrowth), kNoGrowth);
   qk_mem_iregister(ledger.pool, QK_MEM_EXTERNAL, memory, nullptr, 8, "app.c", 3);
   EXPECT_EQ(new_pointers(),
+            "Data handle pointers\n"
             "   +   3 AB p1               X     1        8        8     103 app.c:3\n");
 }
 
@@ -98,6 +88,7 @@ TEST(Growth, IsAPointerThatWasResized) {
   qk_mem_baseline("");
   qk_mem_irealloc(ledger.pool, memory, 90, 16, "app.c", 2);
   EXPECT_EQ(new_pointers(),
+            "Data handle pointers\n"
             "   +   3 AB p1               R     1       90       90     102 app.c:2\n");
 }
 
@@ -121,10 +112,9 @@ TEST(Growth, IsABlockEvenWhereItsPiecesAreNotRecorded) {
   EXPECT_EQ(report("", kGrowth), kNoGrowth);
   Qk_mem_seq = 100;
   allocate(pool, 1000, 3);
-  const std::string text = report("", kGrowth | QK_MEM_DUMP_BLOCKS | QK_MEM_DUMP_POINTERS);
-  EXPECT_EQ(section(text, "Data handle blocks"),
+  EXPECT_EQ(sections("", kGrowth | QK_MEM_DUMP_BLOCKS | QK_MEM_DUMP_POINTERS),
+            "Data handle blocks\n"
             "   +   3    p1               B     1     1056     1056     101 app.c:3\n");
-  EXPECT_EQ(section(text, "Data handle pointers"), "\n");
 }
 
 /** A tracker of something that nobody destroys. */
@@ -147,6 +137,7 @@ TEST(Growth, IsARegisteredObjectButNotItsTracker) {
   EXPECT_EQ(report("", kGrowth | 0x3f), kNoGrowth);
   qk_mem_iregister(ledger.pool, QK_MEM_OBJECT, &tracker, nullptr, 4, "app.c", 2);
   EXPECT_EQ(new_pointers(),
+            "Data handle pointers\n"
             "   +   3 AB p1               W     1        4        4     102 app.c:2\n");
 }
 
@@ -158,7 +149,8 @@ TEST(Growth, IsAHandleThatGotTheNumberOfADeletedOne) {
   EXPECT_EQ(report("", kGrowth), kNoGrowth);
   EXPECT_EQ(qk_mem_inew_handle("", "AB", "app.c", 3), before);
   kit::handle_of(before).seq = 77;
-  EXPECT_EQ(section(report("", kGrowth | QK_MEM_DUMP_HANDLES), "Data handles"),
+  EXPECT_EQ(sections("", kGrowth | QK_MEM_DUMP_HANDLES),
+            "Data handles\n"
             "   +   3 AB                        0                 0      77 app.c:3\n");
 }
 
@@ -167,19 +159,11 @@ TEST(Growth, AfterABaselineOfDataHandlesHasAllOverheadHandlesAndTheirPointers) {
   hold(stage.handle(1, 'O', "L"), 0x1000, 'M', 1, 11);
   hold(stage.handle(2), 0x1000, 'M', 1, 22);
   qk_mem_baseline("TYPE=DATA");
-  EXPECT_EQ(report("", kGrowth | QK_MEM_DUMP_HANDLES | QK_MEM_DUMP_POINTERS),
-            "\n"
-            "    Hndl Tg          Address Typ Qty     Size    Total     Seq Location\n"
-            "   ----------------------------------------------------------------------------\n"
-            "   - - - - - - - - - - - - - Overhead handles  - - - - - - - - - - - - - - - - \n"
+  EXPECT_EQ(sections("", kGrowth | QK_MEM_DUMP_HANDLES | QK_MEM_DUMP_POINTERS),
+            "Overhead handles\n"
             "   +   1  L                        1                11       1 made.c:100\n"
-            "   - - - - - - - - - - - - - Overhead handle pointers  - - - - - - - - - - - - \n"
-            "   +   1  L 0000000000001000 M     1       11       11       3 app.c:1\n"
-            "   - - - - - - - - - - - - - Data handles  - - - - - - - - - - - - - - - - - - \n"
-            "\n"
-            "   - - - - - - - - - - - - - Data handle pointers  - - - - - - - - - - - - - - \n"
-            "\n"
-            "   ----------------------------------------------------------------------------\n");
+            "Overhead handle pointers\n"
+            "   +   1  L 0000000000001000 M     1       11       11       3 app.c:1\n");
 }
 
 TEST(Marks, OfAnArrayStayWhenItGrowsAndAreMissingOnANewOne) {
@@ -189,7 +173,8 @@ TEST(Marks, OfAnArrayStayWhenItGrowsAndAreMissingOnANewOne) {
   qk_mem_baseline("");
   hold(handle, 0x1780, 'H', 1, 1);
   hold(handle, 0x1010, 'H', 1, 1);
-  EXPECT_EQ(section(report("", QK_MEM_DUMP_MGMT), "Data handle management"),
+  EXPECT_EQ(sections("", QK_MEM_DUMP_MGMT),
+            "Data handle management\n"
             "       1    p1               P    80       48     3840      18 app.c:1\n"
             "   +   1    0000000000001780 H     1        1        1      19 app.c:1\n"
             "   +   1    p2               P    16       48      768      20 app.c:1\n"
@@ -203,7 +188,8 @@ TEST(Marks, OfAHandleTellWhetherItHeldSomethingAtTheBaseline) {
   qk_mem_handle& empty = stage.handle(2);
   qk_mem_baseline("");
   hold(empty, 0x1000, 'M', 1, 22);
-  EXPECT_EQ(section(report("", QK_MEM_DUMP_HANDLES), "Data handles"),
+  EXPECT_EQ(sections("", QK_MEM_DUMP_HANDLES),
+            "Data handles\n"
             "       1                           1                11       1 made.c:100\n"
             "   +   2                           1                22       4 made.c:200\n");
 }

@@ -59,6 +59,23 @@ void cover_by_baseline(qk_mem_handle& handle);
 /** What qk_mem_dump() prints, in the words of plain_report(). */
 [[nodiscard]] std::string report(const char* filter, unsigned options);
 
+/**
+ * A report without its headings: of each section that has rows its title and its rows, exactly as
+ * printed. Rows of totals that are all zero are left out. `options` are the sections that the
+ * report must have.
+ *
+ *     Data handles
+ *        +   2 AB                        1              2048       4 made.c:200
+ *
+ * Nothing else is passed over: lines above the report come first, a heading that is missing and a
+ * line below the report are in the result and marked. Two different reports of the same options
+ * never have the same result.
+ */
+[[nodiscard]] std::string sections_of(std::string_view text, unsigned options);
+
+/** sections_of() what report() returns. */
+[[nodiscard]] std::string sections(const char* filter, unsigned options);
+
 }  // namespace kit
 
 #endif  // TESTS_KIT_REPORT_H_

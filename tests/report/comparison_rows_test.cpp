@@ -7,7 +7,7 @@
 namespace {
 
 using kit::hold;
-using kit::report;
+using kit::sections;
 using kit::set_heap;
 using kit::Stage;
 
@@ -22,30 +22,19 @@ TEST(ComparisonRows, CutsADecreaseAt15Characters) {
   handle.tag->base_amount = 1000;
   Qk_mem_base_heap = 5000;
   set_heap(4950);
-  EXPECT_EQ(report("", QK_MEM_DUMP_COMPARISON),
-            "  -----------------------------------------------------------------------------\n"
-            "  |                           |    BASELINE   |    CURRENT    |     GROWTH    |\n"
-            "  | Description               |  Qty       Amt|  Qty       Amt|   Pct      Amt|\n"
-            "  |---------------------------------------------------------------------------|\n"
+  EXPECT_EQ(sections("", QK_MEM_DUMP_COMPARISON),
+            "Totals\n"
             "  |Data handles               |    1      1000|    1       900|-10.00%18446744|\n"
-            "  |Overhead handles           |    0         0|    0         0|   n/a      n/a|\n"
             "  |Total of all handles       |    1      1000|    1       900|-10.00%18446744|\n"
             "  |Handle management          |    2      1000|    1       768|-23.20%18446744|\n"
             "  |Handles plus management    |    2      2000|    2      1668|-16.60%18446744|\n"
             "  |Current heap               |           5000|           4950|-1.00%184467440|\n"
-            "  |Initial heap               |               |              0|               |\n"
             "  |Untracked memory usage     |               |           3282|               |\n"
-            "  |---------------------------------------------------------------------------|\n"
-            "  |Tags:                      |               |               |               |\n"
+            "Tags\n"
             "  |  AB                       |    0      1000|    1       900|-10.00%18446744|\n"
             "  |  NONE                     |    0         0|    0         0|   n/a      n/a|\n"
-            "  |---------------------------------------------------------------------------|\n"
-            "  |Hndl Tg Tp Created         |               |               |               |\n"
-            "  |- - - - - - - - - - - - - Overhead handles  - - - - - - - - - - - - - - - -|\n"
-            "\n"
-            "  |- - - - - - - - - - - - - Data handles  - - - - - - - - - - - - - - - - - -|\n"
-            "  |   1 AB    made.c:100      |    1      1000|    1       900|-10.00%18446744|\n"
-            "  -----------------------------------------------------------------------------\n");
+            "Data handles\n"
+            "  |   1 AB    made.c:100      |    1      1000|    1       900|-10.00%18446744|\n");
 }
 
 TEST(ComparisonRows, MarksAutofreeWithACapitalAmongHandlesOfBothTypes) {
@@ -56,33 +45,17 @@ TEST(ComparisonRows, MarksAutofreeWithACapitalAmongHandlesOfBothTypes) {
   qk_mem_handle& both = stage.handle(4, 'D', "AB");
   both.autofree = 'a';
   both.blockmgmt = 'B';
-  EXPECT_EQ(report("", QK_MEM_DUMP_COMPARISON),
-            "  -----------------------------------------------------------------------------\n"
-            "  |                           |    BASELINE   |    CURRENT    |     GROWTH    |\n"
-            "  | Description               |  Qty       Amt|  Qty       Amt|   Pct      Amt|\n"
-            "  |---------------------------------------------------------------------------|\n"
-            "  |Data handles               |    0         0|    0         0|   n/a      n/a|\n"
-            "  |Overhead handles           |    0         0|    0         0|   n/a      n/a|\n"
-            "  |Total of all handles       |    0         0|    0         0|   n/a      n/a|\n"
-            "  |Handle management          |    0         0|    0         0|   n/a      n/a|\n"
-            "  |Handles plus management    |    0         0|    0         0|   n/a      n/a|\n"
-            "  |Current heap               |              0|              0|   n/a      n/a|\n"
-            "  |Initial heap               |               |              0|               |\n"
-            "  |Untracked memory usage     |               |              0|               |\n"
-            "  |---------------------------------------------------------------------------|\n"
-            "  |Tags:                      |               |               |               |\n"
+  EXPECT_EQ(sections("", QK_MEM_DUMP_COMPARISON),
+            "Tags\n"
             "  |   A                       |    0         0|    0         0|   n/a      n/a|\n"
             "  |  AB                       |    0         0|    0         0|   n/a      n/a|\n"
             "  |  NONE                     |    0         0|    0         0|   n/a      n/a|\n"
-            "  |---------------------------------------------------------------------------|\n"
-            "  |Hndl Tg Tp Created         |               |               |               |\n"
-            "  |- - - - - - - - - - - - - Overhead handles  - - - - - - - - - - - - - - - -|\n"
+            "Overhead handles\n"
             "  |   1     A made.c:100      |    0         0|    0         0|   n/a      n/a|\n"
             "  |   3  A B  made.c:300      |    0         0|    0         0|   n/a      n/a|\n"
-            "  |- - - - - - - - - - - - - Data handles  - - - - - - - - - - - - - - - - - -|\n"
+            "Data handles\n"
             "  |   2     A made.c:200      |    0         0|    0         0|   n/a      n/a|\n"
-            "  |   4 AB BA made.c:400      |    0         0|    0         0|   n/a      n/a|\n"
-            "  -----------------------------------------------------------------------------\n");
+            "  |   4 AB BA made.c:400      |    0         0|    0         0|   n/a      n/a|\n");
 }
 
 TEST(ComparisonRows, CutsPlacesAt16Characters) {
@@ -91,32 +64,14 @@ TEST(ComparisonRows, CutsPlacesAt16Characters) {
   stage.handle(2).file = "abcdefghi.cpp";
   stage.handle(3).file = "abcdefghijkl.cpp";
   stage.handle(4).line = 65537;
-  EXPECT_EQ(report("TYPE=DATA", QK_MEM_DUMP_COMPARISON),
-            "  -----------------------------------------------------------------------------\n"
-            "  |                           |    BASELINE   |    CURRENT    |     GROWTH    |\n"
-            "  | Description               |  Qty       Amt|  Qty       Amt|   Pct      Amt|\n"
-            "  |---------------------------------------------------------------------------|\n"
-            "  |Data handles               |    0         0|    0         0|   n/a      n/a|\n"
-            "  |Overhead handles           |    0         0|    0         0|   n/a      n/a|\n"
-            "  |Total of all handles       |    0         0|    0         0|   n/a      n/a|\n"
-            "  |Handle management          |    0         0|    0         0|   n/a      n/a|\n"
-            "  |Handles plus management    |    0         0|    0         0|   n/a      n/a|\n"
-            "  |Current heap               |              0|              0|   n/a      n/a|\n"
-            "  |Initial heap               |               |              0|               |\n"
-            "  |Untracked memory usage     |               |              0|               |\n"
-            "  |---------------------------------------------------------------------------|\n"
-            "  |Tags:                      |               |               |               |\n"
+  EXPECT_EQ(sections("TYPE=DATA", QK_MEM_DUMP_COMPARISON),
+            "Tags\n"
             "  |  NONE                     |    0         0|    0         0|   n/a      n/a|\n"
-            "  |---------------------------------------------------------------------------|\n"
-            "  |Hndl Tg Tp Created         |               |               |               |\n"
-            "  |- - - - - - - - - - - - - Overhead handles  - - - - - - - - - - - - - - - -|\n"
-            "\n"
-            "  |- - - - - - - - - - - - - Data handles  - - - - - - - - - - - - - - - - - -|\n"
+            "Data handles\n"
             "  |   1       abcdefgh.cpp:100|    0         0|    0         0|   n/a      n/a|\n"
             "  |   2       abcdefghi.cpp:20|    0         0|    0         0|   n/a      n/a|\n"
             "  |   3       abcdefghijkl.cpp|    0         0|    0         0|   n/a      n/a|\n"
-            "  |   4       made.c:65537    |    0         0|    0         0|   n/a      n/a|\n"
-            "  -----------------------------------------------------------------------------\n");
+            "  |   4       made.c:65537    |    0         0|    0         0|   n/a      n/a|\n");
 }
 
 TEST(ComparisonRows, ShowsTheQuantityOfATagAsSignedAndOfTheGlobalTagAsUnsigned) {
@@ -125,30 +80,12 @@ TEST(ComparisonRows, ShowsTheQuantityOfATagAsSignedAndOfTheGlobalTagAsUnsigned) 
   handle.tag->qty = 4294967295;
   handle.tag->base_qty = 4294967294;
   Qk_mem_global_tag.qty = 4294967295;
-  EXPECT_EQ(report("", QK_MEM_DUMP_COMPARISON),
-            "  -----------------------------------------------------------------------------\n"
-            "  |                           |    BASELINE   |    CURRENT    |     GROWTH    |\n"
-            "  | Description               |  Qty       Amt|  Qty       Amt|   Pct      Amt|\n"
-            "  |---------------------------------------------------------------------------|\n"
-            "  |Data handles               |    0         0|    0         0|   n/a      n/a|\n"
-            "  |Overhead handles           |    0         0|    0         0|   n/a      n/a|\n"
-            "  |Total of all handles       |    0         0|    0         0|   n/a      n/a|\n"
-            "  |Handle management          |    0         0|    0         0|   n/a      n/a|\n"
-            "  |Handles plus management    |    0         0|    0         0|   n/a      n/a|\n"
-            "  |Current heap               |              0|              0|   n/a      n/a|\n"
-            "  |Initial heap               |               |              0|               |\n"
-            "  |Untracked memory usage     |               |              0|               |\n"
-            "  |---------------------------------------------------------------------------|\n"
-            "  |Tags:                      |               |               |               |\n"
+  EXPECT_EQ(sections("", QK_MEM_DUMP_COMPARISON),
+            "Tags\n"
             "  |  AB                       |4294967294         0|   -1         0|   n/a      n/a|\n"
             "  |  NONE                     |    0         0|4294967295         0|   n/a      n/a|\n"
-            "  |---------------------------------------------------------------------------|\n"
-            "  |Hndl Tg Tp Created         |               |               |               |\n"
-            "  |- - - - - - - - - - - - - Overhead handles  - - - - - - - - - - - - - - - -|\n"
-            "  |   1 AB    made.c:100      |    0         0|    0         0|   n/a      n/a|\n"
-            "  |- - - - - - - - - - - - - Data handles  - - - - - - - - - - - - - - - - - -|\n"
-            "\n"
-            "  -----------------------------------------------------------------------------\n");
+            "Overhead handles\n"
+            "  |   1 AB    made.c:100      |    0         0|    0         0|   n/a      n/a|\n");
 }
 
 }  // namespace

@@ -8,6 +8,7 @@ namespace {
 
 using kit::hold;
 using kit::report;
+using kit::sections;
 using kit::set_heap;
 using kit::Stage;
 
@@ -28,29 +29,9 @@ void set_base(qk_mem_handle& handle, const Base& base) {
 
 TEST(Comparison, OfNoHandlesIsATableOfZeros) {
   Stage stage;
-  EXPECT_EQ(report("", QK_MEM_DUMP_COMPARISON),
-            "  -----------------------------------------------------------------------------\n"
-            "  |                           |    BASELINE   |    CURRENT    |     GROWTH    |\n"
-            "  | Description               |  Qty       Amt|  Qty       Amt|   Pct      Amt|\n"
-            "  |---------------------------------------------------------------------------|\n"
-            "  |Data handles               |    0         0|    0         0|   n/a      n/a|\n"
-            "  |Overhead handles           |    0         0|    0         0|   n/a      n/a|\n"
-            "  |Total of all handles       |    0         0|    0         0|   n/a      n/a|\n"
-            "  |Handle management          |    0         0|    0         0|   n/a      n/a|\n"
-            "  |Handles plus management    |    0         0|    0         0|   n/a      n/a|\n"
-            "  |Current heap               |              0|              0|   n/a      n/a|\n"
-            "  |Initial heap               |               |              0|               |\n"
-            "  |Untracked memory usage     |               |              0|               |\n"
-            "  |---------------------------------------------------------------------------|\n"
-            "  |Tags:                      |               |               |               |\n"
-            "  |  NONE                     |    0         0|    0         0|   n/a      n/a|\n"
-            "  |---------------------------------------------------------------------------|\n"
-            "  |Hndl Tg Tp Created         |               |               |               |\n"
-            "  |- - - - - - - - - - - - - Overhead handles  - - - - - - - - - - - - - - - -|\n"
-            "\n"
-            "  |- - - - - - - - - - - - - Data handles  - - - - - - - - - - - - - - - - - -|\n"
-            "\n"
-            "  -----------------------------------------------------------------------------\n");
+  EXPECT_EQ(sections("", QK_MEM_DUMP_COMPARISON),
+            "Tags\n"
+            "  |  NONE                     |    0         0|    0         0|   n/a      n/a|\n");
 }
 
 TEST(Comparison, SetsBaselineCurrentStateAndGrowthSideBySide) {
@@ -110,12 +91,8 @@ TEST(Comparison, SumsOnlyWhatTheFilterKeeps) {
     set_base(handle, {1, 500, 1, 768});
   }
   hold(stage.handle(3), 0x1010, 'M', 1, 3000);
-  EXPECT_EQ(report("TAG=AB", QK_MEM_DUMP_COMPARISON),
-            "  -----------------------------------------------------------------------------\n"
-            "  |                           |    BASELINE   |    CURRENT    |     GROWTH    |\n"
-            "  | Description               |  Qty       Amt|  Qty       Amt|   Pct      Amt|\n"
-            "  |---------------------------------------------------------------------------|\n"
-            "  |Data handles               |    0         0|    0         0|   n/a      n/a|\n"
+  EXPECT_EQ(sections("TAG=AB", QK_MEM_DUMP_COMPARISON),
+            "Totals\n"
             "  |Overhead handles           |    1       500|    1      1000|  100%      500|\n"
             "  |Total of all handles       |    1       500|    1      1000|  100%      500|\n"
             "  |Handle management          |    1       768|    1       768| 0.00%        0|\n"
@@ -123,45 +100,27 @@ TEST(Comparison, SumsOnlyWhatTheFilterKeeps) {
             "  |Current heap               |              0|            100|   n/a      n/a|\n"
             "  |Initial heap               |               |            100|               |\n"
             "  |Untracked memory usage     |               |          -1768|               |\n"
-            "  |---------------------------------------------------------------------------|\n"
-            "  |Tags:                      |               |               |               |\n"
+            "Tags\n"
             "  |  AB                       |    0         0|    1      1000|   n/a      n/a|\n"
-            "  |---------------------------------------------------------------------------|\n"
-            "  |Hndl Tg Tp Created         |               |               |               |\n"
-            "  |- - - - - - - - - - - - - Overhead handles  - - - - - - - - - - - - - - - -|\n"
-            "  |   1 AB    made.c:100      |    1       500|    1      1000|  100%      500|\n"
-            "  |- - - - - - - - - - - - - Data handles  - - - - - - - - - - - - - - - - - -|\n"
-            "\n"
-            "  -----------------------------------------------------------------------------\n");
+            "Overhead handles\n"
+            "  |   1 AB    made.c:100      |    1       500|    1      1000|  100%      500|\n");
 }
 
 TEST(Comparison, OfUntaggedHandlesHasOnlyTheGlobalTag) {
   Stage stage;
   hold(stage.handle(1, 'O', "AB"), 0x1010, 'M', 1, 1000);
   hold(stage.handle(2), 0x1010, 'M', 1, 2000);
-  EXPECT_EQ(report("TAG=NONE", QK_MEM_DUMP_COMPARISON),
-            "  -----------------------------------------------------------------------------\n"
-            "  |                           |    BASELINE   |    CURRENT    |     GROWTH    |\n"
-            "  | Description               |  Qty       Amt|  Qty       Amt|   Pct      Amt|\n"
-            "  |---------------------------------------------------------------------------|\n"
+  EXPECT_EQ(sections("TAG=NONE", QK_MEM_DUMP_COMPARISON),
+            "Totals\n"
             "  |Data handles               |    0         0|    1      2000|   n/a      n/a|\n"
-            "  |Overhead handles           |    0         0|    0         0|   n/a      n/a|\n"
             "  |Total of all handles       |    0         0|    1      2000|   n/a      n/a|\n"
             "  |Handle management          |    0         0|    1       768|   n/a      n/a|\n"
             "  |Handles plus management    |    0         0|    2      2768|   n/a      n/a|\n"
-            "  |Current heap               |              0|              0|   n/a      n/a|\n"
-            "  |Initial heap               |               |              0|               |\n"
             "  |Untracked memory usage     |               |          -2768|               |\n"
-            "  |---------------------------------------------------------------------------|\n"
-            "  |Tags:                      |               |               |               |\n"
+            "Tags\n"
             "  |  NONE                     |    0         0|    1      2000|   n/a      n/a|\n"
-            "  |---------------------------------------------------------------------------|\n"
-            "  |Hndl Tg Tp Created         |               |               |               |\n"
-            "  |- - - - - - - - - - - - - Overhead handles  - - - - - - - - - - - - - - - -|\n"
-            "\n"
-            "  |- - - - - - - - - - - - - Data handles  - - - - - - - - - - - - - - - - - -|\n"
-            "  |   2       made.c:200      |    0         0|    1      2000|   n/a      n/a|\n"
-            "  -----------------------------------------------------------------------------\n");
+            "Data handles\n"
+            "  |   2       made.c:200      |    0         0|    1      2000|   n/a      n/a|\n");
 }
 
 TEST(Comparison, CountsOtherTypesAsDataAndListsThemNowhere) {
@@ -169,29 +128,15 @@ TEST(Comparison, CountsOtherTypesAsDataAndListsThemNowhere) {
   qk_mem_handle& handle = stage.handle(1, 'Q');
   hold(handle, 0x1010, 'M', 1, 1000);
   set_base(handle, {2, 800});
-  EXPECT_EQ(report("", QK_MEM_DUMP_COMPARISON),
-            "  -----------------------------------------------------------------------------\n"
-            "  |                           |    BASELINE   |    CURRENT    |     GROWTH    |\n"
-            "  | Description               |  Qty       Amt|  Qty       Amt|   Pct      Amt|\n"
-            "  |---------------------------------------------------------------------------|\n"
+  EXPECT_EQ(sections("", QK_MEM_DUMP_COMPARISON),
+            "Totals\n"
             "  |Data handles               |    2       800|    1      1000|   25%      200|\n"
-            "  |Overhead handles           |    0         0|    0         0|   n/a      n/a|\n"
             "  |Total of all handles       |    2       800|    1      1000|   25%      200|\n"
             "  |Handle management          |    0         0|    1       768|   n/a      n/a|\n"
             "  |Handles plus management    |    4       800|    2      1768|  121%      968|\n"
-            "  |Current heap               |              0|              0|   n/a      n/a|\n"
-            "  |Initial heap               |               |              0|               |\n"
             "  |Untracked memory usage     |               |          -1768|               |\n"
-            "  |---------------------------------------------------------------------------|\n"
-            "  |Tags:                      |               |               |               |\n"
-            "  |  NONE                     |    0         0|    1      1000|   n/a      n/a|\n"
-            "  |---------------------------------------------------------------------------|\n"
-            "  |Hndl Tg Tp Created         |               |               |               |\n"
-            "  |- - - - - - - - - - - - - Overhead handles  - - - - - - - - - - - - - - - -|\n"
-            "\n"
-            "  |- - - - - - - - - - - - - Data handles  - - - - - - - - - - - - - - - - - -|\n"
-            "\n"
-            "  -----------------------------------------------------------------------------\n");
+            "Tags\n"
+            "  |  NONE                     |    0         0|    1      1000|   n/a      n/a|\n");
 }
 
 TEST(Comparison, AddsQuantitiesIn32BitsAndAmountsIn64) {
@@ -205,54 +150,30 @@ TEST(Comparison, AddsQuantitiesIn32BitsAndAmountsIn64) {
     handle.overhead_amount = 5000000000;
   }
   EXPECT_EQ(
-      report("HANDLE=1", QK_MEM_DUMP_COMPARISON),
-      "  -----------------------------------------------------------------------------\n"
-      "  |                           |    BASELINE   |    CURRENT    |     GROWTH    |\n"
-      "  | Description               |  Qty       Amt|  Qty       Amt|   Pct      Amt|\n"
-      "  |---------------------------------------------------------------------------|\n"
+      sections("HANDLE=1", QK_MEM_DUMP_COMPARISON),
+      "Totals\n"
       "  |Data handles               |1073741825 300000000|2147483649 400000000|   33%100000000|\n"
-      "  |Overhead handles           |    0         0|    0         0|   n/a      n/a|\n"
       "  |Total of all handles       |1073741825 300000000|2147483649 400000000|   33%100000000|\n"
       "  |Handle management          |2147483650 5000000000|2147483651 5000000000| 0.00%        0|\n"
       "  |Handles plus management    |2147483650 5300000000|    4 5400000000| 1.89%100000000|\n"
-      "  |Current heap               |              0|              0|   n/a      n/a|\n"
-      "  |Initial heap               |               |              0|               |\n"
       "  |Untracked memory usage     |               |     -5400000000|               |\n"
-      "  |---------------------------------------------------------------------------|\n"
-      "  |Tags:                      |               |               |               |\n"
+      "Tags\n"
       "  |  NONE                     |    0         0|    0         0|   n/a      n/a|\n"
-      "  |---------------------------------------------------------------------------|\n"
-      "  |Hndl Tg Tp Created         |               |               |               |\n"
-      "  |- - - - - - - - - - - - - Overhead handles  - - - - - - - - - - - - - - - -|\n"
-      "\n"
-      "  |- - - - - - - - - - - - - Data handles  - - - - - - - - - - - - - - - - - -|\n"
-      "  |   1       made.c:100      |1073741825 300000000|2147483649 400000000|   33%100000000|\n"
-      "  -----------------------------------------------------------------------------\n");
+      "Data handles\n"
+      "  |   1       made.c:100      |1073741825 300000000|2147483649 400000000|   33%100000000|\n");
   EXPECT_EQ(
-      report("", QK_MEM_DUMP_COMPARISON),
-      "  -----------------------------------------------------------------------------\n"
-      "  |                           |    BASELINE   |    CURRENT    |     GROWTH    |\n"
-      "  | Description               |  Qty       Amt|  Qty       Amt|   Pct      Amt|\n"
-      "  |---------------------------------------------------------------------------|\n"
+      sections("", QK_MEM_DUMP_COMPARISON),
+      "Totals\n"
       "  |Data handles               |2147483650 600000000|    2 800000000|   33%200000000|\n"
-      "  |Overhead handles           |    0         0|    0         0|   n/a      n/a|\n"
       "  |Total of all handles       |2147483650 600000000|    2 800000000|   33%200000000|\n"
       "  |Handle management          |    4 10000000000|    6 10000000000| 0.00%        0|\n"
       "  |Handles plus management    |    4 10600000000|    8 10800000000| 1.89%200000000|\n"
-      "  |Current heap               |              0|              0|   n/a      n/a|\n"
-      "  |Initial heap               |               |              0|               |\n"
       "  |Untracked memory usage     |               |     -10800000000|               |\n"
-      "  |---------------------------------------------------------------------------|\n"
-      "  |Tags:                      |               |               |               |\n"
+      "Tags\n"
       "  |  NONE                     |    0         0|    0         0|   n/a      n/a|\n"
-      "  |---------------------------------------------------------------------------|\n"
-      "  |Hndl Tg Tp Created         |               |               |               |\n"
-      "  |- - - - - - - - - - - - - Overhead handles  - - - - - - - - - - - - - - - -|\n"
-      "\n"
-      "  |- - - - - - - - - - - - - Data handles  - - - - - - - - - - - - - - - - - -|\n"
+      "Data handles\n"
       "  |   1       made.c:100      |1073741825 300000000|2147483649 400000000|   33%100000000|\n"
-      "  |   2       made.c:200      |1073741825 300000000|2147483649 400000000|   33%100000000|\n"
-      "  -----------------------------------------------------------------------------\n");
+      "  |   2       made.c:200      |1073741825 300000000|2147483649 400000000|   33%100000000|\n");
 }
 
 }  // namespace

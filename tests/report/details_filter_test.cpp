@@ -5,7 +5,7 @@
 namespace {
 
 using kit::hold;
-using kit::report;
+using kit::sections;
 using kit::Stage;
 
 /** A handle of each type with two pointers, of which a baseline covers the second. */
@@ -24,54 +24,30 @@ class FilteredDetails : public ::testing::Test {
 };
 
 TEST_F(FilteredDetails, ShowHandlesThatTheFilterKeeps) {
-  EXPECT_EQ(report("TAG=NONE AND NEW_HANDLE=TRUE", QK_MEM_DUMP_HANDLES | QK_MEM_DUMP_POINTERS),
-            "\n"
-            "    Hndl Tg          Address Typ Qty     Size    Total     Seq Location\n"
-            "   ----------------------------------------------------------------------------\n"
-            "   - - - - - - - - - - - - - Overhead handles  - - - - - - - - - - - - - - - - \n"
-            "\n"
-            "   - - - - - - - - - - - - - Overhead handle pointers  - - - - - - - - - - - - \n"
-            "\n"
-            "   - - - - - - - - - - - - - Data handles  - - - - - - - - - - - - - - - - - - \n"
+  EXPECT_EQ(sections("TAG=NONE AND NEW_HANDLE=TRUE", QK_MEM_DUMP_HANDLES | QK_MEM_DUMP_POINTERS),
+            "Data handles\n"
             "   +   2                           2                30       2 made.c:200\n"
-            "   - - - - - - - - - - - - - Data handle pointers  - - - - - - - - - - - - - - \n"
+            "Data handle pointers\n"
             "   +   2    0000000000001000 M     1       10       10       8 app.c:1\n"
-            "       2    0000000000001010 M     1       20       20      10 app.c:1\n"
-            "   ----------------------------------------------------------------------------\n");
+            "       2    0000000000001010 M     1       20       20      10 app.c:1\n");
 }
 
 TEST_F(FilteredDetails, AskForMarkedHandlesWhereNewPointersAreWanted) {
   data_.has_growth = 1;
-  EXPECT_EQ(report("NEW_PTRS=TRUE", QK_MEM_DUMP_HANDLES | QK_MEM_DUMP_POINTERS),
-            "\n"
-            "    Hndl Tg          Address Typ Qty     Size    Total     Seq Location\n"
-            "   ----------------------------------------------------------------------------\n"
-            "   - - - - - - - - - - - - - Overhead handles  - - - - - - - - - - - - - - - - \n"
-            "\n"
-            "   - - - - - - - - - - - - - Overhead handle pointers  - - - - - - - - - - - - \n"
-            "\n"
-            "   - - - - - - - - - - - - - Data handles  - - - - - - - - - - - - - - - - - - \n"
+  EXPECT_EQ(sections("NEW_PTRS=TRUE", QK_MEM_DUMP_HANDLES | QK_MEM_DUMP_POINTERS),
+            "Data handles\n"
             "   +   2                           2                30       2 made.c:200\n"
-            "   - - - - - - - - - - - - - Data handle pointers  - - - - - - - - - - - - - - \n"
-            "   +   2    0000000000001000 M     1       10       10       8 app.c:1\n"
-            "   ----------------------------------------------------------------------------\n");
+            "Data handle pointers\n"
+            "   +   2    0000000000001000 M     1       10       10       8 app.c:1\n");
 }
 
 TEST_F(FilteredDetails, AskForHandlesWithoutMarkWhereOldPointersAreWanted) {
   data_.has_growth = 1;
-  EXPECT_EQ(report("NEW_PTRS=FALSE", QK_MEM_DUMP_HANDLES | QK_MEM_DUMP_POINTERS),
-            "\n"
-            "    Hndl Tg          Address Typ Qty     Size    Total     Seq Location\n"
-            "   ----------------------------------------------------------------------------\n"
-            "   - - - - - - - - - - - - - Overhead handles  - - - - - - - - - - - - - - - - \n"
+  EXPECT_EQ(sections("NEW_PTRS=FALSE", QK_MEM_DUMP_HANDLES | QK_MEM_DUMP_POINTERS),
+            "Overhead handles\n"
             "   +   1 AB                        2                30       1 made.c:100\n"
-            "   - - - - - - - - - - - - - Overhead handle pointers  - - - - - - - - - - - - \n"
-            "       1 AB 0000000000001010 M     1       20       20       6 app.c:1\n"
-            "   - - - - - - - - - - - - - Data handles  - - - - - - - - - - - - - - - - - - \n"
-            "\n"
-            "   - - - - - - - - - - - - - Data handle pointers  - - - - - - - - - - - - - - \n"
-            "\n"
-            "   ----------------------------------------------------------------------------\n");
+            "Overhead handle pointers\n"
+            "       1 AB 0000000000001010 M     1       20       20       6 app.c:1\n");
 }
 
 }  // namespace

@@ -16,6 +16,8 @@ namespace {
 using kit::hold;
 using kit::report;
 using kit::Scene;
+using kit::sections;
+using kit::sections_of;
 using kit::set_heap;
 using kit::Stage;
 
@@ -65,15 +67,9 @@ TEST(Dump, NamesAFilterThatItCantRead) {
 TEST(Dump, TakesNullAsNoFilter) {
   Stage stage;
   stage.handle(1);
-  EXPECT_EQ(report(nullptr, QK_MEM_DUMP_HANDLES),
-            "\n"
-            "    Hndl Tg          Address Typ Qty     Size    Total     Seq Location\n"
-            "   ----------------------------------------------------------------------------\n"
-            "   - - - - - - - - - - - - - Overhead handles  - - - - - - - - - - - - - - - - \n"
-            "\n"
-            "   - - - - - - - - - - - - - Data handles  - - - - - - - - - - - - - - - - - - \n"
-            "   +   1                           0                 0       1 made.c:100\n"
-            "   ----------------------------------------------------------------------------\n");
+  EXPECT_EQ(sections(nullptr, QK_MEM_DUMP_HANDLES),
+            "Data handles\n"
+            "   +   1                           0                 0       1 made.c:100\n");
 }
 
 TEST(Dump, ToNoStreamDoesNothing) {
@@ -87,15 +83,9 @@ TEST(Dump, ToNoStreamDoesNothing) {
 
 TEST(Dump, StartsTheLibraryUp) {
   Scene scene("EXCEPTIONS");
-  EXPECT_EQ(report("HANDLE=1", QK_MEM_DUMP_HANDLES),
-            "\n"
-            "    Hndl Tg          Address Typ Qty     Size    Total     Seq Location\n"
-            "   ----------------------------------------------------------------------------\n"
-            "   - - - - - - - - - - - - - Overhead handles  - - - - - - - - - - - - - - - - \n"
-            "   +   1                      A    0                 0       1 qkmem.cpp:#\n"
-            "   - - - - - - - - - - - - - Data handles  - - - - - - - - - - - - - - - - - - \n"
-            "\n"
-            "   ----------------------------------------------------------------------------\n");
+  EXPECT_EQ(sections("HANDLE=1", QK_MEM_DUMP_HANDLES),
+            "Overhead handles\n"
+            "   +   1                      A    0                 0       1 qkmem.cpp:#\n");
 }
 
 TEST(Dump, ToNoStreamStartsTheLibraryUpToo) {
@@ -112,15 +102,9 @@ TEST(Dump, WithoutSectionsOfItsOwnTakesTheConfiguredOnes) {
                                           QK_MEM_DUMP_BLOCKS | QK_MEM_DUMP_POINTERS));
   qk::Status status;
   ASSERT_EQ(qk_mem_dump_config("OPTIONS=BLOCKS", &status), 0);
-  EXPECT_EQ(report("", 0),
-            "\n"
-            "    Hndl Tg          Address Typ Qty     Size    Total     Seq Location\n"
-            "   ----------------------------------------------------------------------------\n"
-            "   - - - - - - - - - - - - - Overhead handle blocks  - - - - - - - - - - - - - \n"
-            "\n"
-            "   - - - - - - - - - - - - - Data handle blocks  - - - - - - - - - - - - - - - \n"
-            "   +   1    0000000000001010 B     1        5        5       3 app.c:1\n"
-            "   ----------------------------------------------------------------------------\n");
+  EXPECT_EQ(sections_of(report("", 0), QK_MEM_DUMP_BLOCKS),
+            "Data handle blocks\n"
+            "   +   1    0000000000001010 B     1        5        5       3 app.c:1\n");
 }
 
 TEST(Dump, WorksForAThreadThatHoldsTheLock) {

@@ -9,6 +9,7 @@ namespace {
 using kit::cover_by_baseline;
 using kit::hold;
 using kit::report;
+using kit::sections;
 using kit::Stage;
 
 constexpr unsigned kGrowth = QK_MEM_DUMP_GROWTH;
@@ -50,27 +51,9 @@ TEST(GrowthReport, TakesAHandleWithoutPointersForGrowth) {
   Stage stage;
   old_handle(stage, 1, 'O');
   stage.handle(2);
-  EXPECT_EQ(report("", kGrowth | kEverySection),
-            "\n"
-            "    Hndl Tg          Address Typ Qty     Size    Total     Seq Location\n"
-            "   ----------------------------------------------------------------------------\n"
-            "   - - - - - - - - - - - - - Overhead handles  - - - - - - - - - - - - - - - - \n"
-            "\n"
-            "   - - - - - - - - - - - - - Overhead handle management  - - - - - - - - - - - \n"
-            "\n"
-            "   - - - - - - - - - - - - - Overhead handle blocks  - - - - - - - - - - - - - \n"
-            "\n"
-            "   - - - - - - - - - - - - - Overhead handle pointers  - - - - - - - - - - - - \n"
-            "\n"
-            "   - - - - - - - - - - - - - Data handles  - - - - - - - - - - - - - - - - - - \n"
-            "   +   2                           0                 0       4 made.c:200\n"
-            "   - - - - - - - - - - - - - Data handle management  - - - - - - - - - - - - - \n"
-            "\n"
-            "   - - - - - - - - - - - - - Data handle blocks  - - - - - - - - - - - - - - - \n"
-            "\n"
-            "   - - - - - - - - - - - - - Data handle pointers  - - - - - - - - - - - - - - \n"
-            "\n"
-            "   ----------------------------------------------------------------------------\n");
+  EXPECT_EQ(sections("", kGrowth | kEverySection),
+            "Data handles\n"
+            "   +   2                           0                 0       4 made.c:200\n");
 }
 
 TEST(GrowthReport, NeverTakesManagementForGrowth) {
@@ -86,27 +69,11 @@ TEST(GrowthReport, TakesABlockForGrowth) {
   Stage stage;
   qk_mem_handle& handle = old_handle(stage, 1);
   hold(handle, 0x1010, 'B', 1, 2048);
-  EXPECT_EQ(report("", kGrowth | kEverySection),
-            "\n"
-            "    Hndl Tg          Address Typ Qty     Size    Total     Seq Location\n"
-            "   ----------------------------------------------------------------------------\n"
-            "   - - - - - - - - - - - - - Overhead handles  - - - - - - - - - - - - - - - - \n"
-            "\n"
-            "   - - - - - - - - - - - - - Overhead handle management  - - - - - - - - - - - \n"
-            "\n"
-            "   - - - - - - - - - - - - - Overhead handle blocks  - - - - - - - - - - - - - \n"
-            "\n"
-            "   - - - - - - - - - - - - - Overhead handle pointers  - - - - - - - - - - - - \n"
-            "\n"
-            "   - - - - - - - - - - - - - Data handles  - - - - - - - - - - - - - - - - - - \n"
-            "\n"
-            "   - - - - - - - - - - - - - Data handle management  - - - - - - - - - - - - - \n"
+  EXPECT_EQ(sections("", kGrowth | kEverySection),
+            "Data handle management\n"
             "   +   1    p1               P    16       48      768       4 app.c:1\n"
-            "   - - - - - - - - - - - - - Data handle blocks  - - - - - - - - - - - - - - - \n"
-            "   +   1    0000000000001010 B     1     2048     2048       5 app.c:1\n"
-            "   - - - - - - - - - - - - - Data handle pointers  - - - - - - - - - - - - - - \n"
-            "\n"
-            "   ----------------------------------------------------------------------------\n");
+            "Data handle blocks\n"
+            "   +   1    0000000000001010 B     1     2048     2048       5 app.c:1\n");
   EXPECT_EQ(handle.has_growth, 1);
 }
 
@@ -225,38 +192,20 @@ TEST(GrowthReport, GivesTheCallersConditionsBackAfterEachSection) {
   hold(grown, 0x1100, 'M', 1, 11);
   hold(stage.handle(2), 0x1000, 'M', 1, 12);
   // Rows of handles are of new ones all the same; rows of pointers are again of old ones only.
-  EXPECT_EQ(report("NEW_HANDLE=FALSE", kGrowth | QK_MEM_DUMP_HANDLES | QK_MEM_DUMP_POINTERS),
-            "\n"
-            "    Hndl Tg          Address Typ Qty     Size    Total     Seq Location\n"
-            "   ----------------------------------------------------------------------------\n"
-            "   - - - - - - - - - - - - - Overhead handles  - - - - - - - - - - - - - - - - \n"
-            "\n"
-            "   - - - - - - - - - - - - - Overhead handle pointers  - - - - - - - - - - - - \n"
-            "\n"
-            "   - - - - - - - - - - - - - Data handles  - - - - - - - - - - - - - - - - - - \n"
+  EXPECT_EQ(sections("NEW_HANDLE=FALSE", kGrowth | QK_MEM_DUMP_HANDLES | QK_MEM_DUMP_POINTERS),
+            "Data handles\n"
             "   +   2                           1                12       5 made.c:200\n"
-            "   - - - - - - - - - - - - - Data handle pointers  - - - - - - - - - - - - - - \n"
-            "   +   1    0000000000001100 M     1       11       11       4 app.c:1\n"
-            "   ----------------------------------------------------------------------------\n");
+            "Data handle pointers\n"
+            "   +   1    0000000000001100 M     1       11       11       4 app.c:1\n");
 }
 
 TEST(GrowthReport, HasNewHandlesWhereOldPointersAreAskedFor) {
   Stage stage;
   qk_mem_handle& handle = stage.handle(1);
   hold(handle, 0x1000, 'M', 1, 11);
-  EXPECT_EQ(report("NEW_PTRS=FALSE", kGrowth | QK_MEM_DUMP_HANDLES | QK_MEM_DUMP_POINTERS),
-            "\n"
-            "    Hndl Tg          Address Typ Qty     Size    Total     Seq Location\n"
-            "   ----------------------------------------------------------------------------\n"
-            "   - - - - - - - - - - - - - Overhead handles  - - - - - - - - - - - - - - - - \n"
-            "\n"
-            "   - - - - - - - - - - - - - Overhead handle pointers  - - - - - - - - - - - - \n"
-            "\n"
-            "   - - - - - - - - - - - - - Data handles  - - - - - - - - - - - - - - - - - - \n"
-            "   +   1                           1                11       1 made.c:100\n"
-            "   - - - - - - - - - - - - - Data handle pointers  - - - - - - - - - - - - - - \n"
-            "\n"
-            "   ----------------------------------------------------------------------------\n");
+  EXPECT_EQ(sections("NEW_PTRS=FALSE", kGrowth | QK_MEM_DUMP_HANDLES | QK_MEM_DUMP_POINTERS),
+            "Data handles\n"
+            "   +   1                           1                11       1 made.c:100\n");
   EXPECT_EQ(handle.has_growth, 0);
 }
 
@@ -265,15 +214,9 @@ TEST(GrowthReport, NeedsMarksOfAnEarlierOneWhereNewPointersAreAskedFor) {
   hold(stage.handle(1), 0x1000, 'M', 1, 11);
   EXPECT_EQ(report("NEW_PTRS=TRUE", kGrowth | QK_MEM_DUMP_POINTERS), kNoGrowth);
   (void)report("", kGrowth);
-  EXPECT_EQ(report("NEW_PTRS=TRUE", kGrowth | QK_MEM_DUMP_POINTERS),
-            "\n"
-            "    Hndl Tg          Address Typ Qty     Size    Total     Seq Location\n"
-            "   ----------------------------------------------------------------------------\n"
-            "   - - - - - - - - - - - - - Overhead handle pointers  - - - - - - - - - - - - \n"
-            "\n"
-            "   - - - - - - - - - - - - - Data handle pointers  - - - - - - - - - - - - - - \n"
-            "   +   1    0000000000001000 M     1       11       11       3 app.c:1\n"
-            "   ----------------------------------------------------------------------------\n");
+  EXPECT_EQ(sections("NEW_PTRS=TRUE", kGrowth | QK_MEM_DUMP_POINTERS),
+            "Data handle pointers\n"
+            "   +   1    0000000000001000 M     1       11       11       3 app.c:1\n");
 }
 
 TEST(GrowthReport, TakesAPointerBackAtAnOldAddressForGrowth) {
@@ -282,15 +225,9 @@ TEST(GrowthReport, TakesAPointerBackAtAnOldAddressForGrowth) {
   qk_mem_free_ptr(&handle, qk_mem_get_ptr(&handle, reinterpret_cast<void*>(0x1000)));
   EXPECT_EQ(report("", kGrowth), kNoGrowth);
   hold(handle, 0x1000, 'M', 1, 11);
-  EXPECT_EQ(report("", kGrowth | QK_MEM_DUMP_POINTERS),
-            "\n"
-            "    Hndl Tg          Address Typ Qty     Size    Total     Seq Location\n"
-            "   ----------------------------------------------------------------------------\n"
-            "   - - - - - - - - - - - - - Overhead handle pointers  - - - - - - - - - - - - \n"
-            "\n"
-            "   - - - - - - - - - - - - - Data handle pointers  - - - - - - - - - - - - - - \n"
-            "   +   1    0000000000001000 M     1       11       11       4 app.c:1\n"
-            "   ----------------------------------------------------------------------------\n");
+  EXPECT_EQ(sections("", kGrowth | QK_MEM_DUMP_POINTERS),
+            "Data handle pointers\n"
+            "   +   1    0000000000001000 M     1       11       11       4 app.c:1\n");
 }
 
 TEST(TerseReport, WithoutGrowthIsLikeAnyOther) {

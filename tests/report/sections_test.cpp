@@ -6,6 +6,7 @@ namespace {
 
 using kit::hold;
 using kit::report;
+using kit::sections;
 using kit::Stage;
 
 /** A report of a handle of each type, with a pointer on the one and a block on the other. */
@@ -21,21 +22,16 @@ class Sections : public ::testing::Test {
 };
 
 TEST_F(Sections, SummaryAloneHasNoRows) {
-  EXPECT_EQ(report("", QK_MEM_DUMP_SUMMARY),
-            "   ----------------------------------------------------------------------------\n"
-            "   Category         Qty        Amt\n"
-            "   -------------------------------\n"
+  EXPECT_EQ(sections("", QK_MEM_DUMP_SUMMARY),
+            "Summary\n"
             "   Current:           2       2088\n"
             "   Overhead:          1         40\n"
             "   Data:              1       2048\n"
             "   Management:        2       1536\n"
-            "   Initial:                      0\n"
-            "   Heap:                         0\n"
             "   Untracked:                -3624\n"
-            "   Tags:\n"
+            "Tags\n"
             "     AB:              1       2048\n"
-            "     NONE:            1         40\n"
-            "   ----------------------------------------------------------------------------\n");
+            "     NONE:            1         40\n");
 }
 
 TEST_F(Sections, HeapsizeAloneIsOneLineAndTheRule) {
@@ -45,15 +41,11 @@ TEST_F(Sections, HeapsizeAloneIsOneLineAndTheRule) {
 }
 
 TEST_F(Sections, HandlesAloneHaveNoRecords) {
-  EXPECT_EQ(report("", QK_MEM_DUMP_HANDLES),
-            "\n"
-            "    Hndl Tg          Address Typ Qty     Size    Total     Seq Location\n"
-            "   ----------------------------------------------------------------------------\n"
-            "   - - - - - - - - - - - - - Overhead handles  - - - - - - - - - - - - - - - - \n"
+  EXPECT_EQ(sections("", QK_MEM_DUMP_HANDLES),
+            "Overhead handles\n"
             "   +   1                           1                40       1 made.c:100\n"
-            "   - - - - - - - - - - - - - Data handles  - - - - - - - - - - - - - - - - - - \n"
-            "   +   2 AB                        1              2048       4 made.c:200\n"
-            "   ----------------------------------------------------------------------------\n");
+            "Data handles\n"
+            "   +   2 AB                        1              2048       4 made.c:200\n");
 }
 
 TEST_F(Sections, ManagementAloneHasNoHeadings) {
@@ -66,54 +58,33 @@ TEST_F(Sections, ManagementAloneHasNoHeadings) {
 }
 
 TEST_F(Sections, BlocksAloneHaveNoOtherRecords) {
-  EXPECT_EQ(report("", QK_MEM_DUMP_BLOCKS),
-            "\n"
-            "    Hndl Tg          Address Typ Qty     Size    Total     Seq Location\n"
-            "   ----------------------------------------------------------------------------\n"
-            "   - - - - - - - - - - - - - Overhead handle blocks  - - - - - - - - - - - - - \n"
-            "\n"
-            "   - - - - - - - - - - - - - Data handle blocks  - - - - - - - - - - - - - - - \n"
-            "   +   2 AB 0000000000001020 B     1     2048     2048       6 app.c:1\n"
-            "   ----------------------------------------------------------------------------\n");
+  EXPECT_EQ(sections("", QK_MEM_DUMP_BLOCKS),
+            "Data handle blocks\n"
+            "   +   2 AB 0000000000001020 B     1     2048     2048       6 app.c:1\n");
 }
 
 TEST_F(Sections, PointersAloneHaveNoBlocksAndNoManagement) {
-  EXPECT_EQ(report("", QK_MEM_DUMP_POINTERS),
-            "\n"
-            "    Hndl Tg          Address Typ Qty     Size    Total     Seq Location\n"
-            "   ----------------------------------------------------------------------------\n"
-            "   - - - - - - - - - - - - - Overhead handle pointers  - - - - - - - - - - - - \n"
-            "   +   1    0000000000001010 M     1       40       40       3 app.c:1\n"
-            "   - - - - - - - - - - - - - Data handle pointers  - - - - - - - - - - - - - - \n"
-            "\n"
-            "   ----------------------------------------------------------------------------\n");
+  EXPECT_EQ(sections("", QK_MEM_DUMP_POINTERS),
+            "Overhead handle pointers\n"
+            "   +   1    0000000000001010 M     1       40       40       3 app.c:1\n");
 }
 
 TEST_F(Sections, ComparisonAloneIsTheTable) {
-  EXPECT_EQ(report("", QK_MEM_DUMP_COMPARISON),
-            "  -----------------------------------------------------------------------------\n"
-            "  |                           |    BASELINE   |    CURRENT    |     GROWTH    |\n"
-            "  | Description               |  Qty       Amt|  Qty       Amt|   Pct      Amt|\n"
-            "  |---------------------------------------------------------------------------|\n"
+  EXPECT_EQ(sections("", QK_MEM_DUMP_COMPARISON),
+            "Totals\n"
             "  |Data handles               |    0         0|    1      2048|   n/a      n/a|\n"
             "  |Overhead handles           |    0         0|    1        40|   n/a      n/a|\n"
             "  |Total of all handles       |    0         0|    2      2088|   n/a      n/a|\n"
             "  |Handle management          |    0         0|    2      1536|   n/a      n/a|\n"
             "  |Handles plus management    |    0         0|    4      3624|   n/a      n/a|\n"
-            "  |Current heap               |              0|              0|   n/a      n/a|\n"
-            "  |Initial heap               |               |              0|               |\n"
             "  |Untracked memory usage     |               |          -3624|               |\n"
-            "  |---------------------------------------------------------------------------|\n"
-            "  |Tags:                      |               |               |               |\n"
+            "Tags\n"
             "  |  AB                       |    0         0|    1      2048|   n/a      n/a|\n"
             "  |  NONE                     |    0         0|    1        40|   n/a      n/a|\n"
-            "  |---------------------------------------------------------------------------|\n"
-            "  |Hndl Tg Tp Created         |               |               |               |\n"
-            "  |- - - - - - - - - - - - - Overhead handles  - - - - - - - - - - - - - - - -|\n"
+            "Overhead handles\n"
             "  |   1       made.c:100      |    0         0|    1        40|   n/a      n/a|\n"
-            "  |- - - - - - - - - - - - - Data handles  - - - - - - - - - - - - - - - - - -|\n"
-            "  |   2 AB    made.c:200      |    0         0|    1      2048|   n/a      n/a|\n"
-            "  -----------------------------------------------------------------------------\n");
+            "Data handles\n"
+            "  |   2 AB    made.c:200      |    0         0|    1      2048|   n/a      n/a|\n");
 }
 
 TEST_F(Sections, GrowthTerseAndUnknownBitsAloneAreTheClosingRule) {
@@ -126,80 +97,39 @@ TEST_F(Sections, GrowthTerseAndUnknownBitsAloneAreTheClosingRule) {
 }
 
 TEST_F(Sections, HeapsizeStandsBeforeDetailsWhereThereIsNoSummary) {
-  EXPECT_EQ(report("", QK_MEM_DUMP_HEAPSIZE | QK_MEM_DUMP_POINTERS),
+  EXPECT_EQ(sections("", QK_MEM_DUMP_HEAPSIZE | QK_MEM_DUMP_POINTERS),
             "Current heapsize:           0\n"
-            "\n"
-            "    Hndl Tg          Address Typ Qty     Size    Total     Seq Location\n"
-            "   ----------------------------------------------------------------------------\n"
-            "   - - - - - - - - - - - - - Overhead handle pointers  - - - - - - - - - - - - \n"
-            "   +   1    0000000000001010 M     1       40       40       3 app.c:1\n"
-            "   - - - - - - - - - - - - - Data handle pointers  - - - - - - - - - - - - - - \n"
-            "\n"
-            "   ----------------------------------------------------------------------------\n");
+            "Overhead handle pointers\n"
+            "   +   1    0000000000001010 M     1       40       40       3 app.c:1\n");
 }
 
 TEST_F(Sections, AllButComparisonStandInTheirOrder) {
-  EXPECT_EQ(report("", 0x1ff & ~static_cast<unsigned>(QK_MEM_DUMP_COMPARISON)),
-            "   ----------------------------------------------------------------------------\n"
-            "   Category         Qty        Amt\n"
-            "   -------------------------------\n"
+  EXPECT_EQ(sections("", 0x1ff & ~static_cast<unsigned>(QK_MEM_DUMP_COMPARISON)),
+            "Summary\n"
             "   Current:           2       2088\n"
             "   Overhead:          1         40\n"
             "   Data:              1       2048\n"
             "   Management:        2       1536\n"
-            "   Initial:                      0\n"
-            "   Heap:                         0\n"
             "   Untracked:                -3624\n"
-            "   Tags:\n"
+            "Tags\n"
             "     AB:              1       2048\n"
             "     NONE:            1         40\n"
-            "\n"
-            "    Hndl Tg          Address Typ Qty     Size    Total     Seq Location\n"
-            "   ----------------------------------------------------------------------------\n"
-            "   - - - - - - - - - - - - - Overhead handles  - - - - - - - - - - - - - - - - \n"
+            "Overhead handles\n"
             "   +   1                           1                40       1 made.c:100\n"
-            "   - - - - - - - - - - - - - Overhead handle management  - - - - - - - - - - - \n"
+            "Overhead handle management\n"
             "   +   1    p1               P    16       48      768       2 app.c:1\n"
-            "   - - - - - - - - - - - - - Overhead handle blocks  - - - - - - - - - - - - - \n"
-            "\n"
-            "   - - - - - - - - - - - - - Overhead handle pointers  - - - - - - - - - - - - \n"
+            "Overhead handle pointers\n"
             "   +   1    0000000000001010 M     1       40       40       3 app.c:1\n"
-            "   - - - - - - - - - - - - - Data handles  - - - - - - - - - - - - - - - - - - \n"
+            "Data handles\n"
             "   +   2 AB                        1              2048       4 made.c:200\n"
-            "   - - - - - - - - - - - - - Data handle management  - - - - - - - - - - - - - \n"
+            "Data handle management\n"
             "   +   2 AB p2               P    16       48      768       5 app.c:1\n"
-            "   - - - - - - - - - - - - - Data handle blocks  - - - - - - - - - - - - - - - \n"
-            "   +   2 AB 0000000000001020 B     1     2048     2048       6 app.c:1\n"
-            "   - - - - - - - - - - - - - Data handle pointers  - - - - - - - - - - - - - - \n"
-            "\n"
-            "   ----------------------------------------------------------------------------\n");
+            "Data handle blocks\n"
+            "   +   2 AB 0000000000001020 B     1     2048     2048       6 app.c:1\n");
 }
 
 TEST_F(Sections, AllTogetherAreTheComparison) {
-  EXPECT_EQ(report("", 0x1ff),
-            "  -----------------------------------------------------------------------------\n"
-            "  |                           |    BASELINE   |    CURRENT    |     GROWTH    |\n"
-            "  | Description               |  Qty       Amt|  Qty       Amt|   Pct      Amt|\n"
-            "  |---------------------------------------------------------------------------|\n"
-            "  |Data handles               |    0         0|    1      2048|   n/a      n/a|\n"
-            "  |Overhead handles           |    0         0|    1        40|   n/a      n/a|\n"
-            "  |Total of all handles       |    0         0|    2      2088|   n/a      n/a|\n"
-            "  |Handle management          |    0         0|    2      1536|   n/a      n/a|\n"
-            "  |Handles plus management    |    0         0|    4      3624|   n/a      n/a|\n"
-            "  |Current heap               |              0|              0|   n/a      n/a|\n"
-            "  |Initial heap               |               |              0|               |\n"
-            "  |Untracked memory usage     |               |          -3624|               |\n"
-            "  |---------------------------------------------------------------------------|\n"
-            "  |Tags:                      |               |               |               |\n"
-            "  |  AB                       |    0         0|    1      2048|   n/a      n/a|\n"
-            "  |  NONE                     |    0         0|    1        40|   n/a      n/a|\n"
-            "  |---------------------------------------------------------------------------|\n"
-            "  |Hndl Tg Tp Created         |               |               |               |\n"
-            "  |- - - - - - - - - - - - - Overhead handles  - - - - - - - - - - - - - - - -|\n"
-            "  |   1       made.c:100      |    0         0|    1        40|   n/a      n/a|\n"
-            "  |- - - - - - - - - - - - - Data handles  - - - - - - - - - - - - - - - - - -|\n"
-            "  |   2 AB    made.c:200      |    0         0|    1      2048|   n/a      n/a|\n"
-            "  -----------------------------------------------------------------------------\n");
+  EXPECT_EQ(report("", 0x1ff), report("", QK_MEM_DUMP_COMPARISON));
 }
 
 }  // namespace

@@ -7,6 +7,7 @@ namespace {
 
 using kit::hold;
 using kit::report;
+using kit::sections;
 using kit::set_heap;
 using kit::Stage;
 
@@ -39,79 +40,53 @@ TEST(Summary, AddsUpHandlesAndTags) {
 
 TEST(Summary, OfNoHandlesIsZero) {
   Stage stage;
-  EXPECT_EQ(report("", QK_MEM_DUMP_SUMMARY),
-            "   ----------------------------------------------------------------------------\n"
-            "   Category         Qty        Amt\n"
-            "   -------------------------------\n"
-            "   Current:           0          0\n"
-            "   Overhead:          0          0\n"
-            "   Data:              0          0\n"
-            "   Management:        0          0\n"
-            "   Initial:                      0\n"
-            "   Heap:                         0\n"
-            "   Untracked:                    0\n"
-            "   Tags:\n"
-            "     NONE:            0          0\n"
-            "   ----------------------------------------------------------------------------\n");
+  EXPECT_EQ(sections("", QK_MEM_DUMP_SUMMARY),
+            "Tags\n"
+            "     NONE:            0          0\n");
 }
 
 TEST(Summary, TakesNoNoticeOfTheFilter) {
   Stage stage;
   hold(stage.handle(1, 'O', "AB"), 0x1010, 'M', 1, 5);
   hold(stage.handle(2), 0x1020, 'M', 1, 7);
-  EXPECT_EQ(report("HANDLE=2 TAG=XY", QK_MEM_DUMP_SUMMARY),
-            "   ----------------------------------------------------------------------------\n"
-            "   Category         Qty        Amt\n"
-            "   -------------------------------\n"
+  EXPECT_EQ(sections("HANDLE=2 TAG=XY", QK_MEM_DUMP_SUMMARY),
+            "Summary\n"
             "   Current:           2         12\n"
             "   Overhead:          1          5\n"
             "   Data:              1          7\n"
             "   Management:        2       1536\n"
-            "   Initial:                      0\n"
-            "   Heap:                         0\n"
             "   Untracked:                -1548\n"
-            "   Tags:\n"
+            "Tags\n"
             "     AB:              1          5\n"
-            "     NONE:            1          7\n"
-            "   ----------------------------------------------------------------------------\n");
+            "     NONE:            1          7\n");
 }
 
 TEST(Summary, CountsEveryTypeButOverheadAsData) {
   Stage stage;
   hold(stage.handle(1, 'Q'), 0x1010, 'M', 1, 5);
-  EXPECT_EQ(report("", QK_MEM_DUMP_SUMMARY),
-            "   ----------------------------------------------------------------------------\n"
-            "   Category         Qty        Amt\n"
-            "   -------------------------------\n"
+  EXPECT_EQ(sections("", QK_MEM_DUMP_SUMMARY),
+            "Summary\n"
             "   Current:           1          5\n"
-            "   Overhead:          0          0\n"
             "   Data:              1          5\n"
             "   Management:        1        768\n"
-            "   Initial:                      0\n"
-            "   Heap:                         0\n"
             "   Untracked:                 -773\n"
-            "   Tags:\n"
-            "     NONE:            1          5\n"
-            "   ----------------------------------------------------------------------------\n");
+            "Tags\n"
+            "     NONE:            1          5\n");
 }
 
 TEST(Summary, ShowsUntrackedMemoryBelowZero) {
   Stage stage(900);
   hold(stage.handle(1), 0x1010, 'X', 1, 1000);
-  EXPECT_EQ(report("", QK_MEM_DUMP_SUMMARY),
-            "   ----------------------------------------------------------------------------\n"
-            "   Category         Qty        Amt\n"
-            "   -------------------------------\n"
+  EXPECT_EQ(sections("", QK_MEM_DUMP_SUMMARY),
+            "Summary\n"
             "   Current:           1       1000\n"
-            "   Overhead:          0          0\n"
             "   Data:              1       1000\n"
             "   Management:        1        768\n"
             "   Initial:                    900\n"
             "   Heap:                       900\n"
             "   Untracked:                -1768\n"
-            "   Tags:\n"
-            "     NONE:            1       1000\n"
-            "   ----------------------------------------------------------------------------\n");
+            "Tags\n"
+            "     NONE:            1       1000\n");
 }
 
 TEST(Summary, ListsTagsInTheOrderOfTheirFirstUse) {
@@ -120,23 +95,18 @@ TEST(Summary, ListsTagsInTheOrderOfTheirFirstUse) {
   hold(stage.handle(1, 'O', "A"), 0x1010, 'M', 1, 2);
   hold(stage.handle(3, 'D', "ZZ"), 0x1010, 'M', 1, 4);
   stage.handle(2, 'D', "M9");
-  EXPECT_EQ(report("", QK_MEM_DUMP_SUMMARY),
-            "   ----------------------------------------------------------------------------\n"
-            "   Category         Qty        Amt\n"
-            "   -------------------------------\n"
+  EXPECT_EQ(sections("", QK_MEM_DUMP_SUMMARY),
+            "Summary\n"
             "   Current:           3          7\n"
             "   Overhead:          1          2\n"
             "   Data:              2          5\n"
             "   Management:        3       2304\n"
-            "   Initial:                      0\n"
-            "   Heap:                         0\n"
             "   Untracked:                -2311\n"
-            "   Tags:\n"
+            "Tags\n"
             "     ZZ:              2          5\n"
             "      A:              1          2\n"
             "     M9:              0          0\n"
-            "     NONE:            0          0\n"
-            "   ----------------------------------------------------------------------------\n");
+            "     NONE:            0          0\n");
 }
 
 TEST(Summary, MovesItsColumnsForFiguresThatAreTooWide) {
@@ -148,21 +118,17 @@ TEST(Summary, MovesItsColumnsForFiguresThatAreTooWide) {
   handle.tag->amount = 10000000000;
   handle.overhead_qty = 4000000002;
   handle.overhead_amount = 30000000000;
-  EXPECT_EQ(report("", QK_MEM_DUMP_SUMMARY),
-            "   ----------------------------------------------------------------------------\n"
-            "   Category         Qty        Amt\n"
-            "   -------------------------------\n"
+  EXPECT_EQ(sections("", QK_MEM_DUMP_SUMMARY),
+            "Summary\n"
             "   Current:    4000000000 20000000000\n"
-            "   Overhead:          0          0\n"
             "   Data:       4000000000 20000000000\n"
             "   Management: 4000000002 30000000000\n"
             "   Initial:             -2147483647\n"
             "   Heap:                -2147483647\n"
             "   Untracked:           -50000000000\n"
-            "   Tags:\n"
+            "Tags\n"
             "     AB:       4000000001 10000000000\n"
-            "     NONE:            0          0\n"
-            "   ----------------------------------------------------------------------------\n");
+            "     NONE:            0          0\n");
 }
 
 TEST(Heapsize, IsOneLineWhereThereIsNoSummary) {

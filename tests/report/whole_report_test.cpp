@@ -16,7 +16,11 @@ using kit::handle_of;
 using kit::hold;
 using kit::report;
 using kit::Scene;
+using kit::sections;
+using kit::sections_of;
 using kit::set_heap;
+
+constexpr unsigned kDetails = QK_MEM_DUMP_HANDLES | QK_MEM_DUMP_BLOCKS | QK_MEM_DUMP_POINTERS;
 
 /**
  * Gives figures that depend on where the allocator puts memory fixed values: that decides which
@@ -62,10 +66,8 @@ class Program : public ::testing::Test {
 };
 
 TEST_F(Program, IsReportedInTheConfiguredSections) {
-  EXPECT_EQ(report("", 0),
-            "   ----------------------------------------------------------------------------\n"
-            "   Category         Qty        Amt\n"
-            "   -------------------------------\n"
+  EXPECT_EQ(sections_of(report("", 0), QK_MEM_DUMP_SUMMARY | kDetails),
+            "Summary\n"
             "   Current:           7      30453\n"
             "   Overhead:          1       4096\n"
             "   Data:              6      26357\n"
@@ -73,43 +75,34 @@ TEST_F(Program, IsReportedInTheConfiguredSections) {
             "   Initial:                 135168\n"
             "   Heap:                    270336\n"
             "   Untracked:                98715\n"
-            "   Tags:\n"
+            "Tags\n"
             "     CF:              1          9\n"
             "     IX:              4      26248\n"
             "      L:              1       4096\n"
             "     NONE:            1        100\n"
-            "\n"
-            "    Hndl Tg          Address Typ Qty     Size    Total     Seq Location\n"
-            "   ----------------------------------------------------------------------------\n"
-            "   - - - - - - - - - - - - - Overhead handles  - - - - - - - - - - - - - - - - \n"
+            "Overhead handles\n"
             "   +   1                      A    0                 0     100 qkmem.cpp:#\n"
             "   +   6  L                   A    1              4096     600 log.cpp:3\n"
-            "   - - - - - - - - - - - - - Overhead handle blocks  - - - - - - - - - - - - - \n"
-            "\n"
-            "   - - - - - - - - - - - - - Overhead handle pointers  - - - - - - - - - - - - \n"
+            "Overhead handle pointers\n"
             "   +   6  L p1               R     1     4096     4096     601 log.cpp:9\n"
-            "   - - - - - - - - - - - - - Data handles  - - - - - - - - - - - - - - - - - - \n"
+            "Data handles\n"
             "   +   2                           1               100     200 qkmem.cpp:#\n"
             "   +   3 CF                   a    1                 9     300 config.cpp:10\n"
             "   +   4 IX                        1             24000     400 index_builder.cpp:204\n"
             "   +   5 IX                        3              2248     500 objects.cpp:5\n"
-            "   - - - - - - - - - - - - - Data handle blocks  - - - - - - - - - - - - - - - \n"
+            "Data handle blocks\n"
             "   +   5 IX 0000000000005030 B     1     2048     2048     503 objects.cpp:42\n"
-            "   - - - - - - - - - - - - - Data handle pointers  - - - - - - - - - - - - - - \n"
+            "Data handle pointers\n"
             "   +   2    p2               M     1      100      100     201 main.cpp:4464\n"
             "   +   3 CF p3               S     1        9        9     301 config.cpp:31\n"
             "   +   4 IX p4               C  1000       24    24000     401 index_builder.cpp:77\n"
             "   +   5 IX 0000000000005000 X     1      128      128     501 objects.cpp:40\n"
-            "   +   5 IX 0000000000005010 W     1       72       72     502 objects.cpp:41\n"
-            "   ----------------------------------------------------------------------------\n");
+            "   +   5 IX 0000000000005010 W     1       72       72     502 objects.cpp:41\n");
 }
 
 TEST_F(Program, IsComparedWithABaselineThatWasNeverTaken) {
-  EXPECT_EQ(report("", QK_MEM_DUMP_COMPARISON),
-            "  -----------------------------------------------------------------------------\n"
-            "  |                           |    BASELINE   |    CURRENT    |     GROWTH    |\n"
-            "  | Description               |  Qty       Amt|  Qty       Amt|   Pct      Amt|\n"
-            "  |---------------------------------------------------------------------------|\n"
+  EXPECT_EQ(sections("", QK_MEM_DUMP_COMPARISON),
+            "Totals\n"
             "  |Data handles               |    0         0|    6     26357|   n/a      n/a|\n"
             "  |Overhead handles           |    0         0|    1      4096|   n/a      n/a|\n"
             "  |Total of all handles       |    0         0|    7     30453|   n/a      n/a|\n"
@@ -118,48 +111,32 @@ TEST_F(Program, IsComparedWithABaselineThatWasNeverTaken) {
             "  |Current heap               |              0|         270336|   n/a      n/a|\n"
             "  |Initial heap               |               |         135168|               |\n"
             "  |Untracked memory usage     |               |          98715|               |\n"
-            "  |---------------------------------------------------------------------------|\n"
-            "  |Tags:                      |               |               |               |\n"
+            "Tags\n"
             "  |  CF                       |    0         0|    1         9|   n/a      n/a|\n"
             "  |  IX                       |    0         0|    4     26248|   n/a      n/a|\n"
             "  |   L                       |    0         0|    1      4096|   n/a      n/a|\n"
             "  |  NONE                     |    0         0|    1       100|   n/a      n/a|\n"
-            "  |---------------------------------------------------------------------------|\n"
-            "  |Hndl Tg Tp Created         |               |               |               |\n"
-            "  |- - - - - - - - - - - - - Overhead handles  - - - - - - - - - - - - - - - -|\n"
+            "Overhead handles\n"
             "  |   1     A qkmem.cpp:#     |    0         0|    0         0|   n/a      n/a|\n"
             "  |   6  L  A log.cpp:3       |    0         0|    1      4096|   n/a      n/a|\n"
-            "  |- - - - - - - - - - - - - Data handles  - - - - - - - - - - - - - - - - - -|\n"
+            "Data handles\n"
             "  |   2       qkmem.cpp:#     |    0         0|    1       100|   n/a      n/a|\n"
             "  |   3 CF  A config.cpp:10   |    0         0|    1         9|   n/a      n/a|\n"
             "  |   4 IX    index_builder.cp|    0         0|    1     24000|   n/a      n/a|\n"
-            "  |   5 IX    objects.cpp:5   |    0         0|    3      2248|   n/a      n/a|\n"
-            "  -----------------------------------------------------------------------------\n");
+            "  |   5 IX    objects.cpp:5   |    0         0|    3      2248|   n/a      n/a|\n");
 }
 
 TEST_F(Program, IsReportedAsFarAsAFilterGoes) {
-  EXPECT_EQ(report("TAG=IX AND TYPE=DATA AND AUTOFREE=FALSE",
-                   QK_MEM_DUMP_HANDLES | QK_MEM_DUMP_BLOCKS | QK_MEM_DUMP_POINTERS),
-
-            "\n"
-            "    Hndl Tg          Address Typ Qty     Size    Total     Seq Location\n"
-            "   ----------------------------------------------------------------------------\n"
-            "   - - - - - - - - - - - - - Overhead handles  - - - - - - - - - - - - - - - - \n"
-            "\n"
-            "   - - - - - - - - - - - - - Overhead handle blocks  - - - - - - - - - - - - - \n"
-            "\n"
-            "   - - - - - - - - - - - - - Overhead handle pointers  - - - - - - - - - - - - \n"
-            "\n"
-            "   - - - - - - - - - - - - - Data handles  - - - - - - - - - - - - - - - - - - \n"
+  EXPECT_EQ(sections("TAG=IX AND TYPE=DATA AND AUTOFREE=FALSE", kDetails),
+            "Data handles\n"
             "   +   4 IX                        1             24000     400 index_builder.cpp:204\n"
             "   +   5 IX                        3              2248     500 objects.cpp:5\n"
-            "   - - - - - - - - - - - - - Data handle blocks  - - - - - - - - - - - - - - - \n"
+            "Data handle blocks\n"
             "   +   5 IX 0000000000005030 B     1     2048     2048     503 objects.cpp:42\n"
-            "   - - - - - - - - - - - - - Data handle pointers  - - - - - - - - - - - - - - \n"
+            "Data handle pointers\n"
             "   +   4 IX p1               C  1000       24    24000     401 index_builder.cpp:77\n"
             "   +   5 IX 0000000000005000 X     1      128      128     501 objects.cpp:40\n"
-            "   +   5 IX 0000000000005010 W     1       72       72     502 objects.cpp:41\n"
-            "   ----------------------------------------------------------------------------\n");
+            "   +   5 IX 0000000000005010 W     1       72       72     502 objects.cpp:41\n");
 }
 
 /** The rows of a kind, from the kind on, sorted: their order is that of their addresses. */
