@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
+#include <string_view>
 
 #include "core/handle_array.h"
 #include "core/registry.h"
@@ -16,10 +17,9 @@ namespace {
 constexpr char kFile[] = "src/app.c";
 constexpr std::size_t kMostHandles = 12;
 constexpr std::size_t kMostRecords = 150;
-constexpr std::uint64_t kHeader = 16;   // of a managed array
 constexpr std::uint64_t kTracker = 16;  // as a tracker is accounted
-constexpr std::uint64_t kElement = 8;
 constexpr int kOutOfMemory = 5012;
+constexpr const char* kTags[] = {"AA", "B", "ZZ"};
 
 struct Thing {
   Thing() { ++alive; }
@@ -38,13 +38,39 @@ void fill(char* memory, std::uint64_t bytes) {
 
 qk_mem_handle* record_of(int hid) { return qk::mem::handle_slots().at(hid - 1); }
 
-/** What a handle is charged for its blocks. */
-std::uint64_t bytes_of_blocks(const qk_mem_handle& handle) {
-  std::uint64_t bytes = 0;
-  for (const qk_mem_block* block = handle.blocks; block != nullptr; block = block->next) {
-    bytes += block->capacity + Qk_mem_blocksize;
-  }
-  return bytes;
+/** How the sums come to know of a record and lose it. */
+struct EventsOfRecord {
+  Event recorded;
+  Event removed;
+  Event cleared;
+  Event deleted;
+};
+
+template <class Kind>
+const EventsOfRecord& events_of(Kind kind) {
+  static constexpr EventsOfRecord kAllocated = {Event::kAllocate, Event::kFree,
+                                                Event::kClearAllocated, Event::kDeleteAllocated};
+  static constexpr EventsOfRecord kExternal = {Event::kRegisterExternal, Event::kRemoveExternal,
+                                               Event::kClearExternal, Event::kDeleteRegistered};
+  static constexpr EventsOfRecord kObject = {Event::kRegisterObject, Event::kDeregisterObject,
+                                             Event::kClearObject, Event::kDeleteRegistered};
+  if (kind == Kind::kAllocated) return kAllocated;
+  return kind == Kind::kExternal ? kExternal : kObject;
+}
+
+/** The sums of a handle as the library has them. */
+Sums real_sums_of(const qk_mem_handle& handle) {
+  return {handle.amount, handle.qty, handle.overhead_amount, handle.overhead_qty};
+}
+
+/** The sums of a tag as the library has them; zero when there is none. */
+Sums real_sums_of_tag(std::string_view name) {
+  const qk::mem::RegistryLock lock;
+  Sums sums;
+  qk::mem::for_each_tag([&](const qk_mem_tag& tag) {
+    if (tag.name == name) sums = {tag.amount, tag.qty};
+  });
+  return sums;
 }
 
 bool is_recorded(int hid, const void* memory) {
@@ -55,10 +81,13 @@ bool is_recorded(int hid, const void* memory) {
 
 Accounts::Accounts(Choices& choices) : choices_(choices) {
   qk_mem_init();
-  handles_.push_back(std::make_unique<Handle>(Handle{QK_MEM_DATA_HANDLE, false, true, "", {}, {}}));
-  // The data handle outlives each run of calls.
-  handles_[0]->amount = record_of(QK_MEM_DATA_HANDLE)->amount;
-  handles_[0]->qty = record_of(QK_MEM_DATA_HANDLE)->qty;
+  // The data handle and the tags outlive each run of calls.
+  const qk_mem_handle& data = *record_of(QK_MEM_DATA_HANDLE);
+  Sums sums = real_sums_of(data);
+  sums -= sums_of_structure(data, HandleKind::kOrdinary);
+  handles_.push_back(std::make_unique<Handle>(
+      Handle{QK_MEM_DATA_HANDLE, HandleKind::kOrdinary, "", sums, {}, {}}));
+  for (const char* tag : kTags) leftovers_[tag] = real_sums_of_tag(tag);
 }
 
 Accounts::~Accounts() = default;
@@ -108,7 +137,7 @@ bool Accounts::finish() {
     char* memory = entry->first;
     if (entry->second.kind == Kind::kObject) {
       qk::destroy(data.hid, reinterpret_cast<Thing*>(memory));
-      data.qty -= 1;
+      data.charge(Event::kRemoveTracker, kTracker);
       --data.trackers;
       forget(data, entry);
     } else {
@@ -116,13 +145,13 @@ bool Accounts::finish() {
       std::free(memory);
     }
   }
-  qk_mem_iarrfree(data.hid, reinterpret_cast<void**>(&data.array), kFile, 1);
-  while (handles_.size() > 1) {
-    const int hid = handles_.back()->hid;
-    handles_.pop_back();
-    expect(qk_mem_idel_handle(hid, kFile, 2) == 0, "deletion fails");
+  if (data.array != nullptr) {
+    data.charge(Event::kFreeArray, data.array_bytes());
+    qk_mem_iarrfree(data.hid, reinterpret_cast<void**>(&data.array), kFile, 1);
   }
-  for (const char* tag : {"AA", "B", "ZZ"}) expect(qk_mem_tag_size(tag) == 0, "a tag holds bytes");
+  while (handles_.size() > 1) delete_handle(handles_.size() - 1);
+  expect_same_sums();
+  for (const char* tag : kTags) expect(qk_mem_tag_size(tag) == 0, "a tag holds bytes");
   expect(Thing::alive == 0, "objects are left");
   return complaint_.empty();
 }
@@ -132,34 +161,33 @@ bool Accounts::finish() {
 void Accounts::create() {
   static constexpr struct {
     const char* options;
-    bool blocks;
-    bool singly;
+    HandleKind kind;
   } kKinds[] = {
-      {"", false, true},
-      {"DATA AUTOFREE", false, true},
-      {"multithreaded overhead", false, true},
-      {"BLOCKMGMT", true, false},
-      {"BLOCKMGMT BLOCKSIZE=100 BLOCKINITIAL=0", true, false},
-      {"BLOCKMGMT,BLOCKFREE,BLOCKSIZE=300,", true, true},
-      {"BLOCKMGMT BLOCKFREE MULTITHREADED BLOCKSIZE=64 BLOCKINITIAL=3", true, true},
+      {"", HandleKind::kOrdinary},
+      {"DATA AUTOFREE", HandleKind::kOrdinary},
+      {"multithreaded overhead", HandleKind::kOrdinary},
+      {"BLOCKMGMT", HandleKind::kBlocks},
+      {"BLOCKMGMT BLOCKSIZE=100 BLOCKINITIAL=0", HandleKind::kBlocks},
+      {"BLOCKMGMT,BLOCKFREE,BLOCKSIZE=300,", HandleKind::kPieces},
+      {"BLOCKMGMT BLOCKFREE MULTITHREADED BLOCKSIZE=64 BLOCKINITIAL=3", HandleKind::kPieces},
   };
-  static constexpr const char* kTags[] = {"", "aa", "AA", "b", "Zz"};
+  static constexpr const char* kNames[] = {"", "aa", "AA", "b", "Zz"};
   static constexpr const char* kUpper[] = {"", "AA", "AA", "B", "ZZ"};
   if (handles_.size() >= kMostHandles) return destroy();
   const unsigned kind = pick(std::size(kKinds) + 1);
-  const unsigned tag = pick(std::size(kTags));
+  const unsigned tag = pick(std::size(kNames));
   if (kind == std::size(kKinds)) {
-    expect(qk_mem_inew_handle("BLOCKMGMT NONSENSE", kTags[tag], kFile, 1) == 0, "bad options");
+    expect(qk_mem_inew_handle("BLOCKMGMT NONSENSE", kNames[tag], kFile, 1) == 0, "bad options");
     return expect_code(11102, "bad options leave another code");
   }
   std::string options = kKinds[kind].options;
   // A list separated by commas would take them into the value.
   for (char& c : options) c = c == ',' ? ' ' : c;
-  const int hid = qk_mem_inew_handle(options.c_str(), kTags[tag], kFile, 1);
+  const int hid = qk_mem_inew_handle(options.c_str(), kNames[tag], kFile, 1);
   expect(hid > 2, "a handle is refused");
   if (hid <= 2) return;
-  handles_.push_back(std::make_unique<Handle>(
-      Handle{hid, kKinds[kind].blocks, kKinds[kind].singly, kUpper[tag], {}, {}}));
+  handles_.push_back(
+      std::make_unique<Handle>(Handle{hid, kKinds[kind].kind, kUpper[tag], {}, {}, {}}));
 }
 
 void Accounts::destroy() {
@@ -168,33 +196,53 @@ void Accounts::destroy() {
     expect(qk_mem_idel_handle(QK_MEM_DATA_HANDLE, kFile, 1) == 5566, "the data handle is deleted");
     return expect_code(5566, "another code");
   }
-  const int hid = handles_[index]->hid;
-  const long objects = [&] {
-    long count = 0;
-    for (const auto& entry : handles_[index]->records) count += entry.second.kind == Kind::kObject;
-    return count;
-  }();
-  const long before = Thing::alive;
-  expect(qk_mem_idel_handle(hid, kFile, 1) == 0, "deletion fails");
-  expect(Thing::alive == before - objects, "deletion leaves objects");
+  delete_handle(index);
+}
+
+void Accounts::delete_handle(std::size_t index) {
+  const Handle& handle = *handles_[index];
+  const qk_mem_handle& real = *record_of(handle.hid);
+  Sums left = sums_of(handle);
+  const auto leave = [&](Event event, std::uint64_t bytes) {
+    charge(left, event, handle.kind, bytes);
+  };
+  leave(Event::kDeleteHandle, left.amount);
+  leave(Event::kDeleteOwnMemory, sizeof real);
+  if (real.mtx != nullptr) leave(Event::kDeleteOwnMemory, sizeof *real.mtx);
+  for (const qk_mem_block* block = real.blocks; block != nullptr; block = block->next) {
+    leave(Event::kDeleteBlock, bytes_of(*block));
+  }
+  for (const auto& [memory, entry] : handle.records) {
+    leave(events_of(entry.kind).deleted, entry.bytes);
+    if (entry.kind == Kind::kObject) leave(Event::kDeleteTracker, kTracker);
+  }
+  for (const auto& [memory, size] : handle.unrecorded) leave(Event::kDeleteAllocated, size);
+  if (handle.array != nullptr) {
+    leave(Event::kDeleteAllocated, handle.array_bytes());
+  }
+  leftovers_[handle.tag] += left;
+  const long objects = Thing::alive - static_cast<long>(handle.trackers);
+  expect(qk_mem_idel_handle(handle.hid, kFile, 1) == 0, "deletion fails");
+  expect(Thing::alive == objects, "deletion leaves objects");
   handles_.erase(handles_.begin() + static_cast<std::ptrdiff_t>(index));
 }
 
 void Accounts::clear() {
   Handle& handle = any();
   const int result = qk_mem_iclear_handle(handle.hid, kFile, 1);
-  if (!handle.blocks) {
+  for (const auto& [memory, entry] : handle.records) {
+    handle.charge(events_of(entry.kind).cleared, entry.bytes);
+    if (entry.kind == Kind::kObject) handle.charge(Event::kClearTracker, kTracker);
+  }
+  for (const auto& [memory, size] : handle.unrecorded) handle.charge(Event::kClearAllocated, size);
+  if (handle.array != nullptr) {
+    handle.charge(Event::kClearAllocated, handle.array_bytes());
+  }
+  if (!handle.is_blockmgmt()) {
     expect(result == 5566, "an ordinary handle is cleared");
     return expect_code(5566, "another code");
   }
   expect(result == 0, "clear fails");
-  for (const auto& [memory, entry] : handle.records) {
-    if (entry.kind != Kind::kAllocated) handle.amount -= entry.bytes;
-  }
-  // Where trackers' bytes never were, they are taken out all the same.
-  handle.amount -= kTracker * handle.trackers;
-  handle.qty -= static_cast<std::uint32_t>(handle.records.size()) + handle.trackers;
-  if (handle.array != nullptr && handle.singly) handle.qty -= 1;
   handle.records.clear();
   handle.unrecorded.clear();
   handle.trackers = 0;
@@ -235,7 +283,8 @@ void Accounts::hold(Handle& handle, char* memory, std::uint64_t size) {
   expect(memory != nullptr, "memory is refused");
   if (memory == nullptr) return;
   fill(memory, size);
-  if (!handle.singly) {
+  if (!handle.records_allocations()) {
+    handle.charge(Event::kAllocate, size);
     handle.unrecorded[memory] = size;
     return expect(!is_recorded(handle.hid, memory), "a piece is recorded");
   }
@@ -272,18 +321,19 @@ void Accounts::allocate_in_vain() {
 void Accounts::resize() {
   Handle& handle = any();
   const std::uint64_t size = pick_size(handle);
-  if (!handle.singly) {
+  if (!handle.records_allocations()) {
     if (handle.unrecorded.empty()) return;
     char* piece = handle.unrecorded.begin()->first;
     return expect(qk_mem_irealloc(handle.hid, piece, size, 8, kFile, 1) == nullptr,
                   "a piece that nobody knows is resized");
   }
-  const auto entry = handle.blocks ? pick_record(handle, Kind::kAllocated) : pick_memory(handle);
+  const auto entry =
+      handle.is_blockmgmt() ? pick_record(handle, Kind::kAllocated) : pick_memory(handle);
   if (entry == handle.records.end() || handle.records.count(entry->first) > 1) return;
   char* const before = entry->first;
-  const std::uint64_t kept = handle.blocks ? 0 : std::min(size, entry->second.bytes);
+  const std::uint64_t kept = handle.is_blockmgmt() ? 0 : std::min(size, entry->second.bytes);
   char const first = entry->second.bytes > 0 ? *before : '\0';
-  const bool stays = handle.blocks && size <= entry->second.bytes;
+  const bool stays = handle.is_blockmgmt() && size <= entry->second.bytes;
   forget(handle, entry);
   auto* memory = static_cast<char*>(qk_mem_irealloc(handle.hid, before, size, 8, kFile, 2));
   if (size == 0) return expect(memory == nullptr, "a resize to nothing gives memory");
@@ -296,8 +346,9 @@ void Accounts::resize() {
 
 void Accounts::release() {
   Handle& handle = any();
-  if (!handle.singly && !handle.unrecorded.empty() && pick(2) == 0) {
+  if (!handle.records_allocations() && !handle.unrecorded.empty() && pick(2) == 0) {
     const auto& [piece, size] = *handle.unrecorded.begin();
+    handle.charge(Event::kFree, size);
     qk_mem_ifree(handle.hid, piece, kFile, 1);
     return expect_filled(piece, size);
   }
@@ -322,11 +373,11 @@ void Accounts::release_on_another() {
   const auto entry = pick_memory(handle);
   if (other == nullptr || entry == handle.records.end()) return;
   char* const memory = entry->first;
-  const bool piece = handle.blocks && entry->second.kind == Kind::kAllocated;
-  if (piece && !other->blocks) return;
+  const bool piece = handle.is_blockmgmt() && entry->second.kind == Kind::kAllocated;
+  if (piece && !other->is_blockmgmt()) return;
   qk_mem_ifree(other->hid, memory, kFile, 1);
   expect(is_recorded(handle.hid, memory), "another handle's free takes the record");
-  if (other->blocks) return;
+  if (other->is_blockmgmt()) return;
   take_out_all(handle, memory);
 }
 
@@ -336,10 +387,10 @@ void Accounts::resize_on_another() {
   Handle* other = another(handle);
   const auto entry = pick_memory(handle);
   if (other == nullptr || entry == handle.records.end()) return;
-  if (handle.blocks && entry->second.kind == Kind::kAllocated) return;
+  if (handle.is_blockmgmt() && entry->second.kind == Kind::kAllocated) return;
   char* const memory = entry->first;
   void* resized = qk_mem_irealloc(other->hid, memory, 50, 16, kFile, 1);
-  if (other->blocks)
+  if (other->is_blockmgmt())
     return expect(resized == nullptr, "a block-managed handle resizes the unknown");
   expect(resized != nullptr && !is_recorded(other->hid, resized), "the unknown is recorded");
   take_out_all(handle, memory);
@@ -388,7 +439,7 @@ void Accounts::take_out() {
     int nothing = 0;
     return qk_mem_ideregister(handle.hid, QK_MEM_EXTERNAL, &nothing, kFile, 5);
   }
-  if (handle.blocks && entry->second.kind == Kind::kAllocated) return;
+  if (handle.is_blockmgmt() && entry->second.kind == Kind::kAllocated) return;
   char* const memory = entry->first;
   expect_filled(memory, entry->second.bytes);
   take_out_all(handle, memory);
@@ -400,6 +451,7 @@ void Accounts::make_object() {
   if (handle.records.size() >= kMostRecords) return unmake_object();
   Thing* const thing = qk::make<Thing>(handle.hid);
   record(handle, reinterpret_cast<char*>(thing), sizeof(Thing), Kind::kObject);
+  handle.charge(Event::kRecordTracker, kTracker);
   ++handle.trackers;
 }
 
@@ -416,8 +468,7 @@ void Accounts::unmake_object() {
     qk::detail::deregister(handle.hid, QK_MEM_ARRAY, qk::detail::name_of_object(thing));
     delete thing;
   }
-  // The tracker's record leaves the number of data, where it never was.
-  handle.qty -= 1;
+  handle.charge(Event::kRemoveTracker, kTracker);
   --handle.trackers;
 }
 
@@ -429,18 +480,15 @@ void Accounts::push() {
   const bool full = handle.array != nullptr && handle.count == handle.capacity;
   void* array = handle.array;
   const std::int64_t index = qk_mem_imarralloc(handle.hid, &array, kElement, factor, kFile, 1);
-  if (full && !handle.singly) {
+  if (full) handle.charge(Event::kGrowArray, factor * kElement);
+  if (full && !handle.records_allocations()) {
     expect(index == -2 && array == handle.array, "an array grows in pieces that can't be resized");
     return;
   }
   expect(index == static_cast<std::int64_t>(handle.count), "another element");
   if (index < 0) return;
-  if (handle.array == nullptr || full) {
-    const std::uint64_t added = factor * kElement + (handle.array == nullptr ? kHeader : 0);
-    if (!handle.blocks) handle.amount += added;
-    if (handle.array == nullptr && handle.singly) ++handle.qty;
-    handle.capacity += factor;
-  }
+  if (handle.array == nullptr) handle.charge(Event::kCreateArray, kHeader + factor * kElement);
+  if (handle.array == nullptr || full) handle.capacity += factor;
   handle.array = static_cast<char*>(array);
   for (std::uint64_t i = 0; i < handle.count; ++i) {
     expect(handle.array[kElement * i] == 'e', "an element is not what it was");
@@ -456,9 +504,8 @@ void Accounts::drop_array() {
   void* array = handle.array;
   qk_mem_iarrfree(handle.hid, &array, kFile, 2);
   expect(array == nullptr, "an array outlives its end");
-  if (handle.array != nullptr && handle.singly) {
-    --handle.qty;
-    if (!handle.blocks) handle.amount -= kHeader + kElement * handle.capacity;
+  if (handle.array != nullptr) {
+    handle.charge(Event::kFreeArray, handle.array_bytes());
   }
   handle.array = nullptr;
   handle.capacity = handle.count = 0;
@@ -499,7 +546,13 @@ void Accounts::report() {
   expect(static_cast<std::size_t>(answer) == qk_mem_isize(handle.hid, kFile, 1), "another answer");
 }
 
-// ---- The books
+// ---- The sums
+
+Sums Accounts::sums_of(const Handle& handle) {
+  Sums sums = handle.sums;
+  sums += sums_of_structure(*record_of(handle.hid), handle.kind);
+  return sums;
+}
 
 Accounts::Handle& Accounts::any() {
   return *handles_[pick(static_cast<unsigned>(handles_.size()))];
@@ -513,7 +566,7 @@ Accounts::Handle* Accounts::another(const Handle& handle) {
 /** Pieces have at least a byte: several without any can share an address. */
 std::uint64_t Accounts::pick_size(const Handle& handle) {
   const std::uint64_t size = pick(20) == 0 ? pick(5000) : pick(120);
-  return handle.blocks && size == 0 ? 1 : size;
+  return handle.is_blockmgmt() && size == 0 ? 1 : size;
 }
 
 Accounts::Records::iterator Accounts::pick_record(Handle& handle, Kind kind) {
@@ -532,15 +585,12 @@ Accounts::Records::iterator Accounts::pick_memory(Handle& handle) {
 
 void Accounts::record(Handle& handle, char* memory, std::uint64_t bytes, Kind kind) {
   handle.records.insert({memory, {bytes, kind}});
-  ++handle.qty;
-  if (kind != Kind::kAllocated || !handle.blocks) handle.amount += bytes;
+  handle.charge(events_of(kind).recorded, bytes);
   expect(is_recorded(handle.hid, memory), "what was given isn't recorded");
 }
 
 void Accounts::forget(Handle& handle, Records::iterator entry) {
-  --handle.qty;
-  if (entry->second.kind != Kind::kAllocated || !handle.blocks)
-    handle.amount -= entry->second.bytes;
+  handle.charge(events_of(entry->second.kind).removed, entry->second.bytes);
   handle.records.erase(entry);
 }
 
@@ -572,25 +622,29 @@ void Accounts::expect_same_sums(const Handle& handle) {
   const qk_mem_handle* real = record_of(handle.hid);
   expect(real != nullptr, "a handle is gone");
   if (real == nullptr) return;
-  expect(real->amount == handle.amount + bytes_of_blocks(*real), "another amount");
-  expect(real->qty == handle.qty + real->num_blocks, "another quantity");
+  const Sums sums = sums_of(handle);
+  expect(real->amount == sums.amount, "another amount");
+  expect(real->qty == sums.qty, "another quantity");
+  expect(real->overhead_amount == sums.overhead_amount, "another amount of overhead");
+  expect(real->overhead_qty == sums.overhead_qty, "another quantity of overhead");
   expect(qk_mem_isize(handle.hid, kFile, 1) == real->amount, "another size");
 }
 
-void Accounts::expect_same_tags() {
-  for (const char* tag : {"AA", "B", "ZZ"}) {
-    std::uint64_t bytes = 0;
-    for (const auto& handle : handles_) {
-      if (handle->tag == tag) bytes += record_of(handle->hid)->amount;
-    }
-    expect(qk_mem_tag_size(tag) == static_cast<std::int64_t>(bytes), "another sum under a tag");
+void Accounts::expect_same_tag(const char* name) {
+  Sums sums = leftovers_[name];
+  for (const auto& handle : handles_) {
+    if (handle->tag == name) sums += sums_of(*handle);
   }
+  const Sums real = real_sums_of_tag(name);
+  expect(real.amount == sums.amount, "another sum under a tag");
+  expect(real.qty == sums.qty, "another quantity under a tag");
+  expect(qk_mem_tag_size(name) == static_cast<std::int64_t>(sums.amount), "another size of a tag");
 }
 
 void Accounts::expect_same_sums() {
   ++steps_;
   for (const auto& handle : handles_) expect_same_sums(*handle);
-  expect_same_tags();
+  for (const char* tag : kTags) expect_same_tag(tag);
   const auto live = static_cast<std::int32_t>(handles_.size()) + 1;
   expect(Qk_mem_num_handles == live, "another number of handles");
 }

@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "tests/kit/charges.h"
+
 /** Calls of the library in any order, beside the plainest books of what they must come to. */
 namespace kit {
 
@@ -49,23 +51,31 @@ class Accounts {
   };
   using Records = std::multimap<char*, Entry>;
 
+  static constexpr std::uint64_t kHeader = 16;  // of a managed array
+  static constexpr std::uint64_t kElement = 8;
+
   struct Handle {
     int hid;
-    bool blocks;      // block-managed
-    bool singly;      // its memory is recorded and can be freed piece by piece
+    HandleKind kind;
     std::string tag;  // upper case
+    Sums sums;        // without sums_of_structure()
     Records records;
     std::map<char*, std::uint64_t> unrecorded;  // pieces of blocks
-    std::uint64_t amount = 0;                   // beside the blocks
-    std::uint32_t qty = 0;                      // beside the blocks
     std::uint32_t trackers = 0;
     char* array = nullptr;  // its managed array, with elements of 8 bytes
     std::uint64_t capacity = 0;
     std::uint64_t count = 0;
+
+    [[nodiscard]] bool is_blockmgmt() const { return kind != HandleKind::kOrdinary; }
+    [[nodiscard]] bool records_allocations() const { return kind != HandleKind::kBlocks; }
+    [[nodiscard]] std::uint64_t array_bytes() const { return kHeader + kElement * capacity; }
+    void charge(Event event, std::uint64_t bytes) { kit::charge(sums, event, kind, bytes); }
   };
 
+  static Sums sums_of(const Handle& handle);
   void create();
   void destroy();
+  void delete_handle(std::size_t index);
   void clear();
   void allocate();
   void allocate_in_vain();
@@ -100,11 +110,12 @@ class Accounts {
   void expect_code(int code, const char* what);
   void expect(bool holds, const char* what);
   void expect_same_sums(const Handle& handle);
-  void expect_same_tags();
+  void expect_same_tag(const char* name);
   void expect_same_sums();
 
   Choices& choices_;
   std::vector<std::unique_ptr<Handle>> handles_;
+  std::map<std::string, Sums> leftovers_;  // what deleted handles have left in their tags
   std::string complaint_;
   std::string doing_;
   unsigned steps_ = 0;

@@ -16,6 +16,7 @@
 #include "core/records.h"
 #include "core/registry.h"
 #include "qkmem/qkmem.hpp"
+#include "tests/kit/charges.h"
 #include "tests/kit/scene.h"
 
 /**
@@ -24,25 +25,16 @@
  */
 namespace mix {
 
-/** A part of the totals of a handle. Unsigned as the library's own, so that sums can wrap. */
-struct Books {
-  std::uint64_t amount = 0;
-  std::uint32_t qty = 0;
-
-  void gain(std::uint64_t bytes) { amount += bytes, ++qty; }
-  void lose(std::uint64_t bytes) { amount -= bytes, --qty; }
-  Books& operator+=(const Books& other) {
-    amount += other.amount;
-    qty += other.qty;
-    return *this;
-  }
-  bool operator==(const Books&) const = default;
-};
-
 /** The handles that all threads use, by their place in the books. */
 enum Place { kPlain, kTagged, kPieces, kEmptied, kData, kPlaces };
 
+[[nodiscard]] constexpr kit::HandleKind kind_of(Place place) {
+  if (place == kEmptied) return kit::HandleKind::kBlocks;
+  return place == kPieces ? kit::HandleKind::kPieces : kit::HandleKind::kOrdinary;
+}
+
 constexpr std::uint64_t kBlocksize = 4096;
+constexpr std::uint64_t kTracker = 16;  // as a tracker is accounted
 
 struct SharedHandles {
   int ids[kPlaces] = {
@@ -138,18 +130,15 @@ class Worker {
 
   void release(const Item& item) {
     expect(is_intact(item), "memory was written by nobody else");
-    Books& books = books_[item.place];
     const int hid = shared_.ids[item.place];
     switch (item.kind) {
       case Item::kMemory:
         qk_mem_free(hid, item.address);
-        if (is_recorded(item.place)) ++events_, books.lose(charged(item));
-        return;
+        return charge(item.place, kit::Event::kFree, item.size);
       case Item::kExternal:
         qk_mem_deregister(hid, QK_MEM_EXTERNAL, item.address);
         std::free(item.address);
-        if (is_recorded(item.place)) ++events_, books.lose(item.size);
-        return;
+        return charge(item.place, kit::Event::kRemoveExternal, item.size);
       case Item::kObject:
         qk::destroy(qk::On(hid), reinterpret_cast<Thing*>(item.address));
         break;
@@ -157,18 +146,16 @@ class Worker {
         qk::destroy<Thing[]>(qk::On(hid), reinterpret_cast<Thing*>(item.address));
         break;
     }
-    if (!is_recorded(item.place)) return;
-    books.lose(item.size);
-    --books.qty;  // the record of the tracker is taken off the data as well
-    --trackers_[item.place];
-    events_ += 2;
+    charge(item.place, kit::Event::kDeregisterObject, item.size);
+    charge(item.place, kit::Event::kRemoveTracker, kTracker);
   }
 
   [[nodiscard]] const std::vector<Item>& items() const { return items_; }
-  [[nodiscard]] const Books& books(Place place) const { return books_[place]; }
-  [[nodiscard]] std::uint64_t live_trackers(Place place) const { return trackers_[place]; }
+  /** What the thread's calls have changed on a shared handle. */
+  [[nodiscard]] const kit::Sums& sums(Place place) const { return sums_[place]; }
   [[nodiscard]] std::uint32_t events() const { return events_; }
-  [[nodiscard]] std::uint32_t own_handle_qty() const { return own_handle_qty_; }
+  /** What the thread's own handles have left in their tags. */
+  [[nodiscard]] const kit::Sums& leftovers() const { return leftovers_; }
   [[nodiscard]] const std::string& complaints() const { return complaints_; }
 
  private:
@@ -187,10 +174,14 @@ class Worker {
   [[nodiscard]] bool is_recorded(Place place) const {
     return qk_mem_debug_on() != 0 || place != kData;
   }
-  /** Pieces are charged with their blocks. */
-  [[nodiscard]] static std::uint64_t charged(const Item& item) {
-    return item.place == kPieces ? 0 : item.size;
+
+  /** Each change of a record is an event. */
+  void charge(Place place, kit::Event event, std::uint64_t bytes) {
+    if (!is_recorded(place)) return;
+    ++events_;
+    kit::charge(sums_[place], event, kind_of(place), bytes);
   }
+
   [[nodiscard]] static bool is_intact(const Item& item) {
     for (std::size_t i = 1; i < item.size; ++i) {
       if (item.address[i] != item.address[0]) return false;
@@ -244,7 +235,7 @@ class Worker {
     }
     item.address = static_cast<unsigned char*>(memory);
     fill(item);
-    if (is_recorded(item.place)) ++events_, books_[item.place].gain(charged(item));
+    charge(item.place, kit::Event::kAllocate, item.size);
     items_.push_back(item);
   }
 
@@ -253,7 +244,7 @@ class Worker {
     item.address = static_cast<unsigned char*>(std::malloc(item.size));
     fill(item);
     qk_mem_register(shared_.ids[item.place], QK_MEM_EXTERNAL, item.address, item.size);
-    if (is_recorded(item.place)) ++events_, books_[item.place].gain(item.size);
+    charge(item.place, kit::Event::kRegisterExternal, item.size);
     items_.push_back(item);
   }
 
@@ -274,10 +265,8 @@ class Worker {
 
   void note_object(const Item& item) {
     items_.push_back(item);
-    if (!is_recorded(item.place)) return;
-    books_[item.place].gain(item.size);
-    ++trackers_[item.place];
-    events_ += 2;
+    charge(item.place, kit::Event::kRegisterObject, item.size);
+    charge(item.place, kit::Event::kRecordTracker, kTracker);
   }
 
   void resize() {
@@ -288,13 +277,11 @@ class Worker {
     const int hid = shared_.ids[item.place];
     void* memory = below(2) == 0 ? qk_mem_realloc(hid, item.address, size)
                                  : qk_mem_recalloc(hid, item.address, size, 1, item.size);
-    if (is_recorded(item.place)) {
-      ++events_;
-      books_[item.place].amount -= charged(item);
-    }
+    charge(item.place, kit::Event::kFree, item.size);
+    charge(item.place, kit::Event::kAllocate, size);
+    if (is_recorded(item.place)) --events_;  // the two are one event
     item.address = static_cast<unsigned char*>(memory);
     item.size = size;
-    if (is_recorded(item.place)) books_[item.place].amount += charged(item);
     fill(item);
   }
 
@@ -360,9 +347,11 @@ class Worker {
 
   void delete_own(int hid) {
     const qk_mem_handle& handle = *qk::mem::handle_slots().at(hid - 1);
-    events_ += bookkeeping_events(handle) + own_records(handle) + 2;
-    // The handle's own records are no data, and yet the tag loses them.
-    own_handle_qty_ -= own_records(handle);
+    const std::uint32_t records = own_records(handle);
+    events_ += bookkeeping_events(handle) + records + 2;
+    for (std::uint32_t i = 0; i < records; ++i) {
+      kit::charge(leftovers_, kit::Event::kDeleteOwnMemory, kit::HandleKind::kOrdinary, 0);
+    }
     expect(qk_mem_del_handle(hid) == 0, "a handle can be deleted");
   }
 
@@ -443,10 +432,9 @@ class Worker {
   const bool configures_;
   FILE* nowhere_ = std::fopen("/dev/null", "w");
   std::vector<Item> items_;
-  Books books_[kPlaces];
-  std::uint64_t trackers_[kPlaces] = {};
+  kit::Sums sums_[kPlaces];
+  kit::Sums leftovers_;
   std::uint32_t events_ = 0;
-  std::uint32_t own_handle_qty_ = 0;
   std::string complaints_;
 };
 

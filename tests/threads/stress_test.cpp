@@ -15,7 +15,6 @@
 
 namespace {
 
-using mix::Books;
 using mix::Place;
 using mix::Worker;
 
@@ -77,7 +76,7 @@ class StressedLibrary : public ::testing::Test {
     }
     EXPECT_EQ(kit::handle_of(shared_.ids[mix::kEmptied]).amount, bytes_of_blocks(mix::kEmptied));
     EXPECT_EQ(qk_mem_tag_size("OA") + qk_mem_tag_size("OB"), 0);
-    EXPECT_EQ(qty_of_tag("OA") + qty_of_tag("OB"), sum_of_own_handles());
+    EXPECT_EQ(qty_of_tag("OA") + qty_of_tag("OB"), leftovers().qty);
   }
 
   /** Releases and deletes everything, and expects what there was at the start. */
@@ -110,23 +109,24 @@ class StressedLibrary : public ::testing::Test {
 
   void expect_exact(Place place) {
     const qk_mem_handle& handle = kit::handle_of(shared_.ids[place]);
-    Books books = {bytes_of_blocks(place), records_of_blocks(place)};
-    std::uint64_t trackers = 0;
-    for (const auto& worker : workers_) {
-      books += worker->books(place);
-      trackers += worker->live_trackers(place);
+    const bool is_recorded = place != mix::kData || qk_mem_debug_on() != 0;
+    kit::Sums sums;
+    if (is_recorded) {
+      sums += kit::sums_of_structure(handle, mix::kind_of(place), handle.track_blocks != 0);
     }
+    for (const auto& worker : workers_) sums += worker->sums(place);
     const Table table(handle);
-    EXPECT_EQ(handle.amount, books.amount) << place;
-    EXPECT_EQ(handle.qty, books.qty) << place;
+    EXPECT_EQ(handle.amount, sums.amount) << place;
+    EXPECT_EQ(handle.qty, sums.qty) << place;
+    EXPECT_EQ(handle.overhead_amount, sums.overhead_amount) << place;
+    EXPECT_EQ(handle.overhead_qty, sums.overhead_qty) << place;
     EXPECT_EQ(handle.overhead_amount, table.overhead) << place;
-    if (place != mix::kData || qk_mem_debug_on() != 0) {
+    if (is_recorded) {
       EXPECT_EQ(table.records, held_on(place) + records_of_blocks(place)) << place;
     }
-    EXPECT_EQ(trackers_in(handle), trackers) << place;
     if (place == mix::kData) return;  // it shares its tag with the library's own handles
-    EXPECT_EQ(static_cast<std::uint64_t>(qk_mem_tag_size(mix::kTags[place])), books.amount);
-    EXPECT_EQ(qty_of_tag(mix::kTags[place]), books.qty) << place;
+    EXPECT_EQ(static_cast<std::uint64_t>(qk_mem_tag_size(mix::kTags[place])), sums.amount);
+    EXPECT_EQ(qty_of_tag(mix::kTags[place]), sums.qty) << place;
   }
 
   [[nodiscard]] std::uint32_t held_on(Place place) const {
@@ -136,15 +136,6 @@ class StressedLibrary : public ::testing::Test {
       for (const mix::Item& item : worker->items()) add(item);
     }
     for (const mix::Item& item : exchange_.left()) add(item);
-    return count;
-  }
-
-  [[nodiscard]] static std::uint64_t trackers_in(const qk_mem_handle& handle) {
-    const qk::mem::RegistryLock lock;
-    std::uint64_t count = 0;
-    qk::mem::for_each_record(handle, [&](const qk_mem_ptr& record) {
-      count += record.kind == qk::mem::kind::kTracker ? 1 : 0;
-    });
     return count;
   }
 
@@ -174,10 +165,10 @@ class StressedLibrary : public ::testing::Test {
     return qty;
   }
 
-  [[nodiscard]] std::uint32_t sum_of_own_handles() const {
-    std::uint32_t qty = 0;
-    for (const auto& worker : workers_) qty += worker->own_handle_qty();
-    return qty;
+  [[nodiscard]] kit::Sums leftovers() const {
+    kit::Sums sums;
+    for (const auto& worker : workers_) sums += worker->leftovers();
+    return sums;
   }
 
   mix::SharedHandles shared_;
