@@ -27,10 +27,10 @@ TEST(Free, BringsTheTotalsBackToWhatTheyWere) {
   Ledger ledger("");
   qk_mem_imalloc(ledger.pool, 7, 16, "src/app.c", 11);
   void* memory = qk_mem_imalloc(ledger.pool, 100, 16, "src/app.c", 12);
-  EXPECT_EQ(ledger.books(), "handle 2 for 107, tag 2 for 107, events 2");
+  EXPECT_EQ(ledger.sums(), "handle 2 for 107, tag 2 for 107, events 2");
   release(ledger.pool, memory);
   EXPECT_EQ(ledger.record(memory), "none");
-  EXPECT_EQ(ledger.books(), "handle 1 for 7, tag 1 for 7, events 3");
+  EXPECT_EQ(ledger.sums(), "handle 1 for 7, tag 1 for 7, events 3");
 }
 
 TEST(Free, IsLoggedAndTracedWithTheRecord) {
@@ -61,12 +61,12 @@ TEST(Free, IsLoggedAndTracedWithTheRecord) {
   };
   EXPECT_EQ(kit::data_of(ledger.pool), "6 for 270");
   for (const auto& row : rows) {
-    ledger.turn_page();
+    ledger.skip_all();
     release(ledger.pool, row.memory);
     EXPECT_EQ(ledger.log(), row.log);
     EXPECT_EQ(ledger.trace(), row.trace);
   }
-  EXPECT_EQ(ledger.books(), "handle 0 for 0, tag 0 for 0, events 1");
+  EXPECT_EQ(ledger.sums(), "handle 0 for 0, tag 0 for 0, events 1");
 }
 
 TEST(Free, IsLoggedWithTheHeapWhereThatIsAskedFor) {
@@ -82,7 +82,7 @@ TEST(Free, IsLoggedWithTheHeapWhereThatIsAskedFor) {
 TEST(Free, IsTracedAlsoWhereNothingIsLogged) {
   Ledger ledger(Environment{"EXCEPTIONS=qk_imalloc", "DB", ""});
   void* memory = qk_mem_icalloc(ledger.pool, 10, 8, 16, "src/app.c", 12);
-  ledger.turn_page();
+  ledger.skip_all();
   release(ledger.pool, memory);
   EXPECT_EQ(ledger.log(), "");
   EXPECT_EQ(ledger.trace(), "3 F [p1] 10 8 other.c 80 -80\n");
@@ -95,7 +95,7 @@ TEST(Free, OfUnknownPointerReleasesItAndWarnsTwice) {
             "   qk_mem_ifree: WARNING:   3 [p1] ptr not found at other.c:80\n"
             "   qk_mem_ifree: WARNING:   3 [p1] ptr not found at other.c:80\n");
   EXPECT_EQ(ledger.trace(), "");
-  EXPECT_EQ(ledger.books(), "handle 0 for 0, tag 0 for 0, events 0");
+  EXPECT_EQ(ledger.sums(), "handle 0 for 0, tag 0 for 0, events 0");
 }
 
 TEST(Free, OfUnknownPointerIsWarnedAboutAsTheSwitchesSay) {
@@ -145,7 +145,7 @@ TEST(Free, OfNullIsWarnedAboutAndNothingElse) {
   release(ledger.pool, nullptr);
   EXPECT_EQ(ledger.log(), "   qk_mem_ifree: WARNING: free of NULL pointer at other.c:80\n");
   EXPECT_EQ(ledger.trace(), "");
-  EXPECT_EQ(ledger.books(), "handle 0 for 0, tag 0 for 0, events 0");
+  EXPECT_EQ(ledger.sums(), "handle 0 for 0, tag 0 for 0, events 0");
 }
 
 TEST(Free, OfNullIsNotWarnedAboutWhereTheRoutineIsOff) {
@@ -169,12 +169,12 @@ TEST(Free, OfWhatWasMadeByNewIsWarnedAboutAndDone) {
   Ledger ledger(Environment{"DEBUG", "DB", ""});
   for (const auto& row : rows) {
     void* memory = hold_memory(ledger, row.kind, 3, 8);
-    ledger.turn_page();
+    ledger.skip_all();
     release(ledger.pool, memory);
     EXPECT_EQ(ledger.log(), row.log);
     EXPECT_EQ(ledger.trace(), "3 F [p1] 3 8 other.c 80 -24\n");
     EXPECT_EQ(ledger.record(memory), "none");
-    EXPECT_EQ(ledger.books(), "handle 0 for 0, tag 0 for 0, events 1");
+    EXPECT_EQ(ledger.sums(), "handle 0 for 0, tag 0 for 0, events 1");
   }
 }
 

@@ -48,7 +48,7 @@ TEST(InvalidHandle, IsRefusedWithItsCodeByEveryEntryPoint) {
   Ledger ledger("");
   const kit::Pool deleted;
   qk_mem_idel_handle(deleted, "src/app.c", 1);
-  ledger.turn_page();
+  ledger.skip_all();
   for (const int hid : {int{deleted}, 5, 512, 513, 100000, 0, -1, INT_MAX, INT_MIN}) {
     for (const Call& call : kCalls) {
       Qk_mem_error.set(0);
@@ -56,13 +56,13 @@ TEST(InvalidHandle, IsRefusedWithItsCodeByEveryEntryPoint) {
       EXPECT_EQ(qk_mem_error(), 5566) << call.prefix << hid;
     }
   }
-  EXPECT_EQ(ledger.books(), "handle 0 for 0, tag 0 for 0, events 0");
+  EXPECT_EQ(ledger.sums(), "handle 0 for 0, tag 0 for 0, events 0");
 }
 
 TEST(InvalidHandle, IsLoggedUnderDebugWithTheWholeLine) {
   Ledger ledger(Environment{"DEBUG", "DB", ""});
   for (const Call& call : kCalls) {
-    ledger.turn_page();
+    ledger.skip_all();
     EXPECT_TRUE(call.refuses(-12));
     EXPECT_EQ(ledger.log(), std::string(call.prefix) + "ERROR: invalid hid -12 at app.c:70000\n");
     EXPECT_EQ(ledger.trace(), "");
@@ -108,7 +108,7 @@ TEST(InvalidHandle, LeavesMemoryOfOthersAsItIs) {
   EXPECT_EQ(qk_mem_irealloc(4, memory, 1 << 20, 16, "src/app.c", 13), nullptr);
   qk_mem_ifree(4, memory, "src/app.c", 13);
   EXPECT_EQ(ledger.record(memory), "M 1/10 app.c:12 event 1");
-  EXPECT_EQ(ledger.books(), "handle 1 for 10, tag 1 for 10, events 1");
+  EXPECT_EQ(ledger.sums(), "handle 1 for 10, tag 1 for 10, events 1");
 }
 
 }  // namespace

@@ -25,10 +25,10 @@ TEST(Malloc, IsRecordedAndCounted) {
   Ledger ledger("");
   void* first = allocate(ledger.pool, 100);
   EXPECT_EQ(ledger.record(first), "M 1/100 app.c:12 event 1");
-  EXPECT_EQ(ledger.books(), "handle 1 for 100, tag 1 for 100, events 1");
+  EXPECT_EQ(ledger.sums(), "handle 1 for 100, tag 1 for 100, events 1");
   void* second = allocate(ledger.pool, 50);
   EXPECT_EQ(ledger.record(second), "M 1/50 app.c:12 event 2");
-  EXPECT_EQ(ledger.books(), "handle 2 for 150, tag 2 for 150, events 2");
+  EXPECT_EQ(ledger.sums(), "handle 2 for 150, tag 2 for 150, events 2");
   EXPECT_EQ(ledger.record(first), "M 1/100 app.c:12 event 1");
 }
 
@@ -38,7 +38,7 @@ TEST(Malloc, GivesMemoryThatCanBeUsedAndFreed) {
   std::memset(memory, 0x55, 100);
   EXPECT_EQ(reinterpret_cast<std::uintptr_t>(memory) % 16, 0U);
   qk_mem_ifree(ledger.pool, memory, "src/app.c", 13);
-  EXPECT_EQ(ledger.books(), "handle 0 for 0, tag 0 for 0, events 2");
+  EXPECT_EQ(ledger.sums(), "handle 0 for 0, tag 0 for 0, events 2");
 }
 
 TEST(Malloc, IsLoggedAndTraced) {
@@ -70,7 +70,7 @@ TEST(Malloc, OfZeroBytesIsWarnedAboutAndServed) {
             "   qk_mem_imalloc:        3 [p1] M 0 app.c:12\n");
   EXPECT_EQ(ledger.trace(), "3 M [p1] 1 0 app.c 12 0\n");
   EXPECT_EQ(ledger.record(memory), "M 1/0 app.c:12 event 1");
-  EXPECT_EQ(ledger.books(), "handle 1 for 0, tag 1 for 0, events 1");
+  EXPECT_EQ(ledger.sums(), "handle 1 for 0, tag 1 for 0, events 1");
 }
 
 TEST(Malloc, IgnoresTheAlignment) {
@@ -79,7 +79,7 @@ TEST(Malloc, IgnoresTheAlignment) {
     EXPECT_NE(qk_mem_imalloc(ledger.pool, 10, alignment, "src/app.c", 12), nullptr) << alignment;
   }
   EXPECT_EQ(ledger.log(), "");
-  EXPECT_EQ(ledger.books(), "handle 6 for 60, tag 6 for 60, events 6");
+  EXPECT_EQ(ledger.sums(), "handle 6 for 60, tag 6 for 60, events 6");
 }
 
 TEST(Malloc, ThatFailsIsNullWithTheSystemsCode) {
@@ -91,7 +91,7 @@ TEST(Malloc, ThatFailsIsNullWithTheSystemsCode) {
       ledger.log(),
       "   qk_mem_imalloc: ERROR: malloc of 100 at app.c:12 failed: 12 Cannot allocate memory\n");
   EXPECT_EQ(ledger.trace(), "");
-  EXPECT_EQ(ledger.books(), "handle 0 for 0, tag 0 for 0, events 0");
+  EXPECT_EQ(ledger.sums(), "handle 0 for 0, tag 0 for 0, events 0");
 }
 
 TEST(Malloc, LeavesAnOldErrorCodeWhenItSucceeds) {
@@ -132,7 +132,7 @@ TEST(Malloc, IsCountedOnEveryKindOfOrdinaryHandle) {
     Ledger ledger(Environment{"", "", ""}, options, "");
     void* memory = allocate(ledger.pool, 100);
     EXPECT_EQ(ledger.record(memory), "M 1/100 app.c:12 event 1") << options;
-    EXPECT_EQ(ledger.books(), "handle 1 for 100, tag 1 for 100, events 1") << options;
+    EXPECT_EQ(ledger.sums(), "handle 1 for 100, tag 1 for 100, events 1") << options;
     qk_mem_ifree(ledger.pool, memory, "src/app.c", 13);
   }
 }
@@ -191,7 +191,7 @@ TEST(Malloc, NeedsAPointerArrayOnlyWhereItsAddressHasNone) {
 TEST(Malloc, IsLoggedBehindTheGrowthOfItsArray) {
   Ledger ledger(Environment{"DEBUG=qk_imalloc", "DB", ""});
   kit::fill_arrays(ledger.pool);
-  ledger.turn_page();
+  ledger.skip_all();
   void* memory = allocate(ledger.pool, 100);
   EXPECT_EQ(ledger.log(),
             "   qk_mem_new_ptr:        3 [p1] P 80/48 app.c:12\n"

@@ -36,7 +36,7 @@ TEST(Overflow, OfCallocIsAFailure) {
   EXPECT_EQ(
       ledger.log(),
       "   qk_mem_icalloc: ERROR: calloc of 8589934592/8589934592 at app.c:12 failed: 12 Cannot allocate memory\n");
-  EXPECT_EQ(ledger.books(), "handle 0 for 0, tag 0 for 0, events 0");
+  EXPECT_EQ(ledger.sums(), "handle 0 for 0, tag 0 for 0, events 0");
 }
 
 TEST(Overflow, OfCallocIsNoticedForEveryProduct) {
@@ -45,7 +45,7 @@ TEST(Overflow, OfCallocIsNoticedForEveryProduct) {
     EXPECT_EQ(qk_mem_icalloc(ledger.pool, num, size, 16, "src/app.c", 12), nullptr);
     EXPECT_EQ(qk_mem_icalloc(QK_MEM_DATA_HANDLE, num, size, 16, "src/app.c", 12), nullptr);
   }
-  EXPECT_EQ(ledger.books(), "handle 0 for 0, tag 0 for 0, events 0");
+  EXPECT_EQ(ledger.sums(), "handle 0 for 0, tag 0 for 0, events 0");
 }
 
 TEST(Overflow, OfRecallocIsAFailureThatLeavesMemoryAndRecord) {
@@ -58,7 +58,7 @@ TEST(Overflow, OfRecallocIsAFailureThatLeavesMemoryAndRecord) {
     EXPECT_EQ(ledger.record(memory), "C 10/8 app.c:12 event 1");
     EXPECT_EQ(std::string(static_cast<char*>(memory), 80), std::string(80, 'x'));
   }
-  EXPECT_EQ(ledger.books(), "handle 1 for 80, tag 1 for 80, events 1");
+  EXPECT_EQ(ledger.sums(), "handle 1 for 80, tag 1 for 80, events 1");
 }
 
 TEST(Overflow, OfRecallocIsReportedAsARealloc) {
@@ -86,7 +86,7 @@ TEST(Overflow, OfASingleSizeIsAFailure) {
   EXPECT_EQ(qk_mem_error(), 5012);
   EXPECT_EQ(qk_mem_irealloc(ledger.pool, nullptr, SIZE_MAX, 16, "src/app.c", 12), nullptr);
   EXPECT_EQ(qk_mem_imalloc(QK_MEM_DATA_HANDLE, SIZE_MAX, 16, "src/app.c", 12), nullptr);
-  EXPECT_EQ(ledger.books(), "handle 0 for 0, tag 0 for 0, events 0");
+  EXPECT_EQ(ledger.sums(), "handle 0 for 0, tag 0 for 0, events 0");
 }
 
 }  // namespace

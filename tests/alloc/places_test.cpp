@@ -72,7 +72,7 @@ TEST(Place, OfAnAllocationIsShownAsItsRecordHasIt) {
 TEST(Place, OfAResizeIsShownAsBothRecordsHaveIt) {
   Ledger ledger(Environment{"DEBUG=qk_irealloc", "DB", ""});
   const Memory memory(ledger.pool, "src/app.c", 70000);
-  ledger.turn_page();
+  ledger.skip_all();
   void* now = qk_mem_irealloc(ledger.pool, memory.zeroed, 100, 16, "lib/other.c", 80000);
   EXPECT_EQ(ledger.log(), std::string("   qk_mem_irealloc:       3 [p1] R 100 other.c:14464; [") +
                               (now == memory.zeroed ? "p1" : "p2") + "] C 2/8 app.c:4464\n");
@@ -82,7 +82,7 @@ TEST(Place, OfAResizeIsShownAsBothRecordsHaveIt) {
 TEST(Place, OfAFreeIsShownWhole) {
   Ledger ledger(Environment{"DEBUG=qk_ifree", "DB", ""});
   const Memory memory(ledger.pool, "src/app.c", 70000);
-  ledger.turn_page();
+  ledger.skip_all();
   qk_mem_ifree(ledger.pool, memory.zeroed, "lib/other.c", 80000);
   EXPECT_EQ(ledger.log(), "   qk_mem_ifree:          3 [p1] F other.c:80000; C 2/8 app.c:4464\n");
   EXPECT_EQ(ledger.trace(), "3 F [p1] 2 8 other.c 80000 -16\n");

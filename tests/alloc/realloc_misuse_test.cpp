@@ -7,11 +7,11 @@
 
 #include "accounting/kept_calls.h"
 #include "table/pointer_table.h"
-#include "tests/kit/bare_handle.h"
 #include "tests/kit/failing_allocator.h"
 #include "tests/kit/ledger.h"
 #include "tests/kit/report.h"
 #include "tests/kit/scene.h"
+#include "tests/kit/standalone_handle.h"
 
 namespace {
 
@@ -43,7 +43,7 @@ TEST(Realloc, OfUnknownMemoryResizesItUnrecordedAndWarnsTwice) {
             "   qk_mem_irealloc: WARNING:   3 [p1] ptr not found at other.c:80\n");
   EXPECT_EQ(ledger.trace(), "");
   EXPECT_EQ(ledger.record(memory), "none");
-  EXPECT_EQ(ledger.books(), "handle 0 for 0, tag 0 for 0, events 0");
+  EXPECT_EQ(ledger.sums(), "handle 0 for 0, tag 0 for 0, events 0");
   std::free(memory);
 }
 
@@ -80,7 +80,7 @@ TEST(Realloc, OfUnknownMemoryIsWarnedAboutAsTheSwitchesSay) {
 TEST(Realloc, OfMemoryOfAnotherHandleLeavesThatHandlesRecord) {
   Ledger ledger("EXCEPTIONS");
   kit::Pool other;
-  ledger.turn_page();
+  ledger.skip_all();
   void* memory = allocate(ledger.pool, 1 << 20);
   void* now = resize(other, memory, 10);
   EXPECT_EQ(ledger.record(memory), "M 1/1048576 app.c:12 event 1");
@@ -105,14 +105,14 @@ TEST(Realloc, OfRegisteredMemoryIsWarnedAboutAndDone) {
   Ledger ledger(Environment{"DEBUG", "DB", ""});
   for (const auto& row : rows) {
     void* before = hold_memory(ledger, row.kind, 3, 8);
-    ledger.turn_page();
+    ledger.skip_all();
     void* now = resize(ledger.pool, before, 100);
     EXPECT_EQ(ledger.log(), std::string(row.warning) +
                                 "   qk_mem_irealloc:       3 [p1] R 100 other.c:80; [" +
                                 (now == before ? "p1" : "p2") + "] " + row.old);
     EXPECT_EQ(ledger.trace(), "3 R [p1] 1 100 other.c 80 76\n");
     EXPECT_EQ(ledger.record(now), "R 1/100 other.c:80 event 1");
-    EXPECT_EQ(ledger.books(), "handle 1 for 100, tag 1 for 100, events 1");
+    EXPECT_EQ(ledger.sums(), "handle 1 for 100, tag 1 for 100, events 1");
     qk_mem_ifree(ledger.pool, now, "src/app.c", 13);
   }
 }
@@ -126,14 +126,14 @@ TEST(Realloc, ThatFailsIsNullWithTheSystemsCode) {
       ledger.log(),
       "   qk_mem_irealloc: ERROR: realloc of 100 at other.c:80 failed: 12 Cannot allocate memory\n");
   EXPECT_EQ(ledger.trace(), "");
-  EXPECT_EQ(ledger.books(), "handle 0 for 0, tag 0 for 0, events 0");
+  EXPECT_EQ(ledger.sums(), "handle 0 for 0, tag 0 for 0, events 0");
 }
 
 TEST(Realloc, ThatFailsLeavesMemoryAndRecordAsTheyWere) {
   Ledger ledger(Environment{"DEBUG", "DB", ""});
   auto* memory = static_cast<char*>(allocate(ledger.pool, 6));
   std::strcpy(memory, "hello");
-  ledger.turn_page();
+  ledger.skip_all();
   kit::fail_request(1);
   EXPECT_EQ(resize(ledger.pool, memory, 1 << 20), nullptr);
   EXPECT_EQ(qk_mem_error(), 5012);
@@ -142,12 +142,12 @@ TEST(Realloc, ThatFailsLeavesMemoryAndRecordAsTheyWere) {
       ledger.log(),
       "   qk_mem_irealloc: ERROR: realloc of 1048576 at other.c:80 failed: 12 Cannot allocate memory\n");
   EXPECT_EQ(ledger.trace(), "");
-  EXPECT_EQ(ledger.books(), "handle 1 for 6, tag 1 for 6, events 0");
+  EXPECT_EQ(ledger.sums(), "handle 1 for 6, tag 1 for 6, events 0");
 
-  ledger.turn_page();
+  ledger.skip_all();
   qk_mem_ifree(ledger.pool, memory, "src/app.c", 13);
   EXPECT_EQ(ledger.log(), "   qk_mem_ifree:          3 [p1] F app.c:13; M 6 app.c:12\n");
-  EXPECT_EQ(ledger.books(), "handle 0 for 0, tag 0 for 0, events 1");
+  EXPECT_EQ(ledger.sums(), "handle 0 for 0, tag 0 for 0, events 1");
 }
 
 TEST(Realloc, ThatFailsLeavesTheWholeRecordInItsSlot) {
@@ -197,7 +197,7 @@ TEST(Realloc, ThatFailsIsNotFollowedByTheReport) {
 TEST(Realloc, ToZeroBytesReleasesMemoryAndRecord) {
   Ledger ledger("DEBUG");
   void* memory = allocate(ledger.pool, 100);
-  ledger.turn_page();
+  ledger.skip_all();
   errno = 0;
   EXPECT_EQ(resize(ledger.pool, memory, 0), nullptr);
   EXPECT_EQ(ledger.log(),
@@ -238,7 +238,7 @@ TEST(Realloc, OfUnknownMemoryToZeroBytesReleasesIt) {
             "   qk_mem_irealloc: WARNING: realloc of 0 at other.c:80\n"
             "   qk_mem_irealloc: WARNING:   3 [p1] ptr not found at other.c:80\n"
             "   qk_mem_irealloc: ERROR: realloc of 0 at other.c:80 failed: 0 Success\n");
-  EXPECT_EQ(ledger.books(), "handle 0 for 0, tag 0 for 0, events 0");
+  EXPECT_EQ(ledger.sums(), "handle 0 for 0, tag 0 for 0, events 0");
 }
 
 TEST(Realloc, OfNullToZeroBytesIsAnAllocationOfNothing) {
@@ -255,7 +255,7 @@ TEST(Realloc, OfZeroBytesGrowsThem) {
   Ledger ledger("EXCEPTIONS");
   void* memory = resize(ledger.pool, allocate(ledger.pool, 0), 100);
   EXPECT_EQ(ledger.record(memory), "R 1/100 other.c:80 event 2");
-  EXPECT_EQ(ledger.books(), "handle 1 for 100, tag 1 for 100, events 2");
+  EXPECT_EQ(ledger.sums(), "handle 1 for 100, tag 1 for 100, events 2");
 }
 
 }  // namespace

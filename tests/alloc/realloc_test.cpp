@@ -28,9 +28,9 @@ TEST(Realloc, OfNullIsAnAllocation) {
   void* memory = resize(ledger.pool, nullptr, 100);
   ASSERT_NE(memory, nullptr);
   EXPECT_EQ(ledger.record(memory), "R 1/100 other.c:80 event 1");
-  EXPECT_EQ(ledger.books(), "handle 1 for 100, tag 1 for 100, events 1");
+  EXPECT_EQ(ledger.sums(), "handle 1 for 100, tag 1 for 100, events 1");
   qk_mem_ifree(ledger.pool, memory, "src/app.c", 13);
-  EXPECT_EQ(ledger.books(), "handle 0 for 0, tag 0 for 0, events 2");
+  EXPECT_EQ(ledger.sums(), "handle 0 for 0, tag 0 for 0, events 2");
 }
 
 TEST(Realloc, OfNullIsLoggedAsNewlyCreated) {
@@ -45,10 +45,10 @@ TEST(Realloc, ReplacesTheRecordOfItsMemory) {
   void* before = allocate(ledger.pool, 100);
   void* grown = resize(ledger.pool, before, 150);
   EXPECT_EQ(ledger.record(grown), "R 1/150 other.c:80 event 2");
-  EXPECT_EQ(ledger.books(), "handle 1 for 150, tag 1 for 150, events 2");
+  EXPECT_EQ(ledger.sums(), "handle 1 for 150, tag 1 for 150, events 2");
   void* shrunk = resize(ledger.pool, grown, 30);
   EXPECT_EQ(ledger.record(shrunk), "R 1/30 other.c:80 event 3");
-  EXPECT_EQ(ledger.books(), "handle 1 for 30, tag 1 for 30, events 3");
+  EXPECT_EQ(ledger.sums(), "handle 1 for 30, tag 1 for 30, events 3");
 }
 
 TEST(Realloc, ForgetsTheAddressThatItLeft) {
@@ -59,7 +59,7 @@ TEST(Realloc, ForgetsTheAddressThatItLeft) {
   ASSERT_NE(now, before);
   EXPECT_EQ(ledger.record(before), "none");
   EXPECT_EQ(ledger.record(now), "R 1/1048576 other.c:80 event 3");
-  EXPECT_EQ(ledger.books(), "handle 2 for 1048676, tag 2 for 1048676, events 3");
+  EXPECT_EQ(ledger.sums(), "handle 2 for 1048676, tag 2 for 1048676, events 3");
 }
 
 TEST(Realloc, KeepsTheContents) {
@@ -75,7 +75,7 @@ TEST(Realloc, KeepsTheContents) {
 TEST(Realloc, IsLoggedAndTracedWithWhatWasBefore) {
   Ledger ledger(Environment{"DEBUG", "DB", ""});
   void* before = allocate(ledger.pool, 100);
-  ledger.turn_page();
+  ledger.skip_all();
   void* now = resize(ledger.pool, before, 150);
   EXPECT_EQ(ledger.log(), "   qk_mem_irealloc:       3 [p1] R 150 other.c:80; [" +
                               old_name(now, before) + "] M 100 app.c:12\n");
@@ -87,11 +87,11 @@ TEST(Realloc, IsLoggedWithTheHeapWhereThatIsAskedFor) {
   void* created = resize(ledger.pool, nullptr, 10);
   EXPECT_EQ(ledger.log(),
             "   qk_mem_irealloc:       3 [p1] R 10 other.c:80; newly created (heap change)\n");
-  ledger.turn_page();
+  ledger.skip_all();
   void* now = resize(ledger.pool, created, 150);
   EXPECT_EQ(ledger.log(), "   qk_mem_irealloc:       3 [p1] R 150 other.c:80; [" +
                               old_name(now, created) + "] R 10 other.c:80 (heap change)\n");
-  ledger.turn_page();
+  ledger.skip_all();
   void* counted = qk_mem_icalloc(ledger.pool, 10, 8, 16, "src/app.c", 12);
   now = resize(ledger.pool, counted, 150);
   EXPECT_EQ(ledger.log(), "   qk_mem_irealloc:       3 [p1] R 150 other.c:80; [" +
@@ -115,19 +115,19 @@ TEST(Realloc, TellsTheOldKindAndOfCallocAlsoTheCount) {
        "3 R [p1] 1 60 other.c 80 54\n"},
   };
   for (const auto& row : rows) {
-    ledger.turn_page();
+    ledger.skip_all();
     void* now = resize(ledger.pool, row.before, 60);
     EXPECT_EQ(ledger.log(), "   qk_mem_irealloc:       3 [p1] R 60 other.c:80; [" +
                                 old_name(now, row.before) + "] " + row.record + "\n");
     EXPECT_EQ(ledger.trace(), row.trace);
   }
-  EXPECT_EQ(ledger.books(), "handle 4 for 240, tag 4 for 240, events 1");
+  EXPECT_EQ(ledger.sums(), "handle 4 for 240, tag 4 for 240, events 1");
 }
 
 TEST(Realloc, IsTracedWithTheSameChangeWhereNothingIsLogged) {
   Ledger ledger(Environment{"EXCEPTIONS", "DB", ""});
   void* counted = qk_mem_icalloc(ledger.pool, 10, 8, 16, "src/app.c", 12);
-  ledger.turn_page();
+  ledger.skip_all();
   resize(ledger.pool, counted, 60);
   EXPECT_EQ(ledger.log(), "");
   EXPECT_EQ(ledger.trace(), "3 R [p1] 1 60 other.c 80 -20\n");
@@ -141,7 +141,7 @@ TEST(Realloc, TakesNoMoreThanTheSlotThatItLeaves) {
     memory = resize(ledger.pool, memory, size);
   }
   EXPECT_EQ(kit::overhead_of(ledger.pool), overhead);
-  EXPECT_EQ(ledger.books(), "handle 1 for 1980, tag 1 for 1980, events 100");
+  EXPECT_EQ(ledger.sums(), "handle 1 for 1980, tag 1 for 1980, events 100");
 }
 
 TEST(Realloc, IgnoresTheAlignment) {

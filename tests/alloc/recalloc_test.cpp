@@ -60,17 +60,17 @@ TEST(Recalloc, IsRecordedLoggedAndTracedAsARealloc) {
   EXPECT_EQ(ledger.log(), "   qk_mem_irealloc:       3 [p1] R 80 other.c:80; newly created\n");
   EXPECT_EQ(ledger.trace(), "3 R [p1] 1 80 other.c 80 80\n");
   EXPECT_EQ(ledger.record(created), "R 1/80 other.c:80 event 1");
-  EXPECT_EQ(ledger.books(), "handle 1 for 80, tag 1 for 80, events 1");
+  EXPECT_EQ(ledger.sums(), "handle 1 for 80, tag 1 for 80, events 1");
 
-  ledger.turn_page();
+  ledger.skip_all();
   void* counted = allocate(ledger.pool, 10, 8);
-  ledger.turn_page();
+  ledger.skip_all();
   void* resized = resize(ledger.pool, counted, 25, 8, 10);
   EXPECT_EQ(ledger.log(), std::string("   qk_mem_irealloc:       3 [p1] R 200 other.c:80; [") +
                               (resized == counted ? "p1" : "p2") + "] C 10/8 app.c:12\n");
   EXPECT_EQ(ledger.trace(), "3 R [p1] 1 200 other.c 80 120\n");
   EXPECT_EQ(ledger.record(resized), "R 1/200 other.c:80 event 1");
-  EXPECT_EQ(ledger.books(), "handle 2 for 280, tag 2 for 280, events 1");
+  EXPECT_EQ(ledger.sums(), "handle 2 for 280, tag 2 for 280, events 1");
 }
 
 TEST(Recalloc, ThatFailsLeavesMemoryAndRecordAsTheyWere) {
@@ -84,7 +84,7 @@ TEST(Recalloc, ThatFailsLeavesMemoryAndRecordAsTheyWere) {
       ledger.log(),
       "   qk_mem_irealloc: ERROR: realloc of 200 at other.c:80 failed: 12 Cannot allocate memory\n");
   EXPECT_EQ(ledger.record(memory), "C 10/8 app.c:12 event 1");
-  EXPECT_EQ(ledger.books(), "handle 1 for 80, tag 1 for 80, events 1");
+  EXPECT_EQ(ledger.sums(), "handle 1 for 80, tag 1 for 80, events 1");
 }
 
 TEST(Recalloc, ToNothingIsAReallocToZeroBytes) {
@@ -108,7 +108,7 @@ TEST(Recalloc, OfUnknownMemoryIsWarnedAboutAsARealloc) {
   EXPECT_EQ(ledger.log(),
             "   qk_mem_irealloc: WARNING:   3 [p1] ptr not found at other.c:80\n"
             "   qk_mem_irealloc: WARNING:   3 [p1] ptr not found at other.c:80\n");
-  EXPECT_EQ(ledger.books(), "handle 0 for 0, tag 0 for 0, events 0");
+  EXPECT_EQ(ledger.sums(), "handle 0 for 0, tag 0 for 0, events 0");
   std::free(memory);
 }
 

@@ -45,7 +45,7 @@ TEST(Size, IsNoEventAndWritesNothing) {
   EXPECT_EQ(size_of(ledger.pool), 0U);
   EXPECT_EQ(ledger.log(), "");
   EXPECT_EQ(ledger.trace(), "");
-  EXPECT_EQ(ledger.books(), "handle 0 for 0, tag 0 for 0, events 0");
+  EXPECT_EQ(ledger.sums(), "handle 0 for 0, tag 0 for 0, events 0");
 }
 
 TEST(Size, OfANumberWithoutAHandleIsMinusOne) {

@@ -22,9 +22,9 @@ TEST(Strdup, CopiesTheStringAndCountsItsTerminator) {
   EXPECT_NE(copy, original);
   EXPECT_STREQ(copy, "hello");
   EXPECT_EQ(ledger.record(copy), "S 1/6 app.c:12 event 1");
-  EXPECT_EQ(ledger.books(), "handle 1 for 6, tag 1 for 6, events 1");
+  EXPECT_EQ(ledger.sums(), "handle 1 for 6, tag 1 for 6, events 1");
   qk_mem_ifree(ledger.pool, copy, "src/app.c", 13);
-  EXPECT_EQ(ledger.books(), "handle 0 for 0, tag 0 for 0, events 2");
+  EXPECT_EQ(ledger.sums(), "handle 0 for 0, tag 0 for 0, events 2");
 }
 
 TEST(Strdup, OfAnEmptyStringIsOneByteAndNoMisuse) {
@@ -60,13 +60,13 @@ TEST(Strdup, OfNullIsWarnedAboutAndNull) {
   EXPECT_EQ(duplicate(ledger.pool, nullptr), nullptr);
   EXPECT_EQ(ledger.log(), "   qk_mem_istrdup: WARNING: strdup of NULL pointer at app.c:12\n");
   EXPECT_EQ(ledger.trace(), "");
-  EXPECT_EQ(ledger.books(), "handle 0 for 0, tag 0 for 0, events 0");
+  EXPECT_EQ(ledger.sums(), "handle 0 for 0, tag 0 for 0, events 0");
 }
 
 TEST(Strdup, OfNullIsNullAlsoWithoutWarnings) {
   Ledger ledger("");
   EXPECT_EQ(duplicate(ledger.pool, nullptr), nullptr);
-  EXPECT_EQ(ledger.books(), "handle 0 for 0, tag 0 for 0, events 0");
+  EXPECT_EQ(ledger.sums(), "handle 0 for 0, tag 0 for 0, events 0");
 }
 
 TEST(Strdup, ThatFailsIsNullWithTheSystemsCode) {
@@ -78,7 +78,7 @@ TEST(Strdup, ThatFailsIsNullWithTheSystemsCode) {
       ledger.log(),
       "   qk_mem_istrdup: ERROR: strdup of 6 at app.c:12 failed: 12 Cannot allocate memory\n");
   EXPECT_EQ(ledger.trace(), "");
-  EXPECT_EQ(ledger.books(), "handle 0 for 0, tag 0 for 0, events 0");
+  EXPECT_EQ(ledger.sums(), "handle 0 for 0, tag 0 for 0, events 0");
 }
 
 TEST(Strdup, IsFollowedByTheReportUnderCtrlblks) {

@@ -77,15 +77,15 @@ bool has(const std::string& text, const char* part) { return text.find(part) != 
 /** Which kinds of lines a routine writes, and whether the report follows an event. */
 std::string what_it_writes(Ledger& ledger, const Routine& routine) {
   std::string result;
-  ledger.turn_page();
+  ledger.skip_all();
   routine.act(ledger.pool);
   if (!ledger.log(routine.speaker).empty()) result += "event ";
   if (has(ledger.log(), "Hndl Tg")) result += "report ";
-  ledger.turn_page();
+  ledger.skip_all();
   routine.misuse(ledger.pool);
   if (has(ledger.log(routine.speaker), "WARNING: ")) result += "warning ";
   if (routine.fail != nullptr) {
-    ledger.turn_page();
+    ledger.skip_all();
     kit::fail_request(1);
     routine.fail(ledger.pool);
     if (has(ledger.log(routine.speaker), "ERROR: ")) result += "error ";

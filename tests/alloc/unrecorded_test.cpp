@@ -42,7 +42,7 @@ void begin_table(const Ledger& ledger) {
 void* allocate_without_record(Ledger& ledger, const Call& call) {
   begin_table(ledger);
   kit::fill_arrays(ledger.pool);
-  ledger.turn_page();
+  ledger.skip_all();
   kit::fail_request(2);
   void* memory = call.allocate(ledger.pool);
   EXPECT_TRUE(kit::has_failed());
@@ -62,7 +62,7 @@ TEST(Unrecorded, MemoryIsReturnedWithAnErrorLineAndACode) {
         << call.name;
     EXPECT_EQ(ledger.trace(), "") << call.name;
     EXPECT_EQ(ledger.record(memory), "none") << call.name;
-    EXPECT_EQ(ledger.books(), "handle 0 for 0, tag 0 for 0, events 0") << call.name;
+    EXPECT_EQ(ledger.sums(), "handle 0 for 0, tag 0 for 0, events 0") << call.name;
     std::free(memory);
   }
 }
@@ -95,7 +95,7 @@ TEST(Unrecorded, MemoryIsReportedUnderTheSwitchesOfItsRoutine) {
 TEST(Unrecorded, MemoryCanBeFreedOnItsHandle) {
   Ledger ledger("EXCEPTIONS");
   void* memory = allocate_without_record(ledger, kCalls[0]);
-  ledger.turn_page();
+  ledger.skip_all();
   qk_mem_ifree(ledger.pool, memory, "src/app.c", 13);
   EXPECT_EQ(ledger.log(),
             "   qk_mem_ifree: WARNING:   3 [p1] ptr not found at app.c:13\n"
@@ -112,14 +112,14 @@ TEST(Unrecorded, MemoryIsServedOnWhereATableIsLost) {
     array.used = 16;
   }
   for (const Call& call : kCalls) {
-    ledger.turn_page();
+    ledger.skip_all();
     void* memory = call.allocate(ledger.pool);
     EXPECT_NE(memory, nullptr) << call.name;
     EXPECT_EQ(ledger.log(), "   qk_mem_new_ptr: WARNING: ptr array not large enough\n")
         << call.name;
     EXPECT_EQ(ledger.trace(), "") << call.name;
-    EXPECT_EQ(ledger.books(), "handle 0 for 0, tag 0 for 0, events 0") << call.name;
-    ledger.turn_page();
+    EXPECT_EQ(ledger.sums(), "handle 0 for 0, tag 0 for 0, events 0") << call.name;
+    ledger.skip_all();
     qk_mem_ifree(ledger.pool, memory, "src/app.c", 13);
     EXPECT_EQ(ledger.log(),
               "   qk_mem_ifree: WARNING:   3 [p1] ptr not found at app.c:13\n"

@@ -156,7 +156,7 @@ TEST(Untracked, IsOnlyTheDataHandle) {
   Ledger ledger("");
   void* memory = allocate(100, ledger.pool);
   EXPECT_EQ(ledger.record(memory), "M 1/100 app.c:12 event 1");
-  EXPECT_EQ(ledger.books(), "handle 1 for 100, tag 1 for 100, events 1");
+  EXPECT_EQ(ledger.sums(), "handle 1 for 100, tag 1 for 100, events 1");
 }
 
 TEST(Untracked, FreeLeavesTheRecordOfEarlierDays) {
@@ -207,7 +207,7 @@ TEST_F(UnrecordedDataHandle, IsWatchedForMisuse) {
 TEST_F(UnrecordedDataHandle, WarnsOfEveryPointerOnce) {
   void* memory = resize(std::malloc(10), 20);
   EXPECT_EQ(ledger_.log(), "   qk_mem_irealloc: WARNING:   2 [p1] ptr not found at app.c:12\n");
-  ledger_.turn_page();
+  ledger_.skip_all();
   release(memory);
   EXPECT_EQ(ledger_.log(), "   qk_mem_ifree: WARNING:   2 [p1] ptr not found at app.c:13\n");
 }

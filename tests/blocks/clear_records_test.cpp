@@ -57,7 +57,7 @@ class ClearedRecord : public ::testing::Test {
 
   /** The log of a clear without its last line. */
   std::string log_of_clear() {
-    ledger_.turn_page();
+    ledger_.skip_all();
     EXPECT_EQ(clear(ledger_.pool), 0);
     const std::string log = ledger_.log();
     const std::string end =
@@ -199,7 +199,7 @@ TEST_F(ClearedRecord, ThatStandsTwiceIsReleasedOnce) {
 TEST(ClearHandle, VisitsNoRecordsWhereNothingIsTrackedOrRegistered) {
   Ledger ledger(Environment{"EXCEPTIONS", "DB", ""}, "BLOCKMGMT BLOCKSIZE=64");
   hold(ledger, at(0x1000), 'm');
-  ledger.turn_page();
+  ledger.skip_all();
   clear(ledger.pool);
   EXPECT_NE(ledger.record(at(0x1000)), "none");
   EXPECT_EQ(ledger.trace(), "3 d [p0] 0 0 other.c 80000 0\n");

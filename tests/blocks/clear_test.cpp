@@ -19,8 +19,8 @@ namespace {
 using kit::blocks_of;
 using kit::Environment;
 using kit::Ledger;
-using kit::place_of;
 using kit::Pool;
+using kit::position_of;
 using kit::Scene;
 
 int clear(int hid) { return qk_mem_iclear_handle(hid, "lib/other.c", 80000); }
@@ -38,7 +38,7 @@ TEST(ClearHandle, EmptiesItsBlocksAndKeepsThem) {
   EXPECT_EQ(blocks_of(ledger.pool), "64:0-60 100:0-100 64:0-50 64:0-40");
   EXPECT_EQ(clear(ledger.pool), 0);
   EXPECT_EQ(blocks_of(ledger.pool), "64:0-0 100:0-0 64:0-0 64:0-0");
-  EXPECT_EQ(ledger.books(), "handle 0 for 420, tag 0 for 420, events 1");
+  EXPECT_EQ(ledger.sums(), "handle 0 for 420, tag 0 for 420, events 1");
   EXPECT_EQ(ledger.pool.record().num_blocks, 4U);
   EXPECT_EQ(ledger.pool.record().block_used, 250U);
 }
@@ -49,12 +49,12 @@ TEST(ClearHandle, LetsItsBlocksBeFilledAgainFromTheFirstOn) {
   for (const std::size_t size : {40, 50, 100, 60}) allocate(pool, size);
   for (int round = 0; round < 3; ++round) {
     clear(pool);
-    EXPECT_EQ(place_of(pool, allocate(pool, 60)), "block 1 at 0");
-    EXPECT_EQ(place_of(pool, allocate(pool, 60)), "block 2 at 0");
-    EXPECT_EQ(place_of(pool, allocate(pool, 60)), "block 3 at 0");
-    EXPECT_EQ(place_of(pool, allocate(pool, 60)), "block 4 at 0");
-    EXPECT_EQ(place_of(pool, allocate(pool, 40)), "block 2 at 60");
-    EXPECT_EQ(place_of(pool, allocate(pool, 4)), "block 1 at 60");
+    EXPECT_EQ(position_of(pool, allocate(pool, 60)), "block 1 at 0");
+    EXPECT_EQ(position_of(pool, allocate(pool, 60)), "block 2 at 0");
+    EXPECT_EQ(position_of(pool, allocate(pool, 60)), "block 3 at 0");
+    EXPECT_EQ(position_of(pool, allocate(pool, 60)), "block 4 at 0");
+    EXPECT_EQ(position_of(pool, allocate(pool, 40)), "block 2 at 60");
+    EXPECT_EQ(position_of(pool, allocate(pool, 4)), "block 1 at 60");
     EXPECT_EQ(blocks_of(pool), "64:0-64 100:0-100 64:0-60 64:0-60");
   }
   EXPECT_EQ(pool.record().num_blocks, 4U);
@@ -84,16 +84,16 @@ TEST(ClearHandle, TakesTheRecordsOfItsPieces) {
                     qk_mem_icalloc(ledger.pool, 2, 5, 8, "src/app.c", 12),
                     qk_mem_irealloc(ledger.pool, nullptr, 10, 8, "src/app.c", 12),
                     qk_mem_istrdup(ledger.pool, "text", "src/app.c", 12)};
-  EXPECT_EQ(ledger.books(), "handle 4 for 96, tag 4 for 96, events 4");
+  EXPECT_EQ(ledger.sums(), "handle 4 for 96, tag 4 for 96, events 4");
   EXPECT_EQ(clear(ledger.pool), 0);
-  EXPECT_EQ(ledger.books(), "handle 0 for 96, tag 0 for 96, events 5");
+  EXPECT_EQ(ledger.sums(), "handle 0 for 96, tag 0 for 96, events 5");
   for (const void* piece : pieces) EXPECT_EQ(ledger.record(piece), "none");
 }
 
 TEST(ClearHandle, OfAnOrdinaryHandleIsRefused) {
   Ledger ledger(Environment{"EXCEPTIONS", "DB", ""});
   void* memory = allocate(ledger.pool, 10);
-  ledger.turn_page();
+  ledger.skip_all();
   EXPECT_EQ(clear(ledger.pool), 5566);
   EXPECT_EQ(qk_mem_error(), 5566);
   EXPECT_EQ(
@@ -148,7 +148,7 @@ TEST(ClearHandle, IsOneEventHoweverMuchItReleases) {
   Ledger ledger(Environment{"DEBUG=qk_mem_iclear_handle", "HEAPSIZE DB", ""}, kPlain);
   allocate(ledger.pool, 10);
   allocate(ledger.pool, 20);
-  ledger.turn_page();
+  ledger.skip_all();
   clear(ledger.pool);
   EXPECT_EQ(ledger.log(),
             "   qk_mem_iclear_handle:    3 [p1] f other.c:80000; m 10 app.c:12 (heap change)\n"
@@ -164,7 +164,7 @@ TEST(ClearHandle, IsOneEventHoweverMuchItReleases) {
 TEST(ClearHandle, IsTracedAlsoWhereNothingIsLogged) {
   Ledger ledger(Environment{"EXCEPTIONS", "DB", ""}, kFreeing);
   allocate(ledger.pool, 10);
-  ledger.turn_page();
+  ledger.skip_all();
   clear(ledger.pool);
   EXPECT_EQ(ledger.log(), "");
   EXPECT_EQ(ledger.trace(),
@@ -177,10 +177,10 @@ TEST(ClearHandle, IsFollowedByTheReportOnceUnderCtrlblks) {
                 kFreeing);
   allocate(ledger.pool, 10);
   allocate(ledger.pool, 10);
-  ledger.turn_page();
+  ledger.skip_all();
   clear(ledger.pool);
   EXPECT_NE(ledger.log(), "");
-  EXPECT_EQ(ledger.log(), kit::plain(kit::dump("", 0)));
+  EXPECT_EQ(ledger.log(), kit::normalized(kit::dump("", 0)));
 }
 
 TEST(ClearHandle, TakesItsPlaceFromTheMacro) {

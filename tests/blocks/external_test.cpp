@@ -43,28 +43,28 @@ TEST_P(ExternalMemory, IsFreedByItself) {
   qk_mem_imalloc(ledger.pool, 10, 8, "src/app.c", 12);
   void* memory = hold_external(ledger, 3, 8);
   EXPECT_EQ(kit::data_of(ledger.pool), "3 for 120");
-  ledger.turn_page();
+  ledger.skip_all();
   release(ledger.pool, memory);
   EXPECT_EQ(ledger.log(), "   qk_mem_ifree:          3 [p1] f other.c:80000; X 8 made.c:9\n");
   EXPECT_EQ(ledger.trace(), "3 f [p1] 3 8 other.c 80000 0\n") << "no bytes, as for pieces";
   EXPECT_EQ(ledger.record(memory), "none");
-  EXPECT_EQ(ledger.books(), "handle 2 for 96, tag 2 for 96, events 1");
+  EXPECT_EQ(ledger.sums(), "handle 2 for 96, tag 2 for 96, events 1");
   EXPECT_EQ(blocks_of(ledger.pool), "64:0-10");
 }
 
 TEST_P(ExternalMemory, IsFreedWhereNothingIsConfigured) {
   Ledger ledger(Environment{"", "", ""}, GetParam());
   void* memory = hold_external(ledger, 3, 8);
-  EXPECT_EQ(ledger.books(), "handle 1 for 120, tag 1 for 120, events 1");
+  EXPECT_EQ(ledger.sums(), "handle 1 for 120, tag 1 for 120, events 1");
   release(ledger.pool, memory);
-  EXPECT_EQ(ledger.books(), "handle 0 for 96, tag 0 for 96, events 2");
+  EXPECT_EQ(ledger.sums(), "handle 0 for 96, tag 0 for 96, events 2");
 }
 
 TEST(HandleWithExternalMemory, LeavesItsPiecesAloneWithoutBlockfree) {
   Ledger ledger(Environment{"DEBUG", "DB", ""}, "BLOCKMGMT BLOCKSIZE=64");
   void* memory = hold_external(ledger, 1, 8);
   void* piece = qk_mem_imalloc(ledger.pool, 10, 8, "src/app.c", 12);
-  ledger.turn_page();
+  ledger.skip_all();
   release(ledger.pool, piece);
   EXPECT_EQ(ledger.log(),
             "   qk_mem_ifree: WARNING: free on handle 3 with blockmgmt at other.c:80000\n");
@@ -78,7 +78,7 @@ TEST(HandleWithExternalMemory, WarnsOfUnknownPointersInTheNameOfBlocks) {
   Ledger ledger(Environment{"DEBUG", "DB", ""}, "BLOCKMGMT BLOCKSIZE=64");
   void* memory = hold_external(ledger, 1, 8);
   char local = 0;
-  ledger.turn_page();
+  ledger.skip_all();
   release(ledger.pool, &local);
   EXPECT_EQ(ledger.log(),
             "   qk_mem_ifree: WARNING:   3 [p1] ptr not found at other.c:80000\n"

@@ -17,8 +17,8 @@ namespace {
 using kit::blocks_of;
 using kit::Environment;
 using kit::Ledger;
-using kit::place_of;
 using kit::Pool;
+using kit::position_of;
 using kit::Scene;
 
 void* allocate(int hid, std::size_t size, int alignment = 1) {
@@ -67,8 +67,8 @@ TEST(FreeOfPiece, OfAMiddleOneChangesNothingForGood) {
   EXPECT_EQ(blocks_of(pool), "64:0-30") << "the room of the middle one is not recovered";
   release(pool, first);
   EXPECT_EQ(blocks_of(pool), "64:10-30");
-  EXPECT_EQ(place_of(pool, allocate(pool, 34)), "block 1 at 30");
-  EXPECT_EQ(place_of(pool, allocate(pool, 8)), "block 1 at 2");
+  EXPECT_EQ(position_of(pool, allocate(pool, 34)), "block 1 at 30");
+  EXPECT_EQ(position_of(pool, allocate(pool, 8)), "block 1 at 2");
 }
 
 TEST(FreeOfPiece, OfTheOnlyOneEmptiesTheBlock) {
@@ -132,22 +132,22 @@ TEST(FreeOfPiece, OfNoBytesLeavesTheMarks) {
   Pool pool(kFreeing);
   allocate(pool, 10);
   void* none = allocate(pool, 0);
-  EXPECT_EQ(place_of(pool, none), "block 1 at 10");
+  EXPECT_EQ(position_of(pool, none), "block 1 at 10");
   release(pool, none);
   EXPECT_EQ(blocks_of(pool), "64:0-10");
 }
 
 TEST(FreeOfPiece, LowersQuantitiesButNoSumOfBytes) {
   Ledger ledger(Environment{"", "", ""}, kFreeing);
-  const std::string before = ledger.books();
+  const std::string before = ledger.sums();
   EXPECT_EQ(before, "handle 0 for 96, tag 0 for 96, events 0");
   void* piece = allocate(ledger.pool, 10, 8);
   EXPECT_EQ(ledger.record(piece), "m 1/10 app.c:12 event 1");
-  EXPECT_EQ(ledger.books(), "handle 1 for 96, tag 1 for 96, events 1");
+  EXPECT_EQ(ledger.sums(), "handle 1 for 96, tag 1 for 96, events 1");
   EXPECT_EQ(ledger.pool.record().block_used, 10U);
   release(ledger.pool, piece);
   EXPECT_EQ(ledger.record(piece), "none");
-  EXPECT_EQ(ledger.books(), "handle 0 for 96, tag 0 for 96, events 2");
+  EXPECT_EQ(ledger.sums(), "handle 0 for 96, tag 0 for 96, events 2");
   EXPECT_EQ(ledger.pool.record().block_used, 10U) << "it only grows";
   allocate(ledger.pool, 7, 8);
   EXPECT_EQ(ledger.pool.record().block_used, 17U);
@@ -159,15 +159,15 @@ TEST(FreeOfPiece, WithoutBlockfreeChangesNothing) {
   EXPECT_EQ(ledger.record(piece), "none");
   release(ledger.pool, piece);
   EXPECT_EQ(blocks_of(ledger.pool), "64:0-10");
-  EXPECT_EQ(ledger.books(), "handle 0 for 96, tag 0 for 96, events 0");
+  EXPECT_EQ(ledger.sums(), "handle 0 for 96, tag 0 for 96, events 0");
 }
 
 TEST(FreeOfPiece, WithoutBlockfreeLeavesItsRecordToo) {
   Ledger ledger(Environment{"DEBUG", "DB", ""}, "BLOCKMGMT BLOCKSIZE=64");
   void* piece = allocate(ledger.pool, 10);
-  const std::string before = ledger.books();
+  const std::string before = ledger.sums();
   EXPECT_EQ(ledger.record(piece), "m 1/10 app.c:12 event 1");
-  ledger.turn_page();
+  ledger.skip_all();
   release(ledger.pool, piece);
   EXPECT_EQ(ledger.log(),
             "   qk_mem_ifree: WARNING: free on handle 3 with blockmgmt at other.c:80000\n");
@@ -183,7 +183,7 @@ TEST(FreeOfPiece, WithoutBlockfreeIsWarnedAboutAlsoWhereNothingIsRecorded) {
   EXPECT_EQ(ledger.log(),
             "   qk_mem_ifree: WARNING:   3 [p1] ptr not found at other.c:80000\n"
             "   qk_mem_ifree: WARNING: free on handle 3 with blockmgmt at other.c:80000\n");
-  ledger.turn_page();
+  ledger.skip_all();
   release(ledger.pool, nullptr);
   EXPECT_EQ(ledger.log(),
             "   qk_mem_ifree: WARNING: free of NULL pointer at other.c:80000\n"
@@ -197,7 +197,7 @@ TEST(FreeOfPiece, OfAnUnknownPointerIsWarnedAboutAndNothingElse) {
   Ledger ledger(Environment{"DEBUG", "DB", ""}, kFreeing);
   allocate(ledger.pool, 10);
   char local = 0;
-  ledger.turn_page();
+  ledger.skip_all();
   release(ledger.pool, &local);
   EXPECT_EQ(ledger.log(),
             "   qk_mem_ifree: WARNING:   3 [p1] ptr not found at other.c:80000\n"
@@ -244,7 +244,7 @@ TEST(FreeOfPiece, TwiceIsTakenForAnUnknownPointer) {
 TEST(FreeOfPiece, OfNullIsWarnedAboutByBothRoutines) {
   Ledger ledger(Environment{"DEBUG", "DB", ""}, kFreeing);
   allocate(ledger.pool, 10);
-  ledger.turn_page();
+  ledger.skip_all();
   release(ledger.pool, nullptr);
   EXPECT_EQ(ledger.log(),
             "   qk_mem_ifree: WARNING: free of NULL pointer at other.c:80000\n"
@@ -257,7 +257,7 @@ TEST(FreeOfPiece, ThatLiesInNoBlockIsWarnedAboutAndLosesItsRecord) {
   Ledger ledger(Environment{"DEBUG", "DB", ""}, kFreeing);
   allocate(ledger.pool, 10);
   kit::hold(ledger.pool.record(), 0x1000, 'm', 1, 30);
-  ledger.turn_page();
+  ledger.skip_all();
   release(ledger.pool, kit::at(0x1000));
   EXPECT_EQ(ledger.log(),
             "   qk_mem_block_free: WARNING:   3 [p1] ptr not found in any block at other.c:80000\n"
@@ -276,7 +276,7 @@ TEST(FreeOfPiece, WhoseEndIsBehindItsBlockIsWarnedAboutLikeOneOutside) {
   } const rows[] = {{-1, false}, {0, true}, {63, true}, {64, false}};
   for (const auto& row : rows) {
     kit::hold(ledger.pool.record(), reinterpret_cast<std::uintptr_t>(data + row.offset), 'm', 1, 0);
-    ledger.turn_page();
+    ledger.skip_all();
     release(ledger.pool, data + row.offset);
     EXPECT_EQ(ledger.log() == "", row.inside) << row.offset;
   }
@@ -299,13 +299,13 @@ TEST(FreeOfPiece, OfWhatWasMadeByNewIsWarnedAboutAndLosesItsRecordButNotItsBytes
   Ledger ledger(Environment{"DEBUG", "DB", ""}, kFreeing);
   for (const auto& row : rows) {
     kit::hold(ledger.pool.record(), 0x1000, row.kind, 3, 8, "made.c", 9);
-    ledger.turn_page();
+    ledger.skip_all();
     release(ledger.pool, kit::at(0x1000));
     EXPECT_EQ(ledger.log(), row.log);
     EXPECT_EQ(ledger.trace(), "3 f [p1] 3 8 other.c 80000 0\n");
     EXPECT_EQ(ledger.record(kit::at(0x1000)), "none");
   }
-  EXPECT_EQ(ledger.books(), "handle 1 for 144, tag 1 for 144, events 1") << "with the block's 96";
+  EXPECT_EQ(ledger.sums(), "handle 1 for 144, tag 1 for 144, events 1") << "with the block's 96";
 }
 
 }  // namespace

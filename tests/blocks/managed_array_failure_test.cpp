@@ -145,7 +145,7 @@ TEST_P(FailureOfManagedArray, ToGrowLeavesTheArray) {
   void* array = make_full_array(ledger.pool);
   void* const before = array;
   const std::string record = ledger.record(static_cast<char*>(array) - 16);
-  const std::string books = ledger.books();
+  const std::string books = ledger.sums();
   int failing = 1;
   for (;; ++failing) {
     kit::fail_request(failing);
@@ -161,7 +161,7 @@ TEST_P(FailureOfManagedArray, ToGrowLeavesTheArray) {
     EXPECT_EQ(header_of(array), "last 3 of 4") << failing;
     EXPECT_EQ(elements_of(array), kElements) << failing;
     EXPECT_EQ(ledger.record(static_cast<char*>(array) - 16), record) << failing;
-    EXPECT_EQ(ledger.books(), books) << failing;
+    EXPECT_EQ(ledger.sums(), books) << failing;
     Qk_mem_error = 0;
   }
   EXPECT_GT(failing, 1);
@@ -174,7 +174,7 @@ TEST_P(FailureOfManagedArray, ToGrowIsToldUnderExceptionsWhateverFails) {
   Ledger ledger(Environment{"EXCEPTIONS", "", ""}, GetParam());
   void* array = make_full_array(ledger.pool);
   for (int failing = 1;; ++failing) {
-    ledger.turn_page();
+    ledger.skip_all();
     kit::fail_request(failing);
     next(ledger.pool, &array, 8, 100);
     kit::let_succeed();
@@ -187,7 +187,7 @@ TEST_P(FailureOfManagedArray, ToGrowIsToldUnderExceptionsWhateverFails) {
 TEST(ManagedArrayInBlocks, NamesTheCopyThatItsGrowthNeedsAndCannotHave) {
   Ledger ledger(Environment{"EXCEPTIONS", "", ""}, "BLOCKMGMT BLOCKFREE BLOCKSIZE=64");
   void* array = make_full_array(ledger.pool);
-  ledger.turn_page();
+  ledger.skip_all();
   kit::fail_request(1);
   EXPECT_EQ(next(ledger.pool, &array, 8, 100), -2);
   EXPECT_EQ(ledger.log(),
@@ -214,7 +214,7 @@ TEST_P(FailureOfManagedArray, OfASizeThatOverflowsIsOfMemoryThatRanOut) {
   Ledger ledger(Environment{"", "", ""}, GetParam());
   void* array = make_full_array(ledger.pool);
   void* const before = array;
-  const std::string books = ledger.books();
+  const std::string books = ledger.sums();
   struct {
     std::size_t size;
     std::size_t factor;
@@ -239,7 +239,7 @@ TEST_P(FailureOfManagedArray, OfASizeThatOverflowsIsOfMemoryThatRanOut) {
   }
   EXPECT_EQ(header_of(array), "last 3 of 4");
   EXPECT_EQ(elements_of(array), kElements);
-  EXPECT_EQ(ledger.books(), books);
+  EXPECT_EQ(ledger.sums(), books);
   EXPECT_EQ(next(ledger.pool, &array), 4);
 }
 
@@ -247,7 +247,7 @@ TEST(ManagedArrayWithoutBlockfree, CannotGrowAndStaysAsItIs) {
   Ledger ledger(Environment{"EXCEPTIONS", "DB", ""}, "BLOCKMGMT BLOCKSIZE=256");
   void* array = make_full_array(ledger.pool);
   void* const before = array;
-  ledger.turn_page();
+  ledger.skip_all();
   for (int i = 0; i < 2; ++i) {
     EXPECT_EQ(next(ledger.pool, &array), -2);
     EXPECT_EQ(array, before);

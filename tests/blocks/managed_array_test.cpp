@@ -196,14 +196,14 @@ TEST(ManagedArrayEvents, AreThoseOfCallocReallocAndFree) {
   next(ledger.pool, &array);
   EXPECT_EQ(ledger.log(), "   qk_mem_icalloc:        3 [p1] C 1/48 app.c:12\n");
   EXPECT_EQ(ledger.trace(), "3 C [p1] 1 48 app.c 12 48\n");
-  EXPECT_EQ(ledger.books(), "handle 1 for 48, tag 1 for 48, events 1");
+  EXPECT_EQ(ledger.sums(), "handle 1 for 48, tag 1 for 48, events 1");
   for (int i = 0; i < 2; ++i) next(ledger.pool, &array);
-  ledger.turn_page();
+  ledger.skip_all();
   next(ledger.pool, &array);
   EXPECT_EQ(ledger.trace(), "3 R [p1] 1 80 app.c 12 32\n");
   EXPECT_EQ(ledger.record(static_cast<char*>(array) - 16), "R 1/80 app.c:12 event 1");
-  EXPECT_EQ(ledger.books(), "handle 1 for 80, tag 1 for 80, events 1");
-  ledger.turn_page();
+  EXPECT_EQ(ledger.sums(), "handle 1 for 80, tag 1 for 80, events 1");
+  ledger.skip_all();
   release(ledger.pool, &array);
   EXPECT_EQ(ledger.log(), "   qk_mem_ifree:          3 [p1] F other.c:80; R 80 app.c:12\n");
   EXPECT_EQ(ledger.trace(), "3 F [p1] 1 80 other.c 80 -80\n");

@@ -17,12 +17,12 @@
 
 namespace {
 
-using kit::BareBlocks;
 using kit::Marks;
 using kit::Pool;
 using kit::Scene;
+using kit::StandaloneBlocks;
 
-void* allocate(BareBlocks& pool, std::size_t size, int alignment = 1) {
+void* allocate(StandaloneBlocks& pool, std::size_t size, int alignment = 1) {
   return qk_mem_block_alloc(pool, size, alignment, "src/app.c", 12, &Qk_mem_debug[4]);
 }
 
@@ -42,12 +42,12 @@ struct Row {
 /** Makes each request on a handle with blocks of 64 bytes. */
 void expect_places(std::initializer_list<Row> rows) {
   for (const Row& row : rows) {
-    BareBlocks pool(64, row.before);
+    StandaloneBlocks pool(64, row.before);
     const std::string before = pool.blocks();
     const void* piece = allocate(pool, row.request.size, row.request.alignment);
     const std::string what = std::to_string(row.request.size) + " bytes aligned to " +
                              std::to_string(row.request.alignment) + " in " + before;
-    EXPECT_EQ(pool.place(piece), row.place) << what;
+    EXPECT_EQ(pool.position(piece), row.place) << what;
     EXPECT_EQ(pool.blocks(), row.after) << what;
     EXPECT_EQ(pool->block_used, row.used) << what;
   }
@@ -168,7 +168,7 @@ TEST(Piece, OfASizeThatWouldWrapFitsNowhere) {
     for (const std::size_t size : {SIZE_MAX, SIZE_MAX - 1, SIZE_MAX - 4, SIZE_MAX - 15,
                                    SIZE_MAX - 29, SIZE_MAX - 32, SIZE_MAX - 63, SIZE_MAX / 2 + 1}) {
       for (const int alignment : {1, 2, 4, 8, 16, 32, 3, INT_MAX}) {
-        BareBlocks pool(64, {marks});
+        StandaloneBlocks pool(64, {marks});
         const std::string before = pool.blocks();
         Qk_mem_error = 0;
         ASSERT_EQ(allocate(pool, size, alignment), nullptr) << size << " in " << before;
@@ -183,7 +183,7 @@ TEST(Piece, OfASizeThatWouldWrapFitsNowhere) {
 
 TEST(Piece, WithoutAPositiveAlignmentIsRefused) {
   Scene scene("EXCEPTIONS");
-  BareBlocks pool(64, {{64, 30, 41}});
+  StandaloneBlocks pool(64, {{64, 30, 41}});
   scene.skip_log();
   for (const int alignment : {0, -1, -16, INT_MIN}) {
     Qk_mem_error = 0;
@@ -197,7 +197,7 @@ TEST(Piece, WithoutAPositiveAlignmentIsRefused) {
 
 TEST(Piece, ThatNeedsABlockWhichCannotBeHadFails) {
   Scene scene("EXCEPTIONS");
-  BareBlocks pool(64, {{65, 0, 60}});
+  StandaloneBlocks pool(64, {{65, 0, 60}});
   scene.skip_log();
   kit::fail_request(1);
   EXPECT_EQ(allocate(pool, 100, 8), nullptr);
@@ -208,17 +208,17 @@ TEST(Piece, ThatNeedsABlockWhichCannotBeHadFails) {
   EXPECT_EQ(
       scene.log(),
       "   qk_mem_new_block: ERROR: malloc of 132 at app.c:12 for block failed: 12 Cannot allocate memory\n");
-  EXPECT_EQ(pool.place(allocate(pool, 5, 1)), "block 1 at 60");
+  EXPECT_EQ(pool.position(allocate(pool, 5, 1)), "block 1 at 60");
 }
 
 TEST(Piece, FindsRoomAgainAfterAFailedOne) {
   Scene scene;
-  BareBlocks pool(64, {{64, 0, 50}, {65, 0, 40}, {66, 0, 30}});
+  StandaloneBlocks pool(64, {{64, 0, 50}, {65, 0, 40}, {66, 0, 30}});
   kit::fail_request(1);
   EXPECT_EQ(allocate(pool, 40), nullptr);
-  EXPECT_EQ(pool.place(allocate(pool, 36)), "block 3 at 30");
-  EXPECT_EQ(pool.place(allocate(pool, 25)), "block 2 at 40");
-  EXPECT_EQ(pool.place(allocate(pool, 14)), "block 1 at 50");
+  EXPECT_EQ(pool.position(allocate(pool, 36)), "block 3 at 30");
+  EXPECT_EQ(pool.position(allocate(pool, 25)), "block 2 at 40");
+  EXPECT_EQ(pool.position(allocate(pool, 14)), "block 1 at 50");
   EXPECT_EQ(pool.blocks(), "64:0-64 65:0-65 66:0-66");
 }
 
@@ -227,8 +227,8 @@ TEST(Piece, ThreeBytesAndThenEightAlignedOnesLeaveFiveOfPadding) {
   Pool pool("BLOCKMGMT BLOCKSIZE=64", "AB");
   const void* first = qk_mem_imalloc(pool, 3, 1, "src/app.c", 12);
   const void* second = qk_mem_imalloc(pool, 8, 8, "src/app.c", 13);
-  EXPECT_EQ(kit::place_of(pool, first), "block 1 at 0");
-  EXPECT_EQ(kit::place_of(pool, second), "block 1 at 8");
+  EXPECT_EQ(kit::position_of(pool, first), "block 1 at 0");
+  EXPECT_EQ(kit::position_of(pool, second), "block 1 at 8");
   EXPECT_EQ(kit::blocks_of(pool), "64:0-16");
   EXPECT_EQ(pool.record().block_used, 16U);
   EXPECT_EQ(kit::data_of(pool), "0 for 96") << "the handle is charged for its block alone";
@@ -257,7 +257,7 @@ TEST(Piece, AreServedOneAfterAnotherInAHandlesBlocks) {
   for (const auto& step : steps) {
     void* piece = qk_mem_imalloc(pool, step.request.size, step.request.alignment, "src/app.c", 12);
     std::memset(piece, 7, step.request.size);
-    EXPECT_EQ(kit::place_of(pool, piece), step.place);
+    EXPECT_EQ(kit::position_of(pool, piece), step.place);
     EXPECT_EQ(kit::blocks_of(pool), step.after);
     EXPECT_EQ(kit::data_of(pool), step.data);
     EXPECT_EQ(kit::tag_of("AB"), step.data);

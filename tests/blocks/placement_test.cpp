@@ -13,15 +13,15 @@
 
 namespace {
 
-using kit::BareBlocks;
 using kit::Environment;
 using kit::Marks;
 using kit::Scene;
+using kit::StandaloneBlocks;
 
 /** The switches of malloc. */
 qk_mem_debug* const kCaller = &Qk_mem_debug[4];
 
-qk_mem_block* add_block(BareBlocks& pool, std::size_t size) {
+qk_mem_block* add_block(StandaloneBlocks& pool, std::size_t size) {
   return qk_mem_new_block(pool, size, "src/app.c", 12, kCaller);
 }
 
@@ -34,7 +34,7 @@ struct PlaceRow {
 /** Adds blocks to a handle with blocks of 64 bytes. Their capacities tell listed blocks apart. */
 void expect_places(std::initializer_list<PlaceRow> rows) {
   for (const PlaceRow& row : rows) {
-    BareBlocks pool(64, row.before);
+    StandaloneBlocks pool(64, row.before);
     ASSERT_NE(add_block(pool, row.size), nullptr);
     EXPECT_EQ(pool.blocks(), row.after);
   }
@@ -47,7 +47,7 @@ TEST(NewBlock, IsRaisedToTheBlockSize) {
     std::uint64_t capacity;
   } const rows[] = {{0, 64}, {1, 64}, {63, 64}, {64, 64}, {65, 65}, {1000, 1000}};
   for (const auto& row : rows) {
-    BareBlocks pool(64);
+    StandaloneBlocks pool(64);
     const qk_mem_block* block = add_block(pool, row.size);
     EXPECT_EQ(block->capacity, row.capacity);
     EXPECT_EQ(block->low_mark, 0U);
@@ -59,7 +59,7 @@ TEST(NewBlock, IsRaisedToTheBlockSize) {
 
 TEST(NewBlock, IsChargedToHandleAndTagWithItsHeader) {
   Scene scene;
-  BareBlocks pool(64);
+  StandaloneBlocks pool(64);
   add_block(pool, 10);
   EXPECT_EQ(pool.sums(), "data 0 for 96, overhead 0 for 0, tag 0 for 96");
   EXPECT_EQ(pool->num_blocks, 1U);
@@ -71,7 +71,7 @@ TEST(NewBlock, IsChargedToHandleAndTagWithItsHeader) {
 
 TEST(NewBlock, HasItsDataAlignedBehindAHeaderOf32Bytes) {
   Scene scene;
-  BareBlocks pool(64);
+  StandaloneBlocks pool(64);
   EXPECT_EQ(Qk_mem_blocksize, 32U);
   EXPECT_EQ(sizeof(qk_mem_block), 32U);
   EXPECT_EQ(reinterpret_cast<std::uintptr_t>(add_block(pool, 10)) % 16, 0U);
@@ -131,7 +131,7 @@ TEST(NewBlock, TakesABlockForFullWhateverIsFreeBelow) {
 
 TEST(NewBlock, IsAlwaysBigWhereTheBlockSizeIsZero) {
   Scene scene;
-  BareBlocks pool(0, {{101, 0, 50}, {102, 0, 102}});
+  StandaloneBlocks pool(0, {{101, 0, 50}, {102, 0, 102}});
   add_block(pool, 0);
   EXPECT_EQ(pool.blocks(), "101:0-50 0:0-0 102:0-102");
   add_block(pool, 5);
@@ -141,7 +141,7 @@ TEST(NewBlock, IsAlwaysBigWhereTheBlockSizeIsZero) {
 
 TEST(NewBlock, IsRecordedLoggedAndTracedOnlyWhereBlocksAreTracked) {
   Scene scene(Environment{"DEBUG", "DB", ""});
-  BareBlocks pool(64);
+  StandaloneBlocks pool(64);
   scene.skip_log();
   scene.skip_trace();
   add_block(pool, 100);
@@ -157,7 +157,7 @@ TEST(NewBlock, IsRecordedLoggedAndTracedOnlyWhereBlocksAreTracked) {
 
 TEST(NewBlock, LeavesARecordWithTheCallersPlace) {
   Scene scene;
-  BareBlocks pool(64);
+  StandaloneBlocks pool(64);
   pool->track_blocks = 1;
   Qk_mem_seq = 100;
   qk_mem_block* block = add_block(pool, 10);
@@ -177,7 +177,7 @@ TEST(NewBlock, LeavesARecordWithTheCallersPlace) {
 
 TEST(NewBlock, ThatCannotBeRecordedIsABlockAllTheSame) {
   Scene scene("EXCEPTIONS");
-  BareBlocks pool(64);
+  StandaloneBlocks pool(64);
   pool->track_blocks = 1;
   scene.skip_log();
   kit::fail_request(2);
@@ -192,7 +192,7 @@ TEST(NewBlock, ThatCannotBeRecordedIsABlockAllTheSame) {
 
 TEST(NewBlock, ThatFailsChangesNothing) {
   Scene scene(Environment{"DEBUG", "DB", ""});
-  BareBlocks pool(64, {{101, 0, 50}});
+  StandaloneBlocks pool(64, {{101, 0, 50}});
   pool->track_blocks = 1;
   scene.skip_log();
   scene.skip_trace();
@@ -212,7 +212,7 @@ TEST(NewBlock, ThatFailsChangesNothing) {
 
 TEST(NewBlock, ThatFailsIsReportedAsTheSwitchesOfTheCallerSay) {
   Scene scene("EXCEPTIONS");
-  BareBlocks pool(64);
+  StandaloneBlocks pool(64);
   struct {
     const char* debug;
     bool reported;
@@ -238,7 +238,7 @@ TEST(NewBlock, ThatFailsIsReportedAsTheSwitchesOfTheCallerSay) {
 
 TEST(NewBlock, OfASizeThatNoMemoryHasFailsAsMemoryThatRanOut) {
   Scene scene("EXCEPTIONS FLUSH");
-  BareBlocks pool(64, {{101, 0, 50}});
+  StandaloneBlocks pool(64, {{101, 0, 50}});
   for (const std::size_t size : {SIZE_MAX, SIZE_MAX - 31, SIZE_MAX - 32, SIZE_MAX / 2 + 1}) {
     Qk_mem_error = 0;
     EXPECT_EQ(add_block(pool, size), nullptr) << size;
@@ -255,14 +255,14 @@ TEST(NewBlock, OfASizeThatNoMemoryHasFailsAsMemoryThatRanOut) {
 
 TEST(NewBlock, IsFollowedByTheReportUnderCtrlblksWhereItIsRecorded) {
   Scene scene(Environment{"CTRLBLKS=qk_imalloc", "", "OPTIONS=MGMT"});
-  BareBlocks pool(64);
+  StandaloneBlocks pool(64);
   scene.skip_log();
   add_block(pool, 10);
   EXPECT_EQ(scene.log(), "");
   pool->track_blocks = 1;
   add_block(pool, 10);
   EXPECT_NE(scene.log(), "");
-  EXPECT_EQ(scene.log(), kit::plain(kit::dump("", 0)));
+  EXPECT_EQ(scene.log(), kit::normalized(kit::dump("", 0)));
 }
 
 }  // namespace

@@ -19,7 +19,7 @@ namespace {
 using kit::blocks_of;
 using kit::Environment;
 using kit::Ledger;
-using kit::place_of;
+using kit::position_of;
 
 void* allocate(int hid, std::size_t size, int alignment = 1) {
   return qk_mem_imalloc(hid, size, alignment, "src/app.c", 12);
@@ -42,7 +42,7 @@ class FailedReplacement : public ::testing::TestWithParam<int> {
     }
     old_ = pieces_[GetParam()];
     record_ = ledger_.record(old_);
-    books_ = ledger_.books();
+    books_ = ledger_.sums();
     ledger_.skip_log();
     ledger_.skip_trace();
   }
@@ -50,7 +50,7 @@ class FailedReplacement : public ::testing::TestWithParam<int> {
   void expect_that_nothing_has_changed() {
     EXPECT_EQ(blocks_of(ledger_.pool), "64:0-48");
     EXPECT_EQ(ledger_.record(old_), record_);
-    EXPECT_EQ(ledger_.books(), books_);
+    EXPECT_EQ(ledger_.sums(), books_);
     EXPECT_EQ(ledger_.pool.record().block_used, 48U);
     EXPECT_EQ(ledger_.trace(), "");
   }
@@ -77,8 +77,8 @@ TEST_P(FailedReplacement, LeavesTheOldPieceAndItsRecord) {
 TEST_P(FailedReplacement, KeepsTheOldPlaceFromOthers) {
   kit::fail_request(1);
   EXPECT_EQ(resize(ledger_.pool, old_, 100), nullptr);
-  EXPECT_EQ(place_of(ledger_.pool, allocate(ledger_.pool, 16)), "block 1 at 48");
-  EXPECT_EQ(place_of(ledger_.pool, allocate(ledger_.pool, 16)), "block 1 at 0")
+  EXPECT_EQ(position_of(ledger_.pool, allocate(ledger_.pool, 16)), "block 1 at 48");
+  EXPECT_EQ(position_of(ledger_.pool, allocate(ledger_.pool, 16)), "block 1 at 0")
       << "of another block";
   EXPECT_EQ(blocks_of(ledger_.pool), "64:0-16 64:0-64");
   EXPECT_EQ(std::string(static_cast<char*>(old_), 16), std::string(16, 'x'));
@@ -88,7 +88,7 @@ TEST_P(FailedReplacement, CanBeTriedAgainAndFreed) {
   kit::fail_request(1);
   EXPECT_EQ(resize(ledger_.pool, old_, 100), nullptr);
   void* moved = resize(ledger_.pool, old_, 100);
-  EXPECT_EQ(place_of(ledger_.pool, moved), "block 1 at 0");
+  EXPECT_EQ(position_of(ledger_.pool, moved), "block 1 at 0");
   EXPECT_EQ(ledger_.record(old_), "none");
   for (void* piece : pieces_) {
     qk_mem_ifree(ledger_.pool, piece == old_ ? moved : piece, "lib/other.c", 81);
@@ -142,11 +142,11 @@ TEST(ReplacedPiece, ThatCannotBeRecordedIsUsableAllTheSame) {
   void* piece = allocate(ledger.pool, 16);
   allocate(ledger.pool, 16);
   for (auto& array : ledger.pool.record().ptrs) array.used = array.capacity;
-  ledger.turn_page();
+  ledger.skip_all();
   kit::fail_request(1);
   void* moved = resize(ledger.pool, piece, 32);
   EXPECT_TRUE(kit::has_failed());
-  EXPECT_EQ(place_of(ledger.pool, moved), "block 1 at 32");
+  EXPECT_EQ(position_of(ledger.pool, moved), "block 1 at 32");
   EXPECT_EQ(ledger.record(moved), "none");
   EXPECT_EQ(ledger.record(piece), "none");
   EXPECT_EQ(
@@ -165,8 +165,8 @@ void* hold_foreign(const Ledger& ledger, char kind) {
 TEST(ReallocOfForeignMemory, OfExternalFreesItWhenItDoesNotFit) {
   Ledger ledger(Environment{"DEBUG", "DB", ""}, kFreeing);
   void* memory = hold_foreign(ledger, 'X');
-  ledger.turn_page();
-  EXPECT_EQ(place_of(ledger.pool, resize(ledger.pool, memory, 17)), "block 1 at 0");
+  ledger.skip_all();
+  EXPECT_EQ(position_of(ledger.pool, resize(ledger.pool, memory, 17)), "block 1 at 0");
   EXPECT_EQ(
       ledger.log(),
       "   qk_mem_irealloc: WARNING: realloc of external at other.c:80 (allocated at made.c:9)\n"
@@ -177,7 +177,7 @@ TEST(ReallocOfForeignMemory, OfExternalFreesItWhenItDoesNotFit) {
 TEST(ReallocOfForeignMemory, OfExternalKeepsItWhereItFits) {
   Ledger ledger(Environment{"DEBUG", "DB", ""}, kFreeing);
   void* memory = hold_foreign(ledger, 'X');
-  ledger.turn_page();
+  ledger.skip_all();
   EXPECT_EQ(resize(ledger.pool, memory, 16), memory);
   EXPECT_EQ(ledger.record(memory), "r 1/16 other.c:80 event 1");
   EXPECT_EQ(
@@ -192,11 +192,11 @@ TEST(ReallocOfForeignMemory, OfExternalThatFailsLeavesIt) {
   Ledger ledger(Environment{"EXCEPTIONS", "DB", ""}, kFreeing);
   void* memory = hold_foreign(ledger, 'X');
   const std::string record = ledger.record(memory);
-  const std::string books = ledger.books();
+  const std::string books = ledger.sums();
   kit::fail_request(1);
   EXPECT_EQ(resize(ledger.pool, memory, 100), nullptr);
   EXPECT_EQ(ledger.record(memory), record);
-  EXPECT_EQ(ledger.books(), books);
+  EXPECT_EQ(ledger.sums(), books);
   std::memset(memory, 7, 16);
   std::free(memory);
 }
@@ -218,7 +218,7 @@ TEST(ReallocOfForeignMemory, MadeByNewIsReplacedAndLeftAlone) {
   Ledger ledger(Environment{"DEBUG", "DB", ""}, kFreeing);
   for (const auto& row : rows) {
     void* memory = hold_foreign(ledger, row.kind);
-    ledger.turn_page();
+    ledger.skip_all();
     EXPECT_NE(resize(ledger.pool, memory, 17), nullptr);
     EXPECT_EQ(ledger.log(), row.log);
     EXPECT_EQ(ledger.trace(), "3 r [p1] 1 17 other.c 80 0\n");

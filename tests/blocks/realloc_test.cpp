@@ -17,8 +17,8 @@ namespace {
 using kit::blocks_of;
 using kit::Environment;
 using kit::Ledger;
-using kit::place_of;
 using kit::Pool;
+using kit::position_of;
 using kit::Scene;
 
 void* allocate(int hid, std::size_t size, int alignment = 1) {
@@ -35,9 +35,9 @@ constexpr const char* kFreeing = "BLOCKMGMT BLOCKFREE BLOCKSIZE=64";
 TEST(ReallocOfPiece, OfNullIsAnAllocation) {
   Ledger ledger(Environment{"DEBUG", "DB", ""}, kFreeing);
   allocate(ledger.pool, 3);
-  ledger.turn_page();
+  ledger.skip_all();
   const void* piece = resize(ledger.pool, nullptr, 20, 8);
-  EXPECT_EQ(place_of(ledger.pool, piece), "block 1 at 8");
+  EXPECT_EQ(position_of(ledger.pool, piece), "block 1 at 8");
   EXPECT_EQ(blocks_of(ledger.pool), "64:0-28");
   EXPECT_EQ(ledger.record(piece), "r 1/20 other.c:80 event 1");
   EXPECT_EQ(ledger.log(), "   qk_mem_irealloc:       3 [p1] r 20 other.c:80; newly created\n");
@@ -47,8 +47,8 @@ TEST(ReallocOfPiece, OfNullIsAnAllocation) {
 
 TEST(ReallocOfPiece, OfNullIsServedWithoutBlockfreeToo) {
   Ledger ledger(Environment{"EXCEPTIONS", "", ""}, "BLOCKMGMT BLOCKSIZE=64");
-  EXPECT_EQ(place_of(ledger.pool, resize(ledger.pool, nullptr, 20)), "block 1 at 0");
-  EXPECT_EQ(place_of(ledger.pool, resize(ledger.pool, nullptr, 20)), "block 1 at 20");
+  EXPECT_EQ(position_of(ledger.pool, resize(ledger.pool, nullptr, 20)), "block 1 at 0");
+  EXPECT_EQ(position_of(ledger.pool, resize(ledger.pool, nullptr, 20)), "block 1 at 20");
   EXPECT_EQ(ledger.log(), "");
 }
 
@@ -69,12 +69,12 @@ TEST(ReallocOfPiece, ThatFitsStaysWhereItIs) {
 TEST(ReallocOfPiece, ThatFitsIsRecordedAnew) {
   Ledger ledger(Environment{"DEBUG", "DB", ""}, kFreeing);
   void* piece = allocate(ledger.pool, 20);
-  ledger.turn_page();
+  ledger.skip_all();
   resize(ledger.pool, piece, 15);
   EXPECT_EQ(ledger.record(piece), "r 1/15 other.c:80 event 1");
   EXPECT_EQ(ledger.log(), "   qk_mem_irealloc:       3 [p1] r 15 other.c:80; [p1] m 20 app.c:12\n");
   EXPECT_EQ(ledger.trace(), "3 r [p1] 1 15 other.c 80 0\n");
-  EXPECT_EQ(ledger.books(), "handle 2 for 96, tag 2 for 96, events 1") << "one is the block";
+  EXPECT_EQ(ledger.sums(), "handle 2 for 96, tag 2 for 96, events 1") << "one is the block";
 }
 
 TEST(ReallocOfPiece, ThatShrankGrowsOnlyToItsNewSizeInPlace) {
@@ -91,22 +91,22 @@ TEST(ReallocOfPiece, ThatDoesNotFitIsReplaced) {
   Ledger ledger(Environment{"DEBUG", "DB", ""}, kFreeing);
   void* piece = allocate(ledger.pool, 10);
   allocate(ledger.pool, 10);
-  ledger.turn_page();
+  ledger.skip_all();
   void* moved = resize(ledger.pool, piece, 30, 16);
-  EXPECT_EQ(place_of(ledger.pool, moved), "block 1 at 32");
+  EXPECT_EQ(position_of(ledger.pool, moved), "block 1 at 32");
   EXPECT_EQ(blocks_of(ledger.pool), "64:10-62");
   EXPECT_EQ(ledger.pool.record().block_used, 62U);
   EXPECT_EQ(ledger.record(piece), "none");
   EXPECT_EQ(ledger.record(moved), "r 1/30 other.c:80 event 1");
   EXPECT_EQ(ledger.log(), "   qk_mem_irealloc:       3 [p1] r 30 other.c:80; [p2] m 10 app.c:12\n");
   EXPECT_EQ(ledger.trace(), "3 r [p1] 1 30 other.c 80 0\n");
-  EXPECT_EQ(ledger.books(), "handle 3 for 96, tag 3 for 96, events 1");
+  EXPECT_EQ(ledger.sums(), "handle 3 for 96, tag 3 for 96, events 1");
 }
 
 TEST(ReallocOfPiece, OfAnArrayShowsItsOldCountAndSize) {
   Ledger ledger(Environment{"DEBUG", "DB", ""}, kFreeing);
   void* piece = qk_mem_icalloc(ledger.pool, 5, 4, 8, "src/app.c", 12);
-  ledger.turn_page();
+  ledger.skip_all();
   EXPECT_EQ(resize(ledger.pool, piece, 20), piece) << "it has 20 bytes";
   EXPECT_EQ(ledger.log(),
             "   qk_mem_irealloc:       3 [p1] r 20 other.c:80; [p1] c 5/4 app.c:12\n");
@@ -136,7 +136,7 @@ TEST(ReallocOfPiece, CanNeedANewBlock) {
   allocate(pool, 10);
   void* piece = allocate(pool, 10);
   void* moved = resize(pool, piece, 60);
-  EXPECT_EQ(place_of(pool, moved), "block 1 at 0");
+  EXPECT_EQ(position_of(pool, moved), "block 1 at 0");
   EXPECT_EQ(blocks_of(pool), "64:0-60 64:0-10") << "the old piece is freed";
   moved = resize(pool, moved, 200);
   EXPECT_EQ(blocks_of(pool), "200:0-200 64:0-0 64:0-10");
@@ -163,7 +163,7 @@ TEST(ReallocOfPiece, DoesNotCarryTheContentsOver) {
   std::memset(piece, 'x', 10);
   qk_mem_ifree(pool, other, "lib/other.c", 80);
   void* moved = resize(pool, piece, 64);
-  EXPECT_EQ(place_of(pool, moved), "block 1 at 0");
+  EXPECT_EQ(position_of(pool, moved), "block 1 at 0");
   piece = allocate(pool, 10);
   std::memset(piece, 'x', 10);
   allocate(pool, 10);
@@ -230,7 +230,7 @@ TEST(ReallocOfPiece, OfAnUnknownPointerAnswersNull) {
 TEST(ReallocOfPiece, ToNoBytesIsWarnedAboutAndStays) {
   Ledger ledger(Environment{"DEBUG", "DB", ""}, kFreeing);
   void* piece = allocate(ledger.pool, 20);
-  ledger.turn_page();
+  ledger.skip_all();
   EXPECT_EQ(resize(ledger.pool, piece, 0), piece);
   EXPECT_EQ(ledger.log(),
             "   qk_mem_irealloc: WARNING: realloc of 0 at other.c:80\n"

@@ -32,21 +32,21 @@ void use_in_every_way(Program& program, int hid) {
 void use_arrays(Program& program, int hid) {
   if (qk_mem_frees_singly(hid, "src/app.c", 1) == 0) {
     for (int i = 0; i < 20; ++i) program.push(hid, 20);
-    return program.drop_array(hid);
+    return program.free_array(hid);
   }
   for (int i = 0; i < 20; ++i) program.push(hid, 3);
   program.malloc(hid, 50);
   for (int i = 0; i < 5; ++i) program.push(hid, 100);
-  program.drop_array(hid);
+  program.free_array(hid);
   program.push(hid, 1);
   program.push(hid, 1);
-  program.drop_array(hid);
+  program.free_array(hid);
 }
 
 void register_memory(Program& program, int hid) {
   int entered[20];
-  for (int& index : entered) index = program.enter(hid, 60);
-  program.take_out(entered[3]);
+  for (int& index : entered) index = program.register_external(hid, 60);
+  program.deregister(entered[3]);
   program.free(entered[19]);
   program.malloc(hid, 30);
 }
@@ -54,17 +54,17 @@ void register_memory(Program& program, int hid) {
 /** Calls `use` on a handle of its own, which is deleted while another one holds memory. */
 void use_handles(const char* options, const std::function<void(Program&, int)>& use) {
   Program program;
-  const int held = program.open(options, "AB");
+  const int held = program.create_handle(options, "AB");
   program.malloc(held, 77);
-  const int hid = program.open(options, "CD");
+  const int hid = program.create_handle(options, "CD");
   use(program, hid);
   program.expect_nothing_lost();
-  program.close(hid);
+  program.delete_handle(hid);
   program.expect_nothing_lost();
-  const int again = program.open(options);
+  const int again = program.create_handle(options);
   program.malloc(again, 10);
-  program.close(again);
-  program.close(held);
+  program.delete_handle(again);
+  program.delete_handle(held);
   program.expect_nothing_lost();
 }
 
@@ -109,7 +109,7 @@ TEST(EachFailingRequestOnTheDataHandle, LeavesMemoryAsItWas) {
     Program program;
     use_in_every_way(program, QK_MEM_DATA_HANDLE);
     use_arrays(program, QK_MEM_DATA_HANDLE);
-    program.close(QK_MEM_DATA_HANDLE);
+    program.delete_handle(QK_MEM_DATA_HANDLE);
     program.expect_nothing_lost();
   });
 }

@@ -84,7 +84,7 @@ void delete_what_stayed(const Things& things) {
 
 void make_and_destroy(const char* options) {
   Program program;
-  const int hid = program.open(options, "OB");
+  const int hid = program.create_handle(options, "OB");
   Things things;
   make_things(things, hid);
   for (int i = 0; i < 5; ++i) {
@@ -150,7 +150,7 @@ void fill(int hid, Vector& numbers) {
 
 void fill_containers(const char* options) {
   Program program;
-  const int hid = program.open(options, "CO");
+  const int hid = program.create_handle(options, "CO");
   {
     std::vector<int, qk::allocator<int>> numbers{qk::allocator<int>(hid)};
     fill(hid, numbers);
@@ -161,7 +161,7 @@ void fill_containers(const char* options) {
     retry(hid, [&] { copy = others; });
     require(copy.size() == others.size(), "a copy has another length");
   }
-  program.close(hid);
+  program.delete_handle(hid);
   program.expect_nothing_lost();
 }
 

@@ -33,7 +33,7 @@ void start_and_use() {
   Program program;
   program.malloc(QK_MEM_DATA_HANDLE, 100);
   program.strdup(QK_MEM_DATA_HANDLE, "text");
-  const int hid = program.open("MULTITHREADED", "AB");
+  const int hid = program.create_handle("MULTITHREADED", "AB");
   program.malloc(hid, 10);
   program.expect_nothing_lost();
 }
@@ -72,8 +72,8 @@ void expect_recorded_memory_freed() {
 
 void leave_memory_on_autofree_handles() {
   Program program;
-  const int plain = program.open("AUTOFREE");
-  const int shared = program.open("AUTOFREE MULTITHREADED OVERHEAD");
+  const int plain = program.create_handle("AUTOFREE");
+  const int shared = program.create_handle("AUTOFREE MULTITHREADED OVERHEAD");
   for (int i = 0; i < kPieces; ++i) {
     const int hid = i % 2 == 0 ? plain : shared;
     left[i] = qk_mem_imalloc(hid, 50, 16, "src/app.c", 20);
@@ -99,9 +99,10 @@ void make_handles() {
 void outgrow_table() {
   Program program;
   program.malloc(7, 100);
-  for (int i = 0; i < 5; ++i) program.malloc(program.open(i % 2 == 0 ? "" : "MULTITHREADED"), 8);
+  for (int i = 0; i < 5; ++i)
+    program.malloc(program.create_handle(i % 2 == 0 ? "" : "MULTITHREADED"), 8);
   program.malloc(8, 100);
-  program.close(7);
+  program.delete_handle(7);
   // Tables that other threads may be reading aren't freed.
   if (!kHasThreads) program.expect_nothing_lost();
 }
@@ -126,8 +127,8 @@ TEST(TableOfHandlesWithEachRequestFailing, KeepsItsHandlesInAProgramWithThreads)
       [] {
         Program program;
         program.malloc(7, 100);
-        for (int i = 0; i < 5; ++i) program.malloc(program.open(""), 8);
-        program.close(7);
+        for (int i = 0; i < 5; ++i) program.malloc(program.create_handle(""), 8);
+        program.delete_handle(7);
         program.check();
       },
       start_thread_and_make_handles);
@@ -145,7 +146,7 @@ void use_up_tags() {
       continue;
     }
     program.malloc(hid, 100);
-    program.close(hid);
+    program.delete_handle(hid);
     require(hid == 2 || qk_mem_tag_size(tag) == 0, "a tag holds more than its handles");
   }
   for (const char* options : {"BAD", "BLOCKSIZE=", "BLOCKSIZE=-1 BLOCKMGMT", "DATA OVERHEAD X"}) {
@@ -196,8 +197,8 @@ void report_everything() {
 
 void use_and_report() {
   Program program;
-  const int hid = program.open("", "AB");
-  const int blocks = program.open("BLOCKMGMT BLOCKFREE MULTITHREADED", "CD");
+  const int hid = program.create_handle("", "AB");
+  const int blocks = program.create_handle("BLOCKMGMT BLOCKFREE MULTITHREADED", "CD");
   program.malloc(hid, 10);
   program.malloc(blocks, 10);
   report_everything();
@@ -205,7 +206,7 @@ void use_and_report() {
   program.malloc(blocks, 5000);
   program.malloc(QK_MEM_DATA_HANDLE, 30);
   report_everything();
-  program.close(hid);
+  program.delete_handle(hid);
   report_everything();
   program.expect_nothing_lost();
 }
@@ -232,14 +233,14 @@ void configure_in_every_way() {
         "EXCEPTIONS LOG=qkmem.log APPEND"}) {
     (void)qk_mem_debug_config(debug, &status);
     program.malloc(QK_MEM_DATA_HANDLE, 16);
-    const int hid = program.open("");
+    const int hid = program.create_handle("");
     program.malloc(hid, 16);
     QK_CLEAR_STATUS(&status);
     (void)qk_mem_options("HEAPSIZE DB=a.tdf FLUSH", &status);
     (void)qk_mem_dump_config("OPTIONS=HANDLES,POINTERS", &status);
     char text[QK_MEM_SETTINGS_SIZE];
     (void)qk_mem_debug_settings(text, &status);
-    program.close(hid);
+    program.delete_handle(hid);
   }
   program.expect_nothing_lost();
 }

@@ -13,9 +13,9 @@
 
 #include "diag/trace_file.h"
 #include "tests/formats/trace_text.h"
-#include "tests/kit/bare_handle.h"
 #include "tests/kit/heap.h"
 #include "tests/kit/scene.h"
+#include "tests/kit/standalone_handle.h"
 #include "tests/kit/trace.h"
 
 namespace {

@@ -50,10 +50,10 @@ class Make : public ::testing::Test {
  protected:
   Make() {
     kit::make_arrays(pool_.number());
-    turn_page();
+    skip_all();
   }
 
-  void turn_page() {
+  void skip_all() {
     scene_.skip_log();
     scene_.skip_trace();
   }
@@ -73,7 +73,7 @@ TEST_F(Make, RegistersAnObjectAndDestroyTakesItOut) {
                               "   qk_mem_tracker:        3 [p2] T 16 " +
                               made + "\n");
   EXPECT_EQ(held(), "1 for 4");
-  turn_page();
+  skip_all();
   qk::destroy(pool_, number);
   const std::string destroyed = line_above();
   EXPECT_EQ(scene_.log(), "   qk_mem_ideregister:          3 [p1] \x01 " + destroyed + "; W 4 " +
@@ -90,7 +90,7 @@ TEST_F(Make, RegistersAnArrayWithItsBytes) {
                               "\n"
                               "   qk_mem_tracker:        3 [p2] T 16 " +
                               made + "\n");
-  turn_page();
+  skip_all();
   qk::destroy<std::uint32_t[]>(pool_, numbers);
   const std::string destroyed = line_above();
   EXPECT_EQ(scene_.log(), "   qk_mem_ideregister:          3 [p1] \x02 " + destroyed + "; J 1/40 " +
@@ -137,7 +137,7 @@ TEST_F(Make, FillsAggregatesInTheirOrder) {
 
 TEST_F(Make, MakesConstantsToo) {
   const Part* const part = qk::make<const Part>(pool_, "constant");
-  turn_page();
+  skip_all();
   qk::destroy(pool_, part);
   EXPECT_EQ(scene_.log().find("WARNING"), std::string::npos);
   EXPECT_EQ(Part::ends, "constant ");
@@ -206,7 +206,7 @@ TEST_F(Make, RefusesAnArrayWhoseSizeDoesNotFit) {
 TEST_F(Make, ChecksTheTypeThatIsGivenBack) {
   int* const number = qk::make<int>(pool_, 42);
   const std::string made = line_above();
-  turn_page();
+  skip_all();
   qk::destroy(pool_, reinterpret_cast<unsigned*>(number));
   const std::string destroyed = line_above();
   const std::string warning =

@@ -176,9 +176,9 @@ TEST(Arena, CutsPiecesAndTakesThemBackWhenItIsCleared) {
   void* const one = resource.allocate(3, 1);
   void* const four = resource.allocate(4, 4);
   void* const sixteen = resource.allocate(5, 16);
-  EXPECT_EQ(kit::place_of(arena.number(), one), "block 1 at 0");
-  EXPECT_EQ(kit::place_of(arena.number(), four), "block 1 at 4");
-  EXPECT_EQ(kit::place_of(arena.number(), sixteen), "block 1 at 16");
+  EXPECT_EQ(kit::position_of(arena.number(), one), "block 1 at 0");
+  EXPECT_EQ(kit::position_of(arena.number(), four), "block 1 at 4");
+  EXPECT_EQ(kit::position_of(arena.number(), sixteen), "block 1 at 16");
   resource.deallocate(sixteen, 5, 16);
   resource.deallocate(four, 4, 4);
   EXPECT_EQ(kit::blocks_of(arena.number()), "1024:0-21");

@@ -1,7 +1,7 @@
 // Calls in any order beside plain books: the bytes choose each call and its arguments.
 #include "qkmem/qkmem.h"
 #include "tests/fuzz/fuzzing.h"
-#include "tests/kit/accounts.h"
+#include "tests/kit/call_model.h"
 
 namespace {
 
@@ -37,8 +37,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   qk::Status status;
   fuzz::require(qk_mem_debug_config("EXCEPTIONS LOG=/dev/null", &status) == 0, "configuration");
   Bytes bytes(data, size);
-  kit::Accounts accounts(bytes);
-  while (bytes.more()) fuzz::require(accounts.step(), accounts.complaint().c_str());
-  fuzz::require(accounts.finish(), accounts.complaint().c_str());
+  kit::CallModel model(bytes);
+  while (bytes.more()) fuzz::require(model.step(), model.complaint().c_str());
+  fuzz::require(model.finish(), model.complaint().c_str());
   return 0;
 }

@@ -256,7 +256,7 @@ TEST(NewHandle, IsFollowedByTheReportUnderCtrlblks) {
   start(scene);
   create("");
   EXPECT_NE(scene.log(), "");
-  EXPECT_EQ(scene.log(), kit::plain(kit::dump("", 0)));
+  EXPECT_EQ(scene.log(), kit::normalized(kit::dump("", 0)));
 }
 
 TEST(NewHandle, TakesItsPlaceFromTheMacro) {

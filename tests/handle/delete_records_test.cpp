@@ -10,8 +10,8 @@
 #include "core/registry.h"
 #include "core/switches.h"
 #include "table/pointer_table.h"
-#include "tests/kit/bare_handle.h"
 #include "tests/kit/scene.h"
+#include "tests/kit/standalone_handle.h"
 
 namespace {
 

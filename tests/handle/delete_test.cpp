@@ -167,7 +167,7 @@ TEST(DeleteHandle, IsFollowedByTheReportOnceUnderCtrlblks) {
   scene.skip_log();
   destroy(pool);
   EXPECT_NE(scene.log(), "");
-  EXPECT_EQ(scene.log(), kit::plain(kit::dump("", 0)));
+  EXPECT_EQ(scene.log(), kit::normalized(kit::dump("", 0)));
 }
 
 TEST(DeleteHandle, TakesItsPlaceFromTheMacro) {

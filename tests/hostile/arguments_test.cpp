@@ -163,7 +163,7 @@ TEST_P(HostileNumber, IsRefusedWithItsCodeByTheCallsThatChangeHandles) {
   const Pool deleted;
   qk_mem_idel_handle(deleted, kFile, 1);
   void* memory = qk_mem_imalloc(ledger.pool, 10, 16, kFile, 2);
-  const std::string books = ledger.books();
+  const std::string books = ledger.sums();
   const int hid = GetParam().hid;
   const auto expect_code = [](int line) {
     EXPECT_EQ(qk_mem_error(), 5566) << "line " << line;
@@ -185,7 +185,7 @@ TEST_P(HostileNumber, IsRefusedWithItsCodeByTheCallsThatChangeHandles) {
   EXPECT_EQ(qk_mem_imarralloc(hid, &array, 8, 2, kFile, 9), -2);
   expect_code(__LINE__);
   EXPECT_EQ(array, nullptr);
-  EXPECT_EQ(ledger.books(), books);
+  EXPECT_EQ(ledger.sums(), books);
   expect_usable();
 }
 
@@ -317,7 +317,7 @@ TEST(HostileType, OfARegistrationWithoutAnAddressRecordsNothing) {
     qk_mem_iregister(ledger.pool, type, nullptr, nullptr, SIZE_MAX, kFile, 1);
     qk_mem_ideregister(ledger.pool, type, nullptr, kFile, 2);
   }
-  EXPECT_EQ(ledger.books(), "handle 0 for 0, tag 0 for 0, events 0");
+  EXPECT_EQ(ledger.sums(), "handle 0 for 0, tag 0 for 0, events 0");
   expect_usable();
 }
 

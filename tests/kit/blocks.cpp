@@ -18,7 +18,7 @@ std::string blocks_of(const qk_mem_handle& handle) {
 
 std::string blocks_of(int hid) { return blocks_of(handle_of(hid)); }
 
-std::string place_of(const qk_mem_handle& handle, const void* piece) {
+std::string position_of(const qk_mem_handle& handle, const void* piece) {
   const auto address = reinterpret_cast<std::uintptr_t>(piece);
   int number = 1;
   for (const qk_mem_block* block = handle.blocks; block != nullptr; block = block->next) {
@@ -31,9 +31,9 @@ std::string place_of(const qk_mem_handle& handle, const void* piece) {
   return "no block";
 }
 
-std::string place_of(int hid, const void* piece) { return place_of(handle_of(hid), piece); }
+std::string position_of(int hid, const void* piece) { return position_of(handle_of(hid), piece); }
 
-BareBlocks::BareBlocks(std::uint64_t blocksize, std::initializer_list<Marks> blocks) {
+StandaloneBlocks::StandaloneBlocks(std::uint64_t blocksize, std::initializer_list<Marks> blocks) {
   qk_mem_init();
   record.blockmgmt = 'B';
   record.blocksize = blocksize;
@@ -45,7 +45,7 @@ BareBlocks::BareBlocks(std::uint64_t blocksize, std::initializer_list<Marks> blo
   }
 }
 
-BareBlocks::~BareBlocks() {
+StandaloneBlocks::~StandaloneBlocks() {
   while (qk_mem_block* block = record.blocks) {
     record.blocks = block->next;
     std::free(block);

@@ -5,7 +5,7 @@
 #include <initializer_list>
 #include <string>
 
-#include "tests/kit/bare_handle.h"
+#include "tests/kit/standalone_handle.h"
 
 /** The blocks of block-managed handles, seen from inside. */
 namespace kit {
@@ -15,8 +15,8 @@ namespace kit {
 [[nodiscard]] std::string blocks_of(int hid);
 
 /** Where a piece lies: "block 2 at 16", the first block of the list being 1; or "no block". */
-[[nodiscard]] std::string place_of(const qk_mem_handle& handle, const void* piece);
-[[nodiscard]] std::string place_of(int hid, const void* piece);
+[[nodiscard]] std::string position_of(const qk_mem_handle& handle, const void* piece);
+[[nodiscard]] std::string position_of(int hid, const void* piece);
 
 /** A block to be made. */
 struct Marks {
@@ -29,13 +29,13 @@ struct Marks {
  * A block-managed handle that the library doesn't know, with blocks linked by hand. Starts the
  * library up, which settles the size of the header.
  */
-class BareBlocks : public BareHandle {
+class StandaloneBlocks : public StandaloneHandle {
  public:
-  explicit BareBlocks(std::uint64_t blocksize, std::initializer_list<Marks> blocks = {});
-  ~BareBlocks();
+  explicit StandaloneBlocks(std::uint64_t blocksize, std::initializer_list<Marks> blocks = {});
+  ~StandaloneBlocks();
 
   [[nodiscard]] std::string blocks() const { return blocks_of(record); }
-  [[nodiscard]] std::string place(const void* piece) const { return place_of(record, piece); }
+  [[nodiscard]] std::string position(const void* piece) const { return position_of(record, piece); }
 };
 
 }  // namespace kit

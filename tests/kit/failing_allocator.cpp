@@ -42,7 +42,7 @@ bool fails_now() {
 
 template <class T>
 T* noted(T* memory) {
-  kit::note_obtained(memory);
+  kit::note_allocated(memory);
   return memory;
 }
 
@@ -64,16 +64,16 @@ void* __wrap_calloc(std::size_t num, std::size_t size) {
 }
 void* __wrap_realloc(void* ptr, std::size_t size) {
   if (fails_now()) return nullptr;
-  kit::note_given_back(ptr);
+  kit::note_freed(ptr);
   void* memory = kit::placed::realloc(ptr, size);
-  if (memory == nullptr && size != 0) kit::note_obtained(ptr);
+  if (memory == nullptr && size != 0) kit::note_allocated(ptr);
   return noted(memory);
 }
 char* __wrap_strdup(const char* text) {
   return fails_now() ? nullptr : noted(kit::placed::strdup(text));
 }
 void __wrap_free(void* memory) {
-  kit::note_given_back(memory);
+  kit::note_freed(memory);
   __real_free(memory);
 }
 
@@ -90,19 +90,19 @@ void* __wrap__ZnamRKSt9nothrow_t(std::size_t size, const std::nothrow_t& tag) {
   return fails_now() ? nullptr : noted(__real__ZnamRKSt9nothrow_t(size, tag));
 }
 void __wrap__ZdlPv(void* memory) {
-  kit::note_given_back(memory);
+  kit::note_freed(memory);
   __real__ZdlPv(memory);
 }
 void __wrap__ZdlPvm(void* memory, std::size_t size) {
-  kit::note_given_back(memory);
+  kit::note_freed(memory);
   __real__ZdlPvm(memory, size);
 }
 void __wrap__ZdaPv(void* memory) {
-  kit::note_given_back(memory);
+  kit::note_freed(memory);
   __real__ZdaPv(memory);
 }
 void __wrap__ZdaPvm(void* memory, std::size_t size) {
-  kit::note_given_back(memory);
+  kit::note_freed(memory);
   __real__ZdaPvm(memory, size);
 }
 }

@@ -151,7 +151,7 @@ void note_code() {
   if (qk_mem_error() == kOutOfMemory || !started) told->left_code = true;
 }
 
-void note_trouble() {
+void note_failure() {
   note_code();
   told->troubled = true;
 }

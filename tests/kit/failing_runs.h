@@ -56,7 +56,7 @@ void require(bool holds, const char* what, int line = __builtin_LINE());
 void note_code();
 
 /** For scenarios: a call has failed, or memory went unrecorded; a failure must have been told. */
-void note_trouble();
+void note_failure();
 
 /** For scenarios: `check` runs at the end of the process, behind the library's clean-up. */
 void check_at_end(void (*check)());

@@ -7,7 +7,7 @@
 #include "core/registry.h"
 #include "core/switches.h"
 #include "table/pointer_table.h"
-#include "tests/kit/bare_handle.h"
+#include "tests/kit/standalone_handle.h"
 
 namespace kit {
 namespace {
@@ -50,7 +50,7 @@ void fill_arrays(int hid) {
 Ledger::Ledger(const Environment& environment, const char* options, const char* tag)
     : Scene(environment), pool(options, tag), tag_(tag) {
   make_arrays(pool);
-  turn_page();
+  skip_all();
 }
 
 void Ledger::configure(const char* debug) {
@@ -59,16 +59,16 @@ void Ledger::configure(const char* debug) {
     std::fprintf(stderr, "not a configuration: %s\n", debug);
     std::abort();
   }
-  turn_page();
+  skip_all();
 }
 
-void Ledger::turn_page() {
+void Ledger::skip_all() {
   skip_log();
   skip_trace();
   Qk_mem_seq = kEventsBefore;
 }
 
-std::string Ledger::books() const {
+std::string Ledger::sums() const {
   return "handle " + data_of(pool) + ", tag " + tag_of(tag_.c_str()) + ", events " +
          std::to_string(Qk_mem_seq - kEventsBefore);
 }

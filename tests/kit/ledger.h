@@ -31,10 +31,10 @@ class Ledger : public Scene {
   void configure(const char* debug);
 
   /** What log, trace and events have shown so far is left out from here on. */
-  void turn_page();
+  void skip_all();
 
   /** "handle 2 for 150, tag 2 for 150, events 2" */
-  [[nodiscard]] std::string books() const;
+  [[nodiscard]] std::string sums() const;
 
   /** The record of an address on the handle: "M 1/100 app.c:12 event 1", or "none". */
   [[nodiscard]] std::string record(const void* address) const;

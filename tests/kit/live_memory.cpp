@@ -36,7 +36,7 @@ std::size_t first_place(const void* memory) {
 }
 
 /** The place of an address, or null. */
-const void** place_of(const void* memory) {
+const void** slot_of(const void* memory) {
   std::size_t place = first_place(memory);
   for (std::size_t seen = 0; seen < kPlaces; ++seen) {
     if (places[place] == nullptr) return nullptr;
@@ -52,7 +52,7 @@ void watch_memory() { watched = true; }
 
 bool is_live(const void* memory) {
   const std::lock_guard guard(lock);
-  return place_of(memory) != nullptr;
+  return slot_of(memory) != nullptr;
 }
 
 void for_each_live(const std::function<void(const void*)>& visit) {
@@ -61,7 +61,7 @@ void for_each_live(const std::function<void(const void*)>& visit) {
   }
 }
 
-void note_obtained(void* memory) {
+void note_allocated(void* memory) {
   if (!watched || memory == nullptr) return;
   const std::lock_guard guard(lock);
   std::size_t place = first_place(memory);
@@ -76,10 +76,10 @@ void note_obtained(void* memory) {
   std::abort();
 }
 
-void note_given_back(void* memory) {
+void note_freed(void* memory) {
   if (!watched || memory == nullptr) return;
   const std::lock_guard guard(lock);
-  if (const void** place = place_of(memory)) *place = &kGone;
+  if (const void** place = slot_of(memory)) *place = &kGone;
 }
 
 }  // namespace kit

@@ -19,8 +19,8 @@ void watch_memory();
 void for_each_live(const std::function<void(const void*)>& visit);
 
 /** What the stand-ins of the allocator tell; both pass over null, and do nothing unless watched. */
-void note_obtained(void* memory);
-void note_given_back(void* memory);
+void note_allocated(void* memory);
+void note_freed(void* memory);
 
 }  // namespace kit
 

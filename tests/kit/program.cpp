@@ -64,9 +64,9 @@ bool keeps(const qk_mem_handle& handle, const void* memory) {
 
 bool has_handle(int hid) { return qk::mem::handle_slots().at(hid - 1) != nullptr; }
 
-bool lost_table_of_handles() { return qk::mem::handle_slots().count < Qk_mem_avail_handles; }
+bool has_lost_handle_array() { return qk::mem::handle_slots().count < Qk_mem_avail_handles; }
 
-bool is_the_librarys(const void* memory) {
+bool is_library_memory(const void* memory) {
   if (Qk_mem_handles == memory) return true;
   bool found = false;
   const qk::mem::RegistryLock lock;
@@ -81,7 +81,7 @@ void* Program::attempt(int hid, Call call) {
   if (memory != nullptr) return memory;
   require(qk_mem_error() == (bypasses(hid) || has_handle(hid) ? 5012 : 5566),
           "a refusal with another code");
-  if (has_failed()) note_trouble();
+  if (has_failed()) note_failure();
   let_succeed();
   check();
   if (!bypasses(hid) && !has_handle(hid)) return nullptr;
@@ -104,25 +104,25 @@ void* Program::attempt_resize(const Piece& piece, Call call) {
 
 /** A handle whose own record is missing is made all the same. */
 int Program::note_made(int hid) {
-  if (hid != 0 && tracks(hid) && !is_recorded(hid, &handle_of(hid))) note_trouble();
+  if (hid != 0 && tracks(hid) && !is_recorded(hid, &handle_of(hid))) note_failure();
   return hid;
 }
 
-int Program::open(const char* options, const char* tag) {
+int Program::create_handle(const char* options, const char* tag) {
   int hid = qk_mem_inew_handle(options, tag, kFile, 1);
   if (hid != 0) return note_made(hid);
-  require(qk_mem_error() == 5012 || lost_table_of_handles(),
+  require(qk_mem_error() == 5012 || has_lost_handle_array(),
           "a handle is refused with another code");
-  note_trouble();
+  note_failure();
   let_succeed();
   check();
   hid = qk_mem_inew_handle(options, tag, kFile, 1);
-  require(hid != 0 || lost_table_of_handles(), "the next handle is refused as well");
+  require(hid != 0 || has_lost_handle_array(), "the next handle is refused as well");
   if (hid == 0) require(qk_mem_error() == 5566, "no handle and another code");
   return note_made(hid);
 }
 
-void Program::close(int hid) {
+void Program::delete_handle(int hid) {
   check();
   const bool exists = has_handle(hid) && hid != QK_MEM_DATA_HANDLE;
   bool goes[kMost] = {};
@@ -229,7 +229,7 @@ void Program::free(int index) {
   check();
 }
 
-int Program::enter(int hid, std::size_t size) {
+int Program::register_external(int hid, std::size_t size) {
   void* memory = std::malloc(size);
   if (memory == nullptr) {
     // The program's own request is not what is tried here.
@@ -240,7 +240,7 @@ int Program::enter(int hid, std::size_t size) {
   return hold(hid, memory, size);
 }
 
-void Program::take_out(int index) {
+void Program::deregister(int index) {
   if (!holds_at(index)) return;
   const Piece piece = pieces_[index];
   qk_mem_ideregister(piece.hid, QK_MEM_EXTERNAL, piece.memory, kFile, 12);
@@ -256,7 +256,7 @@ void Program::push(int hid, std::size_t block_factor) {
   if (index < 0) {
     require(index == -2, "no element and another answer");
     require(array_.elements == before, "an array that couldn't grow has moved");
-    if (has_failed()) note_trouble();
+    if (has_failed()) note_failure();
     let_succeed();
     check();
     if (!bypasses(hid) && !has_handle(hid)) return;
@@ -269,7 +269,7 @@ void Program::push(int hid, std::size_t block_factor) {
   check();
 }
 
-void Program::drop_array(int hid) {
+void Program::free_array(int hid) {
   qk_mem_iarrfree(hid, &array_.elements, kFile, 14);
   require(array_.elements == nullptr, "an array outlives its end");
   array_.count = 0;
@@ -293,14 +293,14 @@ void Program::check() const {
 void Program::expect_nothing_lost() const {
   check();
   for_each_live([this](const void* memory) {
-    if (!holds(memory) && !is_the_librarys(memory)) require(false, "lost memory");
+    if (!holds(memory) && !is_library_memory(memory)) require(false, "lost memory");
   });
 }
 
 int Program::hold(int hid, void* memory, std::size_t size) {
   if (memory == nullptr) return -1;
   require(count_ < kMost, "too many pieces for the program");
-  if (tracks(hid) && !bypasses(hid) && !is_recorded(hid, memory)) note_trouble();
+  if (tracks(hid) && !bypasses(hid) && !is_recorded(hid, memory)) note_failure();
   pieces_[count_] = {static_cast<char*>(memory), size, hid, ++mark_};
   std::memset(memory, mark_, size);
   check();

@@ -20,10 +20,10 @@ class Program {
   Program& operator=(const Program&) = delete;
 
   /** 0 where the library can't make any: it lost its table of handles. */
-  int open(const char* options, const char* tag = "");
+  int create_handle(const char* options, const char* tag = "");
 
   /** All that a handle has recorded goes with it, what it hasn't is freed by the program. */
-  void close(int hid);
+  void delete_handle(int hid);
 
   /** Pieces go; memory and objects that were registered too. */
   void clear(int hid);
@@ -38,12 +38,12 @@ class Program {
   void free(int index);
 
   /** External memory of the program's. */
-  int enter(int hid, std::size_t size);
-  void take_out(int index);
+  int register_external(int hid, std::size_t size);
+  void deregister(int index);
 
   /** The program's managed array, of elements of 8 bytes; it has one at a time. */
   void push(int hid, std::size_t block_factor);
-  void drop_array(int hid);
+  void free_array(int hid);
 
   /** Looks at all that is held. */
   void check() const;
@@ -81,13 +81,13 @@ class Program {
 };
 
 /** Whether a piece of memory is the library's: tables, handles, blocks, or recorded on a handle. */
-[[nodiscard]] bool is_the_librarys(const void* memory);
+[[nodiscard]] bool is_library_memory(const void* memory);
 
 /** Whether there is a handle of this number. */
 [[nodiscard]] bool has_handle(int hid);
 
 /** Whether the table of handles couldn't grow, after which no handle can be made. */
-[[nodiscard]] bool lost_table_of_handles();
+[[nodiscard]] bool has_lost_handle_array();
 
 }  // namespace kit
 

@@ -116,7 +116,7 @@ qk_mem_ptr& hold(qk_mem_handle& handle, std::uintptr_t address, char kind, std::
   return record;
 }
 
-void cover_by_baseline(qk_mem_handle& handle) {
+void mark_baselined(qk_mem_handle& handle) {
   handle.baselined = 1;
   handle.base_qty = handle.qty;
   handle.base_amount = handle.amount;
@@ -131,14 +131,14 @@ void cover_by_baseline(qk_mem_handle& handle) {
   }
 }
 
-std::string plain_report(std::string_view text) {
+std::string normalized_report(std::string_view text) {
   std::string result = with_plain_places(with_plain_addresses(std::string(text)));
   result = with_plain_size(result, sizeof(qk_mem_handle), "handle");
   return with_plain_size(result, sizeof(qk::Mtx), "mtx");
 }
 
 std::string report(const char* filter, unsigned options) {
-  return plain_report(dump(filter, options));
+  return normalized_report(dump(filter, options));
 }
 
 }  // namespace kit

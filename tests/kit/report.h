@@ -46,7 +46,7 @@ qk_mem_ptr& hold(qk_mem_handle& handle, std::uintptr_t address, char kind, std::
                  std::uint64_t size, const char* file = "app.c", int line = 1);
 
 /** Marks a handle, its tag and its records as a baseline does. */
-void cover_by_baseline(qk_mem_handle& handle);
+void mark_baselined(qk_mem_handle& handle);
 
 /**
  * A report with what differs from run to run in other words of the same width: addresses become
@@ -54,9 +54,9 @@ void cover_by_baseline(qk_mem_handle& handle);
  * up; lines of the library's own places "qkmem.cpp:#"; the sizes of what the library keeps for a
  * handle "handle" and "mtx".
  */
-[[nodiscard]] std::string plain_report(std::string_view text);
+[[nodiscard]] std::string normalized_report(std::string_view text);
 
-/** What qk_mem_dump() prints, in the words of plain_report(). */
+/** What qk_mem_dump() prints, in the words of normalized_report(). */
 [[nodiscard]] std::string report(const char* filter, unsigned options);
 
 /**

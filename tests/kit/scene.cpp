@@ -106,7 +106,7 @@ Scene::~Scene() {
 
 void Scene::skip_log() { log_seen_ = written_log().size(); }
 
-std::string Scene::log() const { return plain(written_log().substr(log_seen_)); }
+std::string Scene::log() const { return normalized(written_log().substr(log_seen_)); }
 
 std::string Scene::log(std::string_view routine) const {
   const std::string start = "   " + std::string(routine) + ":";
@@ -114,7 +114,7 @@ std::string Scene::log(std::string_view routine) const {
   for (const std::string& line : lines_of(written_log().substr(log_seen_))) {
     if (line.rfind(start, 0) == 0) result += line + "\n";
   }
-  return plain(result);
+  return normalized(result);
 }
 
 void Scene::skip_trace() { trace_seen_ = Trace(written_trace()).rows.size(); }
@@ -138,10 +138,10 @@ std::string Scene::trace(const std::function<bool(unsigned char)>& wants) const 
     if (wants(trace.rows[i].type)) result += told(trace.rows[i]);
   }
   for (const std::string& fault : trace.faults) result += fault + "\n";
-  return plain(result);
+  return normalized(result);
 }
 
-std::string plain(std::string_view text) {
+std::string normalized(std::string_view text) {
   static const std::regex own_line(R"(qkmem\.cpp:\d+)");
   static const std::regex own_row(R"((qkmem\.cpp) \d+)");
   static const std::regex heap(R"( \(-?\d+ -?\d+\)\n)");

@@ -33,7 +33,7 @@ class Scene {
   /** Leaves out of log() what stands in the log by now. */
   void skip_log();
 
-  /** The lines of the log since then, in the words of plain(). */
+  /** The lines of the log since then, in the words of normalized(). */
   [[nodiscard]] std::string log() const;
 
   /** Only those of one routine, that is, those that begin with its name. */
@@ -44,7 +44,7 @@ class Scene {
 
   /**
    * The rows of the trace file since then, as "handle type [address] num size file line change", in
-   * the words of plain(). What is wrong with the file follows them.
+   * the words of normalized(). What is wrong with the file follows them.
    */
   [[nodiscard]] std::string trace() const;
 
@@ -65,7 +65,7 @@ class Scene {
  * lines of the library's own places "qkmem.cpp:#"; heap texts " (heap change)". Addresses that
  * stand in columns keep their width: "p1" and 14 blanks.
  */
-[[nodiscard]] std::string plain(std::string_view text);
+[[nodiscard]] std::string normalized(std::string_view text);
 
 /** The contents of a file of the current folder; "" when there is none. */
 [[nodiscard]] std::string contents(const std::string& name);

@@ -51,7 +51,7 @@ std::string log_of_cleanup(const std::string& log) {
   for (std::string line; std::getline(lines, line);) {
     if (line.rfind("   qk_mem_idel_handle:", 0) != 0) result += line + "\n";
   }
-  return kit::plain(result);
+  return kit::normalized(result);
 }
 
 void leave_handles_of_all_sorts() {
@@ -123,7 +123,7 @@ TEST(CleanUp, ReportsBetweenTheHandlesAndTheirArray) {
 TEST(CleanUp, FreesThePointersOfAutofreeHandles) {
   const Scene scene;
   const Ended ended = run("DEBUG", leave_handles_of_all_sorts);
-  const std::string log = kit::plain(ended.log);
+  const std::string log = kit::normalized(ended.log);
   for (const char* released : {"F qkmem.cpp:#; M 100 app.c:1\n", "F qkmem.cpp:#; M 20 app.c:3\n",
                                "F qkmem.cpp:#; M 30 app.c:4\n"}) {
     EXPECT_NE(log.find(released), std::string::npos) << released;

@@ -64,7 +64,7 @@ constexpr char kLeaks[] =
 TEST(FinalReport, ShowsExactlyTheLeaks) {
   const Scene scene;
   const Ended ended = kit::run({"SUMMARY", "", ""}, leak);
-  EXPECT_EQ(kit::sections_of(kit::plain(ended.log), kSections),
+  EXPECT_EQ(kit::sections_of(kit::normalized(ended.log), kSections),
             "QK_MEM_DEBUG:  initializing options [SUMMARY]\n"
             "   qk_mem_cleanup:      Memory at program termination (normal termination)\n" +
                 std::string(kLeaks));
@@ -82,7 +82,7 @@ TEST(FinalReport, IsTheSameOnATerminatingSignalWhichThenEndsTheProcess) {
       leak();
       std::raise(signal.number);
     });
-    EXPECT_EQ(kit::sections_of(kit::plain(ended.log), kSections),
+    EXPECT_EQ(kit::sections_of(kit::normalized(ended.log), kSections),
               "QK_MEM_DEBUG:  initializing options [SUMMARY]\n"
               "   qk_mem_cleanup:      Memory at program termination (" +
                   std::string(signal.description) + ")\n" + kLeaks);

@@ -22,7 +22,7 @@ using kit::set_heap;
 /** A log in plain words without the lines about the handles' own bookkeeping. */
 std::string without_bookkeeping(const std::string& log) {
   std::string result;
-  std::istringstream lines(kit::plain(log));
+  std::istringstream lines(kit::normalized(log));
   for (std::string line; std::getline(lines, line);) {
     if (line.rfind("   qk_mem_new_ptr:", 0) == 0) continue;
     if (line.rfind("   qk_mem_handle_", 0) == 0) continue;

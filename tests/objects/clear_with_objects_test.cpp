@@ -5,19 +5,19 @@
 #include <string>
 
 #include "core/registry.h"
-#include "tests/kit/bare_handle.h"
 #include "tests/kit/blocks.h"
 #include "tests/kit/ledger.h"
+#include "tests/kit/logging_tracker.h"
 #include "tests/kit/placement.h"
 #include "tests/kit/scene.h"
-#include "tests/kit/told_tracker.h"
+#include "tests/kit/standalone_handle.h"
 
 namespace {
 
 using kit::at;
 using kit::Environment;
 using kit::Ledger;
-using kit::ToldTracker;
+using kit::LoggingTracker;
 
 /** Registers something at app.c:12. */
 void register_ptr(int hid, int type, void* ptr, std::size_t size) {
@@ -36,11 +36,11 @@ class ClearWithObjects : public ::testing::Test {
  protected:
   ClearWithObjects() { kit::align_requests(); }
 
-  ToldTracker* tracker(const char* name, void* tracked) {
-    return new ToldTracker(name, tracked, story_);
+  LoggingTracker* tracker(const char* name, void* tracked) {
+    return new LoggingTracker(name, tracked, destroyed_);
   }
 
-  std::string story_;
+  std::string destroyed_;
 };
 
 TEST_F(ClearWithObjects, ReleasesAndShowsEachInItsWay) {
@@ -49,7 +49,7 @@ TEST_F(ClearWithObjects, ReleasesAndShowsEachInItsWay) {
   register_ptr(ledger.pool, QK_MEM_OBJECT, tracker("object", at(0x5000)), 40);
   register_ptr(ledger.pool, QK_MEM_ARRAY, tracker("array", at(0x6000)), 50);
   qk_mem_icalloc(ledger.pool, 2, 10, 16, "src/app.c", 13);
-  ledger.turn_page();
+  ledger.skip_all();
   EXPECT_EQ(clear(ledger.pool), 0);
   EXPECT_EQ(ledger.log(),
             "   qk_mem_iclear_handle:    3 [p1] F other.c:80000; X 10 app.c:12\n"
@@ -67,20 +67,20 @@ TEST_F(ClearWithObjects, ReleasesAndShowsEachInItsWay) {
             "3 E [p5] 1 16 other.c 80000 -16\n"
             "3 f [p6] 2 10 other.c 80000 0\n"
             "3 d [p0] 0 0 other.c 80000 0\n");
-  EXPECT_EQ(story_, "object ends with its object\narray ends with its object\n");
+  EXPECT_EQ(destroyed_, "object destroys its object\narray destroys its object\n");
 }
 
 TEST_F(ClearWithObjects, TakesTheBytesOfTrackersOutOfBothSums) {
   Ledger ledger(Environment{}, "BLOCKMGMT BLOCKSIZE=64");
-  EXPECT_EQ(ledger.books(), "handle 0 for 96, tag 0 for 96, events 0");
+  EXPECT_EQ(ledger.sums(), "handle 0 for 96, tag 0 for 96, events 0");
   register_ptr(ledger.pool, QK_MEM_EXTERNAL, std::malloc(10), 10);
   register_ptr(ledger.pool, QK_MEM_OBJECT, tracker("object", at(0x5000)), 40);
   register_ptr(ledger.pool, QK_MEM_ARRAY, tracker("array", at(0x6000)), 50);
-  EXPECT_EQ(ledger.books(), "handle 3 for 196, tag 3 for 196, events 5");
+  EXPECT_EQ(ledger.sums(), "handle 3 for 196, tag 3 for 196, events 5");
   EXPECT_EQ(overhead_without_arrays(ledger.pool), 32U);
   clear(ledger.pool);
   EXPECT_EQ(overhead_without_arrays(ledger.pool), 0U);
-  EXPECT_EQ(ledger.books(), "handle 4294967294 for 64, tag 4294967294 for 64, events 6")
+  EXPECT_EQ(ledger.sums(), "handle 4294967294 for 64, tag 4294967294 for 64, events 6")
       << "the block's 96 less two trackers of 16; all five records are removed as data";
 }
 
@@ -102,7 +102,7 @@ TEST_F(ClearWithObjects, KeepsBlocksAndTheHandleAndStartsAnew) {
   register_ptr(ledger.pool, QK_MEM_OBJECT, tracker("second", at(0x5000)), 40);
   EXPECT_EQ(ledger.record(at(0x5000)), "W 1/40 app.c:12 event 4");
   clear(ledger.pool);
-  EXPECT_EQ(story_, "first ends with its object\nsecond ends with its object\n");
+  EXPECT_EQ(destroyed_, "first destroys its object\nsecond destroys its object\n");
 }
 
 TEST_F(ClearWithObjects, ReleasesThemAlsoWherePiecesAreNotRecorded) {
@@ -111,7 +111,7 @@ TEST_F(ClearWithObjects, ReleasesThemAlsoWherePiecesAreNotRecorded) {
   register_ptr(ledger.pool, QK_MEM_ARRAY, tracker("array", at(0x5000)), 40);
   EXPECT_EQ(clear(ledger.pool), 0);
   EXPECT_EQ(ledger.record(at(0x5000)), "none");
-  EXPECT_EQ(story_, "array ends with its object\n");
+  EXPECT_EQ(destroyed_, "array destroys its object\n");
 }
 
 TEST_F(ClearWithObjects, DestroysThemInTheOrderOfArraysAndRecords) {
@@ -120,9 +120,9 @@ TEST_F(ClearWithObjects, DestroysThemInTheOrderOfArraysAndRecords) {
   register_ptr(ledger.pool, QK_MEM_OBJECT, tracker("first", at(0x5100)), 1);
   register_ptr(ledger.pool, QK_MEM_ARRAY, tracker("second", at(0x5080)), 1);
   clear(ledger.pool);
-  EXPECT_EQ(story_,
-            "first ends with its object\nsecond ends with its object\n"
-            "third ends with its object\n");
+  EXPECT_EQ(destroyed_,
+            "first destroys its object\nsecond destroys its object\n"
+            "third destroys its object\n");
 }
 
 TEST_F(ClearWithObjects, ReleasesWhatStandsTwiceOnce) {
@@ -132,11 +132,12 @@ TEST_F(ClearWithObjects, ReleasesWhatStandsTwiceOnce) {
   register_ptr(ledger.pool, QK_MEM_EXTERNAL, memory, 10);
   register_ptr(ledger.pool, QK_MEM_OBJECT, tracker("first", at(0x5000)), 40);
   register_ptr(ledger.pool, QK_MEM_OBJECT, tracker("second", at(0x5000)), 40);
-  ToldTracker* const both = tracker("both", at(0x6000));
+  LoggingTracker* const both = tracker("both", at(0x6000));
   register_ptr(ledger.pool, QK_MEM_ARRAY, both, 40);
   register_ptr(ledger.pool, QK_MEM_ARRAY, both, 40);
   clear(ledger.pool);
-  EXPECT_EQ(story_, "first ends with its object\nsecond ends\nboth ends with its object\n");
+  EXPECT_EQ(destroyed_,
+            "first destroys its object\nsecond is destroyed\nboth destroys its object\n");
 }
 
 TEST_F(ClearWithObjects, LeavesAnOrdinaryHandleAlone) {
@@ -146,7 +147,7 @@ TEST_F(ClearWithObjects, LeavesAnOrdinaryHandleAlone) {
   EXPECT_EQ(
       ledger.log(),
       "   qk_mem_iclear_handle: ERROR: clear_handle on handle 3 with non-blockmgmt at other.c:80000\n");
-  EXPECT_EQ(story_, "");
+  EXPECT_EQ(destroyed_, "");
   EXPECT_EQ(ledger.record(at(0x5000)), "W 1/40 app.c:12 event 1");
 }
 

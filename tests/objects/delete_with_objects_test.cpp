@@ -7,18 +7,18 @@
 #include <typeinfo>
 
 #include "core/registry.h"
-#include "tests/kit/bare_handle.h"
+#include "tests/kit/logging_tracker.h"
 #include "tests/kit/placement.h"
 #include "tests/kit/scene.h"
-#include "tests/kit/told_tracker.h"
+#include "tests/kit/standalone_handle.h"
 
 namespace {
 
 using kit::at;
 using kit::Environment;
+using kit::LoggingTracker;
 using kit::Pool;
 using kit::Scene;
-using kit::ToldTracker;
 
 /** Registers something at app.c:12. */
 void register_ptr(int hid, int type, void* ptr, std::size_t size) {
@@ -30,11 +30,11 @@ int destroy(int hid) { return qk_mem_idel_handle(hid, "lib/other.c", 80000); }
 /** Handles with objects, whose destruction is noted. */
 class DeleteWithObjects : public ::testing::Test {
  protected:
-  ToldTracker* tracker(const char* name, void* tracked) {
-    return new ToldTracker(name, tracked, story_);
+  LoggingTracker* tracker(const char* name, void* tracked) {
+    return new LoggingTracker(name, tracked, destroyed_);
   }
 
-  std::string story_;
+  std::string destroyed_;
 };
 
 TEST_F(DeleteWithObjects, ReleasesAndShowsEachInItsWay) {
@@ -68,7 +68,7 @@ TEST_F(DeleteWithObjects, ReleasesAndShowsEachInItsWay) {
                                "3 F [p7] 16 48 other.c 80000 -768\n"
                                "3 F [p8] 16 48 other.c 80000 -768\n"
                                "3 D [p0] 0 0 other.c 80000 0\n");
-  EXPECT_EQ(story_, "object ends with its object\narray ends with its object\n");
+  EXPECT_EQ(destroyed_, "object destroys its object\narray destroys its object\n");
 }
 
 TEST_F(DeleteWithObjects, DestroysThemInTheOrderOfArraysAndRecords) {
@@ -79,9 +79,9 @@ TEST_F(DeleteWithObjects, DestroysThemInTheOrderOfArraysAndRecords) {
   register_ptr(pool, QK_MEM_ARRAY, tracker("second", at(0x5080)), 1);
   register_ptr(pool, QK_MEM_OBJECT, tracker("fourth", at(0x5030)), 1);
   EXPECT_EQ(destroy(pool), 0);
-  EXPECT_EQ(story_,
-            "first ends with its object\nsecond ends with its object\n"
-            "third ends with its object\nfourth ends with its object\n");
+  EXPECT_EQ(destroyed_,
+            "first destroys its object\nsecond destroys its object\n"
+            "third destroys its object\nfourth destroys its object\n");
 }
 
 TEST_F(DeleteWithObjects, TakesTheirBytesOutOfTheTag) {
@@ -104,7 +104,7 @@ TEST_F(DeleteWithObjects, DestroysAnObjectOfTwoRecordsOnceAndBothItsTrackers) {
   scene.skip_log();
   scene.skip_trace();
   EXPECT_EQ(destroy(pool), 0);
-  EXPECT_EQ(story_, "first ends with its object\nsecond ends\n");
+  EXPECT_EQ(destroyed_, "first destroys its object\nsecond is destroyed\n");
   EXPECT_EQ(scene.log(), "");
   EXPECT_NE(scene.trace("E").find("3 E [p1] 1 40 other.c 80000 -40\n"
                                   "3 E [p1] 1 40 other.c 80000 -40\n"),
@@ -115,11 +115,11 @@ TEST_F(DeleteWithObjects, DestroysAnObjectOfTwoRecordsOnceAndBothItsTrackers) {
 TEST_F(DeleteWithObjects, DestroysATrackerOfTwoRecordsOnce) {
   Scene scene("");
   const Pool pool;
-  ToldTracker* const both = tracker("both", at(0x5000));
+  LoggingTracker* const both = tracker("both", at(0x5000));
   register_ptr(pool, QK_MEM_OBJECT, both, 40);
   register_ptr(pool, QK_MEM_ARRAY, both, 40);
   EXPECT_EQ(destroy(pool), 0);
-  EXPECT_EQ(story_, "both ends with its object\n");
+  EXPECT_EQ(destroyed_, "both destroys its object\n");
 }
 
 TEST_F(DeleteWithObjects, DestroysEachOfManyOnce) {
@@ -132,10 +132,10 @@ TEST_F(DeleteWithObjects, DestroysEachOfManyOnce) {
   }
   EXPECT_EQ(destroy(pool), 0);
   std::size_t objects = 0;
-  for (std::size_t i = 0; (i = story_.find("with", i)) != std::string::npos; ++i) ++objects;
+  for (std::size_t i = 0; (i = destroyed_.find("destroys", i)) != std::string::npos; ++i) ++objects;
   EXPECT_EQ(objects, 2000U);
   std::size_t trackers = 0;
-  for (const char c : story_) trackers += c == '\n' ? 1 : 0;
+  for (const char c : destroyed_) trackers += c == '\n' ? 1 : 0;
   EXPECT_EQ(trackers, 2200U);
 }
 
@@ -146,7 +146,7 @@ TEST_F(DeleteWithObjects, FreesMemoryOfTwoRecordsOnce) {
   register_ptr(pool, QK_MEM_EXTERNAL, memory, 10);
   register_ptr(pool, QK_MEM_OBJECT, tracker("object", memory), 10);
   EXPECT_EQ(destroy(pool), 0);
-  EXPECT_EQ(story_, "object ends\n") << "there is no memory left for an object";
+  EXPECT_EQ(destroyed_, "object is destroyed\n") << "there is no memory left for an object";
 }
 
 TEST_F(DeleteWithObjects, DestroysThemOnABlockManagedHandleThatRecordsNoPieces) {
@@ -158,7 +158,7 @@ TEST_F(DeleteWithObjects, DestroysThemOnABlockManagedHandleThatRecordsNoPieces) 
   EXPECT_EQ(destroy(pool), 0);
   EXPECT_EQ(scene.trace("Ef"),
             "3 E [p1] 1 40 other.c 80000 -40\n3 E [p2] 1 16 other.c 80000 -16\n");
-  EXPECT_EQ(story_, "object ends with its object\n");
+  EXPECT_EQ(destroyed_, "object destroys its object\n");
 }
 
 /** Frees memory of a handle when it is destroyed, like an object that owns it. */
@@ -193,11 +193,11 @@ TEST_F(DeleteWithObjects, LetsAnObjectFreeWhatStandsBehindItOnTheHandle) {
 TEST_F(DeleteWithObjects, LeavesWhatWasDeregisteredAlone) {
   Scene scene("");
   const Pool pool;
-  ToldTracker* const own = tracker("object", at(0x5000));
+  LoggingTracker* const own = tracker("object", at(0x5000));
   register_ptr(pool, QK_MEM_OBJECT, own, 40);
   qk_mem_ideregister(pool, QK_MEM_OBJECT, own, "src/app.c", 13);
   EXPECT_EQ(destroy(pool), 0);
-  EXPECT_EQ(story_, "object ends\n");
+  EXPECT_EQ(destroyed_, "object is destroyed\n");
 }
 
 /** Prints its destruction. */

@@ -8,19 +8,19 @@
 #include "accounting/kept_calls.h"
 #include "core/switches.h"
 #include "table/pointer_table.h"
-#include "tests/kit/bare_handle.h"
 #include "tests/kit/ledger.h"
+#include "tests/kit/logging_tracker.h"
 #include "tests/kit/scene.h"
-#include "tests/kit/told_tracker.h"
+#include "tests/kit/standalone_handle.h"
 
 namespace {
 
 using kit::at;
 using kit::Environment;
 using kit::Ledger;
+using kit::LoggingTracker;
 using kit::Pool;
 using kit::Scene;
-using kit::ToldTracker;
 using std::string_literals::operator""s;
 
 constexpr char kNull[] =
@@ -43,8 +43,8 @@ void deregister_ptr(int hid, int type, void* ptr) {
 class DeregisterMisuse : public ::testing::Test {
  protected:
   /** A tracker of 0x5000, owned by the handle that it is registered on. */
-  ToldTracker* tracker(const std::type_info& type = typeid(int)) {
-    return new ToldTracker("tracker", at(0x5000), story_, type);
+  LoggingTracker* tracker(const std::type_info& type = typeid(int)) {
+    return new LoggingTracker("tracker", at(0x5000), destroyed_, type);
   }
 
   /** Registers 0x5000. */
@@ -55,10 +55,10 @@ class DeregisterMisuse : public ::testing::Test {
   /** The pointer that deregisters 0x5000. */
   void* named_as(int type) { return type == QK_MEM_EXTERNAL ? at(0x5000) : &same_; }
 
-  std::string story_;
-  ToldTracker same_{"named", at(0x5000), story_};
-  ToldTracker different_{"named", at(0x5000), story_, typeid(double)};
-  ToldTracker of_nothing_{"named", nullptr, story_};
+  std::string destroyed_;
+  LoggingTracker same_{"named", at(0x5000), destroyed_};
+  LoggingTracker different_{"named", at(0x5000), destroyed_, typeid(double)};
+  LoggingTracker of_nothing_{"named", nullptr, destroyed_};
 };
 
 TEST_F(DeregisterMisuse, OfNullIsWarnedAbout) {
@@ -71,10 +71,10 @@ TEST_F(DeregisterMisuse, OfNullIsWarnedAbout) {
               {QK_MEM_OBJECT, nullptr},
               {QK_MEM_ARRAY, &of_nothing_}};
   for (const auto& row : rows) {
-    ledger.turn_page();
+    ledger.skip_all();
     deregister_ptr(ledger.pool, row.type, row.ptr);
     EXPECT_EQ(ledger.log(), kNull);
-    EXPECT_EQ(ledger.books(), "handle 0 for 0, tag 0 for 0, events 0");
+    EXPECT_EQ(ledger.sums(), "handle 0 for 0, tag 0 for 0, events 0");
   }
 }
 
@@ -83,7 +83,7 @@ TEST_F(DeregisterMisuse, OfAnUnknownPointerIsWarnedAboutTwice) {
   deregister_ptr(ledger.pool, QK_MEM_EXTERNAL, at(0x5000));
   EXPECT_EQ(ledger.log(), std::string(kNotFound) + kNotFound);
   EXPECT_EQ(ledger.trace(), "");
-  EXPECT_EQ(ledger.books(), "handle 0 for 0, tag 0 for 0, events 0");
+  EXPECT_EQ(ledger.sums(), "handle 0 for 0, tag 0 for 0, events 0");
   EXPECT_EQ(qk_mem_error(), 0);
 }
 
@@ -92,7 +92,7 @@ TEST_F(DeregisterMisuse, OfAnUnknownObjectLeavesTheTrackerThatNamesIt) {
   deregister_ptr(ledger.pool, QK_MEM_OBJECT, &same_);
   EXPECT_EQ(ledger.log(), std::string(kNotFound) + kNotFound);
   EXPECT_EQ(same_.address, at(0x5000));
-  EXPECT_EQ(story_, "");
+  EXPECT_EQ(destroyed_, "");
 }
 
 TEST_F(DeregisterMisuse, OfAnUnknownPointerIsWarnedAboutOnceWhereTheRoutineIsOff) {
@@ -129,7 +129,7 @@ TEST_F(DeregisterMisuse, AsSomethingElseIsWarnedAbout) {
   Ledger ledger("EXCEPTIONS");
   for (const auto& row : kRows) {
     register_as(ledger.pool, row.registered);
-    ledger.turn_page();
+    ledger.skip_all();
     deregister_ptr(ledger.pool, row.deregistered, named_as(row.deregistered));
     EXPECT_EQ(ledger.log(), row.log) << row.registered << " " << row.deregistered;
     EXPECT_EQ(ledger.record(at(0x5000)), "none") << "it is removed nevertheless";
@@ -140,7 +140,7 @@ TEST_F(DeregisterMisuse, AsSomethingElseIsWarnedAbout) {
 TEST_F(DeregisterMisuse, ShowsTheTypeThatWasAskedForBesideTheKindThatWasRecorded) {
   Ledger ledger(Environment{"DEBUG", "DB", ""});
   register_ptr(ledger.pool, QK_MEM_ARRAY, tracker(), 40);
-  ledger.turn_page();
+  ledger.skip_all();
   deregister_ptr(ledger.pool, QK_MEM_OBJECT, &same_);
   EXPECT_EQ(
       ledger.log(),
@@ -150,21 +150,21 @@ TEST_F(DeregisterMisuse, ShowsTheTypeThatWasAskedForBesideTheKindThatWasRecorded
   EXPECT_EQ(ledger.trace(),
             "3 \x01 [p1] 1 40 other.c 80000 -40\n"
             "3 E [p2] 1 16 other.c 80000 -16\n");
-  EXPECT_EQ(story_, "tracker ends\n");
+  EXPECT_EQ(destroyed_, "tracker is destroyed\n");
 }
 
 TEST_F(DeregisterMisuse, OfAnObjectAsMemoryLeavesTheRecordOfItsTracker) {
   Ledger ledger(Environment{"DEBUG", "DB", ""});
-  ToldTracker* const own = tracker();
+  LoggingTracker* const own = tracker();
   register_ptr(ledger.pool, QK_MEM_OBJECT, own, 40);
-  ledger.turn_page();
+  ledger.skip_all();
   deregister_ptr(ledger.pool, QK_MEM_EXTERNAL, at(0x5000));
   EXPECT_EQ(
       ledger.log(),
       "   qk_mem_ideregister: WARNING: deregister of mismatched type at other.c:80000 (allocated at app.c:14464)\n"
       "   qk_mem_ideregister:          3 [p1] \0 other.c:80000; W 40 app.c:14464\n"s);
   EXPECT_EQ(ledger.trace(), "3 \0 [p1] 1 40 other.c 80000 -40\n"s);
-  EXPECT_EQ(story_, "tracker ends\n");
+  EXPECT_EQ(destroyed_, "tracker is destroyed\n");
   EXPECT_EQ(ledger.record(own), "T 1/16 app.c:14464 event 2");
 }
 
@@ -176,7 +176,7 @@ TEST_F(DeregisterMisuse, WithAnotherTypeOfObjectNamesBothTypes) {
       ledger.log(),
       "   qk_mem_ideregister: WARNING: deregister of object with invalid typename 'd' at other.c:80000 (allocated as 'i' at app.c:14464)\n");
   EXPECT_EQ(ledger.record(at(0x5000)), "none");
-  EXPECT_EQ(story_, "tracker ends\n");
+  EXPECT_EQ(destroyed_, "tracker is destroyed\n");
 }
 
 TEST_F(DeregisterMisuse, WithAnotherTypeOfArrayNamesBothTypes) {
@@ -202,7 +202,7 @@ TEST_F(DeregisterMisuse, AsSomethingElseAndWithAnotherTypeWarnsOfBoth) {
   Ledger ledger("EXCEPTIONS");
   for (const auto& row : kRows) {
     register_ptr(ledger.pool, row.registered, tracker(), 40);
-    ledger.turn_page();
+    ledger.skip_all();
     deregister_ptr(ledger.pool, row.deregistered, &different_);
     EXPECT_EQ(ledger.log(), std::string(kMismatched) + row.second);
   }
@@ -213,7 +213,7 @@ TEST_F(DeregisterMisuse, ComparesNoTypesWithWhatHasNoTracker) {
   register_ptr(ledger.pool, QK_MEM_EXTERNAL, at(0x5000), 40);
   deregister_ptr(ledger.pool, QK_MEM_OBJECT, &different_);
   EXPECT_EQ(ledger.log(), kMismatched);
-  EXPECT_EQ(story_, "") << "the tracker that names it stays the caller's";
+  EXPECT_EQ(destroyed_, "") << "the tracker that names it stays the caller's";
 }
 
 TEST_F(DeregisterMisuse, ComparesNoTypesWhereNoTrackerIsPassed) {
@@ -226,7 +226,7 @@ TEST_F(DeregisterMisuse, ComparesNoTypesWhereNoTrackerIsPassed) {
 TEST_F(DeregisterMisuse, HasNoWarningForVoid) {
   Ledger ledger("");
   register_ptr(ledger.pool, QK_MEM_OBJECT, tracker(typeid(void)), 40);
-  ToldTracker of_void("named", at(0x5000), story_, typeid(void));
+  LoggingTracker of_void("named", at(0x5000), destroyed_, typeid(void));
   ledger.configure("EXCEPTIONS");
   deregister_ptr(ledger.pool, QK_MEM_OBJECT, &of_void);
   EXPECT_EQ(ledger.log(), "");
@@ -235,22 +235,22 @@ TEST_F(DeregisterMisuse, HasNoWarningForVoid) {
 TEST_F(DeregisterMisuse, IsNoneForAllocatedMemoryOfAnyKind) {
   Ledger ledger("EXCEPTIONS");
   void* const memory = qk_mem_imalloc(ledger.pool, 10, 16, "src/app.c", 12);
-  ToldTracker of_memory("named", memory, story_);
+  LoggingTracker of_memory("named", memory, destroyed_);
   deregister_ptr(ledger.pool, QK_MEM_ARRAY, &of_memory);
   EXPECT_EQ(ledger.log(), "");
-  EXPECT_EQ(ledger.books(), "handle 0 for 0, tag 0 for 0, events 2");
+  EXPECT_EQ(ledger.sums(), "handle 0 for 0, tag 0 for 0, events 2");
   std::free(memory);
 }
 
 TEST_F(DeregisterMisuse, OfATrackerWithoutARecordIsWarnedAboutWhereTheObjectHasOne) {
   Ledger ledger("EXCEPTIONS");
-  ToldTracker* const own = tracker();
+  LoggingTracker* const own = tracker();
   register_ptr(ledger.pool, QK_MEM_OBJECT, own, 40);
   qk_mem_free_ptr(&ledger.pool.record(), qk_mem_get_ptr(&ledger.pool.record(), own));
   deregister_ptr(ledger.pool, QK_MEM_OBJECT, &same_);
   EXPECT_EQ(ledger.log(), "   qk_mem_tracker: WARNING:   3 [p1] ptr not found at other.c:80000\n");
   EXPECT_EQ(ledger.record(at(0x5000)), "none");
-  EXPECT_EQ(story_, "tracker ends\n");
+  EXPECT_EQ(destroyed_, "tracker is destroyed\n");
 }
 
 TEST_F(DeregisterMisuse, IsSilentUnderOtherSwitches) {

@@ -7,19 +7,19 @@
 #include <typeinfo>
 
 #include "core/registry.h"
-#include "tests/kit/bare_handle.h"
 #include "tests/kit/ledger.h"
+#include "tests/kit/logging_tracker.h"
 #include "tests/kit/report.h"
 #include "tests/kit/scene.h"
-#include "tests/kit/told_tracker.h"
+#include "tests/kit/standalone_handle.h"
 
 namespace {
 
 using kit::at;
 using kit::Environment;
 using kit::Ledger;
+using kit::LoggingTracker;
 using kit::Scene;
-using kit::ToldTracker;
 using std::string_literals::operator""s;
 
 /** Registers something at app.c:12. */
@@ -35,32 +35,32 @@ void deregister_ptr(int hid, int type, void* ptr) {
 class Deregister : public ::testing::Test {
  protected:
   /** A tracker of 0x5000, owned by the handle that it is registered on. */
-  ToldTracker* tracker(const std::type_info& type = typeid(int)) {
-    return new ToldTracker("tracker", at(0x5000), story_, type);
+  LoggingTracker* tracker(const std::type_info& type = typeid(int)) {
+    return new LoggingTracker("tracker", at(0x5000), destroyed_, type);
   }
 
-  std::string story_;
-  ToldTracker same_{"named", at(0x5000), story_};
-  ToldTracker different_{"named", at(0x5000), story_, typeid(double)};
-  ToldTracker of_nothing_{"named", nullptr, story_};
+  std::string destroyed_;
+  LoggingTracker same_{"named", at(0x5000), destroyed_};
+  LoggingTracker different_{"named", at(0x5000), destroyed_, typeid(double)};
+  LoggingTracker of_nothing_{"named", nullptr, destroyed_};
 };
 
 TEST_F(Deregister, TakesExternalMemoryOutUnderTheByteZero) {
   Ledger ledger(Environment{"DEBUG", "DB", ""});
   register_ptr(ledger.pool, QK_MEM_EXTERNAL, at(0x5000), 100);
-  ledger.turn_page();
+  ledger.skip_all();
   deregister_ptr(ledger.pool, QK_MEM_EXTERNAL, at(0x5000));
   EXPECT_EQ(ledger.log(),
             "   qk_mem_ideregister:          3 [p1] \0 other.c:80000; X 100 app.c:12\n"s);
   EXPECT_EQ(ledger.trace(), "3 \0 [p1] 1 100 other.c 80000 -100\n"s);
   EXPECT_EQ(ledger.record(at(0x5000)), "none");
-  EXPECT_EQ(ledger.books(), "handle 0 for 0, tag 0 for 0, events 1");
+  EXPECT_EQ(ledger.sums(), "handle 0 for 0, tag 0 for 0, events 1");
 }
 
 TEST_F(Deregister, TakesAnObjectOutUnderTheByteOneAndItsTrackerWithIt) {
   Ledger ledger(Environment{"DEBUG", "DB", ""});
   register_ptr(ledger.pool, QK_MEM_OBJECT, tracker(), 40);
-  ledger.turn_page();
+  ledger.skip_all();
   deregister_ptr(ledger.pool, QK_MEM_OBJECT, &same_);
   EXPECT_EQ(ledger.log(),
             "   qk_mem_ideregister:          3 [p1] \x01 other.c:80000; W 40 app.c:12\n"
@@ -69,14 +69,14 @@ TEST_F(Deregister, TakesAnObjectOutUnderTheByteOneAndItsTrackerWithIt) {
             "3 \x01 [p1] 1 40 other.c 80000 -40\n"
             "3 E [p2] 1 16 other.c 80000 -16\n");
   EXPECT_EQ(ledger.record(at(0x5000)), "none");
-  EXPECT_EQ(story_, "tracker ends\n") << "its address is null by then";
+  EXPECT_EQ(destroyed_, "tracker is destroyed\n") << "its address is null by then";
   EXPECT_EQ(same_.address, at(0x5000));
 }
 
 TEST_F(Deregister, TakesAnArrayOutUnderTheByteTwoAndItsTrackerUnderE) {
   Ledger ledger(Environment{"DEBUG", "DB", ""});
   register_ptr(ledger.pool, QK_MEM_ARRAY, tracker(), 40);
-  ledger.turn_page();
+  ledger.skip_all();
   deregister_ptr(ledger.pool, QK_MEM_ARRAY, &same_);
   EXPECT_EQ(ledger.log(),
             "   qk_mem_ideregister:          3 [p1] \x02 other.c:80000; J 1/40 app.c:12\n"
@@ -84,13 +84,13 @@ TEST_F(Deregister, TakesAnArrayOutUnderTheByteTwoAndItsTrackerUnderE) {
   EXPECT_EQ(ledger.trace(),
             "3 \x02 [p1] 1 40 other.c 80000 -40\n"
             "3 E [p2] 1 16 other.c 80000 -16\n");
-  EXPECT_EQ(story_, "tracker ends\n");
+  EXPECT_EQ(destroyed_, "tracker is destroyed\n");
 }
 
 TEST_F(Deregister, WritesTheByteItselfAndGoesOnBehindIt) {
   Ledger ledger(Environment{"DEBUG", "HEAPSIZE DB", ""});
   register_ptr(ledger.pool, QK_MEM_EXTERNAL, at(0x5000), 100);
-  ledger.turn_page();
+  ledger.skip_all();
   deregister_ptr(ledger.pool, QK_MEM_EXTERNAL, at(0x5000));
   std::fflush(nullptr);
   const std::string log = kit::contents("qkmem.log");
@@ -104,11 +104,11 @@ TEST_F(Deregister, WritesTheByteItselfAndGoesOnBehindIt) {
 
 TEST_F(Deregister, CanNameAnObjectByItsOwnTracker) {
   Ledger ledger("EXCEPTIONS");
-  ToldTracker* const own = tracker();
+  LoggingTracker* const own = tracker();
   register_ptr(ledger.pool, QK_MEM_OBJECT, own, 40);
   deregister_ptr(ledger.pool, QK_MEM_OBJECT, own);
   EXPECT_EQ(ledger.log(), "");
-  EXPECT_EQ(story_, "tracker ends\n");
+  EXPECT_EQ(destroyed_, "tracker is destroyed\n");
 }
 
 TEST_F(Deregister, CountsTheTrackerOffAsData) {
@@ -116,7 +116,7 @@ TEST_F(Deregister, CountsTheTrackerOffAsData) {
   const std::string overhead = kit::overhead_of(ledger.pool);
   register_ptr(ledger.pool, QK_MEM_OBJECT, tracker(), 40);
   deregister_ptr(ledger.pool, QK_MEM_OBJECT, &same_);
-  EXPECT_EQ(ledger.books(), "handle 4294967295 for 0, tag 4294967295 for 0, events 4");
+  EXPECT_EQ(ledger.sums(), "handle 4294967295 for 0, tag 4294967295 for 0, events 4");
   EXPECT_EQ(overhead, "9 for " + std::to_string(8 * 16 * 48 + sizeof(qk_mem_handle)));
   EXPECT_EQ(kit::overhead_of(ledger.pool),
             "10 for " + std::to_string(8 * 16 * 48 + sizeof(qk_mem_handle)))
@@ -126,7 +126,7 @@ TEST_F(Deregister, CountsTheTrackerOffAsData) {
 TEST_F(Deregister, LeavesTheObjectToItsOwner) {
   Ledger ledger("");
   auto* const number = new int(42);
-  auto* const own = new ToldTracker("tracker", number, story_);
+  auto* const own = new LoggingTracker("tracker", number, destroyed_);
   register_ptr(ledger.pool, QK_MEM_OBJECT, own, sizeof(int));
   deregister_ptr(ledger.pool, QK_MEM_OBJECT, own);
   EXPECT_EQ(*number, 42);
@@ -145,21 +145,21 @@ TEST_F(Deregister, OfWhatStandsTwiceTakesTheLatestAndThenTheOther) {
   register_ptr(ledger.pool, QK_MEM_EXTERNAL, at(0x5000), 100);
   register_ptr(ledger.pool, QK_MEM_EXTERNAL, at(0x5000), 30);
   deregister_ptr(ledger.pool, QK_MEM_EXTERNAL, at(0x5000));
-  EXPECT_EQ(ledger.books(), "handle 1 for 100, tag 1 for 100, events 3");
+  EXPECT_EQ(ledger.sums(), "handle 1 for 100, tag 1 for 100, events 3");
   deregister_ptr(ledger.pool, QK_MEM_EXTERNAL, at(0x5000));
-  EXPECT_EQ(ledger.books(), "handle 0 for 0, tag 0 for 0, events 4");
+  EXPECT_EQ(ledger.sums(), "handle 0 for 0, tag 0 for 0, events 4");
 }
 
 TEST_F(Deregister, OfAllocatedMemoryTakesItOutWithoutFreeingIt) {
   Ledger ledger(Environment{"DEBUG", "DB", ""});
   void* const memory = qk_mem_icalloc(ledger.pool, 2, 10, 16, "src/app.c", 12);
-  ledger.turn_page();
+  ledger.skip_all();
   deregister_ptr(ledger.pool, QK_MEM_EXTERNAL, memory);
   EXPECT_EQ(ledger.log(),
             "   qk_mem_ideregister:          3 [p1] \0 other.c:80000; C 10 app.c:12\n"s)
       << "kinds other than J show the size alone";
   EXPECT_EQ(ledger.trace(), "3 \0 [p1] 2 10 other.c 80000 -20\n"s);
-  EXPECT_EQ(ledger.books(), "handle 0 for 0, tag 0 for 0, events 1");
+  EXPECT_EQ(ledger.sums(), "handle 0 for 0, tag 0 for 0, events 1");
   std::free(memory);
 }
 
@@ -190,10 +190,10 @@ TEST_F(Deregister, OnABlockManagedHandleLowersWhatItIsChargedFor) {
   Ledger ledger(Environment{"EXCEPTIONS", "DB", ""}, "BLOCKMGMT BLOCKSIZE=64");
   register_ptr(ledger.pool, QK_MEM_EXTERNAL, at(0x5000), 100);
   EXPECT_EQ(kit::tag_of("AB"), "2 for 196") << "96 of them are the block's";
-  ledger.turn_page();
+  ledger.skip_all();
   deregister_ptr(ledger.pool, QK_MEM_EXTERNAL, at(0x5000));
   EXPECT_EQ(ledger.trace(), "3 \0 [p1] 1 100 other.c 80000 -100\n"s);
-  EXPECT_EQ(ledger.books(), "handle 1 for 96, tag 1 for 96, events 1");
+  EXPECT_EQ(ledger.sums(), "handle 1 for 96, tag 1 for 96, events 1");
 }
 
 }  // namespace

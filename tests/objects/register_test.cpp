@@ -7,12 +7,12 @@
 #include "accounting/kept_calls.h"
 #include "core/registry.h"
 #include "table/pointer_table.h"
-#include "tests/kit/bare_handle.h"
 #include "tests/kit/failing_allocator.h"
 #include "tests/kit/ledger.h"
+#include "tests/kit/logging_tracker.h"
 #include "tests/kit/report.h"
 #include "tests/kit/scene.h"
-#include "tests/kit/told_tracker.h"
+#include "tests/kit/standalone_handle.h"
 
 namespace {
 
@@ -20,10 +20,10 @@ using kit::at;
 using kit::Environment;
 using kit::handle_of;
 using kit::Ledger;
+using kit::LoggingTracker;
 using kit::overhead_of;
 using kit::Pool;
 using kit::Scene;
-using kit::ToldTracker;
 
 /** Registers something at app.c:12. */
 void register_ptr(int hid, int type, void* ptr, std::size_t size) {
@@ -43,11 +43,11 @@ std::string own_and_trackers(std::size_t number) {
 /** Trackers to register. */
 class Register : public ::testing::Test {
  protected:
-  std::string story_;
-  ToldTracker tracker_{"tracker", at(0x5000), story_};
-  ToldTracker of_nothing_{"tracker", nullptr, story_};
-  ToldTracker of_void_{"tracker", at(0x5000), story_, typeid(void)};
-  ToldTracker of_void_nothing_{"tracker", nullptr, story_, typeid(void)};
+  std::string destroyed_;
+  LoggingTracker tracker_{"tracker", at(0x5000), destroyed_};
+  LoggingTracker of_nothing_{"tracker", nullptr, destroyed_};
+  LoggingTracker of_void_{"tracker", at(0x5000), destroyed_, typeid(void)};
+  LoggingTracker of_void_nothing_{"tracker", nullptr, destroyed_, typeid(void)};
 };
 
 TEST_F(Register, RecordsExternalMemory) {
@@ -56,7 +56,7 @@ TEST_F(Register, RecordsExternalMemory) {
   EXPECT_EQ(ledger.log(), "   qk_mem_iregister:      3 [p1] X 100 app.c:12\n");
   EXPECT_EQ(ledger.trace(), "3 X [p1] 1 100 app.c 12 100\n");
   EXPECT_EQ(ledger.record(at(0x5000)), "X 1/100 app.c:12 event 1");
-  EXPECT_EQ(ledger.books(), "handle 1 for 100, tag 1 for 100, events 1");
+  EXPECT_EQ(ledger.sums(), "handle 1 for 100, tag 1 for 100, events 1");
   EXPECT_EQ(overhead_of(ledger.pool), own_and_trackers(0));
 }
 
@@ -71,7 +71,7 @@ TEST_F(Register, RecordsAnObjectAndItsTracker) {
             "3 T [p2] 1 16 app.c 12 16\n");
   EXPECT_EQ(ledger.record(at(0x5000)), "W 1/40 app.c:12 event 1");
   EXPECT_EQ(ledger.record(&tracker_), "T 1/16 app.c:12 event 2");
-  EXPECT_EQ(ledger.books(), "handle 1 for 40, tag 1 for 40, events 2");
+  EXPECT_EQ(ledger.sums(), "handle 1 for 40, tag 1 for 40, events 2");
   EXPECT_EQ(overhead_of(ledger.pool), own_and_trackers(1));
 }
 
@@ -86,7 +86,7 @@ TEST_F(Register, RecordsAnArrayAsOneElementOfAllItsBytes) {
             "3 T [p2] 1 16 app.c 12 16\n");
   EXPECT_EQ(ledger.record(at(0x5000)), "J 1/40 app.c:12 event 1");
   EXPECT_EQ(ledger.record(&tracker_), "T 1/16 app.c:12 event 2");
-  EXPECT_EQ(ledger.books(), "handle 1 for 40, tag 1 for 40, events 2");
+  EXPECT_EQ(ledger.sums(), "handle 1 for 40, tag 1 for 40, events 2");
 }
 
 TEST_F(Register, KeepsTheTrackerInTheRecordOfItsObjectOnly) {
@@ -129,7 +129,7 @@ TEST_F(Register, IgnoresItsFourthArgument) {
   Ledger ledger(Environment{"DEBUG", "DB", ""});
   qk_mem_iregister(ledger.pool, QK_MEM_EXTERNAL, at(0x5000), at(0x7000), 100, "src/app.c", 12);
   EXPECT_EQ(ledger.log(), "   qk_mem_iregister:      3 [p1] X 100 app.c:12\n");
-  EXPECT_EQ(ledger.books(), "handle 1 for 100, tag 1 for 100, events 1");
+  EXPECT_EQ(ledger.sums(), "handle 1 for 100, tag 1 for 100, events 1");
 }
 
 TEST_F(Register, IsFollowedByTheReportUnderCtrlblks) {
@@ -174,7 +174,7 @@ TEST_F(Register, WarnsOfMisuse) {
   Ledger ledger("EXCEPTIONS");
   for (const Misuse& row : rows) {
     const Pool pool;
-    ledger.turn_page();
+    ledger.skip_all();
     register_ptr(pool, row.type, row.ptr, row.size);
     EXPECT_EQ(ledger.log(), row.log) << row.what;
   }
@@ -191,7 +191,7 @@ TEST_F(Register, GoesOnAfterAWarning) {
   EXPECT_EQ(ledger.trace(),
             "3 W [p1] 1 0 app.c 12 0\n"
             "3 T [p2] 1 16 app.c 12 16\n");
-  EXPECT_EQ(ledger.books(), "handle 1 for 0, tag 1 for 0, events 2");
+  EXPECT_EQ(ledger.sums(), "handle 1 for 0, tag 1 for 0, events 2");
 }
 
 TEST_F(Register, OfNullRecordsNothing) {
@@ -199,7 +199,7 @@ TEST_F(Register, OfNullRecordsNothing) {
   register_ptr(ledger.pool, QK_MEM_EXTERNAL, nullptr, 9);
   register_ptr(ledger.pool, QK_MEM_OBJECT, of_nothing_, 9);
   register_ptr(ledger.pool, QK_MEM_ARRAY, nullptr, 9);
-  EXPECT_EQ(ledger.books(), "handle 0 for 0, tag 0 for 0, events 0");
+  EXPECT_EQ(ledger.sums(), "handle 0 for 0, tag 0 for 0, events 0");
   EXPECT_EQ(overhead_of(ledger.pool), own_and_trackers(0));
   EXPECT_EQ(ledger.pool.record().registered, 0);
   EXPECT_EQ(qk_mem_error(), 0);
@@ -212,7 +212,7 @@ TEST_F(Register, OfWhatIsRecordedAlreadyWarnsAndRecordsItTwice) {
   EXPECT_EQ(
       ledger.log(),
       "   qk_mem_iregister: WARNING:   3 [p1] ptr already exists at other.c:80000 (allocated at app.c:12)\n");
-  EXPECT_EQ(ledger.books(), "handle 2 for 140, tag 2 for 140, events 3");
+  EXPECT_EQ(ledger.sums(), "handle 2 for 140, tag 2 for 140, events 3");
 }
 
 TEST_F(Register, OfAllocatedMemoryWarnsAndRecordsItTwice) {
@@ -222,7 +222,7 @@ TEST_F(Register, OfAllocatedMemoryWarnsAndRecordsItTwice) {
   EXPECT_EQ(
       ledger.log(),
       "   qk_mem_iregister: WARNING:   3 [p1] ptr already exists at app.c:12 (allocated at other.c:14464)\n");
-  EXPECT_EQ(ledger.books(), "handle 2 for 20, tag 2 for 20, events 2");
+  EXPECT_EQ(ledger.sums(), "handle 2 for 20, tag 2 for 20, events 2");
 }
 
 TEST_F(Register, WarnsOfWhatWasRegisteredAsVoidAlsoWhenItExists) {
@@ -279,7 +279,7 @@ TEST_F(Register, OnTheDataHandleOnlyWarnsWhereItWasConfiguredAfterTheStart) {
 TEST_F(Register, ThatFindsNoRoomLeavesTheObjectUnrecorded) {
   Ledger ledger(Environment{"DEBUG", "DB", ""});
   kit::fill_arrays(ledger.pool);
-  ledger.turn_page();
+  ledger.skip_all();
   kit::fail_request(1);
   register_ptr(ledger.pool, QK_MEM_OBJECT, tracker_, 40);
   EXPECT_EQ(
@@ -288,10 +288,10 @@ TEST_F(Register, ThatFindsNoRoomLeavesTheObjectUnrecorded) {
   EXPECT_EQ(ledger.trace(), "");
   EXPECT_EQ(ledger.record(at(0x5000)), "none");
   EXPECT_EQ(ledger.record(&tracker_), "none");
-  EXPECT_EQ(ledger.books(), "handle 0 for 0, tag 0 for 0, events 0");
+  EXPECT_EQ(ledger.sums(), "handle 0 for 0, tag 0 for 0, events 0");
   EXPECT_EQ(ledger.pool.record().registered, 1);
   EXPECT_EQ(qk_mem_error(), 5012);
-  EXPECT_EQ(story_, "") << "the tracker stays the caller's";
+  EXPECT_EQ(destroyed_, "") << "the tracker stays the caller's";
 }
 
 TEST_F(Register, ThatFindsNoRoomForTheTrackerRecordsTheObject) {
@@ -305,7 +305,7 @@ TEST_F(Register, ThatFindsNoRoomForTheTrackerRecordsTheObject) {
   EXPECT_EQ(
       ledger.log(),
       "   qk_mem_new_ptr: ERROR: realloc of 3840 at app.c:12 of a->ptrs failed: 12 Cannot allocate memory\n");
-  EXPECT_EQ(ledger.books(), "handle 1 for 40, tag 1 for 40, events 2") << "one is the array's";
+  EXPECT_EQ(ledger.sums(), "handle 1 for 40, tag 1 for 40, events 2") << "one is the array's";
   EXPECT_EQ(ledger.record(&tracker_), "none");
 }
 
@@ -319,13 +319,13 @@ TEST_F(Register, OnABlockManagedHandleRecordsAndChargesEvenWherePiecesAreNot) {
             "3 W [p2] 1 40 app.c 12 40\n"
             "3 T [p3] 1 16 app.c 12 16\n");
   EXPECT_EQ(ledger.record(at(0x5000)), "W 1/40 app.c:12 event 2");
-  EXPECT_EQ(ledger.books(), "handle 2 for 140, tag 2 for 140, events 3");
+  EXPECT_EQ(ledger.sums(), "handle 2 for 140, tag 2 for 140, events 3");
 }
 
 TEST_F(Register, OnAnOverheadHandleIsDataAllTheSame) {
   Ledger ledger(Environment{}, "OVERHEAD");
   register_ptr(ledger.pool, QK_MEM_OBJECT, tracker_, 40);
-  EXPECT_EQ(ledger.books(), "handle 1 for 40, tag 1 for 40, events 2");
+  EXPECT_EQ(ledger.sums(), "handle 1 for 40, tag 1 for 40, events 2");
 }
 
 }  // namespace

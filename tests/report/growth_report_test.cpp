@@ -6,8 +6,8 @@
 
 namespace {
 
-using kit::cover_by_baseline;
 using kit::hold;
+using kit::mark_baselined;
 using kit::report;
 using kit::sections;
 using kit::Stage;
@@ -21,7 +21,7 @@ constexpr char kNoGrowth[] = "No memory growth since baseline\n";
 qk_mem_handle& old_handle(Stage& stage, int id, char type = 'D') {
   qk_mem_handle& handle = stage.handle(id, type);
   hold(handle, 0x1000, 'M', 1, 10);
-  cover_by_baseline(handle);
+  mark_baselined(handle);
   return handle;
 }
 

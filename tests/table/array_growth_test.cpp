@@ -9,26 +9,26 @@
 #include "core/switches.h"
 #include "diag/log.h"
 #include "table/pointer_table.h"
-#include "tests/kit/bare_handle.h"
 #include "tests/kit/failing_allocator.h"
 #include "tests/kit/placement.h"
 #include "tests/kit/scene.h"
+#include "tests/kit/standalone_handle.h"
 
 namespace {
 
 using kit::at;
-using kit::BareHandle;
 using kit::Scene;
+using kit::StandaloneHandle;
 
 /** The switches of allocation. */
 qk_mem_debug* const kCaller = &Qk_mem_debug[4];
 
-qk_mem_ptr* record(BareHandle& handle, std::uintptr_t address, int line = 5) {
+qk_mem_ptr* record(StandaloneHandle& handle, std::uintptr_t address, int line = 5) {
   return qk_mem_new_ptr(handle, at(address), 'M', "src/app.c", line, kCaller);
 }
 
 /** Records `count` pointers in array 0, from address `first` on. */
-void fill(BareHandle& handle, int count, std::uintptr_t first = 0x100) {
+void fill(StandaloneHandle& handle, int count, std::uintptr_t first = 0x100) {
   for (int i = 0; i < count; ++i) record(handle, first + static_cast<std::uintptr_t>(i) * 0x80);
 }
 
@@ -40,7 +40,7 @@ void start(Scene& scene) {
 }
 
 TEST(Growth, ComesWithThe16thPointerAndThenWithEach64thMore) {
-  BareHandle handle;
+  StandaloneHandle handle;
   struct {
     int pointers;
     const char* array;
@@ -63,7 +63,7 @@ TEST(Growth, ComesWithThe16thPointerAndThenWithEach64thMore) {
 }
 
 TEST(Growth, RewritesTheArraysRecordWithThePlaceThatNeededIt) {
-  BareHandle handle;
+  StandaloneHandle handle;
   fill(handle, 15);
   Qk_mem_seq = 70;
   qk_mem_new_ptr(handle, at(0x9000), 'M', "lib/other.c", 70000, kCaller);
@@ -78,7 +78,7 @@ TEST(Growth, RewritesTheArraysRecordWithThePlaceThatNeededIt) {
 }
 
 TEST(Growth, KeepsWhatIsRecordedAndClearsTheNewSlots) {
-  BareHandle handle;
+  StandaloneHandle handle;
   fill(handle, 16);
   const qk_mem_ptr* slots = handle->ptrs[0].ptrs;
   for (std::uintptr_t i = 0; i < 16; ++i) EXPECT_EQ(slots[i + 1].address, at(0x100 + i * 0x80));
@@ -90,7 +90,7 @@ TEST(Growth, KeepsWhatIsRecordedAndClearsTheNewSlots) {
 }
 
 TEST(Growth, FillsFreedSlotsFirst) {
-  BareHandle handle;
+  StandaloneHandle handle;
   fill(handle, 15);
   qk_mem_free_ptr(handle, qk_mem_get_ptr(handle, at(0x100)));
   record(handle, 0x9000);
@@ -100,7 +100,7 @@ TEST(Growth, FillsFreedSlotsFirst) {
 TEST(Growth, IsTracedUnderDebug) {
   Scene scene(kit::Environment{"DEBUG", "HEAPSIZE DB", ""});
   start(scene);
-  BareHandle handle;
+  StandaloneHandle handle;
   fill(handle, 15);
   EXPECT_EQ(scene.log(), "   qk_mem_new_ptr:        7 [p1] P 16/48 app.c:5 (heap change)\n");
   EXPECT_EQ(scene.trace(), "7 P [p1] 16 48 app.c 5 768\n");
@@ -114,7 +114,7 @@ TEST(Growth, IsTracedUnderDebug) {
 TEST(Growth, ShowsTheArraysAddressAndAnyHandleNumber) {
   Scene scene("DEBUG");
   start(scene);
-  BareHandle handle(1234);
+  StandaloneHandle handle(1234);
   record(handle, 0x1000);
   char line[100];
   std::snprintf(line, sizeof line, "   qk_mem_new_ptr:      1234 [%016zx] P 16/48 app.c:5\n",
@@ -127,7 +127,7 @@ TEST(Growth, ShowsTheArraysAddressAndAnyHandleNumber) {
 TEST(Growth, FollowsTheSwitchesOfTheCaller) {
   Scene scene("DEBUG=qk_ifree");
   start(scene);
-  BareHandle handle;
+  StandaloneHandle handle;
   record(handle, 0x1000);
   EXPECT_EQ(scene.log(), "");
   qk_mem_new_ptr(handle, at(0x1010), 'M', "src/app.c", 6, &Qk_mem_debug[7]);
@@ -137,14 +137,14 @@ TEST(Growth, FollowsTheSwitchesOfTheCaller) {
 TEST(Growth, IsNotTracedUnderExceptionsButInTheTraceFile) {
   Scene scene(kit::Environment{"EXCEPTIONS", "DB", ""});
   start(scene);
-  BareHandle handle;
+  StandaloneHandle handle;
   record(handle, 0x1000);
   EXPECT_EQ(scene.log(), "");
   EXPECT_EQ(scene.trace(), "7 P [p1] 16 48 app.c 5 768\n");
 }
 
 TEST(FailedGrowth, LeavesTheLargerCapacityWithoutMemory) {
-  BareHandle handle;
+  StandaloneHandle handle;
   kit::fail_request(1);
   EXPECT_EQ(record(handle, 0x1000), nullptr);
   EXPECT_TRUE(kit::has_failed());
@@ -154,7 +154,7 @@ TEST(FailedGrowth, LeavesTheLargerCapacityWithoutMemory) {
 }
 
 TEST(FailedGrowth, LosesWhatWasRecordedAndKeepsTheSums) {
-  BareHandle handle;
+  StandaloneHandle handle;
   fill(handle, 15);
   kit::fail_request(1);
   EXPECT_EQ(record(handle, 0x9000), nullptr);
@@ -165,7 +165,7 @@ TEST(FailedGrowth, LosesWhatWasRecordedAndKeepsTheSums) {
 }
 
 TEST(FailedGrowth, DoesNotCountAnEvent) {
-  BareHandle handle;
+  StandaloneHandle handle;
   Qk_mem_seq = 41;
   kit::fail_request(1);
   record(handle, 0x1000);
@@ -176,7 +176,7 @@ TEST(FailedGrowth, DoesNotCountAnEvent) {
 std::string log_of_a_failed_growth(const char* debug) {
   Scene scene(kit::Environment{debug, "HEAPSIZE DB", ""});
   start(scene);
-  BareHandle handle;
+  StandaloneHandle handle;
   fill(handle, 15);
   scene.skip_log();
   scene.skip_trace();
@@ -206,7 +206,7 @@ TEST(FailedGrowth, IsSilentUnderOtherSwitches) {
 }
 
 TEST(FailedGrowth, IsForGood) {
-  BareHandle handle;
+  StandaloneHandle handle;
   kit::fail_request(1);
   record(handle, 0x1000);
   for (std::uintptr_t i = 1; i < 200; ++i) EXPECT_EQ(record(handle, i * 0x80), nullptr);
@@ -215,7 +215,7 @@ TEST(FailedGrowth, IsForGood) {
 }
 
 TEST(FailedGrowth, LetsFreeAndLookUpFindNothing) {
-  BareHandle handle;
+  StandaloneHandle handle;
   qk_mem_ptr copy = *record(handle, 0x1000);
   fill(handle, 14);
   kit::fail_request(1);
@@ -227,7 +227,7 @@ TEST(FailedGrowth, LetsFreeAndLookUpFindNothing) {
 }
 
 TEST(FailedGrowth, LeavesTheOtherArraysAlone) {
-  BareHandle handle;
+  StandaloneHandle handle;
   kit::fail_request(1);
   record(handle, 0x1000);
   qk_mem_ptr* slot = record(handle, 0x1010);
@@ -236,7 +236,7 @@ TEST(FailedGrowth, LeavesTheOtherArraysAlone) {
 }
 
 TEST(FailedGrowth, LetsGoOfTheHandlesMutex) {
-  BareHandle handle;
+  StandaloneHandle handle;
   qk::Mtx mtx;
   handle->mtx = &mtx;
   kit::fail_request(1);
@@ -251,7 +251,7 @@ TEST(FailedGrowth, LetsGoOfTheHandlesMutex) {
 TEST(FailedGrowth, ComesFromMoreBytesThan32BitsCount) {
   Scene scene("EXCEPTIONS");
   start(scene);
-  BareHandle handle;
+  StandaloneHandle handle;
   handle->ptrs[0].capacity = handle->ptrs[0].used = 89478430;
   EXPECT_EQ(record(handle, 0x1000), nullptr);
   EXPECT_EQ(qk_mem_error(), 5012);
@@ -264,7 +264,7 @@ TEST(FailedGrowth, ComesFromMoreBytesThan32BitsCount) {
 TEST(FullArray, ThatCountsTooFewSlotsIsWarnedAbout) {
   Scene scene("EXCEPTIONS");
   start(scene);
-  BareHandle handle;
+  StandaloneHandle handle;
   fill(handle, 15);
   handle->ptrs[0].used = 15;
   EXPECT_EQ(record(handle, 0x9000), nullptr);
@@ -275,7 +275,7 @@ TEST(FullArray, ThatCountsTooFewSlotsIsWarnedAbout) {
 
 TEST(LargeTable, HoldsManyPointersAndGivesEachBack) {
   kit::align_requests();
-  BareHandle handle;
+  StandaloneHandle handle;
   fill(handle, 10000, 0x130);
   EXPECT_EQ(handle.array(3), "10064 slots, 10001 used");
   EXPECT_EQ(handle->qty, 10000U);

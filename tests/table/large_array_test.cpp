@@ -10,10 +10,10 @@
 #include "core/switches.h"
 #include "table/pointer_table.h"
 #include "tests/kit/array_check.h"
-#include "tests/kit/bare_handle.h"
 #include "tests/kit/failing_allocator.h"
 #include "tests/kit/placement.h"
 #include "tests/kit/scene.h"
+#include "tests/kit/standalone_handle.h"
 #include "tests/kit/trace.h"
 
 /** An array of 528 slots or more is searched by fingerprints of its addresses. */

@@ -9,15 +9,15 @@
 #include "core/registry.h"
 #include "core/switches.h"
 #include "table/pointer_table.h"
-#include "tests/kit/bare_handle.h"
 #include "tests/kit/failing_allocator.h"
 #include "tests/kit/scene.h"
+#include "tests/kit/standalone_handle.h"
 
 namespace {
 
 using kit::at;
-using kit::BareHandle;
 using kit::Scene;
+using kit::StandaloneHandle;
 
 /** Tracks nothing; only its address and size matter. */
 class Tracker : public qk::MemTracker {
@@ -39,21 +39,21 @@ void start(Scene& scene) {
   scene.skip_trace();
 }
 
-void add_tracker(BareHandle& handle, Tracker& tracker, unsigned char kind = 'W') {
+void add_tracker(StandaloneHandle& handle, Tracker& tracker, unsigned char kind = 'W') {
   qk_mem_tracker(handle, &tracker, kind, "src/app.c", 70000, kMalloc);
 }
 
-void remove_tracker(BareHandle& handle, qk::MemTracker* tracker, unsigned char kind = 'E',
+void remove_tracker(StandaloneHandle& handle, qk::MemTracker* tracker, unsigned char kind = 'E',
                     qk_mem_debug* switches = kMalloc) {
   qk_mem_tracker(handle, tracker, kind, "lib/other.c", 80000, switches);
 }
 
-void add_memory(BareHandle& handle, unsigned char kind = 'C') {
+void add_memory(StandaloneHandle& handle, unsigned char kind = 'C') {
   qk_mem_handle_memory(handle, at(0x1000), 100, kind, "src/app.c", 70000, kMalloc);
 }
 
 TEST(HandleMemory, IsRecordedAsOverhead) {
-  BareHandle handle;
+  StandaloneHandle handle;
   Qk_mem_seq = 41;
   add_memory(handle);
   EXPECT_EQ(handle.sums(), "data 0 for 0, overhead 2 for 868, tag 0 for 0");
@@ -70,7 +70,7 @@ TEST(HandleMemory, IsRecordedAsOverhead) {
 
 TEST(HandleMemory, IsOfKindHWhateverWasAskedFor) {
   for (const unsigned char kind : {'C', 'W', 'M', 'T', '\0'}) {
-    BareHandle handle;
+    StandaloneHandle handle;
     add_memory(handle, kind);
     EXPECT_EQ(qk_mem_get_ptr(handle, at(0x1000))->kind, 'H') << kind;
     EXPECT_EQ(handle.sums(), "data 0 for 0, overhead 2 for 868, tag 0 for 0") << kind;
@@ -80,7 +80,7 @@ TEST(HandleMemory, IsOfKindHWhateverWasAskedFor) {
 TEST(HandleMemory, IsTracedWithTheLineOfItsRecord) {
   Scene scene(kit::Environment{"DEBUG", "HEAPSIZE DB", ""});
   start(scene);
-  BareHandle handle;
+  StandaloneHandle handle;
   add_memory(handle);
   EXPECT_EQ(scene.log(),
             "   qk_mem_new_ptr:        7 [p1] P 16/48 app.c:4464 (heap change)\n"
@@ -93,7 +93,7 @@ TEST(HandleMemory, IsTracedWithTheLineOfItsRecord) {
 TEST(HandleMemory, IsTracedUnderTheGlobalSwitchesNotTheCallers) {
   Scene scene("DEBUG=qk_ifree");
   start(scene);
-  BareHandle handle;
+  StandaloneHandle handle;
   add_memory(handle);
   EXPECT_EQ(scene.log(), "   qk_mem_handle_memory:        7 [p1] H 100 app.c:4464\n");
 }
@@ -101,7 +101,7 @@ TEST(HandleMemory, IsTracedUnderTheGlobalSwitchesNotTheCallers) {
 TEST(HandleMemory, IsNotTracedWhereOnlyTheCallerIsDebugged) {
   Scene scene("DEBUG=not,global");
   start(scene);
-  BareHandle handle;
+  StandaloneHandle handle;
   add_memory(handle);
   EXPECT_EQ(scene.log(), "   qk_mem_new_ptr:        7 [p1] P 16/48 app.c:4464\n");
 }
@@ -109,7 +109,7 @@ TEST(HandleMemory, IsNotTracedWhereOnlyTheCallerIsDebugged) {
 TEST(HandleMemory, StaysUnrecordedWhenTheTableCannotGrow) {
   Scene scene(kit::Environment{"DEBUG", "DB", ""});
   start(scene);
-  BareHandle handle;
+  StandaloneHandle handle;
   kit::fail_request(1);
   add_memory(handle);
   EXPECT_EQ(handle.sums(), "data 0 for 0, overhead 0 for 0, tag 0 for 0");
@@ -121,7 +121,7 @@ TEST(HandleMemory, StaysUnrecordedWhenTheTableCannotGrow) {
 
 TEST(Tracker, IsRecordedAsOverheadOf16Bytes) {
   for (const unsigned char kind : {'W', 'J'}) {
-    BareHandle handle;
+    StandaloneHandle handle;
     Tracker tracker;
     Qk_mem_seq = 41;
     add_tracker(handle, tracker, kind);
@@ -140,7 +140,7 @@ TEST(Tracker, IsRecordedAsOverheadOf16Bytes) {
 
 TEST(Tracker, IsRemovedFromTheBytesOfTheOverheadButFromTheNumberOfData) {
   for (const unsigned char kind : {'E', 'K'}) {
-    BareHandle handle;
+    StandaloneHandle handle;
     qk_mem_new_ptr(handle, at(0x1000), 'M', "src/app.c", 1, kMalloc);
     Tracker tracker;
     add_tracker(handle, tracker);
@@ -160,7 +160,7 @@ TEST(Tracker, IsRemovedFromTheBytesOfTheOverheadButFromTheNumberOfData) {
 TEST(Tracker, OfAnyOtherKindDoesNothing) {
   for (const unsigned char kind : {'M', 'T', 'H', 'F', 'w', 'e', '\0'}) {
     Scene scene("DEBUG");
-    BareHandle handle;
+    StandaloneHandle handle;
     Tracker tracker;
     Qk_mem_seq = 41;
     qk_mem_tracker(handle, &tracker, kind, "src/app.c", 1, kMalloc);
@@ -175,7 +175,7 @@ TEST(Tracker, OfAnyOtherKindDoesNothing) {
 TEST(Tracker, IsTracedWithTheLinesOfTheCaller) {
   Scene scene(kit::Environment{"DEBUG", "HEAPSIZE DB", ""});
   start(scene);
-  BareHandle handle;
+  StandaloneHandle handle;
   Tracker tracker;
   add_tracker(handle, tracker);
   EXPECT_EQ(scene.log(),
@@ -190,7 +190,7 @@ TEST(Tracker, IsReleasedWithTheLetterOfAnObjectAlsoBesideAnArray) {
   Scene scene(kit::Environment{"DEBUG", "HEAPSIZE DB", ""});
   start(scene);
   for (const unsigned char kind : {'E', 'K'}) {
-    BareHandle handle;
+    StandaloneHandle handle;
     Tracker tracker;
     add_tracker(handle, tracker);
     scene.skip_log();
@@ -203,7 +203,7 @@ TEST(Tracker, IsReleasedWithTheLetterOfAnObjectAlsoBesideAnArray) {
 }
 
 TEST(Tracker, CanBeRemovedAfterItsDestruction) {
-  BareHandle handle;
+  StandaloneHandle handle;
   alignas(Tracker) std::byte storage[sizeof(Tracker)];
   auto* tracker = new (storage) Tracker;
   add_tracker(handle, *tracker);
@@ -233,7 +233,7 @@ TEST(Tracker, WithoutARecordIsWarnedAboutUnderDebugAndExceptionsOfTheCaller) {
     qk::Status status;
     ASSERT_EQ(qk_mem_debug_config(row.debug, &status), 0);
     scene.skip_log();
-    BareHandle handle;
+    StandaloneHandle handle;
     Tracker tracker;
     remove_tracker(handle, &tracker, 'E', row.switches);
     EXPECT_EQ(scene.log(), row.log) << row.debug;
@@ -244,7 +244,7 @@ TEST(Tracker, WithoutARecordIsWarnedAboutUnderDebugAndExceptionsOfTheCaller) {
 TEST(Tracker, WithoutARecordIsNoEvent) {
   Scene scene(kit::Environment{"DEBUG", "DB", ""});
   start(scene);
-  BareHandle handle;
+  StandaloneHandle handle;
   Tracker tracker;
   Qk_mem_seq = 41;
   remove_tracker(handle, &tracker);
@@ -255,7 +255,7 @@ TEST(Tracker, WithoutARecordIsNoEvent) {
 TEST(Tracker, IsTracedUnderTheGlobalSwitchesNotTheCallers) {
   Scene scene("DEBUG=qk_ifree");
   start(scene);
-  BareHandle handle;
+  StandaloneHandle handle;
   Tracker tracker;
   add_tracker(handle, tracker);
   remove_tracker(handle, &tracker);
@@ -265,7 +265,7 @@ TEST(Tracker, IsTracedUnderTheGlobalSwitchesNotTheCallers) {
 }
 
 TEST(Tracker, StaysUnrecordedWhenTheTableCannotGrow) {
-  BareHandle handle;
+  StandaloneHandle handle;
   Tracker tracker;
   kit::fail_request(1);
   add_tracker(handle, tracker);

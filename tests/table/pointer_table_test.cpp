@@ -9,22 +9,22 @@
 
 #include "accounting/kept_calls.h"
 #include "core/registry.h"
-#include "tests/kit/bare_handle.h"
+#include "tests/kit/standalone_handle.h"
 
 namespace {
 
 using kit::at;
-using kit::BareHandle;
+using kit::StandaloneHandle;
 
 qk_mem_debug silent = {};
 
-qk_mem_ptr* record(BareHandle& handle, std::uintptr_t address, char kind = 'M') {
+qk_mem_ptr* record(StandaloneHandle& handle, std::uintptr_t address, char kind = 'M') {
   return qk_mem_new_ptr(handle, at(address), static_cast<unsigned char>(kind), "src/app.c", 5,
                         &silent);
 }
 
 /** The index of a slot in the array of its address, which is array 0 in most tests. */
-std::ptrdiff_t index_of(BareHandle& handle, const qk_mem_ptr* slot, int array = 0) {
+std::ptrdiff_t index_of(StandaloneHandle& handle, const qk_mem_ptr* slot, int array = 0) {
   return slot == nullptr ? -1 : slot - handle->ptrs[array].ptrs;
 }
 
@@ -35,7 +35,7 @@ bool is_clear(const qk_mem_ptr& slot) {
 }
 
 TEST(NewPtr, MakesAnArrayOf16SlotsWithItsOwnRecordInTheFirst) {
-  BareHandle handle;
+  StandaloneHandle handle;
   Qk_mem_seq = 41;
   record(handle, 0x1000);
   EXPECT_EQ(handle.array(), "16 slots, 2 used");
@@ -51,7 +51,7 @@ TEST(NewPtr, MakesAnArrayOf16SlotsWithItsOwnRecordInTheFirst) {
 }
 
 TEST(NewPtr, StoresAddressAndKindAndLeavesTheRestToTheCaller) {
-  BareHandle handle;
+  StandaloneHandle handle;
   qk_mem_ptr* slot = record(handle, 0x1000, 'S');
   ASSERT_EQ(index_of(handle, slot), 1);
   EXPECT_EQ(handle->ptrs[0].last, 1);
@@ -65,7 +65,7 @@ TEST(NewPtr, StoresAddressAndKindAndLeavesTheRestToTheCaller) {
 }
 
 TEST(NewPtr, CountsAnEventForTheArrayOnly) {
-  BareHandle handle;
+  StandaloneHandle handle;
   Qk_mem_seq = 41;
   record(handle, 0x1000);
   EXPECT_EQ(Qk_mem_seq, 42U);
@@ -74,7 +74,7 @@ TEST(NewPtr, CountsAnEventForTheArrayOnly) {
 }
 
 TEST(NewPtr, AccountsForTheArrayAndCountsThePointer) {
-  BareHandle handle;
+  StandaloneHandle handle;
   EXPECT_EQ(handle.sums(), "data 0 for 0, overhead 0 for 0, tag 0 for 0");
   record(handle, 0x1000);
   EXPECT_EQ(handle.sums(), "data 1 for 0, overhead 1 for 768, tag 1 for 0");
@@ -84,12 +84,12 @@ TEST(NewPtr, AccountsForTheArrayAndCountsThePointer) {
 
 TEST(NewPtr, CountsBookkeepingAsOverheadAndEveryOtherKindAsData) {
   for (const char kind : {'H', 'T'}) {
-    BareHandle handle;
+    StandaloneHandle handle;
     record(handle, 0x1000, kind);
     EXPECT_EQ(handle.sums(), "data 0 for 0, overhead 2 for 768, tag 0 for 0") << kind;
   }
   for (const char kind : {'M', 'C', 'R', 'S', 'm', 'c', 'r', 's', 'X', 'W', 'J', 'B'}) {
-    BareHandle handle;
+    StandaloneHandle handle;
     record(handle, 0x1000, kind);
     EXPECT_EQ(handle.sums(), "data 1 for 0, overhead 1 for 768, tag 1 for 0") << kind;
   }
@@ -105,7 +105,7 @@ TEST(NewPtr, ChoosesTheArrayByBits4To6OfTheAddress) {
       {0x1080, 0}, {0x1090, 1}, {0x10f8, 7}, {0x7fffffff, 7}, {0x7fff00000030, 3},
   };
   for (const auto& row : kRows) {
-    BareHandle handle;
+    StandaloneHandle handle;
     record(handle, row.address);
     for (int array = 0; array < 8; ++array) {
       EXPECT_EQ(handle.array(array),
@@ -116,7 +116,7 @@ TEST(NewPtr, ChoosesTheArrayByBits4To6OfTheAddress) {
 }
 
 TEST(NewPtr, LetsAddressesThatDifferInOtherBitsShareAnArray) {
-  BareHandle handle;
+  StandaloneHandle handle;
   record(handle, 0x1000);
   record(handle, 0x1008);
   record(handle, 0x1080);
@@ -125,7 +125,7 @@ TEST(NewPtr, LetsAddressesThatDifferInOtherBitsShareAnArray) {
 }
 
 TEST(NewPtr, TakesTheFirstFreeSlot) {
-  BareHandle handle;
+  StandaloneHandle handle;
   for (std::uintptr_t i = 1; i <= 6; ++i) record(handle, i * 0x100);
   for (const std::uintptr_t freed : {5U, 2U, 4U}) {
     qk_mem_free_ptr(handle, qk_mem_get_ptr(handle, at(freed * 0x100)));
@@ -136,14 +136,14 @@ TEST(NewPtr, TakesTheFirstFreeSlot) {
 }
 
 TEST(NewPtr, RecordsAnAddressAgainInASlotOfItsOwn) {
-  BareHandle handle;
+  StandaloneHandle handle;
   record(handle, 0x1000);
   EXPECT_EQ(index_of(handle, record(handle, 0x1000)), 2);
   EXPECT_EQ(handle.sums(), "data 2 for 0, overhead 1 for 768, tag 2 for 0");
 }
 
 TEST(GetPtr, FindsAnAddressWhereverItStands) {
-  BareHandle handle;
+  StandaloneHandle handle;
   for (std::uintptr_t i = 1; i <= 100; ++i) record(handle, i * 0x80);
   for (const std::uintptr_t i : {1U, 50U, 100U, 99U, 1U}) {
     EXPECT_EQ(index_of(handle, qk_mem_get_ptr(handle, at(i * 0x80))), i);
@@ -152,7 +152,7 @@ TEST(GetPtr, FindsAnAddressWhereverItStands) {
 }
 
 TEST(GetPtr, FindsNothingForAnUnknownAddress) {
-  BareHandle handle;
+  StandaloneHandle handle;
   EXPECT_EQ(qk_mem_get_ptr(handle, at(0x1000)), nullptr);
   record(handle, 0x1000);
   EXPECT_EQ(qk_mem_get_ptr(handle, at(0x1001)), nullptr);
@@ -162,7 +162,7 @@ TEST(GetPtr, FindsNothingForAnUnknownAddress) {
 }
 
 /** Gives the handle an array that is aligned so that its own address belongs in it. */
-void add_array_that_holds_itself(BareHandle& handle) {
+void add_array_that_holds_itself(StandaloneHandle& handle) {
   constexpr std::size_t kBytes = 16 * sizeof(qk_mem_ptr);
   auto* slots = static_cast<qk_mem_ptr*>(std::aligned_alloc(128, kBytes));
   std::fill_n(slots, 16, qk_mem_ptr{});
@@ -175,7 +175,7 @@ void add_array_that_holds_itself(BareHandle& handle) {
 }
 
 TEST(GetPtr, FindsTheArraysOwnRecordUntilAnotherOneIsTheLast) {
-  BareHandle handle;
+  StandaloneHandle handle;
   add_array_that_holds_itself(handle);
   qk_mem_ptr* slots = handle->ptrs[0].ptrs;
   EXPECT_EQ(qk_mem_get_ptr(handle, slots), slots);
@@ -184,7 +184,7 @@ TEST(GetPtr, FindsTheArraysOwnRecordUntilAnotherOneIsTheLast) {
 }
 
 TEST(FreePtr, OfTheArraysOwnRecordChangesNothing) {
-  BareHandle handle;
+  StandaloneHandle handle;
   add_array_that_holds_itself(handle);
   qk_mem_ptr* slots = handle->ptrs[0].ptrs;
   qk_mem_free_ptr(handle, slots);
@@ -195,7 +195,7 @@ TEST(FreePtr, OfTheArraysOwnRecordChangesNothing) {
 }
 
 TEST(FreePtr, ClearsTheWholeSlotAndLeavesTheBytesToTheCaller) {
-  BareHandle handle;
+  StandaloneHandle handle;
   qk_mem_ptr* slot = record(handle, 0x1000);
   slot->file = "app.c";
   slot->line = 5;
@@ -212,7 +212,7 @@ TEST(FreePtr, ClearsTheWholeSlotAndLeavesTheBytesToTheCaller) {
 
 TEST(FreePtr, OfTheSlotItselfLowersTheDataAlsoForBookkeeping) {
   for (const char kind : {'H', 'T'}) {
-    BareHandle handle;
+    StandaloneHandle handle;
     record(handle, 0x2000, 'M');
     qk_mem_ptr* slot = record(handle, 0x1000, kind);
     EXPECT_EQ(handle.sums(), "data 1 for 0, overhead 2 for 768, tag 1 for 0");
@@ -232,7 +232,7 @@ TEST(FreePtr, OfACopyLowersWhatItsKindSays) {
       {'W', "data 1 for 0, overhead 1 for 768, tag 1 for 0"},
   };
   for (const auto& row : kRows) {
-    BareHandle handle;
+    StandaloneHandle handle;
     record(handle, 0x2000, 'M');
     const qk_mem_ptr* slot = record(handle, 0x1000, row.kind);
     qk_mem_ptr copy = *slot;
@@ -244,7 +244,7 @@ TEST(FreePtr, OfACopyLowersWhatItsKindSays) {
 }
 
 TEST(FreePtr, OfAnAddressThatIsNotInTheTableChangesNothing) {
-  BareHandle handle;
+  StandaloneHandle handle;
   record(handle, 0x1000);
   for (const std::uintptr_t address : {0x2000, 0x1010}) {
     qk_mem_ptr unknown = {};
@@ -257,7 +257,7 @@ TEST(FreePtr, OfAnAddressThatIsNotInTheTableChangesNothing) {
 }
 
 TEST(FreePtr, OfAnAddressRecordedTwiceTakesTheOneFoundLastFirst) {
-  BareHandle handle;
+  StandaloneHandle handle;
   record(handle, 0x1000);
   record(handle, 0x1000);
   qk_mem_ptr copy = *qk_mem_get_ptr(handle, at(0x1000));
@@ -269,7 +269,7 @@ TEST(FreePtr, OfAnAddressRecordedTwiceTakesTheOneFoundLastFirst) {
 }
 
 TEST(FreePtrs, TakesTheArrayOffTheOverheadAndLeavesItsMemory) {
-  BareHandle handle;
+  StandaloneHandle handle;
   for (std::uintptr_t i = 1; i <= 16; ++i) record(handle, i * 0x100);
   record(handle, 0x1010);
   EXPECT_EQ(handle.sums(), "data 17 for 0, overhead 2 for 4608, tag 17 for 0");
@@ -284,7 +284,7 @@ TEST(FreePtrs, TakesTheArrayOffTheOverheadAndLeavesItsMemory) {
 }
 
 TEST(PointerTable, WorksForWhoeverHoldsTheHandlesMutexAndLeavesItHeld) {
-  BareHandle handle;
+  StandaloneHandle handle;
   qk::Mtx mtx;
   handle->mtx = &mtx;
   mtx.lock();
@@ -297,7 +297,7 @@ TEST(PointerTable, WorksForWhoeverHoldsTheHandlesMutexAndLeavesItHeld) {
 }
 
 TEST(PointerTable, LetsGoOfTheHandlesMutexOnEveryWayOut) {
-  BareHandle handle;
+  StandaloneHandle handle;
   qk::Mtx mtx;
   handle->mtx = &mtx;
   qk_mem_ptr* slot = record(handle, 0x1000);

@@ -33,7 +33,7 @@ TEST(TerminatingSignal, LeavesTheWholeReport) {
   // How many events came before depends on the addresses.
   const std::regex event(R"(\d+ app\.c)");
   const std::string log =
-      std::regex_replace(kit::plain(after_announcement(ended.log)), event, "# app.c");
+      std::regex_replace(kit::normalized(after_announcement(ended.log)), event, "# app.c");
   EXPECT_EQ(kit::sections_of(log, QK_MEM_DUMP_POINTERS),
             "   qk_mem_cleanup:      Memory at program termination (Terminated)\n"
             "Data handle pointers\n"

@@ -22,7 +22,7 @@
 namespace {
 
 using kit::handle_of;
-using kit::plain_report;
+using kit::normalized_report;
 using kit::Scene;
 using kit::set_heap;
 
@@ -262,7 +262,7 @@ TEST(ReportAtTheEnd, IsOfWhatIsLeftWhenAutofreeHandlesAreGone) {
   const kit::Ended ended = kit::run({"SUMMARY", "", "OPTIONS=SUMMARY,HANDLES,MGMT,BLOCKS,POINTERS"},
                                     [] { Program().second_half(); });
   EXPECT_EQ(ended.exit_code, 0);
-  expect_printed("at_the_end", plain_report(ended.log));
+  expect_printed("at_the_end", normalized_report(ended.log));
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-#include "tests/kit/accounts.h"
+#include "tests/kit/call_model.h"
 
 #include <gtest/gtest.h>
 
@@ -26,13 +26,13 @@ class RandomChoices : public kit::Choices {
 /** Compares all sums after each call, and looks at all arrays from time to time. */
 void make_calls(unsigned seed, int steps) {
   RandomChoices choices(seed);
-  kit::Accounts accounts(choices);
+  kit::CallModel model(choices);
   for (int i = 0; i < steps; ++i) {
-    ASSERT_TRUE(accounts.step()) << accounts.complaint();
+    ASSERT_TRUE(model.step()) << model.complaint();
     if (i % 100 != 0) continue;
     ASSERT_EQ(kit::check_all_arrays(), "");
   }
-  EXPECT_TRUE(accounts.finish()) << accounts.complaint();
+  EXPECT_TRUE(model.finish()) << model.complaint();
 }
 
 class RandomCalls : public ::testing::TestWithParam<unsigned> {};

@@ -1,5 +1,5 @@
-#ifndef TESTS_KIT_BARE_HANDLE_H_
-#define TESTS_KIT_BARE_HANDLE_H_
+#ifndef TESTS_KIT_STANDALONE_HANDLE_H_
+#define TESTS_KIT_STANDALONE_HANDLE_H_
 
 #include <cstdint>
 #include <string>
@@ -15,12 +15,12 @@ namespace kit {
  * A handle that the library doesn't know, all zero but its number and a tag of its own: for tests
  * of its pointer table. Nothing is freed but its arrays.
  */
-class BareHandle {
+class StandaloneHandle {
  public:
-  explicit BareHandle(int id = 7);
-  BareHandle(const BareHandle&) = delete;
-  BareHandle& operator=(const BareHandle&) = delete;
-  ~BareHandle();
+  explicit StandaloneHandle(int id = 7);
+  StandaloneHandle(const StandaloneHandle&) = delete;
+  StandaloneHandle& operator=(const StandaloneHandle&) = delete;
+  ~StandaloneHandle();
 
   operator qk_mem_handle*() { return &record; }  // NOLINT: it stands for its record
   qk_mem_handle* operator->() { return &record; }
@@ -37,4 +37,4 @@ class BareHandle {
 
 }  // namespace kit
 
-#endif  // TESTS_KIT_BARE_HANDLE_H_
+#endif  // TESTS_KIT_STANDALONE_HANDLE_H_

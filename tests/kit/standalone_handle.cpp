@@ -1,4 +1,4 @@
-#include "tests/kit/bare_handle.h"
+#include "tests/kit/standalone_handle.h"
 
 #include <cstdlib>
 
@@ -13,21 +13,21 @@ std::string sum(std::uint32_t qty, std::uint64_t amount) {
 
 void* at(std::uintptr_t address) { return reinterpret_cast<void*>(address); }
 
-BareHandle::BareHandle(int id) {
+StandaloneHandle::StandaloneHandle(int id) {
   record.id = id;
   record.tag = &tag;
 }
 
-BareHandle::~BareHandle() {
+StandaloneHandle::~StandaloneHandle() {
   for (const qk_mem_ptr_array& array : record.ptrs) std::free(array.ptrs);
 }
 
-std::string BareHandle::sums() const {
+std::string StandaloneHandle::sums() const {
   return "data " + sum(record.qty, record.amount) + ", overhead " +
          sum(record.overhead_qty, record.overhead_amount) + ", tag " + sum(tag.qty, tag.amount);
 }
 
-std::string BareHandle::array(int index) const {
+std::string StandaloneHandle::array(int index) const {
   const qk_mem_ptr_array& array = record.ptrs[index];
   return std::to_string(array.capacity) + " slots, " + std::to_string(array.used) + " used" +
          (array.ptrs == nullptr ? ", no memory" : "");

@@ -1,5 +1,5 @@
-#ifndef TESTS_KIT_ACCOUNTS_H_
-#define TESTS_KIT_ACCOUNTS_H_
+#ifndef TESTS_KIT_CALL_MODEL_H_
+#define TESTS_KIT_CALL_MODEL_H_
 
 #include <cstddef>
 #include <cstdint>
@@ -27,12 +27,12 @@ class Choices {
  * compares the library's sums with its own after each. Works where the library was started with
  * tracing on, so that the data handle keeps records too.
  */
-class Accounts {
+class CallModel {
  public:
-  explicit Accounts(Choices& choices);
-  ~Accounts();
-  Accounts(const Accounts&) = delete;
-  Accounts& operator=(const Accounts&) = delete;
+  explicit CallModel(Choices& choices);
+  ~CallModel();
+  CallModel(const CallModel&) = delete;
+  CallModel& operator=(const CallModel&) = delete;
 
   /** Makes one call, or a few; false when something was not as it should be. */
   bool step();
@@ -123,4 +123,4 @@ class Accounts {
 
 }  // namespace kit
 
-#endif  // TESTS_KIT_ACCOUNTS_H_
+#endif  // TESTS_KIT_CALL_MODEL_H_

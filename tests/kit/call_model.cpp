@@ -1,4 +1,4 @@
-#include "tests/kit/accounts.h"
+#include "tests/kit/call_model.h"
 
 #include <climits>
 #include <cstdio>
@@ -79,7 +79,7 @@ bool is_recorded(int hid, const void* memory) {
 
 }  // namespace
 
-Accounts::Accounts(Choices& choices) : choices_(choices) {
+CallModel::CallModel(Choices& choices) : choices_(choices) {
   qk_mem_init();
   // The data handle and the tags outlive each run of calls.
   const qk_mem_handle& data = *record_of(QK_MEM_DATA_HANDLE);
@@ -90,34 +90,34 @@ Accounts::Accounts(Choices& choices) : choices_(choices) {
   for (const char* tag : kTags) leftovers_[tag] = real_sums_of_tag(tag);
 }
 
-Accounts::~Accounts() = default;
+CallModel::~CallModel() = default;
 
-bool Accounts::step() {
+bool CallModel::step() {
   struct Row {
     const char* name;
-    void (Accounts::*call)();
+    void (CallModel::*call)();
     unsigned weight;
   };
   static constexpr Row kRows[] = {
-      {"create", &Accounts::create, 3},
-      {"destroy", &Accounts::destroy, 2},
-      {"clear", &Accounts::clear, 1},
-      {"allocate", &Accounts::allocate, 25},
-      {"allocate in vain", &Accounts::allocate_in_vain, 1},
-      {"resize", &Accounts::resize, 10},
-      {"release", &Accounts::release, 18},
-      {"release on another handle", &Accounts::release_on_another, 3},
-      {"resize on another handle", &Accounts::resize_on_another, 2},
-      {"enter", &Accounts::enter, 6},
-      {"enter twice", &Accounts::enter_twice, 3},
-      {"enter on another handle", &Accounts::enter_on_another, 2},
-      {"take out", &Accounts::take_out, 6},
-      {"make an object", &Accounts::make_object, 5},
-      {"unmake an object", &Accounts::unmake_object, 4},
-      {"push", &Accounts::push, 8},
-      {"drop an array", &Accounts::drop_array, 1},
-      {"use a bad number", &Accounts::use_bad_number, 2},
-      {"report", &Accounts::report, 1},
+      {"create", &CallModel::create, 3},
+      {"destroy", &CallModel::destroy, 2},
+      {"clear", &CallModel::clear, 1},
+      {"allocate", &CallModel::allocate, 25},
+      {"allocate in vain", &CallModel::allocate_in_vain, 1},
+      {"resize", &CallModel::resize, 10},
+      {"release", &CallModel::release, 18},
+      {"release on another handle", &CallModel::release_on_another, 3},
+      {"resize on another handle", &CallModel::resize_on_another, 2},
+      {"enter", &CallModel::enter, 6},
+      {"enter twice", &CallModel::enter_twice, 3},
+      {"enter on another handle", &CallModel::enter_on_another, 2},
+      {"take out", &CallModel::take_out, 6},
+      {"make an object", &CallModel::make_object, 5},
+      {"unmake an object", &CallModel::unmake_object, 4},
+      {"push", &CallModel::push, 8},
+      {"drop an array", &CallModel::drop_array, 1},
+      {"use a bad number", &CallModel::use_bad_number, 2},
+      {"report", &CallModel::report, 1},
   };
   constexpr unsigned kAll = 103;
   unsigned place = pick(kAll);
@@ -129,7 +129,7 @@ bool Accounts::step() {
   return complaint_.empty();
 }
 
-bool Accounts::finish() {
+bool CallModel::finish() {
   doing_ = "finish";
   Handle& data = *handles_[0];
   while (!data.records.empty()) {
@@ -158,7 +158,7 @@ bool Accounts::finish() {
 
 // ---- Handles
 
-void Accounts::create() {
+void CallModel::create() {
   static constexpr struct {
     const char* options;
     HandleKind kind;
@@ -190,7 +190,7 @@ void Accounts::create() {
       std::make_unique<Handle>(Handle{hid, kKinds[kind].kind, kUpper[tag], {}, {}, {}}));
 }
 
-void Accounts::destroy() {
+void CallModel::destroy() {
   const std::size_t index = pick(static_cast<unsigned>(handles_.size()));
   if (index == 0) {
     expect(qk_mem_idel_handle(QK_MEM_DATA_HANDLE, kFile, 1) == 5566, "the data handle is deleted");
@@ -199,7 +199,7 @@ void Accounts::destroy() {
   delete_handle(index);
 }
 
-void Accounts::delete_handle(std::size_t index) {
+void CallModel::delete_handle(std::size_t index) {
   const Handle& handle = *handles_[index];
   const qk_mem_handle& real = *record_of(handle.hid);
   Sums left = sums_of(handle);
@@ -227,7 +227,7 @@ void Accounts::delete_handle(std::size_t index) {
   handles_.erase(handles_.begin() + static_cast<std::ptrdiff_t>(index));
 }
 
-void Accounts::clear() {
+void CallModel::clear() {
   Handle& handle = any();
   const int result = qk_mem_iclear_handle(handle.hid, kFile, 1);
   for (const auto& [memory, entry] : handle.records) {
@@ -252,7 +252,7 @@ void Accounts::clear() {
 
 // ---- Memory
 
-char* Accounts::obtain(Handle& handle, std::uint64_t size) {
+char* CallModel::obtain(Handle& handle, std::uint64_t size) {
   const int hid = handle.hid;
   switch (pick(5)) {
     case 0:
@@ -271,7 +271,7 @@ char* Accounts::obtain(Handle& handle, std::uint64_t size) {
   }
 }
 
-void Accounts::allocate() {
+void CallModel::allocate() {
   Handle& handle = any();
   if (handle.records.size() >= kMostRecords) return release();
   if (handle.unrecorded.size() >= kMostRecords) return clear();
@@ -279,7 +279,7 @@ void Accounts::allocate() {
   hold(handle, obtain(handle, size), size);
 }
 
-void Accounts::hold(Handle& handle, char* memory, std::uint64_t size) {
+void CallModel::hold(Handle& handle, char* memory, std::uint64_t size) {
   expect(memory != nullptr, "memory is refused");
   if (memory == nullptr) return;
   fill(memory, size);
@@ -291,7 +291,7 @@ void Accounts::hold(Handle& handle, char* memory, std::uint64_t size) {
   record(handle, memory, size, Kind::kAllocated);
 }
 
-void Accounts::allocate_in_vain() {
+void CallModel::allocate_in_vain() {
   Handle& handle = any();
   static constexpr std::size_t kHuge[] = {SIZE_MAX, SIZE_MAX / 2 + 1, SIZE_MAX - 15};
   const std::size_t size = kHuge[pick(std::size(kHuge))];
@@ -318,7 +318,7 @@ void Accounts::allocate_in_vain() {
   expect_code(kOutOfMemory, "what couldn't be had leaves another code");
 }
 
-void Accounts::resize() {
+void CallModel::resize() {
   Handle& handle = any();
   const std::uint64_t size = pick_size(handle);
   if (!handle.records_allocations()) {
@@ -344,7 +344,7 @@ void Accounts::resize() {
   hold(handle, memory, size);
 }
 
-void Accounts::release() {
+void CallModel::release() {
   Handle& handle = any();
   if (!handle.records_allocations() && !handle.unrecorded.empty() && pick(2) == 0) {
     const auto& [piece, size] = *handle.unrecorded.begin();
@@ -367,7 +367,7 @@ void Accounts::release() {
 }
 
 /** Ordinary handles free what they don't know, and the record of the right one stays. */
-void Accounts::release_on_another() {
+void CallModel::release_on_another() {
   Handle& handle = any();
   Handle* other = another(handle);
   const auto entry = pick_memory(handle);
@@ -382,7 +382,7 @@ void Accounts::release_on_another() {
 }
 
 /** What an ordinary handle doesn't know it resizes, without a record. */
-void Accounts::resize_on_another() {
+void CallModel::resize_on_another() {
   Handle& handle = any();
   Handle* other = another(handle);
   const auto entry = pick_memory(handle);
@@ -399,7 +399,7 @@ void Accounts::resize_on_another() {
 
 // ---- What was made elsewhere
 
-void Accounts::enter() {
+void CallModel::enter() {
   Handle& handle = any();
   if (handle.records.size() >= kMostRecords) return take_out();
   const std::uint64_t size = pick(100);
@@ -409,7 +409,7 @@ void Accounts::enter() {
   record(handle, memory, size, Kind::kExternal);
 }
 
-void Accounts::enter_twice() {
+void CallModel::enter_twice() {
   Handle& handle = any();
   const auto entry = pick_record(handle, Kind::kExternal);
   if (entry == handle.records.end()) return;
@@ -418,7 +418,7 @@ void Accounts::enter_twice() {
   record(handle, entry->first, entry->second.bytes, Kind::kExternal);
 }
 
-void Accounts::enter_on_another() {
+void CallModel::enter_on_another() {
   Handle& handle = any();
   Handle* other = another(handle);
   const auto entry = pick_record(handle, Kind::kExternal);
@@ -432,7 +432,7 @@ void Accounts::enter_on_another() {
   expect(is_recorded(handle.hid, memory), "another handle's record took this one's along");
 }
 
-void Accounts::take_out() {
+void CallModel::take_out() {
   Handle& handle = any();
   const auto entry = pick_memory(handle);
   if (entry == handle.records.end()) {
@@ -446,7 +446,7 @@ void Accounts::take_out() {
   std::free(memory);
 }
 
-void Accounts::make_object() {
+void CallModel::make_object() {
   Handle& handle = any();
   if (handle.records.size() >= kMostRecords) return unmake_object();
   Thing* const thing = qk::make<Thing>(handle.hid);
@@ -455,7 +455,7 @@ void Accounts::make_object() {
   ++handle.trackers;
 }
 
-void Accounts::unmake_object() {
+void CallModel::unmake_object() {
   Handle& handle = any();
   const auto entry = pick_record(handle, Kind::kObject);
   if (entry == handle.records.end()) return;
@@ -474,7 +474,7 @@ void Accounts::unmake_object() {
 
 // ---- Managed arrays
 
-void Accounts::push() {
+void CallModel::push() {
   Handle& handle = any();
   const std::uint64_t factor = 1 + pick(20);
   const bool full = handle.array != nullptr && handle.count == handle.capacity;
@@ -499,7 +499,7 @@ void Accounts::push() {
   ++handle.count;
 }
 
-void Accounts::drop_array() {
+void CallModel::drop_array() {
   Handle& handle = any();
   void* array = handle.array;
   qk_mem_iarrfree(handle.hid, &array, kFile, 2);
@@ -513,7 +513,7 @@ void Accounts::drop_array() {
 
 // ---- Misuse and reports
 
-void Accounts::use_bad_number() {
+void CallModel::use_bad_number() {
   static constexpr int kNumbers[] = {0, -1, INT_MIN, INT_MAX, 513, 300, 100000};
   const int hid = kNumbers[pick(std::size(kNumbers))];
   Handle& handle = any();
@@ -534,7 +534,7 @@ void Accounts::use_bad_number() {
   expect_code(5566, "another code");
 }
 
-void Accounts::report() {
+void CallModel::report() {
   static FILE* const nowhere = std::fopen("/dev/null", "w");
   const Handle& handle = any();
   char filter[32];
@@ -548,28 +548,28 @@ void Accounts::report() {
 
 // ---- The sums
 
-Sums Accounts::sums_of(const Handle& handle) {
+Sums CallModel::sums_of(const Handle& handle) {
   Sums sums = handle.sums;
   sums += sums_of_structure(*record_of(handle.hid), handle.kind);
   return sums;
 }
 
-Accounts::Handle& Accounts::any() {
+CallModel::Handle& CallModel::any() {
   return *handles_[pick(static_cast<unsigned>(handles_.size()))];
 }
 
-Accounts::Handle* Accounts::another(const Handle& handle) {
+CallModel::Handle* CallModel::another(const Handle& handle) {
   Handle& other = any();
   return &other == &handle ? nullptr : &other;
 }
 
 /** Pieces have at least a byte: several without any can share an address. */
-std::uint64_t Accounts::pick_size(const Handle& handle) {
+std::uint64_t CallModel::pick_size(const Handle& handle) {
   const std::uint64_t size = pick(20) == 0 ? pick(5000) : pick(120);
   return handle.is_blockmgmt() && size == 0 ? 1 : size;
 }
 
-Accounts::Records::iterator Accounts::pick_record(Handle& handle, Kind kind) {
+CallModel::Records::iterator CallModel::pick_record(Handle& handle, Kind kind) {
   if (handle.records.empty()) return handle.records.end();
   const auto begin =
       std::next(handle.records.begin(), pick(static_cast<unsigned>(handle.records.size())));
@@ -579,23 +579,23 @@ Accounts::Records::iterator Accounts::pick_record(Handle& handle, Kind kind) {
   return handle.records.end();
 }
 
-Accounts::Records::iterator Accounts::pick_memory(Handle& handle) {
+CallModel::Records::iterator CallModel::pick_memory(Handle& handle) {
   return pick_record(handle, pick(2) == 0 ? Kind::kAllocated : Kind::kExternal);
 }
 
-void Accounts::record(Handle& handle, char* memory, std::uint64_t bytes, Kind kind) {
+void CallModel::record(Handle& handle, char* memory, std::uint64_t bytes, Kind kind) {
   handle.records.insert({memory, {bytes, kind}});
   handle.charge(events_of(kind).recorded, bytes);
   expect(is_recorded(handle.hid, memory), "what was given isn't recorded");
 }
 
-void Accounts::forget(Handle& handle, Records::iterator entry) {
+void CallModel::forget(Handle& handle, Records::iterator entry) {
   handle.charge(events_of(entry->second.kind).removed, entry->second.bytes);
   handle.records.erase(entry);
 }
 
 /** Takes all records of an address out; the memory stays. */
-void Accounts::take_out_all(Handle& handle, char* memory) {
+void CallModel::take_out_all(Handle& handle, char* memory) {
   for (auto entry = handle.records.find(memory); entry != handle.records.end();
        entry = handle.records.find(memory)) {
     qk_mem_ideregister(handle.hid, QK_MEM_EXTERNAL, memory, kFile, 7);
@@ -604,21 +604,21 @@ void Accounts::take_out_all(Handle& handle, char* memory) {
   expect(!is_recorded(handle.hid, memory), "what was taken out is recorded");
 }
 
-void Accounts::expect_filled(const char* memory, std::uint64_t bytes) {
+void CallModel::expect_filled(const char* memory, std::uint64_t bytes) {
   const char mark = static_cast<char>(bytes % 251);
   for (std::uint64_t i = 0; i < bytes; ++i) {
     if (memory[i] != mark) return expect(false, "memory is not what it was");
   }
 }
 
-void Accounts::expect_code(int code, const char* what) { expect(qk_mem_error() == code, what); }
+void CallModel::expect_code(int code, const char* what) { expect(qk_mem_error() == code, what); }
 
-void Accounts::expect(bool holds, const char* what) {
+void CallModel::expect(bool holds, const char* what) {
   if (holds || !complaint_.empty()) return;
   complaint_ = "step " + std::to_string(steps_) + ", " + doing_ + ": " + what;
 }
 
-void Accounts::expect_same_sums(const Handle& handle) {
+void CallModel::expect_same_sums(const Handle& handle) {
   const qk_mem_handle* real = record_of(handle.hid);
   expect(real != nullptr, "a handle is gone");
   if (real == nullptr) return;
@@ -630,7 +630,7 @@ void Accounts::expect_same_sums(const Handle& handle) {
   expect(qk_mem_isize(handle.hid, kFile, 1) == real->amount, "another size");
 }
 
-void Accounts::expect_same_tag(const char* name) {
+void CallModel::expect_same_tag(const char* name) {
   Sums sums = leftovers_[name];
   for (const auto& handle : handles_) {
     if (handle->tag == name) sums += sums_of(*handle);
@@ -641,7 +641,7 @@ void Accounts::expect_same_tag(const char* name) {
   expect(qk_mem_tag_size(name) == static_cast<std::int64_t>(sums.amount), "another size of a tag");
 }
 
-void Accounts::expect_same_sums() {
+void CallModel::expect_same_sums() {
   ++steps_;
   for (const auto& handle : handles_) expect_same_sums(*handle);
   for (const char* tag : kTags) expect_same_tag(tag);
