@@ -22,10 +22,11 @@ void configure(const char* debug) {
   ASSERT_EQ(qk_mem_debug_config(debug, &status), 0);
 }
 
-/** A handle with a pointer and a tag, of which nothing is remembered. */
-class Unmarked {
+/** A handle with a pointer and a tag, without a baseline. */
+class WithoutBaseline {
  public:
-  Unmarked() : handle_(stage_.handle(1, 'D', "AB")), record_(hold(handle_, 0x1000, 'M', 1, 100)) {
+  WithoutBaseline()
+      : handle_(stage_.handle(1, 'D', "AB")), record_(hold(handle_, 0x1000, 'M', 1, 100)) {
     set_heap(4096);
   }
 
@@ -51,7 +52,7 @@ TEST(RefusedBaseline, WithoutConfigurationAnswersMinusOne) {
 }
 
 TEST(RefusedBaseline, AfterOffAnswersMinusOneAndChangesNothing) {
-  const Unmarked unmarked;
+  const WithoutBaseline unmarked;
   configure(kLogged);
   configure("OFF");
   EXPECT_EQ(qk_mem_baseline(""), -1);
@@ -80,7 +81,7 @@ TEST(RefusedBaseline, UnderABadFilterAnswersZeroAndChangesAndLogsNothing) {
       {std::string(257, ' '), 11102},
       {"HANDLE=1" + std::string(249, ' '), 11102},
   };
-  const Unmarked unmarked;
+  const WithoutBaseline unmarked;
   configure(kLogged);
   for (const auto& one : cases) {
     Qk_mem_error.set(0);
@@ -92,7 +93,7 @@ TEST(RefusedBaseline, UnderABadFilterAnswersZeroAndChangesAndLogsNothing) {
 }
 
 TEST(Baseline, TakesAFilterOf256Characters) {
-  const Unmarked unmarked;
+  const WithoutBaseline unmarked;
   EXPECT_EQ(qk_mem_baseline(("HANDLE=1" + std::string(248, ' ')).c_str()), 0);
   EXPECT_EQ(qk_mem_error(), 0);
   EXPECT_TRUE(unmarked.changed());

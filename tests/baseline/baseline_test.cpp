@@ -21,7 +21,7 @@ std::string sum(std::uint32_t qty, std::uint64_t amount) {
   return std::to_string(qty) + " for " + std::to_string(amount);
 }
 
-/** What a baseline remembers of a handle: "2 for 150, overhead 1 for 768", or "none". */
+/** The baseline of a handle: "2 for 150, overhead 1 for 768", or "none". */
 std::string baseline_of(const qk_mem_handle& handle) {
   if (handle.baselined == 0 && handle.base_qty == 0 && handle.base_amount == 0 &&
       handle.base_overhead_qty == 0 && handle.base_overhead_amount == 0) {
@@ -34,9 +34,7 @@ std::string baseline_of(const qk_mem_handle& handle) {
 
 std::string baseline_of(const qk_mem_tag& tag) { return sum(tag.base_qty, tag.base_amount); }
 
-/**
- * The kinds of a handle's records, by array and slot; what a baseline covered stands in brackets.
- */
+/** The kinds of a handle's records, by array and slot; in brackets if a baseline covers them. */
 std::string marks_of(const qk_mem_handle& handle) {
   std::string kinds;
   for (const qk_mem_ptr_array& array : handle.ptrs) {
@@ -272,7 +270,7 @@ TEST(Baseline, LeavesTheErrorCodeAlone) {
   EXPECT_EQ(qk_mem_error(), 5566);
 }
 
-/** What a baseline writes to a log of its own. */
+/** The lines that a baseline writes. */
 std::string log_of(const char* filter) {
   configure("DEBUG=qk_mem_baseline LOG=baseline.log FLUSH");
   EXPECT_EQ(qk_mem_baseline(filter), 0);

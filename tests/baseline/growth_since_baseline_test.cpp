@@ -117,7 +117,7 @@ TEST(Growth, IsABlockEvenWhereItsPiecesAreNotRecorded) {
             "   +   3    p1               B     1     1056     1056     101 app.c:3\n");
 }
 
-/** A tracker of something that nobody destroys. */
+/** A tracker of an object that is never destroyed. */
 class Tracker : public qk::MemTracker {
  public:
   explicit Tracker(void* object) { address = object; }
@@ -194,7 +194,7 @@ TEST(Marks, OfAHandleTellWhetherItHeldSomethingAtTheBaseline) {
             "   +   2                           1                22       4 made.c:200\n");
 }
 
-/** The row of handle 1 in the comparison with the baseline. */
+/** The row of handle 1 in a comparison. */
 std::string compared(const std::string& text) {
   const std::size_t begin = text.find("  |   1 ");
   return text.substr(begin, text.find('\n', begin) + 1 - begin);

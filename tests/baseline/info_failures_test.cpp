@@ -14,7 +14,7 @@ using kit::Stage;
 
 constexpr long kUntouched = 4711;
 
-/** "11102", or "11102, and an answer"; "answered" where the query succeeds. */
+/** "11102", or "11102, and an answer"; "answered" if the query succeeds. */
 std::string refusal(const std::string& query, const std::string& filter) {
   long answer = kUntouched;
   Qk_mem_error.set(0);
@@ -78,7 +78,7 @@ TEST(RefusedInfo, OfMoreThan256Characters) {
   EXPECT_EQ(refusal("CURRENT_ALLOC", std::string(257, ' ')), "11102");
 }
 
-/** What questions write to a log of their own. */
+/** A log of the lines that queries write. */
 class InfoLog {
  public:
   InfoLog() { configure("DEBUG=qk_mem_info LOG=info.log FLUSH"); }

@@ -14,15 +14,15 @@ using kit::Scene;
 using kit::set_heap;
 using kit::Stage;
 
-/** The answer as text; "refused" or "unasked" where there is none. */
+/** The answer as text; "refused" or "no answer" if there is none. */
 std::string ask(const char* query, const char* filter = "") {
   constexpr long kUntouched = -987654321;
   long answer = kUntouched;
   if (qk_mem_info(query, filter, &answer) != 0) return "refused";
-  return answer == kUntouched ? "unasked" : std::to_string(answer);
+  return answer == kUntouched ? "no answer" : std::to_string(answer);
 }
 
-/** Four handles with a baseline between what the first holds and what the others got since. */
+/** Four handles: three from before a baseline, with new pointers on one, and one from after it. */
 class Info : public ::testing::Test {
  protected:
   Info() {
@@ -211,7 +211,7 @@ TEST(InfoOfGrowth, IsUnsignedInPerCentAndSignedInBytes) {
       {1000, 0, "-1000", "0"},
       {0, 0, "0", "0"},
       {1000, 999, "-1", "18446744073709551"},
-      {1, 184467440737095518, "184467440737095517", "84"},  // the product wraps as well
+      {1, 184467440737095518, "184467440737095517", "84"},  // the product wraps too
       {100, 99, "-1", "184467440737095515"},
       {2, 1, "-1", "9223372036854775758"},
   };

@@ -161,7 +161,7 @@ TEST(TagsWithEachRequestFailing, LoseNothing) {
   for (const kit::Failing failing : {kit::Failing::kOne, kit::Failing::kAllFrom}) {
     const kit::FailingRuns runs =
         kit::run_with_failures({"EXCEPTIONS", "", ""}, failing, use_up_tags);
-    EXPECT_EQ(runs.complaint, "");
+    EXPECT_EQ(runs.error, "");
     EXPECT_GE(runs.failures, 100);
   }
 }
@@ -250,7 +250,7 @@ TEST(ConfigurationWithEachRequestFailing, ChangesUnderMemoryThatIsInUse) {
   for (const kit::Failing failing : {kit::Failing::kOne, kit::Failing::kAllFrom}) {
     const kit::FailingRuns runs =
         kit::run_with_failures({"", "", ""}, failing, configure_in_every_way);
-    EXPECT_EQ(runs.complaint, "");
+    EXPECT_EQ(runs.error, "");
     EXPECT_GE(runs.failures, 30);
   }
 }

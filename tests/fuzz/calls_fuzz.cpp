@@ -1,4 +1,4 @@
-// Calls in any order beside plain books: the bytes choose each call and its arguments.
+// Arbitrary calls, compared with a model. The bytes choose each call and its arguments.
 #include "qkmem/qkmem.h"
 #include "tests/fuzz/fuzzing.h"
 #include "tests/kit/call_model.h"
@@ -30,15 +30,15 @@ class Bytes : public kit::Choices {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  // The data handle keeps records from its making on, or not at all.
+  // Whether the data handle keeps records is decided when it is created.
   static const bool configured = setenv("QK_MEM_DEBUG", "EXCEPTIONS LOG=/dev/null", 1) == 0;
   fuzz::require(configured, "environment");
-  fuzz::start_anew();
+  fuzz::reset();
   qk::Status status;
   fuzz::require(qk_mem_debug_config("EXCEPTIONS LOG=/dev/null", &status) == 0, "configuration");
   Bytes bytes(data, size);
   kit::CallModel model(bytes);
-  while (bytes.more()) fuzz::require(model.step(), model.complaint().c_str());
-  fuzz::require(model.finish(), model.complaint().c_str());
+  while (bytes.more()) fuzz::require(model.step(), model.error().c_str());
+  fuzz::require(model.finish(), model.error().c_str());
   return 0;
 }

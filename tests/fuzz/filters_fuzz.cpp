@@ -8,7 +8,7 @@ namespace {
 long ask(const char* query, const char* filter) {
   long answer = -12345;
   const int result = qk_mem_info(query, filter, &answer);
-  fuzz::require(result == 0 || answer == -12345, "a refusal answers");
+  fuzz::require(result == 0 || answer == -12345, "a refused query has an answer");
   return answer;
 }
 
@@ -25,14 +25,14 @@ void make_handles() {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   if (size == 0) return 0;
-  fuzz::start_anew();
+  fuzz::reset();
   qk::Status status;
   fuzz::require(qk_mem_debug_config("EXCEPTIONS LOG=/dev/null", &status) == 0, "configuration");
   make_handles();
   const unsigned sections = data[0] * 2U;
-  fuzz::Words words(data + 1, size - 1);
+  fuzz::Lines lines(data + 1, size - 1);
   for (int i = 0; i < 3; ++i) {
-    const std::string filter = words.next();
+    const std::string filter = lines.next();
     const fuzz::ExactText exact(filter);
     qk_mem_filters parsed;
     const int code = qk_mem_init_filters(exact, &parsed);

@@ -17,7 +17,7 @@
 
 namespace {
 
-/** Memory for one input: what asks for more finds that it ran out. */
+/** Limits for one input; requests beyond them fail. */
 constexpr std::size_t kMostBytes = std::size_t{1} << 20;
 constexpr int kMostRequests = 3000;
 
@@ -29,7 +29,7 @@ bool is_refused(std::size_t size) {
   return true;
 }
 
-/** A file that inputs may open: in the current folder, or one of those without contents. */
+/** Whether inputs may open a file: one in the current folder, /dev/full or /dev/null. */
 bool may_open(const char* name) {
   return std::strchr(name, '/') == nullptr || std::strcmp(name, "/dev/full") == 0 ||
          std::strcmp(name, "/dev/null") == 0;
@@ -37,7 +37,7 @@ bool may_open(const char* name) {
 
 }  // namespace
 
-// The linker leads the library's calls here.
+// The linker redirects the library's calls here.
 extern "C" {
 void* __real_malloc(std::size_t size);
 void* __real_calloc(std::size_t num, std::size_t size);
@@ -62,12 +62,12 @@ FILE* __wrap_fopen(const char* name, const char* mode) {
   return nullptr;
 }
 
-/** Works in a folder of its own; what goes to the standard streams goes nowhere. */
+/** Changes to a new folder and discards the output to the standard streams. */
 int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
   static char folder[] = "/tmp/qkmem-fuzz-XXXXXX";
   fuzz::require(mkdtemp(folder) != nullptr && chdir(folder) == 0, "no folder");
   std::atexit([] { rmdir(folder); });
-  // The streams that the library knows; the fuzzer's own lines go on.
+  // The library writes to these. The fuzzer's own lines still appear.
   stdout = __real_fopen("/dev/null", "w");
   stderr = __real_fopen("/dev/null", "w");
   for (const char* name : {"QK_MEM_DEBUG", "QK_MEM_DUMP", "QK_MEM_OPTIONS"}) unsetenv(name);
@@ -85,7 +85,7 @@ void delete_handles() {
   }
 }
 
-void forget_configuration() {
+void reset_configuration() {
   qk::Status status;
   require(qk_mem_debug_config("OFF", &status) == 0, "OFF is refused");
   qk::mem::replace_log(nullptr);
@@ -94,7 +94,7 @@ void forget_configuration() {
   require(qk_mem_dump_config("OPTIONS=SUMMARY,HANDLES,BLOCKS,POINTERS", &status) == 0, "sections");
 }
 
-void forget_tags() {
+void reset_tags() {
   const qk::mem::RegistryLock lock;
   Qk_mem_num_tags = 0;
   for (int i = 0; i < 32; ++i) {
@@ -120,23 +120,23 @@ void require(bool holds, const char* what, int line) {
   std::abort();
 }
 
-void start_anew() {
+void reset() {
   requests = 0;
   delete_handles();
-  forget_configuration();
-  forget_tags();
+  reset_configuration();
+  reset_tags();
   empty_folder();
   Qk_mem_seq = 0;
   Qk_mem_error = 0;
 }
 
-std::string Words::next() {
+std::string Lines::next() {
   const char* begin = next_;
   while (next_ != end_ && *next_ != '\n') ++next_;
-  std::string word(begin, next_);
+  std::string line(begin, next_);
   if (next_ != end_) ++next_;
-  // A text ends at its first zero byte.
-  return word.c_str();
+  // Options end at their first zero byte.
+  return line.c_str();
 }
 
 ExactText::ExactText(const std::string& text)

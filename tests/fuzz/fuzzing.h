@@ -6,25 +6,26 @@
 #include <cstdlib>
 #include <string>
 
-/** What all fuzz targets share. A target is a file with one LLVMFuzzerTestOneInput(). */
+/** Helpers of the fuzz targets. Each target is a file with one LLVMFuzzerTestOneInput(). */
 namespace fuzz {
 
-/** Ends the process as a crash, with a line that tells what was wrong. */
+/** Unless `holds`, writes `what` and aborts. */
 void require(bool holds, const char* what, int line = __builtin_LINE());
 
 /**
- * The library as a process begins with it, but for its two standing handles: no handle of the
- * program, no tag, no configuration, no log and no trace file; and an empty current folder. What an
- * input finds so doesn't depend on the inputs before it.
+ * Resets the library and empties the current folder, so that an input doesn't depend on the inputs
+ * before it: only the library's own two handles remain, without tags, configuration, log and trace
+ * file.
  */
-void start_anew();
+void reset();
 
-/** The part of an input up to the next newline, which is taken off; a copy of exactly its size. */
-class Words {
+/** Splits an input into lines. */
+class Lines {
  public:
-  Words(const std::uint8_t* data, std::size_t size)
+  Lines(const std::uint8_t* data, std::size_t size)
       : next_(reinterpret_cast<const char*>(data)), end_(next_ + size) {}
 
+  /** The next line without its newline, cut at a zero byte. */
   [[nodiscard]] std::string next();
 
  private:
@@ -32,7 +33,7 @@ class Words {
   const char* end_;
 };
 
-/** A text in memory of exactly its size, so that a sanitizer sees each byte read behind it. */
+/** A text in memory of exactly its size, so that a sanitizer finds reads beyond its end. */
 class ExactText {
  public:
   explicit ExactText(const std::string& text);
@@ -40,17 +41,17 @@ class ExactText {
   ExactText& operator=(const ExactText&) = delete;
   ~ExactText() { std::free(text_); }
 
-  operator const char*() const { return text_; }  // NOLINT: it stands for its text
+  operator const char*() const { return text_; }  // NOLINT: used like its text
   [[nodiscard]] char* begin() { return text_; }
 
  private:
   char* text_;
 };
 
-/** Whether a call that reads options can refuse them with this code. */
+/** Whether this is a code with which calls refuse options. */
 [[nodiscard]] bool is_refusal(int code);
 
-/** Makes and releases a little memory of every kind, under whatever is configured. */
+/** Allocates and releases memory of several kinds under the current configuration. */
 void use_library();
 
 }  // namespace fuzz

@@ -6,7 +6,7 @@
 namespace {
 
 void use(int hid) {
-  fuzz::require(hid > QK_MEM_DATA_HANDLE, "the number of a standing handle");
+  fuzz::require(hid > QK_MEM_DATA_HANDLE, "the number of one of the library's own handles");
   void* piece = qk_mem_imalloc(hid, 100, 16, "fuzz.cpp", 2);
   void* other = qk_mem_icalloc(hid, 3, 50, 8, "fuzz.cpp", 3);
   piece = qk_mem_irealloc(hid, piece, 10, 16, "fuzz.cpp", 4);
@@ -20,10 +20,10 @@ void use(int hid) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  fuzz::start_anew();
-  fuzz::Words words(data, size);
-  const std::string options = words.next();
-  const std::string tag = words.next();
+  fuzz::reset();
+  fuzz::Lines lines(data, size);
+  const std::string options = lines.next();
+  const std::string tag = lines.next();
   const fuzz::ExactText exact_options(options);
   const fuzz::ExactText exact_tag(tag);
   const int handles = Qk_mem_num_handles;
@@ -31,13 +31,14 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (hid == 0) {
     const int code = qk_mem_error();
     fuzz::require(code == 11102 || code == 11110 || code == 5012, "code");
-    fuzz::require(code != 11102 || !options.empty(), "no options are refused");
+    fuzz::require(code != 11102 || !options.empty(), "empty options are refused");
     fuzz::require((code == 11110) == (code != 11102 && code != 5012 && tag.size() > 2), "tag");
   } else {
-    fuzz::require(tag.size() <= 2 && options.size() <= 256, "what is too long is taken");
+    fuzz::require(tag.size() <= 2 && options.size() <= 256,
+                  "options or a tag that are too long are accepted");
     use(hid);
   }
-  fuzz::require(Qk_mem_num_handles == handles, "another number of handles");
+  fuzz::require(Qk_mem_num_handles == handles, "a wrong number of handles");
   fuzz::require(tag.empty() || qk_mem_tag_size(exact_tag) == 0, "bytes are left under a tag");
   fuzz::require(options == static_cast<const char*>(exact_options), "the options are changed");
   return 0;

@@ -32,29 +32,29 @@ std::vector<qk_option_keyword> table_of(const std::string& line) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  fuzz::Words words(data, size);
-  std::vector<qk_option_keyword> table = table_of(words.next());
-  const std::string options = words.next();
+  fuzz::Lines lines(data, size);
+  std::vector<qk_option_keyword> table = table_of(lines.next());
+  const std::string options = lines.next();
   fuzz::ExactText text(options);
   qk_option_error error = {};
   const int found =
       qk_process_options(text.begin(), table.data(), static_cast<int>(table.size()), &error);
   if (found < 0) {
     fuzz::require(error.code >= qk::kUnknownKeyword && error.code <= qk::kQuoteNotClosed, "code");
-    fuzz::require(std::strlen(error.text) < sizeof error.text, "the word has no end");
+    fuzz::require(std::strlen(error.text) < sizeof error.text, "the word is not terminated");
     return 0;
   }
   int counted = 0;
   for (const qk_option_keyword& entry : table) {
     counted += entry.found;
     if (entry.value == nullptr) continue;
-    const auto place = static_cast<std::size_t>(entry.value - text.begin());
-    fuzz::require(entry.found == 1 && place <= options.size(), "a value lies elsewhere");
+    const auto offset = static_cast<std::size_t>(entry.value - text.begin());
+    fuzz::require(entry.found == 1 && offset <= options.size(), "a value is outside the text");
     const std::string value = entry.value;
-    fuzz::require(!value.empty(), "an empty value is a value");
-    fuzz::require(options.compare(place, value.size(), value) == 0, "another value");
+    fuzz::require(!value.empty(), "an empty value is set");
+    fuzz::require(options.compare(offset, value.size(), value) == 0, "a wrong value");
     fuzz::require(entry.value_kind != qk::kNoValue, "a value where none is allowed");
   }
-  fuzz::require(counted == found, "another number of keywords");
+  fuzz::require(counted == found, "a wrong number of keywords");
   return 0;
 }

@@ -14,15 +14,15 @@ namespace {
 using qk::mem::TraceReader;
 using qk::mem::TraceRow;
 
-/** What was read: the rows as they are written, and in between what is wrong with the others. */
+/** What was read: the rows as text, and the rows and the errors in the file in their order. */
 struct Read {
   std::string rows;
-  std::string story;
+  std::string rows_and_errors;
 
   bool operator==(const Read&) const = default;
 };
 
-/** Null has no digits, so that no row is longer than it was. */
+/** Writes null without digits, so that no row gets longer than it was. */
 std::string written(const TraceRow& row) {
   qk::Line line;
   put_trace_row(row, 0, line);
@@ -34,10 +34,10 @@ void take_all(TraceReader& reader, Read& read) {
     switch (reader.next()) {
       case TraceReader::Answer::kRow:
         read.rows += written(reader.row());
-        read.story += written(reader.row());
+        read.rows_and_errors += written(reader.row());
         break;
       case TraceReader::Answer::kBroken:
-        read.story += message_of(reader.error()) + "\n";
+        read.rows_and_errors += message_of(reader.error()) + "\n";
         break;
       case TraceReader::Answer::kNeedsMore:
       case TraceReader::Answer::kEnd:
@@ -46,7 +46,7 @@ void take_all(TraceReader& reader, Read& read) {
   }
 }
 
-/** Each piece lies in memory of exactly its size and is gone when it was used up. */
+/** Each piece is in memory of exactly its size, which is freed after reading. */
 Read read_in_pieces(std::string_view text, std::size_t size) {
   Read read;
   TraceReader reader;
@@ -72,14 +72,14 @@ std::string headings() {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  // A longer row is cut when it is written.
+  // Longer rows are cut when they are written.
   if (size == 0 || size > qk::Line::kCapacity) return 0;
   const std::string_view text(reinterpret_cast<const char*>(data) + 1, size - 1);
   const Read read = read_in_pieces(text, text.size());
-  fuzz::require(read_in_pieces(text, data[0] % 64 + 1U) == read, "pieces are read otherwise");
-  fuzz::require(read_in_pieces(text, 1) == read, "single bytes are read otherwise");
+  fuzz::require(read_in_pieces(text, data[0] % 64 + 1U) == read, "pieces are read differently");
+  fuzz::require(read_in_pieces(text, 1) == read, "single bytes are read differently");
   const std::string again = headings() + read.rows;
   fuzz::require(read_in_pieces(again, again.size()) == Read{read.rows, read.rows},
-                "rows that were written are read otherwise");
+                "written rows are read differently");
   return 0;
 }

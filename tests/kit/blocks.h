@@ -7,18 +7,18 @@
 
 #include "tests/kit/standalone_handle.h"
 
-/** The blocks of block-managed handles, seen from inside. */
+/** The internal state of blocks. */
 namespace kit {
 
-/** The blocks in the order of the list, each as "capacity:low-high": "64:0-12 128:40-128". */
+/** The blocks in list order, each as "capacity:low-high": "64:0-12 128:40-128". */
 [[nodiscard]] std::string blocks_of(const qk_mem_handle& handle);
 [[nodiscard]] std::string blocks_of(int hid);
 
-/** Where a piece lies: "block 2 at 16", the first block of the list being 1; or "no block". */
+/** The block and offset of a piece: "block 2 at 16", or "no block". Blocks count from 1. */
 [[nodiscard]] std::string position_of(const qk_mem_handle& handle, const void* piece);
 [[nodiscard]] std::string position_of(int hid, const void* piece);
 
-/** A block to be made. */
+/** A block to create. */
 struct Marks {
   std::uint64_t capacity;
   std::uint64_t low = 0;
@@ -26,8 +26,8 @@ struct Marks {
 };
 
 /**
- * A block-managed handle that the library doesn't know, with blocks linked by hand. Starts the
- * library up, which settles the size of the header.
+ * A block-managed handle that the library doesn't know, with blocks that the test links itself.
+ * Starts the library up, which sets Qk_mem_blocksize.
  */
 class StandaloneBlocks : public StandaloneHandle {
  public:

@@ -38,7 +38,7 @@ void fill(char* memory, std::uint64_t bytes) {
 
 qk_mem_handle* record_of(int hid) { return qk::mem::handle_slots().at(hid - 1); }
 
-/** How the sums come to know of a record and lose it. */
+/** The events that add a record to the sums and subtract it. */
 struct EventsOfRecord {
   Event recorded;
   Event removed;
@@ -103,34 +103,34 @@ bool CallModel::step() {
       {"destroy", &CallModel::destroy, 2},
       {"clear", &CallModel::clear, 1},
       {"allocate", &CallModel::allocate, 25},
-      {"allocate in vain", &CallModel::allocate_in_vain, 1},
+      {"allocate too much", &CallModel::allocate_too_much, 1},
       {"resize", &CallModel::resize, 10},
       {"release", &CallModel::release, 18},
-      {"release on another handle", &CallModel::release_on_another, 3},
-      {"resize on another handle", &CallModel::resize_on_another, 2},
-      {"enter", &CallModel::enter, 6},
-      {"enter twice", &CallModel::enter_twice, 3},
-      {"enter on another handle", &CallModel::enter_on_another, 2},
-      {"take out", &CallModel::take_out, 6},
-      {"make an object", &CallModel::make_object, 5},
-      {"unmake an object", &CallModel::unmake_object, 4},
+      {"release on the wrong handle", &CallModel::release_on_wrong_handle, 3},
+      {"resize on the wrong handle", &CallModel::resize_on_wrong_handle, 2},
+      {"register", &CallModel::register_external, 6},
+      {"register twice", &CallModel::register_twice, 3},
+      {"register on another handle", &CallModel::register_on_other_handle, 2},
+      {"deregister", &CallModel::deregister, 6},
+      {"create an object", &CallModel::create_object, 5},
+      {"destroy an object", &CallModel::destroy_object, 4},
       {"push", &CallModel::push, 8},
-      {"drop an array", &CallModel::drop_array, 1},
-      {"use a bad number", &CallModel::use_bad_number, 2},
+      {"free an array", &CallModel::free_array, 1},
+      {"use an invalid handle", &CallModel::use_invalid_handle, 2},
       {"report", &CallModel::report, 1},
   };
   constexpr unsigned kAll = 103;
-  unsigned place = pick(kAll);
+  unsigned number = pick(kAll);
   const Row* row = kRows;
-  for (; place >= row->weight; ++row) place -= row->weight;
-  doing_ = row->name;
+  for (; number >= row->weight; ++row) number -= row->weight;
+  call_ = row->name;
   (this->*row->call)();
   expect_same_sums();
-  return complaint_.empty();
+  return error_.empty();
 }
 
 bool CallModel::finish() {
-  doing_ = "finish";
+  call_ = "finish";
   Handle& data = *handles_[0];
   while (!data.records.empty()) {
     const auto entry = data.records.begin();
@@ -139,9 +139,9 @@ bool CallModel::finish() {
       qk::destroy(data.hid, reinterpret_cast<Thing*>(memory));
       data.charge(Event::kRemoveTracker, kTracker);
       --data.trackers;
-      forget(data, entry);
+      remove_record(data, entry);
     } else {
-      take_out_all(data, memory);
+      deregister_all(data, memory);
       std::free(memory);
     }
   }
@@ -153,7 +153,7 @@ bool CallModel::finish() {
   expect_same_sums();
   for (const char* tag : kTags) expect(qk_mem_tag_size(tag) == 0, "a tag holds bytes");
   expect(Thing::alive == 0, "objects are left");
-  return complaint_.empty();
+  return error_.empty();
 }
 
 // ---- Handles
@@ -178,10 +178,10 @@ void CallModel::create() {
   const unsigned tag = pick(std::size(kNames));
   if (kind == std::size(kKinds)) {
     expect(qk_mem_inew_handle("BLOCKMGMT NONSENSE", kNames[tag], kFile, 1) == 0, "bad options");
-    return expect_code(11102, "bad options leave another code");
+    return expect_code(11102, "bad options leave a wrong error code");
   }
   std::string options = kKinds[kind].options;
-  // A list separated by commas would take them into the value.
+  // A comma after a value would become part of the value.
   for (char& c : options) c = c == ',' ? ' ' : c;
   const int hid = qk_mem_inew_handle(options.c_str(), kNames[tag], kFile, 1);
   expect(hid > 2, "a handle is refused");
@@ -194,7 +194,7 @@ void CallModel::destroy() {
   const std::size_t index = pick(static_cast<unsigned>(handles_.size()));
   if (index == 0) {
     expect(qk_mem_idel_handle(QK_MEM_DATA_HANDLE, kFile, 1) == 5566, "the data handle is deleted");
-    return expect_code(5566, "another code");
+    return expect_code(5566, "a wrong error code");
   }
   delete_handle(index);
 }
@@ -228,7 +228,7 @@ void CallModel::delete_handle(std::size_t index) {
 }
 
 void CallModel::clear() {
-  Handle& handle = any();
+  Handle& handle = any_handle();
   const int result = qk_mem_iclear_handle(handle.hid, kFile, 1);
   for (const auto& [memory, entry] : handle.records) {
     handle.charge(events_of(entry.kind).cleared, entry.bytes);
@@ -240,7 +240,7 @@ void CallModel::clear() {
   }
   if (!handle.is_blockmgmt()) {
     expect(result == 5566, "an ordinary handle is cleared");
-    return expect_code(5566, "another code");
+    return expect_code(5566, "a wrong error code");
   }
   expect(result == 0, "clear fails");
   handle.records.clear();
@@ -252,7 +252,7 @@ void CallModel::clear() {
 
 // ---- Memory
 
-char* CallModel::obtain(Handle& handle, std::uint64_t size) {
+char* CallModel::allocate_memory(Handle& handle, std::uint64_t size) {
   const int hid = handle.hid;
   switch (pick(5)) {
     case 0:
@@ -272,14 +272,14 @@ char* CallModel::obtain(Handle& handle, std::uint64_t size) {
 }
 
 void CallModel::allocate() {
-  Handle& handle = any();
+  Handle& handle = any_handle();
   if (handle.records.size() >= kMostRecords) return release();
   if (handle.unrecorded.size() >= kMostRecords) return clear();
   const std::uint64_t size = pick_size(handle);
-  hold(handle, obtain(handle, size), size);
+  add_memory(handle, allocate_memory(handle, size), size);
 }
 
-void CallModel::hold(Handle& handle, char* memory, std::uint64_t size) {
+void CallModel::add_memory(Handle& handle, char* memory, std::uint64_t size) {
   expect(memory != nullptr, "memory is refused");
   if (memory == nullptr) return;
   fill(memory, size);
@@ -288,11 +288,11 @@ void CallModel::hold(Handle& handle, char* memory, std::uint64_t size) {
     handle.unrecorded[memory] = size;
     return expect(!is_recorded(handle.hid, memory), "a piece is recorded");
   }
-  record(handle, memory, size, Kind::kAllocated);
+  add_record(handle, memory, size, Kind::kAllocated);
 }
 
-void CallModel::allocate_in_vain() {
-  Handle& handle = any();
+void CallModel::allocate_too_much() {
+  Handle& handle = any_handle();
   static constexpr std::size_t kHuge[] = {SIZE_MAX, SIZE_MAX / 2 + 1, SIZE_MAX - 15};
   const std::size_t size = kHuge[pick(std::size(kHuge))];
   char* memory = nullptr;
@@ -310,22 +310,23 @@ void CallModel::allocate_in_vain() {
     default: {
       if (handle.array != nullptr) return;
       void* array = nullptr;
-      expect(qk_mem_imarralloc(handle.hid, &array, size, 3, kFile, 1) == -2, "a huge array");
+      expect(qk_mem_imarralloc(handle.hid, &array, size, 3, kFile, 1) == -2,
+             "a huge array is created");
       expect(array == nullptr, "a huge array has an address");
     }
   }
-  expect(memory == nullptr, "more than there is is given");
-  expect_code(kOutOfMemory, "what couldn't be had leaves another code");
+  expect(memory == nullptr, "too much memory is allocated");
+  expect_code(kOutOfMemory, "a failed allocation leaves a wrong error code");
 }
 
 void CallModel::resize() {
-  Handle& handle = any();
+  Handle& handle = any_handle();
   const std::uint64_t size = pick_size(handle);
   if (!handle.records_allocations()) {
     if (handle.unrecorded.empty()) return;
     char* piece = handle.unrecorded.begin()->first;
     return expect(qk_mem_irealloc(handle.hid, piece, size, 8, kFile, 1) == nullptr,
-                  "a piece that nobody knows is resized");
+                  "a piece without a record is resized");
   }
   const auto entry =
       handle.is_blockmgmt() ? pick_record(handle, Kind::kAllocated) : pick_memory(handle);
@@ -334,18 +335,18 @@ void CallModel::resize() {
   const std::uint64_t kept = handle.is_blockmgmt() ? 0 : std::min(size, entry->second.bytes);
   char const first = entry->second.bytes > 0 ? *before : '\0';
   const bool stays = handle.is_blockmgmt() && size <= entry->second.bytes;
-  forget(handle, entry);
+  remove_record(handle, entry);
   auto* memory = static_cast<char*>(qk_mem_irealloc(handle.hid, before, size, 8, kFile, 2));
-  if (size == 0) return expect(memory == nullptr, "a resize to nothing gives memory");
+  if (size == 0) return expect(memory == nullptr, "a resize to zero bytes returns memory");
   expect(!stays || memory == before, "a piece that fits has moved");
   if (memory != nullptr && kept > 0) {
-    expect(*memory == first && memory[kept - 1] == first, "a resize lost what memory held");
+    expect(*memory == first && memory[kept - 1] == first, "a resize lost contents");
   }
-  hold(handle, memory, size);
+  add_memory(handle, memory, size);
 }
 
 void CallModel::release() {
-  Handle& handle = any();
+  Handle& handle = any_handle();
   if (!handle.records_allocations() && !handle.unrecorded.empty() && pick(2) == 0) {
     const auto& [piece, size] = *handle.unrecorded.begin();
     handle.charge(Event::kFree, size);
@@ -355,85 +356,85 @@ void CallModel::release() {
   const auto entry = pick_memory(handle);
   if (entry == handle.records.end()) return qk_mem_ifree(handle.hid, nullptr, kFile, 2);
   char* const memory = entry->first;
-  // Of several records of one address the library takes any; those that are left name no memory.
+  // free would remove any one of several records of an address, and leave the others dangling.
   const auto [first, last] = handle.records.equal_range(memory);
   if (std::next(first) != last) {
-    take_out_all(handle, memory);
+    deregister_all(handle, memory);
     return std::free(memory);
   }
-  forget(handle, entry);
+  remove_record(handle, entry);
   qk_mem_ifree(handle.hid, memory, kFile, 3);
-  expect(!is_recorded(handle.hid, memory), "what was freed is recorded");
+  expect(!is_recorded(handle.hid, memory), "freed memory is recorded");
 }
 
-/** Ordinary handles free what they don't know, and the record of the right one stays. */
-void CallModel::release_on_another() {
-  Handle& handle = any();
-  Handle* other = another(handle);
+/** An ordinary handle frees unknown memory; the record on the right handle stays. */
+void CallModel::release_on_wrong_handle() {
+  Handle& handle = any_handle();
+  Handle* other = other_handle(handle);
   const auto entry = pick_memory(handle);
   if (other == nullptr || entry == handle.records.end()) return;
   char* const memory = entry->first;
   const bool piece = handle.is_blockmgmt() && entry->second.kind == Kind::kAllocated;
   if (piece && !other->is_blockmgmt()) return;
   qk_mem_ifree(other->hid, memory, kFile, 1);
-  expect(is_recorded(handle.hid, memory), "another handle's free takes the record");
+  expect(is_recorded(handle.hid, memory), "a free on another handle removes the record");
   if (other->is_blockmgmt()) return;
-  take_out_all(handle, memory);
+  deregister_all(handle, memory);
 }
 
-/** What an ordinary handle doesn't know it resizes, without a record. */
-void CallModel::resize_on_another() {
-  Handle& handle = any();
-  Handle* other = another(handle);
+/** An ordinary handle resizes unknown memory without recording it. */
+void CallModel::resize_on_wrong_handle() {
+  Handle& handle = any_handle();
+  Handle* other = other_handle(handle);
   const auto entry = pick_memory(handle);
   if (other == nullptr || entry == handle.records.end()) return;
   if (handle.is_blockmgmt() && entry->second.kind == Kind::kAllocated) return;
   char* const memory = entry->first;
   void* resized = qk_mem_irealloc(other->hid, memory, 50, 16, kFile, 1);
   if (other->is_blockmgmt())
-    return expect(resized == nullptr, "a block-managed handle resizes the unknown");
-  expect(resized != nullptr && !is_recorded(other->hid, resized), "the unknown is recorded");
-  take_out_all(handle, memory);
+    return expect(resized == nullptr, "a block-managed handle resizes unknown memory");
+  expect(resized != nullptr && !is_recorded(other->hid, resized), "unknown memory is recorded");
+  deregister_all(handle, memory);
   std::free(resized);
 }
 
-// ---- What was made elsewhere
+// ---- External memory and objects
 
-void CallModel::enter() {
-  Handle& handle = any();
-  if (handle.records.size() >= kMostRecords) return take_out();
+void CallModel::register_external() {
+  Handle& handle = any_handle();
+  if (handle.records.size() >= kMostRecords) return deregister();
   const std::uint64_t size = pick(100);
   auto* memory = static_cast<char*>(std::malloc(size + 1));
   fill(memory, size);
   qk_mem_iregister(handle.hid, QK_MEM_EXTERNAL, memory, nullptr, size, kFile, 1);
-  record(handle, memory, size, Kind::kExternal);
+  add_record(handle, memory, size, Kind::kExternal);
 }
 
-void CallModel::enter_twice() {
-  Handle& handle = any();
+void CallModel::register_twice() {
+  Handle& handle = any_handle();
   const auto entry = pick_record(handle, Kind::kExternal);
   if (entry == handle.records.end()) return;
   qk_mem_iregister(handle.hid, QK_MEM_EXTERNAL, entry->first, nullptr, entry->second.bytes, kFile,
                    2);
-  record(handle, entry->first, entry->second.bytes, Kind::kExternal);
+  add_record(handle, entry->first, entry->second.bytes, Kind::kExternal);
 }
 
-void CallModel::enter_on_another() {
-  Handle& handle = any();
-  Handle* other = another(handle);
+void CallModel::register_on_other_handle() {
+  Handle& handle = any_handle();
+  Handle* other = other_handle(handle);
   const auto entry = pick_record(handle, Kind::kExternal);
   if (other == nullptr || entry == handle.records.end()) return;
   char* const memory = entry->first;
   qk_mem_iregister(other->hid, QK_MEM_EXTERNAL, memory, nullptr, 10, kFile, 3);
-  record(*other, memory, 10, Kind::kExternal);
+  add_record(*other, memory, 10, Kind::kExternal);
   expect_same_sums(*other);
   qk_mem_ideregister(other->hid, QK_MEM_EXTERNAL, memory, kFile, 4);
-  forget(*other, other->records.find(memory));
-  expect(is_recorded(handle.hid, memory), "another handle's record took this one's along");
+  remove_record(*other, other->records.find(memory));
+  expect(is_recorded(handle.hid, memory), "a deregistration on another handle removes the record");
 }
 
-void CallModel::take_out() {
-  Handle& handle = any();
+void CallModel::deregister() {
+  Handle& handle = any_handle();
   const auto entry = pick_memory(handle);
   if (entry == handle.records.end()) {
     int nothing = 0;
@@ -442,29 +443,29 @@ void CallModel::take_out() {
   if (handle.is_blockmgmt() && entry->second.kind == Kind::kAllocated) return;
   char* const memory = entry->first;
   expect_filled(memory, entry->second.bytes);
-  take_out_all(handle, memory);
+  deregister_all(handle, memory);
   std::free(memory);
 }
 
-void CallModel::make_object() {
-  Handle& handle = any();
-  if (handle.records.size() >= kMostRecords) return unmake_object();
+void CallModel::create_object() {
+  Handle& handle = any_handle();
+  if (handle.records.size() >= kMostRecords) return destroy_object();
   Thing* const thing = qk::make<Thing>(handle.hid);
-  record(handle, reinterpret_cast<char*>(thing), sizeof(Thing), Kind::kObject);
+  add_record(handle, reinterpret_cast<char*>(thing), sizeof(Thing), Kind::kObject);
   handle.charge(Event::kRecordTracker, kTracker);
   ++handle.trackers;
 }
 
-void CallModel::unmake_object() {
-  Handle& handle = any();
+void CallModel::destroy_object() {
+  Handle& handle = any_handle();
   const auto entry = pick_record(handle, Kind::kObject);
   if (entry == handle.records.end()) return;
   auto* const thing = reinterpret_cast<Thing*>(entry->first);
-  forget(handle, entry);
-  expect(thing->value == 42, "an object is not what it was");
+  remove_record(handle, entry);
+  expect(thing->value == 42, "an object has changed");
   if (pick(3) != 0) {
     qk::destroy(handle.hid, thing);
-  } else {  // as an array, which is misuse
+  } else {  // deregistered as an array, which is misuse
     qk::detail::deregister(handle.hid, QK_MEM_ARRAY, qk::detail::name_of_object(thing));
     delete thing;
   }
@@ -475,23 +476,24 @@ void CallModel::unmake_object() {
 // ---- Managed arrays
 
 void CallModel::push() {
-  Handle& handle = any();
+  Handle& handle = any_handle();
   const std::uint64_t factor = 1 + pick(20);
   const bool full = handle.array != nullptr && handle.count == handle.capacity;
   void* array = handle.array;
   const std::int64_t index = qk_mem_imarralloc(handle.hid, &array, kElement, factor, kFile, 1);
   if (full) handle.charge(Event::kGrowArray, factor * kElement);
   if (full && !handle.records_allocations()) {
-    expect(index == -2 && array == handle.array, "an array grows in pieces that can't be resized");
+    expect(index == -2 && array == handle.array,
+           "an array grows though its piece can't be resized");
     return;
   }
-  expect(index == static_cast<std::int64_t>(handle.count), "another element");
+  expect(index == static_cast<std::int64_t>(handle.count), "a wrong index");
   if (index < 0) return;
   if (handle.array == nullptr) handle.charge(Event::kCreateArray, kHeader + factor * kElement);
   if (handle.array == nullptr || full) handle.capacity += factor;
   handle.array = static_cast<char*>(array);
   for (std::uint64_t i = 0; i < handle.count; ++i) {
-    expect(handle.array[kElement * i] == 'e', "an element is not what it was");
+    expect(handle.array[kElement * i] == 'e', "an element has changed");
   }
   char* const element = handle.array + kElement * handle.count;
   for (std::uint64_t i = 0; i < kElement; ++i) expect(element[i] == 0, "a new element isn't zero");
@@ -499,11 +501,11 @@ void CallModel::push() {
   ++handle.count;
 }
 
-void CallModel::drop_array() {
-  Handle& handle = any();
+void CallModel::free_array() {
+  Handle& handle = any_handle();
   void* array = handle.array;
   qk_mem_iarrfree(handle.hid, &array, kFile, 2);
-  expect(array == nullptr, "an array outlives its end");
+  expect(array == nullptr, "a freed array has an address");
   if (handle.array != nullptr) {
     handle.charge(Event::kFreeArray, handle.array_bytes());
   }
@@ -513,37 +515,39 @@ void CallModel::drop_array() {
 
 // ---- Misuse and reports
 
-void CallModel::use_bad_number() {
+void CallModel::use_invalid_handle() {
   static constexpr int kNumbers[] = {0, -1, INT_MIN, INT_MAX, 513, 300, 100000};
   const int hid = kNumbers[pick(std::size(kNumbers))];
-  Handle& handle = any();
+  Handle& handle = any_handle();
   Qk_mem_error = 0;
-  expect(qk_mem_imalloc(hid, 8, 16, kFile, 1) == nullptr, "memory on no handle");
-  expect(qk_mem_istrdup(hid, "x", kFile, 1) == nullptr, "a copy on no handle");
-  expect(qk_mem_isize(hid, kFile, 1) == static_cast<std::size_t>(-1), "a size of no handle");
-  expect(qk_mem_idel_handle(hid, kFile, 1) == 5566, "no handle is deleted");
-  expect(qk_mem_iclear_handle(hid, kFile, 1) == 5566, "no handle is cleared");
+  expect(qk_mem_imalloc(hid, 8, 16, kFile, 1) == nullptr, "memory on an invalid handle");
+  expect(qk_mem_istrdup(hid, "x", kFile, 1) == nullptr, "a copy on an invalid handle");
+  expect(qk_mem_isize(hid, kFile, 1) == static_cast<std::size_t>(-1),
+         "a size of an invalid handle");
+  expect(qk_mem_idel_handle(hid, kFile, 1) == 5566, "an invalid handle is deleted");
+  expect(qk_mem_iclear_handle(hid, kFile, 1) == 5566, "an invalid handle is cleared");
   if (const auto entry = pick_memory(handle); entry != handle.records.end()) {
     char* const memory = entry->first;
     qk_mem_ifree(hid, memory, kFile, 1);
-    expect(qk_mem_irealloc(hid, memory, 50, 16, kFile, 1) == nullptr, "resized on no handle");
+    expect(qk_mem_irealloc(hid, memory, 50, 16, kFile, 1) == nullptr,
+           "a resize on an invalid handle");
     qk_mem_iregister(hid, QK_MEM_EXTERNAL, memory, nullptr, 5, kFile, 1);
     qk_mem_ideregister(hid, QK_MEM_EXTERNAL, memory, kFile, 1);
     expect_filled(memory, entry->second.bytes);
   }
-  expect_code(5566, "another code");
+  expect_code(5566, "a wrong error code");
 }
 
 void CallModel::report() {
   static FILE* const nowhere = std::fopen("/dev/null", "w");
-  const Handle& handle = any();
+  const Handle& handle = any_handle();
   char filter[32];
   std::snprintf(filter, sizeof filter, "HANDLE=%d", handle.hid);
   qk_mem_dump(nowhere, pick(2) == 0 ? "" : filter, pick(0x200));
-  if (pick(2) == 0) expect(qk_mem_baseline(filter) == 0, "no baseline");
+  if (pick(2) == 0) expect(qk_mem_baseline(filter) == 0, "the baseline fails");
   long answer = -1;
-  expect(qk_mem_info("CURRENT_ALLOC", filter, &answer) == 0, "no answer");
-  expect(static_cast<std::size_t>(answer) == qk_mem_isize(handle.hid, kFile, 1), "another answer");
+  expect(qk_mem_info("CURRENT_ALLOC", filter, &answer) == 0, "the query fails");
+  expect(static_cast<std::size_t>(answer) == qk_mem_isize(handle.hid, kFile, 1), "a wrong answer");
 }
 
 // ---- The sums
@@ -554,16 +558,16 @@ Sums CallModel::sums_of(const Handle& handle) {
   return sums;
 }
 
-CallModel::Handle& CallModel::any() {
+CallModel::Handle& CallModel::any_handle() {
   return *handles_[pick(static_cast<unsigned>(handles_.size()))];
 }
 
-CallModel::Handle* CallModel::another(const Handle& handle) {
-  Handle& other = any();
+CallModel::Handle* CallModel::other_handle(const Handle& handle) {
+  Handle& other = any_handle();
   return &other == &handle ? nullptr : &other;
 }
 
-/** Pieces have at least a byte: several without any can share an address. */
+/** Pieces have at least one byte, since empty ones can share an address. */
 std::uint64_t CallModel::pick_size(const Handle& handle) {
   const std::uint64_t size = pick(20) == 0 ? pick(5000) : pick(120);
   return handle.is_blockmgmt() && size == 0 ? 1 : size;
@@ -583,51 +587,51 @@ CallModel::Records::iterator CallModel::pick_memory(Handle& handle) {
   return pick_record(handle, pick(2) == 0 ? Kind::kAllocated : Kind::kExternal);
 }
 
-void CallModel::record(Handle& handle, char* memory, std::uint64_t bytes, Kind kind) {
+void CallModel::add_record(Handle& handle, char* memory, std::uint64_t bytes, Kind kind) {
   handle.records.insert({memory, {bytes, kind}});
   handle.charge(events_of(kind).recorded, bytes);
-  expect(is_recorded(handle.hid, memory), "what was given isn't recorded");
+  expect(is_recorded(handle.hid, memory), "memory isn't recorded");
 }
 
-void CallModel::forget(Handle& handle, Records::iterator entry) {
+void CallModel::remove_record(Handle& handle, Records::iterator entry) {
   handle.charge(events_of(entry->second.kind).removed, entry->second.bytes);
   handle.records.erase(entry);
 }
 
-/** Takes all records of an address out; the memory stays. */
-void CallModel::take_out_all(Handle& handle, char* memory) {
+/** Removes all records of an address; the memory stays. */
+void CallModel::deregister_all(Handle& handle, char* memory) {
   for (auto entry = handle.records.find(memory); entry != handle.records.end();
        entry = handle.records.find(memory)) {
     qk_mem_ideregister(handle.hid, QK_MEM_EXTERNAL, memory, kFile, 7);
-    forget(handle, entry);
+    remove_record(handle, entry);
   }
-  expect(!is_recorded(handle.hid, memory), "what was taken out is recorded");
+  expect(!is_recorded(handle.hid, memory), "deregistered memory is recorded");
 }
 
 void CallModel::expect_filled(const char* memory, std::uint64_t bytes) {
   const char mark = static_cast<char>(bytes % 251);
   for (std::uint64_t i = 0; i < bytes; ++i) {
-    if (memory[i] != mark) return expect(false, "memory is not what it was");
+    if (memory[i] != mark) return expect(false, "memory has changed");
   }
 }
 
 void CallModel::expect_code(int code, const char* what) { expect(qk_mem_error() == code, what); }
 
 void CallModel::expect(bool holds, const char* what) {
-  if (holds || !complaint_.empty()) return;
-  complaint_ = "step " + std::to_string(steps_) + ", " + doing_ + ": " + what;
+  if (holds || !error_.empty()) return;
+  error_ = "step " + std::to_string(steps_) + ", " + call_ + ": " + what;
 }
 
 void CallModel::expect_same_sums(const Handle& handle) {
   const qk_mem_handle* real = record_of(handle.hid);
-  expect(real != nullptr, "a handle is gone");
+  expect(real != nullptr, "a handle is missing");
   if (real == nullptr) return;
   const Sums sums = sums_of(handle);
-  expect(real->amount == sums.amount, "another amount");
-  expect(real->qty == sums.qty, "another quantity");
-  expect(real->overhead_amount == sums.overhead_amount, "another amount of overhead");
-  expect(real->overhead_qty == sums.overhead_qty, "another quantity of overhead");
-  expect(qk_mem_isize(handle.hid, kFile, 1) == real->amount, "another size");
+  expect(real->amount == sums.amount, "a wrong amount");
+  expect(real->qty == sums.qty, "a wrong quantity");
+  expect(real->overhead_amount == sums.overhead_amount, "a wrong amount of overhead");
+  expect(real->overhead_qty == sums.overhead_qty, "a wrong quantity of overhead");
+  expect(qk_mem_isize(handle.hid, kFile, 1) == real->amount, "a wrong size");
 }
 
 void CallModel::expect_same_tag(const char* name) {
@@ -636,9 +640,9 @@ void CallModel::expect_same_tag(const char* name) {
     if (handle->tag == name) sums += sums_of(*handle);
   }
   const Sums real = real_sums_of_tag(name);
-  expect(real.amount == sums.amount, "another sum under a tag");
-  expect(real.qty == sums.qty, "another quantity under a tag");
-  expect(qk_mem_tag_size(name) == static_cast<std::int64_t>(sums.amount), "another size of a tag");
+  expect(real.amount == sums.amount, "a wrong amount of a tag");
+  expect(real.qty == sums.qty, "a wrong quantity of a tag");
+  expect(qk_mem_tag_size(name) == static_cast<std::int64_t>(sums.amount), "a wrong size of a tag");
 }
 
 void CallModel::expect_same_sums() {
@@ -646,7 +650,7 @@ void CallModel::expect_same_sums() {
   for (const auto& handle : handles_) expect_same_sums(*handle);
   for (const char* tag : kTags) expect_same_tag(tag);
   const auto live = static_cast<std::int32_t>(handles_.size()) + 1;
-  expect(Qk_mem_num_handles == live, "another number of handles");
+  expect(Qk_mem_num_handles == live, "a wrong number of handles");
 }
 
 }  // namespace kit

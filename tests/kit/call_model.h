@@ -10,10 +10,10 @@
 
 #include "tests/kit/charges.h"
 
-/** Calls of the library in any order, beside the plainest books of what they must come to. */
+/** A simple model of the accounting, compared with the library over arbitrary calls. */
 namespace kit {
 
-/** Where the next call comes from: a random sequence, or the bytes of an input. */
+/** Chooses the next call: a random sequence, or the bytes of an input. */
 class Choices {
  public:
   virtual ~Choices() = default;
@@ -23,9 +23,9 @@ class Choices {
 };
 
 /**
- * Makes calls on handles of every kind, right ones and misuse whose outcome is documented, and
- * compares the library's sums with its own after each. Works where the library was started with
- * tracing on, so that the data handle keeps records too.
+ * Makes calls on handles of every kind, correct ones and misuse whose outcome is documented, and
+ * compares the library's sums with its own after each call. Tracing must be on when the library
+ * starts, so that the data handle keeps records too.
  */
 class CallModel {
  public:
@@ -34,14 +34,14 @@ class CallModel {
   CallModel(const CallModel&) = delete;
   CallModel& operator=(const CallModel&) = delete;
 
-  /** Makes one call, or a few; false when something was not as it should be. */
+  /** Makes one call, or a few. Returns false if something is wrong. */
   bool step();
 
-  /** Gives everything back; false when something is left. */
+  /** Releases everything. Returns false if something is left. */
   bool finish();
 
-  /** What was wrong first. */
-  [[nodiscard]] const std::string& complaint() const { return complaint_; }
+  /** The first thing that was wrong. */
+  [[nodiscard]] const std::string& error() const { return error_; }
 
  private:
   enum class Kind { kAllocated, kExternal, kObject };
@@ -78,34 +78,34 @@ class CallModel {
   void delete_handle(std::size_t index);
   void clear();
   void allocate();
-  void allocate_in_vain();
+  void allocate_too_much();
   void resize();
   void release();
-  void release_on_another();
-  void resize_on_another();
-  void enter();
-  void enter_twice();
-  void enter_on_another();
-  void take_out();
-  void make_object();
-  void unmake_object();
+  void release_on_wrong_handle();
+  void resize_on_wrong_handle();
+  void register_external();
+  void register_twice();
+  void register_on_other_handle();
+  void deregister();
+  void create_object();
+  void destroy_object();
   void push();
-  void drop_array();
-  void use_bad_number();
+  void free_array();
+  void use_invalid_handle();
   void report();
 
   unsigned pick(unsigned end) { return choices_.pick(end); }
-  Handle& any();
-  Handle* another(const Handle& handle);
+  Handle& any_handle();
+  Handle* other_handle(const Handle& handle);
   std::uint64_t pick_size(const Handle& handle);
   Records::iterator pick_record(Handle& handle, Kind kind);
   Records::iterator pick_memory(Handle& handle);
 
-  char* obtain(Handle& handle, std::uint64_t size);
-  void hold(Handle& handle, char* memory, std::uint64_t size);
-  void record(Handle& handle, char* memory, std::uint64_t bytes, Kind kind);
-  void forget(Handle& handle, Records::iterator entry);
-  void take_out_all(Handle& handle, char* memory);
+  char* allocate_memory(Handle& handle, std::uint64_t size);
+  void add_memory(Handle& handle, char* memory, std::uint64_t size);
+  void add_record(Handle& handle, char* memory, std::uint64_t bytes, Kind kind);
+  void remove_record(Handle& handle, Records::iterator entry);
+  void deregister_all(Handle& handle, char* memory);
   void expect_filled(const char* memory, std::uint64_t bytes);
   void expect_code(int code, const char* what);
   void expect(bool holds, const char* what);
@@ -115,9 +115,9 @@ class CallModel {
 
   Choices& choices_;
   std::vector<std::unique_ptr<Handle>> handles_;
-  std::map<std::string, Sums> leftovers_;  // what deleted handles have left in their tags
-  std::string complaint_;
-  std::string doing_;
+  std::map<std::string, Sums> leftovers_;  // of deleted handles in the sums of their tags
+  std::string error_;
+  std::string call_;
   unsigned steps_ = 0;
 };
 

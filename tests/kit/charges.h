@@ -42,17 +42,16 @@ struct Sums {
     overhead_qty -= other.overhead_qty;
     return *this;
   }
-  bool operator==(const Sums&) const = default;
 };
 
-/** Whatever changes a sum. realloc of a pointer is kFree and then kAllocate. */
+/** All that changes a sum. A realloc is kFree and then kAllocate. */
 enum class Event {
   kAllocate,     // malloc, calloc, strdup, realloc of null
   kFree,         // free, or deregistration on an ordinary handle
-  kCreateArray,  // a managed array; its bytes are a header and the elements there is room for
-  kGrowArray,    // by some bytes
+  kCreateArray,  // a managed array; the bytes of its header and of its capacity
+  kGrowArray,    // the bytes that are added
   kFreeArray,
-  kLinkBlock,  // a block comes with the handle, or with the first piece that needs it
+  kLinkBlock,  // when the handle is created, or for a piece that fits into no other block
   kRecordBlock,
   kRegisterExternal,
   kRemoveExternal,  // deregistration, free, or realloc on an ordinary handle
@@ -66,15 +65,15 @@ enum class Event {
   kClearObject,
   kClearTracker,
 
-  kRecordHandle,  // the handle's own memory, and again its mutex
+  kRecordHandle,  // the record of the handle itself; once more for its mutex
   kRecordPointerArray,
 
   kDeleteAllocated,
   kDeleteRegistered,  // external memory, objects
   kDeleteTracker,
   kDeleteBlock,
-  kDeleteOwnMemory,  // the handle's own memory, and again its mutex
-  kDeleteHandle,     // the bytes are all that the handle's amount comes to
+  kDeleteOwnMemory,  // of kRecordHandle
+  kDeleteHandle,     // the bytes are the handle's amount
 };
 
 /** By how much an event changes the sums; amounts are for each byte. */
@@ -97,8 +96,7 @@ struct ChargeRow {
  * The table. `amount` and `qty` are those of the handle and of its tag, except in rows of a
  * deletion: these change the tag only, since the handle's own sums go with it.
  *
- * A piece has no bytes of its own: the handle is charged for whole blocks, and never gets them back
- * until it is deleted.
+ * A piece has no bytes of its own: a block is charged as a whole, until its handle is deleted.
  *
  * Three oddities:
  *   - The record of a tracker is overhead, but its removal lowers `qty`. `overhead_qty` stays.
@@ -146,7 +144,7 @@ inline constexpr ChargeRow kCharges[] = {
   return kind == HandleKind::kBlocks ? row.blocks : row.pieces;
 }
 
-/** Changes `sums` as an event of so many bytes changes those of a handle. */
+/** Changes the sums of a handle, or of its tag, by an event. */
 constexpr void charge(Sums& sums, Event event, HandleKind kind, std::uint64_t bytes) {
   const Charge& by = charge_of(event, kind);
   sums.amount += static_cast<std::uint64_t>(by.amount) * bytes;

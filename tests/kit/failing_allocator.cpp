@@ -8,7 +8,7 @@
 #include "tests/kit/live_memory.h"
 #include "tests/kit/placement.h"
 
-// Where the calls of these names go when nothing stands before them.
+// The functions themselves; the linker redirects calls by their plain names to __wrap_ functions.
 extern "C" {
 void __real_free(void* memory);
 void* __real__Znam(std::size_t size);
@@ -24,15 +24,15 @@ namespace {
 constexpr int kNever = 0;
 
 std::atomic<int> requests_left = kNever;
-std::atomic<bool> failing_goes_on = false;
+std::atomic<bool> keeps_failing = false;
 std::atomic<bool> failed = false;
 
-/** Counts down to the request that fails, where the count stays if those behind it fail as well. */
+/** Counts down to the request that fails. If later ones fail too, the count stays there. */
 bool fails_now() {
   int left = requests_left.load();
   do {
     if (left == kNever) return false;
-    if (left == 1 && failing_goes_on) break;
+    if (left == 1 && keeps_failing) break;
   } while (!requests_left.compare_exchange_weak(left, left - 1));
   if (left != 1) return false;
   failed = true;
@@ -47,14 +47,14 @@ T* noted(T* memory) {
 }
 
 template <class T>
-T* thrown_or_noted(T* memory) {
+T* noted_or_thrown(T* memory) {
   if (memory == nullptr) throw std::bad_alloc();
   return noted(memory);
 }
 
 }  // namespace
 
-// The linker leads the calls of a symbol to its __wrap_ twin.
+// The linker redirects calls of malloc to __wrap_malloc, and so on.
 extern "C" {
 void* __wrap_malloc(std::size_t size) {
   return fails_now() ? nullptr : noted(kit::placed::malloc(size));
@@ -78,13 +78,13 @@ void __wrap_free(void* memory) {
 }
 
 void* __wrap__Znwm(std::size_t size) {
-  return thrown_or_noted(fails_now() ? nullptr : kit::placed::operator_new(size));
+  return noted_or_thrown(fails_now() ? nullptr : kit::placed::operator_new(size));
 }
 void* __wrap__ZnwmRKSt9nothrow_t(std::size_t size, const std::nothrow_t& tag) {
   return fails_now() ? nullptr : noted(kit::placed::operator_new(size, tag));
 }
 void* __wrap__Znam(std::size_t size) {
-  return thrown_or_noted(fails_now() ? nullptr : __real__Znam(size));
+  return noted_or_thrown(fails_now() ? nullptr : __real__Znam(size));
 }
 void* __wrap__ZnamRKSt9nothrow_t(std::size_t size, const std::nothrow_t& tag) {
   return fails_now() ? nullptr : noted(__real__ZnamRKSt9nothrow_t(size, tag));
@@ -111,13 +111,13 @@ namespace kit {
 
 void fail_request(int nth) {
   failed = false;
-  failing_goes_on = false;
+  keeps_failing = false;
   requests_left = nth;
 }
 
 void fail_requests_from(int nth) {
   fail_request(nth);
-  failing_goes_on = true;
+  keeps_failing = true;
 }
 
 void fail_all_requests() { fail_requests_from(1); }

@@ -19,42 +19,41 @@ namespace {
 
 constexpr int kOutOfMemory = 5012;
 
-/** What a run tells the process that waits for it, in memory that both share. */
-struct Told {
-  bool came_to_its_end;
+/** The outcome of a run, in memory shared with the process that waits for it. */
+struct Outcome {
+  bool finished;
   bool failed;
-  bool troubled;
-  bool left_code;
+  bool noted_failure;
+  bool noted_code;
 };
 
-Told* told = nullptr;
+Outcome* outcome = nullptr;
 void (*last_check)() = nullptr;
 
-int failures_met = 0;  // in this process
+int failures_so_far = 0;  // in this process
 
-Told* shared_memory() {
+Outcome* shared_memory() {
   void* memory =
-      mmap(nullptr, sizeof(Told), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+      mmap(nullptr, sizeof(Outcome), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
   if (memory == MAP_FAILED) std::abort();
-  return new (memory) Told{};
+  return new (memory) Outcome{};
 }
 
-/** Registered before the library's own exit handler, so it runs behind it. */
-void tell_end() {
-  told->failed = has_failed();
+/** Registered before the library's exit handler, so it runs after it. */
+void report_end() {
+  outcome->failed = has_failed();
   let_succeed();
   if (last_check != nullptr) last_check();
-  told->came_to_its_end = true;
+  outcome->finished = true;
 }
 
 void run_once(Failing failing, int nth, const std::function<void()>& scenario,
               const std::function<void()>& prepare) {
-  std::atexit(tell_end);
-  // Made beforehand, as nothing leads to them: the thread's place for its code, and what the first
-  // look at the heap leaves there.
+  std::atexit(report_end);
+  // These first calls allocate memory that stays for good and that nothing points to.
   (void)qk_mem_error();
   (void)qk_heapsize();
-  // The nth request is then the same one in each process, wherever its memory comes to lie.
+  // The nth request must be the same one in each process, wherever its memory lies.
   align_requests();
   watch_memory();
   prepare();
@@ -66,21 +65,23 @@ void run_once(Failing failing, int nth, const std::function<void()>& scenario,
   scenario();
 }
 
-/** Whether failures have to be told in the log that is looked at. */
+/** Whether failures must be reported in the log that is checked. */
 bool reports(const Environment& environment) {
   if (environment.debug.find("LOG=") != std::string::npos) return false;
   return environment.debug.find("EXCEPTIONS") != std::string::npos ||
          environment.debug.find("DEBUG") != std::string::npos;
 }
 
-std::string complaint_about(const Ended& ended, const Environment& environment) {
+std::string error_of(const Ended& ended, const Environment& environment) {
   if (ended.signal != 0) return "signal " + std::to_string(ended.signal);
   if (ended.exit_code != 0) return "exit code " + std::to_string(ended.exit_code);
-  if (!told->came_to_its_end) return "not come to its end";
+  if (!outcome->finished) return "not finished";
   if (!ended.err.empty()) return "standard error";
-  if (!told->failed) return told->troubled ? "trouble without a failure" : "";
-  if (told->troubled && !told->left_code) return "no code";
-  if (told->troubled && reports(environment) && ended.log.find("ERROR: ") == std::string::npos)
+  if (!outcome->failed)
+    return outcome->noted_failure ? "failed calls without a failing request" : "";
+  if (outcome->noted_failure && !outcome->noted_code) return "no code";
+  if (outcome->noted_failure && reports(environment) &&
+      ended.log.find("ERROR: ") == std::string::npos)
     return "no line";
   return "";
 }
@@ -90,21 +91,20 @@ std::string complaint_about(const Ended& ended, const Environment& environment) 
 FailingRuns run_with_failures(const Environment& environment, Failing failing,
                               const std::function<void()>& scenario,
                               const std::function<void()>& prepare) {
-  told = shared_memory();
+  outcome = shared_memory();
   FailingRuns runs;
   for (int nth = 1;; ++nth) {
-    *told = {};
+    *outcome = {};
     const Ended ended = run(environment, [&] { run_once(failing, nth, scenario, prepare); });
-    const std::string complaint = complaint_about(ended, environment);
-    if (!complaint.empty()) {
-      runs.complaint =
-          "request " + std::to_string(nth) + ": " + complaint + "\n" + ended.err + ended.log;
+    const std::string error = error_of(ended, environment);
+    if (!error.empty()) {
+      runs.error = "request " + std::to_string(nth) + ": " + error + "\n" + ended.err + ended.log;
       break;
     }
-    if (!told->failed) break;
+    if (!outcome->failed) break;
     ++runs.failures;
   }
-  munmap(told, sizeof *told);
+  munmap(outcome, sizeof *outcome);
   return runs;
 }
 
@@ -115,10 +115,10 @@ void expect_harmless(const Environment& environment, Failing failing, int at_lea
   const FailingRuns runs = run_with_failures(environment, failing, scenario, prepare);
   const std::string how = "under [" + environment.debug + "], " +
                           (failing == Failing::kOne ? "one failing" : "all from one on failing");
-  EXPECT_EQ(runs.complaint, "") << how;
+  EXPECT_EQ(runs.error, "") << how;
   EXPECT_GE(runs.failures, at_least) << how;
-  failures_met += runs.failures;
-  ::testing::Test::RecordProperty("failures", failures_met);
+  failures_so_far += runs.failures;
+  ::testing::Test::RecordProperty("failures", failures_so_far);
 }
 
 }  // namespace
@@ -132,11 +132,11 @@ void expect_no_harm(const Environment& environment, int at_least,
 void expect_no_harm(int at_least, const std::function<void()>& scenario,
                     const std::function<void()>& prepare) {
   const Environment silent = {"", "", ""};
-  const Environment telling_all = {"DEBUG SUMMARY", "DB HEAPSIZE",
+  const Environment logging_all = {"DEBUG SUMMARY", "DB HEAPSIZE",
                                    "OPTIONS=SUMMARY,HANDLES,MGMT,BLOCKS,POINTERS"};
   expect_harmless(silent, Failing::kOne, at_least, scenario, prepare);
   expect_no_harm({"EXCEPTIONS", "", ""}, at_least, scenario, prepare);
-  expect_harmless(telling_all, Failing::kOne, at_least, scenario, prepare);
+  expect_harmless(logging_all, Failing::kOne, at_least, scenario, prepare);
 }
 
 void require(bool holds, const char* what, int line) {
@@ -146,14 +146,14 @@ void require(bool holds, const char* what, int line) {
 }
 
 void note_code() {
-  // Without the standing handles each call is refused for its number.
+  // Without the data handle every call is refused for its handle number.
   const bool started = qk::mem::handle_slots().at(QK_MEM_DATA_HANDLE - 1) != nullptr;
-  if (qk_mem_error() == kOutOfMemory || !started) told->left_code = true;
+  if (qk_mem_error() == kOutOfMemory || !started) outcome->noted_code = true;
 }
 
 void note_failure() {
   note_code();
-  told->troubled = true;
+  outcome->noted_failure = true;
 }
 
 void check_at_end(void (*check)()) { last_check = check; }

@@ -11,7 +11,7 @@ int probes = 0;
 
 }  // namespace
 
-// Stands before the C library's function of this name, and before a sanitizer's.
+// Replaces the C library's function of this name, and a sanitizer's.
 extern "C" struct mallinfo mallinfo() noexcept {
   ++probes;
   if (!statistics) {

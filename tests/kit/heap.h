@@ -3,16 +3,16 @@
 
 #include <malloc.h>
 
-/** The size of the heap as the allocator's statistics tell it, so that tests can name figures. */
+/** Sets the size of the heap that the allocator's statistics report, so that tests know it. */
 namespace kit {
 
-/** Makes the statistics tell of `bytes` got from the system, from now on. */
+/** Makes the statistics report `bytes` obtained from the system from now on. */
 void set_heap(int bytes);
 
-/** The same with all figures of the statistics; their `arena` is the size of the heap. */
+/** The same for all figures of the statistics. `arena` is the size of the heap. */
 void set_heap_statistics(const struct mallinfo& figures);
 
-/** How often the statistics were asked for since the last call of one of these. */
+/** How often the statistics were read since the last call of one of these. */
 [[nodiscard]] int heap_probes();
 
 }  // namespace kit

@@ -14,13 +14,13 @@ namespace {
 
 constexpr std::uint32_t kEventsBefore = 100;
 
-/** An address of the array `index` that no memory has. */
-void* made_up(int index, int number) {
+/** An address of the array `index` at which there is no memory. */
+void* fake_address(int index, int number) {
   return at(static_cast<std::uintptr_t>(0x1000 + 128 * number + 16 * index));
 }
 
-/** Takes a slot without being data. */
-void take_slot(qk_mem_handle& handle, void* address) {
+/** Fills a slot with a record of overhead. */
+void fill_slot(qk_mem_handle& handle, void* address) {
   qk_mem_new_ptr(&handle, address, 'H', "kit.c", 1, &qk::mem::global_switches());
 }
 
@@ -29,9 +29,9 @@ void take_slot(qk_mem_handle& handle, void* address) {
 void make_arrays(int hid) {
   qk_mem_handle& handle = handle_of(hid);
   for (int i = 0; i < 8; ++i) {
-    take_slot(handle, made_up(i, 0));
-    // A copy, whose kind is still there when it is counted off.
-    qk_mem_ptr record = *qk_mem_get_ptr(&handle, made_up(i, 0));
+    fill_slot(handle, fake_address(i, 0));
+    // Passes a copy, whose kind is still set when the record is subtracted from the sums.
+    qk_mem_ptr record = *qk_mem_get_ptr(&handle, fake_address(i, 0));
     qk_mem_free_ptr(&handle, &record);
   }
 }
@@ -42,7 +42,7 @@ void fill_arrays(int hid) {
   for (int i = 0; i < 8; ++i) {
     const qk_mem_ptr_array& array = handle.ptrs[i];
     for (int number = 0; array.used < array.capacity; ++number) {
-      take_slot(handle, made_up(i, number));
+      fill_slot(handle, fake_address(i, number));
     }
   }
 }

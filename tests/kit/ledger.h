@@ -6,31 +6,31 @@
 
 #include "tests/kit/scene.h"
 
-/** The books of one handle, in which every entry is a test's own. */
+/** A handle whose sums, records and events change by the calls of a test only. */
 namespace kit {
 
 /**
- * Makes the eight pointer arrays of a handle, with 15 free slots or one less in each. Where the
- * allocator puts memory then no longer decides which calls need another array.
+ * Creates the eight pointer arrays of a handle, with nearly all slots free. Which calls need
+ * another array then no longer depends on where the allocator puts memory.
  */
 void make_arrays(int hid);
 
-/** Makes the arrays and takes all their slots, so that the next record needs a growth. */
+/** Creates the arrays and fills all their slots, so that the next record needs a larger array. */
 void fill_arrays(int hid);
 
 /**
- * A scene with a handle, number 3, that has all its pointer arrays: on it each allocation and each
- * release is one event, and log and trace show nothing else. Events are counted from 1.
+ * A scene with a handle, number 3, that has all its pointer arrays. Each allocation and each
+ * release on it is one event, and log and trace show nothing else. Events count from 1.
  */
 class Ledger : public Scene {
  public:
   explicit Ledger(const Environment& environment, const char* options = "", const char* tag = "AB");
   explicit Ledger(const char* debug) : Ledger(Environment{debug, "", ""}) {}
 
-  /** Another configuration from here on. */
+  /** Sets another configuration and calls skip_all(). */
   void configure(const char* debug);
 
-  /** What log, trace and events have shown so far is left out from here on. */
+  /** Leaves out of log(), trace() and the events all that happened so far. */
   void skip_all();
 
   /** "handle 2 for 150, tag 2 for 150, events 2" */

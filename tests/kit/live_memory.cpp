@@ -9,7 +9,7 @@
 namespace kit {
 namespace {
 
-/** A lock that can be used where the allocator is called. */
+/** A lock that allocates nothing. */
 class SpinLock {
  public:
   void lock() {
@@ -22,26 +22,26 @@ class SpinLock {
   std::atomic_flag held_;
 };
 
-constexpr std::size_t kPlaces = std::size_t{1} << 16;
+constexpr std::size_t kSlots = std::size_t{1} << 16;
 
 std::atomic<bool> watched = false;
 SpinLock lock;
 
-/** Addresses by their hash, each at the first place that was free for it. */
-const void* places[kPlaces];
-const char kGone = 0;  // stands where an address was, so that those behind it are still found
+/** A hash table of addresses with linear probing. */
+const void* slots[kSlots];
+const char kRemoved = 0;  // replaces a removed address, so that later ones are still found
 
-std::size_t first_place(const void* memory) {
-  return (reinterpret_cast<std::uintptr_t>(memory) >> 4) * 0x9e3779b97f4a7c15U % kPlaces;
+std::size_t first_slot(const void* memory) {
+  return (reinterpret_cast<std::uintptr_t>(memory) >> 4) * 0x9e3779b97f4a7c15U % kSlots;
 }
 
-/** The place of an address, or null. */
+/** The slot of an address, or null. */
 const void** slot_of(const void* memory) {
-  std::size_t place = first_place(memory);
-  for (std::size_t seen = 0; seen < kPlaces; ++seen) {
-    if (places[place] == nullptr) return nullptr;
-    if (places[place] == memory) return &places[place];
-    place = (place + 1) % kPlaces;
+  std::size_t slot = first_slot(memory);
+  for (std::size_t seen = 0; seen < kSlots; ++seen) {
+    if (slots[slot] == nullptr) return nullptr;
+    if (slots[slot] == memory) return &slots[slot];
+    slot = (slot + 1) % kSlots;
   }
   return nullptr;
 }
@@ -56,30 +56,30 @@ bool is_live(const void* memory) {
 }
 
 void for_each_live(const std::function<void(const void*)>& visit) {
-  for (const void* memory : places) {
-    if (memory != nullptr && memory != &kGone) visit(memory);
+  for (const void* memory : slots) {
+    if (memory != nullptr && memory != &kRemoved) visit(memory);
   }
 }
 
 void note_allocated(void* memory) {
   if (!watched || memory == nullptr) return;
   const std::lock_guard guard(lock);
-  std::size_t place = first_place(memory);
-  for (std::size_t seen = 0; seen < kPlaces; ++seen) {
-    if (places[place] == nullptr || places[place] == &kGone) {
-      places[place] = memory;
+  std::size_t slot = first_slot(memory);
+  for (std::size_t seen = 0; seen < kSlots; ++seen) {
+    if (slots[slot] == nullptr || slots[slot] == &kRemoved) {
+      slots[slot] = memory;
       return;
     }
-    place = (place + 1) % kPlaces;
+    slot = (slot + 1) % kSlots;
   }
-  std::fputs("more live memory than a test can note\n", stderr);
+  std::fputs("more live memory than the table can hold\n", stderr);
   std::abort();
 }
 
 void note_freed(void* memory) {
   if (!watched || memory == nullptr) return;
   const std::lock_guard guard(lock);
-  if (const void** place = slot_of(memory)) *place = &kGone;
+  if (const void** slot = slot_of(memory)) *slot = &kRemoved;
 }
 
 }  // namespace kit

@@ -4,21 +4,19 @@
 #include <cstddef>
 #include <functional>
 
-/**
- * What a test program has obtained and not given back, whoever holds it; see failing_allocator.h.
- */
+/** The memory that a test program has allocated and not freed; see failing_allocator.h. */
 namespace kit {
 
-/** Notes from now on each piece of memory that is obtained, until it is given back. */
+/** Starts to keep track of memory that is allocated and freed. */
 void watch_memory();
 
-/** Whether a piece of memory was obtained since and is not given back. */
+/** Whether memory was allocated since then and is not freed. */
 [[nodiscard]] bool is_live(const void* memory);
 
-/** Calls `visit` with each such piece. It must neither obtain nor give back memory. */
+/** Calls `visit` with the address of each such memory. It must not allocate or free any. */
 void for_each_live(const std::function<void(const void*)>& visit);
 
-/** What the stand-ins of the allocator tell; both pass over null, and do nothing unless watched. */
+/** For the replaced functions of the allocator. Both ignore null, and all before watch_memory(). */
 void note_allocated(void* memory);
 void note_freed(void* memory);
 

@@ -9,19 +9,19 @@
 namespace kit {
 
 /**
- * A tracker of an address that nobody follows. Its end goes into a story: "wheel ends with its
- * object\n", or "wheel is destroyed\n" where its address was null by then.
+ * A tracker whose address is never dereferenced. Its destructor appends "wheel destroys its
+ * object\n" to a log, or "wheel is destroyed\n" if its address is null.
  */
 class LoggingTracker final : public qk::MemTracker {
  public:
-  LoggingTracker(const char* name, void* tracked, std::string& story,
+  LoggingTracker(const char* name, void* tracked, std::string& log,
                  const std::type_info& type = typeid(int))
-      : name_(name), destroyed_(story), type_(type) {
+      : name_(name), log_(log), type_(type) {
     address = tracked;
   }
 
   ~LoggingTracker() override {
-    destroyed_ +=
+    log_ +=
         std::string(name_) + (address == nullptr ? " is destroyed\n" : " destroys its object\n");
   }
 
@@ -32,7 +32,7 @@ class LoggingTracker final : public qk::MemTracker {
 
  private:
   const char* name_;
-  std::string& destroyed_;
+  std::string& log_;
   const std::type_info& type_;
 };
 

@@ -9,7 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 
-// Where the calls of these names go when nothing stands before them, see failing_allocator.cpp.
+// The functions themselves, see failing_allocator.cpp.
 extern "C" {
 void* __real_malloc(std::size_t size);
 void* __real_calloc(std::size_t num, std::size_t size);
@@ -23,11 +23,11 @@ namespace kit {
 namespace {
 
 constexpr std::size_t kAlignment = 128;
-constexpr std::size_t kPlaceOfObjects = 16;  // behind a multiple of it
+constexpr std::size_t kOffsetOfObjects = 16;
 
 std::atomic<bool> aligned = false;
 
-/** Memory that goes back with free. */
+/** For memory that is released with free. */
 void* aligned_memory(std::size_t size) {
   void* memory = nullptr;
   const int error = posix_memalign(&memory, kAlignment, size);
@@ -36,24 +36,24 @@ void* aligned_memory(std::size_t size) {
   return nullptr;
 }
 
-bool stands_well(const void* object) {
-  return reinterpret_cast<std::uintptr_t>(object) % kAlignment == kPlaceOfObjects;
+bool is_well_placed(const void* object) {
+  return reinterpret_cast<std::uintptr_t>(object) % kAlignment == kOffsetOfObjects;
 }
 
 /**
- * Memory that goes back with the ordinary operator delete, for which none can be aligned: takes
- * what comes until a piece stands well, and gives the others back.
+ * For memory that is released with the ordinary operator delete, which takes no aligned memory:
+ * allocates until a piece is well placed, and releases the others.
  */
 void* placed_object(std::size_t size) {
   constexpr int kTries = 1000;
-  constexpr std::size_t kSpacer = 40;  // shifts what comes next by an odd multiple of 16
+  constexpr std::size_t kSpacer = 40;  // shifts the next allocation by an odd multiple of 16
   void* unfit[2 * kTries];
   int count = 0;
   bool spaced = false;
   void* object = __real__ZnwmRKSt9nothrow_t(size, std::nothrow);
-  while (object != nullptr && !stands_well(object) && count < 2 * kTries - 1) {
+  while (object != nullptr && !is_well_placed(object) && count < 2 * kTries - 1) {
     unfit[count++] = object;
-    // Every other time, for allocators that serve both sizes from one row of places in turn.
+    // Only every other time, for allocators that serve both sizes from one row of slots in turn.
     spaced = !spaced;
     if (spaced) unfit[count++] = __real__ZnwmRKSt9nothrow_t(kSpacer, std::nothrow);
     object = __real__ZnwmRKSt9nothrow_t(size, std::nothrow);

@@ -5,20 +5,20 @@
 #include <new>
 
 /**
- * Where the system's allocator puts memory, for tests whose texts must not depend on it: a record's
- * pointer array is chosen by bits 4 to 6 of its address, and so are the order of rows in reports
- * and the events that make arrays.
+ * Fixes where the system's allocator puts memory, for tests whose expected texts depend on it: bits
+ * 4 to 6 of an address choose its pointer array, and thereby the order of rows in reports and the
+ * events that create arrays.
  */
 namespace kit {
 
 /**
- * Makes all memory that is asked for from now on begin at a multiple of 128 bytes, and what
- * operator new makes 16 bytes behind one: a handle then has one or two arrays, in which records
- * stand in the order they were made.
+ * Makes all memory that is allocated from now on begin at a multiple of 128 bytes, and memory of
+ * operator new 16 bytes above one. A handle then has one or two arrays, with records in the order
+ * of their creation.
  */
 void align_requests();
 
-/** What serves the requests of a test program, see failing_allocator.h; null when it can't. */
+/** The allocator behind failing_allocator.h. Its functions return null on failure. */
 namespace placed {
 [[nodiscard]] void* malloc(std::size_t size);
 [[nodiscard]] void* calloc(std::size_t num, std::size_t size);

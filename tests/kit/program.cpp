@@ -23,14 +23,14 @@ bool is_blockmgmt(int hid) { return has_handle(hid) && handle_of(hid).blockmgmt 
 
 bool tracks(int hid) { return has_handle(hid) && handle_of(hid).track != 0; }
 
-/** With nothing configured the data handle is the system's allocator. */
+/** With nothing configured, calls on the data handle are calls of the system's allocator. */
 bool bypasses(int hid) { return hid == QK_MEM_DATA_HANDLE && qk_mem_debug_on() == 0; }
 
 bool is_recorded(int hid, const void* memory) {
   return qk_mem_is_recorded(hid, memory, kFile, 1) != 0;
 }
 
-/** Block-managed handles leave unknown memory alone, and often their pieces. */
+/** A block-managed handle frees no unknown memory, and pieces only with BLOCKFREE. */
 bool can_free(int hid, const void* memory) {
   if (bypasses(hid)) return true;
   if (!has_handle(hid)) return false;
@@ -38,7 +38,7 @@ bool can_free(int hid, const void* memory) {
   return is_recorded(hid, memory) && (handle_of(hid).blockfree != 0 || is_live(memory));
 }
 
-/** A piece of a block can be resized if its handle knows how large it is. */
+/** A piece of a block can be resized only if its handle records its size. */
 bool can_resize(int hid, const void* memory) {
   return !is_blockmgmt(hid) || (handle_of(hid).blockfree != 0 && is_recorded(hid, memory));
 }
@@ -74,60 +74,60 @@ bool is_library_memory(const void* memory) {
   return found;
 }
 
-/** What is refused for want of memory is given at the second time, if there is a handle at all. */
+/** A call that fails for lack of memory must succeed when repeated, if the handle exists. */
 template <class Call>
 void* Program::attempt(int hid, Call call) {
   void* memory = call();
   if (memory != nullptr) return memory;
   require(qk_mem_error() == (bypasses(hid) || has_handle(hid) ? 5012 : 5566),
-          "a refusal with another code");
+          "a failure with a wrong error code");
   if (has_failed()) note_failure();
   let_succeed();
   check();
   if (!bypasses(hid) && !has_handle(hid)) return nullptr;
   memory = call();
-  require(memory != nullptr, "the next call is refused as well");
+  require(memory != nullptr, "the repeated call fails as well");
   return memory;
 }
 
-/** What couldn't be resized is recorded as it was. */
+/** A failed resize must not change the record. */
 template <class Call>
 void* Program::attempt_resize(const Piece& piece, Call call) {
   const bool recorded = !bypasses(piece.hid) && is_recorded(piece.hid, piece.memory);
   return attempt(piece.hid, [&] {
     void* memory = call();
     require(memory != nullptr || recorded == is_recorded(piece.hid, piece.memory),
-            "a resize that failed has lost the record");
+            "a failed resize has changed the record");
     return memory;
   });
 }
 
-/** A handle whose own record is missing is made all the same. */
-int Program::note_made(int hid) {
+/** A handle is created even if its own record is missing. */
+int Program::note_created(int hid) {
   if (hid != 0 && tracks(hid) && !is_recorded(hid, &handle_of(hid))) note_failure();
   return hid;
 }
 
 int Program::create_handle(const char* options, const char* tag) {
   int hid = qk_mem_inew_handle(options, tag, kFile, 1);
-  if (hid != 0) return note_made(hid);
+  if (hid != 0) return note_created(hid);
   require(qk_mem_error() == 5012 || has_lost_handle_array(),
-          "a handle is refused with another code");
+          "a handle is refused with a wrong error code");
   note_failure();
   let_succeed();
   check();
   hid = qk_mem_inew_handle(options, tag, kFile, 1);
-  require(hid != 0 || has_lost_handle_array(), "the next handle is refused as well");
-  if (hid == 0) require(qk_mem_error() == 5566, "no handle and another code");
-  return note_made(hid);
+  require(hid != 0 || has_lost_handle_array(), "the repeated creation fails as well");
+  if (hid == 0) require(qk_mem_error() == 5566, "a refused handle and a wrong error code");
+  return note_created(hid);
 }
 
 void Program::delete_handle(int hid) {
   check();
   const bool exists = has_handle(hid) && hid != QK_MEM_DATA_HANDLE;
-  bool goes[kMost] = {};
+  bool is_released[kMost] = {};
   for (int i = 0; i < count_; ++i) {
-    goes[i] = exists && pieces_[i].hid == hid && is_recorded(hid, pieces_[i].memory);
+    is_released[i] = exists && pieces_[i].hid == hid && is_recorded(hid, pieces_[i].memory);
   }
   const bool pieces_of_blocks = is_blockmgmt(hid);
   require(qk_mem_idel_handle(hid, kFile, 2) == (exists ? 0 : 5566), "deletion");
@@ -135,8 +135,8 @@ void Program::delete_handle(int hid) {
   for (int i = 0; i < count_; ++i) {
     if (pieces_[i].memory == nullptr || pieces_[i].hid != hid) continue;
     void* memory = pieces_[i].memory;
-    if (goes[i]) require(!is_live(memory), "recorded memory outlives its handle");
-    if (!goes[i] && (!pieces_of_blocks || is_live(memory))) std::free(memory);
+    if (is_released[i]) require(!is_live(memory), "recorded memory outlives its handle");
+    if (!is_released[i] && (!pieces_of_blocks || is_live(memory))) std::free(memory);
     forget(i);
   }
 }
@@ -144,16 +144,16 @@ void Program::delete_handle(int hid) {
 void Program::clear(int hid) {
   check();
   const int expected = is_blockmgmt(hid) ? 0 : 5566;
-  bool goes[kMost] = {};
+  bool is_released[kMost] = {};
   for (int i = 0; i < count_; ++i) {
     const Piece& piece = pieces_[i];
-    goes[i] = piece.memory != nullptr && piece.hid == hid &&
-              (!is_live(piece.memory) || is_recorded(hid, piece.memory));
+    is_released[i] = piece.memory != nullptr && piece.hid == hid &&
+                     (!is_live(piece.memory) || is_recorded(hid, piece.memory));
   }
   require(qk_mem_iclear_handle(hid, kFile, 3) == expected, "clear");
   if (expected != 0) return;
   for (int i = 0; i < count_; ++i) {
-    if (!goes[i]) continue;
+    if (!is_released[i]) continue;
     require(!is_live(pieces_[i].memory), "memory outlives the clear");
     forget(i);
   }
@@ -192,7 +192,7 @@ void Program::realloc(int index, std::size_t size) {
       piece.hid, [&] { return qk_mem_irealloc(piece.hid, piece.memory, size, 16, kFile, 8); });
   const std::size_t kept = is_blockmgmt(piece.hid) ? 0 : std::min(size, piece.size);
   for (std::size_t i = 0; i < kept; ++i) {
-    require(static_cast<char*>(memory)[i] == piece.mark, "realloc lost what memory held");
+    require(static_cast<char*>(memory)[i] == piece.mark, "realloc lost contents");
   }
   pieces_[index].memory = static_cast<char*>(memory);
   pieces_[index].size = size;
@@ -232,7 +232,7 @@ void Program::free(int index) {
 int Program::register_external(int hid, std::size_t size) {
   void* memory = std::malloc(size);
   if (memory == nullptr) {
-    // The program's own request is not what is tried here.
+    // A failure of the program's own request is not what is tested.
     let_succeed();
     memory = std::malloc(size);
   }
@@ -254,8 +254,8 @@ void Program::push(int hid, std::size_t block_factor) {
   void* const before = array_.elements;
   std::int64_t index = qk_mem_imarralloc(hid, &array_.elements, 8, block_factor, kFile, 13);
   if (index < 0) {
-    require(index == -2, "no element and another answer");
-    require(array_.elements == before, "an array that couldn't grow has moved");
+    require(index == -2, "a wrong index");
+    require(array_.elements == before, "an array has moved in a failed growth");
     if (has_failed()) note_failure();
     let_succeed();
     check();
@@ -263,7 +263,7 @@ void Program::push(int hid, std::size_t block_factor) {
     if (before != nullptr && !can_resize(hid, static_cast<char*>(before) - 16)) return;
     index = qk_mem_imarralloc(hid, &array_.elements, 8, block_factor, kFile, 13);
   }
-  require(index == array_.count, "another element");
+  require(index == array_.count, "a wrong index");
   std::memcpy(static_cast<char*>(array_.elements) + 8 * index, "abcdefgh", 8);
   ++array_.count;
   check();
@@ -271,7 +271,7 @@ void Program::push(int hid, std::size_t block_factor) {
 
 void Program::free_array(int hid) {
   qk_mem_iarrfree(hid, &array_.elements, kFile, 14);
-  require(array_.elements == nullptr, "an array outlives its end");
+  require(array_.elements == nullptr, "a freed array has an address");
   array_.count = 0;
   check();
 }
@@ -281,12 +281,12 @@ void Program::check() const {
   for (int i = 0; i < count_; ++i) {
     const Piece& piece = pieces_[i];
     for (std::size_t at = 0; at < piece.size; ++at) {
-      require(piece.memory[at] == piece.mark, "memory doesn't hold what was written");
+      require(piece.memory[at] == piece.mark, "memory has changed");
     }
   }
   for (std::int64_t i = 0; i < array_.count; ++i) {
     require(std::memcmp(static_cast<char*>(array_.elements) + 8 * i, "abcdefgh", 8) == 0,
-            "an element doesn't hold what was written");
+            "an element has changed");
   }
 }
 

@@ -8,10 +8,9 @@
 namespace kit {
 
 /**
- * A program that uses handles and goes on after each failure: what a call refused is asked for once
- * more, with memory to be had again, and is then given. It holds what it was given and keeps it
- * filled, and looks after each step whether all of that is as it was. It makes no request of its
- * own.
+ * A program that uses handles and continues after each failure: it repeats a call that failed, with
+ * memory available again, and the call must then succeed. It fills the memory that it gets and
+ * checks the contents of all of it after each step. It requests no memory itself.
  */
 class Program {
  public:
@@ -19,16 +18,16 @@ class Program {
   Program(const Program&) = delete;
   Program& operator=(const Program&) = delete;
 
-  /** 0 where the library can't make any: it lost its table of handles. */
+  /** Returns 0 if has_lost_handle_array(). */
   int create_handle(const char* options, const char* tag = "");
 
-  /** All that a handle has recorded goes with it, what it hasn't is freed by the program. */
+  /** The library releases what the handle has recorded; the program frees the rest. */
   void delete_handle(int hid);
 
-  /** Pieces go; memory and objects that were registered too. */
+  /** Releases pieces and what was registered. */
   void clear(int hid);
 
-  /** Each keeps what it was given under an index; -1 stands for nothing. */
+  /** These return the index of the new memory, or -1 if there is none. */
   int malloc(int hid, std::size_t size);
   int calloc(int hid, std::size_t num, std::size_t size);
   int strdup(int hid, const char* text);
@@ -37,18 +36,18 @@ class Program {
   void recalloc(int index, std::size_t num, std::size_t size);
   void free(int index);
 
-  /** External memory of the program's. */
+  /** Registers memory that the program allocates itself. */
   int register_external(int hid, std::size_t size);
   void deregister(int index);
 
-  /** The program's managed array, of elements of 8 bytes; it has one at a time. */
+  /** Appends an element of 8 bytes to the program's managed array; there is only one. */
   void push(int hid, std::size_t block_factor);
   void free_array(int hid);
 
-  /** Looks at all that is held. */
+  /** Checks the contents of all memory. */
   void check() const;
 
-  /** All that was obtained is held, recorded, or what the library keeps for itself. */
+  /** Requires that all allocated memory is the program's or the library's. */
   void expect_nothing_lost() const;
 
  private:
@@ -64,7 +63,7 @@ class Program {
   };
   static constexpr int kMost = 400;
 
-  static int note_made(int hid);
+  static int note_created(int hid);
   int hold(int hid, void* memory, std::size_t size);
   void forget(int index);
   [[nodiscard]] bool holds_at(int index) const;
@@ -80,13 +79,13 @@ class Program {
   Array array_;
 };
 
-/** Whether a piece of memory is the library's: tables, handles, blocks, or recorded on a handle. */
+/** Whether memory is the library's: tables, handles, blocks, or recorded on a handle. */
 [[nodiscard]] bool is_library_memory(const void* memory);
 
 /** Whether there is a handle of this number. */
 [[nodiscard]] bool has_handle(int hid);
 
-/** Whether the table of handles couldn't grow, after which no handle can be made. */
+/** Whether the handle array couldn't grow, after which no handle can be created. */
 [[nodiscard]] bool has_lost_handle_array();
 
 }  // namespace kit

@@ -18,15 +18,15 @@ namespace {
 
 constexpr std::size_t kAddressWidth = 16;
 
-bool made_up(const std::string& address) { return address.rfind(std::string(12, '0'), 0) == 0; }
+bool is_invented(const std::string& address) { return address.rfind(std::string(12, '0'), 0) == 0; }
 
-std::string with_plain_addresses(const std::string& text) {
+std::string with_normalized_addresses(const std::string& text) {
   static const std::regex address(" ([0-9a-f]{16}) [A-Za-z] ");
   std::map<std::string, std::string> names;
   std::string result = text;
   for (std::sregex_iterator it(text.begin(), text.end(), address), end; it != end; ++it) {
     const std::string found = (*it)[1];
-    if (made_up(found)) continue;
+    if (is_invented(found)) continue;
     std::string& name = names[found];
     if (name.empty()) name = "p" + std::to_string(names.size());
     const auto start = static_cast<std::size_t>(it->position(1));
@@ -35,12 +35,12 @@ std::string with_plain_addresses(const std::string& text) {
   return result;
 }
 
-/** The blanks stand where a column follows; at the end of a line there is nothing to fill. */
-std::string with_plain_places(const std::string& text) {
-  static const std::regex place(R"(qkmem\.cpp:(\d+)( *\|)?)");
+/** Blanks keep the width where a column follows, but not at the end of a line. */
+std::string with_normalized_locations(const std::string& text) {
+  static const std::regex location(R"(qkmem\.cpp:(\d+)( *\|)?)");
   std::string result;
   auto rest = text.cbegin();
-  for (std::sregex_iterator it(text.begin(), text.end(), place), end; it != end; ++it) {
+  for (std::sregex_iterator it(text.begin(), text.end(), location), end; it != end; ++it) {
     const auto& match = *it;
     result.append(rest, match[0].first);
     result += "qkmem.cpp:#";
@@ -57,7 +57,8 @@ std::string right_aligned(const std::string& word) {
   return word.size() < kSizeWidth ? std::string(kSizeWidth - word.size(), ' ') + word : word;
 }
 
-std::string with_plain_size(const std::string& text, std::size_t size, const std::string& word) {
+std::string with_normalized_size(const std::string& text, std::size_t size,
+                                 const std::string& word) {
   const std::string figure = right_aligned(std::to_string(size));
   const std::regex row("( H     1 )" + figure + " " + figure + " ");
   return std::regex_replace(text, row,
@@ -132,9 +133,9 @@ void mark_baselined(qk_mem_handle& handle) {
 }
 
 std::string normalized_report(std::string_view text) {
-  std::string result = with_plain_places(with_plain_addresses(std::string(text)));
-  result = with_plain_size(result, sizeof(qk_mem_handle), "handle");
-  return with_plain_size(result, sizeof(qk::Mtx), "mtx");
+  std::string result = with_normalized_locations(with_normalized_addresses(std::string(text)));
+  result = with_normalized_size(result, sizeof(qk_mem_handle), "handle");
+  return with_normalized_size(result, sizeof(qk::Mtx), "mtx");
 }
 
 std::string report(const char* filter, unsigned options) {

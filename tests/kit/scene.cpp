@@ -61,8 +61,8 @@ std::vector<std::string> lines_of(const std::string& text) {
   return lines;
 }
 
-/** The part of a row that doesn't depend on the heap. */
-std::string told(const qk::mem::TraceRow& row) {
+/** The columns of a row that don't depend on the heap. */
+std::string text_of(const qk::mem::TraceRow& row) {
   char address[17];
   std::snprintf(address, sizeof address, "%016zx", static_cast<std::size_t>(row.address));
   std::ostringstream text;
@@ -71,7 +71,7 @@ std::string told(const qk::mem::TraceRow& row) {
   return text.str();
 }
 
-std::string with_plain_addresses(const std::string& text) {
+std::string with_normalized_addresses(const std::string& text) {
   static const std::regex address("[0-9a-f]{16}");
   std::map<std::string, std::string> names = {{std::string(16, '0'), "p0"}};
   std::string result;
@@ -83,7 +83,7 @@ std::string with_plain_addresses(const std::string& text) {
     if (name.empty()) name = "p" + std::to_string(names.size() - 1);
     result += name;
     rest = match.second;
-    // In brackets and between tabs the width is free; elsewhere the address stands in a column.
+    // Between blanks the address is in a column.
     const bool column = match.first != text.cbegin() && *(match.first - 1) == ' ' &&
                         rest != text.cend() && *rest == ' ';
     if (column) result.append(16 - name.size(), ' ');
@@ -135,7 +135,7 @@ std::string Scene::trace(const std::function<bool(unsigned char)>& wants) const 
   const Trace trace(text);
   std::string result;
   for (std::size_t i = trace_seen_; i < trace.rows.size(); ++i) {
-    if (wants(trace.rows[i].type)) result += told(trace.rows[i]);
+    if (wants(trace.rows[i].type)) result += text_of(trace.rows[i]);
   }
   for (const std::string& fault : trace.faults) result += fault + "\n";
   return normalized(result);
@@ -145,7 +145,7 @@ std::string normalized(std::string_view text) {
   static const std::regex own_line(R"(qkmem\.cpp:\d+)");
   static const std::regex own_row(R"((qkmem\.cpp) \d+)");
   static const std::regex heap(R"( \(-?\d+ -?\d+\)\n)");
-  std::string result = with_plain_addresses(std::string(text));
+  std::string result = with_normalized_addresses(std::string(text));
   result = std::regex_replace(result, own_line, "qkmem.cpp:#");
   result = std::regex_replace(result, own_row, "$1 #");
   return std::regex_replace(result, heap, " (heap change)\n");

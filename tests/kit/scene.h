@@ -8,10 +8,10 @@
 #include "core/records.h"
 #include "qkmem/qkmem.h"
 
-/** What a test sees of the library: its process has started nothing when the test begins. */
+/** The environment of a test and what the library writes. Each test is a new process. */
 namespace kit {
 
-/** The environment that the library reads at its first call; "" leaves a variable unset. */
+/** The environment variables that the library reads at its first call; "" means unset. */
 struct Environment {
   std::string debug;    // QK_MEM_DEBUG
   std::string options;  // QK_MEM_OPTIONS
@@ -19,8 +19,8 @@ struct Environment {
 };
 
 /**
- * A scratch folder of the test's own, which is the current one from here on, and the environment.
- * To be made before the first call of the library.
+ * Creates a folder for the test, makes it the current one, and sets the environment. Must be
+ * constructed before the first call of the library.
  */
 class Scene {
  public:
@@ -30,25 +30,25 @@ class Scene {
   Scene& operator=(const Scene&) = delete;
   ~Scene();
 
-  /** Leaves out of log() what stands in the log by now. */
+  /** Leaves out of log() what is in the log now. */
   void skip_log();
 
-  /** The lines of the log since then, in the words of normalized(). */
+  /** The later lines of the log, normalized(). */
   [[nodiscard]] std::string log() const;
 
-  /** Only those of one routine, that is, those that begin with its name. */
+  /** Only the lines that begin with the name of a routine. */
   [[nodiscard]] std::string log(std::string_view routine) const;
 
-  /** Leaves out of trace() what stands in the trace file by now. */
+  /** Leaves out of trace() what is in the trace file now. */
   void skip_trace();
 
   /**
-   * The rows of the trace file since then, as "handle type [address] num size file line change", in
-   * the words of normalized(). What is wrong with the file follows them.
+   * The later rows of the trace file as "handle type [address] num size file line change",
+   * normalized(). Errors in the file follow.
    */
   [[nodiscard]] std::string trace() const;
 
-  /** Only those of some types, given as a string of their letters. */
+  /** Only the rows of some types, given as a string of letters. */
   [[nodiscard]] std::string trace(std::string_view types) const;
 
  private:
@@ -60,20 +60,20 @@ class Scene {
 };
 
 /**
- * A text of the library with what differs from run to run in fixed words: addresses, which are 16
- * hexadecimal digits, become p1, p2, … in the order in which they appear here, and p0 for none;
- * lines of the library's own places "qkmem.cpp:#"; heap texts " (heap change)". Addresses that
- * stand in columns keep their width: "p1" and 14 blanks.
+ * Replaces what differs from run to run in a text of the library. Addresses, which have 16
+ * hexadecimal digits, become p1, p2, … in order of appearance, and null p0; in columns they keep
+ * their width. Line numbers of the library's own locations become "qkmem.cpp:#", heap texts
+ * " (heap change)".
  */
 [[nodiscard]] std::string normalized(std::string_view text);
 
-/** The contents of a file of the current folder; "" when there is none. */
+/** The contents of a file in the current folder, or "" if there is none. */
 [[nodiscard]] std::string contents(const std::string& name);
 
-/** What qk_mem_dump() prints, as it is. */
+/** The output of qk_mem_dump(), unchanged. */
 [[nodiscard]] std::string dump(const char* filter, unsigned options);
 
-/** A handle that a test creates; it stays. */
+/** Creates a handle and never deletes it. */
 class Pool {
  public:
   explicit Pool(const char* options = "", const char* tag = "")
@@ -90,12 +90,12 @@ class Pool {
 
 /** A handle's live data as "2 for 150". */
 [[nodiscard]] std::string data_of(int hid);
-/** A handle's overhead in the same words. */
+/** A handle's overhead in the same form. */
 [[nodiscard]] std::string overhead_of(int hid);
-/** What bears a tag in the same words; "" is the global tag. */
+/** The sums of a tag in the same form; "" is the global tag. */
 [[nodiscard]] std::string tag_of(const char* name);
 
-/** How a process of its own has ended, and what it left. */
+/** How a process ended, and its output. */
 struct Ended {
   int exit_code = -1;  // -1 when a signal ended it
   int signal = 0;
@@ -106,8 +106,8 @@ struct Ended {
 };
 
 /**
- * Runs `body` in a process of its own, in the scratch folder, and ends it with exit(0). Texts are
- * as they were written. For everything that happens at exit, and for what a fresh start needs.
+ * Runs `body` in a new process in the current folder, and then exit(0). Texts are not normalized.
+ * For tests of what happens at exit, and of more than one start of the library.
  */
 [[nodiscard]] Ended run(const Environment& environment, const std::function<void()>& body);
 

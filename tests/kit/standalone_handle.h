@@ -8,12 +8,12 @@
 
 namespace kit {
 
-/** An address that a test made up; nobody follows it. Bits 4 to 6 choose the pointer array. */
+/** An address that is never dereferenced. Bits 4 to 6 choose the pointer array. */
 [[nodiscard]] void* at(std::uintptr_t address);
 
 /**
- * A handle that the library doesn't know, all zero but its number and a tag of its own: for tests
- * of its pointer table. Nothing is freed but its arrays.
+ * A handle that the library doesn't know, for tests of its pointer table. All fields are zero
+ * except its number and its tag, which no other handle has. The destructor frees its arrays only.
  */
 class StandaloneHandle {
  public:

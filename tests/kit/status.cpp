@@ -35,13 +35,13 @@ qk::Status used_status() {
 
 std::string text_of(const qk::Status& status) {
   static const std::regex line(":[1-9][0-9]*$");
-  const std::string place = std::regex_replace(std::string(status.location), line, ":#");
+  const std::string location = std::regex_replace(std::string(status.location), line, ":#");
   std::string text = std::to_string(status.code) + " ";
   text += pair("details", status.detail1, status.detail2);
   text += pair("numbers", status.num1, status.num2);
   text += "subject " + bracketed(status.subject);
   text += " arguments " + bracketed(status.arg1) + " " + bracketed(status.arg2);
-  if (!place.empty()) text += " at " + place;
+  if (!location.empty()) text += " at " + location;
   if (status.host[0] != '\0') {
     text += host_name() == status.host ? " on this host" : " on " + std::string(status.host);
   }

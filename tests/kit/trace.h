@@ -12,17 +12,17 @@
 
 namespace qk::mem {
 
-/** Shows a row in failures, as the line that it is in the trace file. */
+/** Shows a row in messages of failed tests, as in the trace file. */
 void PrintTo(const TraceRow& row, std::ostream* out);
 
 }  // namespace qk::mem
 
 namespace kit {
 
-/** What the reader of trace files makes of a text; it owns the names of the rows' files. */
+/** A trace file as the trace reader reads it. It owns the file names of the rows. */
 class Trace {
  public:
-  /** The text goes to the reader in pieces of a size; a whole file with its headings. */
+  /** `text` is a whole file with its headings; the reader gets it `piece` bytes at a time. */
   explicit Trace(std::string_view text, std::size_t piece = std::string_view::npos);
   Trace(Trace&&) = default;
   Trace& operator=(Trace&&) = default;

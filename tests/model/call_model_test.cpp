@@ -28,11 +28,11 @@ void make_calls(unsigned seed, int steps) {
   RandomChoices choices(seed);
   kit::CallModel model(choices);
   for (int i = 0; i < steps; ++i) {
-    ASSERT_TRUE(model.step()) << model.complaint();
+    ASSERT_TRUE(model.step()) << model.error();
     if (i % 100 != 0) continue;
     ASSERT_EQ(kit::check_all_arrays(), "");
   }
-  EXPECT_TRUE(model.finish()) << model.complaint();
+  EXPECT_TRUE(model.finish()) << model.error();
 }
 
 class RandomCalls : public ::testing::TestWithParam<unsigned> {};

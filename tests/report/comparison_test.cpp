@@ -12,7 +12,7 @@ using kit::sections;
 using kit::set_heap;
 using kit::Stage;
 
-/** Makes what a baseline saw; what a handle's management had then is `overhead`. */
+/** The sums of a handle at a baseline. */
 struct Base {
   std::uint32_t qty;
   std::uint64_t amount;

@@ -8,7 +8,7 @@ using kit::hold;
 using kit::sections;
 using kit::Stage;
 
-/** A handle of each type with two pointers, of which a baseline covers the second. */
+/** A handle of each type with two pointers. A baseline covers the second one. */
 class FilteredDetails : public ::testing::Test {
  protected:
   FilteredDetails() {

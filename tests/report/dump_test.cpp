@@ -114,7 +114,7 @@ TEST(Dump, WorksForAThreadThatHoldsTheLock) {
             "   ----------------------------------------------------------------------------\n");
 }
 
-/** A stream whose every write asks whether the writer holds the registry's lock. */
+/** A stream that counts writes by a thread that doesn't hold the registry's lock. */
 struct Watched {
   std::string text;
   int unlocked_writes = 0;

@@ -7,34 +7,34 @@
 
 namespace {
 
-void tell(std::string& text, const char* name, const std::string& value) {
+void append(std::string& text, const char* name, const std::string& value) {
   text += (text.empty() ? "" : " ") + std::string(name) + "=" + value;
 }
 
-void tell_number(std::string& text, const char* name, int value) {
-  if (value != 0) tell(text, name, std::to_string(value));
+void append_number(std::string& text, const char* name, int value) {
+  if (value != 0) append(text, name, std::to_string(value));
 }
 
-/** The conditions that are set, in the order of the record. */
-std::string told(const qk_mem_filters& filters) {
+/** The conditions that are set, in the order of the fields. */
+std::string text_of(const qk_mem_filters& filters) {
   std::string text;
-  tell_number(text, "handle_id", filters.handle_id);
-  if (filters.tag_name[0] != '\0') tell(text, "tag_name", filters.tag_name);
-  tell_number(text, "untagged_only", filters.untagged_only);
-  if (filters.handle_type != '\0') tell(text, "handle_type", {filters.handle_type});
-  tell_number(text, "blockmgmt", filters.blockmgmt_sel);
-  tell_number(text, "autofree", filters.autofree_sel);
-  tell_number(text, "new_handle", filters.new_handle_sel);
-  tell_number(text, "new_ptrs", filters.new_ptrs_sel);
+  append_number(text, "handle_id", filters.handle_id);
+  if (filters.tag_name[0] != '\0') append(text, "tag_name", filters.tag_name);
+  append_number(text, "untagged_only", filters.untagged_only);
+  if (filters.handle_type != '\0') append(text, "handle_type", {filters.handle_type});
+  append_number(text, "blockmgmt", filters.blockmgmt_sel);
+  append_number(text, "autofree", filters.autofree_sel);
+  append_number(text, "new_handle", filters.new_handle_sel);
+  append_number(text, "new_ptrs", filters.new_ptrs_sel);
   return text;
 }
 
-/** What a filter string sets in a record that was in use before; a code where it is refused. */
+/** The conditions that a filter string sets in a used record, or the error code. */
 std::string read(const char* filter) {
   qk_mem_filters filters;
   std::memset(&filters, 0x55, sizeof filters);
   const int code = qk_mem_init_filters(filter, &filters);
-  return code == 0 ? told(filters) : std::to_string(code);
+  return code == 0 ? text_of(filters) : std::to_string(code);
 }
 
 struct Row {

@@ -17,7 +17,7 @@ constexpr unsigned kEverySection =
     QK_MEM_DUMP_HANDLES | QK_MEM_DUMP_MGMT | QK_MEM_DUMP_BLOCKS | QK_MEM_DUMP_POINTERS;
 constexpr char kNoGrowth[] = "No memory growth since baseline\n";
 
-/** A handle with a pointer, and both are older than the baseline. */
+/** A handle with a pointer, both covered by the baseline. */
 qk_mem_handle& old_handle(Stage& stage, int id, char type = 'D') {
   qk_mem_handle& handle = stage.handle(id, type);
   hold(handle, 0x1000, 'M', 1, 10);
@@ -191,7 +191,7 @@ TEST(GrowthReport, GivesTheCallersConditionsBackAfterEachSection) {
   qk_mem_handle& grown = old_handle(stage, 1);
   hold(grown, 0x1100, 'M', 1, 11);
   hold(stage.handle(2), 0x1000, 'M', 1, 12);
-  // Rows of handles are of new ones all the same; rows of pointers are again of old ones only.
+  // The growth report shows new handles nevertheless. Rows of pointers obey the filter again.
   EXPECT_EQ(sections("NEW_HANDLE=FALSE", kGrowth | QK_MEM_DUMP_HANDLES | QK_MEM_DUMP_POINTERS),
             "Data handles\n"
             "   +   2                           1                12       5 made.c:200\n"

@@ -1,4 +1,4 @@
-// kit::sections_of() hides no fault of a report.
+// Tests that kit::sections_of() hides no error in a report.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -13,7 +13,7 @@ using kit::sections;
 using kit::sections_of;
 using kit::Stage;
 
-/** Reports of all headings, with rows and without. */
+/** Reports with all headings and with empty sections. */
 class SectionsOf : public ::testing::TestWithParam<unsigned> {
  protected:
   SectionsOf() {

@@ -9,7 +9,7 @@ using kit::report;
 using kit::sections;
 using kit::Stage;
 
-/** A report of a handle of each type, with a pointer on the one and a block on the other. */
+/** A handle of each type: the overhead handle has a pointer, the data handle a block. */
 class Sections : public ::testing::Test {
  protected:
   Sections() {

@@ -19,7 +19,7 @@ qk_mem_tag tag(const char* name) {
   return tag;
 }
 
-/** What of a handle the filters look at. */
+/** The fields of a handle that filters use. */
 struct Properties {
   int id = 12;
   const char* tag = "AB";

@@ -23,8 +23,8 @@ using kit::set_heap;
 constexpr unsigned kDetails = QK_MEM_DUMP_HANDLES | QK_MEM_DUMP_BLOCKS | QK_MEM_DUMP_POINTERS;
 
 /**
- * Gives figures that depend on where the allocator puts memory fixed values: that decides which
- * pointer arrays a handle needs, and each of them is an event and counts as management.
+ * Sets fixed values for what depends on where the allocator puts memory: that decides which pointer
+ * arrays a handle needs, and each array is an event and counts as management.
  */
 void settle(int hid) {
   qk_mem_handle& handle = handle_of(hid);
@@ -40,7 +40,7 @@ void settle(int hid) {
   }
 }
 
-/** A program with handles of all sorts; what it made by the language has addresses of the test. */
+/** A program with handles of every kind. Objects have invented addresses. */
 class Program : public ::testing::Test {
  protected:
   Program() {
@@ -139,7 +139,7 @@ TEST_F(Program, IsReportedAsFarAsAFilterGoes) {
             "   +   5 IX 0000000000005010 W     1       72       72     502 objects.cpp:41\n");
 }
 
-/** The rows of a kind, from the kind on, sorted: their order is that of their addresses. */
+/** The rows of a kind, without their addresses, sorted because they are in address order. */
 std::vector<std::string> rows_of(char kind, const std::string& text) {
   std::vector<std::string> rows;
   const std::string mark = std::string(" ") + kind + "  ";

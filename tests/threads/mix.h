@@ -20,46 +20,45 @@
 #include "tests/kit/scene.h"
 
 /**
- * Threads that do everything the interface offers, on handles that they share and on handles of
- * their own, and keep books of it: what all of them wrote down is what the library must show.
+ * Threads that make calls of every kind, on shared handles and on handles of their own, and keep
+ * sums of them. The library must show what the sums of all threads add up to.
  */
 namespace mix {
 
-/** The handles that all threads use, by their place in the books. */
-enum Place { kPlain, kTagged, kPieces, kEmptied, kData, kPlaces };
+/** The handles that all threads use. */
+enum SharedHandle { kPlain, kTagged, kPieces, kCleared, kData, kSharedHandles };
 
-[[nodiscard]] constexpr kit::HandleKind kind_of(Place place) {
-  if (place == kEmptied) return kit::HandleKind::kBlocks;
-  return place == kPieces ? kit::HandleKind::kPieces : kit::HandleKind::kOrdinary;
+[[nodiscard]] constexpr kit::HandleKind kind_of(SharedHandle shared) {
+  if (shared == kCleared) return kit::HandleKind::kBlocks;
+  return shared == kPieces ? kit::HandleKind::kPieces : kit::HandleKind::kOrdinary;
 }
 
 constexpr std::uint64_t kBlocksize = 4096;
 constexpr std::uint64_t kTracker = 16;  // as a tracker is accounted
 
 struct SharedHandles {
-  int ids[kPlaces] = {
+  int ids[kSharedHandles] = {
       qk_mem_new_handle("MULTITHREADED", "SA"), qk_mem_new_handle("MULTITHREADED", "SB"),
       qk_mem_new_handle("MULTITHREADED BLOCKMGMT BLOCKFREE BLOCKSIZE=4096", "SC"),
       qk_mem_new_handle("MULTITHREADED BLOCKMGMT BLOCKSIZE=4096", "SD"), QK_MEM_DATA_HANDLE};
 };
-constexpr const char* kTags[kPlaces] = {"SA", "SB", "SC", "SD", ""};
+constexpr const char* kTags[kSharedHandles] = {"SA", "SB", "SC", "SD", ""};
 
-/** Something that a thread holds on a shared handle. Its bytes are all equal. */
+/** Memory or an object of a thread on a shared handle. All its bytes are equal. */
 struct Item {
   enum Kind { kMemory, kExternal, kObject, kArrayOfObjects } kind;
-  Place place;
+  SharedHandle handle;
   unsigned char* address;
   std::size_t size;
 };
 
-/** An object that others can't take for theirs. */
 struct Thing {
   explicit Thing(unsigned char byte) { std::memset(bytes, byte, sizeof bytes); }
   Thing() : Thing(0) {}
   unsigned char bytes[24];
 };
 
-/** Items that one thread made and any thread may release. */
+/** Items that one thread has allocated and any thread may release. */
 class Exchange {
  public:
   Item swap(const Item& mine) {
@@ -68,10 +67,10 @@ class Exchange {
       items_.push_back(mine);
       return {Item::kMemory, kPlain, nullptr, 0};
     }
-    Item& place = items_[next_++ % items_.size()];
-    return std::exchange(place, mine);
+    Item& theirs = items_[next_++ % items_.size()];
+    return std::exchange(theirs, mine);
   }
-  /** For the end, when the threads are gone. */
+  /** For the end, after the threads have finished. */
   [[nodiscard]] const std::vector<Item>& left() const { return items_; }
 
  private:
@@ -80,8 +79,8 @@ class Exchange {
   std::size_t next_ = 0;
 };
 
-/** Events that the making and growing of a handle's own memory has counted. */
-[[nodiscard]] inline std::uint32_t bookkeeping_events(const qk_mem_handle& handle) {
+/** Events of the blocks and the pointer arrays of a handle. */
+[[nodiscard]] inline std::uint32_t structure_events(const qk_mem_handle& handle) {
   std::uint32_t events = handle.track_blocks != 0 ? handle.num_blocks : 0;
   for (const qk_mem_ptr_array& array : handle.ptrs) {
     if (array.capacity > 0) events += static_cast<std::uint32_t>((array.capacity - 16) / 64 + 1);
@@ -89,13 +88,13 @@ class Exchange {
   return events;
 }
 
-/** Records of the handle itself and its mutex. */
+/** The number of records of the handle itself and its mutex. */
 [[nodiscard]] inline std::uint32_t own_records(const qk_mem_handle& handle) {
   if (handle.track == 0) return 0;
   return handle.mtx == nullptr ? 1 : 2;
 }
 
-/** One thread. `steps` of the mix are independent of each other and leave the books right. */
+/** The calls of one thread. */
 class Worker {
  public:
   Worker(const SharedHandles& shared, Exchange& exchange, unsigned seed, bool configures)
@@ -107,7 +106,7 @@ class Worker {
   ~Worker() { std::fclose(nowhere_); }
 
   void step() {
-    // Reports and configurations cost as much as hundreds of calls on memory.
+    // Reports and configuration calls take as long as hundreds of calls on memory.
     const unsigned dice = below(1000);
     if (dice < 2) return report();
     if (dice < 4) return configures_ ? configure() : ask();
@@ -116,29 +115,29 @@ class Worker {
     if (dice < 30) return own_handle();
     if (dice < 60) return misuse();
     if (dice < 100) return grow_array();
-    if (dice < 150) return use_emptied();
+    if (dice < 150) return use_cleared();
     if (dice < 250) return resize();
     if (dice < 300) return exchange();
     if (items_.size() < 2 || (items_.size() < kMostItems && below(2) == 0)) return make();
     release(take_any());
   }
 
-  /** Releases what the thread still holds. */
+  /** Releases all items of the thread. */
   void release_all() {
     while (!items_.empty()) release(take_any());
   }
 
   void release(const Item& item) {
-    expect(is_intact(item), "memory was written by nobody else");
-    const int hid = shared_.ids[item.place];
+    expect(is_intact(item), "no other thread wrote to the memory");
+    const int hid = shared_.ids[item.handle];
     switch (item.kind) {
       case Item::kMemory:
         qk_mem_free(hid, item.address);
-        return charge(item.place, kit::Event::kFree, item.size);
+        return charge(item.handle, kit::Event::kFree, item.size);
       case Item::kExternal:
         qk_mem_deregister(hid, QK_MEM_EXTERNAL, item.address);
         std::free(item.address);
-        return charge(item.place, kit::Event::kRemoveExternal, item.size);
+        return charge(item.handle, kit::Event::kRemoveExternal, item.size);
       case Item::kObject:
         qk::destroy(qk::On(hid), reinterpret_cast<Thing*>(item.address));
         break;
@@ -146,17 +145,17 @@ class Worker {
         qk::destroy<Thing[]>(qk::On(hid), reinterpret_cast<Thing*>(item.address));
         break;
     }
-    charge(item.place, kit::Event::kDeregisterObject, item.size);
-    charge(item.place, kit::Event::kRemoveTracker, kTracker);
+    charge(item.handle, kit::Event::kDeregisterObject, item.size);
+    charge(item.handle, kit::Event::kRemoveTracker, kTracker);
   }
 
   [[nodiscard]] const std::vector<Item>& items() const { return items_; }
   /** What the thread's calls have changed on a shared handle. */
-  [[nodiscard]] const kit::Sums& sums(Place place) const { return sums_[place]; }
+  [[nodiscard]] const kit::Sums& sums(SharedHandle handle) const { return sums_[handle]; }
   [[nodiscard]] std::uint32_t events() const { return events_; }
   /** What the thread's own handles have left in their tags. */
   [[nodiscard]] const kit::Sums& leftovers() const { return leftovers_; }
-  [[nodiscard]] const std::string& complaints() const { return complaints_; }
+  [[nodiscard]] const std::string& errors() const { return errors_; }
 
  private:
   static constexpr std::size_t kMostItems = 150;
@@ -168,18 +167,18 @@ class Worker {
   }
 
   void expect(bool holds, const char* claim) {
-    if (!holds && complaints_.size() < 1000) complaints_ += std::string(claim) + "\n";
+    if (!holds && errors_.size() < 1000) errors_ += std::string(claim) + "\n";
   }
 
-  [[nodiscard]] bool is_recorded(Place place) const {
-    return qk_mem_debug_on() != 0 || place != kData;
+  [[nodiscard]] bool is_recorded(SharedHandle handle) const {
+    return qk_mem_debug_on() != 0 || handle != kData;
   }
 
   /** Each change of a record is an event. */
-  void charge(Place place, kit::Event event, std::uint64_t bytes) {
-    if (!is_recorded(place)) return;
+  void charge(SharedHandle handle, kit::Event event, std::uint64_t bytes) {
+    if (!is_recorded(handle)) return;
     ++events_;
-    kit::charge(sums_[place], event, kind_of(place), bytes);
+    kit::charge(sums_[handle], event, kind_of(handle), bytes);
   }
 
   [[nodiscard]] static bool is_intact(const Item& item) {
@@ -196,8 +195,8 @@ class Worker {
     return item;
   }
 
-  Place any_place() {
-    constexpr Place kSuitable[] = {kPlain, kTagged, kPieces, kData};
+  SharedHandle any_handle() {
+    constexpr SharedHandle kSuitable[] = {kPlain, kTagged, kPieces, kData};
     return kSuitable[below(4)];
   }
 
@@ -219,8 +218,8 @@ class Worker {
   }
 
   void make_memory() {
-    Item item = {Item::kMemory, any_place(), nullptr, below(600) + 1};
-    const int hid = shared_.ids[item.place];
+    Item item = {Item::kMemory, any_handle(), nullptr, below(600) + 1};
+    const int hid = shared_.ids[item.handle];
     void* memory = nullptr;
     switch (below(3)) {
       case 0:
@@ -235,38 +234,38 @@ class Worker {
     }
     item.address = static_cast<unsigned char*>(memory);
     fill(item);
-    charge(item.place, kit::Event::kAllocate, item.size);
+    charge(item.handle, kit::Event::kAllocate, item.size);
     items_.push_back(item);
   }
 
   void enter_external() {
-    Item item = {Item::kExternal, any_place(), nullptr, below(100) + 1};
+    Item item = {Item::kExternal, any_handle(), nullptr, below(100) + 1};
     item.address = static_cast<unsigned char*>(std::malloc(item.size));
     fill(item);
-    qk_mem_register(shared_.ids[item.place], QK_MEM_EXTERNAL, item.address, item.size);
-    charge(item.place, kit::Event::kRegisterExternal, item.size);
+    qk_mem_register(shared_.ids[item.handle], QK_MEM_EXTERNAL, item.address, item.size);
+    charge(item.handle, kit::Event::kRegisterExternal, item.size);
     items_.push_back(item);
   }
 
   void make_object() {
-    Item item = {Item::kObject, any_place(), nullptr, sizeof(Thing)};
+    Item item = {Item::kObject, any_handle(), nullptr, sizeof(Thing)};
     Thing* thing =
-        qk::make<Thing>(qk::On(shared_.ids[item.place]), static_cast<unsigned char>(below(255)));
+        qk::make<Thing>(qk::On(shared_.ids[item.handle]), static_cast<unsigned char>(below(255)));
     item.address = thing->bytes;
     note_object(item);
   }
 
   void make_objects() {
     const std::size_t count = below(5) + 1;
-    Item item = {Item::kArrayOfObjects, any_place(), nullptr, count * sizeof(Thing)};
-    item.address = qk::make_array<Thing>(qk::On(shared_.ids[item.place]), count)->bytes;
+    Item item = {Item::kArrayOfObjects, any_handle(), nullptr, count * sizeof(Thing)};
+    item.address = qk::make_array<Thing>(qk::On(shared_.ids[item.handle]), count)->bytes;
     note_object(item);
   }
 
   void note_object(const Item& item) {
     items_.push_back(item);
-    charge(item.place, kit::Event::kRegisterObject, item.size);
-    charge(item.place, kit::Event::kRecordTracker, kTracker);
+    charge(item.handle, kit::Event::kRegisterObject, item.size);
+    charge(item.handle, kit::Event::kRecordTracker, kTracker);
   }
 
   void resize() {
@@ -274,29 +273,29 @@ class Worker {
     Item& item = items_[below(static_cast<unsigned>(items_.size()))];
     if (item.kind != Item::kMemory) return;
     const std::size_t size = below(600) + 1;
-    const int hid = shared_.ids[item.place];
+    const int hid = shared_.ids[item.handle];
     void* memory = below(2) == 0 ? qk_mem_realloc(hid, item.address, size)
                                  : qk_mem_recalloc(hid, item.address, size, 1, item.size);
-    charge(item.place, kit::Event::kFree, item.size);
-    charge(item.place, kit::Event::kAllocate, size);
-    if (is_recorded(item.place)) --events_;  // the two are one event
+    charge(item.handle, kit::Event::kFree, item.size);
+    charge(item.handle, kit::Event::kAllocate, size);
+    if (is_recorded(item.handle)) --events_;  // the two are one event
     item.address = static_cast<unsigned char*>(memory);
     item.size = size;
     fill(item);
   }
 
-  /** Somebody else's item in exchange for one of the thread's own. */
+  /** Exchanges an item for one of another thread. */
   void exchange() {
     if (items_.empty()) return;
     const Item other = exchange_.swap(take_any());
     if (other.address != nullptr) items_.push_back(other);
   }
 
-  /** Nobody touches what lies on this handle, since anybody may empty it. */
-  void use_emptied() {
-    const int hid = shared_.ids[kEmptied];
+  /** Never accesses memory of this handle, since any thread may clear it. */
+  void use_cleared() {
+    const int hid = shared_.ids[kCleared];
     if (below(10) == 0) {
-      expect(qk_mem_clear_handle(hid) == 0, "the handle can be emptied");
+      expect(qk_mem_clear_handle(hid) == 0, "the handle can be cleared");
       ++events_;
     } else {
       expect(qk_mem_malloc(hid, below(300) + 1) != nullptr, "there is a piece");
@@ -305,12 +304,12 @@ class Worker {
   }
 
   void grow_array() {
-    const Place place = below(2) == 0 ? kPlain : kPieces;
-    const int hid = shared_.ids[place];
+    const int hid = shared_.ids[below(2) == 0 ? kPlain : kPieces];
     void* array = nullptr;
     const int elements = static_cast<int>(below(20)) + 1;
     for (int i = 0; i < elements; ++i) {
-      expect(qk_mem_marralloc(hid, &array, sizeof(int), 4) == i, "elements are counted");
+      expect(qk_mem_marralloc(hid, &array, sizeof(int), 4) == i,
+             "the index is that of the new element");
       static_cast<int*>(array)[i] = i;
     }
     for (int i = 0; i < elements; ++i) {
@@ -340,7 +339,7 @@ class Worker {
       bytes += size;
       if (handle.track != 0) ++events_;
     }
-    if (!blocks) expect(qk_mem_size(hid) == bytes, "a handle holds what was put there");
+    if (!blocks) expect(qk_mem_size(hid) == bytes, "the size of a handle is that of its memory");
     if (blocks && below(2) == 0) qk_mem_clear_handle(hid), ++events_;
     delete_own(hid);
   }
@@ -348,14 +347,14 @@ class Worker {
   void delete_own(int hid) {
     const qk_mem_handle& handle = *qk::mem::handle_slots().at(hid - 1);
     const std::uint32_t records = own_records(handle);
-    events_ += bookkeeping_events(handle) + records + 2;
+    events_ += structure_events(handle) + records + 2;
     for (std::uint32_t i = 0; i < records; ++i) {
       kit::charge(leftovers_, kit::Event::kDeleteOwnMemory, kit::HandleKind::kOrdinary, 0);
     }
     expect(qk_mem_del_handle(hid) == 0, "a handle can be deleted");
   }
 
-  /** So many that the array of handles has to grow when all threads come here. */
+  /** So many that the handle array must grow if all threads do this at once. */
   void many_handles() {
     int ids[120];
     for (int& hid : ids) hid = qk_mem_new_handle("", "OA");
@@ -370,7 +369,7 @@ class Worker {
     expect(qk_mem_error() == QK_MEM_ERROR_HANDLE, "a thread's error is its own");
     expect(qk_mem_new_handle("NONSENSE", "") == 0, "options are checked");
     expect(qk_mem_error() == QK_MEM_ERROR_OPTIONS, "a thread's error is its own");
-    events_ += 1;  // the half-made handle was deleted
+    events_ += 1;  // the deletion of the handle that was refused
   }
 
   static constexpr const char* kFilters[] = {
@@ -379,7 +378,7 @@ class Worker {
 
   void report() {
     if (below(2) == 0) qk_mem_baseline(one_of(kFilters));
-    // All sums of sections, but the two that leave the others out only now and then.
+    // Any combination of sections; the two that suppress others only now and then.
     const unsigned sections = below(64) | (below(4) == 0 ? below(8) << 6U : 0U);
     qk_mem_dump(nowhere_, one_of(kFilters), sections);
   }
@@ -394,17 +393,18 @@ class Worker {
     expect(qk_mem_size(shared_.ids[kPlain]) < (1UL << 40U), "handles have sizes");
     if (!items_.empty()) {
       const Item& item = items_.front();
-      expect(qk_mem_is_recorded(shared_.ids[item.place], item.address, __FILE__, __LINE__) ==
-                 (is_recorded(item.place) ? 1 : 0),
-             "what a thread holds is recorded");
+      expect(qk_mem_is_recorded(shared_.ids[item.handle], item.address, __FILE__, __LINE__) ==
+                 (is_recorded(item.handle) ? 1 : 0),
+             "items are recorded");
     }
-    expect(qk_mem_frees_singly(shared_.ids[kEmptied], __FILE__, __LINE__) == 0, "blocks stay");
+    expect(qk_mem_frees_singly(shared_.ids[kCleared], __FILE__, __LINE__) == 0,
+           "pieces can't be freed");
     expect(qk_heapsize() >= 0, "the heap has a size");
     qk_mem_init();
     qk_mallinfo();
   }
 
-  /** All of these watch something, so that what is recorded is so throughout. */
+  /** Each of these turns something on, so that the data handle keeps its records throughout. */
   void configure() {
     static constexpr const char* kSwitches[] = {
         "TRACE",
@@ -432,10 +432,10 @@ class Worker {
   const bool configures_;
   FILE* nowhere_ = std::fopen("/dev/null", "w");
   std::vector<Item> items_;
-  kit::Sums sums_[kPlaces];
+  kit::Sums sums_[kSharedHandles];
   kit::Sums leftovers_;
   std::uint32_t events_ = 0;
-  std::string complaints_;
+  std::string errors_;
 };
 
 }  // namespace mix

@@ -15,7 +15,7 @@
 
 namespace {
 
-using mix::Place;
+using mix::SharedHandle;
 using mix::Worker;
 
 constexpr int kThreads = 8;
@@ -53,28 +53,28 @@ class StressedLibrary : public ::testing::Test {
  protected:
   /** Runs the threads. */
   void stress(bool configures) {
-    const std::uint32_t events_before = Qk_mem_seq - standing_bookkeeping();
+    const std::uint32_t events_before = Qk_mem_seq - shared_structure_events();
     const bool traced_before = Qk_mem_db != nullptr;
     const std::int32_t slots_before = Qk_mem_avail_handles;
     for (unsigned i = 0; i < kThreads; ++i) {
       workers_.push_back(std::make_unique<Worker>(shared_, exchange_, i + 1, configures));
     }
     run_until(std::chrono::steady_clock::now() + duration());
-    expected_events_ = events_before + standing_bookkeeping() +
+    expected_events_ = events_before + shared_structure_events() +
                        (Qk_mem_db != nullptr && !traced_before ? 1 : 0) +
                        2 * static_cast<std::uint32_t>((Qk_mem_avail_handles - slots_before) / 512);
     for (const auto& worker : workers_) {
       expected_events_ += worker->events();
-      EXPECT_EQ(worker->complaints(), "");
+      EXPECT_EQ(worker->errors(), "");
     }
   }
 
   void expect_exact_accounting() {
     EXPECT_EQ(Qk_mem_seq, expected_events_);
-    for (const Place place : {mix::kPlain, mix::kTagged, mix::kPieces, mix::kData}) {
-      expect_exact(place);
+    for (const SharedHandle shared : {mix::kPlain, mix::kTagged, mix::kPieces, mix::kData}) {
+      expect_exact(shared);
     }
-    EXPECT_EQ(kit::handle_of(shared_.ids[mix::kEmptied]).amount, bytes_of_blocks(mix::kEmptied));
+    EXPECT_EQ(kit::handle_of(shared_.ids[mix::kCleared]).amount, bytes_of_blocks(mix::kCleared));
     EXPECT_EQ(qk_mem_tag_size("OA") + qk_mem_tag_size("OB"), 0);
     EXPECT_EQ(qty_of_tag("OA") + qty_of_tag("OB"), leftovers().qty);
   }
@@ -83,11 +83,11 @@ class StressedLibrary : public ::testing::Test {
   void expect_nothing_left() {
     for (const auto& worker : workers_) worker->release_all();
     for (const mix::Item& item : exchange_.left()) workers_.front()->release(item);
-    EXPECT_EQ(qk_mem_clear_handle(shared_.ids[mix::kEmptied]), 0);
-    for (const Place place : {mix::kPlain, mix::kTagged, mix::kPieces, mix::kEmptied}) {
-      EXPECT_EQ(kit::handle_of(shared_.ids[place]).amount, bytes_of_blocks(place)) << place;
-      EXPECT_EQ(qk_mem_del_handle(shared_.ids[place]), 0);
-      EXPECT_EQ(qk_mem_tag_size(mix::kTags[place]), 0);
+    EXPECT_EQ(qk_mem_clear_handle(shared_.ids[mix::kCleared]), 0);
+    for (const SharedHandle shared : {mix::kPlain, mix::kTagged, mix::kPieces, mix::kCleared}) {
+      EXPECT_EQ(kit::handle_of(shared_.ids[shared]).amount, bytes_of_blocks(shared)) << shared;
+      EXPECT_EQ(qk_mem_del_handle(shared_.ids[shared]), 0);
+      EXPECT_EQ(qk_mem_tag_size(mix::kTags[shared]), 0);
     }
     EXPECT_EQ(qk_mem_size(QK_MEM_DATA_HANDLE), 0U);
     EXPECT_EQ(Qk_mem_global_tag.amount, 0U);
@@ -107,31 +107,31 @@ class StressedLibrary : public ::testing::Test {
     for (std::thread& thread : threads) thread.join();
   }
 
-  void expect_exact(Place place) {
-    const qk_mem_handle& handle = kit::handle_of(shared_.ids[place]);
-    const bool is_recorded = place != mix::kData || qk_mem_debug_on() != 0;
+  void expect_exact(SharedHandle shared) {
+    const qk_mem_handle& handle = kit::handle_of(shared_.ids[shared]);
+    const bool is_recorded = shared != mix::kData || qk_mem_debug_on() != 0;
     kit::Sums sums;
     if (is_recorded) {
-      sums += kit::sums_of_structure(handle, mix::kind_of(place), handle.track_blocks != 0);
+      sums += kit::sums_of_structure(handle, mix::kind_of(shared), handle.track_blocks != 0);
     }
-    for (const auto& worker : workers_) sums += worker->sums(place);
+    for (const auto& worker : workers_) sums += worker->sums(shared);
     const Table table(handle);
-    EXPECT_EQ(handle.amount, sums.amount) << place;
-    EXPECT_EQ(handle.qty, sums.qty) << place;
-    EXPECT_EQ(handle.overhead_amount, sums.overhead_amount) << place;
-    EXPECT_EQ(handle.overhead_qty, sums.overhead_qty) << place;
-    EXPECT_EQ(handle.overhead_amount, table.overhead) << place;
+    EXPECT_EQ(handle.amount, sums.amount) << shared;
+    EXPECT_EQ(handle.qty, sums.qty) << shared;
+    EXPECT_EQ(handle.overhead_amount, sums.overhead_amount) << shared;
+    EXPECT_EQ(handle.overhead_qty, sums.overhead_qty) << shared;
+    EXPECT_EQ(handle.overhead_amount, table.overhead) << shared;
     if (is_recorded) {
-      EXPECT_EQ(table.records, held_on(place) + records_of_blocks(place)) << place;
+      EXPECT_EQ(table.records, held_on(shared) + records_of_blocks(shared)) << shared;
     }
-    if (place == mix::kData) return;  // it shares its tag with the library's own handles
-    EXPECT_EQ(static_cast<std::uint64_t>(qk_mem_tag_size(mix::kTags[place])), sums.amount);
-    EXPECT_EQ(qty_of_tag(mix::kTags[place]), sums.qty) << place;
+    if (shared == mix::kData) return;  // it shares its tag with the library's own handles
+    EXPECT_EQ(static_cast<std::uint64_t>(qk_mem_tag_size(mix::kTags[shared])), sums.amount);
+    EXPECT_EQ(qty_of_tag(mix::kTags[shared]), sums.qty) << shared;
   }
 
-  [[nodiscard]] std::uint32_t held_on(Place place) const {
+  [[nodiscard]] std::uint32_t held_on(SharedHandle shared) const {
     std::uint32_t count = 0;
-    auto add = [&](const mix::Item& item) { count += item.place == place ? 1 : 0; };
+    auto add = [&](const mix::Item& item) { count += item.handle == shared ? 1 : 0; };
     for (const auto& worker : workers_) {
       for (const mix::Item& item : worker->items()) add(item);
     }
@@ -139,20 +139,20 @@ class StressedLibrary : public ::testing::Test {
     return count;
   }
 
-  [[nodiscard]] std::uint64_t bytes_of_blocks(Place place) const {
-    const qk_mem_handle& handle = kit::handle_of(shared_.ids[place]);
+  [[nodiscard]] std::uint64_t bytes_of_blocks(SharedHandle shared) const {
+    const qk_mem_handle& handle = kit::handle_of(shared_.ids[shared]);
     return handle.num_blocks * (mix::kBlocksize + Qk_mem_blocksize);
   }
 
-  [[nodiscard]] std::uint32_t records_of_blocks(Place place) const {
-    const qk_mem_handle& handle = kit::handle_of(shared_.ids[place]);
+  [[nodiscard]] std::uint32_t records_of_blocks(SharedHandle shared) const {
+    const qk_mem_handle& handle = kit::handle_of(shared_.ids[shared]);
     return handle.track_blocks != 0 ? handle.num_blocks : 0;
   }
 
   /** Events of arrays and blocks on the handles that exist all the time. */
-  [[nodiscard]] std::uint32_t standing_bookkeeping() const {
-    std::uint32_t events = mix::bookkeeping_events(kit::handle_of(QK_MEM_OVERHEAD_HANDLE));
-    for (const int hid : shared_.ids) events += mix::bookkeeping_events(kit::handle_of(hid));
+  [[nodiscard]] std::uint32_t shared_structure_events() const {
+    std::uint32_t events = mix::structure_events(kit::handle_of(QK_MEM_OVERHEAD_HANDLE));
+    for (const int hid : shared_.ids) events += mix::structure_events(kit::handle_of(hid));
     return events;
   }
 

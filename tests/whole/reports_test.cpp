@@ -1,7 +1,7 @@
-// Whole reports of one program, held against the files in expected/. A test that fails shows the
-// difference; with QKMEM_FRESH_TEXTS=folder in the environment each test writes what was printed to
-// a file of that folder, under the name of the expected one, and fails in any case. After reading
-// every changed line, copy the file to expected/:
+// Compares whole reports of one program with the files in expected/. A test that fails shows the
+// difference. With QKMEM_FRESH_TEXTS=folder in the environment each test writes its report to a
+// file in that folder, with the name of the expected file, and fails. After reading every changed
+// line, copy the file to expected/:
 //
 //   mkdir /tmp/fresh
 //   QKMEM_FRESH_TEXTS=/tmp/fresh ctest --test-dir build -R '^whole[.]'
@@ -30,7 +30,7 @@ constexpr unsigned kDetails =
     QK_MEM_DUMP_HANDLES | QK_MEM_DUMP_MGMT | QK_MEM_DUMP_BLOCKS | QK_MEM_DUMP_POINTERS;
 constexpr unsigned kEverySection = QK_MEM_DUMP_SUMMARY | QK_MEM_DUMP_HEAPSIZE | kDetails;
 
-/** Absolute before any test changes the current folder. */
+/** Made absolute before a test changes the current folder. */
 const std::filesystem::path expected_folder =
     std::filesystem::absolute(__FILE__).parent_path() / "expected";
 
@@ -46,23 +46,23 @@ void expect_printed(const std::string& name, const std::string& text) {
 }
 
 /**
- * Accounts what the library keeps for a handle with fixed sizes, 1000 bytes for its record and 100
- * for its mutex, so that the sums don't change with the library. The rows have words for them.
+ * Charges a handle 1000 bytes for its record and 100 for its mutex, so that the sums don't depend
+ * on their real sizes. In rows, normalized_report() replaces these sizes.
  */
-void weigh(int hid) {
+void set_fixed_sizes(int hid) {
   qk_mem_handle& handle = handle_of(hid);
-  if (handle.track == 0) return;  // keeps no records, of itself neither
+  if (handle.track == 0) return;  // has no record of itself
   handle.overhead_amount += 1000 - sizeof(qk_mem_handle);
   if (handle.mtx != nullptr) handle.overhead_amount += 100 - sizeof(qk::Mtx);
 }
 
 int create(const char* options, const char* tag, int line) {
   const int hid = qk_mem_inew_handle(options, tag, "src/pools.cpp", line);
-  weigh(hid);
+  set_fixed_sizes(hid);
   return hid;
 }
 
-/** Stands for an object that lives as long as the process; nobody deletes it. */
+/** A tracker of an object that is never deleted. */
 class Tracker : public qk::MemTracker {
  public:
   explicit Tracker(void* object) { address = object; }
@@ -72,23 +72,23 @@ class Tracker : public qk::MemTracker {
   }
 };
 
-/** Places by which the arrays are known that records of what was made elsewhere go to. */
+/** Addresses of external memory and objects; fixed bits 4 to 6 choose their pointer arrays. */
 alignas(128) char storage[512];
 
-void register_object(int hid, int type, std::size_t place, std::size_t size, int line) {
-  auto* tracker = new Tracker(storage + place);  // the handle's from here on
+void register_object(int hid, int type, std::size_t offset, std::size_t size, int line) {
+  auto* tracker = new Tracker(storage + offset);  // now belongs to the handle
   qk_mem_iregister(hid, type, tracker, nullptr, size, "src/objects.cpp", line);
 }
 
-/** A program with handles of every kind, in two halves with room for a baseline between them. */
+/** A program with handles of every kind. A baseline can be set between its two halves. */
 class Program {
  public:
   Program() {
     kit::align_requests();
     set_heap(135168);
     qk_mem_init();
-    weigh(QK_MEM_OVERHEAD_HANDLE);
-    weigh(QK_MEM_DATA_HANDLE);
+    set_fixed_sizes(QK_MEM_OVERHEAD_HANDLE);
+    set_fixed_sizes(QK_MEM_DATA_HANDLE);
     make_handles();
     first_half();
     set_heap(270336);
@@ -160,7 +160,7 @@ class Program {
   void* first_piece_ = nullptr;
 };
 
-/** The program before any baseline. */
+/** Reports of the first half, without a baseline. */
 class Report : public ::testing::Test {
  protected:
   void expect_report(const std::string& name, const char* filter, unsigned options) {
@@ -171,7 +171,7 @@ class Report : public ::testing::Test {
   Program program_;
 };
 
-/** The program some time after a baseline. */
+/** Reports of both halves, with a baseline between them. */
 class ReportAfterABaseline : public Report {
  protected:
   ReportAfterABaseline() {
