@@ -44,20 +44,20 @@ TEST(Calloc, IsLoggedAndTracedWithCountAndSize) {
   EXPECT_EQ(ledger.trace(), "3 C [p1] 10 8 app.c 12 80\n");
 }
 
-TEST(Calloc, IsLoggedWithTheHeapWhereThatIsAskedFor) {
+TEST(Calloc, LogsTheHeapChangeUnderHeapsize) {
   Ledger ledger(Environment{"DEBUG", "HEAPSIZE", ""});
   allocate(ledger.pool, 10, 8);
   EXPECT_EQ(ledger.log(), "   qk_mem_icalloc:        3 [p1] C 10/8 app.c:12 (heap change)\n");
 }
 
-TEST(Calloc, IsTracedAlsoWhereNothingIsLogged) {
+TEST(Calloc, IsTracedEvenIfNothingIsLogged) {
   Ledger ledger(Environment{"EXCEPTIONS=qk_ifree", "DB", ""});
   allocate(ledger.pool, 10, 8);
   EXPECT_EQ(ledger.log(), "");
   EXPECT_EQ(ledger.trace(), "3 C [p1] 10 8 app.c 12 80\n");
 }
 
-TEST(Calloc, OfNothingIsWarnedAboutAndServed) {
+TEST(Calloc, WarnsOfZeroElementsOrBytesAndAllocates) {
   struct {
     std::size_t num;
     std::size_t size;
@@ -83,7 +83,7 @@ TEST(Calloc, OfNothingIsWarnedAboutAndServed) {
   }
 }
 
-TEST(Calloc, OfNothingIsLoggedBehindItsWarnings) {
+TEST(Calloc, LogsItsWarningsOfZeroBeforeItsEvent) {
   Ledger ledger(Environment{"DEBUG", "DB", ""});
   allocate(ledger.pool, 0, 0);
   EXPECT_EQ(ledger.log(),
@@ -101,7 +101,7 @@ TEST(Calloc, IgnoresTheAlignment) {
   EXPECT_EQ(ledger.log(), "");
 }
 
-TEST(Calloc, ThatFailsIsNullWithTheSystemsCode) {
+TEST(Calloc, ReturnsNullWithTheSystemsCodeOnFailure) {
   Ledger ledger(Environment{"DEBUG", "DB", ""});
   kit::fail_request(1);
   EXPECT_EQ(allocate(ledger.pool, 10, 8), nullptr);
@@ -121,14 +121,14 @@ TEST(Calloc, IsFollowedByTheReportUnderCtrlblks) {
             "   +   3 AB p1               C    10        8       80     101 app.c:12\n");
 }
 
-TEST(Calloc, ThatFailsIsNotFollowedByTheReport) {
+TEST(Calloc, PrintsNoReportOnFailure) {
   Ledger ledger("CTRLBLKS");
   kit::fail_request(1);
   EXPECT_EQ(allocate(ledger.pool, 10, 8), nullptr);
   EXPECT_EQ(ledger.log(), "");
 }
 
-TEST(Calloc, OnTheDataHandleIsRecordedOnceAnythingIsConfigured) {
+TEST(Calloc, RecordsOnTheDataHandleOnceAnythingIsConfigured) {
   Scene scene(Environment{"EXCEPTIONS=qk_ifree", "DB", ""});
   qk_mem_init();
   kit::make_arrays(QK_MEM_DATA_HANDLE);

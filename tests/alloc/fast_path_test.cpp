@@ -135,7 +135,7 @@ void run_in_child(unsigned seed, bool slow, const char* file) {
   _Exit(0);
 }
 
-TEST(QuickRoad, LeavesTheBooksThatTheGeneralOneLeaves) {
+TEST(FastPath, LeavesTheSameAccountingAsTheSlowPath) {
   const Scene scene;
   for (unsigned seed = 1; seed <= 8; ++seed) {
     // Nothing is allocated between the two, so that both get the same addresses.

@@ -23,7 +23,7 @@ void* hold_memory(const Ledger& ledger, char kind, std::uint64_t count, std::uin
   return memory;
 }
 
-TEST(Free, BringsTheTotalsBackToWhatTheyWere) {
+TEST(Free, RemovesTheRecordAndLowersTheTotals) {
   Ledger ledger("");
   qk_mem_imalloc(ledger.pool, 7, 16, "src/app.c", 11);
   void* memory = qk_mem_imalloc(ledger.pool, 100, 16, "src/app.c", 12);
@@ -69,7 +69,7 @@ TEST(Free, IsLoggedAndTracedWithTheRecord) {
   EXPECT_EQ(ledger.sums(), "handle 0 for 0, tag 0 for 0, events 1");
 }
 
-TEST(Free, IsLoggedWithTheHeapWhereThatIsAskedFor) {
+TEST(Free, LogsTheHeapChangeUnderHeapsize) {
   Ledger ledger(Environment{"DEBUG=qk_ifree", "HEAPSIZE", ""});
   release(ledger.pool, qk_mem_imalloc(ledger.pool, 100, 16, "src/app.c", 12));
   release(ledger.pool, qk_mem_icalloc(ledger.pool, 10, 8, 16, "src/app.c", 12));
@@ -79,7 +79,7 @@ TEST(Free, IsLoggedWithTheHeapWhereThatIsAskedFor) {
   EXPECT_NE(log.find("C 10/8 app.c:12 (heap change)\n"), std::string::npos);
 }
 
-TEST(Free, IsTracedAlsoWhereNothingIsLogged) {
+TEST(Free, IsTracedEvenIfNothingIsLogged) {
   Ledger ledger(Environment{"EXCEPTIONS=qk_imalloc", "DB", ""});
   void* memory = qk_mem_icalloc(ledger.pool, 10, 8, 16, "src/app.c", 12);
   ledger.skip_all();
@@ -88,7 +88,7 @@ TEST(Free, IsTracedAlsoWhereNothingIsLogged) {
   EXPECT_EQ(ledger.trace(), "3 F [p1] 10 8 other.c 80 -80\n");
 }
 
-TEST(Free, OfUnknownPointerReleasesItAndWarnsTwice) {
+TEST(Free, ReleasesAnUnknownPointerAndWarnsTwice) {
   Ledger ledger(Environment{"DEBUG", "DB", ""});
   release(ledger.pool, std::malloc(8));
   EXPECT_EQ(ledger.log(),
@@ -98,7 +98,7 @@ TEST(Free, OfUnknownPointerReleasesItAndWarnsTwice) {
   EXPECT_EQ(ledger.sums(), "handle 0 for 0, tag 0 for 0, events 0");
 }
 
-TEST(Free, OfUnknownPointerIsWarnedAboutAsTheSwitchesSay) {
+TEST(Free, WarnsOfAnUnknownPointerAsConfigured) {
   struct {
     const char* debug;
     const char* log;
@@ -129,7 +129,7 @@ TEST(Free, OfUnknownPointerIsWarnedAboutAsTheSwitchesSay) {
   }
 }
 
-TEST(Free, OfAnotherHandlesPointerLeavesThatHandlesRecord) {
+TEST(Free, KeepsTheRecordOfAnotherHandlesPointer) {
   Ledger ledger("EXCEPTIONS");
   kit::Pool other;
   void* memory = qk_mem_imalloc(other, 8, 16, "src/app.c", 12);
@@ -140,7 +140,7 @@ TEST(Free, OfAnotherHandlesPointerLeavesThatHandlesRecord) {
   EXPECT_EQ(kit::data_of(other), "1 for 8");
 }
 
-TEST(Free, OfNullIsWarnedAboutAndNothingElse) {
+TEST(Free, WarnsOfNullAndDoesNothingElse) {
   Ledger ledger(Environment{"DEBUG CTRLBLKS", "DB", ""});
   release(ledger.pool, nullptr);
   EXPECT_EQ(ledger.log(), "   qk_mem_ifree: WARNING: free of NULL pointer at other.c:80\n");
@@ -148,13 +148,13 @@ TEST(Free, OfNullIsWarnedAboutAndNothingElse) {
   EXPECT_EQ(ledger.sums(), "handle 0 for 0, tag 0 for 0, events 0");
 }
 
-TEST(Free, OfNullIsNotWarnedAboutWhereTheRoutineIsOff) {
+TEST(Free, DoesNotWarnOfNullIfItsRoutineIsOff) {
   Ledger ledger("DEBUG TRACE=not,qk_ifree");
   release(ledger.pool, nullptr);
   EXPECT_EQ(ledger.log(), "");
 }
 
-TEST(Free, OfWhatWasMadeByNewIsWarnedAboutAndDone) {
+TEST(Free, WarnsOfMemoryFromNewAndFreesIt) {
   struct {
     char kind;
     const char* log;
@@ -178,7 +178,7 @@ TEST(Free, OfWhatWasMadeByNewIsWarnedAboutAndDone) {
   }
 }
 
-TEST(Free, OfExternalMemoryIsNoMisuse) {
+TEST(Free, FreesExternalMemoryWithoutAWarning) {
   Ledger ledger("EXCEPTIONS");
   release(ledger.pool, hold_memory(ledger, 'X', 1, 8));
   EXPECT_EQ(ledger.log(), "");
@@ -223,7 +223,7 @@ class FreeOfLargeMemory : public ::testing::Test {
   void* memory_ = nullptr;
 };
 
-TEST_F(FreeOfLargeMemory, GivesItBackToTheSystemKnownOrNot) {
+TEST_F(FreeOfLargeMemory, ReturnsItToTheSystemEvenIfUnknown) {
   ASSERT_EQ(pieces(), 1);
   release(ledger_.pool, memory_);
   EXPECT_EQ(pieces(), 0);
@@ -235,7 +235,7 @@ TEST_F(FreeOfLargeMemory, GivesItBackToTheSystemKnownOrNot) {
   }
 }
 
-TEST_F(FreeOfLargeMemory, LeavesItAllocatedOnANumberWithoutAHandle) {
+TEST_F(FreeOfLargeMemory, LeavesItAllocatedIfTheHandleIsInvalid) {
   release(4, memory_);
   EXPECT_EQ(pieces(), 1);
   std::free(memory_);

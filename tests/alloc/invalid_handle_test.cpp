@@ -44,7 +44,7 @@ const Call kCalls[] = {
      [](int hid) { return qk_mem_isize(hid, "src/app.c", 70000) == static_cast<std::size_t>(-1); }},
 };
 
-TEST(InvalidHandle, IsRefusedWithItsCodeByEveryEntryPoint) {
+TEST(InvalidHandle, IsRefusedByEveryEntryPointWithCode5566) {
   Ledger ledger("");
   const kit::Pool deleted;
   qk_mem_idel_handle(deleted, "src/app.c", 1);
@@ -59,7 +59,7 @@ TEST(InvalidHandle, IsRefusedWithItsCodeByEveryEntryPoint) {
   EXPECT_EQ(ledger.sums(), "handle 0 for 0, tag 0 for 0, events 0");
 }
 
-TEST(InvalidHandle, IsLoggedUnderDebugWithTheWholeLine) {
+TEST(InvalidHandle, IsLoggedUnderDebugWithTheFullLineNumber) {
   Ledger ledger(Environment{"DEBUG", "DB", ""});
   for (const Call& call : kCalls) {
     ledger.skip_all();
@@ -91,7 +91,7 @@ TEST(InvalidHandle, IsLoggedUnderTheRoutinesOwnSwitches) {
   }
 }
 
-TEST(InvalidHandle, IsNotCheckedForMisuse) {
+TEST(InvalidHandle, SuppressesMisuseWarnings) {
   Ledger ledger("EXCEPTIONS");
   EXPECT_EQ(qk_mem_imalloc(4, 0, 3, "src/app.c", 1), nullptr);
   EXPECT_EQ(qk_mem_icalloc(4, 0, 0, 3, "src/app.c", 1), nullptr);
@@ -102,7 +102,7 @@ TEST(InvalidHandle, IsNotCheckedForMisuse) {
   EXPECT_EQ(qk_mem_error(), 5566);
 }
 
-TEST(InvalidHandle, LeavesMemoryOfOthersAsItIs) {
+TEST(InvalidHandle, LeavesMemoryOfOtherHandlesUntouched) {
   Ledger ledger("");
   void* memory = qk_mem_imalloc(ledger.pool, 10, 16, "src/app.c", 12);
   EXPECT_EQ(qk_mem_irealloc(4, memory, 1 << 20, 16, "src/app.c", 13), nullptr);

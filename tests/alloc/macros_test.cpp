@@ -51,7 +51,7 @@ std::size_t ask_for_a_size() {
 #line 52 "macros_test.cpp"
 // clang-format on
 
-TEST(Macros, TraceThePlaceThatUsesThem) {
+TEST(Macros, TraceTheCallersLocation) {
   Ledger ledger(Environment{"EXCEPTIONS", "DB", ""});
   use_all(ledger.pool);
   EXPECT_EQ(ledger.trace(),
@@ -68,7 +68,7 @@ TEST(Macros, TraceThePlaceThatUsesThem) {
   EXPECT_EQ(ledger.log(), "");
 }
 
-TEST(Macros, TellThePlaceOfTheirFailure) {
+TEST(Macros, ReportTheCallersLocationOnFailure) {
   Ledger ledger("DEBUG");
   use_all(77);
   EXPECT_EQ(ledger.log(),
@@ -87,7 +87,7 @@ TEST(Macros, TellThePlaceOfTheirFailure) {
   EXPECT_EQ(ledger.log(), "   qk_mem_isize: ERROR: invalid hid 77 at user.c:301\n");
 }
 
-TEST(Macros, PassThePlaceOfAHandle) {
+TEST(Macros, PassTheLocationOfAHandlesCreationAndDeletion) {
   Ledger ledger("DEBUG");
   EXPECT_EQ(create_and_delete(), 0);
   EXPECT_EQ(ledger.log("qk_mem_inew_handle"), "   qk_mem_inew_handle:    4 N D  user.c:201\n");

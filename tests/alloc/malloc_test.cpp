@@ -32,7 +32,7 @@ TEST(Malloc, IsRecordedAndCounted) {
   EXPECT_EQ(ledger.record(first), "M 1/100 app.c:12 event 1");
 }
 
-TEST(Malloc, GivesMemoryThatCanBeUsedAndFreed) {
+TEST(Malloc, ReturnsMemoryThatCanBeUsedAndFreed) {
   Ledger ledger("");
   void* memory = allocate(ledger.pool, 100);
   std::memset(memory, 0x55, 100);
@@ -48,20 +48,20 @@ TEST(Malloc, IsLoggedAndTraced) {
   EXPECT_EQ(ledger.trace(), "3 M [p1] 1 100 app.c 12 100\n");
 }
 
-TEST(Malloc, IsLoggedWithTheHeapWhereThatIsAskedFor) {
+TEST(Malloc, LogsTheHeapChangeUnderHeapsize) {
   Ledger ledger(Environment{"DEBUG", "HEAPSIZE", ""});
   allocate(ledger.pool, 100);
   EXPECT_EQ(ledger.log(), "   qk_mem_imalloc:        3 [p1] M 100 app.c:12 (heap change)\n");
 }
 
-TEST(Malloc, IsTracedAlsoWhereNothingIsLogged) {
+TEST(Malloc, IsTracedEvenIfNothingIsLogged) {
   Ledger ledger(Environment{"EXCEPTIONS=qk_ifree", "DB", ""});
   allocate(ledger.pool, 100);
   EXPECT_EQ(ledger.log(), "");
   EXPECT_EQ(ledger.trace(), "3 M [p1] 1 100 app.c 12 100\n");
 }
 
-TEST(Malloc, OfZeroBytesIsWarnedAboutAndServed) {
+TEST(Malloc, WarnsOfZeroBytesAndAllocates) {
   Ledger ledger(Environment{"DEBUG", "DB", ""});
   void* memory = allocate(ledger.pool, 0);
   ASSERT_NE(memory, nullptr);
@@ -82,7 +82,7 @@ TEST(Malloc, IgnoresTheAlignment) {
   EXPECT_EQ(ledger.sums(), "handle 6 for 60, tag 6 for 60, events 6");
 }
 
-TEST(Malloc, ThatFailsIsNullWithTheSystemsCode) {
+TEST(Malloc, ReturnsNullWithTheSystemsCodeOnFailure) {
   Ledger ledger(Environment{"DEBUG", "DB", ""});
   kit::fail_request(1);
   EXPECT_EQ(allocate(ledger.pool, 100), nullptr);
@@ -94,7 +94,7 @@ TEST(Malloc, ThatFailsIsNullWithTheSystemsCode) {
   EXPECT_EQ(ledger.sums(), "handle 0 for 0, tag 0 for 0, events 0");
 }
 
-TEST(Malloc, LeavesAnOldErrorCodeWhenItSucceeds) {
+TEST(Malloc, KeepsAnOldErrorCodeOnSuccess) {
   Ledger ledger("");
   kit::fail_request(1);
   EXPECT_EQ(allocate(ledger.pool, 100), nullptr);
@@ -120,7 +120,7 @@ TEST(Malloc, IsFollowedByTheReportUnderCtrlblks) {
             "   +   3 AB p1               M     1      100      100     101 app.c:12\n");
 }
 
-TEST(Malloc, ThatFailsIsNotFollowedByTheReport) {
+TEST(Malloc, PrintsNoReportOnFailure) {
   Ledger ledger("CTRLBLKS");
   kit::fail_request(1);
   EXPECT_EQ(allocate(ledger.pool, 100), nullptr);
@@ -137,7 +137,7 @@ TEST(Malloc, IsCountedOnEveryKindOfOrdinaryHandle) {
   }
 }
 
-TEST(Malloc, OnTheOverheadHandleCountsAsItsData) {
+TEST(Malloc, CountsAsDataOnTheOverheadHandleToo) {
   Scene scene("");
   qk_mem_init();
   kit::make_arrays(QK_MEM_OVERHEAD_HANDLE);
@@ -147,7 +147,7 @@ TEST(Malloc, OnTheOverheadHandleCountsAsItsData) {
   EXPECT_EQ(overhead_of(QK_MEM_OVERHEAD_HANDLE), overhead);
 }
 
-TEST(Malloc, OnTheDataHandleIsRecordedOnceAnythingIsConfigured) {
+TEST(Malloc, RecordsOnTheDataHandleOnceAnythingIsConfigured) {
   Scene scene(Environment{"EXCEPTIONS=qk_ifree", "DB", ""});
   qk_mem_init();
   kit::make_arrays(QK_MEM_DATA_HANDLE);
@@ -158,7 +158,7 @@ TEST(Malloc, OnTheDataHandleIsRecordedOnceAnythingIsConfigured) {
   EXPECT_EQ(scene.trace(), "2 M [p1] 1 100 app.c 12 100\n");
 }
 
-TEST(Malloc, IsSummedUnderTheTagOfItsHandles) {
+TEST(Malloc, IsAddedToTheTagOfItsHandle) {
   Scene scene("");
   Pool one("", "AB");
   Pool two("OVERHEAD", "ab");
@@ -174,7 +174,7 @@ TEST(Malloc, IsSummedUnderTheTagOfItsHandles) {
   EXPECT_EQ(qk_mem_tag_size("ab"), 110);
 }
 
-TEST(Malloc, NeedsAPointerArrayOnlyWhereItsAddressHasNone) {
+TEST(Malloc, AddsOverheadOnlyIfItsPointerArrayIsFull) {
   Ledger ledger("");
   const std::string overhead = overhead_of(ledger.pool);
   allocate(ledger.pool, 100);
@@ -188,7 +188,7 @@ TEST(Malloc, NeedsAPointerArrayOnlyWhereItsAddressHasNone) {
   EXPECT_EQ(ledger.pool.record().overhead_qty, quantity);
 }
 
-TEST(Malloc, IsLoggedBehindTheGrowthOfItsArray) {
+TEST(Malloc, IsLoggedAfterTheGrowthOfItsPointerArray) {
   Ledger ledger(Environment{"DEBUG=qk_imalloc", "DB", ""});
   kit::fill_arrays(ledger.pool);
   ledger.skip_all();

@@ -29,7 +29,7 @@ constexpr Product kTooLarge[] = {
     {SIZE_MAX, SIZE_MAX},
 };
 
-TEST(Overflow, OfCallocIsAFailure) {
+TEST(Overflow, MakesCallocFailWithAnErrorLine) {
   Ledger ledger("EXCEPTIONS");
   EXPECT_EQ(qk_mem_icalloc(ledger.pool, kTwo33, kTwo33, 16, "src/app.c", 12), nullptr);
   EXPECT_EQ(qk_mem_error(), 5012);
@@ -39,7 +39,7 @@ TEST(Overflow, OfCallocIsAFailure) {
   EXPECT_EQ(ledger.sums(), "handle 0 for 0, tag 0 for 0, events 0");
 }
 
-TEST(Overflow, OfCallocIsNoticedForEveryProduct) {
+TEST(Overflow, IsDetectedByCallocForEveryProduct) {
   Ledger ledger("");
   for (const auto& [num, size] : kTooLarge) {
     EXPECT_EQ(qk_mem_icalloc(ledger.pool, num, size, 16, "src/app.c", 12), nullptr);
@@ -48,7 +48,7 @@ TEST(Overflow, OfCallocIsNoticedForEveryProduct) {
   EXPECT_EQ(ledger.sums(), "handle 0 for 0, tag 0 for 0, events 0");
 }
 
-TEST(Overflow, OfRecallocIsAFailureThatLeavesMemoryAndRecord) {
+TEST(Overflow, MakesRecallocFailAndKeepMemoryAndRecord) {
   Ledger ledger("EXCEPTIONS");
   void* memory = qk_mem_icalloc(ledger.pool, 10, 8, 16, "src/app.c", 12);
   std::memset(memory, 'x', 80);
@@ -61,7 +61,7 @@ TEST(Overflow, OfRecallocIsAFailureThatLeavesMemoryAndRecord) {
   EXPECT_EQ(ledger.sums(), "handle 1 for 80, tag 1 for 80, events 1");
 }
 
-TEST(Overflow, OfRecallocIsReportedAsARealloc) {
+TEST(Overflow, IsReportedByRecallocAsAFailedRealloc) {
   Ledger ledger("EXCEPTIONS");
   EXPECT_EQ(qk_mem_irecalloc(ledger.pool, nullptr, SIZE_MAX, 2, 0, 16, "src/app.c", 13), nullptr);
   const std::string log = ledger.log();
@@ -69,7 +69,7 @@ TEST(Overflow, OfRecallocIsReportedAsARealloc) {
   EXPECT_NE(log.find(" at app.c:13 failed: 12 Cannot allocate memory\n"), std::string::npos) << log;
 }
 
-TEST(Overflow, OfRecallocOnTheDataHandleLeavesItsMemory) {
+TEST(Overflow, MakesRecallocFailOnTheUntrackedDataHandleToo) {
   Scene scene("");
   void* memory = qk_mem_icalloc(QK_MEM_DATA_HANDLE, 10, 8, 16, "src/app.c", 12);
   for (const auto& [num, size] : kTooLarge) {
@@ -80,7 +80,7 @@ TEST(Overflow, OfRecallocOnTheDataHandleLeavesItsMemory) {
   qk_mem_ifree(QK_MEM_DATA_HANDLE, memory, "src/app.c", 14);
 }
 
-TEST(Overflow, OfASingleSizeIsAFailure) {
+TEST(Overflow, MakesARequestForSizeMaxFail) {
   Ledger ledger("");
   EXPECT_EQ(qk_mem_imalloc(ledger.pool, SIZE_MAX, 16, "src/app.c", 12), nullptr);
   EXPECT_EQ(qk_mem_error(), 5012);

@@ -33,14 +33,14 @@ void work_twice(int one, int other) {
   second.join();
 }
 
-TEST(TwoThreads, OnOneMultithreadedHandleGiveExactTotals) {
+TEST(TwoThreads, LeaveExactTotalsOnAMultithreadedHandle) {
   Ledger ledger(Environment{}, "MULTITHREADED");
   work_twice(ledger.pool, ledger.pool);
   EXPECT_EQ(kit::data_of(ledger.pool), "2000 for 37000");
   EXPECT_EQ(kit::tag_of("AB"), "2000 for 37000");
 }
 
-TEST(TwoThreads, OnHandlesOfTheirOwnShareATagExactly) {
+TEST(TwoThreads, LeaveExactTotalsOnATagThatTheyShare) {
   Ledger ledger("");
   kit::Pool other("", "AB");
   work_twice(ledger.pool, other);
@@ -49,7 +49,7 @@ TEST(TwoThreads, OnHandlesOfTheirOwnShareATagExactly) {
   EXPECT_EQ(kit::tag_of("AB"), "2000 for 37000");
 }
 
-TEST(TwoThreads, EachSeeTheirOwnError) {
+TEST(TwoThreads, HaveSeparateErrorCodes) {
   Ledger ledger("");
   EXPECT_EQ(qk_mem_imalloc(0, 10, 16, "src/app.c", 1), nullptr);
   int code = -1;

@@ -36,7 +36,7 @@ void misuse_all(int hid, const char* file, int line) {
   qk_mem_ifree(hid, nullptr, file, line);
 }
 
-TEST(Place, IsKeptWithoutFoldersAndWith16BitsOfTheLine) {
+TEST(Location, IsRecordedWithoutFoldersAndWith16BitsOfTheLine) {
   Ledger ledger("");
   const Memory memory(ledger.pool, "/home/user/src/app.c", 70000);
   EXPECT_EQ(ledger.record(memory.allocated), "M 1/8 app.c:4464 event 1");
@@ -45,7 +45,7 @@ TEST(Place, IsKeptWithoutFoldersAndWith16BitsOfTheLine) {
   EXPECT_EQ(ledger.record(memory.text), "S 1/6 app.c:4464 event 4");
 }
 
-TEST(Place, IsNotCopied) {
+TEST(Location, PointsIntoTheCallersFileName) {
   Ledger ledger("");
   const char file[] = "src/app.c";
   const Memory memory(ledger.pool, file, 12);
@@ -54,7 +54,7 @@ TEST(Place, IsNotCopied) {
   }
 }
 
-TEST(Place, OfAnAllocationIsShownAsItsRecordHasIt) {
+TEST(Location, IsShownAsRecordedForAnAllocation) {
   Ledger ledger(Environment{"DEBUG", "DB", ""});
   const Memory memory(ledger.pool, "src/app.c", 70000);
   EXPECT_EQ(ledger.log(),
@@ -69,7 +69,7 @@ TEST(Place, OfAnAllocationIsShownAsItsRecordHasIt) {
             "3 S [p4] 1 6 app.c 4464 6\n");
 }
 
-TEST(Place, OfAResizeIsShownAsBothRecordsHaveIt) {
+TEST(Location, IsShownAsRecordedForBothSidesOfAResize) {
   Ledger ledger(Environment{"DEBUG=qk_irealloc", "DB", ""});
   const Memory memory(ledger.pool, "src/app.c", 70000);
   ledger.skip_all();
@@ -79,7 +79,7 @@ TEST(Place, OfAResizeIsShownAsBothRecordsHaveIt) {
   EXPECT_EQ(ledger.trace(), "3 R [p1] 1 100 other.c 14464 84\n");
 }
 
-TEST(Place, OfAFreeIsShownWhole) {
+TEST(Location, IsShownInFullForAFree) {
   Ledger ledger(Environment{"DEBUG=qk_ifree", "DB", ""});
   const Memory memory(ledger.pool, "src/app.c", 70000);
   ledger.skip_all();
@@ -88,7 +88,7 @@ TEST(Place, OfAFreeIsShownWhole) {
   EXPECT_EQ(ledger.trace(), "3 F [p1] 2 8 other.c 80000 -16\n");
 }
 
-TEST(Place, InWarningsIsShownWhole) {
+TEST(Location, IsShownInFullInWarnings) {
   Ledger ledger("EXCEPTIONS");
   misuse_all(ledger.pool, "/home/user/src/app.c", 70000);
   EXPECT_EQ(ledger.log(),
@@ -100,7 +100,7 @@ TEST(Place, InWarningsIsShownWhole) {
             "   qk_mem_ifree: WARNING: free of NULL pointer at app.c:70000\n");
 }
 
-TEST(Place, InErrorsIsShownWhole) {
+TEST(Location, IsShownInFullInErrors) {
   Ledger ledger("EXCEPTIONS");
   kit::fail_all_requests();
   const Memory memory(ledger.pool, "/home/user/src/app.c", 70000);
@@ -113,7 +113,7 @@ TEST(Place, InErrorsIsShownWhole) {
       "   qk_mem_istrdup: ERROR: strdup of 6 at app.c:70000 failed: 12 Cannot allocate memory\n");
 }
 
-TEST(Place, WithoutAFileIsShownAsNull) {
+TEST(Location, IsShownAsNullWithoutAFile) {
   Ledger ledger(Environment{"DEBUG", "DB", ""});
   const Memory memory(ledger.pool, nullptr, 5);
   qk_mem_ifree(ledger.pool, memory.allocated, nullptr, 6);
@@ -131,7 +131,7 @@ TEST(Place, WithoutAFileIsShownAsNull) {
             "3 F [p1] 1 8 (null) 6 -8\n");
 }
 
-TEST(Place, WithoutAFileIsShownAsNullInWarningsToo) {
+TEST(Location, IsShownAsNullInWarningsWithoutAFile) {
   Ledger ledger("EXCEPTIONS");
   misuse_all(ledger.pool, nullptr, 5);
   EXPECT_EQ(ledger.log(),
@@ -143,7 +143,7 @@ TEST(Place, WithoutAFileIsShownAsNullInWarningsToo) {
             "   qk_mem_ifree: WARNING: free of NULL pointer at (null):5\n");
 }
 
-TEST(Place, WithoutAFileIsShownAsNullInReports) {
+TEST(Location, IsShownAsNullInReportsWithoutAFile) {
   Ledger ledger(Environment{"EXCEPTIONS", "", ""});
   qk_mem_imalloc(ledger.pool, 8, 16, nullptr, 5);
   EXPECT_NE(

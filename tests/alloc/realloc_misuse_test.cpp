@@ -32,7 +32,7 @@ void* hold_memory(const Ledger& ledger, char kind, std::uint64_t count, std::uin
   return memory;
 }
 
-TEST(Realloc, OfUnknownMemoryResizesItUnrecordedAndWarnsTwice) {
+TEST(Realloc, ResizesUnknownMemoryUnrecordedAndWarnsTwice) {
   Ledger ledger(Environment{"DEBUG", "DB", ""});
   auto* memory = static_cast<char*>(std::malloc(6));
   std::strcpy(memory, "hello");
@@ -47,7 +47,7 @@ TEST(Realloc, OfUnknownMemoryResizesItUnrecordedAndWarnsTwice) {
   std::free(memory);
 }
 
-TEST(Realloc, OfUnknownMemoryIsWarnedAboutAsTheSwitchesSay) {
+TEST(Realloc, WarnsOfUnknownMemoryAsConfigured) {
   struct {
     const char* debug;
     const char* log;
@@ -77,7 +77,7 @@ TEST(Realloc, OfUnknownMemoryIsWarnedAboutAsTheSwitchesSay) {
   }
 }
 
-TEST(Realloc, OfMemoryOfAnotherHandleLeavesThatHandlesRecord) {
+TEST(Realloc, KeepsTheRecordOfAnotherHandlesMemory) {
   Ledger ledger("EXCEPTIONS");
   kit::Pool other;
   ledger.skip_all();
@@ -88,7 +88,7 @@ TEST(Realloc, OfMemoryOfAnotherHandleLeavesThatHandlesRecord) {
   std::free(now);
 }
 
-TEST(Realloc, OfRegisteredMemoryIsWarnedAboutAndDone) {
+TEST(Realloc, WarnsOfRegisteredMemoryAndResizesIt) {
   struct {
     char kind;
     const char* warning;
@@ -117,7 +117,7 @@ TEST(Realloc, OfRegisteredMemoryIsWarnedAboutAndDone) {
   }
 }
 
-TEST(Realloc, ThatFailsIsNullWithTheSystemsCode) {
+TEST(Realloc, ReturnsNullWithTheSystemsCodeOnFailure) {
   Ledger ledger(Environment{"DEBUG", "DB", ""});
   kit::fail_request(1);
   EXPECT_EQ(resize(ledger.pool, nullptr, 100), nullptr);
@@ -129,7 +129,7 @@ TEST(Realloc, ThatFailsIsNullWithTheSystemsCode) {
   EXPECT_EQ(ledger.sums(), "handle 0 for 0, tag 0 for 0, events 0");
 }
 
-TEST(Realloc, ThatFailsLeavesMemoryAndRecordAsTheyWere) {
+TEST(Realloc, KeepsMemoryAndRecordOnFailure) {
   Ledger ledger(Environment{"DEBUG", "DB", ""});
   auto* memory = static_cast<char*>(allocate(ledger.pool, 6));
   std::strcpy(memory, "hello");
@@ -150,7 +150,7 @@ TEST(Realloc, ThatFailsLeavesMemoryAndRecordAsTheyWere) {
   EXPECT_EQ(ledger.sums(), "handle 0 for 0, tag 0 for 0, events 1");
 }
 
-TEST(Realloc, ThatFailsLeavesTheWholeRecordInItsSlot) {
+TEST(Realloc, KeepsTheRecordUnchangedInItsSlotOnFailure) {
   Ledger ledger("");
   void* memory = std::malloc(24);
   const auto address = reinterpret_cast<std::uintptr_t>(memory);
@@ -171,7 +171,7 @@ TEST(Realloc, ThatFailsLeavesTheWholeRecordInItsSlot) {
   slot.tracker = nullptr;
 }
 
-TEST(Realloc, ThatFailsOnUnknownMemoryWarnsOnce) {
+TEST(Realloc, WarnsOfUnknownMemoryOnceOnFailure) {
   Ledger ledger("EXCEPTIONS");
   void* memory = std::malloc(6);
   kit::fail_request(1);
@@ -183,7 +183,7 @@ TEST(Realloc, ThatFailsOnUnknownMemoryWarnsOnce) {
   std::free(memory);
 }
 
-TEST(Realloc, ThatFailsIsNotFollowedByTheReport) {
+TEST(Realloc, PrintsNoReportOnFailureOrForUnknownMemory) {
   Ledger ledger("CTRLBLKS");
   void* memory = std::malloc(6);
   kit::fail_request(1);
@@ -194,7 +194,7 @@ TEST(Realloc, ThatFailsIsNotFollowedByTheReport) {
   std::free(now);
 }
 
-TEST(Realloc, ToZeroBytesReleasesMemoryAndRecord) {
+TEST(Realloc, ReleasesMemoryAndRecordIfTheSizeIsZero) {
   Ledger ledger("DEBUG");
   void* memory = allocate(ledger.pool, 100);
   ledger.skip_all();
@@ -208,7 +208,7 @@ TEST(Realloc, ToZeroBytesReleasesMemoryAndRecord) {
   EXPECT_EQ(kit::tag_of("AB"), "0 for 0");
 }
 
-TEST(Realloc, ToZeroBytesTakesEveryKindOfRecordOutOfTheTotals) {
+TEST(Realloc, RemovesEveryKindOfRecordIfTheSizeIsZero) {
   for (const char kind : {'M', 'C', 'R', 'S', 'X', 'W', 'J'}) {
     Ledger ledger("EXCEPTIONS");
     void* memory = hold_memory(ledger, kind, 3, 8);
@@ -219,7 +219,7 @@ TEST(Realloc, ToZeroBytesTakesEveryKindOfRecordOutOfTheTotals) {
   }
 }
 
-TEST(Realloc, OfRegisteredMemoryToZeroBytesWarnsOfTheSizeFirst) {
+TEST(Realloc, WarnsOfSizeZeroBeforeItWarnsOfRegisteredMemory) {
   Ledger ledger("EXCEPTIONS");
   void* memory = hold_memory(ledger, 'J', 3, 8);
   errno = 0;
@@ -230,7 +230,7 @@ TEST(Realloc, OfRegisteredMemoryToZeroBytesWarnsOfTheSizeFirst) {
             "   qk_mem_irealloc: ERROR: realloc of 0 at other.c:80 failed: 0 Success\n");
 }
 
-TEST(Realloc, OfUnknownMemoryToZeroBytesReleasesIt) {
+TEST(Realloc, ReleasesUnknownMemoryIfTheSizeIsZero) {
   Ledger ledger("EXCEPTIONS");
   errno = 0;
   EXPECT_EQ(resize(ledger.pool, std::malloc(6), 0), nullptr);
@@ -241,7 +241,7 @@ TEST(Realloc, OfUnknownMemoryToZeroBytesReleasesIt) {
   EXPECT_EQ(ledger.sums(), "handle 0 for 0, tag 0 for 0, events 0");
 }
 
-TEST(Realloc, OfNullToZeroBytesIsAnAllocationOfNothing) {
+TEST(Realloc, AllocatesZeroBytesIfThePointerIsNull) {
   Ledger ledger("DEBUG");
   void* memory = resize(ledger.pool, nullptr, 0);
   ASSERT_NE(memory, nullptr);
@@ -251,7 +251,7 @@ TEST(Realloc, OfNullToZeroBytesIsAnAllocationOfNothing) {
   EXPECT_EQ(ledger.record(memory), "R 1/0 other.c:80 event 1");
 }
 
-TEST(Realloc, OfZeroBytesGrowsThem) {
+TEST(Realloc, GrowsAnAllocationOfZeroBytes) {
   Ledger ledger("EXCEPTIONS");
   void* memory = resize(ledger.pool, allocate(ledger.pool, 0), 100);
   EXPECT_EQ(ledger.record(memory), "R 1/100 other.c:80 event 2");

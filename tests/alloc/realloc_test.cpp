@@ -23,7 +23,7 @@ void* allocate(int hid, std::size_t size) { return qk_mem_imalloc(hid, size, 16,
 /** The old address in a line whose new address is "p1". They are the same unless it moved. */
 std::string old_name(const void* now, const void* before) { return now == before ? "p1" : "p2"; }
 
-TEST(Realloc, OfNullIsAnAllocation) {
+TEST(Realloc, AllocatesIfThePointerIsNull) {
   Ledger ledger("");
   void* memory = resize(ledger.pool, nullptr, 100);
   ASSERT_NE(memory, nullptr);
@@ -33,7 +33,7 @@ TEST(Realloc, OfNullIsAnAllocation) {
   EXPECT_EQ(ledger.sums(), "handle 0 for 0, tag 0 for 0, events 2");
 }
 
-TEST(Realloc, OfNullIsLoggedAsNewlyCreated) {
+TEST(Realloc, LogsAnAllocationAsNewlyCreated) {
   Ledger ledger(Environment{"DEBUG", "DB", ""});
   resize(ledger.pool, nullptr, 100);
   EXPECT_EQ(ledger.log(), "   qk_mem_irealloc:       3 [p1] R 100 other.c:80; newly created\n");
@@ -51,7 +51,7 @@ TEST(Realloc, ReplacesTheRecordOfItsMemory) {
   EXPECT_EQ(ledger.sums(), "handle 1 for 30, tag 1 for 30, events 3");
 }
 
-TEST(Realloc, ForgetsTheAddressThatItLeft) {
+TEST(Realloc, RemovesTheRecordOfTheOldAddress) {
   Ledger ledger("");
   void* before = allocate(ledger.pool, 100);
   allocate(ledger.pool, 100);  // Lies behind it, so that it must move.
@@ -72,7 +72,7 @@ TEST(Realloc, KeepsTheContents) {
   EXPECT_STREQ(memory, "hello");
 }
 
-TEST(Realloc, IsLoggedAndTracedWithWhatWasBefore) {
+TEST(Realloc, IsLoggedAndTracedWithTheOldRecord) {
   Ledger ledger(Environment{"DEBUG", "DB", ""});
   void* before = allocate(ledger.pool, 100);
   ledger.skip_all();
@@ -82,7 +82,7 @@ TEST(Realloc, IsLoggedAndTracedWithWhatWasBefore) {
   EXPECT_EQ(ledger.trace(), "3 R [p1] 1 150 other.c 80 50\n");
 }
 
-TEST(Realloc, IsLoggedWithTheHeapWhereThatIsAskedFor) {
+TEST(Realloc, LogsTheHeapChangeUnderHeapsize) {
   Ledger ledger(Environment{"DEBUG=qk_irealloc", "HEAPSIZE", ""});
   void* created = resize(ledger.pool, nullptr, 10);
   EXPECT_EQ(ledger.log(),
@@ -98,7 +98,7 @@ TEST(Realloc, IsLoggedWithTheHeapWhereThatIsAskedFor) {
                               old_name(now, counted) + "] C 10/8 app.c:12 (heap change)\n");
 }
 
-TEST(Realloc, TellsTheOldKindAndOfCallocAlsoTheCount) {
+TEST(Realloc, LogsTheOldKindAndTheCountOfACalloc) {
   Ledger ledger(Environment{"DEBUG=qk_irealloc", "DB", ""});
   struct {
     void* before;
@@ -124,7 +124,7 @@ TEST(Realloc, TellsTheOldKindAndOfCallocAlsoTheCount) {
   EXPECT_EQ(ledger.sums(), "handle 4 for 240, tag 4 for 240, events 1");
 }
 
-TEST(Realloc, IsTracedWithTheSameChangeWhereNothingIsLogged) {
+TEST(Realloc, TracesTheSameChangeEvenIfNothingIsLogged) {
   Ledger ledger(Environment{"EXCEPTIONS", "DB", ""});
   void* counted = qk_mem_icalloc(ledger.pool, 10, 8, 16, "src/app.c", 12);
   ledger.skip_all();
@@ -133,7 +133,7 @@ TEST(Realloc, IsTracedWithTheSameChangeWhereNothingIsLogged) {
   EXPECT_EQ(ledger.trace(), "3 R [p1] 1 60 other.c 80 -20\n");
 }
 
-TEST(Realloc, TakesNoMoreThanTheSlotThatItLeaves) {
+TEST(Realloc, AddsNoOverheadInManyResizes) {
   Ledger ledger("");
   void* memory = allocate(ledger.pool, 10);
   const std::string overhead = kit::overhead_of(ledger.pool);
@@ -163,7 +163,7 @@ TEST(Realloc, IsFollowedByTheReportUnderCtrlblks) {
             "   +   3 AB p1               R     1      150      150     102 other.c:80\n");
 }
 
-TEST(Realloc, OnTheDataHandleIsRecordedOnceAnythingIsConfigured) {
+TEST(Realloc, RecordsOnTheDataHandleOnceAnythingIsConfigured) {
   Scene scene(Environment{"EXCEPTIONS=qk_ifree", "DB", ""});
   qk_mem_init();
   kit::make_arrays(QK_MEM_DATA_HANDLE);

@@ -32,13 +32,13 @@ TEST(Recalloc, ZeroesOnlyTheElementsThatItAdds) {
   EXPECT_EQ(bytes(memory, 200), std::string(80, 'x') + std::string(120, '\0'));
 }
 
-TEST(Recalloc, TakesTheCallersWordForTheOldNumber) {
+TEST(Recalloc, TrustsTheCallersOldNumberOfElements) {
   Ledger ledger("");
   void* memory = resize(ledger.pool, allocate(ledger.pool, 10, 8), 10, 8, 4);
   EXPECT_EQ(bytes(memory, 80), std::string(32, 'x') + std::string(48, '\0'));
 }
 
-TEST(Recalloc, ZeroesNothingWhereTheNumberDoesNotGrow) {
+TEST(Recalloc, ZeroesNothingUnlessTheNumberGrows) {
   Ledger ledger("");
   void* memory = resize(ledger.pool, allocate(ledger.pool, 10, 8), 10, 8, 10);
   EXPECT_EQ(bytes(memory, 80), std::string(80, 'x'));
@@ -48,7 +48,7 @@ TEST(Recalloc, ZeroesNothingWhereTheNumberDoesNotGrow) {
   EXPECT_EQ(bytes(memory, 32), std::string(32, 'x'));
 }
 
-TEST(Recalloc, OfNullZeroesAllElements) {
+TEST(Recalloc, ZeroesAllElementsIfThePointerIsNull) {
   Ledger ledger("");
   void* memory = resize(ledger.pool, nullptr, 10, 8, 0);
   EXPECT_EQ(bytes(memory, 80), std::string(80, '\0'));
@@ -73,7 +73,7 @@ TEST(Recalloc, IsRecordedLoggedAndTracedAsARealloc) {
   EXPECT_EQ(ledger.sums(), "handle 2 for 280, tag 2 for 280, events 1");
 }
 
-TEST(Recalloc, ThatFailsLeavesMemoryAndRecordAsTheyWere) {
+TEST(Recalloc, KeepsMemoryAndRecordOnFailure) {
   Ledger ledger("EXCEPTIONS");
   void* memory = allocate(ledger.pool, 10, 8);
   kit::fail_request(1);
@@ -87,7 +87,7 @@ TEST(Recalloc, ThatFailsLeavesMemoryAndRecordAsTheyWere) {
   EXPECT_EQ(ledger.sums(), "handle 1 for 80, tag 1 for 80, events 1");
 }
 
-TEST(Recalloc, ToNothingIsAReallocToZeroBytes) {
+TEST(Recalloc, ReleasesTheMemoryIfNumberOrSizeIsZero) {
   struct {
     std::size_t num;
     std::size_t size;
@@ -100,7 +100,7 @@ TEST(Recalloc, ToNothingIsAReallocToZeroBytes) {
   }
 }
 
-TEST(Recalloc, OfUnknownMemoryIsWarnedAboutAsARealloc) {
+TEST(Recalloc, WarnsOfUnknownMemoryLikeRealloc) {
   Ledger ledger("EXCEPTIONS");
   void* memory = std::memset(std::malloc(80), 'x', 80);
   memory = resize(ledger.pool, memory, 25, 8, 10);

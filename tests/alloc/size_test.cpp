@@ -15,7 +15,7 @@ constexpr auto kNoSize = static_cast<std::size_t>(-1);
 
 std::size_t size_of(int hid) { return qk_mem_isize(hid, "src/app.c", 70000); }
 
-TEST(Size, IsWhatLivesOnTheHandle) {
+TEST(Size, IsTheSumOfTheHandlesLiveMemory) {
   Ledger ledger("");
   EXPECT_EQ(size_of(ledger.pool), 0U);
   void* memory = qk_mem_imalloc(ledger.pool, 100, 16, "src/app.c", 12);
@@ -40,7 +40,7 @@ TEST(Size, LeavesOutTheBookkeeping) {
   EXPECT_EQ(size_of(QK_MEM_DATA_HANDLE), 0U);
 }
 
-TEST(Size, IsNoEventAndWritesNothing) {
+TEST(Size, CountsNoEventAndWritesNothing) {
   Ledger ledger(Environment{"DEBUG CTRLBLKS", "DB HEAPSIZE", ""});
   EXPECT_EQ(size_of(ledger.pool), 0U);
   EXPECT_EQ(ledger.log(), "");
@@ -48,14 +48,14 @@ TEST(Size, IsNoEventAndWritesNothing) {
   EXPECT_EQ(ledger.sums(), "handle 0 for 0, tag 0 for 0, events 0");
 }
 
-TEST(Size, OfANumberWithoutAHandleIsMinusOne) {
+TEST(Size, IsMinusOneForAnInvalidHandle) {
   Ledger ledger("DEBUG");
   EXPECT_EQ(size_of(4), kNoSize);
   EXPECT_EQ(qk_mem_error(), 5566);
   EXPECT_EQ(ledger.log(), "   qk_mem_isize: ERROR: invalid hid 4 at app.c:70000\n");
 }
 
-TEST(Size, OfANumberWithoutAHandleIsLoggedUnderTheGlobalSwitches) {
+TEST(Size, LogsAnInvalidHandleUnderTheGlobalSwitches) {
   struct {
     const char* debug;
     const char* log;

@@ -27,7 +27,7 @@ TEST(Strdup, CopiesTheStringAndCountsItsTerminator) {
   EXPECT_EQ(ledger.sums(), "handle 0 for 0, tag 0 for 0, events 2");
 }
 
-TEST(Strdup, OfAnEmptyStringIsOneByteAndNoMisuse) {
+TEST(Strdup, CopiesAnEmptyStringAsOneByteWithoutAWarning) {
   Ledger ledger("EXCEPTIONS");
   char* copy = duplicate(ledger.pool, "");
   EXPECT_STREQ(copy, "");
@@ -42,20 +42,20 @@ TEST(Strdup, IsLoggedAndTraced) {
   EXPECT_EQ(ledger.trace(), "3 S [p1] 1 6 app.c 12 6\n");
 }
 
-TEST(Strdup, IsLoggedWithTheHeapWhereThatIsAskedFor) {
+TEST(Strdup, LogsTheHeapChangeUnderHeapsize) {
   Ledger ledger(Environment{"DEBUG", "HEAPSIZE", ""});
   duplicate(ledger.pool, "hello");
   EXPECT_EQ(ledger.log(), "   qk_mem_istrdup:        3 [p1] S 6 app.c:12 (heap change)\n");
 }
 
-TEST(Strdup, IsTracedAlsoWhereNothingIsLogged) {
+TEST(Strdup, IsTracedEvenIfNothingIsLogged) {
   Ledger ledger(Environment{"EXCEPTIONS=qk_ifree", "DB", ""});
   duplicate(ledger.pool, "hello");
   EXPECT_EQ(ledger.log(), "");
   EXPECT_EQ(ledger.trace(), "3 S [p1] 1 6 app.c 12 6\n");
 }
 
-TEST(Strdup, OfNullIsWarnedAboutAndNull) {
+TEST(Strdup, WarnsOfNullAndReturnsNull) {
   Ledger ledger(Environment{"DEBUG", "DB", ""});
   EXPECT_EQ(duplicate(ledger.pool, nullptr), nullptr);
   EXPECT_EQ(ledger.log(), "   qk_mem_istrdup: WARNING: strdup of NULL pointer at app.c:12\n");
@@ -63,13 +63,13 @@ TEST(Strdup, OfNullIsWarnedAboutAndNull) {
   EXPECT_EQ(ledger.sums(), "handle 0 for 0, tag 0 for 0, events 0");
 }
 
-TEST(Strdup, OfNullIsNullAlsoWithoutWarnings) {
+TEST(Strdup, ReturnsNullForNullEvenWithoutWarnings) {
   Ledger ledger("");
   EXPECT_EQ(duplicate(ledger.pool, nullptr), nullptr);
   EXPECT_EQ(ledger.sums(), "handle 0 for 0, tag 0 for 0, events 0");
 }
 
-TEST(Strdup, ThatFailsIsNullWithTheSystemsCode) {
+TEST(Strdup, ReturnsNullWithTheSystemsCodeOnFailure) {
   Ledger ledger(Environment{"DEBUG", "DB", ""});
   kit::fail_request(1);
   EXPECT_EQ(duplicate(ledger.pool, "hello"), nullptr);
@@ -89,7 +89,7 @@ TEST(Strdup, IsFollowedByTheReportUnderCtrlblks) {
             "   +   3 AB p1               S     1        6        6     101 app.c:12\n");
 }
 
-TEST(Strdup, OfNullOrWithoutMemoryIsNotFollowedByTheReport) {
+TEST(Strdup, PrintsNoReportForNullOrOnFailure) {
   Ledger ledger("CTRLBLKS");
   EXPECT_EQ(duplicate(ledger.pool, nullptr), nullptr);
   kit::fail_request(1);
@@ -97,7 +97,7 @@ TEST(Strdup, OfNullOrWithoutMemoryIsNotFollowedByTheReport) {
   EXPECT_EQ(ledger.log(), "");
 }
 
-TEST(Strdup, OnTheDataHandleIsRecordedOnceAnythingIsConfigured) {
+TEST(Strdup, RecordsOnTheDataHandleOnceAnythingIsConfigured) {
   Scene scene(Environment{"EXCEPTIONS=qk_ifree", "DB", ""});
   qk_mem_init();
   kit::make_arrays(QK_MEM_DATA_HANDLE);

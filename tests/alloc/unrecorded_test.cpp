@@ -49,7 +49,7 @@ void* allocate_without_record(Ledger& ledger, const Call& call) {
   return memory;
 }
 
-TEST(Unrecorded, MemoryIsReturnedWithAnErrorLineAndACode) {
+TEST(UnrecordedMemory, IsReturnedWithAnErrorLineAndACode) {
   Ledger ledger(Environment{"DEBUG", "DB", ""});
   for (const Call& call : kCalls) {
     Qk_mem_error.set(0);
@@ -67,7 +67,7 @@ TEST(Unrecorded, MemoryIsReturnedWithAnErrorLineAndACode) {
   }
 }
 
-TEST(Unrecorded, MemoryIsReportedUnderTheSwitchesOfItsRoutine) {
+TEST(UnrecordedMemory, IsReportedUnderTheSwitchesOfItsRoutine) {
   constexpr char kLine[] =
       "   qk_mem_new_ptr: ERROR: realloc of 3840 at app.c:70000 of a->ptrs failed: 12 Cannot allocate memory\n";
   Ledger ledger("EXCEPTIONS");
@@ -92,7 +92,7 @@ TEST(Unrecorded, MemoryIsReportedUnderTheSwitchesOfItsRoutine) {
   }
 }
 
-TEST(Unrecorded, MemoryCanBeFreedOnItsHandle) {
+TEST(UnrecordedMemory, CanBeFreedOnItsHandle) {
   Ledger ledger("EXCEPTIONS");
   void* memory = allocate_without_record(ledger, kCalls[0]);
   ledger.skip_all();
@@ -102,7 +102,7 @@ TEST(Unrecorded, MemoryCanBeFreedOnItsHandle) {
             "   qk_mem_ifree: WARNING:   3 [p1] ptr not found at app.c:13\n");
 }
 
-TEST(Unrecorded, MemoryIsServedOnWhereATableIsLost) {
+TEST(UnrecordedMemory, IsReturnedWithAWarningIfTheTableIsLost) {
   Ledger ledger(Environment{"DEBUG", "DB", ""});
   // All arrays as a failed growth leaves them.
   for (qk_mem_ptr_array& array : ledger.pool.record().ptrs) {

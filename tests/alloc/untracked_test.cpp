@@ -50,7 +50,7 @@ std::string accounting() {
          kit::tag_of("") + ", events " + std::to_string(Qk_mem_seq);
 }
 
-TEST(Untracked, CallsGiveMemoryAndLeaveNothing) {
+TEST(UntrackedDataHandle, ReturnsMemoryAndRecordsNothing) {
   Scene scene("");
   qk_mem_init();
   const std::string before = accounting();
@@ -71,7 +71,7 @@ TEST(Untracked, CallsGiveMemoryAndLeaveNothing) {
   EXPECT_TRUE(std::filesystem::is_empty("."));
 }
 
-TEST(Untracked, MemoryIsTheSystemsOwn) {
+TEST(UntrackedDataHandle, ReturnsMemoryOfTheSystemsAllocator) {
   Scene scene("");
   std::free(allocate(100));
   std::free(allocate_zeroed(10, 8));
@@ -79,7 +79,7 @@ TEST(Untracked, MemoryIsTheSystemsOwn) {
   release(resize(std::malloc(10), 100));
 }
 
-TEST(Untracked, RecallocZeroesWhatItAdds) {
+TEST(UntrackedDataHandle, ZeroesWhatRecallocAdds) {
   Scene scene("");
   void* memory = std::memset(allocate(80), 'x', 80);
   memory = qk_mem_irecalloc(kData, memory, 25, 8, 10, 16, "src/app.c", 12);
@@ -87,7 +87,7 @@ TEST(Untracked, RecallocZeroesWhatItAdds) {
   release(memory);
 }
 
-TEST(Untracked, MisuseIsNotNoticed) {
+TEST(UntrackedDataHandle, IgnoresMisuse) {
   Scene scene("");
   qk_mem_init();
   const std::string before = accounting();
@@ -103,7 +103,7 @@ TEST(Untracked, MisuseIsNotNoticed) {
   EXPECT_TRUE(std::filesystem::is_empty("."));
 }
 
-TEST(Untracked, FailureLeavesOnlyTheErrorCode) {
+TEST(UntrackedDataHandle, SetsOnlyTheErrorCodeOnFailure) {
   void* (*const calls[])() = {
       [] { return allocate(100); },
       [] { return allocate_zeroed(10, 8); },
@@ -125,7 +125,7 @@ TEST(Untracked, FailureLeavesOnlyTheErrorCode) {
   EXPECT_TRUE(std::filesystem::is_empty("."));
 }
 
-TEST(Untracked, MemoryStaysValidWhenItCannotBeResized) {
+TEST(UntrackedDataHandle, KeepsMemoryThatCannotBeResized) {
   Scene scene("");
   void* memory = std::memset(allocate(80), 'x', 80);
   kit::fail_request(1);
@@ -136,7 +136,7 @@ TEST(Untracked, MemoryStaysValidWhenItCannotBeResized) {
   release(memory);
 }
 
-TEST(Untracked, IsDecidedByTheGlobalSwitchesAlone) {
+TEST(UntrackedDataHandle, FollowsTheGlobalSwitchesAlone) {
   Scene scene(Environment{"DEBUG=not,global", "", ""});
   qk_mem_init();
   scene.skip_log();
@@ -152,14 +152,14 @@ TEST(Untracked, IsDecidedByTheGlobalSwitchesAlone) {
   EXPECT_EQ(accounting(), before);
 }
 
-TEST(Untracked, IsOnlyTheDataHandle) {
+TEST(UntrackedDataHandle, LeavesOtherHandlesTracked) {
   Ledger ledger("");
   void* memory = allocate(100, ledger.pool);
   EXPECT_EQ(ledger.record(memory), "M 1/100 app.c:12 event 1");
   EXPECT_EQ(ledger.sums(), "handle 1 for 100, tag 1 for 100, events 1");
 }
 
-TEST(Untracked, FreeLeavesTheRecordOfEarlierDays) {
+TEST(UntrackedDataHandle, KeepsEarlierRecordsOfFreedMemory) {
   Ledger ledger("EXCEPTIONS");
   kit::make_arrays(kData);
   void* memory = allocate(100);
@@ -177,7 +177,7 @@ class UnrecordedDataHandle : public ::testing::Test {
   Ledger ledger_{""};
 };
 
-TEST_F(UnrecordedDataHandle, StaysSo) {
+TEST_F(UnrecordedDataHandle, RecordsNothingEvenUnderDebug) {
   const std::string before = accounting();
   void* memory = resize(allocate(100), 200);
   EXPECT_NE(memory, nullptr);
@@ -188,7 +188,7 @@ TEST_F(UnrecordedDataHandle, StaysSo) {
   EXPECT_EQ(accounting(), before);
 }
 
-TEST_F(UnrecordedDataHandle, IsWatchedForMisuse) {
+TEST_F(UnrecordedDataHandle, ReportsMisuse) {
   void* empty = allocate(0);
   void* zeroed = allocate_zeroed(0, 1);
   release(empty);

@@ -43,7 +43,7 @@ class WithoutBaseline {
   qk_mem_ptr& record_;
 };
 
-TEST(RefusedBaseline, WithoutConfigurationAnswersMinusOne) {
+TEST(RefusedBaseline, ReturnsMinusOneWithoutConfiguration) {
   const Scene scene;
   EXPECT_EQ(qk_mem_baseline(""), -1);
   EXPECT_EQ(kit::handle_of(QK_MEM_DATA_HANDLE).baselined, 0);
@@ -51,7 +51,7 @@ TEST(RefusedBaseline, WithoutConfigurationAnswersMinusOne) {
   EXPECT_EQ(qk_mem_error(), 0);
 }
 
-TEST(RefusedBaseline, AfterOffAnswersMinusOneAndChangesNothing) {
+TEST(RefusedBaseline, ReturnsMinusOneAfterOffAndChangesNothing) {
   const WithoutBaseline unmarked;
   configure(kLogged);
   configure("OFF");
@@ -60,13 +60,13 @@ TEST(RefusedBaseline, AfterOffAnswersMinusOneAndChangesNothing) {
   EXPECT_EQ(contents("baseline.log"), "");
 }
 
-TEST(RefusedBaseline, WithoutConfigurationDoesNotReadTheFilter) {
+TEST(RefusedBaseline, DoesNotReadTheFilterWithoutConfiguration) {
   const Scene scene;
   EXPECT_EQ(qk_mem_baseline("NONSENSE"), -1);
   EXPECT_EQ(qk_mem_error(), 0);
 }
 
-TEST(RefusedBaseline, UnderABadFilterAnswersZeroAndChangesAndLogsNothing) {
+TEST(RefusedBaseline, ReturnsZeroForABadFilterAndChangesNothing) {
   const struct {
     std::string filter;
     int code;
@@ -92,14 +92,14 @@ TEST(RefusedBaseline, UnderABadFilterAnswersZeroAndChangesAndLogsNothing) {
   EXPECT_EQ(contents("baseline.log"), "");
 }
 
-TEST(Baseline, TakesAFilterOf256Characters) {
+TEST(Baseline, AcceptsAFilterOf256Characters) {
   const WithoutBaseline unmarked;
   EXPECT_EQ(qk_mem_baseline(("HANDLE=1" + std::string(248, ' ')).c_str()), 0);
   EXPECT_EQ(qk_mem_error(), 0);
   EXPECT_TRUE(unmarked.changed());
 }
 
-TEST(Baseline, AsTheFirstCallStartsTheLibraryAndCoversItsStandingHandles) {
+TEST(Baseline, StartsTheLibraryAndCoversItsStandingHandles) {
   const Scene scene("TRACE");
   EXPECT_EQ(Qk_mem_initialized, 0);
   EXPECT_EQ(qk_mem_baseline(""), 0);
@@ -108,7 +108,7 @@ TEST(Baseline, AsTheFirstCallStartsTheLibraryAndCoversItsStandingHandles) {
   EXPECT_EQ(kit::handle_of(QK_MEM_DATA_HANDLE).baselined, 1);
 }
 
-TEST(Baseline, AsTheFirstCallStartsTheLibraryAlsoWhenItIsRefused) {
+TEST(Baseline, StartsTheLibraryEvenIfItIsRefused) {
   const Scene scene;
   EXPECT_EQ(qk_mem_baseline(""), -1);
   EXPECT_EQ(Qk_mem_initialized, 1);

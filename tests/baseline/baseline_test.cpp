@@ -114,7 +114,7 @@ TEST(Baseline, MarksNoFreeSlot) {
   for (int i = 2; i < 16; ++i) EXPECT_EQ(handle.ptrs[0].ptrs[i].baselined, 0) << i;
 }
 
-TEST(Baseline, PassesOverArraysThatLostTheirSlots) {
+TEST(Baseline, SkipsArraysThatLostTheirSlots) {
   Stage stage;
   qk_mem_handle& handle = stage.handle(1);
   handle.ptrs[3].capacity = 16;
@@ -124,7 +124,7 @@ TEST(Baseline, PassesOverArraysThatLostTheirSlots) {
   EXPECT_EQ(handle.ptrs[0].ptrs[1].baselined, 1);
 }
 
-TEST(Baseline, ReplacesTheOneBefore) {
+TEST(Baseline, ReplacesThePreviousOne) {
   Stage stage(100);
   qk_mem_handle& handle = stage.handle(1, 'D', "AB");
   hold(handle, 0x1000, 'M', 1, 100);
@@ -140,7 +140,7 @@ TEST(Baseline, ReplacesTheOneBefore) {
   EXPECT_EQ(Qk_mem_base_heap, 500);
 }
 
-TEST(Baseline, FollowsWhatShrank) {
+TEST(Baseline, FollowsTotalsThatShrank) {
   Stage stage;
   qk_mem_handle& handle = stage.handle(1, 'D', "AB");
   qk_mem_ptr& record = hold(handle, 0x1000, 'M', 1, 100);
@@ -154,7 +154,7 @@ TEST(Baseline, FollowsWhatShrank) {
   EXPECT_EQ(handle.baselined, 1);
 }
 
-TEST(Baseline, LeavesOlderOnesOfWhatIsNotSelected) {
+TEST(Baseline, KeepsOlderBaselinesOfWhatIsNotSelected) {
   Stage stage;
   qk_mem_handle& one = stage.handle(1, 'D', "AB");
   qk_mem_handle& two = stage.handle(2, 'D', "CD");
@@ -215,7 +215,7 @@ TEST(Baseline, CoversOnlyTheHandlesThatTheFilterKeeps) {
   }
 }
 
-TEST(Baseline, MarksAllPointersOfASelectedHandleWhateverTheFilterSaysOfPointers) {
+TEST(Baseline, MarksAllPointersOfASelectedHandle) {
   for (const char* filter : {"NEW_PTRS=TRUE", "NEW_PTRS=FALSE"}) {
     Stage stage;
     qk_mem_handle& handle = stage.handle(1);
@@ -277,7 +277,7 @@ std::string log_of(const char* filter) {
   return contents("baseline.log");
 }
 
-TEST(BaselineLog, TellsWhatEachHandleAndEachTagHolds) {
+TEST(BaselineLog, ShowsTheTotalsOfEachHandleAndTag) {
   Stage stage;
   hold(stage.handle(1, 'O'), 0x1000, 'M', 1, 3);
   hold(stage.handle(2, 'D', "AB"), 0x1000, 'C', 5, 10);
@@ -294,7 +294,7 @@ TEST(BaselineLog, TellsWhatEachHandleAndEachTagHolds) {
             "   qk_mem_baseline:     NONE   base_qty:       1  base_amt:          3\n");
 }
 
-TEST(BaselineLog, TellsTheFilterAndOnlyWhatItKeeps) {
+TEST(BaselineLog, ShowsTheFilterAndOnlyWhatItKeeps) {
   Stage stage;
   hold(stage.handle(1, 'D', "AB"), 0x1000, 'M', 1, 3);
   hold(stage.handle(2, 'D', "C"), 0x1000, 'M', 1, 4);

@@ -48,7 +48,7 @@ TEST(Growth, IsNothingRightAfterABaseline) {
   EXPECT_EQ(report("", kGrowth | QK_MEM_DUMP_TERSE | 0x3f), "");
 }
 
-TEST(Growth, IsNotWhatWasFreed) {
+TEST(Growth, ExcludesWhatWasFreed) {
   Ledger ledger("TRACE");
   void* memory = allocate(ledger.pool, 10, 1);
   qk_mem_baseline("");
@@ -56,7 +56,7 @@ TEST(Growth, IsNotWhatWasFreed) {
   EXPECT_EQ(report("", kGrowth | 0x3f), kNoGrowth);
 }
 
-TEST(Growth, IsAPieceThatWasFreedAndAllocatedAgainAtTheSameAddress) {
+TEST(Growth, IncludesAPieceAllocatedAgainAtItsOldAddress) {
   const Scene scene("TRACE");
   const Pool pool("BLOCKMGMT BLOCKFREE");
   void* before = allocate(pool, 64, 1);
@@ -69,7 +69,7 @@ TEST(Growth, IsAPieceThatWasFreedAndAllocatedAgainAtTheSameAddress) {
             "   +   3    p1               m     1       64       64     101 app.c:3\n");
 }
 
-TEST(Growth, IsMemoryThatWasTakenOutAndRegisteredAgain) {
+TEST(Growth, IncludesMemoryThatWasRegisteredAgain) {
   Ledger ledger("TRACE");
   static char memory[8];
   qk_mem_iregister(ledger.pool, QK_MEM_EXTERNAL, memory, nullptr, 8, "app.c", 1);
@@ -82,7 +82,7 @@ TEST(Growth, IsMemoryThatWasTakenOutAndRegisteredAgain) {
             "   +   3 AB p1               X     1        8        8     103 app.c:3\n");
 }
 
-TEST(Growth, IsAPointerThatWasResized) {
+TEST(Growth, IncludesAResizedPointer) {
   Ledger ledger("TRACE");
   void* memory = allocate(ledger.pool, 100, 1);
   qk_mem_baseline("");
@@ -92,7 +92,7 @@ TEST(Growth, IsAPointerThatWasResized) {
             "   +   3 AB p1               R     1       90       90     102 app.c:2\n");
 }
 
-TEST(Growth, IsNotAPointerWhoseResizingFailed) {
+TEST(Growth, ExcludesAPointerWhoseResizeFailed) {
   Ledger ledger("TRACE");
   void* memory = allocate(ledger.pool, 100, 1);
   qk_mem_baseline("");
@@ -102,7 +102,7 @@ TEST(Growth, IsNotAPointerWhoseResizingFailed) {
   EXPECT_EQ(report("", kGrowth | 0x3f), kNoGrowth);
 }
 
-TEST(Growth, IsABlockEvenWhereItsPiecesAreNotRecorded) {
+TEST(Growth, IncludesABlockEvenIfItsPiecesAreNotRecorded) {
   const Scene scene("TRACE");
   const Pool pool("BLOCKMGMT BLOCKSIZE=1024");
   kit::make_arrays(pool);
@@ -127,7 +127,7 @@ class Tracker : public qk::MemTracker {
   }
 };
 
-TEST(Growth, IsARegisteredObjectButNotItsTracker) {
+TEST(Growth, IncludesARegisteredObjectButNotItsTracker) {
   Ledger ledger("TRACE");
   static int object = 0;
   static Tracker tracker(&object);
@@ -141,7 +141,7 @@ TEST(Growth, IsARegisteredObjectButNotItsTracker) {
             "   +   3 AB p1               W     1        4        4     102 app.c:2\n");
 }
 
-TEST(Growth, IsAHandleThatGotTheNumberOfADeletedOne) {
+TEST(Growth, IncludesAHandleThatReusesADeletedNumber) {
   const Scene scene("TRACE");
   const int before = qk_mem_inew_handle("", "AB", "app.c", 1);
   qk_mem_baseline("");
@@ -154,7 +154,7 @@ TEST(Growth, IsAHandleThatGotTheNumberOfADeletedOne) {
             "   +   3 AB                        0                 0      77 app.c:3\n");
 }
 
-TEST(Growth, AfterABaselineOfDataHandlesHasAllOverheadHandlesAndTheirPointers) {
+TEST(Growth, IncludesOverheadHandlesThatNoBaselineCovers) {
   Stage stage;
   hold(stage.handle(1, 'O', "L"), 0x1000, 'M', 1, 11);
   hold(stage.handle(2), 0x1000, 'M', 1, 22);
@@ -166,7 +166,7 @@ TEST(Growth, AfterABaselineOfDataHandlesHasAllOverheadHandlesAndTheirPointers) {
             "   +   1  L 0000000000001000 M     1       11       11       3 app.c:1\n");
 }
 
-TEST(Marks, OfAnArrayStayWhenItGrowsAndAreMissingOnANewOne) {
+TEST(Marks, StayOnAGrowingArrayAndAreMissingOnANewOne) {
   Stage stage;
   qk_mem_handle& handle = stage.handle(1);
   for (int i = 0; i < 15; ++i) hold(handle, 0x1000 + 0x80U * static_cast<unsigned>(i), 'M', 1, 1);
@@ -182,7 +182,7 @@ TEST(Marks, OfAnArrayStayWhenItGrowsAndAreMissingOnANewOne) {
   EXPECT_EQ(report("", kGrowth), kNoGrowth);
 }
 
-TEST(Marks, OfAHandleTellWhetherItHeldSomethingAtTheBaseline) {
+TEST(Marks, ShowWhetherAHandleHeldAnythingAtTheBaseline) {
   Stage stage;
   hold(stage.handle(1), 0x1000, 'M', 1, 11);
   qk_mem_handle& empty = stage.handle(2);
@@ -200,7 +200,7 @@ std::string compared(const std::string& text) {
   return text.substr(begin, text.find('\n', begin) + 1 - begin);
 }
 
-TEST(Comparison, HasTwoDecimalsBelowTenPercentAndNoneFromThereOn) {
+TEST(Comparison, ShowsTwoDecimalsOnlyBelowTenPercent) {
   Stage stage;
   qk_mem_handle& handle = stage.handle(1, 'D', "AB");
   hold(handle, 0x1000, 'M', 1, 1000);
@@ -220,7 +220,7 @@ TEST(Comparison, HasTwoDecimalsBelowTenPercentAndNoneFromThereOn) {
             "  |   1 AB    made.c:100      |    3      1200|    3      1200| 0.00%        0|\n");
 }
 
-TEST(Comparison, ShowsADecreaseAsAHugeAmountThatIsCut) {
+TEST(Comparison, ShowsADecreaseAsAHugeAmountCutShort) {
   Ledger ledger("TRACE");
   void* memory = allocate(ledger.pool, 500, 1);
   allocate(ledger.pool, 500, 2);

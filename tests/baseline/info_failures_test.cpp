@@ -29,7 +29,7 @@ void configure(const char* debug) {
   ASSERT_EQ(qk_mem_debug_config(debug, &status), 0);
 }
 
-TEST(RefusedInfo, OfAQueryThatCannotBeRead) {
+TEST(RefusedInfo, ResultsFromAnInvalidQuery) {
   const Stage stage;
   for (const char* query : {"NONSENSE", "CURRENT_ALLOC NONSENSE", "CURRENT_ALLOC=1", "CURRENT_HEA",
                             "UNTRACKEDS", "=", "CURRENT_ALLOC='x"}) {
@@ -37,7 +37,7 @@ TEST(RefusedInfo, OfAQueryThatCannotBeRead) {
   }
 }
 
-TEST(RefusedInfo, UnderAFilterThatCannotBeRead) {
+TEST(RefusedInfo, ResultsFromAnInvalidFilter) {
   const Stage stage;
   EXPECT_EQ(refusal("CURRENT_ALLOC", "NONSENSE"), "11102");
   EXPECT_EQ(refusal("CURRENT_ALLOC", "HANDLE"), "11102");
@@ -45,7 +45,7 @@ TEST(RefusedInfo, UnderAFilterThatCannotBeRead) {
   EXPECT_EQ(refusal("", "TAG=ABC"), "11103");
 }
 
-TEST(RefusedInfo, OfEachQueryOfTheHeapUnderAnyFilter) {
+TEST(RefusedInfo, ResultsFromEachHeapQueryWithAnyFilter) {
   const Stage stage;
   for (const char* query : {"INITIAL_HEAP", "BASELINE_HEAP", "CURRENT_HEAP",
                             "HEAP_CHG_SINCE_BASELINE", "HEAP_CHG_SINCE_INITIAL",
@@ -57,20 +57,20 @@ TEST(RefusedInfo, OfEachQueryOfTheHeapUnderAnyFilter) {
   }
 }
 
-TEST(RefusedInfo, OfTheHeapBesideAnotherQueryUnderAFilter) {
+TEST(RefusedInfo, ResultsFromAHeapQueryBesideAnotherWithAFilter) {
   const Stage stage;
   EXPECT_EQ(refusal("CURRENT_ALLOC UNTRACKED", "TYPE=DATA"), "11112");
   EXPECT_EQ(refusal("PCT_SINCE_BASELINE CURRENT_HEAP", "TYPE=DATA"), "11112");
 }
 
-TEST(RefusedInfo, NamesTheFilterFirstThenTheQueryThenBothTogether) {
+TEST(RefusedInfo, ReportsTheFilterFirstThenTheQueryThenBoth) {
   const Stage stage;
   EXPECT_EQ(refusal("NONSENSE", "TAG=ABC"), "11103");
   EXPECT_EQ(refusal("CURRENT_HEAP", "TAG=ABC"), "11103");
   EXPECT_EQ(refusal("CURRENT_HEAP NONSENSE", "TYPE=DATA"), "11102");
 }
 
-TEST(RefusedInfo, OfMoreThan256Characters) {
+TEST(RefusedInfo, ResultsFromMoreThan256Characters) {
   const Stage stage;
   EXPECT_EQ(refusal("CURRENT_ALLOC" + std::string(243, ' '), ""), "answered");
   EXPECT_EQ(refusal("CURRENT_ALLOC" + std::string(244, ' '), ""), "11102");
@@ -90,7 +90,7 @@ void ask(const char* query, const char* filter) {
   (void)qk_mem_info(query, filter, &answer);
 }
 
-TEST(InfoLogged, TellsQuestionFilterAndAnswer) {
+TEST(LoggedInfo, ShowsQueryFilterAndAnswer) {
   Stage stage;
   hold(stage.handle(1, 'D', "AB"), 0x1000, 'M', 1, 100).baselined = 1;
   const InfoLog log;
@@ -108,7 +108,7 @@ TEST(InfoLogged, TellsQuestionFilterAndAnswer) {
             "   qk_mem_info:         Answer to  with  is 0\n");
 }
 
-TEST(InfoLogged, IsNothingWhereTheQuestionIsRefused) {
+TEST(LoggedInfo, IsNothingIfTheQueryIsRefused) {
   const Stage stage;
   const InfoLog log;
   ask("NONSENSE", "");
@@ -117,7 +117,7 @@ TEST(InfoLogged, IsNothingWhereTheQuestionIsRefused) {
   EXPECT_EQ(log.text(), "");
 }
 
-TEST(InfoLogged, IsNothingWithoutDebugOfThisRoutine) {
+TEST(LoggedInfo, IsNothingWithoutDebugOfThisRoutine) {
   for (const char* debug : {"EXCEPTIONS CTRLBLKS SUMMARY TRACE", "DEBUG='not qk_mem_info'"}) {
     const Stage stage;
     configure((std::string(debug) + " LOG=info.log FLUSH").c_str());
@@ -126,7 +126,7 @@ TEST(InfoLogged, IsNothingWithoutDebugOfThisRoutine) {
   }
 }
 
-TEST(InfoKeywords, AnswersAfterOffAsBefore) {
+TEST(InfoAfterOff, AnswersAsBefore) {
   Stage stage;
   hold(stage.handle(1), 0x1000, 'M', 1, 100);
   configure("OFF");

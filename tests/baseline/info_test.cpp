@@ -72,7 +72,7 @@ TEST_F(Info, AnswersEachQuery) {
   for (const auto& one : cases) EXPECT_EQ(ask(one.query), one.answer) << one.query;
 }
 
-TEST_F(Info, AnswersOfTheHandlesThatTheFilterKeeps) {
+TEST_F(Info, CoversOnlyTheHandlesThatTheFilterKeeps) {
   const struct {
     const char* filter;
     const char* current_alloc;
@@ -107,7 +107,7 @@ TEST_F(Info, AnswersOfTheHandlesThatTheFilterKeeps) {
   }
 }
 
-TEST_F(Info, AnswersTheFirstKeywordOfTheListWhateverTheirOrderInTheQuery) {
+TEST_F(Info, AnswersByPrecedenceNotByOrderInTheQuery) {
   EXPECT_EQ(ask("CURRENT_PTRS BASELINE_PTRS"), "6");
   EXPECT_EQ(ask("BASELINE_PTRS CURRENT_PTRS"), "6");
   EXPECT_EQ(ask("BASELINE_PTRS,CURRENT_PTRS,INITIAL_HEAP"), "135168");
@@ -120,16 +120,16 @@ TEST_F(Info, ReadsKeywordsInEitherCaseButNotAbbreviated) {
   EXPECT_EQ(ask("CURRENT_PTR"), "refused");
 }
 
-TEST_F(Info, AnswersZeroWhereNothingIsAsked) {
+TEST_F(Info, AnswersZeroIfNothingIsAsked) {
   EXPECT_EQ(ask(nullptr), "0");
   EXPECT_EQ(ask(""), "0");
   EXPECT_EQ(ask(" , "), "0");
   EXPECT_EQ(ask("", "TAG=AB"), "0");
 }
 
-TEST_F(Info, TakesANullFilterForNone) { EXPECT_EQ(ask("CURRENT_HEAP", nullptr), "270336"); }
+TEST_F(Info, TreatsANullFilterAsNone) { EXPECT_EQ(ask("CURRENT_HEAP", nullptr), "270336"); }
 
-TEST_F(Info, LooksAtTheHeapOnce) {
+TEST_F(Info, SamplesTheHeapOnce) {
   set_heap(300000);
   EXPECT_EQ(ask("CURRENT_ALLOC"), "6801");
   EXPECT_EQ(kit::heap_probes(), 1);
@@ -141,7 +141,7 @@ TEST_F(Info, LeavesTheErrorCodeAlone) {
   EXPECT_EQ(qk_mem_error(), 5566);
 }
 
-TEST_F(Info, SumsCountsThatWrappedAsTheyStand) {
+TEST_F(Info, SumsWrappedCountsAsTheyAre) {
   Qk_mem_handles[0]->qty = 4294967295;
   Qk_mem_handles[1]->qty = 2;
   Qk_mem_handles[1]->base_qty = 4294967295;
@@ -174,7 +174,7 @@ TEST(InfoOfTheHeap, TruncatesAGrowthOfOnePointNinePerCentToOne) {
   EXPECT_EQ(ask("HEAP_PCT_SINCE_INITIAL"), "1");
 }
 
-TEST(InfoOfTheHeap, AnswersNoGrowthWhereThereIsNothingToCompareWith) {
+TEST(InfoOfTheHeap, AnswersZeroPercentIfItGrewFromZero) {
   Stage stage(0);
   set_heap(5000);
   EXPECT_EQ(ask("HEAP_PCT_SINCE_BASELINE"), "0");
@@ -184,7 +184,7 @@ TEST(InfoOfTheHeap, AnswersNoGrowthWhereThereIsNothingToCompareWith) {
   EXPECT_EQ(ask("HEAP_CHG_SINCE_INITIAL"), "5000");
 }
 
-TEST(InfoOfTheHeap, IsNegativeWhereItShrankOrWhereMoreIsTrackedThanItGrew) {
+TEST(InfoOfTheHeap, IsNegativeIfItShrankOrMoreIsTracked) {
   Stage stage(5000);
   hold(stage.handle(1), 0x1000, 'M', 1, 10000);
   qk_mem_baseline("");
@@ -224,7 +224,7 @@ TEST(InfoOfGrowth, IsUnsignedInPerCentAndSignedInBytes) {
   }
 }
 
-TEST(InfoWithoutConfiguration, AnswersAsWellAndStartsTheLibrary) {
+TEST(InfoWithoutConfiguration, AnswersAndStartsTheLibrary) {
   const Scene scene;
   set_heap(4096);
   EXPECT_EQ(ask("INITIAL_HEAP"), "4096");

@@ -83,7 +83,7 @@ struct KindRow {
   const char* data_after;
 };
 
-TEST_F(ClearedRecord, GoesInTheWayOfItsKind) {
+TEST_F(ClearedRecord, IsReleasedAndLoggedByItsKind) {
   const KindRow rows[] = {
       {'m', "[p1] f other.c:80000; m 10 app.c:5", "3 f [p1] 2 10 other.c 80000 0\n", "2 for 116",
        "1 for 116"},
@@ -115,7 +115,7 @@ TEST_F(ClearedRecord, GoesInTheWayOfItsKind) {
   }
 }
 
-TEST_F(ClearedRecord, OfATrackerLeavesBothSums) {
+TEST_F(ClearedRecord, SubtractsATrackersBytesFromBothSums) {
   hold(ledger_, at(0x1000), 'W', 1, 50);
   hold(ledger_, at(0x2000), 'T', 1, 16);
   EXPECT_EQ(sums(), "data 2 for 146, overhead 10 for " + own_and(16) + ", tag 2 for 146");
@@ -130,7 +130,7 @@ TEST_F(ClearedRecord, OfATrackerLeavesBothSums) {
       << "the block's bytes less the tracker's; both quantities are taken off the data";
 }
 
-TEST_F(ClearedRecord, GoInTheOrderOfArraysAndSlots) {
+TEST_F(ClearedRecord, IsReleasedInOrderOfArraysAndSlots) {
   hold(ledger_, at(0x1030), 'm', 1, 1);
   hold(ledger_, at(0x2010), 'm', 1, 2);
   hold(ledger_, at(0x3030), 'm', 1, 3);
@@ -146,7 +146,7 @@ TEST_F(ClearedRecord, GoInTheOrderOfArraysAndSlots) {
             "   qk_mem_iclear_handle:    3 [p6] f other.c:80000; m 5 app.c:5 (heap change)\n");
 }
 
-TEST_F(ClearedRecord, IsNoneOfABlockOrOfTheHandlesOwnMemory) {
+TEST_F(ClearedRecord, IsNeverABlockOrTheHandlesOwnMemory) {
   const void* block = ledger_.pool.record().blocks;
   const std::string block_record = ledger_.record(block);
   const std::string handle_record = ledger_.record(&ledger_.pool.record());
@@ -161,13 +161,13 @@ TEST_F(ClearedRecord, IsNoneOfABlockOrOfTheHandlesOwnMemory) {
       << "no block-managed handle makes records of this kind";
 }
 
-TEST_F(ClearedRecord, PrintsTheLowBitsOfItsLine) {
+TEST_F(ClearedRecord, ShowsTheLow16BitsOfItsLine) {
   hold(ledger_, at(0x1000), 'm', 1, 10, 70000);
   EXPECT_EQ(log_of_clear(),
             "   qk_mem_iclear_handle:    3 [p1] f other.c:80000; m 10 app.c:4464 (heap change)\n");
 }
 
-TEST_F(ClearedRecord, LetsItsTrackerDestroyWhatItStandsFor) {
+TEST_F(ClearedRecord, DeletesItsTrackerOnce) {
   for (const char kind : {'W', 'J'}) {
     int destroyed = 0;
     hold(ledger_, at(0x1000), kind).tracker = new Tracker(destroyed);
@@ -178,7 +178,7 @@ TEST_F(ClearedRecord, LetsItsTrackerDestroyWhatItStandsFor) {
   }
 }
 
-TEST_F(ClearedRecord, ThatStandsTwiceIsReleasedOnce) {
+TEST_F(ClearedRecord, IsReleasedOnceIfRecordedTwice) {
   int destroyed = 0;
   auto* tracker = new Tracker(destroyed);
   hold(ledger_, at(0x1000), 'W').tracker = tracker;
@@ -196,7 +196,7 @@ TEST_F(ClearedRecord, ThatStandsTwiceIsReleasedOnce) {
   EXPECT_EQ(kit::data_of(ledger_.pool), "1 for 96");
 }
 
-TEST(ClearHandle, VisitsNoRecordsWhereNothingIsTrackedOrRegistered) {
+TEST(ClearHandle, SkipsRecordsUnlessTrackedOrRegistered) {
   Ledger ledger(Environment{"EXCEPTIONS", "DB", ""}, "BLOCKMGMT BLOCKSIZE=64");
   hold(ledger, at(0x1000), 'm');
   ledger.skip_all();

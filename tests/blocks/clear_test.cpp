@@ -43,7 +43,7 @@ TEST(ClearHandle, EmptiesItsBlocksAndKeepsThem) {
   EXPECT_EQ(ledger.pool.record().block_used, 250U);
 }
 
-TEST(ClearHandle, LetsItsBlocksBeFilledAgainFromTheFirstOn) {
+TEST(ClearHandle, LetsBlocksBeFilledAgainFromTheFirst) {
   Scene scene;
   Pool pool(kPlain);
   for (const std::size_t size : {40, 50, 100, 60}) allocate(pool, size);
@@ -60,7 +60,7 @@ TEST(ClearHandle, LetsItsBlocksBeFilledAgainFromTheFirstOn) {
   EXPECT_EQ(pool.record().num_blocks, 4U);
 }
 
-TEST(ClearHandle, WithoutBlocksIsFine) {
+TEST(ClearHandle, SucceedsWithoutBlocks) {
   Scene scene;
   Pool pool("BLOCKMGMT BLOCKINITIAL=0");
   EXPECT_EQ(clear(pool), 0);
@@ -78,7 +78,7 @@ TEST(ClearHandle, ResetsTheLowMarksToo) {
   EXPECT_EQ(blocks_of(pool), "64:0-0");
 }
 
-TEST(ClearHandle, TakesTheRecordsOfItsPieces) {
+TEST(ClearHandle, RemovesTheRecordsOfItsPieces) {
   Ledger ledger(Environment{"", "", ""}, kFreeing);
   void* pieces[] = {allocate(ledger.pool, 10),
                     qk_mem_icalloc(ledger.pool, 2, 5, 8, "src/app.c", 12),
@@ -90,7 +90,7 @@ TEST(ClearHandle, TakesTheRecordsOfItsPieces) {
   for (const void* piece : pieces) EXPECT_EQ(ledger.record(piece), "none");
 }
 
-TEST(ClearHandle, OfAnOrdinaryHandleIsRefused) {
+TEST(ClearHandle, RefusesAnOrdinaryHandle) {
   Ledger ledger(Environment{"EXCEPTIONS", "DB", ""});
   void* memory = allocate(ledger.pool, 10);
   ledger.skip_all();
@@ -104,7 +104,7 @@ TEST(ClearHandle, OfAnOrdinaryHandleIsRefused) {
   EXPECT_EQ(Qk_mem_seq, 100U);
 }
 
-TEST(ClearHandle, OfAnOrdinaryHandleIsReportedAsTheSwitchesSay) {
+TEST(ClearHandle, ReportsAnOrdinaryHandleAsConfigured) {
   struct {
     const char* debug;
     bool reported;
@@ -128,7 +128,7 @@ TEST(ClearHandle, OfAnOrdinaryHandleIsReportedAsTheSwitchesSay) {
   }
 }
 
-TEST(ClearHandle, OfANumberWithoutAHandleIsRefused) {
+TEST(ClearHandle, RefusesAnInvalidHandle) {
   Scene scene("DEBUG");
   qk_mem_init();
   scene.skip_log();
@@ -144,7 +144,7 @@ TEST(ClearHandle, OfANumberWithoutAHandleIsRefused) {
             "   qk_mem_iclear_handle: ERROR: invalid hid 2147483647 at other.c:80000\n");
 }
 
-TEST(ClearHandle, IsOneEventHoweverMuchItReleases) {
+TEST(ClearHandle, CountsOneEventHoweverMuchItReleases) {
   Ledger ledger(Environment{"DEBUG=qk_mem_iclear_handle", "HEAPSIZE DB", ""}, kPlain);
   allocate(ledger.pool, 10);
   allocate(ledger.pool, 20);
@@ -161,7 +161,7 @@ TEST(ClearHandle, IsOneEventHoweverMuchItReleases) {
   EXPECT_EQ(Qk_mem_seq, 101U);
 }
 
-TEST(ClearHandle, IsTracedAlsoWhereNothingIsLogged) {
+TEST(ClearHandle, IsTracedEvenIfNothingIsLogged) {
   Ledger ledger(Environment{"EXCEPTIONS", "DB", ""}, kFreeing);
   allocate(ledger.pool, 10);
   ledger.skip_all();
@@ -183,7 +183,7 @@ TEST(ClearHandle, IsFollowedByTheReportOnceUnderCtrlblks) {
   EXPECT_EQ(ledger.log(), kit::normalized(kit::dump("", 0)));
 }
 
-TEST(ClearHandle, TakesItsPlaceFromTheMacro) {
+TEST(ClearHandle, TakesItsLocationFromTheMacro) {
   Ledger ledger(Environment{"DEBUG=qk_mem_iclear_handle", "", ""}, kPlain);
   EXPECT_EQ(qk_mem_clear_handle(ledger.pool), 0);
   const std::string line = std::to_string(__LINE__ - 1);
@@ -191,7 +191,7 @@ TEST(ClearHandle, TakesItsPlaceFromTheMacro) {
             "   qk_mem_iclear_handle:    3 d clear_test.cpp:" + line + "; pool.c:7\n");
 }
 
-TEST(ClearHandle, ThatHasALockLetsGoOfIt) {
+TEST(ClearHandle, ReleasesTheHandlesMutex) {
   Scene scene;
   Pool pool("BLOCKMGMT MULTITHREADED BLOCKFREE");
   allocate(pool, 10);

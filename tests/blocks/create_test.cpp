@@ -24,7 +24,7 @@ void configure(const char* debug) {
   ASSERT_EQ(qk_mem_debug_config(debug, &status), 0);
 }
 
-TEST(BlockManagedHandle, BeginsWithTheBlocksThatWereAskedFor) {
+TEST(BlockManagedHandle, StartsWithTheRequestedBlocks) {
   struct {
     const char* options;
     const char* blocks;
@@ -55,7 +55,7 @@ TEST(BlockManagedHandle, BeginsWithTheBlocksThatWereAskedFor) {
   }
 }
 
-TEST(BlockManagedHandle, KnowsItsOptions) {
+TEST(BlockManagedHandle, StoresItsOptions) {
   Scene scene;
   const qk_mem_handle& handle = Pool("BLOCKMGMT BLOCKSIZE=64 BLOCKINITIAL=3").record();
   EXPECT_EQ(handle.blockmgmt, 'B');
@@ -71,7 +71,7 @@ TEST(BlockManagedHandle, KnowsItsOptions) {
   EXPECT_EQ(ordinary.blocksize, 64U);
 }
 
-TEST(BlockManagedHandle, RecordsAsItsOptionsAndTheConfigurationSay) {
+TEST(BlockManagedHandle, RecordsPiecesAndBlocksAsConfigured) {
   struct {
     const char* debug;
     const char* options;
@@ -154,7 +154,7 @@ TEST(BlockManagedHandle, IsFollowedByAReportForEachOfItsBlocks) {
   }
 }
 
-TEST(BlockManagedHandle, WithoutRoomForABlockIsNotCreated) {
+TEST(BlockManagedHandle, IsNotCreatedIfABlockCannotBeAllocated) {
   Scene scene;
   qk_mem_init();
   for (const int failing : {2, 3, 4}) {
@@ -167,7 +167,7 @@ TEST(BlockManagedHandle, WithoutRoomForABlockIsNotCreated) {
   }
 }
 
-TEST(BlockManagedHandle, WhoseBlockCannotBeHadSaysSoAndIsDeleted) {
+TEST(BlockManagedHandle, ReportsAFailedBlockAndIsDeletedAgain) {
   Scene scene(Environment{"EXCEPTIONS", "DB", ""});
   qk_mem_init();
   scene.skip_log();
@@ -182,7 +182,7 @@ TEST(BlockManagedHandle, WhoseBlockCannotBeHadSaysSoAndIsDeleted) {
             "3 D [p0] 0 0 app.c 12 0\n");
 }
 
-TEST(BlockManagedHandle, OfANegativeBlockSizeFailsAsMemoryThatRanOut) {
+TEST(BlockManagedHandle, FailsForLackOfMemoryAtANegativeBlockSize) {
   Scene scene("EXCEPTIONS FLUSH");
   qk_mem_init();
   for (const char* options : {"BLOCKMGMT BLOCKSIZE=-1", "BLOCKMGMT BLOCKSIZE=-32",
@@ -199,7 +199,7 @@ TEST(BlockManagedHandle, OfANegativeBlockSizeFailsAsMemoryThatRanOut) {
               "   qk_mem_new_block: ERROR: malloc of 18446744073709551548 at app.c:12 for block failed: 12 Cannot allocate memory\n"));
 }
 
-TEST(BlockManagedHandle, OfANegativeBlockSizeServesNothingWhereItHasNoBlocks) {
+TEST(BlockManagedHandle, CannotAllocateAtANegativeBlockSize) {
   Scene scene;
   const Pool pool("BLOCKMGMT BLOCKSIZE=-1 BLOCKINITIAL=0");
   ASSERT_EQ(int{pool}, 3);
@@ -208,7 +208,7 @@ TEST(BlockManagedHandle, OfANegativeBlockSizeServesNothingWhereItHasNoBlocks) {
   EXPECT_EQ(kit::data_of(pool), "0 for 0");
 }
 
-TEST(BlockManagedHandle, OfBlockSizeZeroGivesEachPieceABlock) {
+TEST(BlockManagedHandle, GivesEachPieceABlockAtBlockSizeZero) {
   Scene scene;
   const Pool pool("BLOCKMGMT BLOCKSIZE=0 BLOCKINITIAL=0");
   for (const std::size_t size : {10, 20, 5}) {

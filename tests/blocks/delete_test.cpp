@@ -34,7 +34,7 @@ TEST(DeletionOfBlocks, FreesThemWithAllTheirPieces) {
   }
 }
 
-TEST(DeletionOfBlocks, IsSilentWhereTheyAreNotRecorded) {
+TEST(DeletionOfBlocks, LogsNothingOfUnrecordedBlocks) {
   Scene scene;
   Pool pool("BLOCKMGMT BLOCKSIZE=64 BLOCKINITIAL=2");
   qk::Status status;
@@ -65,7 +65,7 @@ class DeletionOfRecordedBlocks : public ::testing::Test {
   const Pool pool_{"BLOCKMGMT BLOCKSIZE=64 BLOCKINITIAL=0", "AB"};
 };
 
-TEST_F(DeletionOfRecordedBlocks, TracesPiecesThenBlocksThenArraysThenTheHandle) {
+TEST_F(DeletionOfRecordedBlocks, TracesPiecesThenBlocksThenArrays) {
   allocate(pool_, 10);
   EXPECT_EQ(kit::tag_of("AB"), "2 for 96");
   destroy_under_debug();
@@ -85,7 +85,7 @@ TEST_F(DeletionOfRecordedBlocks, TracesPiecesThenBlocksThenArraysThenTheHandle) 
   EXPECT_EQ(Qk_mem_seq, 101U);
 }
 
-TEST_F(DeletionOfRecordedBlocks, TakesThemInTheOrderOfTheList) {
+TEST_F(DeletionOfRecordedBlocks, FreesThemInListOrder) {
   allocate(pool_, 10);
   allocate(pool_, 100);
   allocate(pool_, 60);
@@ -102,7 +102,7 @@ TEST_F(DeletionOfRecordedBlocks, TakesThemInTheOrderOfTheList) {
   EXPECT_EQ(kit::tag_of("AB"), "0 for 0");
 }
 
-TEST_F(DeletionOfRecordedBlocks, PassesOverABlockThatHasNoRecord) {
+TEST_F(DeletionOfRecordedBlocks, DoesNotTraceABlockWithoutARecord) {
   allocate(pool_, 10);
   pool_.record().track_blocks = 0;
   allocate(pool_, 100);
@@ -115,7 +115,7 @@ TEST_F(DeletionOfRecordedBlocks, PassesOverABlockThatHasNoRecord) {
   EXPECT_EQ(qk_mem_tag_size("AB"), 0);
 }
 
-TEST_F(DeletionOfRecordedBlocks, FreesExternalMemoryBesideThem) {
+TEST_F(DeletionOfRecordedBlocks, FreesExternalMemoryToo) {
   void* memory = std::malloc(24);
   kit::hold(pool_.record(), reinterpret_cast<std::uintptr_t>(memory), 'X', 3, 8, "app.c", 12);
   destroy_under_debug();
@@ -126,7 +126,7 @@ TEST_F(DeletionOfRecordedBlocks, FreesExternalMemoryBesideThem) {
   EXPECT_EQ(qk_mem_tag_size("AB"), 0);
 }
 
-TEST_F(DeletionOfRecordedBlocks, ReleasesThemWithoutVisitingRecordsWhereNoneAreTracked) {
+TEST_F(DeletionOfRecordedBlocks, SkipsTheRecordsOfUntrackedPieces) {
   allocate(pool_, 10);
   pool_.record().track = 0;
   destroy_under_debug();

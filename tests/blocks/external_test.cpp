@@ -38,7 +38,7 @@ class ExternalMemory : public ::testing::TestWithParam<const char*> {};
 INSTANTIATE_TEST_SUITE_P(Blocks, ExternalMemory, ::testing::ValuesIn(kEither),
                          [](const auto& row) { return row.index == 0 ? "Plain" : "Blockfree"; });
 
-TEST_P(ExternalMemory, IsFreedByItself) {
+TEST_P(ExternalMemory, CanBeFreedOnItsOwn) {
   Ledger ledger(Environment{"DEBUG", "DB", ""}, GetParam());
   qk_mem_imalloc(ledger.pool, 10, 8, "src/app.c", 12);
   void* memory = hold_external(ledger, 3, 8);
@@ -52,7 +52,7 @@ TEST_P(ExternalMemory, IsFreedByItself) {
   EXPECT_EQ(blocks_of(ledger.pool), "64:0-10");
 }
 
-TEST_P(ExternalMemory, IsFreedWhereNothingIsConfigured) {
+TEST_P(ExternalMemory, CanBeFreedWithoutAnyConfiguration) {
   Ledger ledger(Environment{"", "", ""}, GetParam());
   void* memory = hold_external(ledger, 3, 8);
   EXPECT_EQ(ledger.sums(), "handle 1 for 120, tag 1 for 120, events 1");
@@ -60,7 +60,7 @@ TEST_P(ExternalMemory, IsFreedWhereNothingIsConfigured) {
   EXPECT_EQ(ledger.sums(), "handle 0 for 96, tag 0 for 96, events 2");
 }
 
-TEST(HandleWithExternalMemory, LeavesItsPiecesAloneWithoutBlockfree) {
+TEST(HandleWithExternalMemory, KeepsItsPiecesWithoutBlockfree) {
   Ledger ledger(Environment{"DEBUG", "DB", ""}, "BLOCKMGMT BLOCKSIZE=64");
   void* memory = hold_external(ledger, 1, 8);
   void* piece = qk_mem_imalloc(ledger.pool, 10, 8, "src/app.c", 12);
@@ -74,7 +74,7 @@ TEST(HandleWithExternalMemory, LeavesItsPiecesAloneWithoutBlockfree) {
   release(ledger.pool, memory);
 }
 
-TEST(HandleWithExternalMemory, WarnsOfUnknownPointersInTheNameOfBlocks) {
+TEST(HandleWithExternalMemory, WarnsOfAnUnknownPointerThreeTimes) {
   Ledger ledger(Environment{"DEBUG", "DB", ""}, "BLOCKMGMT BLOCKSIZE=64");
   void* memory = hold_external(ledger, 1, 8);
   char local = 0;
@@ -107,7 +107,7 @@ class BlockFree : public ::testing::Test {
   Ledger ledger_;
 };
 
-TEST_F(BlockFree, AnswersTheRecordAndLeavesItsRemovalToTheCaller) {
+TEST_F(BlockFree, ReturnsTheRecordWithoutRemovingIt) {
   allocate(10);
   void* piece = allocate(20);
   qk_mem_ptr* record = record_of(piece);
@@ -118,7 +118,7 @@ TEST_F(BlockFree, AnswersTheRecordAndLeavesItsRemovalToTheCaller) {
   EXPECT_EQ(ledger_.log(), "");
 }
 
-TEST_F(BlockFree, TakesTheRecordThatItIsGiven) {
+TEST_F(BlockFree, UsesTheRecordThatIsPassedToIt) {
   allocate(10);
   void* piece = allocate(20);
   qk_mem_ptr* record = record_of(piece);
@@ -126,7 +126,7 @@ TEST_F(BlockFree, TakesTheRecordThatItIsGiven) {
   EXPECT_EQ(blocks_of(ledger_.pool), "64:0-10");
 }
 
-TEST_F(BlockFree, AnswersNullForAnUnknownPointer) {
+TEST_F(BlockFree, ReturnsNullForAnUnknownPointer) {
   char local = 0;
   EXPECT_EQ(block_free(&local, nullptr), nullptr);
   EXPECT_EQ(ledger_.log(),
@@ -141,7 +141,7 @@ TEST_F(BlockFree, FreesExternalMemory) {
   qk_mem_free_ptr(&ledger_.pool.record(), record);
 }
 
-TEST_F(BlockFree, CountsTheElementsOfARecord) {
+TEST_F(BlockFree, FreesAllElementsOfACalloc) {
   allocate(10);
   void* piece = qk_mem_icalloc(ledger_.pool, 3, 7, 1, "src/app.c", 12);
   EXPECT_EQ(blocks_of(ledger_.pool), "64:0-31");

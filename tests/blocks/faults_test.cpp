@@ -163,7 +163,7 @@ constexpr Case kCases[] = {
 INSTANTIATE_TEST_SUITE_P(On, FailureOfAnyRequest, ::testing::ValuesIn(kCases),
                          [](const auto& row) { return row.param.name; });
 
-TEST_P(FailureOfAnyRequest, LeavesWhatTheProgramHolds) {
+TEST_P(FailureOfAnyRequest, LeavesTheProgramsMemoryIntact) {
   Scene scene(Environment{GetParam().debug, "DB", ""});
   qk_mem_init();
   int failing = 0;

@@ -30,7 +30,7 @@ void release(int hid, void* piece) { qk_mem_ifree(hid, piece, "lib/other.c", 800
 /** A handle that frees pieces one by one, in blocks of 64 bytes. */
 constexpr const char* kFreeing = "BLOCKMGMT BLOCKFREE BLOCKSIZE=64";
 
-TEST(FreeOfPiece, OfTheLastOneLowersTheHighMark) {
+TEST(FreeingAPiece, LowersTheHighMarkIfItIsTheLast) {
   Scene scene;
   Pool pool(kFreeing);
   allocate(pool, 10);
@@ -43,7 +43,7 @@ TEST(FreeOfPiece, OfTheLastOneLowersTheHighMark) {
   EXPECT_EQ(blocks_of(pool), "64:0-64");
 }
 
-TEST(FreeOfPiece, OfTheFirstOneRaisesTheLowMark) {
+TEST(FreeingAPiece, RaisesTheLowMarkIfItIsTheFirst) {
   Scene scene;
   Pool pool(kFreeing);
   void* first = allocate(pool, 10);
@@ -55,7 +55,7 @@ TEST(FreeOfPiece, OfTheFirstOneRaisesTheLowMark) {
   EXPECT_EQ(blocks_of(pool), "64:0-60");
 }
 
-TEST(FreeOfPiece, OfAMiddleOneChangesNothingForGood) {
+TEST(FreeingAPiece, DoesNotRecoverRoomInTheMiddle) {
   Scene scene;
   Pool pool(kFreeing);
   void* first = allocate(pool, 10);
@@ -71,7 +71,7 @@ TEST(FreeOfPiece, OfAMiddleOneChangesNothingForGood) {
   EXPECT_EQ(position_of(pool, allocate(pool, 8)), "block 1 at 2");
 }
 
-TEST(FreeOfPiece, OfTheOnlyOneEmptiesTheBlock) {
+TEST(FreeingAPiece, EmptiesTheBlockIfItIsTheOnlyOne) {
   Scene scene;
   Pool pool(kFreeing);
   void* first = allocate(pool, 10);
@@ -88,7 +88,7 @@ TEST(FreeOfPiece, OfTheOnlyOneEmptiesTheBlock) {
   EXPECT_EQ(blocks_of(pool), "64:0-0");
 }
 
-TEST(FreeOfPiece, DoesNotGiveItsPaddingBack) {
+TEST(FreeingAPiece, DoesNotRecoverItsPadding) {
   Scene scene;
   Pool pool(kFreeing);
   void* first = allocate(pool, 3);
@@ -100,7 +100,7 @@ TEST(FreeOfPiece, DoesNotGiveItsPaddingBack) {
   EXPECT_EQ(blocks_of(pool), "64:3-8");
 }
 
-TEST(FreeOfPiece, BelowTheFirstOneRaisesTheLowMarkAgain) {
+TEST(FreeingAPiece, RaisesTheLowMarkIfItWasPlacedBelowTheRest) {
   Scene scene;
   Pool pool(kFreeing);
   void* first = allocate(pool, 30);
@@ -112,7 +112,7 @@ TEST(FreeOfPiece, BelowTheFirstOneRaisesTheLowMarkAgain) {
   EXPECT_EQ(blocks_of(pool), "64:29-60") << "one byte of padding stays";
 }
 
-TEST(FreeOfPiece, ChangesItsOwnBlockOnly) {
+TEST(FreeingAPiece, ChangesItsOwnBlockOnly) {
   Scene scene;
   Pool pool(kFreeing);
   void* old = allocate(pool, 40);
@@ -127,7 +127,7 @@ TEST(FreeOfPiece, ChangesItsOwnBlockOnly) {
   EXPECT_EQ(blocks_of(pool), "64:0-0 100:0-0 64:0-0");
 }
 
-TEST(FreeOfPiece, OfNoBytesLeavesTheMarks) {
+TEST(FreeingAPiece, KeepsTheMarksIfItHasNoBytes) {
   Scene scene;
   Pool pool(kFreeing);
   allocate(pool, 10);
@@ -137,7 +137,7 @@ TEST(FreeOfPiece, OfNoBytesLeavesTheMarks) {
   EXPECT_EQ(blocks_of(pool), "64:0-10");
 }
 
-TEST(FreeOfPiece, LowersQuantitiesButNoSumOfBytes) {
+TEST(FreeingAPiece, LowersQuantitiesButNoSumOfBytes) {
   Ledger ledger(Environment{"", "", ""}, kFreeing);
   const std::string before = ledger.sums();
   EXPECT_EQ(before, "handle 0 for 96, tag 0 for 96, events 0");
@@ -153,7 +153,7 @@ TEST(FreeOfPiece, LowersQuantitiesButNoSumOfBytes) {
   EXPECT_EQ(ledger.pool.record().block_used, 17U);
 }
 
-TEST(FreeOfPiece, WithoutBlockfreeChangesNothing) {
+TEST(FreeingAPiece, ChangesNothingWithoutBlockfree) {
   Ledger ledger(Environment{"", "DB", ""}, "BLOCKMGMT BLOCKSIZE=64");
   void* piece = allocate(ledger.pool, 10);
   EXPECT_EQ(ledger.record(piece), "none");
@@ -162,7 +162,7 @@ TEST(FreeOfPiece, WithoutBlockfreeChangesNothing) {
   EXPECT_EQ(ledger.sums(), "handle 0 for 96, tag 0 for 96, events 0");
 }
 
-TEST(FreeOfPiece, WithoutBlockfreeLeavesItsRecordToo) {
+TEST(FreeingAPiece, WarnsAndKeepsItsRecordWithoutBlockfree) {
   Ledger ledger(Environment{"DEBUG", "DB", ""}, "BLOCKMGMT BLOCKSIZE=64");
   void* piece = allocate(ledger.pool, 10);
   const std::string before = ledger.sums();
@@ -177,7 +177,7 @@ TEST(FreeOfPiece, WithoutBlockfreeLeavesItsRecordToo) {
   EXPECT_EQ(Qk_mem_seq, 100U);
 }
 
-TEST(FreeOfPiece, WithoutBlockfreeIsWarnedAboutAlsoWhereNothingIsRecorded) {
+TEST(FreeingAPiece, WarnsWithoutBlockfreeEvenIfNothingIsRecorded) {
   Ledger ledger(Environment{"EXCEPTIONS", "", ""}, "BLOCKMGMT BLOCKSIZE=64");
   release(ledger.pool, allocate(ledger.pool, 10));
   EXPECT_EQ(ledger.log(),
@@ -193,7 +193,7 @@ TEST(FreeOfPiece, WithoutBlockfreeIsWarnedAboutAlsoWhereNothingIsRecorded) {
   EXPECT_EQ(ledger.log(), "") << "both are misuse warnings, which are off for the routine";
 }
 
-TEST(FreeOfPiece, OfAnUnknownPointerIsWarnedAboutAndNothingElse) {
+TEST(FreeingAPiece, WarnsOfAnUnknownPointerAndDoesNothing) {
   Ledger ledger(Environment{"DEBUG", "DB", ""}, kFreeing);
   allocate(ledger.pool, 10);
   char local = 0;
@@ -207,7 +207,7 @@ TEST(FreeOfPiece, OfAnUnknownPointerIsWarnedAboutAndNothingElse) {
   EXPECT_EQ(Qk_mem_seq, 100U);
 }
 
-TEST(FreeOfPiece, OfAnUnknownPointerIsWarnedAboutAsTheSwitchesSay) {
+TEST(FreeingAPiece, WarnsOfAnUnknownPointerAsConfigured) {
   struct {
     const char* debug;
     const char* log;
@@ -229,7 +229,7 @@ TEST(FreeOfPiece, OfAnUnknownPointerIsWarnedAboutAsTheSwitchesSay) {
   }
 }
 
-TEST(FreeOfPiece, TwiceIsTakenForAnUnknownPointer) {
+TEST(FreeingAPiece, TreatsASecondFreeAsAnUnknownPointer) {
   Ledger ledger(Environment{"EXCEPTIONS", "", ""}, kFreeing);
   allocate(ledger.pool, 10);
   void* piece = allocate(ledger.pool, 20);
@@ -241,7 +241,7 @@ TEST(FreeOfPiece, TwiceIsTakenForAnUnknownPointer) {
   EXPECT_EQ(blocks_of(ledger.pool), "64:0-10");
 }
 
-TEST(FreeOfPiece, OfNullIsWarnedAboutByBothRoutines) {
+TEST(FreeingAPiece, WarnsOfNullInBothRoutines) {
   Ledger ledger(Environment{"DEBUG", "DB", ""}, kFreeing);
   allocate(ledger.pool, 10);
   ledger.skip_all();
@@ -253,7 +253,7 @@ TEST(FreeOfPiece, OfNullIsWarnedAboutByBothRoutines) {
   EXPECT_EQ(blocks_of(ledger.pool), "64:0-10");
 }
 
-TEST(FreeOfPiece, ThatLiesInNoBlockIsWarnedAboutAndLosesItsRecord) {
+TEST(FreeingAPiece, WarnsIfItLiesInNoBlockAndRemovesItsRecord) {
   Ledger ledger(Environment{"DEBUG", "DB", ""}, kFreeing);
   allocate(ledger.pool, 10);
   kit::hold(ledger.pool.record(), 0x1000, 'm', 1, 30);
@@ -267,7 +267,7 @@ TEST(FreeOfPiece, ThatLiesInNoBlockIsWarnedAboutAndLosesItsRecord) {
   EXPECT_EQ(blocks_of(ledger.pool), "64:0-10");
 }
 
-TEST(FreeOfPiece, WhoseEndIsBehindItsBlockIsWarnedAboutLikeOneOutside) {
+TEST(FreeingAPiece, WarnsUnlessItsAddressIsInsideABlock) {
   Ledger ledger(Environment{"EXCEPTIONS", "", ""}, kFreeing);
   char* data = static_cast<char*>(allocate(ledger.pool, 64));
   struct {
@@ -282,7 +282,7 @@ TEST(FreeOfPiece, WhoseEndIsBehindItsBlockIsWarnedAboutLikeOneOutside) {
   }
 }
 
-TEST(FreeOfPiece, OfWhatWasMadeByNewIsWarnedAboutAndLosesItsRecordButNotItsBytes) {
+TEST(FreeingAPiece, WarnsOfAnObjectAndRemovesItsRecordOnly) {
   struct {
     char kind;
     const char* log;

@@ -34,7 +34,7 @@ class EventsOfPieces : public ::testing::TestWithParam<const char*> {
 INSTANTIATE_TEST_SUITE_P(OnHandle, EventsOfPieces, ::testing::Values(kPlain, kFreeing),
                          [](const auto& row) { return row.index == 0 ? "Plain" : "Blockfree"; });
 
-TEST_P(EventsOfPieces, OfMalloc) {
+TEST_P(EventsOfPieces, AreLoggedAndTracedForMalloc) {
   void* piece = qk_mem_imalloc(ledger_.pool, 10, 8, "src/app.c", 70000);
   EXPECT_EQ(ledger_.log(), "   qk_mem_imalloc:        3 [p1] m 10 app.c:4464\n");
   EXPECT_EQ(ledger_.trace(), "3 m [p1] 1 10 app.c 4464 0\n");
@@ -42,7 +42,7 @@ TEST_P(EventsOfPieces, OfMalloc) {
   EXPECT_EQ(ledger_.sums(), "handle 2 for 96, tag 2 for 96, events 1") << "one is the block";
 }
 
-TEST_P(EventsOfPieces, OfCalloc) {
+TEST_P(EventsOfPieces, AreLoggedAndTracedForCalloc) {
   std::memset(qk_mem_imalloc(ledger_.pool, 64, 8, "src/app.c", 11), 'x', 64);
   qk_mem_iclear_handle(ledger_.pool, "src/app.c", 11);
   ledger_.skip_all();
@@ -54,7 +54,7 @@ TEST_P(EventsOfPieces, OfCalloc) {
   EXPECT_EQ(blocks_of(ledger_.pool), "64:0-21");
 }
 
-TEST_P(EventsOfPieces, OfStrdup) {
+TEST_P(EventsOfPieces, AreLoggedAndTracedForStrdup) {
   qk_mem_imalloc(ledger_.pool, 3, 8, "src/app.c", 11);
   ledger_.skip_all();
   char* piece = qk_mem_istrdup(ledger_.pool, "hello", "src/app.c", 12);
@@ -65,7 +65,7 @@ TEST_P(EventsOfPieces, OfStrdup) {
   EXPECT_EQ(kit::position_of(ledger_.pool, piece), "block 1 at 3") << "strings need no alignment";
 }
 
-TEST_P(EventsOfPieces, OfANewBlockStandBeforeThoseOfThePiece) {
+TEST_P(EventsOfPieces, FollowTheEventOfTheirNewBlock) {
   qk_mem_imalloc(ledger_.pool, 100, 8, "src/app.c", 12);
   EXPECT_EQ(ledger_.log(),
             "   qk_mem_new_block:      3 [p1] B 132 app.c:12\n"
@@ -76,7 +76,7 @@ TEST_P(EventsOfPieces, OfANewBlockStandBeforeThoseOfThePiece) {
   EXPECT_EQ(ledger_.sums(), "handle 3 for 228, tag 3 for 228, events 2");
 }
 
-TEST(EventsOfFrees, ShowTheRecordAndMoveNoBytes) {
+TEST(EventsOfFrees, ShowTheRecordAndChangeNoBytes) {
   Ledger ledger(Environment{"DEBUG", "HEAPSIZE DB", ""}, kFreeing);
   struct {
     void* piece;
@@ -123,13 +123,13 @@ TEST(EventsOfPiecesUnderCtrlblks, AreFollowedByTheReport) {
   }
 }
 
-TEST(AllocationOfPiece, LeavesNothingBehindWhereNothingIsRecorded) {
+TEST(AllocatingAPiece, RecordsNothingWithoutAnyConfiguration) {
   Ledger ledger(Environment{"", "DB", ""}, kPlain);
   for (int i = 0; i < 10; ++i) qk_mem_imalloc(ledger.pool, 40, 8, "src/app.c", 12);
   EXPECT_EQ(ledger.sums(), "handle 0 for 960, tag 0 for 960, events 0");
 }
 
-TEST(AllocationOfPiece, WarnsOfSizesAndAlignmentsAndGoesAhead) {
+TEST(AllocatingAPiece, SucceedsWithAWarningOfOddSizesAndAlignments) {
   Ledger ledger(Environment{"EXCEPTIONS", "", ""}, kPlain);
   const int hid = ledger.pool;
   EXPECT_NE(qk_mem_imalloc(hid, 0, 16, "src/app.c", 12), nullptr);
@@ -155,7 +155,7 @@ TEST(AllocationOfPiece, WarnsOfSizesAndAlignmentsAndGoesAhead) {
   EXPECT_EQ(ledger.log(), "");
 }
 
-TEST(AllocationOfPiece, AcceptsTheSupportedAlignmentsSilently) {
+TEST(AllocatingAPiece, AcceptsTheSupportedAlignmentsSilently) {
   Ledger ledger(Environment{"EXCEPTIONS", "", ""}, kPlain);
   for (const int alignment : {1, 2, 4, 8, 16}) {
     qk_mem_imalloc(ledger.pool, 1, alignment, "src/app.c", 12);
@@ -165,7 +165,7 @@ TEST(AllocationOfPiece, AcceptsTheSupportedAlignmentsSilently) {
   EXPECT_EQ(ledger.log(), "");
 }
 
-TEST(AllocationOfPiece, WithoutAPositiveAlignmentIsRefused) {
+TEST(AllocatingAPiece, FailsWithoutAPositiveAlignment) {
   Ledger ledger(Environment{"EXCEPTIONS", "DB", ""}, kFreeing);
   const int hid = ledger.pool;
   const std::string before = ledger.sums();
@@ -196,7 +196,7 @@ TEST(AllocationOfPiece, WithoutAPositiveAlignmentIsRefused) {
   EXPECT_EQ(blocks_of(hid), "64:0-0");
 }
 
-TEST(AllocationOfPiece, ThatFailsIsReportedByTheBlockAlone) {
+TEST(AllocatingAPiece, LogsOnlyTheFailureOfTheBlock) {
   Ledger ledger(Environment{"EXCEPTIONS", "DB", ""}, kFreeing);
   const int hid = ledger.pool;
   const std::string before = ledger.sums();
@@ -223,7 +223,7 @@ TEST(AllocationOfPiece, ThatFailsIsReportedByTheBlockAlone) {
   EXPECT_EQ(blocks_of(hid), "64:0-0");
 }
 
-TEST(AllocationOfPiece, WhoseSizeOverflowsFailsAsMemoryThatRanOut) {
+TEST(AllocatingAPiece, FailsForLackOfMemoryIfTheSizeOverflows) {
   Ledger ledger(Environment{"EXCEPTIONS", "DB", ""}, kFreeing);
   const int hid = ledger.pool;
   qk_mem_imalloc(hid, 5, 1, "src/app.c", 12);

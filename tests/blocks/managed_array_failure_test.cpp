@@ -48,7 +48,7 @@ std::string elements_of(const void* array) { return {static_cast<const char*>(ar
 
 const std::string kElements = "abcdefghabcdefghabcdefghabcdefgh";
 
-TEST(MisuseOfManagedArray, IsWarnedAboutAsTheSwitchesSay) {
+TEST(MisuseOfManagedArray, IsReportedAsConfigured) {
   struct {
     const char* debug;
     bool next_warns;
@@ -88,7 +88,7 @@ TEST(MisuseOfManagedArray, IsWarnedAboutAsTheSwitchesSay) {
   }
 }
 
-TEST(MisuseOfManagedArray, IsCheckedOnAnArrayThatExistsToo) {
+TEST(MisuseOfManagedArray, IsDetectedOnAnExistingArrayToo) {
   Scene scene;
   Pool pool;
   void* array = make_full_array(pool);
@@ -99,7 +99,7 @@ TEST(MisuseOfManagedArray, IsCheckedOnAnArrayThatExistsToo) {
   EXPECT_EQ(header_of(array), "last 3 of 4");
 }
 
-TEST(MisuseOfManagedArray, OnANumberWithoutAHandleFails) {
+TEST(MisuseOfManagedArray, IncludesAnInvalidHandle) {
   Scene scene("DEBUG");
   Pool pool;
   void* array = make_full_array(pool);
@@ -129,7 +129,7 @@ INSTANTIATE_TEST_SUITE_P(On, FailureOfManagedArray,
                                            "MULTITHREADED BLOCKMGMT BLOCKFREE BLOCKSIZE=64"),
                          name_of_handle);
 
-TEST_P(FailureOfManagedArray, ToBeginLeavesThePointerNull) {
+TEST_P(FailureOfManagedArray, LeavesThePointerNullInTheFirstCall) {
   Scene scene;
   Pool pool(GetParam());
   void* array = nullptr;
@@ -140,7 +140,7 @@ TEST_P(FailureOfManagedArray, ToBeginLeavesThePointerNull) {
   EXPECT_EQ(next(pool, &array, 100, 4), 0);
 }
 
-TEST_P(FailureOfManagedArray, ToGrowLeavesTheArray) {
+TEST_P(FailureOfManagedArray, LeavesTheArrayIntactWhenItGrows) {
   Ledger ledger(Environment{"", "", ""}, GetParam());
   void* array = make_full_array(ledger.pool);
   void* const before = array;
@@ -170,7 +170,7 @@ TEST_P(FailureOfManagedArray, ToGrowLeavesTheArray) {
   qk_mem_iarrfree(ledger.pool, &array, "lib/other.c", 80);
 }
 
-TEST_P(FailureOfManagedArray, ToGrowIsToldUnderExceptionsWhateverFails) {
+TEST_P(FailureOfManagedArray, IsLoggedUnderExceptionsWhenItGrows) {
   Ledger ledger(Environment{"EXCEPTIONS", "", ""}, GetParam());
   void* array = make_full_array(ledger.pool);
   for (int failing = 1;; ++failing) {
@@ -184,7 +184,7 @@ TEST_P(FailureOfManagedArray, ToGrowIsToldUnderExceptionsWhateverFails) {
   }
 }
 
-TEST(ManagedArrayInBlocks, NamesTheCopyThatItsGrowthNeedsAndCannotHave) {
+TEST(ManagedArrayInBlocks, ReportsThatTheCopyForItsGrowthFailed) {
   Ledger ledger(Environment{"EXCEPTIONS", "", ""}, "BLOCKMGMT BLOCKFREE BLOCKSIZE=64");
   void* array = make_full_array(ledger.pool);
   ledger.skip_all();
@@ -195,7 +195,7 @@ TEST(ManagedArrayInBlocks, NamesTheCopyThatItsGrowthNeedsAndCannotHave) {
             "memory\n");
 }
 
-TEST_P(FailureOfManagedArray, ToGrowKeepsItsPlaceFromOthers) {
+TEST_P(FailureOfManagedArray, DoesNotHandOutTheArraysMemory) {
   Scene scene;
   Pool pool(GetParam());
   void* array = make_full_array(pool);
@@ -210,7 +210,7 @@ TEST_P(FailureOfManagedArray, ToGrowKeepsItsPlaceFromOthers) {
   }
 }
 
-TEST_P(FailureOfManagedArray, OfASizeThatOverflowsIsOfMemoryThatRanOut) {
+TEST_P(FailureOfManagedArray, SetsCode5012IfASizeOverflows) {
   Ledger ledger(Environment{"", "", ""}, GetParam());
   void* array = make_full_array(ledger.pool);
   void* const before = array;
@@ -263,7 +263,7 @@ TEST(ManagedArrayWithoutBlockfree, CannotGrowAndStaysAsItIs) {
   EXPECT_EQ(kit::blocks_of(ledger.pool), "256:0-48");
 }
 
-TEST(ManagedArrayWithoutBlockfree, CannotGrowWhereItIsRecordedEither) {
+TEST(ManagedArrayWithoutBlockfree, CannotGrowEvenIfItIsRecorded) {
   Ledger ledger(Environment{"DEBUG", "DB", ""}, "BLOCKMGMT BLOCKSIZE=256");
   void* array = make_full_array(ledger.pool);
   const std::string record = ledger.record(static_cast<char*>(array) - 16);

@@ -60,7 +60,7 @@ INSTANTIATE_TEST_SUITE_P(On, ManagedArray,
                                            "MULTITHREADED BLOCKMGMT BLOCKFREE BLOCKSIZE=100"),
                          name_of_handle);
 
-TEST_P(ManagedArray, GivesOneSlotAfterAnother) {
+TEST_P(ManagedArray, HandsOutOneSlotAfterAnother) {
   const Pool pool(GetParam());
   void* array = nullptr;
   for (int i = 0; i < 4; ++i) {
@@ -77,7 +77,7 @@ TEST_P(ManagedArray, GivesOneSlotAfterAnother) {
   EXPECT_EQ(array, nullptr);
 }
 
-TEST_P(ManagedArray, BeginsZeroed) {
+TEST_P(ManagedArray, StartsZeroed) {
   const Pool pool(GetParam());
   spoil_memory(pool);
   void* array = nullptr;
@@ -134,7 +134,7 @@ TEST_P(ManagedArray, IsAlignedTo16Bytes) {
   release(pool, &array);
 }
 
-TEST_P(ManagedArray, OfOneElementAtATimeGrowsInEveryCall) {
+TEST_P(ManagedArray, GrowsInEveryCallIfItGrowsByOneElement) {
   const Pool pool(GetParam());
   void* array = nullptr;
   for (int i = 0; i < 20; ++i) {
@@ -144,7 +144,7 @@ TEST_P(ManagedArray, OfOneElementAtATimeGrowsInEveryCall) {
   release(pool, &array);
 }
 
-TEST_P(ManagedArray, CanGrowByAnotherFactorEachTime) {
+TEST_P(ManagedArray, CanGrowByADifferentFactorEachTime) {
   const Pool pool(GetParam());
   void* array = nullptr;
   EXPECT_EQ(next(pool, &array, 8, 1), 0);
@@ -164,7 +164,7 @@ TEST_P(ManagedArray, LeavesNoBytesBehind) {
   EXPECT_EQ(kit::data_of(pool), before);
 }
 
-TEST_P(ManagedArray, HasItsArgumentsCheckedInOrder) {
+TEST_P(ManagedArray, ChecksItsArgumentsInOrder) {
   const Pool pool(GetParam());
   void* array = nullptr;
   EXPECT_EQ(next(pool, nullptr, 0, 0), -1);
@@ -209,7 +209,7 @@ TEST(ManagedArrayEvents, AreThoseOfCallocReallocAndFree) {
   EXPECT_EQ(ledger.trace(), "3 F [p1] 1 80 other.c 80 -80\n");
 }
 
-TEST(ManagedArrayEvents, OnBlocksAreThoseOfPieces) {
+TEST(ManagedArrayEvents, AreThoseOfPiecesInBlocks) {
   Ledger ledger(Environment{"DEBUG", "DB", ""}, "BLOCKMGMT BLOCKFREE BLOCKSIZE=256");
   void* array = nullptr;
   next(ledger.pool, &array, 8, 1);
@@ -226,7 +226,7 @@ TEST(ManagedArrayEvents, OnBlocksAreThoseOfPieces) {
   EXPECT_EQ(kit::blocks_of(ledger.pool), "256:0-0");
 }
 
-TEST(ReleaseOfManagedArray, AcceptsOneThatWasNeverMade) {
+TEST(ReleaseOfManagedArray, AcceptsAnArrayThatWasNeverCreated) {
   Scene scene("EXCEPTIONS");
   qk_mem_init();
   scene.skip_log();
@@ -237,7 +237,7 @@ TEST(ReleaseOfManagedArray, AcceptsOneThatWasNeverMade) {
   EXPECT_EQ(qk_mem_error(), 0);
 }
 
-TEST(ReleaseOfManagedArray, OfANullAddressIsRefused) {
+TEST(ReleaseOfManagedArray, RefusesANullAddress) {
   Scene scene;
   release(2, nullptr);
   EXPECT_EQ(qk_mem_error(), 5014);

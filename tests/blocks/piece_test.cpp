@@ -53,7 +53,7 @@ void expect_places(std::initializer_list<Row> rows) {
   }
 }
 
-TEST(Piece, LiesBehindTheLastOnePaddedToItsAlignment) {
+TEST(Piece, FollowsTheLastOnePaddedToItsAlignment) {
   Scene scene;
   expect_places({
       {{{64, 0, 0}}, {10, 1}, "block 1 at 0", "64:0-10", 10},
@@ -85,7 +85,7 @@ TEST(Piece, CanHaveAnUnusualAlignmentInsideItsBlock) {
   });
 }
 
-TEST(Piece, FillsABlockToItsLastByte) {
+TEST(Piece, CanFillABlockToItsLastByte) {
   Scene scene;
   expect_places({
       {{{64, 0, 0}}, {64, 16}, "block 1 at 0", "64:0-64", 64},
@@ -95,7 +95,7 @@ TEST(Piece, FillsABlockToItsLastByte) {
   });
 }
 
-TEST(Piece, LiesBelowTheFirstOneWhereItsBlockIsFullAbove) {
+TEST(Piece, LiesBelowTheFirstOneIfThereIsNoRoomAbove) {
   Scene scene;
   expect_places({
       {{{64, 30, 60}}, {8, 1}, "block 1 at 22", "64:22-60", 8},
@@ -136,7 +136,7 @@ TEST(Piece, LiesInTheFirstBlockThatHasRoomAtEitherEnd) {
   });
 }
 
-TEST(Piece, LiesAtTheStartOfANewBlockWhereNoneHasRoom) {
+TEST(Piece, LiesAtTheStartOfANewBlockIfNoneHasRoom) {
   Scene scene;
   expect_places({
       {{}, {10, 16}, "block 1 at 0", "64:0-10", 10},
@@ -149,7 +149,7 @@ TEST(Piece, LiesAtTheStartOfANewBlockWhereNoneHasRoom) {
   });
 }
 
-TEST(Piece, OfNoBytesFitsEveryBlock) {
+TEST(Piece, FitsInEveryBlockIfItHasNoBytes) {
   Scene scene;
   expect_places({
       {{}, {0, 16}, "block 1 at 0", "64:0-0", 0},
@@ -161,7 +161,7 @@ TEST(Piece, OfNoBytesFitsEveryBlock) {
   });
 }
 
-TEST(Piece, OfASizeThatWouldWrapFitsNowhere) {
+TEST(Piece, FitsNowhereIfItsSizeWouldWrap) {
   Scene scene;
   const Marks blocks[] = {{64, 0, 0}, {64, 0, 5}, {64, 30, 60}, {64, 64, 64}, {64, 1, 64}};
   for (const Marks& marks : blocks) {
@@ -181,7 +181,7 @@ TEST(Piece, OfASizeThatWouldWrapFitsNowhere) {
   }
 }
 
-TEST(Piece, WithoutAPositiveAlignmentIsRefused) {
+TEST(Piece, IsRefusedWithoutAPositiveAlignment) {
   Scene scene("EXCEPTIONS");
   StandaloneBlocks pool(64, {{64, 30, 41}});
   scene.skip_log();
@@ -195,7 +195,7 @@ TEST(Piece, WithoutAPositiveAlignmentIsRefused) {
   EXPECT_EQ(scene.log(), "");
 }
 
-TEST(Piece, ThatNeedsABlockWhichCannotBeHadFails) {
+TEST(Piece, FailsIfItsNewBlockCannotBeAllocated) {
   Scene scene("EXCEPTIONS");
   StandaloneBlocks pool(64, {{65, 0, 60}});
   scene.skip_log();
@@ -211,7 +211,7 @@ TEST(Piece, ThatNeedsABlockWhichCannotBeHadFails) {
   EXPECT_EQ(pool.position(allocate(pool, 5, 1)), "block 1 at 60");
 }
 
-TEST(Piece, FindsRoomAgainAfterAFailedOne) {
+TEST(Piece, FindsRoomAfterAFailedRequest) {
   Scene scene;
   StandaloneBlocks pool(64, {{64, 0, 50}, {65, 0, 40}, {66, 0, 30}});
   kit::fail_request(1);
@@ -222,7 +222,7 @@ TEST(Piece, FindsRoomAgainAfterAFailedOne) {
   EXPECT_EQ(pool.blocks(), "64:0-64 65:0-65 66:0-66");
 }
 
-TEST(Piece, ThreeBytesAndThenEightAlignedOnesLeaveFiveOfPadding) {
+TEST(Piece, LeavesFiveBytesOfPaddingAfterThreeBytes) {
   Scene scene;
   Pool pool("BLOCKMGMT BLOCKSIZE=64", "AB");
   const void* first = qk_mem_imalloc(pool, 3, 1, "src/app.c", 12);
@@ -235,7 +235,7 @@ TEST(Piece, ThreeBytesAndThenEightAlignedOnesLeaveFiveOfPadding) {
   EXPECT_EQ(kit::tag_of("AB"), "0 for 96");
 }
 
-TEST(Piece, AreServedOneAfterAnotherInAHandlesBlocks) {
+TEST(Piece, IsPlacedInTheBlocksOfARealHandleToo) {
   Scene scene;
   Pool pool("BLOCKMGMT BLOCKSIZE=64", "AB");
   struct {

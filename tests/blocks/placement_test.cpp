@@ -40,7 +40,7 @@ void expect_places(std::initializer_list<PlaceRow> rows) {
   }
 }
 
-TEST(NewBlock, IsRaisedToTheBlockSize) {
+TEST(NewBlock, HasAtLeastTheBlockSize) {
   Scene scene;
   struct {
     std::size_t size;
@@ -69,7 +69,7 @@ TEST(NewBlock, IsChargedToHandleAndTagWithItsHeader) {
   EXPECT_EQ(pool->block_used, 0U);
 }
 
-TEST(NewBlock, HasItsDataAlignedBehindAHeaderOf32Bytes) {
+TEST(NewBlock, HasAlignedDataAfterAHeaderOf32Bytes) {
   Scene scene;
   StandaloneBlocks pool(64);
   EXPECT_EQ(Qk_mem_blocksize, 32U);
@@ -99,7 +99,7 @@ TEST(NewBlock, BecomesTheHeadWhenItIsBigButNoFullBlockFollows) {
   });
 }
 
-TEST(NewBlock, GoesBehindTheLeadingBlocksThatAreNotFullWhenItIsBig) {
+TEST(NewBlock, FollowsTheLeadingBlocksWithRoomWhenItIsBig) {
   Scene scene;
   expect_places({
       {{{101, 0, 50}, {102, 0, 102}}, 200, "101:0-50 200:0-0 102:0-102"},
@@ -112,7 +112,7 @@ TEST(NewBlock, GoesBehindTheLeadingBlocksThatAreNotFullWhenItIsBig) {
   });
 }
 
-TEST(NewBlock, DoesNotLookAtTheMarksOfTheHead) {
+TEST(NewBlock, IgnoresTheMarksOfTheHead) {
   Scene scene;
   expect_places({
       {{{101, 0, 101}, {102, 0, 102}}, 200, "101:0-101 200:0-0 102:0-102"},
@@ -120,7 +120,7 @@ TEST(NewBlock, DoesNotLookAtTheMarksOfTheHead) {
   });
 }
 
-TEST(NewBlock, TakesABlockForFullWhateverIsFreeBelow) {
+TEST(NewBlock, CountsABlockAsFullDespiteRoomBelow) {
   Scene scene;
   expect_places({
       {{{101, 0, 50}, {102, 100, 102}}, 200, "101:0-50 200:0-0 102:100-102"},
@@ -129,7 +129,7 @@ TEST(NewBlock, TakesABlockForFullWhateverIsFreeBelow) {
   });
 }
 
-TEST(NewBlock, IsAlwaysBigWhereTheBlockSizeIsZero) {
+TEST(NewBlock, IsAlwaysBigIfTheBlockSizeIsZero) {
   Scene scene;
   StandaloneBlocks pool(0, {{101, 0, 50}, {102, 0, 102}});
   add_block(pool, 0);
@@ -139,7 +139,7 @@ TEST(NewBlock, IsAlwaysBigWhereTheBlockSizeIsZero) {
   EXPECT_EQ(pool.sums(), "data 0 for 69, overhead 0 for 0, tag 0 for 69");
 }
 
-TEST(NewBlock, IsRecordedLoggedAndTracedOnlyWhereBlocksAreTracked) {
+TEST(NewBlock, IsRecordedLoggedAndTracedOnlyIfTracked) {
   Scene scene(Environment{"DEBUG", "DB", ""});
   StandaloneBlocks pool(64);
   scene.skip_log();
@@ -155,7 +155,7 @@ TEST(NewBlock, IsRecordedLoggedAndTracedOnlyWhereBlocksAreTracked) {
   EXPECT_EQ(pool.sums(), "data 1 for 364, overhead 1 for 768, tag 1 for 364");
 }
 
-TEST(NewBlock, LeavesARecordWithTheCallersPlace) {
+TEST(NewBlock, LeavesARecordWithTheCallersLocation) {
   Scene scene;
   StandaloneBlocks pool(64);
   pool->track_blocks = 1;
@@ -175,7 +175,7 @@ TEST(NewBlock, LeavesARecordWithTheCallersPlace) {
   EXPECT_EQ(record->line, 12U);
 }
 
-TEST(NewBlock, ThatCannotBeRecordedIsABlockAllTheSame) {
+TEST(NewBlock, IsUsableEvenIfItCannotBeRecorded) {
   Scene scene("EXCEPTIONS");
   StandaloneBlocks pool(64);
   pool->track_blocks = 1;
@@ -190,7 +190,7 @@ TEST(NewBlock, ThatCannotBeRecordedIsABlockAllTheSame) {
       "   qk_mem_new_ptr: ERROR: realloc of 768 at app.c:12 of a->ptrs failed: 12 Cannot allocate memory\n");
 }
 
-TEST(NewBlock, ThatFailsChangesNothing) {
+TEST(NewBlock, ChangesNothingOnFailure) {
   Scene scene(Environment{"DEBUG", "DB", ""});
   StandaloneBlocks pool(64, {{101, 0, 50}});
   pool->track_blocks = 1;
@@ -210,7 +210,7 @@ TEST(NewBlock, ThatFailsChangesNothing) {
       "   qk_mem_new_block: ERROR: malloc of 232 at app.c:70000 for block failed: 12 Cannot allocate memory\n");
 }
 
-TEST(NewBlock, ThatFailsIsReportedAsTheSwitchesOfTheCallerSay) {
+TEST(NewBlock, ReportsAFailureUnderTheCallersSwitches) {
   Scene scene("EXCEPTIONS");
   StandaloneBlocks pool(64);
   struct {
@@ -236,7 +236,7 @@ TEST(NewBlock, ThatFailsIsReportedAsTheSwitchesOfTheCallerSay) {
   }
 }
 
-TEST(NewBlock, OfASizeThatNoMemoryHasFailsAsMemoryThatRanOut) {
+TEST(NewBlock, FailsForLackOfMemoryAtAHugeSize) {
   Scene scene("EXCEPTIONS FLUSH");
   StandaloneBlocks pool(64, {{101, 0, 50}});
   for (const std::size_t size : {SIZE_MAX, SIZE_MAX - 31, SIZE_MAX - 32, SIZE_MAX / 2 + 1}) {
@@ -253,7 +253,7 @@ TEST(NewBlock, OfASizeThatNoMemoryHasFailsAsMemoryThatRanOut) {
   EXPECT_EQ(pool.sums(), "data 0 for 0, overhead 0 for 0, tag 0 for 0");
 }
 
-TEST(NewBlock, IsFollowedByTheReportUnderCtrlblksWhereItIsRecorded) {
+TEST(NewBlock, IsFollowedByTheReportUnderCtrlblksIfRecorded) {
   Scene scene(Environment{"CTRLBLKS=qk_imalloc", "", "OPTIONS=MGMT"});
   StandaloneBlocks pool(64);
   scene.skip_log();

@@ -64,7 +64,7 @@ class FailedReplacement : public ::testing::TestWithParam<int> {
 
 INSTANTIATE_TEST_SUITE_P(OfPiece, FailedReplacement, ::testing::Values(0, 1, 2));
 
-TEST_P(FailedReplacement, LeavesTheOldPieceAndItsRecord) {
+TEST_P(FailedReplacement, KeepsTheOldPieceAndItsRecord) {
   kit::fail_request(1);
   EXPECT_EQ(resize(ledger_.pool, old_, 100), nullptr);
   EXPECT_EQ(qk_mem_error(), 5012);
@@ -74,7 +74,7 @@ TEST_P(FailedReplacement, LeavesTheOldPieceAndItsRecord) {
       "   qk_mem_new_block: ERROR: malloc of 132 at other.c:80 for block failed: 12 Cannot allocate memory\n");
 }
 
-TEST_P(FailedReplacement, KeepsTheOldPlaceFromOthers) {
+TEST_P(FailedReplacement, DoesNotHandOutTheOldPiecesRoom) {
   kit::fail_request(1);
   EXPECT_EQ(resize(ledger_.pool, old_, 100), nullptr);
   EXPECT_EQ(position_of(ledger_.pool, allocate(ledger_.pool, 16)), "block 1 at 48");
@@ -84,7 +84,7 @@ TEST_P(FailedReplacement, KeepsTheOldPlaceFromOthers) {
   EXPECT_EQ(std::string(static_cast<char*>(old_), 16), std::string(16, 'x'));
 }
 
-TEST_P(FailedReplacement, CanBeTriedAgainAndFreed) {
+TEST_P(FailedReplacement, CanBeRetriedAndFreed) {
   kit::fail_request(1);
   EXPECT_EQ(resize(ledger_.pool, old_, 100), nullptr);
   void* moved = resize(ledger_.pool, old_, 100);
@@ -97,7 +97,7 @@ TEST_P(FailedReplacement, CanBeTriedAgainAndFreed) {
   EXPECT_EQ(blocks_of(ledger_.pool), GetParam() == 1 ? "100:0-0 64:16-32" : "100:0-0 64:0-0");
 }
 
-TEST_P(FailedReplacement, OfASizeThatNoMemoryHasIsOneToo) {
+TEST_P(FailedReplacement, ResultsFromAHugeSize) {
   for (const std::size_t size : {SIZE_MAX, SIZE_MAX - 15, SIZE_MAX - 47, SIZE_MAX / 2 + 1}) {
     for (const int alignment : {1, 16, 32, INT_MAX}) {
       Qk_mem_error = 0;
@@ -108,7 +108,7 @@ TEST_P(FailedReplacement, OfASizeThatNoMemoryHasIsOneToo) {
   expect_that_nothing_has_changed();
 }
 
-TEST_P(FailedReplacement, WithoutAPositiveAlignmentIsOneToo) {
+TEST_P(FailedReplacement, ResultsFromANonPositiveAlignment) {
   for (const int alignment : {0, -8, INT_MIN}) {
     Qk_mem_error = 0;
     EXPECT_EQ(resize(ledger_.pool, old_, 20, alignment), nullptr) << alignment;
@@ -122,7 +122,7 @@ TEST_P(FailedReplacement, WithoutAPositiveAlignmentIsOneToo) {
       "   qk_mem_irealloc: WARNING: realloc of 20 at other.c:80 has alignment of -2147483648\n");
 }
 
-TEST(ReallocWithoutAPositiveAlignment, IsRefusedWhetherOrNotThePieceFits) {
+TEST(ReallocWithoutAPositiveAlignment, IsRefusedEvenIfThePieceFits) {
   Ledger ledger(Environment{"EXCEPTIONS", "", ""}, kFreeing);
   void* piece = allocate(ledger.pool, 16);
   for (const std::size_t size : {8, 16, 24}) {
@@ -137,7 +137,7 @@ TEST(ReallocWithoutAPositiveAlignment, IsRefusedWhetherOrNotThePieceFits) {
   EXPECT_EQ(blocks_of(ledger.pool), "64:0-16");
 }
 
-TEST(ReplacedPiece, ThatCannotBeRecordedIsUsableAllTheSame) {
+TEST(ReplacedPiece, IsUsableEvenIfItCannotBeRecorded) {
   Ledger ledger(Environment{"EXCEPTIONS", "", ""}, kFreeing);
   void* piece = allocate(ledger.pool, 16);
   allocate(ledger.pool, 16);
@@ -162,7 +162,7 @@ void* hold_foreign(const Ledger& ledger, char kind) {
   return memory;
 }
 
-TEST(ReallocOfForeignMemory, OfExternalFreesItWhenItDoesNotFit) {
+TEST(ReallocOfForeignMemory, FreesExternalMemoryThatIsTooSmall) {
   Ledger ledger(Environment{"DEBUG", "DB", ""}, kFreeing);
   void* memory = hold_foreign(ledger, 'X');
   ledger.skip_all();
@@ -174,7 +174,7 @@ TEST(ReallocOfForeignMemory, OfExternalFreesItWhenItDoesNotFit) {
   EXPECT_EQ(ledger.trace(), "3 r [p1] 1 17 other.c 80 0\n");
 }
 
-TEST(ReallocOfForeignMemory, OfExternalKeepsItWhereItFits) {
+TEST(ReallocOfForeignMemory, KeepsExternalMemoryThatIsLargeEnough) {
   Ledger ledger(Environment{"DEBUG", "DB", ""}, kFreeing);
   void* memory = hold_foreign(ledger, 'X');
   ledger.skip_all();
@@ -188,7 +188,7 @@ TEST(ReallocOfForeignMemory, OfExternalKeepsItWhereItFits) {
   std::free(memory);
 }
 
-TEST(ReallocOfForeignMemory, OfExternalThatFailsLeavesIt) {
+TEST(ReallocOfForeignMemory, KeepsExternalMemoryOnFailure) {
   Ledger ledger(Environment{"EXCEPTIONS", "DB", ""}, kFreeing);
   void* memory = hold_foreign(ledger, 'X');
   const std::string record = ledger.record(memory);
@@ -201,7 +201,7 @@ TEST(ReallocOfForeignMemory, OfExternalThatFailsLeavesIt) {
   std::free(memory);
 }
 
-TEST(ReallocOfForeignMemory, MadeByNewIsReplacedAndLeftAlone) {
+TEST(ReallocOfForeignMemory, ReplacesMemoryFromNewWithoutFreeingIt) {
   struct {
     char kind;
     const char* log;

@@ -32,7 +32,7 @@ void* resize(int hid, void* piece, std::size_t size, int alignment = 1) {
 /** A handle that frees pieces one by one, in blocks of 64 bytes. */
 constexpr const char* kFreeing = "BLOCKMGMT BLOCKFREE BLOCKSIZE=64";
 
-TEST(ReallocOfPiece, OfNullIsAnAllocation) {
+TEST(ResizingAPiece, AllocatesIfThePointerIsNull) {
   Ledger ledger(Environment{"DEBUG", "DB", ""}, kFreeing);
   allocate(ledger.pool, 3);
   ledger.skip_all();
@@ -45,14 +45,14 @@ TEST(ReallocOfPiece, OfNullIsAnAllocation) {
   EXPECT_EQ(kit::data_of(ledger.pool), "3 for 96");
 }
 
-TEST(ReallocOfPiece, OfNullIsServedWithoutBlockfreeToo) {
+TEST(ResizingAPiece, AllocatesForNullEvenWithoutBlockfree) {
   Ledger ledger(Environment{"EXCEPTIONS", "", ""}, "BLOCKMGMT BLOCKSIZE=64");
   EXPECT_EQ(position_of(ledger.pool, resize(ledger.pool, nullptr, 20)), "block 1 at 0");
   EXPECT_EQ(position_of(ledger.pool, resize(ledger.pool, nullptr, 20)), "block 1 at 20");
   EXPECT_EQ(ledger.log(), "");
 }
 
-TEST(ReallocOfPiece, ThatFitsStaysWhereItIs) {
+TEST(ResizingAPiece, KeepsItsAddressIfItFits) {
   for (const std::size_t size : {20, 19, 1, 0}) {
     Scene scene;
     Pool pool(kFreeing);
@@ -66,7 +66,7 @@ TEST(ReallocOfPiece, ThatFitsStaysWhereItIs) {
   }
 }
 
-TEST(ReallocOfPiece, ThatFitsIsRecordedAnew) {
+TEST(ResizingAPiece, UpdatesItsRecordIfItFits) {
   Ledger ledger(Environment{"DEBUG", "DB", ""}, kFreeing);
   void* piece = allocate(ledger.pool, 20);
   ledger.skip_all();
@@ -77,7 +77,7 @@ TEST(ReallocOfPiece, ThatFitsIsRecordedAnew) {
   EXPECT_EQ(ledger.sums(), "handle 2 for 96, tag 2 for 96, events 1") << "one is the block";
 }
 
-TEST(ReallocOfPiece, ThatShrankGrowsOnlyToItsNewSizeInPlace) {
+TEST(ResizingAPiece, MovesAShrunkPieceThatGrowsAgain) {
   Scene scene;
   Pool pool(kFreeing);
   void* piece = allocate(pool, 20);
@@ -87,7 +87,7 @@ TEST(ReallocOfPiece, ThatShrankGrowsOnlyToItsNewSizeInPlace) {
   EXPECT_EQ(blocks_of(pool), "64:15-46") << "15 bytes were freed";
 }
 
-TEST(ReallocOfPiece, ThatDoesNotFitIsReplaced) {
+TEST(ResizingAPiece, ReplacesItIfItDoesNotFit) {
   Ledger ledger(Environment{"DEBUG", "DB", ""}, kFreeing);
   void* piece = allocate(ledger.pool, 10);
   allocate(ledger.pool, 10);
@@ -103,7 +103,7 @@ TEST(ReallocOfPiece, ThatDoesNotFitIsReplaced) {
   EXPECT_EQ(ledger.sums(), "handle 3 for 96, tag 3 for 96, events 1");
 }
 
-TEST(ReallocOfPiece, OfAnArrayShowsItsOldCountAndSize) {
+TEST(ResizingAPiece, LogsTheOldCountAndSizeOfACalloc) {
   Ledger ledger(Environment{"DEBUG", "DB", ""}, kFreeing);
   void* piece = qk_mem_icalloc(ledger.pool, 5, 4, 8, "src/app.c", 12);
   ledger.skip_all();
@@ -113,7 +113,7 @@ TEST(ReallocOfPiece, OfAnArrayShowsItsOldCountAndSize) {
   EXPECT_EQ(ledger.trace(), "3 r [p1] 1 20 other.c 80 0\n");
 }
 
-TEST(ReallocOfPiece, OfTheOnlyOneFindsItsOldPlaceAgain) {
+TEST(ResizingAPiece, CanGrowTheOnlyPieceInPlace) {
   Scene scene;
   Pool pool(kFreeing);
   void* piece = allocate(pool, 40);
@@ -121,7 +121,7 @@ TEST(ReallocOfPiece, OfTheOnlyOneFindsItsOldPlaceAgain) {
   EXPECT_EQ(blocks_of(pool), "64:0-60");
 }
 
-TEST(ReallocOfPiece, OfTheLastOneFindsItsOldPlaceAgain) {
+TEST(ResizingAPiece, CanGrowTheLastPieceInPlace) {
   Scene scene;
   Pool pool(kFreeing);
   allocate(pool, 10);
@@ -130,7 +130,7 @@ TEST(ReallocOfPiece, OfTheLastOneFindsItsOldPlaceAgain) {
   EXPECT_EQ(blocks_of(pool), "64:0-64");
 }
 
-TEST(ReallocOfPiece, CanNeedANewBlock) {
+TEST(ResizingAPiece, MovesItToANewBlockIfNoneHasRoom) {
   Scene scene;
   Pool pool(kFreeing);
   allocate(pool, 10);
@@ -143,7 +143,7 @@ TEST(ReallocOfPiece, CanNeedANewBlock) {
   EXPECT_EQ(kit::data_of(pool), "2 for 424");
 }
 
-TEST(ReallocOfPiece, PlacesABigBlockAsIfTheOldPlaceWereFree) {
+TEST(ResizingAPiece, PlacesABigBlockAsIfTheOldPieceWereFreed) {
   Scene scene;
   Pool pool(kFreeing);
   allocate(pool, 64);
@@ -154,7 +154,7 @@ TEST(ReallocOfPiece, PlacesABigBlockAsIfTheOldPlaceWereFree) {
   EXPECT_EQ(blocks_of(pool), "64:0-50 64:0-0 100:0-100 64:0-64");
 }
 
-TEST(ReallocOfPiece, DoesNotCarryTheContentsOver) {
+TEST(ResizingAPiece, DoesNotCopyTheContents) {
   Scene scene;
   Pool pool(kFreeing);
   void* piece = allocate(pool, 10);
@@ -172,7 +172,7 @@ TEST(ReallocOfPiece, DoesNotCarryTheContentsOver) {
   EXPECT_NE(std::memcmp(moved, "xxxxxxxxxx", 10), 0);
 }
 
-TEST(ReallocOfPiece, WithoutBlockfreeAnswersNullAndChangesNothing) {
+TEST(ResizingAPiece, ReturnsNullAndChangesNothingWithoutBlockfree) {
   Ledger ledger(Environment{"DEBUG", "DB", ""}, "BLOCKMGMT BLOCKSIZE=64");
   void* piece = allocate(ledger.pool, 20);
   const std::string record = ledger.record(piece);
@@ -190,7 +190,7 @@ TEST(ReallocOfPiece, WithoutBlockfreeAnswersNullAndChangesNothing) {
   EXPECT_EQ(qk_mem_error(), 0);
 }
 
-TEST(ReallocOfPiece, WithoutBlockfreeOrRecordsIsWarnedAboutTwice) {
+TEST(ResizingAPiece, WarnsTwiceWithoutBlockfreeOrRecords) {
   Ledger ledger(Environment{"EXCEPTIONS", "", ""}, "BLOCKMGMT BLOCKSIZE=64");
   void* piece = allocate(ledger.pool, 20);
   EXPECT_EQ(resize(ledger.pool, piece, 10), nullptr);
@@ -202,7 +202,7 @@ TEST(ReallocOfPiece, WithoutBlockfreeOrRecordsIsWarnedAboutTwice) {
   EXPECT_EQ(ledger.log(), "");
 }
 
-TEST(ReallocOfPiece, OfAnUnknownPointerAnswersNull) {
+TEST(ResizingAPiece, ReturnsNullForAnUnknownPointer) {
   struct {
     const char* debug;
     const char* log;
@@ -227,7 +227,7 @@ TEST(ReallocOfPiece, OfAnUnknownPointerAnswersNull) {
   }
 }
 
-TEST(ReallocOfPiece, ToNoBytesIsWarnedAboutAndStays) {
+TEST(ResizingAPiece, WarnsOfSizeZeroAndKeepsThePiece) {
   Ledger ledger(Environment{"DEBUG", "DB", ""}, kFreeing);
   void* piece = allocate(ledger.pool, 20);
   ledger.skip_all();
@@ -239,7 +239,7 @@ TEST(ReallocOfPiece, ToNoBytesIsWarnedAboutAndStays) {
   EXPECT_EQ(blocks_of(ledger.pool), "64:0-20");
 }
 
-TEST(ReallocOfPiece, WarnsOfEverythingInOrder) {
+TEST(ResizingAPiece, WarnsOfEverythingInOrder) {
   Ledger ledger(Environment{"EXCEPTIONS", "", ""}, "BLOCKMGMT BLOCKSIZE=64");
   char local = 0;
   EXPECT_EQ(resize(ledger.pool, &local, 0, 3), nullptr);
@@ -250,7 +250,7 @@ TEST(ReallocOfPiece, WarnsOfEverythingInOrder) {
             "   qk_mem_irealloc: WARNING: realloc on handle 3 with blockmgmt at other.c:80\n");
 }
 
-TEST(Recalloc, OfAPieceZeroesOnlyWhatWasAdded) {
+TEST(Recalloc, ZeroesOnlyWhatItAddsToAPiece) {
   Scene scene;
   Pool pool(kFreeing);
   void* whole = allocate(pool, 64);

@@ -61,14 +61,14 @@ TEST_F(ReportOfBlocks, CountsBlocksAndPiecesAsData) {
   EXPECT_NE(report.find("     AB:              5        228\n"), std::string::npos) << report;
 }
 
-TEST_F(ReportOfBlocks, SelectsHandlesByTheirBlocks) {
+TEST_F(ReportOfBlocks, SelectsHandlesByBlockManagement) {
   const char* const row =
       "   +   3 AB                  B     5               228       3 pool.c:7\n";
   EXPECT_NE(kit::report("BLOCKMGMT=TRUE", QK_MEM_DUMP_HANDLES).find(row), std::string::npos);
   EXPECT_EQ(kit::report("BLOCKMGMT=FALSE", QK_MEM_DUMP_HANDLES).find(row), std::string::npos);
 }
 
-TEST_F(ReportOfBlocks, KeepsThemAfterAClear) {
+TEST_F(ReportOfBlocks, ShowsTheBlocksAfterAClearToo) {
   qk_mem_iclear_handle(ledger_.pool, "src/app.c", 20);
   const std::string report =
       kit::report("HANDLE=3", QK_MEM_DUMP_HANDLES | QK_MEM_DUMP_BLOCKS | QK_MEM_DUMP_POINTERS);

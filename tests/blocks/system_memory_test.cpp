@@ -40,7 +40,7 @@ class LargeMemory : public ::testing::Test {
   Scene scene_;
 };
 
-TEST_F(LargeMemory, OfBlocksStaysUntilTheHandleIsDeleted) {
+TEST_F(LargeMemory, StaysInBlocksUntilTheHandleIsDeleted) {
   const Pool pool((kBlocks + " BLOCKFREE").c_str());
   EXPECT_EQ(in_use(), 1);
   void* piece = qk_mem_imalloc(pool, 2 * kLarge, 16, "src/app.c", 1);
@@ -53,14 +53,14 @@ TEST_F(LargeMemory, OfBlocksStaysUntilTheHandleIsDeleted) {
   EXPECT_EQ(in_use(), 0);
 }
 
-TEST_F(LargeMemory, OfUnrecordedBlocksGoesWithTheHandleToo) {
+TEST_F(LargeMemory, IsFreedWithTheHandleEvenInUnrecordedBlocks) {
   const Pool pool((kBlocks + " BLOCKINITIAL=3").c_str());
   EXPECT_EQ(in_use(), 3);
   qk_mem_idel_handle(pool, "src/app.c", 4);
   EXPECT_EQ(in_use(), 0);
 }
 
-TEST_F(LargeMemory, RegisteredOnAHandleIsFreedByFreeClearAndDeletion) {
+TEST_F(LargeMemory, IsFreedByFreeClearAndDeletionIfRegistered) {
   for (const char* options : {"", " BLOCKFREE"}) {
     const Pool pool(("BLOCKMGMT" + std::string(options)).c_str());
     qk_mem_ifree(pool, hold_external(pool), "src/app.c", 2);
@@ -75,7 +75,7 @@ TEST_F(LargeMemory, RegisteredOnAHandleIsFreedByFreeClearAndDeletion) {
   }
 }
 
-TEST_F(LargeMemory, RegisteredOnAHandleIsFreedWhenItIsReplaced) {
+TEST_F(LargeMemory, IsFreedWhenReallocReplacesIt) {
   const Pool pool("BLOCKMGMT BLOCKFREE");
   void* memory = hold_external(pool);
   EXPECT_EQ(qk_mem_irealloc(pool, memory, kLarge, 16, "src/app.c", 5), memory);
@@ -86,7 +86,7 @@ TEST_F(LargeMemory, RegisteredOnAHandleIsFreedWhenItIsReplaced) {
   EXPECT_EQ(in_use(), 1) << "the new block";
 }
 
-TEST_F(LargeMemory, OfAGrowingArrayIsItsBlocksAlone) {
+TEST_F(LargeMemory, HoldsOnlyTheBlocksOfAManagedArray) {
   const Pool pool("BLOCKMGMT BLOCKFREE");
   void* array = nullptr;
   qk_mem_imarralloc(pool, &array, kLarge, 1, "src/app.c", 6);

@@ -57,7 +57,7 @@ std::string configure(const char* options) {
 
 constexpr char kSuccess[] = "0 details 0 0 numbers 0 0 subject [] arguments [] []";
 
-TEST(DebugConfig, KeywordAloneSetsItsSwitchesForEveryRoutine) {
+TEST(DebugConfig, SetsAKeywordsSwitchesForEveryRoutine) {
   const Scene scene;
   const struct {
     const char* options;
@@ -88,7 +88,7 @@ TEST(DebugConfig, KnowsTwentyRoutinesInAFixedOrder) {
             "qk_mem_info\nqk_mem_baseline\nqk_heapsize\nqk_mallinfo\n");
 }
 
-TEST(DebugConfig, ListSetsTheNamedRoutinesAndTheGlobalRecord) {
+TEST(DebugConfig, SetsTheRoutinesOfAListAndTheGlobalRecord) {
   const Scene scene;
   for (const char* options :
        {"DEBUG=qk_ifree,QK_IMALLOC", "DEBUG='qk_ifree qk_imalloc'",
@@ -102,7 +102,7 @@ TEST(DebugConfig, ListSetsTheNamedRoutinesAndTheGlobalRecord) {
   }
 }
 
-TEST(DebugConfig, EachKeywordHasAListOfItsOwn) {
+TEST(DebugConfig, TakesASeparateListForEachKeyword) {
   const Scene scene;
   configure("EXCEPTIONS=qk_ifree SUMMARY=global DEBUG=qk_imalloc,qk_ifree CTRLBLKS=qk_istrdup");
   EXPECT_EQ(switches(),
@@ -112,7 +112,7 @@ TEST(DebugConfig, EachKeywordHasAListOfItsOwn) {
             "qk_istrdup: on ctrlblks summary trace\n");
 }
 
-TEST(DebugConfig, EveryRoutineCanBeNamed) {
+TEST(DebugConfig, AcceptsTheNameOfEveryRoutine) {
   const Scene scene;
   configure("DEBUG");
   for (int i = 1; i < 20; ++i) {
@@ -122,7 +122,7 @@ TEST(DebugConfig, EveryRoutineCanBeNamed) {
   }
 }
 
-TEST(DebugConfig, NotTurnsAListIntoExclusions) {
+TEST(DebugConfig, TakesAListAfterNotAsExclusions) {
   const Scene scene;
   for (const char* options : {"DEBUG=not,qk_ifree", "DEBUG='not qk_ifree'", "DEBUG=NOT,QK_IFREE",
                               "DEBUG=' , Not,qk_ifree'"}) {
@@ -131,13 +131,13 @@ TEST(DebugConfig, NotTurnsAListIntoExclusions) {
   }
 }
 
-TEST(DebugConfig, NotAloneExcludesNothing) {
+TEST(DebugConfig, ExcludesNothingByNotAlone) {
   const Scene scene;
   EXPECT_EQ(configure("CTRLBLKS=not"), kSuccess);
   EXPECT_EQ(switches(), "all: on ctrlblks summary trace");
 }
 
-TEST(DebugConfig, TheGlobalRecordCanBeExcluded) {
+TEST(DebugConfig, CanExcludeTheGlobalRecord) {
   const Scene scene;
   configure("EXCEPTIONS=not,global");
   EXPECT_EQ(switches_of(Qk_mem_debug[0]), "");
@@ -145,7 +145,7 @@ TEST(DebugConfig, TheGlobalRecordCanBeExcluded) {
 }
 
 // An exclusion clears `on` and `trace` although another keyword set them.
-TEST(DebugConfig, ExclusionClearsOnAndTraceButKeepsSwitchesOfEarlierKeywords) {
+TEST(DebugConfig, ClearsOnAndTraceOfEarlierKeywordsByExclusion) {
   const Scene scene;
   const struct {
     const char* options;
@@ -166,20 +166,20 @@ TEST(DebugConfig, ExclusionClearsOnAndTraceButKeepsSwitchesOfEarlierKeywords) {
   }
 }
 
-TEST(DebugConfig, OfAKeywordGivenTwiceTheLastCounts) {
+TEST(DebugConfig, UsesTheLastOfARepeatedKeyword) {
   const Scene scene;
   configure("DEBUG=qk_ifree DEBUG=qk_imalloc");
   EXPECT_EQ(switches(), "global: on debug trace\nqk_imalloc: on debug trace\n");
 }
 
-TEST(DebugConfig, ReplacesTheConfigurationBeforeIt) {
+TEST(DebugConfig, ReplacesThePreviousConfiguration) {
   const Scene scene;
   configure("DEBUG CTRLBLKS SUMMARY");
   configure("EXCEPTIONS=qk_ifree");
   EXPECT_EQ(switches(), "global: on exceptions trace\nqk_ifree: on exceptions trace\n");
 }
 
-TEST(DebugConfig, WithoutASwitchClearsAllSwitches) {
+TEST(DebugConfig, ClearsAllSwitchesIfNoneIsGiven) {
   const Scene scene;
   for (const char* options : {"LOG=other.log", "APPEND", "FLUSH", "OFF", "off,append"}) {
     configure("DEBUG");
@@ -188,7 +188,7 @@ TEST(DebugConfig, WithoutASwitchClearsAllSwitches) {
   }
 }
 
-TEST(DebugConfig, WithoutAKeywordChangesNothing) {
+TEST(DebugConfig, ChangesNothingWithoutAKeyword) {
   const Scene scene;
   configure("DEBUG");
   for (const char* options : {"", " ", ", \t,"}) {
@@ -197,7 +197,7 @@ TEST(DebugConfig, WithoutAKeywordChangesNothing) {
   }
 }
 
-TEST(DebugConfig, OffWithAnActivatingKeywordIsRefusedAndLeavesNothingOn) {
+TEST(DebugConfig, RefusesOffWithAnotherSwitchAndTurnsAllOff) {
   const Scene scene;
   for (const char* options : {"OFF CTRLBLKS", "DEBUG OFF", "OFF,EXCEPTIONS=qk_ifree",
                               "SUMMARY=not OFF", "OFF TRACE LOG=other.log"}) {
@@ -210,13 +210,13 @@ TEST(DebugConfig, OffWithAnActivatingKeywordIsRefusedAndLeavesNothingOn) {
   }
 }
 
-TEST(DebugConfig, AStringOf256CharactersIsTaken) {
+TEST(DebugConfig, AcceptsAStringOf256Characters) {
   const Scene scene;
   EXPECT_EQ(configure(("DEBUG" + std::string(251, ' ')).c_str()), kSuccess);
   EXPECT_EQ(switches(), "all: on debug trace");
 }
 
-TEST(DebugConfig, AStringOf257CharactersIsRefusedAndChangesNothing) {
+TEST(DebugConfig, RefusesAStringOf257CharactersWithoutAChange) {
   const Scene scene;
   configure("TRACE");
   EXPECT_EQ(configure(("DEBUG" + std::string(252, ' ')).c_str()),
@@ -225,7 +225,7 @@ TEST(DebugConfig, AStringOf257CharactersIsRefusedAndChangesNothing) {
   EXPECT_EQ(switches(), "all: on trace");
 }
 
-TEST(DebugConfig, WordsThatDoNotFitAreNamedAndChangeNothing) {
+TEST(DebugConfig, NamesAnInvalidWordAndChangesNothing) {
   const Scene scene;
   const struct {
     const char* options;
@@ -258,7 +258,7 @@ TEST(DebugConfig, WordsThatDoNotFitAreNamedAndChangeNothing) {
   }
 }
 
-TEST(DebugConfig, AnUnknownRoutineIsNamedAndWhatWasAppliedStays) {
+TEST(DebugConfig, StopsAtAnUnknownRoutineAndNamesIt) {
   const Scene scene;
   EXPECT_EQ(configure("EXCEPTIONS=qk_mem_info DEBUG=qk_ifree,Malloc,qk_imalloc SUMMARY"),
             "10040 details 0 0 numbers 0 0 subject [malloc] arguments [] [] "
@@ -272,7 +272,7 @@ TEST(DebugConfig, AnUnknownRoutineIsNamedAndWhatWasAppliedStays) {
   EXPECT_EQ(switches(), "all: on summary trace");
 }
 
-TEST(DebugConfig, NotBehindANameIsRefusedAndWhatWasAppliedStays) {
+TEST(DebugConfig, StopsAtANotAfterARoutinesName) {
   const Scene scene;
   EXPECT_EQ(configure("DEBUG=qk_ifree,NOT,qk_imalloc"),
             "10048 details 0 0 numbers 0 0 subject [not] arguments [] [] "
@@ -284,14 +284,14 @@ TEST(DebugConfig, NotBehindANameIsRefusedAndWhatWasAppliedStays) {
   EXPECT_EQ(switches_of_free_and_others(), "qk_ifree:, others: on debug trace");
 }
 
-TEST(DebugConfig, WithoutAStatusDoesNothing) {
+TEST(DebugConfig, DoesNothingWithoutAStatus) {
   const Scene scene;
   EXPECT_EQ(qk_mem_debug_config("DEBUG", nullptr), 10047);
   EXPECT_EQ(switches(), "");
   EXPECT_EQ(Qk_mem_debug_initialized, 0);
 }
 
-TEST(DebugConfig, TakesTheEnvironmentInFirstAndThenReplacesIt) {
+TEST(DebugConfig, ReadsTheEnvironmentFirstAndThenReplacesIt) {
   const Scene scene("DEBUG LOG=environment.log");
   configure("EXCEPTIONS=qk_ifree");
   EXPECT_EQ(switches(), "global: on exceptions trace\nqk_ifree: on exceptions trace\n");
@@ -299,7 +299,7 @@ TEST(DebugConfig, TakesTheEnvironmentInFirstAndThenReplacesIt) {
   EXPECT_EQ(contents("qkmem.log"), "");
 }
 
-TEST(DebugConfig, DoesNotStartTheLibraryWhichThenStartsUnderIt) {
+TEST(DebugConfig, AppliesToTheStartUpWithoutCausingIt) {
   const Scene scene;
   configure("TRACE");
   EXPECT_EQ(Qk_mem_initialized, 0);

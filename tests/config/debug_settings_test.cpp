@@ -71,7 +71,7 @@ TEST(DebugSettings, NameTheExclusionsOfALongList) {
   EXPECT_EQ(settings(), "DEBUG='not qk_ifree' TRACE='not qk_ifree'  LOG=qkmem.log");
 }
 
-TEST(DebugSettings, NameExclusionsFromTenRoutinesOn) {
+TEST(DebugSettings, NameExclusionsIfTenOrMoreRoutinesAreSet) {
   const Scene scene;
   const std::string nine =
       "qk_mem_inew_handle,qk_mem_idel_handle,qk_mem_iclear_handle,qk_imalloc,qk_icalloc,"
@@ -84,7 +84,7 @@ TEST(DebugSettings, NameExclusionsFromTenRoutinesOn) {
             "qk_mem_ptr_mgmt,qk_mem_info,qk_mem_baseline,qk_heapsize,qk_mallinfo' ");
 }
 
-TEST(DebugSettings, DoNotCountTheGlobalRecord) {
+TEST(DebugSettings, IgnoreTheGlobalRecord) {
   const Scene scene;
   configure("DEBUG=global LOG=NONE");
   EXPECT_EQ(settings(), "");
@@ -92,7 +92,7 @@ TEST(DebugSettings, DoNotCountTheGlobalRecord) {
   EXPECT_EQ(settings(), "DEBUG TRACE ");
 }
 
-TEST(DebugSettings, ShowASwitchThatAnExclusionLeft) {
+TEST(DebugSettings, ShowASwitchThatAnExclusionKept) {
   const Scene scene;
   configure("DEBUG TRACE=not,qk_ifree LOG=NONE");
   EXPECT_EQ(settings(), "DEBUG TRACE='not qk_ifree' ");
@@ -118,7 +118,7 @@ TEST(DebugSettings, NameTheLog) {
   }
 }
 
-TEST(DebugSettings, ConfigureTheSameAgain) {
+TEST(DebugSettings, ReproduceTheirConfiguration) {
   const Scene scene;
   configure("DEBUG='not qk_ifree' EXCEPTIONS=qk_imalloc,qk_ifree SUMMARY LOG=events.txt");
   const std::string before = settings();
@@ -146,7 +146,7 @@ TEST(DebugSettings, FitTheBufferAtTheirLongest) {
                             list + "TRACE" + list + " LOG=" + log);
 }
 
-TEST(DebugSettings, TakeTheEnvironmentInWithoutStartingTheLibrary) {
+TEST(DebugSettings, ReadTheEnvironmentWithoutStartingTheLibrary) {
   const Scene scene("EXCEPTIONS=qk_ifree");
   EXPECT_EQ(settings(), "EXCEPTIONS='qk_ifree' TRACE='qk_ifree'  LOG=qkmem.log");
   EXPECT_EQ(scene.log(), "QK_MEM_DEBUG:  initializing options [EXCEPTIONS=qk_ifree]\n");
@@ -159,7 +159,7 @@ TEST(DebugSettings, NeedAStatus) {
   EXPECT_EQ(qk_mem_debug_settings(text, nullptr), 10047);
 }
 
-TEST(DebugOn, TellsWhetherTheGlobalRecordIsOn) {
+TEST(DebugOn, ReturnsWhetherTheGlobalRecordIsOn) {
   const Scene scene;
   EXPECT_EQ(qk_mem_debug_on(), 0);
   const struct {

@@ -54,7 +54,7 @@ TEST(DumpConfig, SelectsExactlyTheSectionsOfTheList) {
   }
 }
 
-TEST(DumpConfig, HeapsizeAndHandlesCanBeShortened) {
+TEST(DumpConfig, AcceptsShortFormsOfHeapsizeAndHandles) {
   const Scene scene;
   for (const char* options : {"OPTIONS=HEAP", "OPTIONS=heaps", "OPTIONS=HEAPSIZ"}) {
     EXPECT_EQ(configure(options), kSuccess) << options;
@@ -64,7 +64,7 @@ TEST(DumpConfig, HeapsizeAndHandlesCanBeShortened) {
   EXPECT_EQ(Qk_mem_dump_opts, 4U);
 }
 
-TEST(DumpConfig, WithoutOptionsKeepsTheSections) {
+TEST(DumpConfig, KeepsTheSectionsWithoutOptions) {
   const Scene scene;
   for (const char* options : {"", "  ", ","}) {
     EXPECT_EQ(configure(options), kSuccess);
@@ -75,7 +75,7 @@ TEST(DumpConfig, WithoutOptionsKeepsTheSections) {
   EXPECT_EQ(Qk_mem_dump_opts, 256U);
 }
 
-TEST(DumpConfig, WordsThatDoNotFitAreNamedAndKeepTheSections) {
+TEST(DumpConfig, NamesAnInvalidWordAndKeepsTheSections) {
   const Scene scene;
   const struct {
     const char* options;
@@ -109,13 +109,13 @@ TEST(DumpConfig, WordsThatDoNotFitAreNamedAndKeepTheSections) {
   }
 }
 
-TEST(DumpConfig, AStringOf256CharactersIsTaken) {
+TEST(DumpConfig, AcceptsAStringOf256Characters) {
   const Scene scene;
   EXPECT_EQ(configure(("OPTIONS=TERSE" + std::string(243, ' ')).c_str()), kSuccess);
   EXPECT_EQ(Qk_mem_dump_opts, 256U);
 }
 
-TEST(DumpConfig, AStringOf257CharactersIsRefused) {
+TEST(DumpConfig, RefusesAStringOf257Characters) {
   const Scene scene;
   EXPECT_EQ(configure(("OPTIONS=TERSE" + std::string(244, ' ')).c_str()),
             "10037 details 0 0 numbers 257 256 subject [] arguments [passed_option_list] [] "
@@ -123,7 +123,7 @@ TEST(DumpConfig, AStringOf257CharactersIsRefused) {
   EXPECT_EQ(Qk_mem_dump_opts, 53U);
 }
 
-TEST(DumpConfig, NullOptionsAreRefused) {
+TEST(DumpConfig, RefusesNullOptions) {
   const Scene scene;
   EXPECT_EQ(configure(nullptr),
             "10036 details 0 0 numbers 0 0 subject [] "
@@ -132,7 +132,7 @@ TEST(DumpConfig, NullOptionsAreRefused) {
   EXPECT_EQ(Qk_mem_dump_opts, 53U);
 }
 
-TEST(DumpConfig, WithoutAStatusDoesNothing) {
+TEST(DumpConfig, DoesNothingWithoutAStatus) {
   const Scene scene;
   EXPECT_EQ(qk_mem_dump_config("OPTIONS=TERSE", nullptr), 10047);
   EXPECT_EQ(qk_mem_dump_config(nullptr, nullptr), 10047);

@@ -23,7 +23,7 @@ int initialise() {
   return code;
 }
 
-TEST(Environment, DebugVariableIsAppliedAndAnnounced) {
+TEST(ReadingTheEnvironment, AppliesAndAnnouncesTheDebugVariable) {
   const Scene scene("EXCEPTIONS=qk_ifree");
   EXPECT_EQ(initialise(), 0);
   EXPECT_EQ(scene.log(), "QK_MEM_DEBUG:  initializing options [EXCEPTIONS=qk_ifree]\n");
@@ -31,7 +31,7 @@ TEST(Environment, DebugVariableIsAppliedAndAnnounced) {
   EXPECT_EQ(Qk_mem_debug[4].exceptions, 0);
 }
 
-TEST(Environment, AnnouncementGoesToTheLogThatTheVariableChooses) {
+TEST(ReadingTheEnvironment, AnnouncesInTheLogTheVariableChooses) {
   const Scene scene;
   const Ended ended = kit::run({"DEBUG LOG=STDERR", "", "OPTIONS=TERSE"}, [] { initialise(); });
   EXPECT_EQ(ended.err,
@@ -40,7 +40,7 @@ TEST(Environment, AnnouncementGoesToTheLogThatTheVariableChooses) {
   EXPECT_EQ(ended.out, "");
 }
 
-TEST(Environment, NothingIsAnnouncedWithoutALog) {
+TEST(ReadingTheEnvironment, AnnouncesNothingWithoutALog) {
   const Scene scene;
   for (const char* debug : {"", "TRACE", "DEBUG LOG=NONE", "NONSENSE", "OFF"}) {
     const Ended ended = kit::run({debug, "", "OPTIONS=TERSE"}, [] { initialise(); });
@@ -49,7 +49,7 @@ TEST(Environment, NothingIsAnnouncedWithoutALog) {
   EXPECT_FALSE(std::filesystem::exists("qkmem.log"));
 }
 
-TEST(Environment, DumpVariableIsAppliedAndAnnounced) {
+TEST(ReadingTheEnvironment, AppliesAndAnnouncesTheDumpVariable) {
   const Scene scene({"EXCEPTIONS", "", "OPTIONS=SUMMARY,MGMT"});
   EXPECT_EQ(initialise(), 0);
   EXPECT_EQ(scene.log(),
@@ -58,13 +58,13 @@ TEST(Environment, DumpVariableIsAppliedAndAnnounced) {
   EXPECT_EQ(Qk_mem_dump_opts, 9U);
 }
 
-TEST(Environment, DumpVariableIsAppliedWithoutDebugging) {
+TEST(ReadingTheEnvironment, AppliesTheDumpVariableUnannounced) {
   const Scene scene({"", "", "OPTIONS=HEAPSIZE"});
   EXPECT_EQ(initialise(), 0);
   EXPECT_EQ(Qk_mem_dump_opts, 2U);
 }
 
-TEST(Environment, InvalidOptionsAreWarnedOfAndForgotten) {
+TEST(ReadingTheEnvironment, WarnsOfInvalidOptionsWithoutFailing) {
   const Scene scene({"DEBUG EXCEPTIONS=malloc", "", "OPTIONS=ALL"});
   EXPECT_EQ(initialise(), 0);
   EXPECT_EQ(scene.log(),
@@ -76,7 +76,7 @@ TEST(Environment, InvalidOptionsAreWarnedOfAndForgotten) {
   EXPECT_EQ(Qk_mem_dump_opts, 53U);
 }
 
-TEST(Environment, DebugVariableIsCutTo256Characters) {
+TEST(ReadingTheEnvironment, CutsTheDebugVariableTo256Characters) {
   const std::string kept = "DEBUG" + std::string(251, ' ');
   const Scene scene({kept + "NONSENSE", "", ""});
   EXPECT_EQ(initialise(), 0);
@@ -84,7 +84,7 @@ TEST(Environment, DebugVariableIsCutTo256Characters) {
   EXPECT_EQ(Qk_mem_debug[7].debug, 1);
 }
 
-TEST(Environment, ACutMayLeaveAKeywordThatIsInvalid) {
+TEST(ReadingTheEnvironment, MayCutAKeywordIntoAnInvalidOne) {
   const std::string kept = std::string(250, ' ') + "EXCEPT";
   const Scene scene;
   const Ended ended = kit::run({kept + "IONS", "", ""}, [] {
@@ -94,7 +94,7 @@ TEST(Environment, ACutMayLeaveAKeywordThatIsInvalid) {
   EXPECT_EQ(ended.out, "on 0\n");
 }
 
-TEST(Environment, DumpVariableIsCutTo256Characters) {
+TEST(ReadingTheEnvironment, CutsTheDumpVariableTo256Characters) {
   const std::string kept = "OPTIONS=TERSE" + std::string(243, ' ');
   const Scene scene({"EXCEPTIONS", "", kept + "NONSENSE"});
   EXPECT_EQ(initialise(), 0);
@@ -105,7 +105,7 @@ TEST(Environment, DumpVariableIsCutTo256Characters) {
   EXPECT_EQ(Qk_mem_dump_opts, 256U);
 }
 
-TEST(Environment, EmptyVariablesAreTakenForUnset) {
+TEST(ReadingTheEnvironment, TreatsEmptyVariablesAsUnset) {
   const Scene scene;
   const Ended ended = kit::run({}, [] {
     setenv("QK_MEM_DEBUG", "", 1);
@@ -116,7 +116,7 @@ TEST(Environment, EmptyVariablesAreTakenForUnset) {
   EXPECT_EQ(ended.out, "on 0, report 53\n");
 }
 
-TEST(Environment, IsReadOnce) {
+TEST(ReadingTheEnvironment, HappensOnce) {
   const Scene scene("TRACE");
   EXPECT_EQ(initialise(), 0);
   setenv("QK_MEM_DEBUG", "DEBUG", 1);

@@ -24,7 +24,7 @@ std::string properties_with(const std::string& options) {
   return text;
 }
 
-TEST(Keywords, OfHandlesAreTakenWholeOrShortened) {
+TEST(HandleKeywords, AreAcceptedWholeOrShortened) {
   const Scene scene;
   const struct {
     const char* options;
@@ -60,13 +60,13 @@ TEST(Keywords, OfHandlesAreTakenWholeOrShortened) {
   for (const auto& c : cases) EXPECT_EQ(properties_with(c.options), c.handle) << c.options;
 }
 
-TEST(Keywords, OfHandlesMayFill256Characters) {
+TEST(HandleKeywords, MayFill256Characters) {
   const Scene scene;
   EXPECT_EQ(properties_with("AUTOFREE" + std::string(248, ' ')), "D autofree 2048");
   EXPECT_EQ(properties_with("AUTOFREE" + std::string(249, ' ')), "refused");
 }
 
-TEST(Keywords, OfFiltersAreTakenWholeOnly) {
+TEST(FilterKeywords, CannotBeShortened) {
   const Scene scene("TRACE");
   qk_mem_init();
   for (const char* filter : {"HANDLE=1", "TAG=AB", "TYPE=DATA", "AUTOFREE=TRUE", "BLOCKMGMT=FALSE",

@@ -57,7 +57,7 @@ TEST(LogDestination, MayBeInAnotherFolder) {
   EXPECT_EQ(closed("logs/a.log"), "hello\n");
 }
 
-TEST(LogDestination, FileIsTruncatedWhenConfigured) {
+TEST(LogDestination, IsTruncatedWhenConfigured) {
   const Scene scene;
   write_file("qkmem.log", "old\n");
   configure("DEBUG");
@@ -66,7 +66,7 @@ TEST(LogDestination, FileIsTruncatedWhenConfigured) {
   EXPECT_EQ(closed("qkmem.log"), "new\n");
 }
 
-TEST(LogDestination, FileIsExtendedUnderAppend) {
+TEST(LogDestination, IsExtendedUnderAppend) {
   const Scene scene;
   write_file("qkmem.log", "old\n");
   configure("DEBUG APPEND");
@@ -74,14 +74,14 @@ TEST(LogDestination, FileIsExtendedUnderAppend) {
   EXPECT_EQ(closed("qkmem.log"), "old\nnew\n");
 }
 
-TEST(LogDestination, AppendMakesTheFileWhereThereIsNone) {
+TEST(LogDestination, IsCreatedUnderAppendIfMissing) {
   const Scene scene;
   configure("EXCEPTIONS APPEND LOG=a.log");
   say("new");
   EXPECT_EQ(closed("a.log"), "new\n");
 }
 
-TEST(LogDestination, StandardStreamsAreNamedInEitherCase) {
+TEST(LogDestination, CanBeAStandardStreamInEitherCase) {
   const Scene scene;
   const struct {
     const char* options;
@@ -101,7 +101,7 @@ TEST(LogDestination, StandardStreamsAreNamedInEitherCase) {
   EXPECT_FALSE(std::filesystem::exists("qkmem.log"));
 }
 
-TEST(LogDestination, NoneIsNoLog) {
+TEST(LogDestination, CanBeNone) {
   const Scene scene;
   for (const char* options : {"DEBUG LOG=NONE", "DEBUG LOG=none"}) {
     configure("DEBUG LOG=a.log");
@@ -112,7 +112,7 @@ TEST(LogDestination, NoneIsNoLog) {
   EXPECT_FALSE(std::filesystem::exists("NONE"));
 }
 
-TEST(LogDestination, AfterNoneTheNextConfigurationOpensALogAgain) {
+TEST(LogDestination, IsQkmemLogAgainAfterNone) {
   const Scene scene;
   configure("DEBUG LOG=NONE");
   configure("DEBUG");
@@ -120,7 +120,7 @@ TEST(LogDestination, AfterNoneTheNextConfigurationOpensALogAgain) {
   EXPECT_EQ(closed("qkmem.log"), "hello\n");
 }
 
-TEST(LogDestination, TraceAloneOpensNoLog) {
+TEST(LogDestination, IsNotOpenedByTraceAlone) {
   const Scene scene;
   for (const char* options : {"TRACE", "TRACE=qk_ifree LOG=a.log", "LOG=a.log", "APPEND,FLUSH"}) {
     configure(options);
@@ -130,7 +130,7 @@ TEST(LogDestination, TraceAloneOpensNoLog) {
   EXPECT_FALSE(std::filesystem::exists("a.log"));
 }
 
-TEST(LogDestination, EachOtherSwitchOpensTheLog) {
+TEST(LogDestination, IsOpenedByEachOtherSwitch) {
   const Scene scene;
   for (const char* options : {"CTRLBLKS LOG=a.log", "DEBUG=qk_ifree LOG=a.log",
                               "EXCEPTIONS LOG=a.log TRACE", "SUMMARY=not,global LOG=a.log"}) {
@@ -141,7 +141,7 @@ TEST(LogDestination, EachOtherSwitchOpensTheLog) {
   }
 }
 
-TEST(LogDestination, StaysWithoutANewOne) {
+TEST(LogDestination, StaysUntilANewLogIsOpened) {
   const Scene scene;
   configure("DEBUG LOG=a.log");
   say("one");
@@ -155,7 +155,7 @@ TEST(LogDestination, StaysWithoutANewOne) {
   EXPECT_FALSE(std::filesystem::exists("b.log"));
 }
 
-TEST(LogDestination, FileBeforeANewOneIsClosed) {
+TEST(LogDestination, ClosesTheOldFileForANewOne) {
   const Scene scene;
   configure("DEBUG LOG=a.log");
   say("one");
@@ -166,7 +166,7 @@ TEST(LogDestination, FileBeforeANewOneIsClosed) {
   EXPECT_EQ(contents("a.log"), "one\n");
 }
 
-TEST(LogDestination, NamedAgainIsTruncatedAgain) {
+TEST(LogDestination, IsTruncatedAgainIfNamedAgain) {
   const Scene scene;
   configure("DEBUG LOG=a.log");
   say("one");
@@ -175,7 +175,7 @@ TEST(LogDestination, NamedAgainIsTruncatedAgain) {
   EXPECT_EQ(closed("a.log"), "two\n");
 }
 
-TEST(LogDestination, StandardStreamsStayOpenWhenItChanges) {
+TEST(LogDestination, KeepsStandardStreamsOpenWhenItChanges) {
   const Scene scene;
   const Ended ended = kit::run({}, [] {
     configure("DEBUG LOG=STDERR");
@@ -190,7 +190,7 @@ TEST(LogDestination, StandardStreamsStayOpenWhenItChanges) {
   EXPECT_EQ(ended.out, "log on stdout\nstill open\n");
 }
 
-TEST(LogDestination, OffClosesAFileAndWritesNothingMore) {
+TEST(LogDestination, IsClosedAndNotWrittenAfterOff) {
   const Scene scene;
   configure("DEBUG");
   say("one");
@@ -201,7 +201,7 @@ TEST(LogDestination, OffClosesAFileAndWritesNothingMore) {
   EXPECT_EQ(contents("qkmem.log"), "one\n");
 }
 
-TEST(LogDestination, AfterOffAConfigurationWithoutLogOpensNone) {
+TEST(LogDestination, StaysClosedAfterOffUnlessNamed) {
   const Scene scene;
   configure("DEBUG");
   configure("OFF");
@@ -214,7 +214,7 @@ TEST(LogDestination, AfterOffAConfigurationWithoutLogOpensNone) {
   EXPECT_FALSE(std::filesystem::exists("qkmem.log"));
 }
 
-TEST(LogDestination, AfterOffAConfigurationWithLogOpensIt) {
+TEST(LogDestination, IsOpenedAfterOffIfNamed) {
   const Scene scene;
   configure("DEBUG LOG=a.log");
   say("one");
@@ -227,7 +227,7 @@ TEST(LogDestination, AfterOffAConfigurationWithLogOpensIt) {
   EXPECT_EQ(closed("b.log"), "two\nthree\n");
 }
 
-TEST(LogDestination, OffWithoutALogBeforeItLeavesTheDefault) {
+TEST(LogDestination, IsTheDefaultAfterOffIfNoneWasOpen) {
   const Scene scene;
   configure("OFF");
   configure("DEBUG");
@@ -235,7 +235,7 @@ TEST(LogDestination, OffWithoutALogBeforeItLeavesTheDefault) {
   EXPECT_EQ(closed("qkmem.log"), "hello\n");
 }
 
-TEST(LogDestination, OffKeepsAStandardStream) {
+TEST(LogDestination, StaysAStandardStreamAfterOff) {
   const Scene scene;
   const Ended ended = kit::run({}, [] {
     configure("DEBUG LOG=STDERR");
@@ -247,7 +247,7 @@ TEST(LogDestination, OffKeepsAStandardStream) {
   EXPECT_FALSE(std::filesystem::exists("qkmem.log"));
 }
 
-TEST(LogDestination, OffThatIsRefusedKeepsTheLog) {
+TEST(LogDestination, StaysOpenIfOffIsRefused) {
   const Scene scene;
   configure("DEBUG");
   qk::Status status;
@@ -265,7 +265,7 @@ TEST(LogDestination, IsChosenBeforeAListIsRefused) {
   EXPECT_EQ(closed("a.log"), "hello\n");
 }
 
-TEST(LogDestination, ThatCannotBeOpenedIsToldOnStandardOutputAndLeavesEverythingOff) {
+TEST(LogDestination, WarnsOnStdoutAndTurnsAllOffIfItCannotBeOpened) {
   const Scene scene;
   std::filesystem::create_directory("folder");
   const Ended ended = kit::run({}, [] {
@@ -299,7 +299,7 @@ TEST(LogDestination, IsBufferedUnlessFlushIsGiven) {
   EXPECT_EQ(contents("flushed.log"), "two\n");
 }
 
-TEST(LogDestination, IsNotInheritedByProgramsThatAreStarted) {
+TEST(LogDestination, IsNotInheritedByStartedPrograms) {
   const Scene scene({"DEBUG", "DB", ""});
   qk_mem_init();
   ASSERT_EQ(std::system("ls -l /proc/self/fd > descriptors.txt"), 0);

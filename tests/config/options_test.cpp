@@ -39,7 +39,7 @@ std::string first_line(const char* name) {
   return text.substr(0, text.find('\n') + 1);
 }
 
-TEST(Options, HeapsizeFollowsTheMostRecentCall) {
+TEST(Options, TurnHeapsizeOnOrOffInEachCall) {
   const Scene scene;
   EXPECT_EQ(Qk_mem_opts, 0U);
   EXPECT_EQ(set_options("HEAPSIZE"), kSuccess);
@@ -52,7 +52,7 @@ TEST(Options, HeapsizeFollowsTheMostRecentCall) {
   }
 }
 
-TEST(Options, EmptyStringTakesTheEnvironment) {
+TEST(Options, AreReadFromTheEnvironmentIfEmpty) {
   const Scene scene({"", "HEAPSIZE", ""});
   EXPECT_EQ(set_options("FLUSH"), kSuccess);
   EXPECT_EQ(Qk_mem_opts, 0U);
@@ -63,7 +63,7 @@ TEST(Options, EmptyStringTakesTheEnvironment) {
   EXPECT_EQ(Qk_mem_opts, 0U);
 }
 
-TEST(Options, NullTakesTheEnvironmentToo) {
+TEST(Options, AreReadFromTheEnvironmentIfNull) {
   const Scene scene({"", "HEAPSIZE", ""});
   qk_mem_init();
   Qk_mem_opts = 0;
@@ -71,7 +71,7 @@ TEST(Options, NullTakesTheEnvironmentToo) {
   EXPECT_EQ(Qk_mem_opts, 1U);
 }
 
-TEST(Options, AnOldFailureInTheStatusStaysAndIsReturned) {
+TEST(Options, ReturnAnOldFailureInTheStatus) {
   const Scene scene;
   for (const char* options : {"", "HEAPSIZE", "DB FLUSH"}) {
     qk::Status status = kit::used_status();
@@ -81,7 +81,7 @@ TEST(Options, AnOldFailureInTheStatusStaysAndIsReturned) {
   }
 }
 
-TEST(Options, ARefusalZeroesTheDetailsOfAnOldFailure) {
+TEST(Options, ZeroTheDetailsOfAnOldFailureOnRefusal) {
   const Scene scene;
   qk::Status status = kit::used_status();
   EXPECT_EQ(qk_mem_options("NONSENSE", &status), 10041);
@@ -90,7 +90,7 @@ TEST(Options, ARefusalZeroesTheDetailsOfAnOldFailure) {
   EXPECT_STREQ(status.arg1, "NONSENSE");
 }
 
-TEST(Options, WordsThatDoNotFitAreNamed) {
+TEST(Options, NameAnInvalidWord) {
   const Scene scene("TRACE");
   const struct {
     const char* options;
@@ -114,13 +114,13 @@ TEST(Options, WordsThatDoNotFitAreNamed) {
   }
 }
 
-TEST(Options, AStringOf256CharactersIsTaken) {
+TEST(Options, MayHave256Characters) {
   const Scene scene;
   EXPECT_EQ(set_options(("HEAPSIZE" + std::string(248, ' ')).c_str()), kSuccess);
   EXPECT_EQ(Qk_mem_opts, 1U);
 }
 
-TEST(Options, AStringOf257CharactersIsRefused) {
+TEST(Options, AreRefusedWith257Characters) {
   const Scene scene;
   set_options("HEAPSIZE");
   EXPECT_EQ(set_options(("HEAPSIZE" + std::string(249, ' ')).c_str()),
@@ -129,7 +129,7 @@ TEST(Options, AStringOf257CharactersIsRefused) {
   EXPECT_EQ(Qk_mem_opts, 0U);
 }
 
-TEST(Options, WithoutAStatusDoNothing) {
+TEST(Options, DoNothingWithoutAStatus) {
   const Scene scene;
   EXPECT_EQ(qk_mem_options("HEAPSIZE", nullptr), 10047);
   EXPECT_EQ(Qk_mem_opts, 0U);
@@ -142,14 +142,14 @@ TEST(Options, StartTheLibraryUp) {
   EXPECT_EQ(Qk_mem_num_handles, 2);
 }
 
-TEST(Options, DbOpensTheTraceFile) {
+TEST(Options, OpenTheTraceFileUnderDb) {
   const Scene scene("TRACE");
   std::ofstream("qkmem.tdf") << "what an earlier run wrote\n";
   EXPECT_EQ(set_options("DB"), kSuccess);
   EXPECT_EQ(first_line("qkmem.tdf"), kHeadings);
 }
 
-TEST(Options, DbWithANameOpensThatFile) {
+TEST(Options, OpenTheTraceFileThatDbNames) {
   const Scene scene("TRACE");
   EXPECT_EQ(set_options("HEAPSIZE DB='my run.tdf'"), kSuccess);
   EXPECT_EQ(first_line("my run.tdf"), kHeadings);
@@ -157,7 +157,7 @@ TEST(Options, DbWithANameOpensThatFile) {
   EXPECT_EQ(Qk_mem_opts, 1U);
 }
 
-TEST(Options, DbWithoutDebuggingWritesNothingAndSaysNothing) {
+TEST(Options, OpenNoTraceFileWithoutDebugging) {
   const Scene scene;
   const Ended ended = kit::run({"", "DB", ""}, [] {
     qk_mem_init();
@@ -170,7 +170,7 @@ TEST(Options, DbWithoutDebuggingWritesNothingAndSaysNothing) {
   EXPECT_FALSE(std::filesystem::exists("qkmem.tdf"));
 }
 
-TEST(Options, DbTwiceKeepsTheFirstFile) {
+TEST(Options, KeepTheFirstTraceFileUnderASecondDb) {
   const Scene scene({"TRACE", "DB=first.tdf", ""});
   qk_mem_init();
   FILE* const stream = Qk_mem_db;
@@ -184,7 +184,7 @@ TEST(Options, DbTwiceKeepsTheFirstFile) {
   EXPECT_FALSE(std::filesystem::exists("second.tdf"));
 }
 
-TEST(Options, DbThatCannotBeOpenedIsToldOnStandardOutputAndEndsTheCall) {
+TEST(Options, WarnOnStdoutIfTheTraceFileCannotBeOpened) {
   const Scene scene;
   const Ended ended = kit::run({"TRACE", "", ""}, [] {
     EXPECT_EQ(set_options("HEAPSIZE DB=missing/a.tdf"), kSuccess);
@@ -203,7 +203,7 @@ TEST(Options, DbThatCannotBeOpenedIsToldOnStandardOutputAndEndsTheCall) {
   EXPECT_EQ(first_line("a.tdf"), kHeadings);
 }
 
-TEST(Options, DbThatCannotBeOpenedLeavesTheLogBuffered) {
+TEST(Options, IgnoreFlushIfTheTraceFileCannotBeOpened) {
   const Scene scene;
   const Ended ended = kit::run({"EXCEPTIONS", "", ""}, [] {
     set_options("DB=missing/a.tdf FLUSH");
@@ -215,7 +215,7 @@ TEST(Options, DbThatCannotBeOpenedLeavesTheLogBuffered) {
       "written: []\n");
 }
 
-TEST(Options, FlushWritesLogAndTraceFileAtOnce) {
+TEST(Options, WriteLogAndTraceFileAtOnceUnderFlush) {
   const Scene scene({"EXCEPTIONS", "DB", ""});
   qk_mem_init();
   qk_mem_write_log("before\n");
@@ -231,14 +231,14 @@ TEST(Options, FlushWritesLogAndTraceFileAtOnce) {
   EXPECT_GT(contents("qkmem.tdf").size(), size);
 }
 
-TEST(Options, FlushTakesAValueThatMeansNothing) {
+TEST(Options, IgnoreAValueOfFlush) {
   const Scene scene("EXCEPTIONS");
   EXPECT_EQ(set_options("FLUSH=no"), kSuccess);
   qk_mem_write_log("line\n");
   EXPECT_EQ(contents("qkmem.log"), "QK_MEM_DEBUG:  initializing options [EXCEPTIONS]\nline\n");
 }
 
-TEST(Options, FlushNeedsNeitherLogNorTraceFile) {
+TEST(Options, AcceptFlushWithoutLogAndTraceFile) {
   const Scene scene;
   EXPECT_EQ(set_options("FLUSH"), kSuccess);
 }

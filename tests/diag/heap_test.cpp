@@ -54,7 +54,7 @@ TEST(Heapsize, AllocatesAtItsFirstCallOnly) {
   kit::let_succeed();
 }
 
-TEST(Heapsize, IsToldEvenIfNothingCanBeAllocated) {
+TEST(Heapsize, IsReturnedEvenIfNothingCanBeAllocated) {
   const Scene scene;
   set_heap(4096);
   kit::fail_all_requests();
@@ -64,7 +64,7 @@ TEST(Heapsize, IsToldEvenIfNothingCanBeAllocated) {
   EXPECT_EQ(heap, 4096);
 }
 
-TEST(HeapText, ShowsTheHeapAndItsChangeSinceTheTextBefore) {
+TEST(HeapText, ShowsTheHeapAndItsChangeSinceTheLastText) {
   const Scene scene;
   Qk_mem_opts = 1;
   set_heap(4096);
@@ -76,7 +76,7 @@ TEST(HeapText, ShowsTheHeapAndItsChangeSinceTheTextBefore) {
   EXPECT_EQ(heap_text(), " (-100 -5100)");
 }
 
-TEST(HeapText, IsEmptyWhileOffAndRemembersTheTextBefore) {
+TEST(HeapText, IsEmptyWhileOffAndRemembersTheLastText) {
   const Scene scene;
   set_heap(1000);
   EXPECT_EQ(heap_text(), "");
@@ -90,7 +90,7 @@ TEST(HeapText, IsEmptyWhileOffAndRemembersTheTextBefore) {
   EXPECT_EQ(heap_text(), " (3000 2000)");
 }
 
-TEST(HeapText, FollowsEachLineOfAnEvent) {
+TEST(HeapText, EndsEachLineOfAnEvent) {
   set_heap(1000);
   Scene scene({"DEBUG", "HEAPSIZE", ""});
   qk_mem_init();

@@ -35,7 +35,7 @@ TEST(Log, DropsEveryLineWhileThereIsNone) {
   EXPECT_EQ(ended.exit_code, 0);
 }
 
-TEST(Log, DropsLinesUnderLogNoneAlso) {
+TEST(Log, DropsEveryLineUnderLogNone) {
   const Scene scene;
   const Ended ended = kit::run({"DEBUG LOG=NONE", "", ""}, [] {
     qk_mem_idel_handle(2, "app.c", 2);
@@ -44,7 +44,7 @@ TEST(Log, DropsLinesUnderLogNoneAlso) {
   EXPECT_EQ(ended.out + ended.err + ended.log, "");
 }
 
-TEST(Log, TakesLinesAndTellsTheirLength) {
+TEST(Log, WritesLinesAndReturnsTheirLength) {
   const Scene scene;
   open_log();
   EXPECT_EQ(qk_mem_write_log("   %s: %3d [%.*zx] %c %zu %zd\n", "main", 7, 16, std::size_t{0xbeef},
@@ -54,14 +54,14 @@ TEST(Log, TakesLinesAndTellsTheirLength) {
   EXPECT_EQ(contents("a.log"), "   main:   7 [000000000000beef] M 100 -3\n");
 }
 
-TEST(Log, TakesZeroBytesAndWhatFollowsThem) {
+TEST(Log, WritesZeroBytesAndWhatFollowsThem) {
   const Scene scene;
   open_log();
   EXPECT_EQ(qk_mem_write_log("type %c, line %d\n", '\0', 12), 16);
   EXPECT_EQ(contents("a.log"), std::string("type \0, line 12\n", 16));
 }
 
-TEST(Log, TakesALineOf1023Characters) {
+TEST(Log, WritesALineOf1023CharactersWhole) {
   const Scene scene;
   open_log();
   const std::string text(1022, 'x');
@@ -69,7 +69,7 @@ TEST(Log, TakesALineOf1023Characters) {
   EXPECT_EQ(contents("a.log"), text + "\n");
 }
 
-TEST(Log, CutsALongerLineWhichStillEndsWithItsNewline) {
+TEST(Log, CutsALongerLineAndKeepsItsNewline) {
   const Scene scene;
   open_log();
   std::string expected;
@@ -91,7 +91,7 @@ TEST(Log, CutsLinesOfRoutinesToo) {
   EXPECT_EQ(contents("a.log"), before + start + std::string(1022 - start.size(), 'f') + "\n");
 }
 
-TEST(Log, GetsNothingOfALineThatCannotBeFormatted) {
+TEST(Log, WritesNothingOfALineThatCannotBeFormatted) {
   const Scene scene;
   open_log();
   const wchar_t not_in_this_locale[] = {0x100, 0};
@@ -145,7 +145,7 @@ TEST(Fprintf, NeedsNoLog) {
   EXPECT_EQ(ended.out, "hello\n");
 }
 
-TEST(Fprintf, TellsThatTheStreamFailed) {
+TEST(Fprintf, ReturnsANegativeNumberIfTheStreamFails) {
   const Scene scene;
   FILE* stream = std::fopen("/dev/full", "w");
   ASSERT_NE(stream, nullptr);

@@ -92,7 +92,7 @@ TEST(NewTraceFile, BeginsWithHeadingsAndTheHeapAtStart) {
             "2\t1\tN\t0000000000000000\t0\t0\t0\tqkmem.cpp\t#\t135168\t135168\t0\t0\t0\t0");
 }
 
-TEST(NewTraceFile, OpenedLaterComparesTheHeapWithThatAtStart) {
+TEST(NewTraceFile, ComparesTheHeapWithStartUpIfOpenedLater) {
   const Scene scene("TRACE");
   set_heap(1000);
   qk_mem_init();
@@ -120,7 +120,7 @@ TEST(NewTraceFile, ShowsNoSizeForAHeapBelowZero) {
   EXPECT_EQ(opened.change, -16);
 }
 
-TEST_F(TraceFile, RowHasFifteenColumns) {
+TEST_F(TraceFile, HasFifteenColumns) {
   kit::handle_of(QK_MEM_DATA_HANDLE).amount = 4321;
   Qk_mem_seq = 77;
   set_heap(3000);
@@ -131,7 +131,7 @@ TEST_F(TraceFile, RowHasFifteenColumns) {
       "77\t2\tC\t0000000000001a2b\t5\t100\t4321\tapp.c\t42\t1500\t3000\t1500\t500\t2000\t1500\n");
 }
 
-TEST_F(TraceFile, RowsSumTheChangesAndCompareTheHeapWithTheRowBefore) {
+TEST_F(TraceFile, SumsTheChangesAndShowsTheHeapsGrowthPerRow) {
   Qk_mem_seq = 9;
   const struct {
     int heap;
@@ -154,7 +154,7 @@ TEST_F(TraceFile, RowsSumTheChangesAndCompareTheHeapWithTheRowBefore) {
   }
 }
 
-TEST_F(TraceFile, HandleSizeIsZeroWhereThereIsNoHandle) {
+TEST_F(TraceFile, ShowsHandleSizeZeroWithoutAHandle) {
   const kit::Pool pool;
   qk_mem_imalloc(pool, 64, 16, "app.c", 1);
   rows();
@@ -164,14 +164,14 @@ TEST_F(TraceFile, HandleSizeIsZeroWhereThereIsNoHandle) {
   }
 }
 
-TEST_F(TraceFile, AddressesHaveAsManyDigitsAsConfigured) {
+TEST_F(TraceFile, ShowsAsManyAddressDigitsAsConfigured) {
   Qk_mem_ptr_display_size = 12;
   Qk_mem_seq = 5;
   qk_mem_write_db(0, 'M', reinterpret_cast<void*>(0x1a2b), 0, 0, "a.c", 1, 0);
   EXPECT_EQ(rows(), "5\t0\tM\t000000001a2b\t0\t0\t0\ta.c\t1\t1000\t1000\t0\t0\t0\t0\n");
 }
 
-TEST_F(TraceFile, TakesTheWholeRangeOfItsNumbers) {
+TEST_F(TraceFile, ShowsTheWholeRangeOfItsNumbers) {
   Qk_mem_seq = 4294967295;
   qk_mem_write_db(0, 'M', reinterpret_cast<void*>(UINTPTR_MAX), 18446744073709551615U,
                   18446744073709551615U, "a.c", -2147483647, -1);
@@ -181,7 +181,7 @@ TEST_F(TraceFile, TakesTheWholeRangeOfItsNumbers) {
       "999\t1000\t1\t-1\t0\t1\n");
 }
 
-TEST_F(TraceFile, TypeIsWrittenAsItsByte) {
+TEST_F(TraceFile, ShowsTheTypeAsItsByte) {
   for (const int type : {0, 1, 2, 9, 10, 255}) {
     qk_mem_write_db(0, static_cast<unsigned char>(type), nullptr, 0, 0, "a.c", 1, 0);
     EXPECT_EQ(read_rows().rows.at(0).type, type);
@@ -193,7 +193,7 @@ TEST_F(TraceFile, ShowsTheFileWithoutItsFolders) {
   EXPECT_EQ(read_rows().rows.at(0).file, "app.c");
 }
 
-TEST_F(TraceFile, RowThatIsTooLongStillEndsWithANewline) {
+TEST_F(TraceFile, CutsALongRowAndKeepsItsNewline) {
   const std::string file(2000, 'f');
   qk_mem_write_db(0, 'M', nullptr, 0, 0, file.c_str(), 1, 0);
   const std::string row = rows();
@@ -201,13 +201,13 @@ TEST_F(TraceFile, RowThatIsTooLongStillEndsWithANewline) {
   EXPECT_EQ(row.substr(1020), "ff\n");
 }
 
-TEST_F(TraceFile, AsksForTheHeapOnceARow) {
+TEST_F(TraceFile, SamplesTheHeapOncePerRow) {
   set_heap(1000);
   qk_mem_write_db(0, 'M', nullptr, 0, 0, "a.c", 1, 0);
   EXPECT_EQ(kit::heap_probes(), 1);
 }
 
-TEST_F(TraceFile, MallocAndFreeBringTheTotalBack) {
+TEST_F(TraceFile, RestoresTheTotalAfterMallocAndFree) {
   const kit::Pool pool;
   qk_mem_imalloc(pool, 8, 16, "app.c", 1);
   void* memory = qk_mem_imalloc(pool, 100, 16, "app.c", 2);
@@ -247,7 +247,7 @@ TEST(TraceFileRow, IsNotWrittenWithoutAFile) {
   EXPECT_EQ(kit::heap_probes(), 0);
 }
 
-TEST(TraceFileRow, CountsFromTheTotalOfTheFileBefore) {
+TEST(TraceFileRow, ContinuesTheTotalOfThePreviousFile) {
   const Scene scene("TRACE");
   set_heap(1000);
   qk_mem_init();
@@ -260,7 +260,7 @@ TEST(TraceFileRow, CountsFromTheTotalOfTheFileBefore) {
   EXPECT_EQ(trace.rows.at(0).growth, 0);
 }
 
-TEST_F(TraceFile, RowsOfSeveralThreadsStayWholeAndInOrder) {
+TEST_F(TraceFile, KeepsRowsOfSeveralThreadsWholeAndInOrder) {
   std::vector<std::thread> threads;
   for (int i = 1; i <= 4; ++i) {
     threads.emplace_back([i] {

@@ -116,22 +116,22 @@ void make_and_destroy(const char* options) {
   require(Thing::alive == 0, "objects outlive their handle");
 }
 
-TEST(ObjectsWithEachRequestFailing, EndOnceOnAnOrdinaryHandle) {
+TEST(ObjectsUnderFailures, AreDestroyedOnceOnAnOrdinaryHandle) {
   const Scene scene;
   kit::expect_no_harm(50, [] { make_and_destroy(""); });
 }
 
-TEST(ObjectsWithEachRequestFailing, EndOnceOnASharedHandle) {
+TEST(ObjectsUnderFailures, AreDestroyedOnceOnASharedHandle) {
   const Scene scene;
   kit::expect_no_harm(50, [] { make_and_destroy("MULTITHREADED"); });
 }
 
-TEST(ObjectsWithEachRequestFailing, EndOnceOnABlockManagedHandle) {
+TEST(ObjectsUnderFailures, AreDestroyedOnceOnABlockManagedHandle) {
   const Scene scene;
   kit::expect_no_harm(50, [] { make_and_destroy("BLOCKMGMT BLOCKFREE"); });
 }
 
-TEST(ObjectsWithEachRequestFailing, EndOnceWhereTheirHandleRecordsNothingElse) {
+TEST(ObjectsUnderFailures, AreDestroyedOnceIfNothingElseIsRecorded) {
   const Scene scene;
   kit::expect_no_harm(50, [] { make_and_destroy("BLOCKMGMT MULTITHREADED"); });
 }
@@ -165,17 +165,17 @@ void fill_containers(const char* options) {
   program.expect_nothing_lost();
 }
 
-TEST(ContainersWithEachRequestFailing, KeepWhatTheyHoldOnAnOrdinaryHandle) {
+TEST(ContainersUnderFailures, KeepTheirElementsOnAnOrdinaryHandle) {
   const Scene scene;
   kit::expect_no_harm(20, [] { fill_containers("MULTITHREADED"); });
 }
 
-TEST(ContainersWithEachRequestFailing, KeepWhatTheyHoldInBlocks) {
+TEST(ContainersUnderFailures, KeepTheirElementsInBlocks) {
   const Scene scene;
   kit::expect_no_harm(8, [] { fill_containers("BLOCKMGMT"); });
 }
 
-TEST(ContainersWithEachRequestFailing, KeepWhatTheyHoldInBlocksThatTakePiecesBack) {
+TEST(ContainersUnderFailures, KeepTheirElementsUnderBlockfree) {
   const Scene scene;
   kit::expect_no_harm(8, [] { fill_containers("BLOCKMGMT BLOCKFREE BLOCKSIZE=256"); });
 }

@@ -38,18 +38,18 @@ void start_and_use() {
   program.expect_nothing_lost();
 }
 
-TEST(StartUpWithEachRequestFailing, LeavesAProgramThatRunsToItsEnd) {
+TEST(StartUpUnderFailures, LetsTheProgramRunToItsEnd) {
   const Scene scene;
   kit::expect_no_harm(8, start_and_use);
 }
 
-TEST(StartUpWithEachRequestFailing, LeavesReportsAfterEachEvent) {
+TEST(StartUpUnderFailures, DoesNoHarmWithAReportAfterEachEvent) {
   const Scene scene;
   kit::expect_no_harm({"SUMMARY CTRLBLKS LOG=STDOUT", "", "OPTIONS=HANDLES,MGMT"}, 8,
                       start_and_use);
 }
 
-TEST(StartUpWithEachRequestFailing, LeavesLogAndTraceFileUnderAnyName) {
+TEST(StartUpUnderFailures, DoesNoHarmWithLogAndTraceFile) {
   const Scene scene;
   kit::expect_no_harm({"DEBUG SUMMARY LOG=all.log APPEND FLUSH", "DB=rows.tdf FLUSH",
                        "OPTIONS=COMPARISON,GROWTH,TERSE"},
@@ -85,7 +85,7 @@ void leave_memory_on_autofree_handles() {
   if (!kHasThreads) kit::check_at_end(expect_recorded_memory_freed);
 }
 
-TEST(AutofreeHandlesWithEachRequestFailing, GiveBackAtTheEndWhatTheyRecorded) {
+TEST(AutofreeHandlesUnderFailures, FreeAtTheEndWhatTheyRecorded) {
   const Scene scene;
   kit::expect_no_harm(20, leave_memory_on_autofree_handles);
 }
@@ -107,7 +107,7 @@ void outgrow_table() {
   if (!kHasThreads) program.expect_nothing_lost();
 }
 
-TEST(TableOfHandlesWithEachRequestFailing, KeepsItsHandles) {
+TEST(HandleTableUnderFailures, KeepsItsHandles) {
   const Scene scene;
   kit::expect_no_harm(10, outgrow_table, make_handles);
 }
@@ -120,7 +120,7 @@ void start_thread_and_make_handles() {
   make_handles();
 }
 
-TEST(TableOfHandlesWithEachRequestFailing, KeepsItsHandlesInAProgramWithThreads) {
+TEST(HandleTableUnderFailures, KeepsItsHandlesInThreadedPrograms) {
   const Scene scene;
   kit::expect_no_harm(
       11,
@@ -156,7 +156,7 @@ void use_up_tags() {
   program.expect_nothing_lost();
 }
 
-TEST(TagsWithEachRequestFailing, LoseNothing) {
+TEST(TagsUnderFailures, LoseNothing) {
   const Scene scene;
   for (const kit::Failing failing : {kit::Failing::kOne, kit::Failing::kAllFrom}) {
     const kit::FailingRuns runs =
@@ -211,12 +211,12 @@ void use_and_report() {
   program.expect_nothing_lost();
 }
 
-TEST(ReportsWithEachRequestFailing, ArePrintedToTheEnd) {
+TEST(ReportsUnderFailures, LoseNothing) {
   const Scene scene;
   kit::expect_no_harm(10, use_and_report);
 }
 
-TEST(ReportsWithEachRequestFailing, FollowEachEventToTheEnd) {
+TEST(ReportsUnderFailures, LoseNothingAfterEachEvent) {
   const Scene scene;
   kit::expect_no_harm({"DEBUG CTRLBLKS", "DB", "OPTIONS=SUMMARY,MGMT,POINTERS,GROWTH"}, 10,
                       use_and_report);
@@ -245,7 +245,7 @@ void configure_in_every_way() {
   program.expect_nothing_lost();
 }
 
-TEST(ConfigurationWithEachRequestFailing, ChangesUnderMemoryThatIsInUse) {
+TEST(ConfigurationUnderFailures, CanChangeWhileMemoryIsInUse) {
   const Scene scene;
   for (const kit::Failing failing : {kit::Failing::kOne, kit::Failing::kAllFrom}) {
     const kit::FailingRuns runs =

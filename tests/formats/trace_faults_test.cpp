@@ -32,7 +32,7 @@ std::string fault_at_end(const std::string& row) { return fault_in(kHeadings + k
 
 std::string fault_of_headings(const std::string& line) { return fault_in(line + kWhole); }
 
-TEST(TraceFaults, CountLinesAsEditorsDoAlsoWhereTypesAreNewlines) {
+TEST(TraceFaults, CountLinesLikeEditorsEvenIfATypeIsANewline) {
   const Trace trace(kHeadings + "x\n" + kWhole + "x\n" + with(3, "\n") + "x\n" + with(3, "\t") +
                     "x\n");
   EXPECT_EQ(trace.rows.size(), 3U);
@@ -42,13 +42,13 @@ TEST(TraceFaults, CountLinesAsEditorsDoAlsoWhereTypesAreNewlines) {
                                   "line 9, column 1 (Sequence): the row ends here"}));
 }
 
-TEST(TraceFaults, TellABrokenRowOfANewlineTypeByTheLineThatItBeginsIn) {
+TEST(TraceFaults, NameTheFirstLineOfARowWithANewlineType) {
   EXPECT_EQ(Trace(kHeadings + "1\t2\t\n\tff\tx\t4\t5\ta.c\t6\t7\t8\t9\t10\t11\t12\nx\n").faults,
             (Faults{"line 2, column 5 (Num): not a number",
                     "line 4, column 1 (Sequence): the row ends here"}));
 }
 
-TEST(TraceFaults, TellWhichColumnIsNotANumber) {
+TEST(TraceFaults, NameTheColumnThatIsNotANumber) {
   const struct {
     int column;
     const char* message;
@@ -78,7 +78,7 @@ TEST(TraceFaults, TellWhichColumnIsNotANumber) {
   }
 }
 
-TEST(TraceFaults, AreSignsInColumnsThatHaveNone) {
+TEST(TraceFaults, IncludeSignsInUnsignedColumns) {
   EXPECT_EQ(fault_of(with(1, "-1")), "line 2, column 1 (Sequence): not a number");
   EXPECT_EQ(fault_of(with(4, "-1")), "line 2, column 4 (Address): not a number");
   EXPECT_EQ(fault_of(with(5, "-1")), "line 2, column 5 (Num): not a number");
@@ -86,7 +86,7 @@ TEST(TraceFaults, AreSignsInColumnsThatHaveNone) {
   EXPECT_EQ(fault_of(with(7, "-1")), "line 2, column 7 (Handle Size): not a number");
 }
 
-TEST(TraceFaults, TellWhichNumberIsOutOfRange) {
+TEST(TraceFaults, NameTheColumnWhoseNumberIsOutOfRange) {
   const struct {
     int column;
     const char* text;
@@ -113,13 +113,13 @@ TEST(TraceFaults, TellWhichNumberIsOutOfRange) {
   }
 }
 
-TEST(TraceFaults, TellThatTheTypeIsNotOneByte) {
+TEST(TraceFaults, IncludeATypeThatIsNotOneByte) {
   for (const char* text : {"", "MM", "calloc", "é"}) {
     EXPECT_EQ(fault_of(with(3, text)), "line 2, column 3 (Type): not one byte") << text;
   }
 }
 
-TEST(TraceFaults, TellInWhichColumnARowEnds) {
+TEST(TraceFaults, NameTheColumnInWhichARowEnds) {
   const struct {
     const char* row;
     const char* message;
@@ -147,7 +147,7 @@ TEST(TraceFaults, TellInWhichColumnARowEnds) {
   for (const auto& [row, message] : rows) EXPECT_EQ(fault_of(row), message) << row;
 }
 
-TEST(TraceFaults, TellInWhichColumnTheFileEnds) {
+TEST(TraceFaults, NameTheColumnInWhichTheFileEnds) {
   const struct {
     const char* row;
     const char* message;
@@ -176,18 +176,18 @@ TEST(TraceFaults, TellInWhichColumnTheFileEnds) {
   for (const auto& [row, message] : rows) EXPECT_EQ(fault_at_end(row), message) << row;
 }
 
-TEST(TraceFaults, TellOfMoreBehindTheLastColumn) {
+TEST(TraceFaults, IncludeTextAfterTheLastColumn) {
   for (const char* text : {"12\t", "12\t13", "\t", "x\ty"}) {
     EXPECT_EQ(fault_of(with(15, text)),
               "line 2, column 15 (Difference): more behind the last column");
   }
 }
 
-TEST(TraceFaults, TellTheFirstFlawOfARowOnly) {
+TEST(TraceFaults, NameOnlyTheFirstFaultOfARow) {
   EXPECT_EQ(fault_of("1\tx\tMM\tg\t3\t4\n"), "line 2, column 2 (Handle): not a number");
 }
 
-TEST(TraceFaults, AreHeadingsThatAreMissing) {
+TEST(TraceFaults, IncludeMissingHeadings) {
   EXPECT_EQ(Trace("").faults, Faults{"line 1, column 1 (Sequence): the file ends here"});
   EXPECT_EQ(fault_of_headings("\n"), "line 1, column 1 (Sequence): the row ends here");
   EXPECT_EQ(fault_of_headings(kWhole), "line 1, column 1 (Sequence): not this heading");
@@ -197,7 +197,7 @@ TEST(TraceFaults, AreHeadingsThatAreMissing) {
             Faults{"line 1, column 15 (Difference): the file ends here"});
 }
 
-TEST(TraceFaults, TellWhichHeadingIsAnother) {
+TEST(TraceFaults, NameTheColumnOfAWrongHeading) {
   const struct {
     const char* heading;
     const char* message;
@@ -227,7 +227,7 @@ TEST(TraceFaults, TellWhichHeadingIsAnother) {
             "line 1, column 15 (Difference): more behind the last column");
 }
 
-TEST(TraceFaults, AreCarriageReturns) {
+TEST(TraceFaults, IncludeCarriageReturns) {
   const auto ended = [](const std::string& line) {
     return line.substr(0, line.size() - 1) + "\r\n";
   };

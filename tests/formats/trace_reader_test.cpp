@@ -31,13 +31,13 @@ using trace_text::kWholeRow;
 using trace_text::with;
 using Faults = std::vector<std::string>;
 
-TEST(TraceReader, GivesAllFifteenColumnsOfARow) {
+TEST(TraceReader, ReadsAllFifteenColumnsOfARow) {
   const Trace trace(kHeadings + kWhole);
   EXPECT_EQ(trace.rows, std::vector{kWholeRow});
   EXPECT_EQ(trace.faults, Faults{});
 }
 
-TEST(TraceReader, GivesNoRowsWhereOnlyHeadingsAre) {
+TEST(TraceReader, FindsNoRowsIfThereAreOnlyHeadings) {
   const Trace trace(kHeadings);
   EXPECT_TRUE(trace.rows.empty());
   EXPECT_EQ(trace.faults, Faults{});
@@ -78,14 +78,14 @@ TEST(TraceReader, ReadsTheWholeRangeOfEachColumn) {
                                         .difference = INT64_MIN}));
 }
 
-TEST(TraceReader, ReadsAddressesOfAnyNumberOfDigitsAndNullWithoutAny) {
+TEST(TraceReader, ReadsAddressesOfAnyLengthAndNullWithoutDigits) {
   for (const char* text : {"ff", "0ff", "000000000000000000000000ff"}) {
     EXPECT_EQ(Trace(kHeadings + with(4, text)).rows, std::vector{kWholeRow}) << text;
   }
   EXPECT_EQ(Trace(kHeadings + with(4, "")).rows.at(0).address, TraceAddress{});
 }
 
-TEST(TraceReader, TakesFileNamesOfAnyBytesButTabAndNewline) {
+TEST(TraceReader, ReadsFileNamesOfAnyBytesButTabAndNewline) {
   for (const std::string& name : {""s, " a b "s, "\0\r\x7f\xff"s, std::string(5000, 'n')}) {
     const Trace trace(kHeadings + with(8, name));
     ASSERT_EQ(trace.faults, Faults{});
@@ -93,7 +93,7 @@ TEST(TraceReader, TakesFileNamesOfAnyBytesButTabAndNewline) {
   }
 }
 
-TEST(TraceReader, TakesAnyByteForAType) {
+TEST(TraceReader, ReadsAnyByteAsAType) {
   for (int type = 0; type < 256; ++type) {
     const Trace trace(kHeadings + with(3, std::string(1, static_cast<char>(type))) + kWhole);
     ASSERT_EQ(trace.faults, Faults{}) << type;
@@ -123,7 +123,7 @@ TEST(TraceReader, ReadsTheSameFromPiecesOfEverySize) {
   }
 }
 
-TEST(TraceReader, AnswersAsSoonAsARowIsComplete) {
+TEST(TraceReader, ReturnsARowAsSoonAsItIsComplete) {
   TraceReader reader;
   reader.feed("");
   EXPECT_EQ(reader.next(), TraceReader::Answer::kNeedsMore);
@@ -202,7 +202,7 @@ TEST(TraceReader, ReadsBackWhatWasWritten) {
   for (std::size_t i = 0; i < rows.size(); ++i) ASSERT_EQ(trace.rows[i], rows[i]) << i;
 }
 
-TEST(TraceReader, ReadsWhatTheLibraryWroteAlsoWhereAByteIsZero) {
+TEST(TraceReader, ReadsWhatTheLibraryWritesEvenAZeroByte) {
   const kit::Scene scene({"TRACE", "DB", ""});
   kit::set_heap(1000);
   const kit::Pool pool;

@@ -121,7 +121,7 @@ TEST(TraceRow, HasItsTypeAsTheByteItself) {
   EXPECT_EQ(written({.type = '\n'}).substr(0, 7), "0\t0\t\n\t0");
 }
 
-TEST(TraceRow, HasAddressesWithAtLeastAsManyDigitsAsAskedFor) {
+TEST(TraceRow, PadsAddressesToTheRequestedDigits) {
   const struct {
     std::uint64_t address;
     int digits;
@@ -139,7 +139,7 @@ TEST(TraceRow, HasAddressesWithAtLeastAsManyDigitsAsAskedFor) {
   }
 }
 
-TEST(TraceRow, ThatIsTooLongIsCutAndStillEndsWithANewline) {
+TEST(TraceRow, IsCutIfTooLongButKeepsItsNewline) {
   const std::string file(2000, 'f');
   const std::string row = written({.type = 'M', .file = file});
   EXPECT_EQ(row.size(), 1023U);

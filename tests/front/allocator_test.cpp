@@ -47,7 +47,7 @@ static_assert(std::is_nothrow_move_assignable_v<Vector<int>>);
 
 const std::string kLong(50, 'x');
 
-TEST(AllocatorOfAContainer, AllocatesOnItsHandleAtThePlaceOfTheContainersMaking) {
+TEST(AllocatorOfAContainer, AllocatesAtTheLocationOfTheContainer) {
   Scene scene(Environment{"DEBUG", "", ""});
   const qk::Handle pool;
   kit::make_arrays(pool.number());
@@ -112,14 +112,14 @@ TEST_F(Allocator, ServesSharedObjects) {
   EXPECT_GE(one_.size(), 400U) << "the weak pointer keeps the memory";
 }
 
-TEST_F(Allocator, CanBeMadeForANumber) {
+TEST_F(Allocator, CanBeCreatedFromAHandlesNumber) {
   Vector<int> numbers(qk::allocator<int>(one_.number()));
   numbers.resize(10);
   EXPECT_EQ(one_.size(), 40U);
   EXPECT_EQ(numbers.get_allocator().handle(), one_.number());
 }
 
-TEST_F(Allocator, IsEqualToOthersOfItsHandleWhateverTheyAreFor) {
+TEST_F(Allocator, IsEqualToOthersOfItsHandleForAnyType) {
   const qk::allocator<int> one(one_);
   const qk::allocator<char> same(one);
   const qk::allocator<int> other(two_);
@@ -130,7 +130,7 @@ TEST_F(Allocator, IsEqualToOthersOfItsHandleWhateverTheyAreFor) {
   EXPECT_TRUE(same != other);
 }
 
-TEST_F(Allocator, StaysOnTheHandleOfWhatIsCopied) {
+TEST_F(Allocator, KeepsTheSourcesHandleInACopy) {
   const Vector<int> source(10, 7, one_);
   const Vector<int> copy(source);  // NOLINT(performance-unnecessary-copy-initialization)
   EXPECT_EQ(one_.size(), 80U);
@@ -138,7 +138,7 @@ TEST_F(Allocator, StaysOnTheHandleOfWhatIsCopied) {
   EXPECT_EQ(two_.size(), 40U);
 }
 
-TEST_F(Allocator, StaysOnTheHandleOfWhatIsAssignedToByCopy) {
+TEST_F(Allocator, KeepsTheTargetsHandleOnCopyAssignment) {
   const Vector<int> source(10, 7, one_);
   Vector<int> result(two_);
   result = source;
@@ -147,7 +147,7 @@ TEST_F(Allocator, StaysOnTheHandleOfWhatIsAssignedToByCopy) {
   EXPECT_EQ(two_.size(), 40U);
 }
 
-TEST_F(Allocator, GoesWithTheMemoryThatIsMoved) {
+TEST_F(Allocator, MovesWithTheMemoryOnMoveAssignment) {
   Vector<Text> source(one_);
   source.emplace_back(kLong, qk::allocator<char>(one_));
   const std::size_t bytes = one_.size();
@@ -160,7 +160,7 @@ TEST_F(Allocator, GoesWithTheMemoryThatIsMoved) {
   EXPECT_EQ(two_.size(), 0U);
 }
 
-TEST_F(Allocator, GoesWithTheMemoryThatIsSwapped) {
+TEST_F(Allocator, MovesWithTheMemoryOnSwap) {
   std::list<int, qk::allocator<int>> ten(10, 1, one_);
   std::list<int, qk::allocator<int>> twenty(20, 2, two_);
   const std::size_t bytes = one_.size();
@@ -172,7 +172,7 @@ TEST_F(Allocator, GoesWithTheMemoryThatIsSwapped) {
   EXPECT_EQ(one_.size(), 0U);
 }
 
-TEST_F(Allocator, MovesElementsOneByOneToAnotherHandleWhereItIsAskedFor) {
+TEST_F(Allocator, CanMoveElementsOneByOneToAnotherHandle) {
   Vector<std::unique_ptr<int>> source(one_);
   source.push_back(std::make_unique<int>(42));
   const Vector<std::unique_ptr<int>> result(std::move(source), two_);
@@ -180,7 +180,7 @@ TEST_F(Allocator, MovesElementsOneByOneToAnotherHandleWhereItIsAskedFor) {
   EXPECT_EQ(two_.size(), 8U);
 }
 
-TEST_F(Allocator, ReachesElementsThroughAScopedOne) {
+TEST_F(Allocator, ReachesElementsIfItIsScoped) {
   std::vector<Text, std::scoped_allocator_adaptor<qk::allocator<Text>>> texts{
       qk::allocator<Text>(one_)};
   texts.emplace_back(kLong);
@@ -206,14 +206,14 @@ TEST_F(Allocator, HonoursTheAlignmentOfItsElements) {
   EXPECT_EQ(one_.size(), 0U);
 }
 
-TEST_F(Allocator, RefusesANumberOfElementsThatDoesNotFit) {
+TEST_F(Allocator, RefusesANumberOfElementsThatOverflows) {
   qk::allocator<int> allocator(one_);
   const volatile std::size_t too_many = std::numeric_limits<std::size_t>::max() / 4 + 1;
   EXPECT_THROW(static_cast<void>(allocator.allocate(too_many)), std::bad_array_new_length);
   EXPECT_EQ(one_.size(), 0U);
 }
 
-TEST_F(Allocator, ServesNoElements) {
+TEST_F(Allocator, AcceptsZeroElements) {
   qk::allocator<int> allocator(one_);
   allocator.deallocate(allocator.allocate(0), 0);
   EXPECT_EQ(one_.size(), 0U);

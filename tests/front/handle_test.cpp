@@ -37,7 +37,7 @@ class Handle : public ::testing::Test {
   Scene scene_{"DEBUG='not global'"};
 };
 
-TEST_F(Handle, IsCreatedAndDeletedAtThePlaceOfItsMaking) {
+TEST_F(Handle, IsLoggedWithTheLocationOfItsConstruction) {
   std::string made;
   {
     const qk::Handle pool("AUTOFREE", "ab");
@@ -61,7 +61,7 @@ TEST_F(Handle, IsAPlainDataHandleWithoutOptions) {
   EXPECT_TRUE(pool);
 }
 
-TEST_F(Handle, IsEmptyWhereNoneCanBeCreated) {
+TEST_F(Handle, IsEmptyIfItCannotBeCreated) {
   {
     const qk::Handle pool("NONSENSE");
     EXPECT_FALSE(pool);
@@ -81,7 +81,7 @@ TEST_F(Handle, CanBeMoved) {
   EXPECT_TRUE(exists(number));
 }
 
-TEST_F(Handle, IsDeletedByTheOneThatItWasMovedTo) {
+TEST_F(Handle, IsDeletedByTheObjectThatItWasMovedTo) {
   int number = 0;
   {
     std::vector<qk::Handle> pools;
@@ -93,7 +93,7 @@ TEST_F(Handle, IsDeletedByTheOneThatItWasMovedTo) {
   EXPECT_EQ(Qk_mem_num_handles, 2);
 }
 
-TEST_F(Handle, DeletesWhatItHeldWhenAnotherIsMovedIn) {
+TEST_F(Handle, DeletesItsOldHandleOnMoveAssignment) {
   qk::Handle first;
   qk::Handle second;
   const int number = first.number();
@@ -104,7 +104,7 @@ TEST_F(Handle, DeletesWhatItHeldWhenAnotherIsMovedIn) {
   EXPECT_FALSE(second);  // NOLINT(bugprone-use-after-move): it is empty
 }
 
-TEST_F(Handle, StaysWhatItIsWhenItIsMovedToItself) {
+TEST_F(Handle, SurvivesAMoveToItself) {
   qk::Handle pool;
   const int number = pool.number();
   qk::Handle& same = pool;
@@ -113,7 +113,7 @@ TEST_F(Handle, StaysWhatItIsWhenItIsMovedToItself) {
   EXPECT_TRUE(exists(number));
 }
 
-TEST_F(Handle, CanBeGivenUp) {
+TEST_F(Handle, CanBeReleased) {
   int number = 0;
   {
     qk::Handle pool;
@@ -124,14 +124,14 @@ TEST_F(Handle, CanBeGivenUp) {
   EXPECT_EQ(qk_mem_del_handle(number), 0);
 }
 
-TEST_F(Handle, KnowsItsSize) {
+TEST_F(Handle, ReturnsItsSize) {
   const qk::Handle pool;
   EXPECT_EQ(pool.size(), 0U);
   qk_mem_malloc(pool.number(), 100);
   EXPECT_EQ(pool.size(), 100U);
 }
 
-TEST_F(Handle, CanBeClearedWhereItIsBlockManaged) {
+TEST_F(Handle, CanBeClearedIfItIsBlockManaged) {
   qk::Handle arena("BLOCKMGMT BLOCKSIZE=64");
   const std::string made = line_above();
   qk_mem_malloc(arena.number(), 50);
@@ -142,7 +142,7 @@ TEST_F(Handle, CanBeClearedWhereItIsBlockManaged) {
   EXPECT_EQ(arena.size(), 96U);
 }
 
-TEST_F(Handle, CannotBeClearedElsewhere) {
+TEST_F(Handle, CannotBeClearedUnlessItIsBlockManaged) {
   qk::Handle pool;
   scene_.skip_log();
   EXPECT_EQ(pool.clear(), 5566);
@@ -152,7 +152,7 @@ TEST_F(Handle, CannotBeClearedElsewhere) {
                 location + "\n");
 }
 
-TEST(EmptyHandle, AnswersAsANumberWithoutAHandle) {
+TEST(EmptyHandle, IsTreatedAsAnInvalidHandle) {
   Scene scene("DEBUG");
   qk::Handle pool("NONSENSE");
   scene.skip_log();
@@ -170,7 +170,7 @@ std::string seen(qk::On on, Args&&...) {
          std::to_string(on.line());
 }
 
-TEST(On, IsAHandleOrItsNumberAtTheCallersPlace) {
+TEST(On, HoldsAHandlesNumberAndTheCallersLocation) {
   Scene scene("");
   const qk::Handle pool;
   const std::string by_handle = seen(pool);

@@ -64,7 +64,7 @@ class Make : public ::testing::Test {
   qk::Handle pool_{"", "AB"};
 };
 
-TEST_F(Make, RegistersAnObjectAndDestroyTakesItOut) {
+TEST_F(Make, RegistersAnObjectThatDestroyDeregisters) {
   int* const number = qk::make<int>(pool_, 42);
   const std::string made = line_above();
   EXPECT_EQ(*number, 42);
@@ -99,7 +99,7 @@ TEST_F(Make, RegistersAnArrayWithItsBytes) {
   EXPECT_EQ(pool_.size(), 0U);
 }
 
-TEST_F(Make, TakesTheNumberOfAHandle) {
+TEST_F(Make, AcceptsAHandlesNumber) {
   int* const number = qk::make<int>(pool_.number(), 42);
   EXPECT_EQ(held(), "1 for 4");
   qk::destroy(pool_.number(), number);
@@ -197,13 +197,13 @@ TEST_F(Make, LeavesNothingWhenMemoryRunsOut) {
   EXPECT_EQ(held(), "0 for 0");
 }
 
-TEST_F(Make, RefusesAnArrayWhoseSizeDoesNotFit) {
+TEST_F(Make, RefusesAnArrayWhoseSizeOverflows) {
   const volatile std::size_t too_many = std::numeric_limits<std::size_t>::max() / 2;
   EXPECT_THROW(static_cast<void>(qk::make_array<Point>(pool_, too_many)), std::bad_alloc);
   EXPECT_EQ(held(), "0 for 0");
 }
 
-TEST_F(Make, ChecksTheTypeThatIsGivenBack) {
+TEST_F(Make, WarnsIfDestroyGetsAnotherType) {
   int* const number = qk::make<int>(pool_, 42);
   const std::string made = line_above();
   skip_all();

@@ -39,7 +39,7 @@ class MemoryResource : public ::testing::Test {
   qk::Handle pool_;
 };
 
-TEST_F(MemoryResource, AllocatesOnItsHandleAtThePlaceOfItsMaking) {
+TEST_F(MemoryResource, AllocatesAtTheLocationOfItsConstruction) {
   qk::memory_resource resource(pool_);
   const std::string made = line_above();
   EXPECT_EQ(resource.handle(), 3);
@@ -52,7 +52,7 @@ TEST_F(MemoryResource, AllocatesOnItsHandleAtThePlaceOfItsMaking) {
   EXPECT_EQ(pool_.size(), 0U);
 }
 
-TEST_F(MemoryResource, ServesNoBytesAsOne) {
+TEST_F(MemoryResource, AllocatesOneByteForNone) {
   qk::memory_resource resource(pool_);
   void* const memory = resource.allocate(0);
   EXPECT_NE(memory, nullptr);
@@ -77,7 +77,7 @@ TEST_F(MemoryResource, HonoursEveryAlignment) {
   EXPECT_EQ(scene_.log().find("WARNING"), std::string::npos);
 }
 
-TEST_F(MemoryResource, ThrowsWhereMemoryRunsOut) {
+TEST_F(MemoryResource, ThrowsIfMemoryRunsOut) {
   qk::memory_resource resource(pool_);
   for (const std::size_t alignment : {8U, 64U}) {
     kit::fail_request(1);
@@ -87,7 +87,7 @@ TEST_F(MemoryResource, ThrowsWhereMemoryRunsOut) {
   EXPECT_EQ(pool_.size(), 0U);
 }
 
-TEST_F(MemoryResource, ThrowsWhereTheSizeDoesNotFit) {
+TEST_F(MemoryResource, ThrowsIfTheSizeOverflows) {
   qk::memory_resource resource(pool_);
   const volatile std::size_t huge = std::numeric_limits<std::size_t>::max();
   for (const std::size_t alignment : {8U, 64U}) {
@@ -97,7 +97,7 @@ TEST_F(MemoryResource, ThrowsWhereTheSizeDoesNotFit) {
   EXPECT_EQ(pool_.size(), 0U);
 }
 
-TEST_F(MemoryResource, ThrowsWhereThereIsNoHandle) {
+TEST_F(MemoryResource, ThrowsIfTheHandleIsInvalid) {
   qk::memory_resource resource(99);
   EXPECT_THROW(static_cast<void>(resource.allocate(100)), std::bad_alloc);
   EXPECT_EQ(qk_mem_error(), 5566);
@@ -115,7 +115,7 @@ TEST_F(MemoryResource, IsEqualToOthersOfItsHandle) {
   EXPECT_FALSE(*std::pmr::new_delete_resource() == one);
 }
 
-TEST_F(MemoryResource, TakesBackWhatAnEqualOneGave) {
+TEST_F(MemoryResource, FreesMemoryOfAnEqualResource) {
   qk::memory_resource one(pool_);
   qk::memory_resource same(pool_);
   same.deallocate(one.allocate(100, 64), 100, 64);
@@ -123,7 +123,7 @@ TEST_F(MemoryResource, TakesBackWhatAnEqualOneGave) {
   EXPECT_EQ(pool_.size(), 0U);
 }
 
-TEST_F(MemoryResource, WarnsOfMemoryThatItNeverGave) {
+TEST_F(MemoryResource, WarnsOfMemoryThatItNeverAllocated) {
   qk::memory_resource resource(pool_);
   const std::string made = line_above();
   resource.deallocate(std::malloc(10), 10);
@@ -131,7 +131,7 @@ TEST_F(MemoryResource, WarnsOfMemoryThatItNeverGave) {
   EXPECT_EQ(scene_.log("qk_mem_ifree"), warning + warning);
 }
 
-TEST_F(MemoryResource, GivesNothingBackAfterTheEndOfItsHandle) {
+TEST_F(MemoryResource, FreesNothingAfterItsHandleIsDeleted) {
   auto* const handle = new qk::Handle;
   qk::memory_resource resource(*handle);
   void* const memory = resource.allocate(100);
@@ -157,7 +157,7 @@ TEST_F(MemoryResource, CanBeTheDefaultAndFeedOtherResources) {
   EXPECT_EQ(scene_.log().find("WARNING"), std::string::npos);
 }
 
-TEST(MemoryResourceOnTheDataHandle, ServesWithoutAccountsWhileNothingIsConfigured) {
+TEST(MemoryResourceOnTheDataHandle, RecordsNothingUnlessConfigured) {
   Scene scene("");
   qk::memory_resource resource(QK_MEM_DATA_HANDLE);
   for (const std::size_t alignment : {8U, 64U}) {
@@ -169,7 +169,7 @@ TEST(MemoryResourceOnTheDataHandle, ServesWithoutAccountsWhileNothingIsConfigure
   EXPECT_EQ(qk_mem_error(), 0);
 }
 
-TEST(Arena, CutsPiecesAndTakesThemBackWhenItIsCleared) {
+TEST(Arena, CutsPiecesAndFreesThemWhenItIsCleared) {
   Scene scene("EXCEPTIONS");
   qk::Handle arena("BLOCKMGMT BLOCKSIZE=1024");
   qk::memory_resource resource(arena);
@@ -201,7 +201,7 @@ TEST(Arena, HonoursEveryAlignment) {
   EXPECT_EQ(scene.log(), "");
 }
 
-TEST(Arena, GivesPiecesBackUnderBlockfree) {
+TEST(Arena, FreesPiecesUnderBlockfree) {
   Scene scene("EXCEPTIONS");
   qk::Handle arena("BLOCKMGMT BLOCKFREE BLOCKSIZE=1024");
   scene.skip_log();

@@ -43,7 +43,7 @@ void configure(const char* debug) {
   ASSERT_EQ(qk_mem_debug_config(debug, &status), 0);
 }
 
-TEST(EndOfAHandle, DestroysItsObjectsOnceInTheOrderOfTheirRecords) {
+TEST(DeletingAHandle, DestroysItsObjectsOnceInRecordOrder) {
   kit::align_requests();
   Scene scene("EXCEPTIONS");
   {
@@ -61,7 +61,7 @@ TEST(EndOfAHandle, DestroysItsObjectsOnceInTheOrderOfTheirRecords) {
   EXPECT_EQ(scene.log(), "");
 }
 
-TEST(EndOfAHandle, TakesAFreedSlotsPlaceInTheOrder) {
+TEST(DeletingAHandle, DestroysAnObjectInAReusedSlotFirst) {
   kit::align_requests();
   Scene scene("");
   qk::Handle pool;
@@ -74,7 +74,7 @@ TEST(EndOfAHandle, TakesAFreedSlotsPlaceInTheOrder) {
   EXPECT_EQ(Part::ends, "third second ") << "records take the first free slot";
 }
 
-TEST(EndOfAHandle, DestroysArraysToo) {
+TEST(DeletingAHandle, DestroysArraysToo) {
   Scene scene("EXCEPTIONS");
   {
     const qk::Handle pool;
@@ -88,7 +88,7 @@ TEST(EndOfAHandle, DestroysArraysToo) {
   EXPECT_EQ(scene.log(), "");
 }
 
-TEST(EndOfAHandle, DestroysManyObjectsOnce) {
+TEST(DeletingAHandle, DestroysManyObjectsOnce) {
   Scene scene("");
   {
     const qk::Handle pool("MULTITHREADED");
@@ -99,7 +99,7 @@ TEST(EndOfAHandle, DestroysManyObjectsOnce) {
   EXPECT_EQ(Part::ends.size(), 20000U);
 }
 
-TEST(ClearOfAHandle, DestroysItsObjects) {
+TEST(ClearingAHandle, DestroysItsObjects) {
   Scene scene("EXCEPTIONS");
   qk::Handle arena("BLOCKMGMT");
   static_cast<void>(qk::make<Part>(arena));
@@ -111,7 +111,7 @@ TEST(ClearOfAHandle, DestroysItsObjects) {
   EXPECT_EQ(Part::alive, 0);
 }
 
-TEST(BlockManagedHandle, TakesObjectsWhetherItRecordsPiecesOrNot) {
+TEST(BlockManagedHandle, HoldsObjectsWithAndWithoutBlockfree) {
   for (const char* options : {"BLOCKMGMT", "BLOCKMGMT BLOCKFREE"}) {
     Scene scene("EXCEPTIONS");
     const qk::Handle arena(options);
@@ -124,7 +124,7 @@ TEST(BlockManagedHandle, TakesObjectsWhetherItRecordsPiecesOrNot) {
   }
 }
 
-TEST(DataHandle, MakesAndDestroysWithoutAccountsWhileNothingIsConfigured) {
+TEST(DataHandle, HoldsObjectsUnrecordedUnlessConfigured) {
   Scene scene("");
   Part* const part = qk::make<Part>(QK_MEM_DATA_HANDLE);
   Part* const parts = qk::make_array<Part>(QK_MEM_DATA_HANDLE, 2);
@@ -136,7 +136,7 @@ TEST(DataHandle, MakesAndDestroysWithoutAccountsWhileNothingIsConfigured) {
   EXPECT_EQ(qk_mem_error(), 0);
 }
 
-TEST(DataHandle, AccountsWhereAnythingIsConfigured) {
+TEST(DataHandle, RecordsObjectsOnceAnythingIsConfigured) {
   Scene scene("EXCEPTIONS");
   Part* const part = qk::make<Part>(QK_MEM_DATA_HANDLE);
   EXPECT_EQ(kit::data_of(QK_MEM_DATA_HANDLE), "1 for " + std::to_string(sizeof(Part)));
@@ -145,7 +145,7 @@ TEST(DataHandle, AccountsWhereAnythingIsConfigured) {
   EXPECT_EQ(Part::alive, 0);
 }
 
-TEST(DataHandle, DestroysWhatWasMadeUnderAnotherConfiguration) {
+TEST(DataHandle, DestroysObjectsMadeUnderAnotherConfiguration) {
   Scene scene("");
   Part* const unrecorded = qk::make<Part>(QK_MEM_DATA_HANDLE);
   configure("EXCEPTIONS");
@@ -158,7 +158,7 @@ TEST(DataHandle, DestroysWhatWasMadeUnderAnotherConfiguration) {
   EXPECT_EQ(Part::alive, 0);
 }
 
-TEST(NoHandle, MakesAndDestroysAllTheSame) {
+TEST(EmptyHandle, LetsObjectsBeMadeAndDestroyed) {
   Scene scene("");
   const qk::Handle empty("NONSENSE");
   Part* const part = qk::make<Part>(empty);
@@ -168,7 +168,7 @@ TEST(NoHandle, MakesAndDestroysAllTheSame) {
   EXPECT_EQ(Part::alive, 0);
 }
 
-TEST(HandleWithoutRoom, LeavesTheObjectToItsMaker) {
+TEST(HandleWithoutRoom, LeavesTheObjectToTheProgram) {
   Scene scene("EXCEPTIONS");
   Part* part = nullptr;
   {
@@ -187,7 +187,7 @@ TEST(HandleWithoutRoom, LeavesTheObjectToItsMaker) {
   delete part;
 }
 
-TEST(HandleWithoutRoom, StillWarnsWhereTheObjectIsGivenBack) {
+TEST(HandleWithoutRoom, WarnsWhenTheObjectIsDestroyed) {
   Scene scene("EXCEPTIONS");
   const qk::Handle pool;
   kit::fill_arrays(pool.number());
@@ -205,7 +205,7 @@ TEST(HandleWithoutRoom, StillWarnsWhereTheObjectIsGivenBack) {
 /** Is recorded in array 0 of its handle, and its tracker in array 1. */
 struct alignas(128) LargePart : Part {};
 
-TEST(HandleWithoutRoom, OwnsAnObjectOfWhichItLacksTheTrackersRecord) {
+TEST(HandleWithoutRoom, OwnsAnObjectEvenWithoutItsTrackersRecord) {
   kit::align_requests();
   Scene scene("EXCEPTIONS");
   {
@@ -223,7 +223,7 @@ TEST(HandleWithoutRoom, OwnsAnObjectOfWhichItLacksTheTrackersRecord) {
   EXPECT_EQ(Part::alive, 0);
 }
 
-TEST(AnotherHandle, DestroysWithAWarningAndKeepsNoRecord) {
+TEST(AnotherHandle, DestroysAnObjectButLeavesItsRecord) {
   Scene scene("EXCEPTIONS");
   const qk::Handle pool;
   const qk::Handle other;

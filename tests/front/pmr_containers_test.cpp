@@ -17,7 +17,7 @@ namespace {
 
 using kit::Scene;
 
-TEST(EveryPmrContainer, LivesOnAHandleAndLeavesNothing) {
+TEST(EveryPmrContainer, WorksOnAHandleAndLeavesNothing) {
   Scene scene("EXCEPTIONS");
   const qk::Handle pool("MULTITHREADED");
   scene.skip_log();
@@ -29,7 +29,7 @@ TEST(EveryPmrContainer, LivesOnAHandleAndLeavesNothing) {
   EXPECT_EQ(scene.log(), "");
 }
 
-TEST(EveryPmrContainer, LivesInAnArenaUntilItIsCleared) {
+TEST(EveryPmrContainer, WorksInAnArenaThatIsClearedAfterwards) {
   Scene scene("EXCEPTIONS");
   qk::Handle arena("BLOCKMGMT BLOCKSIZE=4096");
   scene.skip_log();
@@ -41,7 +41,7 @@ TEST(EveryPmrContainer, LivesInAnArenaUntilItIsCleared) {
   EXPECT_EQ(scene.log(), "");
 }
 
-TEST(EveryPmrContainer, LivesInBlocksThatTakePiecesBack) {
+TEST(EveryPmrContainer, WorksInBlocksUnderBlockfree) {
   Scene scene("EXCEPTIONS");
   const qk::Handle arena("BLOCKMGMT BLOCKFREE");
   scene.skip_log();
@@ -61,14 +61,14 @@ class MovedContainer : public ::testing::Test {
   qk::memory_resource on_two_{two_};
 };
 
-TEST_F(MovedContainer, TakesItsHandleAlongWhenAnotherIsMadeOfIt) {
+TEST_F(MovedContainer, KeepsItsHandleOnMoveConstruction) {
   std::pmr::vector<int> source(100, 7, &on_one_);
   const std::pmr::vector<int> result(std::move(source));
   EXPECT_EQ(one_.size(), 400U);
   EXPECT_EQ(result.get_allocator().resource(), &on_one_);
 }
 
-TEST_F(MovedContainer, IsCopiedToTheHandleOfTheOneThatItIsAssignedTo) {
+TEST_F(MovedContainer, IsCopiedToTheTargetsHandleOnMoveAssignment) {
   std::pmr::vector<std::pmr::string> source(&on_one_);
   source.emplace_back("a text that is too long to stand in the string itself");
   std::pmr::vector<std::pmr::string> result(&on_two_);
@@ -81,7 +81,7 @@ TEST_F(MovedContainer, IsCopiedToTheHandleOfTheOneThatItIsAssignedTo) {
   EXPECT_EQ(one_.size(), 0U);
 }
 
-TEST_F(MovedContainer, KeepsItsMemoryWhereBothHaveTheSameHandle) {
+TEST_F(MovedContainer, KeepsItsMemoryIfBothHaveTheSameHandle) {
   qk::memory_resource also_on_one(one_);
   std::pmr::vector<int> source(100, 7, &on_one_);
   const int* const first = source.data();
@@ -91,7 +91,7 @@ TEST_F(MovedContainer, KeepsItsMemoryWhereBothHaveTheSameHandle) {
   EXPECT_EQ(one_.size(), 400U);
 }
 
-TEST_F(MovedContainer, GoesFromAnOrdinaryHandleToAnArenaAndBack) {
+TEST_F(MovedContainer, CanMoveToAnArenaAndBack) {
   const qk::Handle arena("BLOCKMGMT");
   qk::memory_resource in_arena(arena);
   std::pmr::map<std::pmr::string, std::pmr::vector<int>> source(&on_one_);
@@ -108,7 +108,7 @@ TEST_F(MovedContainer, GoesFromAnOrdinaryHandleToAnArenaAndBack) {
   EXPECT_GT(one_.size(), 50U * 80);
 }
 
-TEST_F(MovedContainer, GivesAnAdaptorItsHandle) {
+TEST_F(MovedContainer, LetsAnAdaptorUseItsHandle) {
   std::stack<int, std::pmr::vector<int>> stack(&on_one_);
   std::queue<int, std::pmr::deque<int>> queue(&on_two_);
   std::priority_queue<int, std::pmr::vector<int>> order(&on_two_);

@@ -129,7 +129,7 @@ TEST_F(TrackedTypes, CanBeOverAlignedInArrays) {
   EXPECT_EQ(history(), "well well well gone gone gone ");
 }
 
-TEST_F(TrackedTypes, CanBeOverAlignedWhereTheHandleDestroysThem) {
+TEST_F(TrackedTypes, CanBeOverAlignedIfTheHandleDestroysThem) {
   static_cast<void>(qk::make<Aligned<256>>(pool_));
   static_cast<void>(qk::make_array<Aligned<256>>(pool_, 2));
   pool_ = qk::Handle();
@@ -188,7 +188,7 @@ TEST(Tracker, DestroysItsArrayFromItsEnd) {
   EXPECT_EQ(history(), "2 1 0 ");
 }
 
-TEST(Tracker, DestroysNothingWhereItsAddressIsNull) {
+TEST(Tracker, DestroysNothingIfItsAddressIsNull) {
   { const qk::Tracker<Circle> tracker; }
   Circle circle;
   {
@@ -198,7 +198,7 @@ TEST(Tracker, DestroysNothingWhereItsAddressIsNull) {
   EXPECT_EQ(history(), "");
 }
 
-TEST(Tracker, KnowsItsLike) {
+TEST(Tracker, RecognizesTrackersOfItsType) {
   const qk::Tracker<int> one;
   const qk::Tracker<int> other;
   const qk::Tracker<int[]> array;

@@ -67,7 +67,7 @@ class Unique : public ::testing::Test {
   qk::Handle pool_;
 };
 
-TEST_F(Unique, EndsWithItsScopeAndShowsThePlaceOfItsMaking) {
+TEST_F(Unique, EndsWithItsScopeAndLogsWhereItWasMade) {
   std::string made;
   {
     const auto part = qk::make_unique<Part>(pool_, "one");
@@ -110,7 +110,7 @@ TEST_F(Unique, CanBeMovedAndReplaced) {
   EXPECT_EQ(scene_.log().find("WARNING"), std::string::npos);
 }
 
-TEST_F(Unique, CanBecomeOneOfABase) {
+TEST_F(Unique, CanConvertToABase) {
   {
     std::vector<qk::unique<Part>> parts;
     parts.push_back(qk::make_unique<Wheel>(pool_));
@@ -122,7 +122,7 @@ TEST_F(Unique, CanBecomeOneOfABase) {
   EXPECT_EQ(pool_.size(), 0U);
 }
 
-TEST_F(Unique, CanBecomeAShared) {
+TEST_F(Unique, CanConvertToASharedPointer) {
   std::shared_ptr<Part> shared = qk::make_unique<Wheel>(pool_);
   const std::shared_ptr<Part> other = shared;
   shared.reset();
@@ -130,7 +130,7 @@ TEST_F(Unique, CanBecomeAShared) {
   EXPECT_EQ(pool_.size(), sizeof(Wheel));
 }
 
-TEST_F(Unique, CanGiveUpAndTakeOver) {
+TEST_F(Unique, CanReleaseAndAdoptAnObject) {
   auto part = qk::make_unique<Part>(pool_, "one");
   const qk::unique<Part> again(part.release(), qk::Deleter<Part>(pool_));
   part = qk::unique<Part>(qk::make<Part>(pool_, "two"), qk::Deleter<Part>(pool_));
@@ -158,7 +158,7 @@ TEST_F(Unique, LeavesNothingWhenItsConstructorThrows) {
   EXPECT_EQ(pool_.size(), 0U);
 }
 
-TEST_F(Unique, EndsWithoutAWarningWhereTheHandleHadNoRoom) {
+TEST_F(Unique, EndsWithoutAWarningIfItWasNeverRecorded) {
   kit::fill_arrays(pool_.number());
   scene_.skip_log();
   {
@@ -200,7 +200,7 @@ Shell::Shell(Shell&&) noexcept = default;
 Shell::~Shell() = default;
 int Shell::value() const { return hidden_->value; }
 
-TEST(UniqueOnTheDataHandle, EndsWithoutAWarningAlsoWhenItIsConfiguredLater) {
+TEST(UniqueOnTheDataHandle, EndsSilentlyEvenIfConfiguredLater) {
   Scene scene("");
   {
     const auto part = qk::make_unique<Part>(QK_MEM_DATA_HANDLE, "one");

@@ -53,7 +53,7 @@ constexpr Refusal kRefusals[] = {
      "   qk_mem_inew_handle: ERROR: tag length too long: 10 vs 2\n"},
 };
 
-TEST(RefusedHandle, LeavesACodeAndTheNumberFree) {
+TEST(RefusedHandle, SetsACodeAndLeavesTheNumberFree) {
   Scene scene("");
   for (const Refusal& refusal : kRefusals) {
     Qk_mem_error = 0;
@@ -65,7 +65,7 @@ TEST(RefusedHandle, LeavesACodeAndTheNumberFree) {
   EXPECT_EQ(create(""), 3);
 }
 
-TEST(RefusedHandle, IsNamedWithItsReasonUnderExceptions) {
+TEST(RefusedHandle, IsLoggedWithItsReasonUnderExceptions) {
   Scene scene("EXCEPTIONS");
   start(scene);
   for (const Refusal& refusal : kRefusals) {
@@ -75,7 +75,7 @@ TEST(RefusedHandle, IsNamedWithItsReasonUnderExceptions) {
   }
 }
 
-TEST(RefusedHandle, ShowsNoPlaceOfCreationWhenItIsDeleted) {
+TEST(RefusedHandle, ShowsNoCreationLocationWhenItIsDeleted) {
   Scene scene(Environment{"DEBUG", "HEAPSIZE DB", ""});
   start(scene);
   create("BAD");
@@ -111,7 +111,7 @@ TEST(RefusedHandle, FollowsTheSwitchesOfCreation) {
   EXPECT_EQ(scene.log(), "   qk_mem_inew_handle: ERROR: invalid options passed: 10041 BAD\n");
 }
 
-TEST(RefusedHandle, HasOptionsOfMoreThan256Characters) {
+TEST(RefusedHandle, ResultsFromOptionsOfMoreThan256Characters) {
   Scene scene("EXCEPTIONS");
   start(scene);
   const std::string options = std::string(249, ' ') + "OVERHEAD";
@@ -120,7 +120,7 @@ TEST(RefusedHandle, HasOptionsOfMoreThan256Characters) {
   EXPECT_EQ(scene.log().rfind("   qk_mem_inew_handle: ERROR: invalid options passed: ", 0), 0U);
 }
 
-TEST(RefusedHandle, NeedsThe33rdTag) {
+TEST(RefusedHandle, ResultsFromThe33rdTag) {
   Scene scene("DEBUG");
   use_up_tags();
   const int next = create("");
@@ -148,7 +148,7 @@ TEST(FullTagTable, IsReportedUnderTheGlobalSwitches) {
   EXPECT_EQ(scene.log(), "");
 }
 
-TEST(HandleWithoutMemory, LeavesTheCountRaised) {
+TEST(HandleWithoutMemory, LeavesTheHandleCountRaised) {
   Scene scene(Environment{"DEBUG", "DB", ""});
   start(scene);
   kit::fail_request(1);
@@ -163,7 +163,7 @@ TEST(HandleWithoutMemory, LeavesTheCountRaised) {
   EXPECT_EQ(Qk_mem_num_handles, 4);
 }
 
-TEST(HandleWithoutMutex, IsDeleted) {
+TEST(HandleWithoutMutex, IsDeletedAgain) {
   Scene scene(Environment{"DEBUG", "DB", ""});
   start(scene);
   kit::fail_request(2);
@@ -190,7 +190,7 @@ TEST(HandleWithoutMemory, IsReportedUnderExceptions) {
             "   qk_mem_inew_handle: ERROR: new of mtx failed: 12 Cannot allocate memory\n");
 }
 
-TEST(HandleWithoutPointerArray, IsMadeAllTheSame) {
+TEST(HandleWithoutPointerArray, IsCreatedNevertheless) {
   Scene scene("EXCEPTIONS");
   start(scene);
   kit::fail_request(2);
@@ -204,7 +204,7 @@ TEST(HandleWithoutPointerArray, IsMadeAllTheSame) {
   EXPECT_EQ(qk_mem_error(), 5012);
 }
 
-TEST(FailedCreation, LetsGoOfTheRegistrysLock) {
+TEST(FailedCreation, ReleasesTheRegistrysLock) {
   Scene scene("");
   qk_mem_init();
   create("BAD");
@@ -217,7 +217,7 @@ TEST(FailedCreation, LetsGoOfTheRegistrysLock) {
   EXPECT_FALSE(Qk_mem_mtx.held());
 }
 
-TEST(Creation, LeavesTheErrorOfAnEarlierFailure) {
+TEST(SuccessfulCreation, KeepsTheErrorOfAnEarlierFailure) {
   Scene scene("");
   create("BAD");
   EXPECT_EQ(create("OVERHEAD"), 3);

@@ -48,7 +48,7 @@ TEST(NewHandle, GetsTheLowestFreeNumber) {
   EXPECT_EQ(create(""), 8);
 }
 
-TEST(NewHandle, CountsItself) {
+TEST(NewHandle, RaisesTheNumberOfHandles) {
   Scene scene("");
   qk_mem_init();
   EXPECT_EQ(Qk_mem_num_handles, 2);
@@ -84,7 +84,7 @@ TEST(NewHandle, IsAPlainDataHandleWithoutOptions) {
   }
 }
 
-TEST(NewHandle, UnderstandsItsOptions) {
+TEST(NewHandle, AppliesItsOptions) {
   Scene scene("");
   struct {
     const char* options;
@@ -120,7 +120,7 @@ TEST(NewHandle, UnderstandsItsOptions) {
   }
 }
 
-TEST(NewHandle, TakesOptionsOf256Characters) {
+TEST(NewHandle, AcceptsOptionsOf256Characters) {
   Scene scene("");
   const std::string options = std::string(248, ' ') + "OVERHEAD";
   EXPECT_EQ(handle_of(create(options.c_str())).type, 'O');
@@ -167,7 +167,7 @@ std::string tracking_under(const char* debug) {
       .out;
 }
 
-TEST(NewHandle, DecidesWhatItRecordsByTheGlobalSwitches) {
+TEST(NewHandle, RecordsAccordingToTheGlobalSwitches) {
   Scene scene("");
   EXPECT_EQ(tracking_under(""), "10 00 10 ") << "the data handle records nothing by itself";
   EXPECT_EQ(tracking_under("TRACE"), "10 10 10 ");
@@ -213,7 +213,7 @@ TEST(NewHandle, TracesItselfThenItsMemory) {
                 kHandleSize + " app.c 5 " + kHandleSize + "\n");
 }
 
-TEST(NewHandle, TracesItsMutexBehindItsRecord) {
+TEST(NewHandle, TracesItsMutexAfterItsRecord) {
   Scene scene(Environment{"DEBUG", "DB", ""});
   start(scene);
   create("MULTITHREADED");
@@ -240,7 +240,7 @@ TEST(NewHandle, IsNotTracedUnderOtherSwitches) {
   }
 }
 
-TEST(NewHandle, CountsAnEventForItselfEachArrayAndEachPieceOfMemory) {
+TEST(NewHandle, CountsEventsForItselfItsArrayAndItsMemory) {
   Scene scene("");
   qk_mem_init();
   Qk_mem_seq = 41;
@@ -259,7 +259,7 @@ TEST(NewHandle, IsFollowedByTheReportUnderCtrlblks) {
   EXPECT_EQ(scene.log(), kit::normalized(kit::dump("", 0)));
 }
 
-TEST(NewHandle, TakesItsPlaceFromTheMacro) {
+TEST(NewHandle, TakesItsLocationFromTheMacro) {
   Scene scene("");
   const int hid = qk_mem_new_handle("AUTOFREE", "");
   const int line = __LINE__ - 1;
@@ -268,7 +268,7 @@ TEST(NewHandle, TakesItsPlaceFromTheMacro) {
   EXPECT_EQ(handle_of(hid).autofree, 'a');
 }
 
-TEST(NewHandle, GetsANumberOfItsOwnInEachThread) {
+TEST(NewHandle, GetsAUniqueNumberInEachThread) {
   Scene scene("");
   std::vector<int> numbers(800);
   std::vector<std::thread> threads;

@@ -82,7 +82,7 @@ std::string log_of_deletion(Scene& scene, int hid) {
   return scene.log();
 }
 
-TEST(Deletion, TracesEachRecordTheArraysAndThenTheHandle) {
+TEST(Deletion, TracesRecordsThenArraysThenTheHandle) {
   Scene scene(Environment{"DEBUG", "HEAPSIZE DB", ""});
   const int hid = handle_in_array_0();
   record(hid, memory_for_array_0(10), 'M');
@@ -130,7 +130,7 @@ constexpr KindRow kKinds[] = {
     {'T', false, "[p1] E other.c:80000; T 10 app.c:5", "3 E [p1] 2 10 other.c 80000 -20\n"},
 };
 
-TEST(Deletion, ReleasesEachKindInItsWay) {
+TEST(Deletion, ReleasesEachKindInItsOwnWay) {
   Scene scene(Environment{"DEBUG", "DB", ""});
   for (const KindRow& row : kKinds) {
     const int hid = handle_in_array_0();
@@ -157,7 +157,7 @@ TEST(Deletion, ShowsTheMutexAsAnObject) {
   EXPECT_NE(scene.log().find("] E other.c:80000; H " + size + " pool.c:7\n"), std::string::npos);
 }
 
-TEST(Deletion, WarnsOfUnknownBookkeepingAndShowsItWithTheLetterBefore) {
+TEST(Deletion, WarnsOfUnknownBookkeepingUnderThePreviousLetter) {
   struct {
     char kind_before;
     const char* letter;
@@ -178,7 +178,7 @@ TEST(Deletion, WarnsOfUnknownBookkeepingAndShowsItWithTheLetterBefore) {
   }
 }
 
-TEST(Deletion, TakesAnUnknownPieceOfBookkeepingForFreedBehindTheHandle) {
+TEST(Deletion, ShowsUnknownBookkeepingAfterTheHandleAsFreed) {
   Scene scene(Environment{"EXCEPTIONS", "DB", ""});
   const int hid = handle_in_array_0();
   record(hid, at(0x2000), 'H', 2, 50);
@@ -199,7 +199,7 @@ TEST(Deletion, IsSilentAboutUnknownBookkeepingUnderOtherSwitches) {
   EXPECT_EQ(log_of_deletion(scene, hid), "");
 }
 
-TEST(Deletion, ReleasesMemoryThatWasRecordedTwiceOnce) {
+TEST(Deletion, ReleasesMemoryOnceIfItWasRecordedTwice) {
   Scene scene(Environment{"DEBUG", "DB", ""});
   const int hid = handle_in_array_0();
   void* memory = memory_for_array_0(10);
@@ -214,7 +214,7 @@ TEST(Deletion, ReleasesMemoryThatWasRecordedTwiceOnce) {
                 "   qk_mem_idel_handle:    3 D other.c:80000; pool.c:7\n");
 }
 
-TEST(Deletion, ReleasesMemoryRecordedTwiceOnceAmongManyPointers) {
+TEST(Deletion, ReleasesMemoryOnceAmongManyDoubleRecords) {
   Scene scene("");
   Pool keeper("", "AB");
   for (int i = 0; i < 1000; ++i) qk_mem_imalloc(keeper, 1, 16, "src/app.c", 5);
@@ -283,7 +283,7 @@ TEST(DeletionOfTheOverheadHandle, FreesItsNumber) {
   EXPECT_EQ(int{Pool()}, 3);
 }
 
-TEST(DeletionOfTheOverheadHandle, WarnsWhenTheHandleArrayHasNoRecord) {
+TEST(DeletionOfTheOverheadHandle, WarnsIfTheHandleArrayHasNoRecord) {
   Scene scene("EXCEPTIONS");
   qk_mem_init();
   qk_mem_free_ptr(&handle_of(1), qk_mem_get_ptr(&handle_of(1), Qk_mem_handles));

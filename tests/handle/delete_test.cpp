@@ -43,7 +43,7 @@ TEST(DeleteHandle, ReleasesWhatItHolds) {
   EXPECT_EQ(qk_mem_tag_size("AB"), 0);
 }
 
-TEST(DeleteHandle, OfTheDataHandleIsRefused) {
+TEST(DeleteHandle, RefusesTheDataHandle) {
   Scene scene(Environment{"EXCEPTIONS", "DB", ""});
   qk_mem_init();
   scene.skip_log();
@@ -58,7 +58,7 @@ TEST(DeleteHandle, OfTheDataHandleIsRefused) {
   EXPECT_EQ(kit::data_of(2), "1 for 8");
 }
 
-TEST(DeleteHandle, OfTheDataHandleIsReportedUnderTheSwitchesOfDeletion) {
+TEST(DeleteHandle, ReportsTheDataHandleUnderItsOwnSwitches) {
   Scene scene("DEBUG=qk_mem_idel_handle");
   qk_mem_init();
   scene.skip_log();
@@ -74,7 +74,7 @@ TEST(DeleteHandle, OfTheDataHandleIsReportedUnderTheSwitchesOfDeletion) {
   }
 }
 
-TEST(DeleteHandle, OfANumberWithoutAHandleIsRefused) {
+TEST(DeleteHandle, RefusesAnInvalidHandle) {
   Scene scene("DEBUG");
   Pool deleted;
   destroy(deleted);
@@ -94,7 +94,7 @@ TEST(DeleteHandle, OfANumberWithoutAHandleIsRefused) {
   EXPECT_EQ(Qk_mem_num_handles, 2);
 }
 
-TEST(DeleteHandle, TakesItsBytesOutOfItsTag) {
+TEST(DeleteHandle, SubtractsItsBytesFromItsTag) {
   Scene scene("");
   Pool one("", "AB");
   Pool two("", "AB");
@@ -106,7 +106,7 @@ TEST(DeleteHandle, TakesItsBytesOutOfItsTag) {
   EXPECT_EQ(qk_mem_tag_size("AB"), 30);
 }
 
-TEST(DeleteHandle, LowersTheNumberOfItsTagForItsBookkeepingToo) {
+TEST(DeleteHandle, LowersItsTagsQuantityForItsBookkeepingToo) {
   Scene scene("");
   Pool keeper("", "AB");
   for (int i = 0; i < 10; ++i) allocate(keeper, 1);
@@ -120,7 +120,7 @@ TEST(DeleteHandle, LowersTheNumberOfItsTagForItsBookkeepingToo) {
   EXPECT_EQ(tag_of("AB"), "7 for 10") << "its record and its mutex";
 }
 
-TEST(DeleteHandle, CanTakeTheNumberOfItsTagBelowZero) {
+TEST(DeleteHandle, CanLowerItsTagsQuantityBelowZero) {
   Scene scene("");
   destroy(Pool("MULTITHREADED", "AB"));
   EXPECT_EQ(tag_of("AB"), "4294967294 for 0");
@@ -135,7 +135,7 @@ TEST(DeleteHandle, CountsOneEvent) {
   EXPECT_EQ(Qk_mem_seq, 42U);
 }
 
-TEST(DeleteHandle, EndsWithItsPlaceOfCreation) {
+TEST(DeleteHandle, EndsItsLogWithTheCreationLocation) {
   Scene scene(Environment{"DEBUG", "HEAPSIZE DB", ""});
   const int hid = qk_mem_inew_handle("AUTOFREE", "", "src/app.c", 70000);
   scene.skip_trace();
@@ -146,7 +146,7 @@ TEST(DeleteHandle, EndsWithItsPlaceOfCreation) {
   EXPECT_EQ(scene.trace("D"), "3 D [p0] 0 0 other.c 80000 0\n");
 }
 
-TEST(DeleteHandle, IsTracedUnderDebugOnlyButAlwaysInTheTraceFile) {
+TEST(DeleteHandle, IsTracedEvenIfNothingIsLogged) {
   Scene scene(Environment{"EXCEPTIONS", "DB", ""});
   Pool pool;
   allocate(pool, 8);
@@ -170,7 +170,7 @@ TEST(DeleteHandle, IsFollowedByTheReportOnceUnderCtrlblks) {
   EXPECT_EQ(scene.log(), kit::normalized(kit::dump("", 0)));
 }
 
-TEST(DeleteHandle, TakesItsPlaceFromTheMacro) {
+TEST(DeleteHandle, TakesItsLocationFromTheMacro) {
   Scene scene("DEBUG");
   Pool pool;
   scene.skip_log();
@@ -181,7 +181,7 @@ TEST(DeleteHandle, TakesItsPlaceFromTheMacro) {
       << scene.log();
 }
 
-TEST(DeleteHandle, PassesOverAnArrayThatCouldNotGrow) {
+TEST(DeleteHandle, SkipsAnArrayThatCouldNotGrow) {
   Scene scene(Environment{"DEBUG", "DB", ""});
   qk_mem_init();
   kit::fail_request(2);
@@ -194,7 +194,7 @@ TEST(DeleteHandle, PassesOverAnArrayThatCouldNotGrow) {
   EXPECT_EQ(scene.trace(), "3 D [p0] 0 0 other.c 80000 0\n");
 }
 
-TEST(DeleteHandle, WithAMillionPointersReleasesThemAll) {
+TEST(DeleteHandle, ReleasesAMillionPointers) {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
   constexpr int kPointers = 50000;
 #else

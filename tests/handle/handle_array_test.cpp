@@ -83,7 +83,7 @@ TEST(HandleArray, DoesNotGrowWhileAnyNumberIsFree) {
   EXPECT_EQ(Qk_mem_avail_handles, 512);
 }
 
-TEST(HandleArray, IsRecordedAnewWhenItGrows) {
+TEST(HandleArray, IsRecordedAgainWhenItGrows) {
   Scene scene("");
   have_handles(512);
   qk_mem_handle** old_array = Qk_mem_handles;
@@ -97,7 +97,7 @@ TEST(HandleArray, IsRecordedAnewWhenItGrows) {
   EXPECT_STREQ(record->file, "qkmem.cpp");
 }
 
-TEST(HandleArray, LeavesTheBytesOfTheOverheadButTheNumberOfData) {
+TEST(HandleArray, LowersOverheadBytesButDataQuantityWhenRemoved) {
   Scene scene("");
   qk_mem_init();
   qk_mem_handle** array = new_array();
@@ -109,7 +109,7 @@ TEST(HandleArray, LeavesTheBytesOfTheOverheadButTheNumberOfData) {
   EXPECT_EQ(handle_of(1).qty, before.qty - 1) << "removal counts bookkeeping as data";
 }
 
-TEST(HandleArray, TracesItsGrowthBehindTheNewHandle) {
+TEST(HandleArray, TracesItsGrowthAfterTheNewHandle) {
   Scene scene(Environment{"DEBUG", "HEAPSIZE DB", ""});
   have_handles(512);
   scene.skip_log();
@@ -135,7 +135,7 @@ TEST(HandleArray, IsNotTracedUnderExceptions) {
   EXPECT_EQ(scene.log("qk_mem_handle_array"), "");
 }
 
-TEST(HandleArray, PrintsTheCallersLineInReleasesAndTheRecordsInLines) {
+TEST(HandleArray, LogsTheCallersFullLineOnlyInReleases) {
   Scene scene(Environment{"DEBUG", "DB", ""});
   qk_mem_init();
   qk_mem_handle** array = new_array();
@@ -163,7 +163,7 @@ TEST(HandleArray, CountsAnEventForEachStep) {
   EXPECT_EQ(Qk_mem_seq, made + 1);
 }
 
-TEST(HandleArray, WithoutARecordIsWarnedAboutAndLeavesTheNewOneUnrecorded) {
+TEST(HandleArray, StaysUnrecordedIfTheOldOneHasNoRecord) {
   Scene scene(Environment{"EXCEPTIONS", "DB", ""});
   qk_mem_init();
   scene.skip_log();
@@ -180,7 +180,7 @@ TEST(HandleArray, WithoutARecordIsWarnedAboutAndLeavesTheNewOneUnrecorded) {
   std::free(array);
 }
 
-TEST(HandleArray, WithoutARecordIsNotMentionedUnderOtherSwitches) {
+TEST(HandleArray, LogsNoMissingRecordUnderOtherSwitches) {
   Scene scene("SUMMARY TRACE");
   qk_mem_init();
   scene.skip_log();
@@ -217,7 +217,7 @@ TEST(HandleArray, StaysUnrecordedWhenHandle1CannotRecord) {
   std::free(array);
 }
 
-TEST(HandleArrayThatCannotGrow, RefusesTheHandleAndRaisesTheNumberOfSlots) {
+TEST(FailedHandleArrayGrowth, RefusesAHandleButRaisesTheSlotCount) {
   Scene scene(Environment{"DEBUG", "DB", ""});
   have_handles(512);
   scene.skip_log();
@@ -234,7 +234,7 @@ TEST(HandleArrayThatCannotGrow, RefusesTheHandleAndRaisesTheNumberOfSlots) {
   EXPECT_FALSE(Qk_mem_mtx.held());
 }
 
-TEST(HandleArrayThatCannotGrow, RefusesEachLaterHandle) {
+TEST(FailedHandleArrayGrowth, RefusesEachLaterHandle) {
   Scene scene("EXCEPTIONS");
   have_handles(512);
   kit::fail_request(1);
@@ -252,7 +252,7 @@ TEST(HandleArrayThatCannotGrow, RefusesEachLaterHandle) {
             "   qk_mem_inew_handle: ERROR: handle array not maintained properly\n");
 }
 
-TEST(HandleArrayThatCannotGrow, IsReportedUnderDebugAndExceptionsOfCreationOnly) {
+TEST(FailedHandleArrayGrowth, IsSilentUnderOtherRoutinesSwitches) {
   Scene scene("EXCEPTIONS=qk_ifree");
   have_handles(512);
   scene.skip_log();
@@ -263,7 +263,7 @@ TEST(HandleArrayThatCannotGrow, IsReportedUnderDebugAndExceptionsOfCreationOnly)
   EXPECT_EQ(qk_mem_error(), 5566);
 }
 
-TEST(HandleArrayThatCannotGrow, StillServesTheNumbersThatItHas) {
+TEST(FailedHandleArrayGrowth, KeepsServingTheExistingNumbers) {
   Scene scene("");
   have_handles(512);
   kit::fail_request(1);
@@ -275,7 +275,7 @@ TEST(HandleArrayThatCannotGrow, StillServesTheNumbersThatItHas) {
   EXPECT_EQ(int{Pool()}, 0);
 }
 
-TEST(HandleArrayThatCannotGrow, AtTheStartLeavesNoHandles) {
+TEST(FailedHandleArrayGrowth, LeavesNoHandlesAtStartUp) {
   Scene scene("");
   kit::fail_request(2);  // the first request is the byte that makes the heap measurable
   qk_mem_init();
@@ -289,7 +289,7 @@ TEST(HandleArrayThatCannotGrow, AtTheStartLeavesNoHandles) {
   EXPECT_EQ(qk_mem_error(), 5566);
 }
 
-TEST(HandleArray, GrowsAlsoForAHandleThatIsThenRefused) {
+TEST(HandleArray, GrowsEvenForAHandleThatIsThenRefused) {
   Scene scene("");
   have_handles(512);
   const void* old_array = Qk_mem_handles;

@@ -91,7 +91,7 @@ TEST(FirstCall, StartsTheLibraryUp) {
   }
 }
 
-TEST(FirstCall, OfWhatNeedsNoHandlesStartsNothing) {
+TEST(FirstCall, StartsNothingIfItNeedsNoHandles) {
   Scene scene("");
   void (*const bodies[])() = {
       [] { qk_mem_error(); },
@@ -116,7 +116,7 @@ TEST(FirstCall, OfWhatNeedsNoHandlesStartsNothing) {
   }
 }
 
-TEST(StartUp, SettlesTheFiguresOfTheProcess) {
+TEST(StartUp, InitializesTheProcessWideValues) {
   Scene scene("");
   kit::set_heap(123456);
   qk_mem_init();
@@ -151,7 +151,7 @@ TEST(StartUp, HappensOnceForManyThreads) {
   EXPECT_EQ(Qk_mem_num_handles, 2);
 }
 
-TEST(StartUp, WithoutRoomForItsExitHandlerMakesNoHandles) {
+TEST(StartUp, CreatesNoHandlesWithoutItsExitHandler) {
   Scene scene("EXCEPTIONS");
   for (int i = 0; i < qk::kMaxExitHandlers; ++i) {
     ASSERT_EQ(qk_atexit([](int) {}, "handler", "app", "", nullptr), 0);
@@ -170,14 +170,14 @@ TEST(StartUp, WithoutRoomForItsExitHandlerMakesNoHandles) {
   EXPECT_EQ(scene.log(), "");
 }
 
-TEST(StartUp, WithBadOptionsMakesNoHandles) {
+TEST(StartUp, CreatesNoHandlesWithBadOptions) {
   Scene scene(Environment{"", "BAD", ""});
   qk_mem_init();
   EXPECT_EQ(qk_mem_error(), 10041);
   EXPECT_EQ(Qk_mem_num_handles, 0);
 }
 
-TEST(StartUp, WithoutMemoryForTheOverheadHandleMakesNone) {
+TEST(StartUp, CreatesNoHandlesIfTheOverheadHandleFails) {
   Scene scene("EXCEPTIONS");
   kit::fail_request(3);
   qk_mem_init();
@@ -190,7 +190,7 @@ TEST(StartUp, WithoutMemoryForTheOverheadHandleMakesNone) {
   EXPECT_EQ(Qk_mem_handles[1], nullptr);
 }
 
-TEST(StartUp, IsNotReportedWhereTheGlobalSwitchesAreOff) {
+TEST(StartUp, LogsNoFailureIfTheGlobalSwitchesAreOff) {
   Scene scene("EXCEPTIONS=not,global,qk_mem_inew_handle");
   kit::fail_request(3);
   qk_mem_init();
@@ -215,7 +215,7 @@ void use_data_handle() {
   if (memory != nullptr) qk_mem_ifree(2, memory, "src/app.c", 6);
 }
 
-TEST(StartUp, SurvivesTheFailureOfAnyRequestForMemory) {
+TEST(StartUp, SurvivesTheFailureOfAnyAllocation) {
   Scene scene("");
   kit::Ended ended;
   int nth = 0;
@@ -227,7 +227,7 @@ TEST(StartUp, SurvivesTheFailureOfAnyRequestForMemory) {
   EXPECT_GT(nth, 8);
 }
 
-TEST(StartUp, WithoutAMutexForTheDataHandleLeavesItHalfMade) {
+TEST(StartUp, LeavesTheDataHandleHalfMadeWithoutItsMutex) {
   Scene scene("");
   std::string log;
   for (int nth = 4; nth < 20 && log.find("opening data handle: 5566") == std::string::npos; ++nth) {

@@ -23,7 +23,7 @@ void release(int hid, void* memory) { qk_mem_ifree(hid, memory, "src/app.c", 6);
 /** Names that fill the table and differ in their second character only. */
 std::string name_of(int index) { return {'A', static_cast<char>('0' + index)}; }
 
-TEST(RegisterTag, MakesEachTagOnce) {
+TEST(RegisterTag, CreatesEachTagOnce) {
   qk_mem_tag* first = qk_mem_register_tag("AB");
   ASSERT_NE(first, nullptr);
   EXPECT_EQ(qk_mem_register_tag("AB"), first);
@@ -32,7 +32,7 @@ TEST(RegisterTag, MakesEachTagOnce) {
   EXPECT_EQ(tag_of("AB"), "0 for 0");
 }
 
-TEST(RegisterTag, TellsNamesApartByBothCharacters) {
+TEST(RegisterTag, DistinguishesNamesByBothCharacters) {
   std::set<const qk_mem_tag*> tags;
   for (const char* name : {"A", "AB", "AC", "B", "BA", "ab"})
     tags.insert(qk_mem_register_tag(name));
@@ -74,7 +74,7 @@ TEST(RegisterTag, ChainsTheNamesOfABucketInTheirOrder) {
   EXPECT_EQ(chain, names);
 }
 
-TEST(RegisterTag, RefusesThe33rd) {
+TEST(RegisterTag, RefusesThe33rdTag) {
   for (int i = 0; i < 32; ++i) qk_mem_register_tag(name_of(i).c_str());
   EXPECT_EQ(qk_mem_register_tag("ZZ"), nullptr);
   EXPECT_EQ(qk_mem_error(), 11110);
@@ -82,7 +82,7 @@ TEST(RegisterTag, RefusesThe33rd) {
   EXPECT_FALSE(Qk_mem_mtx.held());
 }
 
-TEST(Tag, IsMadeUpperCaseByHandleCreation) {
+TEST(Tag, IsUpperCasedByHandleCreation) {
   Scene scene("");
   struct {
     const char* tag;
@@ -100,7 +100,7 @@ TEST(Tag, IsMadeUpperCaseByHandleCreation) {
   EXPECT_EQ(Qk_mem_num_tags, 7);
 }
 
-TEST(Tag, IsSharedByAllHandlesThatBearIt) {
+TEST(Tag, IsSharedByAllHandlesOfItsName) {
   Scene scene("");
   Pool one("", "ab");
   Pool two("OVERHEAD", "AB");
@@ -151,7 +151,7 @@ TEST(GlobalTag, SumsHandlesWithoutATag) {
   EXPECT_EQ(qk_mem_tag_size(""), 0) << "it has no name for a query";
 }
 
-TEST(TagSize, TellsTheBytesInEitherCase) {
+TEST(TagSize, ReturnsTheBytesForANameInEitherCase) {
   Scene scene("");
   Pool pool("", "ab");
   Pool single("", "c");
@@ -176,7 +176,7 @@ TEST(TagSize, IsZeroForEveryOtherName) {
   EXPECT_EQ(scene.log(), "");
 }
 
-TEST(TagSize, TellsMoreThan32Bits) {
+TEST(TagSize, ReturnsMoreThan32Bits) {
   Scene scene("");
   Pool pool("", "AB");
   pool.record().tag->amount = 5000000000;
@@ -189,7 +189,7 @@ TEST(TagSize, DoesNotStartTheLibrary) {
   EXPECT_EQ(Qk_mem_initialized, 0);
 }
 
-TEST(TagSize, LosesTheBytesOfADeletedHandle) {
+TEST(TagSize, ExcludesTheBytesOfADeletedHandle) {
   Scene scene("");
   Pool one("", "AB");
   Pool two("", "AB");

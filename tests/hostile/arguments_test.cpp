@@ -74,7 +74,7 @@ void expect_in_lines_of_every_routine(Scene& scene, const std::string& location)
   }
 }
 
-TEST(HostilePlace, WithoutAFileIsShownAsNullByEveryEntryPoint) {
+TEST(HostileLocation, IsShownAsNullWithoutAFile) {
   Scene scene(Environment{"DEBUG CTRLBLKS", "DB", "OPTIONS=HANDLES,MGMT,BLOCKS,POINTERS"});
   call_everything_from(nullptr, 5);
   expect_in_lines_of_every_routine(scene, "(null):5");
@@ -82,7 +82,7 @@ TEST(HostilePlace, WithoutAFileIsShownAsNullByEveryEntryPoint) {
   expect_usable();
 }
 
-TEST(HostilePlace, OfAnyLineIsTakenByEveryEntryPoint) {
+TEST(HostileLocation, MayHaveAnyLineNumber) {
   Scene scene(Environment{"DEBUG", "DB", ""});
   for (const int line : {INT_MIN, -1, 0, 65535, 65536, INT_MAX}) {
     call_everything_from(kFile, line);
@@ -91,7 +91,7 @@ TEST(HostilePlace, OfAnyLineIsTakenByEveryEntryPoint) {
   expect_usable();
 }
 
-TEST(HostilePlace, OfAnOverlongFileIsCutInEachLineWhichStaysALine) {
+TEST(HostileLocation, IsCutToKeepLinesWithin1023Characters) {
   static const std::string file = "folder/" + std::string(5000, 'f');
   Scene scene(Environment{"DEBUG CTRLBLKS", "DB", "OPTIONS=HANDLES,MGMT,BLOCKS,POINTERS"});
   call_everything_from(file.c_str(), 5);
@@ -106,7 +106,7 @@ TEST(HostilePlace, OfAnOverlongFileIsCutInEachLineWhichStaysALine) {
   expect_usable();
 }
 
-TEST(HostilePlace, WithPercentSignsIsShownAsItIs) {
+TEST(HostileLocation, ShowsPercentSignsAsTheyAre) {
   Scene scene(Environment{"DEBUG CTRLBLKS", "DB", "OPTIONS=HANDLES,MGMT,BLOCKS,POINTERS"});
   call_everything_from("src/%s%n%d%1000c.c", 5);
   EXPECT_NE(scene.log().find("%s%n%d%1000c.c:5"), std::string::npos);
@@ -114,7 +114,7 @@ TEST(HostilePlace, WithPercentSignsIsShownAsItIs) {
   expect_usable();
 }
 
-TEST(HostileText, ThatIsNullIsNoTextForEveryCall) {
+TEST(NullText, DoesNoHarmInAnyCall) {
   Scene scene("EXCEPTIONS");
   const int hid = qk_mem_inew_handle(nullptr, nullptr, nullptr, 0);
   EXPECT_EQ(hid, 3);
@@ -134,7 +134,7 @@ TEST(HostileText, ThatIsNullIsNoTextForEveryCall) {
   expect_usable();
 }
 
-TEST(HostileAnswer, ThatIsNullIsNotWritten) {
+TEST(NullAnswer, IsNotWrittenTo) {
   Scene scene("EXCEPTIONS");
   EXPECT_EQ(qk_mem_info("CURRENT_ALLOC", "", nullptr), 0);
   EXPECT_EQ(qk_mem_info("NONSENSE", "", nullptr), -1);
@@ -158,7 +158,7 @@ constexpr Number kNumbers[] = {
 INSTANTIATE_TEST_SUITE_P(Of, HostileNumber, ::testing::ValuesIn(kNumbers),
                          [](const auto& row) { return row.param.name; });
 
-TEST_P(HostileNumber, IsRefusedWithItsCodeByTheCallsThatChangeHandles) {
+TEST_P(HostileNumber, IsRefusedWithCode5566) {
   Ledger ledger("EXCEPTIONS");
   const Pool deleted;
   qk_mem_idel_handle(deleted, kFile, 1);
@@ -189,7 +189,7 @@ TEST_P(HostileNumber, IsRefusedWithItsCodeByTheCallsThatChangeHandles) {
   expect_usable();
 }
 
-TEST_P(HostileNumber, InAFilterSelectsNothing) {
+TEST_P(HostileNumber, SelectsNothingInAFilter) {
   Scene scene("EXCEPTIONS");
   const Pool first;
   const Pool deleted;
@@ -232,7 +232,7 @@ constexpr Options kHandles[] = {
 INSTANTIATE_TEST_SUITE_P(On, HostileSize, ::testing::ValuesIn(kHandles),
                          [](const auto& row) { return row.param.name; });
 
-TEST_P(HostileSize, FailsAsMemoryThatRanOutWhateverTheAlignment) {
+TEST_P(HostileSize, FailsForLackOfMemoryAtEveryAlignment) {
   Ledger ledger("EXCEPTIONS");
   const Pool pool(GetParam().options);
   void* held = qk_mem_imalloc(pool, 33, 1, kFile, 1);
@@ -251,7 +251,7 @@ TEST_P(HostileSize, FailsAsMemoryThatRanOutWhateverTheAlignment) {
   expect_usable();
 }
 
-TEST_P(HostileSize, OfManagedArraysFailsAsMemoryThatRanOut) {
+TEST_P(HostileSize, FailsForLackOfMemoryInManagedArrays) {
   Ledger ledger("EXCEPTIONS");
   const Pool pool(GetParam().options);
   for (const std::size_t size : kHugeSizes) {
@@ -267,7 +267,7 @@ TEST_P(HostileSize, OfManagedArraysFailsAsMemoryThatRanOut) {
   expect_usable();
 }
 
-TEST(HostileAlignment, OfAPieceIsServedOrRefusedAndNeverReachesOutOfItsBlock) {
+TEST(HostileAlignment, IsRefusedOrYieldsAUsablePiece) {
   Scene scene("EXCEPTIONS");
   const Pool pool("BLOCKMGMT BLOCKFREE BLOCKSIZE=200");
   for (const int alignment : {INT_MIN, -16, -1, 0}) {
@@ -286,7 +286,7 @@ TEST(HostileAlignment, OfAPieceIsServedOrRefusedAndNeverReachesOutOfItsBlock) {
   expect_usable();
 }
 
-TEST(HostileAlignment, OnAnOrdinaryHandleIsNoMatter) {
+TEST(HostileAlignment, IsIgnoredOnAnOrdinaryHandle) {
   Scene scene("EXCEPTIONS");
   const Pool pool;
   for (const int alignment : {INT_MIN, -1, 0, 3, 4097, INT_MAX}) {
@@ -298,7 +298,7 @@ TEST(HostileAlignment, OnAnOrdinaryHandleIsNoMatter) {
   EXPECT_EQ(scene.log(), "QK_MEM_DEBUG:  initializing options [EXCEPTIONS]\n");
 }
 
-TEST(HostileType, OfARegistrationIsTakenForMemory) {
+TEST(HostileType, IsRegisteredAsExternalMemory) {
   Ledger ledger("EXCEPTIONS");
   for (const int type : {INT_MIN, -1, 3, 256, 257, INT_MAX}) {
     void* memory = std::malloc(10);
@@ -311,7 +311,7 @@ TEST(HostileType, OfARegistrationIsTakenForMemory) {
   expect_usable();
 }
 
-TEST(HostileType, OfARegistrationWithoutAnAddressRecordsNothing) {
+TEST(HostileType, RecordsNothingWithoutAnAddress) {
   Ledger ledger("EXCEPTIONS");
   for (const int type : {0, 1, 2, 3, -1}) {
     qk_mem_iregister(ledger.pool, type, nullptr, nullptr, SIZE_MAX, kFile, 1);
@@ -321,7 +321,7 @@ TEST(HostileType, OfARegistrationWithoutAnAddressRecordsNothing) {
   expect_usable();
 }
 
-TEST(HostileSections, OfAReportAreThoseThatExist) {
+TEST(HostileSections, AreIgnoredIfTheyDoNotExist) {
   Scene scene("EXCEPTIONS");
   const Pool pool;
   EXPECT_EQ(kit::dump("", 0xfffffe00U | QK_MEM_DUMP_HANDLES), kit::dump("", QK_MEM_DUMP_HANDLES));
@@ -329,7 +329,7 @@ TEST(HostileSections, OfAReportAreThoseThatExist) {
   expect_usable();
 }
 
-TEST(HostileOptions, ThatAreTooLongAreRefusedByEveryCall) {
+TEST(OverlongOptions, AreRefusedByEveryCall) {
   Scene scene("EXCEPTIONS");
   const std::string text(100000, 'x');
   qk_mem_init();

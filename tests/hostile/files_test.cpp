@@ -35,20 +35,20 @@ void expect_done(const Environment& environment) {
 
 const char* const kSections = "OPTIONS=SUMMARY,HANDLES,MGMT,BLOCKS,POINTERS";
 
-TEST(FullDisk, LosesTheLogAndNothingElse) {
+TEST(FullDisk, LosesOnlyTheLog) {
   const Scene scene;
   expect_done({"DEBUG SUMMARY LOG=/dev/full", "", kSections});
   expect_done({"DEBUG SUMMARY LOG=/dev/full FLUSH", "", kSections});
   expect_done({"DEBUG SUMMARY LOG=/dev/full APPEND", "HEAPSIZE FLUSH", kSections});
 }
 
-TEST(FullDisk, LosesTheTraceFileAndNothingElse) {
+TEST(FullDisk, LosesOnlyTheTraceFile) {
   const Scene scene;
   expect_done({"DEBUG SUMMARY", "DB=/dev/full", kSections});
   expect_done({"DEBUG SUMMARY", "DB=/dev/full FLUSH", kSections});
 }
 
-TEST(FullDisk, LosesBothAtASignalToo) {
+TEST(FullDisk, LosesOnlyLogAndTraceFileAtASignal) {
   const Scene scene;
   const Ended ended =
       kit::run({"DEBUG SUMMARY LOG=/dev/full FLUSH", "DB=/dev/full", kSections}, [] {
@@ -59,7 +59,7 @@ TEST(FullDisk, LosesBothAtASignalToo) {
   EXPECT_EQ(ended.err, "done\n");
 }
 
-TEST(ClosedStandardStreams, AreNoPlaceForALogAndNoHarm) {
+TEST(ClosedStandardStreams, DoNoHarmAsALog) {
   const Scene scene;
   for (const char* debug : {"DEBUG SUMMARY LOG=STDOUT", "DEBUG SUMMARY LOG=STDERR"}) {
     const Ended ended = kit::run({debug, "", kSections}, [] {
@@ -72,7 +72,7 @@ TEST(ClosedStandardStreams, AreNoPlaceForALogAndNoHarm) {
   }
 }
 
-TEST(LogFile, InAMissingFolderOrAFolderItselfIsToldAndMissing) {
+TEST(LogFile, CausesAWarningIfItCannotBeOpened) {
   Scene scene;
   std::filesystem::create_directory("folder");
   for (const char* name : {"missing/a.log", "folder", ".", "/", "/dev/full/a.log"}) {
@@ -86,7 +86,7 @@ TEST(LogFile, InAMissingFolderOrAFolderItselfIsToldAndMissing) {
   }
 }
 
-TEST(TraceFile, InAMissingFolderOrAFolderItselfIsToldAndMissing) {
+TEST(TraceFile, CausesAWarningIfItCannotBeOpened) {
   Scene scene;
   std::filesystem::create_directory("folder");
   for (const char* name : {"missing/a.tdf", "folder", ".", "/", "/dev/full/a.tdf"}) {
@@ -101,21 +101,21 @@ TEST(TraceFile, InAMissingFolderOrAFolderItselfIsToldAndMissing) {
   }
 }
 
-TEST(LogFile, MayHaveANameAsLongAsOptionsCanBe) {
+TEST(LogFile, MayHaveANameOf240Characters) {
   Scene scene;
   const std::string name(240, 'n');
   EXPECT_EQ(kit::run({"DEBUG LOG=" + name, "", ""}, work).exit_code, 0);
   EXPECT_NE(kit::contents(name), "");
 }
 
-TEST(TraceFile, MayHaveANameAsLongAsOptionsCanBe) {
+TEST(TraceFile, MayHaveANameOf240Characters) {
   Scene scene;
   const std::string name(240, 'n');
   EXPECT_EQ(kit::run({"DEBUG", "DB=" + name, ""}, work).exit_code, 0);
   EXPECT_NE(kit::contents(name), "");
 }
 
-TEST(File, NameThatTheSystemRefusesForItsLengthIsToldAndMissing) {
+TEST(OverlongFileName, DoesNotStopTheProgram) {
   Scene scene;
   // In a missing folder; and the variables are cut at 256 characters.
   for (const std::size_t length : {251U, 252U, 5000U}) {
@@ -133,7 +133,7 @@ TEST(LogAndTraceFile, MayBeTheSameFile) {
   expect_done({"DEBUG SUMMARY LOG=both FLUSH", "DB=both FLUSH", kSections});
 }
 
-TEST(Variables, OfAnyLengthAndContentsLeaveTheProgramRunning) {
+TEST(Variables, LetTheProgramRunWhateverTheyContain) {
   const Scene scene;
   std::string bytes;
   for (int c = 1; c < 256; ++c) bytes += static_cast<char>(c);

@@ -62,7 +62,7 @@ void leave_handles_of_all_sorts() {
   (void)qk_mem_imalloc(autofree, 30, 16, "app.c", 4);
 }
 
-TEST(CleanUp, WithoutASummaryPrintsNothing) {
+TEST(CleanUp, PrintsNothingWithoutSummary) {
   const Scene scene;
   const Ended ended = kit::run({}, leave_handles_of_all_sorts);
   EXPECT_EQ(ended.out + ended.err, "");
@@ -70,7 +70,7 @@ TEST(CleanUp, WithoutASummaryPrintsNothing) {
   EXPECT_EQ(run("EXCEPTIONS", leave_handles_of_all_sorts).log, announced("EXCEPTIONS"));
 }
 
-TEST(CleanUp, UnderSummaryPrintsTheReport) {
+TEST(CleanUp, PrintsTheReportUnderSummary) {
   const Scene scene;
   EXPECT_EQ(run("SUMMARY", leave_handles_of_all_sorts).log,
             announced("SUMMARY") +
@@ -85,7 +85,7 @@ TEST(CleanUp, KeepsTheExitCode) {
   EXPECT_EQ(ended.log.substr(ended.log.size() - kShortReport.size()), kShortReport);
 }
 
-TEST(CleanUp, DeletesAutofreeHandlesTheLastOneFirst) {
+TEST(CleanUp, DeletesAutofreeHandlesLastOneFirst) {
   const Scene scene;
   EXPECT_EQ(log_of_cleanup(run("DEBUG", leave_handles_of_all_sorts).log),
             "   qk_mem_cleanup:      Deleting autofree handle 5 (2 ptrs for 50 bytes)\n"
@@ -107,7 +107,7 @@ TEST(CleanUp, DeletesAutofreeHandlesTheLastOneFirst) {
             "-------------------------------------------------\n");
 }
 
-TEST(CleanUp, ReportsBetweenTheHandlesAndTheirArray) {
+TEST(CleanUp, PrintsTheReportBeforeItReleasesTheHandleArray) {
   const Scene scene;
   const auto nothing = [] {};
   const std::string text = log_of_cleanup(run("DEBUG SUMMARY", nothing, "HEAPSIZE").log);
@@ -145,13 +145,13 @@ std::string last_row(const std::string& trace) {
   return handle + type + " " + num + " " + size + " " + handle_size + " " + file + " " + change;
 }
 
-TEST(CleanUp, WritesTheHandleArraysReleaseAsTheLastRowOfTheTraceFile) {
+TEST(CleanUp, EndsTheTraceFileWithTheHandleArraysRelease) {
   const Scene scene;
   const Ended ended = run("TRACE", leave_handles_of_all_sorts, "DB");
   EXPECT_EQ(last_row(ended.trace), "1F 512 8 0 qkmem.cpp -4096");
 }
 
-TEST(CleanUp, OnATerminatingSignalTellsTheSameAsAtTheEnd) {
+TEST(CleanUp, WritesTheSameAtASignalAsAtNormalExit) {
   const Scene scene;
   const Ended at_end = run("DEBUG", leave_handles_of_all_sorts, "DB");
   const auto leave_by_signal = [] {
@@ -164,7 +164,7 @@ TEST(CleanUp, OnATerminatingSignalTellsTheSameAsAtTheEnd) {
   EXPECT_EQ(last_row(at_signal.trace), "1F 512 8 0 qkmem.cpp -4096");
 }
 
-TEST(CleanUp, OnATerminatingSignalReportsOnStandardStreamsToo) {
+TEST(CleanUp, ReportsOnStandardStreamsAtASignalToo) {
   const Scene scene;
   for (const char* debug : {"SUMMARY LOG=STDERR", "SUMMARY LOG=STDOUT"}) {
     const Ended ended = run(debug, [] { std::raise(SIGINT); });
@@ -176,7 +176,7 @@ TEST(CleanUp, OnATerminatingSignalReportsOnStandardStreamsToo) {
   }
 }
 
-TEST(CleanUp, LeavesNothingButALineOnAFault) {
+TEST(CleanUp, WritesOneLineAtAFault) {
   const Scene scene;
   const struct {
     int number;
@@ -198,7 +198,7 @@ TEST(CleanUp, LeavesNothingButALineOnAFault) {
   }
 }
 
-TEST(CleanUp, SaysNothingOnAFaultWithoutASummary) {
+TEST(CleanUp, WritesNothingAtAFaultWithoutSummary) {
   const Scene scene;
   const Ended ended = run("EXCEPTIONS LOG=STDERR", [] {
     leave_handles_of_all_sorts();
@@ -208,7 +208,7 @@ TEST(CleanUp, SaysNothingOnAFaultWithoutASummary) {
   EXPECT_EQ(ended.signal, SIGSEGV);
 }
 
-TEST(CleanUp, OfAFaultDeletesAndClosesNothing) {
+TEST(CleanUp, DeletesAndClosesNothingAtAFault) {
   const Scene scene({"TRACE SUMMARY", "DB", ""});
   const Pool pool("AUTOFREE");
   qk_mem_cleanup(SIGSEGV);
@@ -234,7 +234,7 @@ TEST(CleanUp, LeavesNoHandleArrayLogOrTraceFile) {
   EXPECT_EQ(Qk_mem_handles_ptr.kind, 'H');
 }
 
-TEST(CleanUp, TakesNumbersBelowZeroForNormalTermination) {
+TEST(CleanUp, TreatsNegativeSignalsAsNormalTermination) {
   const Scene scene;
   const Ended ended = run("SUMMARY LOG=STDERR", [] { qk_mem_cleanup(-1); });
   EXPECT_EQ(ended.err.substr(announced("SUMMARY LOG=STDERR").size()),
@@ -260,7 +260,7 @@ TEST(CleanUp, LeavesStandardStreamsOpen) {
   }
 }
 
-TEST(CleanUp, RunsBehindExitHandlersThatWereRegisteredLater) {
+TEST(CleanUp, RunsAfterExitHandlersThatWereRegisteredLater) {
   const Scene scene;
   const Ended ended = run("SUMMARY LOG=STDERR",
                           [] { std::atexit([] { std::fputs("own exit handler\n", stderr); }); });

@@ -79,7 +79,7 @@ struct Early {
 };
 [[gnu::init_priority(102)]] Early early;
 
-TEST(EarlyCalls, FindTheLibraryInOrder) {
+TEST(EarlyCalls, WorkBeforeMain) {
   EXPECT_TRUE(early.configured);
   EXPECT_EQ(early.hid, 3);
   EXPECT_STREQ(early.memory, "early");
@@ -87,7 +87,7 @@ TEST(EarlyCalls, FindTheLibraryInOrder) {
   EXPECT_EQ(early.error, 5566);
 }
 
-TEST(EarlyCalls, AreStillAccountedWhenTheProgramRuns) {
+TEST(EarlyCalls, AreStillAccountedForInMain) {
   EXPECT_EQ(Qk_mem_initialized, 1);
   EXPECT_EQ(Qk_mem_num_handles, 3);
   EXPECT_EQ(kit::data_of(early.hid), "1 for 6");
@@ -117,7 +117,7 @@ TEST(LateCalls, WorkBeforeAndAfterTheCleanUp) {
   EXPECT_EQ(ended.exit_code, 0);
 }
 
-TEST(LateCalls, GetNoHandleOfTheOverheadHandlesNumberWhereOtherThreadsMayGoOn) {
+TEST(LateCalls, DoNotGetHandleNumber1IfOtherThreadsMayRun) {
   const Scene scene;
   const Ended ended = kit::run({}, [] {
     std::thread([] {}).join();

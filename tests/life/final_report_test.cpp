@@ -70,7 +70,7 @@ TEST(FinalReport, ShowsExactlyTheLeaks) {
                 std::string(kLeaks));
 }
 
-TEST(FinalReport, IsTheSameOnATerminatingSignalWhichThenEndsTheProcess) {
+TEST(FinalReport, IsTheSameAtATerminatingSignal) {
   const Scene scene;
   const struct {
     int number;

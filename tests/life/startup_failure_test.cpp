@@ -16,7 +16,7 @@ namespace {
 using kit::Ended;
 using kit::Scene;
 
-TEST(FailedStartUp, OnInvalidOptionsIsNotTriedAgain) {
+TEST(FailedStartUp, IsNotRetriedAfterInvalidOptions) {
   const Scene scene;
   const Ended ended = kit::run({"DEBUG SUMMARY", "HEAPSIZE NONSENSE", ""}, [] {
     qk_mem_init();
@@ -55,7 +55,7 @@ std::string log_of_failing_request(int nth, const char* debug) {
   return ended.log;
 }
 
-TEST(FailedStartUp, LeavesNoHandleWhereTheFirstCannotBeMade) {
+TEST(FailedStartUp, LeavesNoHandleIfTheFirstCannotBeCreated) {
   const Scene scene;
   const std::string failed =
       "   qk_mem_inew_handle: ERROR: calloc of handle array failed: 12 Cannot allocate memory\n"
@@ -65,7 +65,7 @@ TEST(FailedStartUp, LeavesNoHandleWhereTheFirstCannotBeMade) {
             "QK_MEM_DEBUG:  initializing options [EXCEPTIONS]\n" + failed);
 }
 
-TEST(FailedStartUp, MayLackTheDataHandleOnly) {
+TEST(FailedStartUp, MayLackOnlyTheDataHandle) {
   const Scene scene;
   const std::string expected =
       "QK_MEM_DEBUG:  initializing options [EXCEPTIONS]\n"
@@ -77,7 +77,7 @@ TEST(FailedStartUp, MayLackTheDataHandleOnly) {
   EXPECT_TRUE(logs.contains(expected)) << testing::PrintToString(logs);
 }
 
-TEST(FailedStartUp, LeavesTheDataHandlesNumberToAHandleWhoseMemoryGoesBackSingly) {
+TEST(FailedStartUp, LetsHandle2FreeSinglyWhateverItsOptions) {
   const Scene scene;
   const Ended ended = kit::run({}, [] {
     kit::align_requests();

@@ -57,7 +57,7 @@ std::set<std::string> names_of(const std::vector<Call>& calls) {
   return names;
 }
 
-TEST(StartUp, IsTheFirstCallsBusiness) {
+TEST(StartUp, IsDoneByTheFirstCall) {
   const Scene scene;
   const std::vector<Call> calls = {
       {"init", [] { qk_mem_init(); }},
@@ -93,7 +93,7 @@ TEST(StartUp, IsTheFirstCallsBusiness) {
   EXPECT_EQ(starting_calls(calls), names_of(calls));
 }
 
-TEST(StartUp, IsNotTheBusinessOfCallsThatOnlyAskOrConfigure) {
+TEST(StartUp, IsNotDoneByCallsThatOnlyQueryOrConfigure) {
   const Scene scene;
   const std::vector<Call> calls = {
       {"error", [] { (void)qk_mem_error(); }},
@@ -142,7 +142,7 @@ TEST(StartUp, OpensTheTwoStandingHandles) {
   EXPECT_GT(data.line, overhead.line);
 }
 
-TEST(StartUp, ASecondOneChangesNothing) {
+TEST(StartUp, ChangesNothingTheSecondTime) {
   Scene scene("DEBUG");
   start();
   scene.skip_log();
@@ -161,7 +161,7 @@ TEST(StartUp, SamplesTheHeapBeforeAnythingElse) {
   EXPECT_EQ(Qk_mem_init_heap, 777);
 }
 
-TEST(StartUp, TellsItsConfigurationUnderDebug) {
+TEST(StartUp, LogsItsConfigurationUnderDebug) {
   const Scene scene;
   const Ended ended = kit::run({"DEBUG", "", ""}, [] {
     set_heap(135168);
@@ -190,7 +190,7 @@ TEST(StartUp, TellsItsConfigurationUnderDebug) {
             "   qk_mem_inew_handle:    2 N D  qkmem.cpp:#\n");
 }
 
-TEST(StartUp, TellsOfHeapSizesInTheLog) {
+TEST(StartUp, LogsHeapsizeAmongItsOptions) {
   const Scene scene({"DEBUG='not qk_ifree'", "HEAPSIZE", "OPTIONS=TERSE"});
   start();
   EXPECT_EQ(scene.log("qk_mem_init"),
@@ -202,7 +202,7 @@ TEST(StartUp, TellsOfHeapSizesInTheLog) {
             0U);
 }
 
-TEST(StartUp, TellsNothingButTheVariablesUnlessTheGlobalRecordDebugs) {
+TEST(StartUp, LogsOnlyTheVariablesUnlessGlobalDebugIsOn) {
   const Scene scene;
   for (const char* debug : {"EXCEPTIONS", "SUMMARY CTRLBLKS=qk_ifree", "DEBUG=not,global"}) {
     const Ended ended = kit::run({debug, "", ""}, [] {
@@ -218,7 +218,7 @@ TEST(StartUp, TellsNothingButTheVariablesUnlessTheGlobalRecordDebugs) {
   }
 }
 
-TEST(StartUp, ShowsADebuggedRoutineOnlyInTheSettings) {
+TEST(StartUp, LeavesTheGlobalRecordOutOfTheSettings) {
   const Scene scene("DEBUG=global LOG=a.log");
   start();
   EXPECT_EQ(scene.log("qk_mem_init"),
@@ -226,7 +226,7 @@ TEST(StartUp, ShowsADebuggedRoutineOnlyInTheSettings) {
             "   qk_mem_init: debug:   LOG=a.log\n");
 }
 
-TEST(StartUp, RunsUnderAConfigurationMadeByCall) {
+TEST(StartUp, RunsUnderAConfigurationMadeByACall) {
   const Scene scene("EXCEPTIONS LOG=environment.log");
   qk::Status status;
   ASSERT_EQ(qk_mem_debug_config("DEBUG=qk_mem_inew_handle LOG=call.log", &status), 0);
@@ -237,14 +237,14 @@ TEST(StartUp, RunsUnderAConfigurationMadeByCall) {
   EXPECT_EQ(handle_of(QK_MEM_DATA_HANDLE).track, 1);
 }
 
-TEST(StartUp, ForgetsFailuresOfTheDebugVariables) {
+TEST(StartUp, IgnoresFailuresOfTheDebugVariables) {
   const Scene scene({"DEBUG=nonsense", "", "NONSENSE"});
   start();
   EXPECT_EQ(qk_mem_error(), 0);
   EXPECT_EQ(Qk_mem_num_handles, 2);
 }
 
-TEST(StartUp, IsDoneOnceForThreadsThatComeTogether) {
+TEST(StartUp, IsDoneOnceForConcurrentThreads) {
   const Scene scene("TRACE");
   std::vector<std::thread> threads;
   std::vector<void*> memory(8);

@@ -75,7 +75,7 @@ TEST(LockOrder, IsRegistryThenHandleThenLogThenError) {
   EXPECT_TRUE(handle_under_registry);
 }
 
-TEST(LockOrder, InversionIsFoundWithBothPlaces) {
+TEST(LockOrder, RevealsAnInversionWithBothStacks) {
   qk::Mtx first;
   qk::Mtx second;
   const auto name = [&](const void* lock) {
@@ -93,7 +93,7 @@ TEST(LockOrder, InversionIsFoundWithBothPlaces) {
   EXPECT_NE(cycle.find("second held, first requested\n    "), std::string::npos) << cycle;
 }
 
-TEST(LockOrder, CallsOnMemoryHoldNoLockWhenTheyWriteTheirLine) {
+TEST(LockOrder, HasNoEdgesInMemoryCallsThatLog) {
   const kit::Scene scene("DEBUG LOG=/dev/null");
   const kit::Pool pool("MULTITHREADED");
   std::vector<void*> memory(200);

@@ -40,13 +40,13 @@ class RandomCalls : public ::testing::TestWithParam<unsigned> {};
 INSTANTIATE_TEST_SUITE_P(Seed, RandomCalls, ::testing::Values(1, 2, 3, 4, 5));
 
 /** Formats every log line and keeps none. */
-TEST_P(RandomCalls, ComeToTheSumsThatPlainBooksComeTo) {
+TEST_P(RandomCalls, MatchPlainAccounting) {
   constexpr int kSteps = 60000;
   const Scene scene(Environment{"EXCEPTIONS LOG=/dev/null", "", ""});
   make_calls(GetParam(), kSteps);
 }
 
-TEST(RandomCallsThatNobodyIsToldOf, ComeToTheSumsThatPlainBooksComeTo) {
+TEST(RandomCallsOnTheFastPath, MatchPlainAccounting) {
   constexpr int kSteps = 60000;
   const Scene scene("SUMMARY");
   qk_mem_init();
@@ -55,7 +55,7 @@ TEST(RandomCallsThatNobodyIsToldOf, ComeToTheSumsThatPlainBooksComeTo) {
   make_calls(7, kSteps);
 }
 
-TEST(RandomCallsThatAreAllTraced, ComeToTheSumsThatPlainBooksComeTo) {
+TEST(TracedRandomCalls, MatchPlainAccounting) {
   constexpr int kSteps = 20000;
   const Scene scene(Environment{"EXCEPTIONS CTRLBLKS=qk_mem_inew_handle LOG=/dev/null",
                                 "HEAPSIZE DB=/dev/null", "OPTIONS=SUMMARY,HANDLES,MGMT,POINTERS"});

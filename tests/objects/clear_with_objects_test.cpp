@@ -43,7 +43,7 @@ class ClearWithObjects : public ::testing::Test {
   std::string destroyed_;
 };
 
-TEST_F(ClearWithObjects, ReleasesAndShowsEachInItsWay) {
+TEST_F(ClearWithObjects, ReleasesAndLogsEachByItsKind) {
   Ledger ledger(Environment{"DEBUG", "DB", ""}, "BLOCKMGMT BLOCKSIZE=64");
   register_ptr(ledger.pool, QK_MEM_EXTERNAL, std::malloc(10), 10);
   register_ptr(ledger.pool, QK_MEM_OBJECT, tracker("object", at(0x5000)), 40);
@@ -70,7 +70,7 @@ TEST_F(ClearWithObjects, ReleasesAndShowsEachInItsWay) {
   EXPECT_EQ(destroyed_, "object destroys its object\narray destroys its object\n");
 }
 
-TEST_F(ClearWithObjects, TakesTheBytesOfTrackersOutOfBothSums) {
+TEST_F(ClearWithObjects, SubtractsTrackersBytesFromBothSums) {
   Ledger ledger(Environment{}, "BLOCKMGMT BLOCKSIZE=64");
   EXPECT_EQ(ledger.sums(), "handle 0 for 96, tag 0 for 96, events 0");
   register_ptr(ledger.pool, QK_MEM_EXTERNAL, std::malloc(10), 10);
@@ -84,14 +84,14 @@ TEST_F(ClearWithObjects, TakesTheBytesOfTrackersOutOfBothSums) {
       << "the block's 96 less two trackers of 16; all five records are removed as data";
 }
 
-TEST_F(ClearWithObjects, CanTakeMoreThanTheBlocksHold) {
+TEST_F(ClearWithObjects, CanLowerTheSizeBelowZero) {
   Ledger ledger(Environment{}, "BLOCKMGMT BLOCKINITIAL=0");
   register_ptr(ledger.pool, QK_MEM_OBJECT, tracker("object", at(0x5000)), 40);
   clear(ledger.pool);
   EXPECT_EQ(qk_mem_isize(ledger.pool, "src/app.c", 14), static_cast<std::size_t>(-16));
 }
 
-TEST_F(ClearWithObjects, KeepsBlocksAndTheHandleAndStartsAnew) {
+TEST_F(ClearWithObjects, KeepsTheHandleAndItsBlocksForReuse) {
   Ledger ledger(Environment{"TRACE", "DB", ""}, "BLOCKMGMT BLOCKSIZE=64");
   register_ptr(ledger.pool, QK_MEM_OBJECT, tracker("first", at(0x5000)), 40);
   qk_mem_imalloc(ledger.pool, 20, 16, "src/app.c", 13);
@@ -105,7 +105,7 @@ TEST_F(ClearWithObjects, KeepsBlocksAndTheHandleAndStartsAnew) {
   EXPECT_EQ(destroyed_, "first destroys its object\nsecond destroys its object\n");
 }
 
-TEST_F(ClearWithObjects, ReleasesThemAlsoWherePiecesAreNotRecorded) {
+TEST_F(ClearWithObjects, ReleasesThemEvenIfPiecesAreNotRecorded) {
   Ledger ledger(Environment{}, "BLOCKMGMT");
   EXPECT_EQ(ledger.pool.record().track, 0);
   register_ptr(ledger.pool, QK_MEM_ARRAY, tracker("array", at(0x5000)), 40);
@@ -125,7 +125,7 @@ TEST_F(ClearWithObjects, DestroysThemInTheOrderOfArraysAndRecords) {
             "third destroys its object\n");
 }
 
-TEST_F(ClearWithObjects, ReleasesWhatStandsTwiceOnce) {
+TEST_F(ClearWithObjects, ReleasesWhatIsRecordedTwiceOnce) {
   Ledger ledger(Environment{}, "BLOCKMGMT");
   void* const memory = std::malloc(10);
   register_ptr(ledger.pool, QK_MEM_EXTERNAL, memory, 10);

@@ -37,7 +37,7 @@ class DeleteWithObjects : public ::testing::Test {
   std::string destroyed_;
 };
 
-TEST_F(DeleteWithObjects, ReleasesAndShowsEachInItsWay) {
+TEST_F(DeleteWithObjects, ReleasesAndLogsEachByItsKind) {
   kit::align_requests();
   Scene scene(Environment{"DEBUG", "DB", ""});
   const Pool pool("", "AB");
@@ -84,7 +84,7 @@ TEST_F(DeleteWithObjects, DestroysThemInTheOrderOfArraysAndRecords) {
             "third destroys its object\nfourth destroys its object\n");
 }
 
-TEST_F(DeleteWithObjects, TakesTheirBytesOutOfTheTag) {
+TEST_F(DeleteWithObjects, SubtractsTheirBytesFromTheTag) {
   Scene scene("");
   const Pool other("", "AB");
   register_ptr(other, QK_MEM_EXTERNAL, at(0x5000), 7);
@@ -95,7 +95,7 @@ TEST_F(DeleteWithObjects, TakesTheirBytesOutOfTheTag) {
   EXPECT_EQ(qk_mem_tag_size("AB"), 7);
 }
 
-TEST_F(DeleteWithObjects, DestroysAnObjectOfTwoRecordsOnceAndBothItsTrackers) {
+TEST_F(DeleteWithObjects, DestroysAnObjectOnceAndBothItsTrackers) {
   kit::align_requests();
   Scene scene(Environment{"EXCEPTIONS=qk_mem_idel_handle", "DB", ""});
   const Pool pool;
@@ -149,7 +149,7 @@ TEST_F(DeleteWithObjects, FreesMemoryOfTwoRecordsOnce) {
   EXPECT_EQ(destroyed_, "object is destroyed\n") << "there is no memory left for an object";
 }
 
-TEST_F(DeleteWithObjects, DestroysThemOnABlockManagedHandleThatRecordsNoPieces) {
+TEST_F(DeleteWithObjects, DestroysThemEvenIfPiecesAreNotRecorded) {
   Scene scene(Environment{"EXCEPTIONS", "DB", ""});
   const Pool pool("BLOCKMGMT", "AB");
   qk_mem_imalloc(pool, 10, 16, "src/app.c", 12);
@@ -175,7 +175,7 @@ class Owner : public qk::MemTracker {
   int hid_;
 };
 
-TEST_F(DeleteWithObjects, LetsAnObjectFreeWhatStandsBehindItOnTheHandle) {
+TEST_F(DeleteWithObjects, LetsAnObjectFreeMemoryRecordedAfterIt) {
   for (const char* options : {"", "MULTITHREADED", "BLOCKMGMT BLOCKFREE"}) {
     kit::align_requests();
     Scene scene("EXCEPTIONS");
@@ -190,7 +190,7 @@ TEST_F(DeleteWithObjects, LetsAnObjectFreeWhatStandsBehindItOnTheHandle) {
   }
 }
 
-TEST_F(DeleteWithObjects, LeavesWhatWasDeregisteredAlone) {
+TEST_F(DeleteWithObjects, LeavesDeregisteredObjectsAlone) {
   Scene scene("");
   const Pool pool;
   LoggingTracker* const own = tracker("object", at(0x5000));
@@ -209,7 +209,7 @@ class Printer : public qk::MemTracker {
   [[nodiscard]] bool same_type(const qk::MemTracker&) const override { return true; }
 };
 
-TEST_F(DeleteWithObjects, DestroysThoseOfAutofreeHandlesWhenTheProgramEnds) {
+TEST_F(DeleteWithObjects, DestroysObjectsOfAutofreeHandlesAtExit) {
   Scene scene("");
   const auto ended = kit::run({}, [] {
     const Pool autofree("AUTOFREE");

@@ -61,7 +61,7 @@ class DeregisterMisuse : public ::testing::Test {
   LoggingTracker of_nothing_{"named", nullptr, destroyed_};
 };
 
-TEST_F(DeregisterMisuse, OfNullIsWarnedAbout) {
+TEST_F(DeregisterMisuse, WarnsOfNull) {
   Ledger ledger("EXCEPTIONS");
   const struct {
     int type;
@@ -78,7 +78,7 @@ TEST_F(DeregisterMisuse, OfNullIsWarnedAbout) {
   }
 }
 
-TEST_F(DeregisterMisuse, OfAnUnknownPointerIsWarnedAboutTwice) {
+TEST_F(DeregisterMisuse, WarnsOfAnUnknownPointerTwice) {
   Ledger ledger(Environment{"DEBUG", "DB", ""});
   deregister_ptr(ledger.pool, QK_MEM_EXTERNAL, at(0x5000));
   EXPECT_EQ(ledger.log(), std::string(kNotFound) + kNotFound);
@@ -87,7 +87,7 @@ TEST_F(DeregisterMisuse, OfAnUnknownPointerIsWarnedAboutTwice) {
   EXPECT_EQ(qk_mem_error(), 0);
 }
 
-TEST_F(DeregisterMisuse, OfAnUnknownObjectLeavesTheTrackerThatNamesIt) {
+TEST_F(DeregisterMisuse, KeepsTheTrackerThatNamesAnUnknownObject) {
   Ledger ledger("EXCEPTIONS");
   deregister_ptr(ledger.pool, QK_MEM_OBJECT, &same_);
   EXPECT_EQ(ledger.log(), std::string(kNotFound) + kNotFound);
@@ -95,13 +95,13 @@ TEST_F(DeregisterMisuse, OfAnUnknownObjectLeavesTheTrackerThatNamesIt) {
   EXPECT_EQ(destroyed_, "");
 }
 
-TEST_F(DeregisterMisuse, OfAnUnknownPointerIsWarnedAboutOnceWhereTheRoutineIsOff) {
+TEST_F(DeregisterMisuse, WarnsOfAnUnknownPointerOnceIfSwitchedOff) {
   Ledger ledger("EXCEPTIONS TRACE=not,qk_ideregister");
   deregister_ptr(ledger.pool, QK_MEM_EXTERNAL, at(0x5000));
   EXPECT_EQ(ledger.log(), kNotFound);
 }
 
-TEST_F(DeregisterMisuse, OfAPointerOfAnotherHandleIsWarnedAbout) {
+TEST_F(DeregisterMisuse, WarnsOfAPointerOfAnotherHandle) {
   Ledger ledger("EXCEPTIONS");
   const Pool other;
   register_ptr(other, QK_MEM_EXTERNAL, at(0x5000), 100);
@@ -110,7 +110,7 @@ TEST_F(DeregisterMisuse, OfAPointerOfAnotherHandleIsWarnedAbout) {
   EXPECT_EQ(kit::data_of(other), "1 for 100");
 }
 
-TEST_F(DeregisterMisuse, AsSomethingElseIsWarnedAbout) {
+TEST_F(DeregisterMisuse, WarnsOfAMismatchedKind) {
   const struct {
     int registered;
     int deregistered;
@@ -137,7 +137,7 @@ TEST_F(DeregisterMisuse, AsSomethingElseIsWarnedAbout) {
   }
 }
 
-TEST_F(DeregisterMisuse, ShowsTheTypeThatWasAskedForBesideTheKindThatWasRecorded) {
+TEST_F(DeregisterMisuse, ShowsTheRequestedTypeAndTheRecordedKind) {
   Ledger ledger(Environment{"DEBUG", "DB", ""});
   register_ptr(ledger.pool, QK_MEM_ARRAY, tracker(), 40);
   ledger.skip_all();
@@ -153,7 +153,7 @@ TEST_F(DeregisterMisuse, ShowsTheTypeThatWasAskedForBesideTheKindThatWasRecorded
   EXPECT_EQ(destroyed_, "tracker is destroyed\n");
 }
 
-TEST_F(DeregisterMisuse, OfAnObjectAsMemoryLeavesTheRecordOfItsTracker) {
+TEST_F(DeregisterMisuse, KeepsTheTrackersRecordIfTakenAsMemory) {
   Ledger ledger(Environment{"DEBUG", "DB", ""});
   LoggingTracker* const own = tracker();
   register_ptr(ledger.pool, QK_MEM_OBJECT, own, 40);
@@ -168,7 +168,7 @@ TEST_F(DeregisterMisuse, OfAnObjectAsMemoryLeavesTheRecordOfItsTracker) {
   EXPECT_EQ(ledger.record(own), "T 1/16 app.c:14464 event 2");
 }
 
-TEST_F(DeregisterMisuse, WithAnotherTypeOfObjectNamesBothTypes) {
+TEST_F(DeregisterMisuse, NamesBothTypesOfMismatchedObjects) {
   Ledger ledger("EXCEPTIONS");
   register_ptr(ledger.pool, QK_MEM_OBJECT, tracker(), 40);
   deregister_ptr(ledger.pool, QK_MEM_OBJECT, &different_);
@@ -179,7 +179,7 @@ TEST_F(DeregisterMisuse, WithAnotherTypeOfObjectNamesBothTypes) {
   EXPECT_EQ(destroyed_, "tracker is destroyed\n");
 }
 
-TEST_F(DeregisterMisuse, WithAnotherTypeOfArrayNamesBothTypes) {
+TEST_F(DeregisterMisuse, NamesBothTypesOfMismatchedArrays) {
   Ledger ledger("EXCEPTIONS");
   register_ptr(ledger.pool, QK_MEM_ARRAY, tracker(typeid(std::type_info)), 40);
   deregister_ptr(ledger.pool, QK_MEM_ARRAY, &different_);
@@ -188,7 +188,7 @@ TEST_F(DeregisterMisuse, WithAnotherTypeOfArrayNamesBothTypes) {
       "   qk_mem_ideregister: WARNING: deregister of array with different typename 'd' at other.c:80000 (allocated as 'St9type_info' at app.c:14464)\n");
 }
 
-TEST_F(DeregisterMisuse, AsSomethingElseAndWithAnotherTypeWarnsOfBoth) {
+TEST_F(DeregisterMisuse, WarnsOfMismatchesInBothKindAndType) {
   const struct {
     int registered;
     int deregistered;
@@ -208,7 +208,7 @@ TEST_F(DeregisterMisuse, AsSomethingElseAndWithAnotherTypeWarnsOfBoth) {
   }
 }
 
-TEST_F(DeregisterMisuse, ComparesNoTypesWithWhatHasNoTracker) {
+TEST_F(DeregisterMisuse, ComparesNoTypesIfTheRecordHasNoTracker) {
   Ledger ledger("EXCEPTIONS");
   register_ptr(ledger.pool, QK_MEM_EXTERNAL, at(0x5000), 40);
   deregister_ptr(ledger.pool, QK_MEM_OBJECT, &different_);
@@ -216,7 +216,7 @@ TEST_F(DeregisterMisuse, ComparesNoTypesWithWhatHasNoTracker) {
   EXPECT_EQ(destroyed_, "") << "the tracker that names it stays the caller's";
 }
 
-TEST_F(DeregisterMisuse, ComparesNoTypesWhereNoTrackerIsPassed) {
+TEST_F(DeregisterMisuse, ComparesNoTypesIfNoTrackerIsPassed) {
   Ledger ledger("EXCEPTIONS");
   register_ptr(ledger.pool, QK_MEM_OBJECT, tracker(typeid(double)), 40);
   deregister_ptr(ledger.pool, QK_MEM_EXTERNAL, at(0x5000));
@@ -232,7 +232,7 @@ TEST_F(DeregisterMisuse, HasNoWarningForVoid) {
   EXPECT_EQ(ledger.log(), "");
 }
 
-TEST_F(DeregisterMisuse, IsNoneForAllocatedMemoryOfAnyKind) {
+TEST_F(DeregisterMisuse, DoesNotIncludeAllocatedMemory) {
   Ledger ledger("EXCEPTIONS");
   void* const memory = qk_mem_imalloc(ledger.pool, 10, 16, "src/app.c", 12);
   LoggingTracker of_memory("named", memory, destroyed_);
@@ -242,7 +242,7 @@ TEST_F(DeregisterMisuse, IsNoneForAllocatedMemoryOfAnyKind) {
   std::free(memory);
 }
 
-TEST_F(DeregisterMisuse, OfATrackerWithoutARecordIsWarnedAboutWhereTheObjectHasOne) {
+TEST_F(DeregisterMisuse, WarnsIfOnlyTheTrackerHasNoRecord) {
   Ledger ledger("EXCEPTIONS");
   LoggingTracker* const own = tracker();
   register_ptr(ledger.pool, QK_MEM_OBJECT, own, 40);
@@ -266,7 +266,7 @@ TEST_F(DeregisterMisuse, IsSilentUnderOtherSwitches) {
   }
 }
 
-TEST(DeregisterUnderAnUnknownNumber, OfExternalMemoryIsWarnedAbout) {
+TEST(DeregisterWithAnUnknownType, WarnsOfAMismatchedKind) {
   Scene scene("EXCEPTIONS");
   const Pool pool;
   char memory[8];

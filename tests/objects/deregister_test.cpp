@@ -45,7 +45,7 @@ class Deregister : public ::testing::Test {
   LoggingTracker of_nothing_{"named", nullptr, destroyed_};
 };
 
-TEST_F(Deregister, TakesExternalMemoryOutUnderTheByteZero) {
+TEST_F(Deregister, RemovesExternalMemoryUnderTheByteZero) {
   Ledger ledger(Environment{"DEBUG", "DB", ""});
   register_ptr(ledger.pool, QK_MEM_EXTERNAL, at(0x5000), 100);
   ledger.skip_all();
@@ -57,7 +57,7 @@ TEST_F(Deregister, TakesExternalMemoryOutUnderTheByteZero) {
   EXPECT_EQ(ledger.sums(), "handle 0 for 0, tag 0 for 0, events 1");
 }
 
-TEST_F(Deregister, TakesAnObjectOutUnderTheByteOneAndItsTrackerWithIt) {
+TEST_F(Deregister, RemovesAnObjectUnderTheByteOneAndItsTracker) {
   Ledger ledger(Environment{"DEBUG", "DB", ""});
   register_ptr(ledger.pool, QK_MEM_OBJECT, tracker(), 40);
   ledger.skip_all();
@@ -73,7 +73,7 @@ TEST_F(Deregister, TakesAnObjectOutUnderTheByteOneAndItsTrackerWithIt) {
   EXPECT_EQ(same_.address, at(0x5000));
 }
 
-TEST_F(Deregister, TakesAnArrayOutUnderTheByteTwoAndItsTrackerUnderE) {
+TEST_F(Deregister, RemovesAnArrayUnderTheByteTwoAndItsTrackerUnderE) {
   Ledger ledger(Environment{"DEBUG", "DB", ""});
   register_ptr(ledger.pool, QK_MEM_ARRAY, tracker(), 40);
   ledger.skip_all();
@@ -87,7 +87,7 @@ TEST_F(Deregister, TakesAnArrayOutUnderTheByteTwoAndItsTrackerUnderE) {
   EXPECT_EQ(destroyed_, "tracker is destroyed\n");
 }
 
-TEST_F(Deregister, WritesTheByteItselfAndGoesOnBehindIt) {
+TEST_F(Deregister, WritesAZeroByteAndTheRestOfTheLine) {
   Ledger ledger(Environment{"DEBUG", "HEAPSIZE DB", ""});
   register_ptr(ledger.pool, QK_MEM_EXTERNAL, at(0x5000), 100);
   ledger.skip_all();
@@ -111,7 +111,7 @@ TEST_F(Deregister, CanNameAnObjectByItsOwnTracker) {
   EXPECT_EQ(destroyed_, "tracker is destroyed\n");
 }
 
-TEST_F(Deregister, CountsTheTrackerOffAsData) {
+TEST_F(Deregister, CountsTheTrackersRemovalAsData) {
   Ledger ledger("");
   const std::string overhead = kit::overhead_of(ledger.pool);
   register_ptr(ledger.pool, QK_MEM_OBJECT, tracker(), 40);
@@ -140,7 +140,7 @@ TEST_F(Deregister, IsFollowedByTheReportUnderCtrlblks) {
   EXPECT_EQ(kit::sections_of(ledger.log(), QK_MEM_DUMP_POINTERS), "");
 }
 
-TEST_F(Deregister, OfWhatStandsTwiceTakesTheLatestAndThenTheOther) {
+TEST_F(Deregister, RemovesTheLatestOfTwoRecordsFirst) {
   Ledger ledger("");
   register_ptr(ledger.pool, QK_MEM_EXTERNAL, at(0x5000), 100);
   register_ptr(ledger.pool, QK_MEM_EXTERNAL, at(0x5000), 30);
@@ -150,7 +150,7 @@ TEST_F(Deregister, OfWhatStandsTwiceTakesTheLatestAndThenTheOther) {
   EXPECT_EQ(ledger.sums(), "handle 0 for 0, tag 0 for 0, events 4");
 }
 
-TEST_F(Deregister, OfAllocatedMemoryTakesItOutWithoutFreeingIt) {
+TEST_F(Deregister, RemovesAllocatedMemoryWithoutFreeingIt) {
   Ledger ledger(Environment{"DEBUG", "DB", ""});
   void* const memory = qk_mem_icalloc(ledger.pool, 2, 10, 16, "src/app.c", 12);
   ledger.skip_all();
@@ -163,14 +163,14 @@ TEST_F(Deregister, OfAllocatedMemoryTakesItOutWithoutFreeingIt) {
   std::free(memory);
 }
 
-TEST_F(Deregister, OnNoHandleLeavesACode) {
+TEST_F(Deregister, SetsACodeForAnInvalidHandle) {
   Ledger ledger("DEBUG");
   deregister_ptr(99, QK_MEM_OBJECT, &same_);
   EXPECT_EQ(ledger.log(), "   qk_mem_ideregister: ERROR: invalid hid 99 at other.c:80000\n");
   EXPECT_EQ(qk_mem_error(), 5566);
 }
 
-TEST_F(Deregister, OnTheDataHandleDoesNothingWhileNothingIsConfigured) {
+TEST_F(Deregister, DoesNothingOnTheUntrackedDataHandle) {
   Scene scene("");
   qk_mem_init();
   deregister_ptr(QK_MEM_DATA_HANDLE, QK_MEM_OBJECT, &of_nothing_);
@@ -178,7 +178,7 @@ TEST_F(Deregister, OnTheDataHandleDoesNothingWhileNothingIsConfigured) {
   EXPECT_EQ(kit::contents("qkmem.log"), "");
 }
 
-TEST_F(Deregister, OnTheDataHandleOnlyWarnsWhereItWasConfiguredAfterTheStart) {
+TEST_F(Deregister, WarnsOnADataHandleConfiguredAfterStartUp) {
   Ledger ledger("");
   ledger.configure("EXCEPTIONS");
   deregister_ptr(QK_MEM_DATA_HANDLE, QK_MEM_EXTERNAL, at(0x5000));
@@ -186,7 +186,7 @@ TEST_F(Deregister, OnTheDataHandleOnlyWarnsWhereItWasConfiguredAfterTheStart) {
             "   qk_mem_ideregister: WARNING:   2 [p1] ptr not found at other.c:80000\n");
 }
 
-TEST_F(Deregister, OnABlockManagedHandleLowersWhatItIsChargedFor) {
+TEST_F(Deregister, LowersTheChargeOfABlockManagedHandle) {
   Ledger ledger(Environment{"EXCEPTIONS", "DB", ""}, "BLOCKMGMT BLOCKSIZE=64");
   register_ptr(ledger.pool, QK_MEM_EXTERNAL, at(0x5000), 100);
   EXPECT_EQ(kit::tag_of("AB"), "2 for 196") << "96 of them are the block's";

@@ -106,7 +106,7 @@ TEST_F(Register, MarksItsHandle) {
   EXPECT_EQ(ledger.pool.record().registered, 1);
 }
 
-TEST_F(Register, IsLoggedWithTheHeapWhereThatIsAskedFor) {
+TEST_F(Register, LogsTheHeapChangeUnderHeapsize) {
   Ledger ledger(Environment{"DEBUG", "HEAPSIZE", ""});
   register_ptr(ledger.pool, QK_MEM_ARRAY, tracker_, 40);
   EXPECT_EQ(ledger.log(),
@@ -114,7 +114,7 @@ TEST_F(Register, IsLoggedWithTheHeapWhereThatIsAskedFor) {
             "   qk_mem_tracker:        3 [p2] T 16 app.c:12 (heap change)\n");
 }
 
-TEST_F(Register, ShowsTheLowBitsOfTheLineAndTheCallersInTheTrackersRow) {
+TEST_F(Register, ShowsTheFullLineOnlyInTheTrackersRow) {
   Ledger ledger(Environment{"DEBUG", "DB", ""});
   qk_mem_iregister(ledger.pool, QK_MEM_OBJECT, &tracker_, nullptr, 40, "src/app.c", 80000);
   EXPECT_EQ(ledger.log(),
@@ -180,7 +180,7 @@ TEST_F(Register, WarnsOfMisuse) {
   }
 }
 
-TEST_F(Register, GoesOnAfterAWarning) {
+TEST_F(Register, RecordsDespiteAWarning) {
   Ledger ledger(Environment{"DEBUG", "DB", ""});
   register_ptr(ledger.pool, QK_MEM_OBJECT, of_void_, 0);
   EXPECT_EQ(ledger.log(),
@@ -194,7 +194,7 @@ TEST_F(Register, GoesOnAfterAWarning) {
   EXPECT_EQ(ledger.sums(), "handle 1 for 0, tag 1 for 0, events 2");
 }
 
-TEST_F(Register, OfNullRecordsNothing) {
+TEST_F(Register, RecordsNothingForNull) {
   Ledger ledger("DEBUG");
   register_ptr(ledger.pool, QK_MEM_EXTERNAL, nullptr, 9);
   register_ptr(ledger.pool, QK_MEM_OBJECT, of_nothing_, 9);
@@ -205,7 +205,7 @@ TEST_F(Register, OfNullRecordsNothing) {
   EXPECT_EQ(qk_mem_error(), 0);
 }
 
-TEST_F(Register, OfWhatIsRecordedAlreadyWarnsAndRecordsItTwice) {
+TEST_F(Register, WarnsOfARecordedAddressAndRecordsItTwice) {
   Ledger ledger("EXCEPTIONS");
   register_ptr(ledger.pool, QK_MEM_EXTERNAL, at(0x5000), 100);
   qk_mem_iregister(ledger.pool, QK_MEM_OBJECT, &tracker_, nullptr, 40, "src/other.c", 80000);
@@ -215,7 +215,7 @@ TEST_F(Register, OfWhatIsRecordedAlreadyWarnsAndRecordsItTwice) {
   EXPECT_EQ(ledger.sums(), "handle 2 for 140, tag 2 for 140, events 3");
 }
 
-TEST_F(Register, OfAllocatedMemoryWarnsAndRecordsItTwice) {
+TEST_F(Register, WarnsOfAllocatedMemoryAndRecordsItTwice) {
   Ledger ledger("EXCEPTIONS");
   void* memory = qk_mem_imalloc(ledger.pool, 10, 16, "src/other.c", 80000);
   register_ptr(ledger.pool, QK_MEM_EXTERNAL, memory, 10);
@@ -225,7 +225,7 @@ TEST_F(Register, OfAllocatedMemoryWarnsAndRecordsItTwice) {
   EXPECT_EQ(ledger.sums(), "handle 2 for 20, tag 2 for 20, events 2");
 }
 
-TEST_F(Register, WarnsOfWhatWasRegisteredAsVoidAlsoWhenItExists) {
+TEST_F(Register, WarnsOfVoidEvenIfTheAddressIsRecorded) {
   Ledger ledger("EXCEPTIONS");
   register_ptr(ledger.pool, QK_MEM_EXTERNAL, at(0x5000), 100);
   register_ptr(ledger.pool, QK_MEM_ARRAY, of_void_, 0);
@@ -236,7 +236,7 @@ TEST_F(Register, WarnsOfWhatWasRegisteredAsVoidAlsoWhenItExists) {
       "   qk_mem_iregister: WARNING: register of void array at app.c:12\n");
 }
 
-TEST_F(Register, LeavesTheSameAddressOfAnotherHandleAlone) {
+TEST_F(Register, AcceptsAnAddressRecordedOnAnotherHandle) {
   Ledger ledger("EXCEPTIONS");
   const Pool other;
   register_ptr(other, QK_MEM_EXTERNAL, at(0x5000), 100);
@@ -244,14 +244,14 @@ TEST_F(Register, LeavesTheSameAddressOfAnotherHandleAlone) {
   EXPECT_EQ(ledger.log(), "");
 }
 
-TEST_F(Register, OnNoHandleLeavesACode) {
+TEST_F(Register, SetsACodeForAnInvalidHandle) {
   Ledger ledger("DEBUG");
   register_ptr(99, QK_MEM_OBJECT, tracker_, 40);
   EXPECT_EQ(ledger.log(), "   qk_mem_iregister: ERROR: invalid hid 99 at app.c:12\n");
   EXPECT_EQ(qk_mem_error(), 5566);
 }
 
-TEST_F(Register, OnTheDataHandleDoesNothingWhileNothingIsConfigured) {
+TEST_F(Register, DoesNothingOnTheUntrackedDataHandle) {
   Scene scene("");
   qk_mem_init();
   register_ptr(QK_MEM_DATA_HANDLE, QK_MEM_OBJECT, tracker_, 40);
@@ -260,14 +260,14 @@ TEST_F(Register, OnTheDataHandleDoesNothingWhileNothingIsConfigured) {
   EXPECT_EQ(qk_mem_is_recorded(2, at(0x5000), "src/app.c", 13), 0);
 }
 
-TEST_F(Register, OnTheDataHandleRecordsWhereAnythingIsConfigured) {
+TEST_F(Register, RecordsOnTheDataHandleOnceAnythingIsConfigured) {
   Scene scene("TRACE");
   register_ptr(QK_MEM_DATA_HANDLE, QK_MEM_OBJECT, tracker_, 40);
   EXPECT_EQ(kit::data_of(2), "1 for 40");
   EXPECT_EQ(handle_of(2).registered, 1);
 }
 
-TEST_F(Register, OnTheDataHandleOnlyWarnsWhereItWasConfiguredAfterTheStart) {
+TEST_F(Register, WarnsOnADataHandleConfiguredAfterStartUp) {
   Ledger ledger("");
   ledger.configure("EXCEPTIONS");
   register_ptr(QK_MEM_DATA_HANDLE, QK_MEM_OBJECT, tracker_, 0);
@@ -276,7 +276,7 @@ TEST_F(Register, OnTheDataHandleOnlyWarnsWhereItWasConfiguredAfterTheStart) {
   EXPECT_EQ(handle_of(2).registered, 0);
 }
 
-TEST_F(Register, ThatFindsNoRoomLeavesTheObjectUnrecorded) {
+TEST_F(Register, LeavesTheObjectUnrecordedOnFailure) {
   Ledger ledger(Environment{"DEBUG", "DB", ""});
   kit::fill_arrays(ledger.pool);
   ledger.skip_all();
@@ -294,7 +294,7 @@ TEST_F(Register, ThatFindsNoRoomLeavesTheObjectUnrecorded) {
   EXPECT_EQ(destroyed_, "") << "the tracker stays the caller's";
 }
 
-TEST_F(Register, ThatFindsNoRoomForTheTrackerRecordsTheObject) {
+TEST_F(Register, RecordsTheObjectEvenIfItsTrackerFails) {
   Ledger ledger("EXCEPTIONS");
   // The object's address belongs to another array than the tracker's.
   kit::fill_arrays(ledger.pool);
@@ -309,7 +309,7 @@ TEST_F(Register, ThatFindsNoRoomForTheTrackerRecordsTheObject) {
   EXPECT_EQ(ledger.record(&tracker_), "none");
 }
 
-TEST_F(Register, OnABlockManagedHandleRecordsAndChargesEvenWherePiecesAreNot) {
+TEST_F(Register, ChargesABlockManagedHandleThatRecordsNoPieces) {
   Ledger ledger(Environment{"EXCEPTIONS", "DB", ""}, "BLOCKMGMT BLOCKINITIAL=0");
   EXPECT_EQ(ledger.pool.record().track, 0);
   register_ptr(ledger.pool, QK_MEM_EXTERNAL, at(0x6000), 100);
@@ -322,7 +322,7 @@ TEST_F(Register, OnABlockManagedHandleRecordsAndChargesEvenWherePiecesAreNot) {
   EXPECT_EQ(ledger.sums(), "handle 2 for 140, tag 2 for 140, events 3");
 }
 
-TEST_F(Register, OnAnOverheadHandleIsDataAllTheSame) {
+TEST_F(Register, CountsAsDataEvenOnAnOverheadHandle) {
   Ledger ledger(Environment{}, "OVERHEAD");
   register_ptr(ledger.pool, QK_MEM_OBJECT, tracker_, 40);
   EXPECT_EQ(ledger.sums(), "handle 1 for 40, tag 1 for 40, events 2");

@@ -11,7 +11,7 @@ using kit::sections;
 using kit::set_heap;
 using kit::Stage;
 
-TEST(ComparisonRows, CutsADecreaseAt15Characters) {
+TEST(ComparisonRows, CutADecreaseAt15Characters) {
   Stage stage;
   qk_mem_handle& handle = stage.handle(1, 'D', "AB");
   hold(handle, 0x1010, 'M', 1, 900);
@@ -37,7 +37,7 @@ TEST(ComparisonRows, CutsADecreaseAt15Characters) {
             "  |   1 AB    made.c:100      |    1      1000|    1       900|-10.00%18446744|\n");
 }
 
-TEST(ComparisonRows, MarksAutofreeWithACapitalAmongHandlesOfBothTypes) {
+TEST(ComparisonRows, MarkAutofreeHandlesOfBothTypesWithACapital) {
   Stage stage;
   stage.handle(1, 'O').autofree = 'a';
   stage.handle(2).autofree = 'a';
@@ -58,7 +58,7 @@ TEST(ComparisonRows, MarksAutofreeWithACapitalAmongHandlesOfBothTypes) {
             "  |   4 AB BA made.c:400      |    0         0|    0         0|   n/a      n/a|\n");
 }
 
-TEST(ComparisonRows, CutsPlacesAt16Characters) {
+TEST(ComparisonRows, CutLocationsAt16Characters) {
   Stage stage;
   stage.handle(1).file = "abcdefgh.cpp";
   stage.handle(2).file = "abcdefghi.cpp";
@@ -74,7 +74,7 @@ TEST(ComparisonRows, CutsPlacesAt16Characters) {
             "  |   4       made.c:65537    |    0         0|    0         0|   n/a      n/a|\n");
 }
 
-TEST(ComparisonRows, ShowsTheQuantityOfATagAsSignedAndOfTheGlobalTagAsUnsigned) {
+TEST(ComparisonRows, ShowOnlyTheGlobalTagsQuantityAsUnsigned) {
   Stage stage;
   qk_mem_handle& handle = stage.handle(1, 'O', "AB");
   handle.tag->qty = 4294967295;

@@ -27,7 +27,7 @@ void set_base(qk_mem_handle& handle, const Base& base) {
   handle.base_overhead_amount = base.overhead_amount;
 }
 
-TEST(Comparison, OfNoHandlesIsATableOfZeros) {
+TEST(Comparison, IsATableOfZerosWithoutHandles) {
   Stage stage;
   EXPECT_EQ(sections("", QK_MEM_DUMP_COMPARISON),
             "Tags\n"
@@ -106,7 +106,7 @@ TEST(Comparison, SumsOnlyWhatTheFilterKeeps) {
             "  |   1 AB    made.c:100      |    1       500|    1      1000|  100%      500|\n");
 }
 
-TEST(Comparison, OfUntaggedHandlesHasOnlyTheGlobalTag) {
+TEST(Comparison, HasOnlyTheGlobalTagForUntaggedHandles) {
   Stage stage;
   hold(stage.handle(1, 'O', "AB"), 0x1010, 'M', 1, 1000);
   hold(stage.handle(2), 0x1010, 'M', 1, 2000);
@@ -123,7 +123,7 @@ TEST(Comparison, OfUntaggedHandlesHasOnlyTheGlobalTag) {
             "  |   2       made.c:200      |    0         0|    1      2000|   n/a      n/a|\n");
 }
 
-TEST(Comparison, CountsOtherTypesAsDataAndListsThemNowhere) {
+TEST(Comparison, CountsOtherTypesAsDataButDoesNotListThem) {
   Stage stage;
   qk_mem_handle& handle = stage.handle(1, 'Q');
   hold(handle, 0x1010, 'M', 1, 1000);

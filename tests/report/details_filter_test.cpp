@@ -32,7 +32,7 @@ TEST_F(FilteredDetails, ShowHandlesThatTheFilterKeeps) {
             "       2    0000000000001010 M     1       20       20      10 app.c:1\n");
 }
 
-TEST_F(FilteredDetails, AskForMarkedHandlesWhereNewPointersAreWanted) {
+TEST_F(FilteredDetails, ShowMarkedHandlesIfNewPointersAreSelected) {
   data_.has_growth = 1;
   EXPECT_EQ(sections("NEW_PTRS=TRUE", QK_MEM_DUMP_HANDLES | QK_MEM_DUMP_POINTERS),
             "Data handles\n"
@@ -41,7 +41,7 @@ TEST_F(FilteredDetails, AskForMarkedHandlesWhereNewPointersAreWanted) {
             "   +   2    0000000000001000 M     1       10       10       8 app.c:1\n");
 }
 
-TEST_F(FilteredDetails, AskForHandlesWithoutMarkWhereOldPointersAreWanted) {
+TEST_F(FilteredDetails, ShowUnmarkedHandlesIfOldPointersAreSelected) {
   data_.has_growth = 1;
   EXPECT_EQ(sections("NEW_PTRS=FALSE", QK_MEM_DUMP_HANDLES | QK_MEM_DUMP_POINTERS),
             "Overhead handles\n"

@@ -14,7 +14,7 @@ using kit::Stage;
 constexpr unsigned kEverySection =
     QK_MEM_DUMP_HANDLES | QK_MEM_DUMP_MGMT | QK_MEM_DUMP_BLOCKS | QK_MEM_DUMP_POINTERS;
 
-TEST(Details, OfNoHandlesAreBandsAndEmptyLines) {
+TEST(Details, AreBandsAndEmptyLinesWithoutHandles) {
   Stage stage;
   EXPECT_EQ(report("", kEverySection),
             "\n"
@@ -84,7 +84,7 @@ TEST(Details, ShowEachRecordInTheSectionOfItsKind) {
             "   +   2 AB 0000000000002810 m     1       32       32      18 app.c:18\n");
 }
 
-TEST(Details, MarkAutofreeHandlesWithACapitalOnlyAmongOverheadHandles) {
+TEST(Details, MarkAutofreeWithACapitalOnlyOnOverheadHandles) {
   Stage stage;
   stage.handle(1, 'O').autofree = 'a';
   stage.handle(2, 'D', "AB").autofree = 'a';
@@ -139,7 +139,7 @@ TEST(Details, MarkRecordsThatNoBaselineCovers) {
             "   +   1    0000000000001110 M     1        5        5       4 app.c:1\n");
 }
 
-TEST(Details, OfManagementAloneHaveNoHeadings) {
+TEST(Details, HaveNoHeadingsForManagementAlone) {
   Stage stage;
   hold(stage.handle(1, 'O'), 0x1010, 'H', 3, 100);
   hold(stage.handle(2), 0x1010, 'T', 1, 16);
@@ -153,14 +153,14 @@ TEST(Details, OfManagementAloneHaveNoHeadings) {
             "   ----------------------------------------------------------------------------\n");
 }
 
-TEST(Details, OfManagementAmongOthersHaveHeadings) {
+TEST(Details, HaveHeadingsForManagementAmongOthers) {
   Stage stage;
   constexpr unsigned kOptions = QK_MEM_DUMP_MGMT | QK_MEM_DUMP_BLOCKS;
   EXPECT_EQ(report("", kOptions).rfind("\n    Hndl Tg ", 0), 0U);
   EXPECT_EQ(sections("", kOptions), "");
 }
 
-TEST(Details, FollowNumbersOfHandlesThenArraysThenSlots) {
+TEST(Details, AreOrderedByHandlesThenArraysThenSlots) {
   Stage stage;
   qk_mem_handle& last = stage.handle(9);
   hold(last, 0x9000, 'M', 1, 1);
@@ -208,7 +208,7 @@ TEST(Details, SkipAnArrayThatLostItsSlots) {
             "   +   1    0000000000001010 M     1        1        1       3 app.c:1\n");
 }
 
-TEST(Details, CutPlacesAt24Characters) {
+TEST(Details, CutLocationsAt24Characters) {
   Stage stage;
   qk_mem_handle& handle = stage.handle(1);
   handle.file = "abcdefghijklmnopqrst.cpp";
@@ -226,7 +226,7 @@ TEST(Details, CutPlacesAt24Characters) {
       "   +   1    0000000000001020 M     1        1        1       7 abcdefghijklmnopqrs.cpp:\n");
 }
 
-TEST(Details, ShowTheWholeLineOfAHandleAndTheLow16BitsOfARecords) {
+TEST(Details, ShowAHandlesFullLineAndARecordsLow16Bits) {
   Stage stage;
   qk_mem_handle& handle = stage.handle(1);
   handle.line = 65537;
@@ -240,7 +240,7 @@ TEST(Details, ShowTheWholeLineOfAHandleAndTheLow16BitsOfARecords) {
             "   +   1    0000000000001010 M     1        1        1       5 app.c:1\n");
 }
 
-TEST(Details, MoveTheirColumnsForFiguresThatAreTooWide) {
+TEST(Details, ShiftColumnsForFiguresThatAreTooWide) {
   Stage stage;
   qk_mem_handle& handle = stage.handle(1);
   handle.id = 12345;

@@ -23,7 +23,7 @@ using kit::Stage;
 
 constexpr char kUnavailable[] = "QK_MEM_DEBUG must be set to see memory information\n";
 
-TEST(Dump, WithoutTracingTellsOnlyTheHeapAlone) {
+TEST(Dump, ShowsOnlyALoneHeapsizeWithoutTracing) {
   Scene scene;
   set_heap(1234567);
   EXPECT_EQ(report("", QK_MEM_DUMP_HEAPSIZE), "Current heapsize:     1234567\n");
@@ -33,14 +33,14 @@ TEST(Dump, WithoutTracingTellsOnlyTheHeapAlone) {
   }
 }
 
-TEST(Dump, WithoutTracingTellsTheHeapWhereThatIsConfiguredAlone) {
+TEST(Dump, ShowsALoneConfiguredHeapsizeWithoutTracing) {
   Scene scene({"", "", "OPTIONS=HEAPSIZE"});
   set_heap(88);
   EXPECT_EQ(report("", 0), "Current heapsize:          88\n");
   EXPECT_EQ(report("", QK_MEM_DUMP_SUMMARY), kUnavailable);
 }
 
-TEST(Dump, WithoutTracingDoesntReadItsFilter) {
+TEST(Dump, IgnoresItsFilterWithoutTracing) {
   Scene scene;
   EXPECT_EQ(report("no such filter", QK_MEM_DUMP_SUMMARY), kUnavailable);
   EXPECT_EQ(qk_mem_error(), 0);
@@ -54,7 +54,7 @@ TEST(Dump, IsUnavailableOnceDebuggingIsOff) {
   EXPECT_EQ(report("", QK_MEM_DUMP_HANDLES), kUnavailable);
 }
 
-TEST(Dump, NamesAFilterThatItCantRead) {
+TEST(Dump, NamesAnInvalidFilter) {
   Scene scene("EXCEPTIONS");
   EXPECT_EQ(report("SIZE=3", QK_MEM_DUMP_SUMMARY), "\"SIZE=3\" are not legal filters\n");
   EXPECT_EQ(qk_mem_error(), 11102);
@@ -64,7 +64,7 @@ TEST(Dump, NamesAFilterThatItCantRead) {
   EXPECT_EQ(report(" ,x%s", 0), "\" ,x%s\" are not legal filters\n");
 }
 
-TEST(Dump, TakesNullAsNoFilter) {
+TEST(Dump, TreatsANullFilterAsNone) {
   Stage stage;
   stage.handle(1);
   EXPECT_EQ(sections(nullptr, QK_MEM_DUMP_HANDLES),
@@ -72,7 +72,7 @@ TEST(Dump, TakesNullAsNoFilter) {
             "   +   1                           0                 0       1 made.c:100\n");
 }
 
-TEST(Dump, ToNoStreamDoesNothing) {
+TEST(Dump, IgnoresItsFilterWithoutAStream) {
   Scene scene("EXCEPTIONS");
   qk_mem_init();
   scene.skip_log();
@@ -88,13 +88,13 @@ TEST(Dump, StartsTheLibraryUp) {
             "   +   1                      A    0                 0       1 qkmem.cpp:#\n");
 }
 
-TEST(Dump, ToNoStreamStartsTheLibraryUpToo) {
+TEST(Dump, StartsTheLibraryUpEvenWithoutAStream) {
   Scene scene("EXCEPTIONS");
   qk_mem_dump(nullptr, "", 0);
   EXPECT_EQ(Qk_mem_num_handles, 2);
 }
 
-TEST(Dump, WithoutSectionsOfItsOwnTakesTheConfiguredOnes) {
+TEST(Dump, ShowsTheConfiguredSectionsByDefault) {
   Stage stage;
   hold(stage.handle(1), 0x1010, 'B', 1, 5);
   EXPECT_EQ(Qk_mem_dump_opts, 53U);
@@ -135,7 +135,7 @@ struct Watched {
   }
 };
 
-TEST(Dump, HoldsTheLockAsLongAsItPrints) {
+TEST(Dump, HoldsTheRegistrysLockWhileItPrints) {
   Stage stage;
   hold(stage.handle(1), 0x1010, 'M', 1, 5);
   Watched watched;
@@ -147,7 +147,7 @@ TEST(Dump, HoldsTheLockAsLongAsItPrints) {
   EXPECT_EQ(watched.unlocked_writes, 0);
 }
 
-TEST(Dump, LetsTheLockGoHoweverItEnds) {
+TEST(Dump, ReleasesTheRegistrysLockHoweverItEnds) {
   Stage stage;
   qk_mem_dump(nullptr, "", 0);
   EXPECT_FALSE(Qk_mem_mtx.held());
@@ -184,7 +184,7 @@ TEST(Dump, AllocatesNothing) {
                                              kit::dump("", QK_MEM_DUMP_GROWTH | 0x3f));
 }
 
-TEST(Dump, NeitherFlushesNorClosesItsStream) {
+TEST(Dump, DoesNotFlushOrCloseItsStream) {
   Stage stage;
   FILE* stream = std::fopen("report.txt", "w");
   ASSERT_NE(stream, nullptr);
@@ -197,7 +197,7 @@ TEST(Dump, NeitherFlushesNorClosesItsStream) {
             "end\n");
 }
 
-TEST(Dump, PassesOverErrorsOfItsStream) {
+TEST(Dump, IgnoresErrorsOfItsStream) {
   Stage stage;
   FILE* full = std::fopen("/dev/full", "w");
   ASSERT_NE(full, nullptr);

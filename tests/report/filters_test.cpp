@@ -47,13 +47,13 @@ void expect_read(const Row (&rows)[kCount]) {
   for (const Row& row : rows) EXPECT_EQ(read(row.filter), row.conditions) << row.filter;
 }
 
-TEST(Filter, ThatIsNullOrEmptySelectsEverything) {
+TEST(Filter, SelectsEverythingIfNullOrEmpty) {
   EXPECT_EQ(read(nullptr), "");
   EXPECT_EQ(read(""), "");
   EXPECT_EQ(read("   "), "");
 }
 
-TEST(Filter, OfAHandleIsItsNumber) {
+TEST(Filter, SelectsAHandleByItsNumber) {
   constexpr Row kRows[] = {
       {"HANDLE=12", "handle_id=12"}, {"HANDLE=0", ""},
       {"HANDLE=twelve", ""},         {"HANDLE=-3", "handle_id=-3"},
@@ -62,7 +62,7 @@ TEST(Filter, OfAHandleIsItsNumber) {
   expect_read(kRows);
 }
 
-TEST(Filter, OfATagIsItsNameInUpperCase) {
+TEST(Filter, SelectsATagByItsNameInUpperCase) {
   constexpr Row kRows[] = {
       {"TAG=AB", "tag_name=AB"}, {"TAG=ab", "tag_name=AB"},       {"TAG=z", "tag_name=Z"},
       {"TAG=9{", "tag_name=9{"}, {"TAG=\xe4`", "tag_name=\xe4`"}, {"TAG='ab'", "tag_name=AB"},
@@ -70,7 +70,7 @@ TEST(Filter, OfATagIsItsNameInUpperCase) {
   expect_read(kRows);
 }
 
-TEST(Filter, OfTheTagNoneKeepsWhatHasNoTag) {
+TEST(Filter, SelectsUntaggedHandlesByTagNone) {
   constexpr Row kRows[] = {
       {"TAG=NONE", "untagged_only=1"},
       {"TAG=none", "untagged_only=1"},
@@ -80,7 +80,7 @@ TEST(Filter, OfTheTagNoneKeepsWhatHasNoTag) {
   expect_read(kRows);
 }
 
-TEST(Filter, OfATypeIsDataOrOverheadAndIgnoresAnythingElse) {
+TEST(Filter, AcceptsDataOrOverheadAndIgnoresOtherTypes) {
   constexpr Row kRows[] = {
       {"TYPE=DATA", "handle_type=D"},
       {"TYPE=data", "handle_type=D"},
@@ -93,7 +93,7 @@ TEST(Filter, OfATypeIsDataOrOverheadAndIgnoresAnythingElse) {
   expect_read(kRows);
 }
 
-TEST(Filter, OfAPropertyIsTrueOrFalseAndIgnoresAnythingElse) {
+TEST(Filter, AcceptsTrueOrFalseAndIgnoresOtherValues) {
   constexpr Row kRows[] = {
       {"AUTOFREE=TRUE", "autofree=1"},
       {"AUTOFREE=false", "autofree=-1"},
@@ -111,13 +111,13 @@ TEST(Filter, OfAPropertyIsTrueOrFalseAndIgnoresAnythingElse) {
   expect_read(kRows);
 }
 
-TEST(Filter, CountsFalseAs255) {
+TEST(Filter, StoresFalseAs255) {
   qk_mem_filters filters;
   ASSERT_EQ(qk_mem_init_filters("AUTOFREE=FALSE", &filters), 0);
   EXPECT_EQ(static_cast<unsigned char>(filters.autofree_sel), 255);
 }
 
-TEST(Filter, ReadsAndAnywhereWithoutEffect) {
+TEST(Filter, AcceptsAndAnywhereWithoutEffect) {
   constexpr Row kRows[] = {
       {"AND", ""},
       {"HANDLE=3 AND TAG=AB", "handle_id=3 tag_name=AB"},
@@ -127,7 +127,7 @@ TEST(Filter, ReadsAndAnywhereWithoutEffect) {
   expect_read(kRows);
 }
 
-TEST(Filter, TakesAllConditionsAtOnceInAnyOrder) {
+TEST(Filter, AcceptsAllConditionsTogetherInAnyOrder) {
   constexpr char kAll[] =
       "handle_id=12 tag_name=AB handle_type=O blockmgmt=-1 autofree=1 new_handle=1 new_ptrs=-1";
   EXPECT_EQ(read("HANDLE=12 TAG=ab TYPE=OVERHEAD AUTOFREE=TRUE BLOCKMGMT=FALSE NEW_HANDLE=TRUE "
@@ -138,13 +138,13 @@ TEST(Filter, TakesAllConditionsAtOnceInAnyOrder) {
             kAll);
 }
 
-TEST(Filter, TakesTheLastOfAKeywordGivenTwice) {
+TEST(Filter, UsesTheLastOfARepeatedKeyword) {
   EXPECT_EQ(read("HANDLE=3 HANDLE=4"), "handle_id=4");
   EXPECT_EQ(read("TAG=NONE TAG=AB"), "tag_name=AB");
   EXPECT_EQ(read("TYPE=DATA TYPE=xyz"), "");
 }
 
-TEST(Filter, ThatCantBeReadIsRefused) {
+TEST(Filter, IsRefusedIfItIsInvalid) {
   constexpr Row kRows[] = {
       {"SIZE=3", "11102"},          {"HANDLE", "11102"},  {"TAG=AB TYPE", "11102"},
       {"AND=TRUE", "11102"},        {"TAG='AB", "11102"}, {"HANDLE=3 or TAG=AB", "11102"},
@@ -153,7 +153,7 @@ TEST(Filter, ThatCantBeReadIsRefused) {
   expect_read(kRows);
 }
 
-TEST(Filter, DoesntTakeAbbreviatedKeywords) {
+TEST(Filter, RefusesAbbreviatedKeywords) {
   constexpr Row kRows[] = {
       {"HAND=3", "11102"},   {"TA=AB", "11102"}, {"T=AB", "11102"},      {"AUTO=TRUE", "11102"},
       {"NEW=TRUE", "11102"}, {"AN", "11102"},    {"HANDLES=3", "11102"},
@@ -161,34 +161,34 @@ TEST(Filter, DoesntTakeAbbreviatedKeywords) {
   expect_read(kRows);
 }
 
-TEST(Filter, OfATagLongerThanTwoCharactersIsRefused) {
+TEST(Filter, IsRefusedIfItsTagExceedsTwoCharacters) {
   EXPECT_EQ(read("TAG=abc"), "11103");
   EXPECT_EQ(read("TAG=NONES"), "11103");
   EXPECT_EQ(read("HANDLE=3 TAG=NON"), "11103");
 }
 
-TEST(Filter, LeavesItsCodeToTheThread) {
+TEST(Filter, SetsTheThreadsErrorCodeOnFailure) {
   (void)read("TAG=abc");
   EXPECT_EQ(qk_mem_error(), 11103);
   (void)read("SIZE=3");
   EXPECT_EQ(qk_mem_error(), 11102);
 }
 
-TEST(Filter, ThatIsReadLeavesTheThreadsCodeAlone) {
+TEST(Filter, KeepsTheThreadsErrorCodeOnSuccess) {
   (void)read("TAG=abc");
   EXPECT_EQ(read("TAG=ab"), "tag_name=AB");
   EXPECT_EQ(read(""), "");
   EXPECT_EQ(qk_mem_error(), 11103);
 }
 
-TEST(Filter, HasRoomFor256Characters) {
+TEST(Filter, MayHave256Characters) {
   const std::string filter = "TAG=ab" + std::string(250, ' ');
   EXPECT_EQ(read(filter.c_str()), "tag_name=AB");
   EXPECT_EQ(read((filter + " ").c_str()), "11102");
   EXPECT_EQ(qk_mem_error(), 11102);
 }
 
-TEST(Filter, StaysAsTheCallerWroteIt) {
+TEST(Filter, LeavesTheCallersStringUnchanged) {
   char filter[] = "TAG='ab' and TYPE=data";
   EXPECT_EQ(read(filter), "tag_name=AB handle_type=D");
   EXPECT_STREQ(filter, "TAG='ab' and TYPE=data");

@@ -25,7 +25,7 @@ qk_mem_handle& old_handle(Stage& stage, int id, char type = 'D') {
   return handle;
 }
 
-TEST(GrowthReport, OfNothingNewSaysSo) {
+TEST(GrowthReport, SaysSoIfNothingIsNew) {
   Stage stage;
   old_handle(stage, 1);
   EXPECT_EQ(report("", kGrowth | kEverySection), kNoGrowth);
@@ -35,19 +35,19 @@ TEST(GrowthReport, OfNothingNewSaysSo) {
   EXPECT_EQ(report("", kGrowth), kNoGrowth);
 }
 
-TEST(GrowthReport, OfNothingNewIsEmptyWhereItIsTerse) {
+TEST(GrowthReport, IsEmptyIfNothingIsNewAndItIsTerse) {
   Stage stage;
   old_handle(stage, 1);
   EXPECT_EQ(report("", kGrowth | QK_MEM_DUMP_TERSE), "");
   EXPECT_EQ(report("", 0x1ff), "");
 }
 
-TEST(GrowthReport, TakesNoHandlesForNoGrowth) {
+TEST(GrowthReport, ShowsNoGrowthWithoutHandles) {
   Stage stage;
   EXPECT_EQ(report("", kGrowth | kEverySection), kNoGrowth);
 }
 
-TEST(GrowthReport, TakesAHandleWithoutPointersForGrowth) {
+TEST(GrowthReport, CountsANewHandleWithoutPointersAsGrowth) {
   Stage stage;
   old_handle(stage, 1, 'O');
   stage.handle(2);
@@ -56,7 +56,7 @@ TEST(GrowthReport, TakesAHandleWithoutPointersForGrowth) {
             "   +   2                           0                 0       4 made.c:200\n");
 }
 
-TEST(GrowthReport, NeverTakesManagementForGrowth) {
+TEST(GrowthReport, DoesNotCountManagementAsGrowth) {
   Stage stage;
   qk_mem_handle& handle = old_handle(stage, 1);
   hold(handle, 0x1010, 'H', 1, 100);
@@ -65,7 +65,7 @@ TEST(GrowthReport, NeverTakesManagementForGrowth) {
   EXPECT_EQ(handle.has_growth, 0);
 }
 
-TEST(GrowthReport, TakesABlockForGrowth) {
+TEST(GrowthReport, CountsABlockAsGrowth) {
   Stage stage;
   qk_mem_handle& handle = old_handle(stage, 1);
   hold(handle, 0x1010, 'B', 1, 2048);
@@ -127,7 +127,7 @@ TEST(GrowthReport, HasNoManagementOfHandlesWithoutNewPointers) {
             "   ----------------------------------------------------------------------------\n");
 }
 
-TEST(GrowthReport, KeepsSummaryAndTableWhole) {
+TEST(GrowthReport, ShowsSummaryAndComparisonInFull) {
   Stage stage;
   old_handle(stage, 1);
   stage.handle(2);
@@ -135,7 +135,7 @@ TEST(GrowthReport, KeepsSummaryAndTableWhole) {
   EXPECT_EQ(report("", kGrowth | QK_MEM_DUMP_COMPARISON), report("", QK_MEM_DUMP_COMPARISON));
 }
 
-TEST(GrowthReport, WithoutSectionsIsTheClosingRule) {
+TEST(GrowthReport, IsTheClosingRuleWithoutSections) {
   Stage stage;
   stage.handle(1);
   EXPECT_EQ(report("", kGrowth),
@@ -177,7 +177,7 @@ TEST(GrowthReport, KeepsTheMarksOfHandlesThatTheFilterExcludes) {
   EXPECT_EQ(grown.has_growth, 0);
 }
 
-TEST(GrowthReport, IsTheOnlyOneThatMarksHandles) {
+TEST(GrowthReport, IsTheOnlyReportThatMarksHandles) {
   Stage stage;
   qk_mem_handle& grown = stage.handle(1);
   hold(grown, 0x1000, 'M', 1, 1);
@@ -186,7 +186,7 @@ TEST(GrowthReport, IsTheOnlyOneThatMarksHandles) {
   EXPECT_EQ(grown.has_growth, 0);
 }
 
-TEST(GrowthReport, GivesTheCallersConditionsBackAfterEachSection) {
+TEST(GrowthReport, RestoresTheCallersFilterAfterEachSection) {
   Stage stage;
   qk_mem_handle& grown = old_handle(stage, 1);
   hold(grown, 0x1100, 'M', 1, 11);
@@ -199,7 +199,7 @@ TEST(GrowthReport, GivesTheCallersConditionsBackAfterEachSection) {
             "   +   1    0000000000001100 M     1       11       11       4 app.c:1\n");
 }
 
-TEST(GrowthReport, HasNewHandlesWhereOldPointersAreAskedFor) {
+TEST(GrowthReport, ShowsNewHandlesIfOldPointersAreSelected) {
   Stage stage;
   qk_mem_handle& handle = stage.handle(1);
   hold(handle, 0x1000, 'M', 1, 11);
@@ -209,7 +209,7 @@ TEST(GrowthReport, HasNewHandlesWhereOldPointersAreAskedFor) {
   EXPECT_EQ(handle.has_growth, 0);
 }
 
-TEST(GrowthReport, NeedsMarksOfAnEarlierOneWhereNewPointersAreAskedFor) {
+TEST(GrowthReport, NeedsEarlierMarksIfNewPointersAreSelected) {
   Stage stage;
   hold(stage.handle(1), 0x1000, 'M', 1, 11);
   EXPECT_EQ(report("NEW_PTRS=TRUE", kGrowth | QK_MEM_DUMP_POINTERS), kNoGrowth);
@@ -219,7 +219,7 @@ TEST(GrowthReport, NeedsMarksOfAnEarlierOneWhereNewPointersAreAskedFor) {
             "   +   1    0000000000001000 M     1       11       11       3 app.c:1\n");
 }
 
-TEST(GrowthReport, TakesAPointerBackAtAnOldAddressForGrowth) {
+TEST(GrowthReport, CountsAPointerAtAReusedAddressAsGrowth) {
   Stage stage;
   qk_mem_handle& handle = old_handle(stage, 1);
   qk_mem_free_ptr(&handle, qk_mem_get_ptr(&handle, reinterpret_cast<void*>(0x1000)));
@@ -230,7 +230,7 @@ TEST(GrowthReport, TakesAPointerBackAtAnOldAddressForGrowth) {
             "   +   1    0000000000001000 M     1       11       11       4 app.c:1\n");
 }
 
-TEST(TerseReport, WithoutGrowthIsLikeAnyOther) {
+TEST(TerseReport, IsLikeAnyOtherWithoutGrowth) {
   Stage stage;
   old_handle(stage, 1);
   EXPECT_EQ(report("", QK_MEM_DUMP_TERSE),

@@ -24,13 +24,13 @@ void expect_growth(const Row& row) {
   EXPECT_EQ(growth(row.base, row.current), row.text) << row.base << " to " << row.current;
 }
 
-TEST(Growth, FromNothingIsNotAvailable) {
+TEST(GrowthText, IsNotAvailableFromZero) {
   EXPECT_EQ(growth(0, 0), "  n/a      n/a");
   EXPECT_EQ(growth(0, 1), "  n/a      n/a");
   EXPECT_EQ(growth(0, UINT64_MAX), "  n/a      n/a");
 }
 
-TEST(Growth, BelowTenPercentShowsTwoDecimals) {
+TEST(GrowthText, ShowsTwoDecimalsBelowTenPercent) {
   constexpr Row kRows[] = {
       {1000, 1000, " 0.00%        0"},
       {1000, 1050, " 5.00%       50"},
@@ -41,7 +41,7 @@ TEST(Growth, BelowTenPercentShowsTwoDecimals) {
   for (const Row& row : kRows) expect_growth(row);
 }
 
-TEST(Growth, OfTenPercentAndMoreShowsNone) {
+TEST(GrowthText, ShowsNoDecimalsFromTenPercentOn) {
   constexpr Row kRows[] = {
       {1000, 1100, "   10%      100"},  {1000, 1200, "   20%      200"},
       {1000, 1106, "   11%      106"},  {1000, 2000, "  100%     1000"},
@@ -51,12 +51,12 @@ TEST(Growth, OfTenPercentAndMoreShowsNone) {
   for (const Row& row : kRows) expect_growth(row);
 }
 
-TEST(Growth, IsComparedWithTenBeforeItIsRounded) {
+TEST(GrowthText, IsComparedWithTenBeforeItIsRounded) {
   expect_growth({1000000, 1099990, "10.00%    99990"});
   expect_growth({1000000, 1100000, "   10%   100000"});
 }
 
-TEST(Growth, ShowsADecreaseAsItsTwosComplement) {
+TEST(GrowthText, ShowsADecreaseAsItsTwosComplement) {
   constexpr Row kRows[] = {
       {1000, 990, "-1.00%18446744073709551606"},
       {1000, 900, "-10.00%18446744073709551516"},
@@ -65,36 +65,36 @@ TEST(Growth, ShowsADecreaseAsItsTwosComplement) {
   for (const Row& row : kRows) expect_growth(row);
 }
 
-TEST(Growth, WidensWithAnAmountOfTenDigits) {
+TEST(GrowthText, WidensWithAnAmountOfTenDigits) {
   expect_growth({10000000000, 11000000000, "   10%1000000000"});
 }
 
-TEST(Growth, TakesTheBaseAsUnsignedAndTheDifferenceAsSigned) {
+TEST(GrowthText, TreatsTheBaseAsUnsignedTheDifferenceAsSigned) {
   expect_growth({0x8000000000000000, 0xc000000000000000, "   50%4611686018427387904"});
   expect_growth({0x8000000000000000, 0, "-100.00%9223372036854775808"});
   expect_growth({1, UINT64_MAX, "-200.00%18446744073709551614"});
 }
 
-TEST(Growth, AnswersTheBuffer) {
+TEST(GrowthText, IsReturnedInTheCallersBuffer) {
   char text[64];
   EXPECT_EQ(qk_mem_growth_string(0, 1, text), text);
   EXPECT_EQ(qk_mem_growth_string(1, 1, text), text);
 }
 
-TEST(Location, IsFileAndLine) {
+TEST(LocationText, IsFileAndLine) {
   char text[64];
   EXPECT_EQ(qk_mem_location_string("app.c", 12, text), text);
   EXPECT_STREQ(text, "app.c:12");
   EXPECT_STREQ(qk_mem_location_string("", 0, text), ":0");
 }
 
-TEST(Location, KeepsFoldersAndSigns) {
+TEST(LocationText, KeepsFoldersAndSigns) {
   char text[64];
   EXPECT_STREQ(qk_mem_location_string("src/deep/app.c", 70000, text), "src/deep/app.c:70000");
   EXPECT_STREQ(qk_mem_location_string("app.c", -1, text), "app.c:-1");
 }
 
-TEST(Location, OfAnyLengthIsWrittenWhole) {
+TEST(LocationText, IsWrittenInFullAtAnyLength) {
   char text[128];
   EXPECT_STREQ(
       qk_mem_location_string("a_name_that_no_row_of_a_report_would_ever_show_whole.cpp", 1, text),

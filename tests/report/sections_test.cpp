@@ -21,7 +21,7 @@ class Sections : public ::testing::Test {
   Stage stage_;
 };
 
-TEST_F(Sections, SummaryAloneHasNoRows) {
+TEST_F(Sections, HaveNoRowsForSummaryAlone) {
   EXPECT_EQ(sections("", QK_MEM_DUMP_SUMMARY),
             "Summary\n"
             "   Current:           2       2088\n"
@@ -34,13 +34,13 @@ TEST_F(Sections, SummaryAloneHasNoRows) {
             "     NONE:            1         40\n");
 }
 
-TEST_F(Sections, HeapsizeAloneIsOneLineAndTheRule) {
+TEST_F(Sections, AreOneLineAndTheRuleForHeapsizeAlone) {
   EXPECT_EQ(report("", QK_MEM_DUMP_HEAPSIZE),
             "Current heapsize:           0\n"
             "   ----------------------------------------------------------------------------\n");
 }
 
-TEST_F(Sections, HandlesAloneHaveNoRecords) {
+TEST_F(Sections, HaveNoRecordsForHandlesAlone) {
   EXPECT_EQ(sections("", QK_MEM_DUMP_HANDLES),
             "Overhead handles\n"
             "   +   1                           1                40       1 made.c:100\n"
@@ -48,7 +48,7 @@ TEST_F(Sections, HandlesAloneHaveNoRecords) {
             "   +   2 AB                        1              2048       4 made.c:200\n");
 }
 
-TEST_F(Sections, ManagementAloneHasNoHeadings) {
+TEST_F(Sections, HaveNoHeadingsForManagementAlone) {
   EXPECT_EQ(report("", QK_MEM_DUMP_MGMT),
             "   - - - - - - - - - - - - - Overhead handle management  - - - - - - - - - - - \n"
             "   +   1    p1               P    16       48      768       2 app.c:1\n"
@@ -57,19 +57,19 @@ TEST_F(Sections, ManagementAloneHasNoHeadings) {
             "   ----------------------------------------------------------------------------\n");
 }
 
-TEST_F(Sections, BlocksAloneHaveNoOtherRecords) {
+TEST_F(Sections, HaveNoOtherRecordsForBlocksAlone) {
   EXPECT_EQ(sections("", QK_MEM_DUMP_BLOCKS),
             "Data handle blocks\n"
             "   +   2 AB 0000000000001020 B     1     2048     2048       6 app.c:1\n");
 }
 
-TEST_F(Sections, PointersAloneHaveNoBlocksAndNoManagement) {
+TEST_F(Sections, HaveNoBlocksOrManagementForPointersAlone) {
   EXPECT_EQ(sections("", QK_MEM_DUMP_POINTERS),
             "Overhead handle pointers\n"
             "   +   1    0000000000001010 M     1       40       40       3 app.c:1\n");
 }
 
-TEST_F(Sections, ComparisonAloneIsTheTable) {
+TEST_F(Sections, AreTheTableForComparisonAlone) {
   EXPECT_EQ(sections("", QK_MEM_DUMP_COMPARISON),
             "Totals\n"
             "  |Data handles               |    0         0|    1      2048|   n/a      n/a|\n"
@@ -87,7 +87,7 @@ TEST_F(Sections, ComparisonAloneIsTheTable) {
             "  |   2 AB    made.c:200      |    0         0|    1      2048|   n/a      n/a|\n");
 }
 
-TEST_F(Sections, GrowthTerseAndUnknownBitsAloneAreTheClosingRule) {
+TEST_F(Sections, AreTheClosingRuleForGrowthOrTerseAlone) {
   EXPECT_EQ(report("", QK_MEM_DUMP_GROWTH),
             "   ----------------------------------------------------------------------------\n");
   EXPECT_EQ(report("", QK_MEM_DUMP_TERSE),
@@ -96,14 +96,14 @@ TEST_F(Sections, GrowthTerseAndUnknownBitsAloneAreTheClosingRule) {
             "   ----------------------------------------------------------------------------\n");
 }
 
-TEST_F(Sections, HeapsizeStandsBeforeDetailsWhereThereIsNoSummary) {
+TEST_F(Sections, StartWithHeapsizeIfThereIsNoSummary) {
   EXPECT_EQ(sections("", QK_MEM_DUMP_HEAPSIZE | QK_MEM_DUMP_POINTERS),
             "Current heapsize:           0\n"
             "Overhead handle pointers\n"
             "   +   1    0000000000001010 M     1       40       40       3 app.c:1\n");
 }
 
-TEST_F(Sections, AllButComparisonStandInTheirOrder) {
+TEST_F(Sections, ArePrintedInOrderWithoutComparison) {
   EXPECT_EQ(sections("", 0x1ff & ~static_cast<unsigned>(QK_MEM_DUMP_COMPARISON)),
             "Summary\n"
             "   Current:           2       2088\n"
@@ -128,7 +128,7 @@ TEST_F(Sections, AllButComparisonStandInTheirOrder) {
             "   +   2 AB 0000000000001020 B     1     2048     2048       6 app.c:1\n");
 }
 
-TEST_F(Sections, AllTogetherAreTheComparison) {
+TEST_F(Sections, AreTheComparisonIfAllAreRequested) {
   EXPECT_EQ(report("", 0x1ff), report("", QK_MEM_DUMP_COMPARISON));
 }
 

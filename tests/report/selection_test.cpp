@@ -78,7 +78,7 @@ TEST(FilterOfHandles, KeepsAllWithoutConditions) {
   expect_handles(kRows);
 }
 
-TEST(FilterOfHandles, LooksAtTheNumber) {
+TEST(FilterOfHandles, ComparesTheNumber) {
   constexpr HandleRow kRows[] = {
       {"HANDLE=12", {.id = 12}, "kept"},
       {"HANDLE=12", {.id = 1}, "excluded"},
@@ -97,7 +97,7 @@ TEST(FilterOfHandles, ComparesTagsAsTwoCharacters) {
   expect_handles(kRows);
 }
 
-TEST(FilterOfHandles, FindsThoseWithoutATag) {
+TEST(FilterOfHandles, SelectsHandlesWithoutATag) {
   constexpr HandleRow kRows[] = {
       {"TAG=NONE", {.tag = ""}, "kept"},
       {"TAG=NONE", {.tag = "A"}, "excluded"},
@@ -106,7 +106,7 @@ TEST(FilterOfHandles, FindsThoseWithoutATag) {
   expect_handles(kRows);
 }
 
-TEST(FilterOfHandles, ComparesTypesWhateverTheyAre) {
+TEST(FilterOfHandles, ComparesTypesEvenUnknownOnes) {
   constexpr HandleRow kRows[] = {
       {"TYPE=DATA", {.type = 'D'}, "kept"},         {"TYPE=DATA", {.type = 'O'}, "excluded"},
       {"TYPE=DATA", {.type = 'Q'}, "excluded"},     {"TYPE=OVERHEAD", {.type = 'O'}, "kept"},
@@ -115,7 +115,7 @@ TEST(FilterOfHandles, ComparesTypesWhateverTheyAre) {
   expect_handles(kRows);
 }
 
-TEST(FilterOfHandles, AsksForAPropertyOrItsAbsence) {
+TEST(FilterOfHandles, SelectsByAPropertyOrItsAbsence) {
   constexpr HandleRow kRows[] = {
       {"AUTOFREE=TRUE", {.autofree = true}, "kept"},
       {"AUTOFREE=TRUE", {.autofree = false}, "excluded"},
@@ -137,7 +137,7 @@ TEST(FilterOfHandles, AsksForAPropertyOrItsAbsence) {
   expect_handles(kRows);
 }
 
-TEST(FilterOfHandles, ExcludesWhereOneConditionOfAllFails) {
+TEST(FilterOfHandles, ExcludesIfAnyConditionFails) {
   constexpr char kAll[] =
       "HANDLE=12 TAG=AB TYPE=DATA AUTOFREE=TRUE BLOCKMGMT=TRUE NEW_HANDLE=TRUE NEW_PTRS=TRUE";
   constexpr Properties kMatching = {.autofree = true, .blockmgmt = true, .has_growth = true};
@@ -173,7 +173,7 @@ std::string pointer_under(const char* filter, bool baselined) {
   return answer(qk_mem_filter_pointer(&record, &filters));
 }
 
-TEST(FilterOfPointers, AsksOnlyWhetherTheyAreNew) {
+TEST(FilterOfPointers, ComparesOnlyWhetherTheyAreNew) {
   EXPECT_EQ(pointer_under("NEW_PTRS=TRUE", false), "kept");
   EXPECT_EQ(pointer_under("NEW_PTRS=TRUE", true), "excluded");
   EXPECT_EQ(pointer_under("NEW_PTRS=FALSE", false), "excluded");
@@ -182,7 +182,7 @@ TEST(FilterOfPointers, AsksOnlyWhetherTheyAreNew) {
   EXPECT_EQ(pointer_under("", true), "kept");
 }
 
-TEST(FilterOfPointers, PassesOverEveryOtherCondition) {
+TEST(FilterOfPointers, IgnoresEveryOtherCondition) {
   constexpr char kOthers[] =
       "HANDLE=12 TAG=AB TYPE=OVERHEAD AUTOFREE=TRUE BLOCKMGMT=TRUE NEW_HANDLE=TRUE";
   EXPECT_EQ(pointer_under(kOthers, false), "kept");
@@ -210,13 +210,13 @@ TEST(FilterOfTags, ComparesTwoCharacters) {
   }
 }
 
-TEST(FilterOfTags, ExcludesTheGlobalOneOnlyWhereATagIsNamed) {
+TEST(FilterOfTags, ExcludesTheGlobalTagOnlyIfATagIsNamed) {
   EXPECT_EQ(tag_under("TAG=AB", ""), "excluded");
   EXPECT_EQ(tag_under("TAG=NONE", ""), "kept");
   EXPECT_EQ(tag_under("", ""), "kept");
 }
 
-TEST(FilterOfTags, PassesOverEveryOtherCondition) {
+TEST(FilterOfTags, IgnoresEveryOtherCondition) {
   constexpr char kOthers[] =
       "HANDLE=12 TYPE=OVERHEAD AUTOFREE=TRUE BLOCKMGMT=TRUE NEW_HANDLE=TRUE NEW_PTRS=TRUE";
   EXPECT_EQ(tag_under(kOthers, "AB"), "kept");

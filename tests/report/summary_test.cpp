@@ -38,14 +38,14 @@ TEST(Summary, AddsUpHandlesAndTags) {
             "   ----------------------------------------------------------------------------\n");
 }
 
-TEST(Summary, OfNoHandlesIsZero) {
+TEST(Summary, IsZeroWithoutHandles) {
   Stage stage;
   EXPECT_EQ(sections("", QK_MEM_DUMP_SUMMARY),
             "Tags\n"
             "     NONE:            0          0\n");
 }
 
-TEST(Summary, TakesNoNoticeOfTheFilter) {
+TEST(Summary, IgnoresTheFilter) {
   Stage stage;
   hold(stage.handle(1, 'O', "AB"), 0x1010, 'M', 1, 5);
   hold(stage.handle(2), 0x1020, 'M', 1, 7);
@@ -109,7 +109,7 @@ TEST(Summary, ListsTagsInTheOrderOfTheirFirstUse) {
             "     NONE:            0          0\n");
 }
 
-TEST(Summary, MovesItsColumnsForFiguresThatAreTooWide) {
+TEST(Summary, ShiftsColumnsForFiguresThatAreTooWide) {
   Stage stage(-2147483647);
   qk_mem_handle& handle = stage.handle(1, 'D', "AB");
   handle.qty = 4000000000;
@@ -131,7 +131,7 @@ TEST(Summary, MovesItsColumnsForFiguresThatAreTooWide) {
             "     NONE:            0          0\n");
 }
 
-TEST(Heapsize, IsOneLineWhereThereIsNoSummary) {
+TEST(Heapsize, IsOneLineIfThereIsNoSummary) {
   Stage stage(100000);
   set_heap(1234567);
   EXPECT_EQ(report("", QK_MEM_DUMP_HEAPSIZE),
@@ -145,7 +145,7 @@ TEST(Heapsize, IsPartOfTheSummaryAndNotRepeated) {
             report("", QK_MEM_DUMP_SUMMARY));
 }
 
-TEST(Heapsize, BelowZeroIsShownSo) {
+TEST(Heapsize, CanBeShownBelowZero) {
   Stage stage;
   set_heap(-5);
   EXPECT_EQ(report("", QK_MEM_DUMP_HEAPSIZE),

@@ -126,7 +126,7 @@ TEST_F(Program, IsComparedWithABaselineThatWasNeverTaken) {
             "  |   5 IX    objects.cpp:5   |    0         0|    3      2248|   n/a      n/a|\n");
 }
 
-TEST_F(Program, IsReportedAsFarAsAFilterGoes) {
+TEST_F(Program, IsReportedAsTheFilterSelects) {
   EXPECT_EQ(sections("TAG=IX AND TYPE=DATA AND AUTOFREE=FALSE", kDetails),
             "Data handles\n"
             "   +   4 IX                        1             24000     400 index_builder.cpp:204\n"
@@ -158,7 +158,7 @@ void number_records(qk_mem_handle& handle, std::uint32_t seq) {
   }
 }
 
-TEST(Management, OfAHandleIsItsRecordAndItsMutex) {
+TEST(Management, IncludesAHandlesRecordAndMutex) {
   Scene scene("EXCEPTIONS");
   const int hid = qk_mem_inew_handle("MULTITHREADED", "", "src/app.c", 5);
   number_records(handle_of(hid), 9);
@@ -169,7 +169,7 @@ TEST(Management, OfAHandleIsItsRecordAndItsMutex) {
   EXPECT_EQ(rows_of('H', report("HANDLE=3", QK_MEM_DUMP_MGMT)), expected);
 }
 
-TEST(Management, OfTheOverheadHandleHasTheArrayOfHandlesToo) {
+TEST(Management, IncludesTheHandleArrayOfTheOverheadHandle) {
   Scene scene("EXCEPTIONS");
   qk_mem_init();
   number_records(handle_of(QK_MEM_OVERHEAD_HANDLE), 9);

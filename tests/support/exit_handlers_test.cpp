@@ -105,7 +105,7 @@ TEST(ExitHandlers, RunNewestFirstAtNormalTermination) {
             "c0 b0 a0 exit 0");
 }
 
-TEST(ExitHandlers, ForTheLastPlaceRunBehindAllOthers) {
+TEST(ExitHandlers, RunLastIfRegisteredForTheLastPosition) {
   EXPECT_EQ(process([] {
               add(reports<'a'>, kLast);
               add(reports<'b'>);
@@ -123,7 +123,7 @@ TEST(ExitHandlers, LeaveTheExitCodeAlone) {
             "a0 exit 3");
 }
 
-TEST(ExitHandlers, GetTheSignalThatThenEndsTheProcess) {
+TEST(ExitHandlers, ReceiveTheSignalThatThenEndsTheProcess) {
   const std::vector<std::pair<int, std::string>> cases = {
       {SIGHUP, "b1 a1 signal 1"}, {SIGINT, "b2 a2 signal 2"},     {SIGQUIT, "b3 a3 signal 3"},
       {SIGILL, "b4 a4 signal 4"}, {SIGABRT, "b6 a6 signal 6"},    {SIGBUS, "b7 a7 signal 7"},
@@ -159,7 +159,7 @@ TEST(ExitHandlers, AreNotRunForOtherSignals) {
             "signal 10");
 }
 
-TEST(ExitHandlers, LeaveSignalsAloneThatTheProgramIgnoresOrTakes) {
+TEST(ExitHandlers, LeaveIgnoredAndHandledSignalsAlone) {
   EXPECT_EQ(process([] {
               std::signal(SIGHUP, SIG_IGN);
               std::signal(SIGINT, [](int) { report("own "); });
@@ -172,7 +172,7 @@ TEST(ExitHandlers, LeaveSignalsAloneThatTheProgramIgnoresOrTakes) {
             "own later a0 exit 0");
 }
 
-TEST(ExitHandlers, WatchNoSignalBeforeTheFirstIsRegistered) {
+TEST(ExitHandlers, CatchNoSignalBeforeTheFirstIsRegistered) {
   EXPECT_EQ(process([] {
               if (qk_atexit(nullptr, "", "", "", nullptr) == 0) report("accepted ");
               if (std::signal(SIGTERM, SIG_DFL) != SIG_DFL) report("watched ");
@@ -180,7 +180,7 @@ TEST(ExitHandlers, WatchNoSignalBeforeTheFirstIsRegistered) {
             "exit 0");
 }
 
-TEST(ExitHandlers, ThatHaveRunDoNotRunAgain) {
+TEST(ExitHandlers, DoNotRunAgainAfterTheyRan) {
   EXPECT_EQ(process([] {
               std::atexit([] {
                 report("later ");
@@ -191,7 +191,7 @@ TEST(ExitHandlers, ThatHaveRunDoNotRunAgain) {
             "a0 later signal 15");
 }
 
-TEST(ExitHandlers, ThatHaveRunGiveTheSignalsBack) {
+TEST(ExitHandlers, RestoreTheSignalsAfterTheyRan) {
   EXPECT_EQ(process([] {
               std::atexit([] {
                 if (std::signal(SIGTERM, SIG_DFL) == SIG_DFL) report("default ");
@@ -203,7 +203,7 @@ TEST(ExitHandlers, ThatHaveRunGiveTheSignalsBack) {
             "a0 default ignored exit 0");
 }
 
-TEST(ExitHandlers, RegisteredByAHandlerRunToo) {
+TEST(ExitHandlers, RunIfTheyAreRegisteredByAHandler) {
   EXPECT_EQ(process([] {
               add(reports<'a'>, kLast);
               add([](int) {
@@ -215,7 +215,7 @@ TEST(ExitHandlers, RegisteredByAHandlerRunToo) {
             "adds b0 c0 a0 exit 0");
 }
 
-TEST(ExitHandlers, RegisteredAfterTheOthersRanRunToo) {
+TEST(ExitHandlers, RunIfTheyAreRegisteredAfterTheOthersRan) {
   EXPECT_EQ(process([] {
               std::atexit([] { add(reports<'b'>); });
               add(reports<'a'>);
@@ -231,7 +231,7 @@ TEST(ExitHandlers, RegisteredAfterTheOthersRanRunToo) {
             "a0 b15 signal 15");
 }
 
-TEST(ExitHandlers, ThatCrashEndTheProcessByTheFirstSignal) {
+TEST(ExitHandlers, EndTheProcessByTheFirstSignalIfTheyCrash) {
   if (!signals_nest()) GTEST_SKIP() << "signals do not interrupt signal handlers here";
   EXPECT_EQ(process([] {
               add(reports<'a'>);
@@ -244,7 +244,7 @@ TEST(ExitHandlers, ThatCrashEndTheProcessByTheFirstSignal) {
             "crashes signal 15");
 }
 
-TEST(ExitHandlers, AreGivenUpAtASecondSignalInTheirThread) {
+TEST(ExitHandlers, AreAbandonedAtASecondSignalInTheirThread) {
   if (!signals_nest()) GTEST_SKIP() << "signals do not interrupt signal handlers here";
   for (const int second : {SIGINT, SIGTERM}) {
     EXPECT_EQ(process([second] {
@@ -258,7 +258,7 @@ TEST(ExitHandlers, AreGivenUpAtASecondSignalInTheirThread) {
   }
 }
 
-TEST(ExitHandlers, OfNormalTerminationAreGivenUpAtASignal) {
+TEST(ExitHandlers, AreAbandonedAtASignalInNormalTermination) {
   EXPECT_EQ(process([] {
               add(reports<'a'>);
               add([](int) { raise(SIGINT); });
@@ -266,7 +266,7 @@ TEST(ExitHandlers, OfNormalTerminationAreGivenUpAtASignal) {
             "signal 2");
 }
 
-TEST(ExitHandlers, ThatHangAreGivenUpAfterOneAndAHalfSeconds) {
+TEST(ExitHandlers, AreAbandonedAfter1500MillisecondsIfTheyHang) {
   const auto begin = std::chrono::steady_clock::now();
   EXPECT_EQ(process([] {
               sigset_t all;
@@ -285,7 +285,7 @@ TEST(ExitHandlers, ThatHangAreGivenUpAfterOneAndAHalfSeconds) {
   EXPECT_LE(taken, 10s);
 }
 
-TEST(ExitHandlers, AreFinishedBeforeASignalOfAnotherThreadCounts) {
+TEST(ExitHandlers, FinishBeforeASignalInAnotherThreadCounts) {
   EXPECT_EQ(process([] {
               static std::atomic<pthread_t> other;
               static std::atomic<bool> ready = false;
@@ -306,7 +306,7 @@ TEST(ExitHandlers, AreFinishedBeforeASignalOfAnotherThreadCounts) {
             "finished a15 signal 15");
 }
 
-TEST(ExitHandlers, ThatHangAreGivenUpAlsoWhenOtherThreadsWaitForThem) {
+TEST(ExitHandlers, AreAbandonedIfTheyHangWhileOthersWaitForThem) {
   EXPECT_EQ(process([] {
               static std::atomic<pthread_t> main_thread;
               main_thread = pthread_self();
@@ -320,7 +320,7 @@ TEST(ExitHandlers, ThatHangAreGivenUpAlsoWhenOtherThreadsWaitForThem) {
             "signal 15");
 }
 
-TEST(ExitHandlers, OfASignalAreFinishedWhenAnotherThreadExits) {
+TEST(ExitHandlers, FinishForASignalWhileAnotherThreadExits) {
   EXPECT_EQ(process([] {
               static std::atomic<bool> started = false;
               add(reports<'a'>);
@@ -335,7 +335,7 @@ TEST(ExitHandlers, OfASignalAreFinishedWhenAnotherThreadExits) {
             "finished a15 signal 15");
 }
 
-TEST(ExitHandlers, ThatExitForASignalEndTheProcessByItAllTheSame) {
+TEST(ExitHandlers, EndTheProcessByItsSignalEvenIfTheyExit) {
   EXPECT_EQ(process([] {
               add(reports<'a'>);
               add([](int) { std::exit(7); });
@@ -356,7 +356,7 @@ TEST(ExitHandlers, RunInTheChildOfAForkAsInItsParent) {
             "a15 signal 15; a0 exit 0");
 }
 
-TEST(ExitHandlers, NotYetRunServeAChildThatAHandlerForks) {
+TEST(ExitHandlers, RunTheRestInAChildThatAHandlerForks) {
   if (!signals_nest()) GTEST_SKIP() << "signals do not interrupt signal handlers here";
   const qk_exit_handler forks = [](int) {
     const pid_t child = fork();
@@ -379,7 +379,7 @@ TEST(ExitHandlers, NotYetRunServeAChildThatAHandlerForks) {
             "a2 signal 2; a0 exit 0");
 }
 
-TEST(ExitHandlers, RegisteredByManyThreadsAtOnceAllRunOnce) {
+TEST(ExitHandlers, RunOnceEachIfManyThreadsRegisterThem) {
   EXPECT_EQ(process([] {
               static std::atomic<int> runs;
               add([](int) { report(("ran " + std::to_string(runs) + " times, ").c_str()); }, kLast);
@@ -411,7 +411,7 @@ std::string refusal(qk_exit_handler handler, const char* name, const char* owner
   return text;
 }
 
-TEST(ExitHandlers, AreRefusedWithOptionsThatCannotBeRead) {
+TEST(ExitHandlers, AreRefusedWithInvalidOptions) {
   struct Case {
     const char* options;
     const char* outcome;
@@ -428,7 +428,7 @@ TEST(ExitHandlers, AreRefusedWithOptionsThatCannotBeRead) {
   EXPECT_EQ(refusal(reports<'a'>, "f", "o", long_options.c_str()), "10037/257/256/f/options/o");
 }
 
-TEST(ExitHandlers, TakeOptionsOf256Characters) {
+TEST(ExitHandlers, AcceptOptionsOf256Characters) {
   EXPECT_EQ(process([] {
               add(reports<'a'>, ("POSITION=LAST" + std::string(243, ' ')).c_str());
               add(reports<'b'>);
@@ -441,7 +441,7 @@ TEST(ExitHandlers, MustNotBeNull) {
   EXPECT_EQ(refusal(nullptr, nullptr, nullptr, nullptr), "10051/0/0//handler/");
 }
 
-TEST(ExitHandlers, BeyondThirtyTwoAreRefused) {
+TEST(ExitHandlers, AreRefusedBeyondThirtyTwo) {
   EXPECT_EQ(process([] {
               for (int i = 0; i < 32; ++i) {
                 if (qk_atexit([](int) {}, "f", "o", "", nullptr) != 0) report("refused too early ");
@@ -451,7 +451,7 @@ TEST(ExitHandlers, BeyondThirtyTwoAreRefused) {
             "10050/0/0/f/handler/o exit 0");
 }
 
-TEST(ExitHandlers, RefusedTellWhereAndOnWhichMachine) {
+TEST(ExitHandlers, ReportTheLocationAndHostOfARefusal) {
   qk::Status status;
   char host[64];
   qk_hostname_r(host, sizeof host);

@@ -18,7 +18,7 @@ int bounded(char* buffer, std::size_t size, const char* format, ...) {
   return length;
 }
 
-TEST(Format, KnowsTheModifiersOfSizes) {
+TEST(Format, SupportsTheModifiersOfSizes) {
   char buffer[128];
   const auto address = static_cast<std::size_t>(0x7f00deadbeef);
   EXPECT_EQ(qk_sprintf(buffer, "%zu %zd [%.*zx] %9zu", SIZE_MAX, std::ptrdiff_t{-1}, 16, address,
@@ -33,7 +33,7 @@ TEST(Format, FormatsPercentagesAndText) {
   EXPECT_STREQ(buffer, "10.00%   -12% ab   |x");
 }
 
-TEST(Format, CutsAtTheSizeAndTellsTheWholeLength) {
+TEST(Format, CutsAtTheSizeAndReturnsTheFullLength) {
   char buffer[8] = "1234567";
   EXPECT_EQ(bounded(buffer, 5, "%s", "abcdefgh"), 8);
   EXPECT_EQ(std::string(buffer, 8), std::string("abcd\0"

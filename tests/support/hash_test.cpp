@@ -41,7 +41,7 @@ TEST(Hash, StaysBelowTheNumberOfBucketsAndReachesAllOfThem) {
   EXPECT_EQ(*seen.rbegin(), 31);
 }
 
-TEST(Hash, TakesBytesAbove127AndNegativeSeeds) {
+TEST(Hash, AcceptsBytesAbove127AndNegativeSeeds) {
   for (const int seed : {0, -1, INT_MIN, INT_MAX}) {
     const int bucket = qk_hash("\xff\x80\xc3", 7, seed);
     EXPECT_GE(bucket, 0);

@@ -64,7 +64,7 @@ TEST(Line, ShowsTextsAsTheCLibraryDoes) {
   EXPECT_EQ(qk::Line().put(none).put('\n').finish(), "(null)\n");
 }
 
-TEST(Line, TakesAnEmptyTextWithoutAnAddress) {
+TEST(Line, AcceptsAnEmptyTextWithoutAnAddress) {
   qk::Line line;
   line.put('a').put(std::string_view()).put(std::string_view(), 2).put('b');
   EXPECT_EQ(line.finish(), "a  b");
@@ -76,19 +76,19 @@ TEST(Line, CanHoldZeroBytes) {
   EXPECT_EQ(line.finish(), std::string_view("a\0b\n", 4));
 }
 
-TEST(Line, OfAsManyBytesAsFitStaysWhole) {
+TEST(Line, HoldsAsManyBytesAsFit) {
   const std::string text(1022, 'x');
   EXPECT_EQ(qk::Line().put(text.c_str()).put('\n').finish(), text + "\n");
 }
 
-TEST(Line, ThatIsTooLongIsCutAndStillEndsWithANewline) {
+TEST(Line, IsCutIfTooLongButKeepsItsNewline) {
   const std::string text(1023, 'x');
   EXPECT_EQ(qk::Line().put(text.c_str()).put('\n').finish(), text.substr(1) + "\n");
   const std::string longer(5000, 'x');
   EXPECT_EQ(qk::Line().put(longer.c_str()).number(17).put('\n').finish(), text.substr(1) + "\n");
 }
 
-TEST(Line, ThatIsShortenedKeepsNoTraceOfWhatWasTooLong) {
+TEST(Line, CanBeShortenedAfterItGrewTooLong) {
   const std::string longer(5000, 'x');
   qk::Line line;
   line.put("ab").put(longer.c_str()).shorten(4).put('\n');

@@ -32,7 +32,7 @@ bool another_thread_can_lock(qk::Mtx& mtx) {
 }
 
 // Comes first: the process must not have had a second thread yet.
-TEST(Mtx, TakenByTheOnlyThreadStillExcludesThreadsStartedLater) {
+TEST(Mtx, ExcludesThreadsStartedAfterItWasLocked) {
   if (!__libc_single_threaded) GTEST_SKIP() << "needs a process of its own";
   qk::Mtx mtx;
   mtx.lock();
@@ -52,7 +52,7 @@ TEST(Mtx, TakenByTheOnlyThreadStillExcludesThreadsStartedLater) {
   EXPECT_TRUE(another_thread_can_lock(mtx));
 }
 
-TEST(Mtx, MakesCountsOfSeveralThreadsExact) {
+TEST(Mtx, KeepsCountsOfSeveralThreadsExact) {
   constexpr int kThreads = 8;
   constexpr int kRounds = 20000;
   qk::Mtx mtx;
@@ -106,7 +106,7 @@ TEST(Mtx, IsFreeForOthersOnlyAfterAsManyUnlocksAsLocks) {
   EXPECT_TRUE(another_thread_can_lock(mtx));
 }
 
-TEST(Mtx, TellsOnlyItsHolderThatItIsHeld) {
+TEST(Mtx, IsReportedAsHeldOnlyToItsHolder) {
   EXPECT_FALSE(constant_initialised.held());
   constant_initialised.lock();
   EXPECT_TRUE(constant_initialised.held());
@@ -117,7 +117,7 @@ TEST(Mtx, TellsOnlyItsHolderThatItIsHeld) {
   EXPECT_FALSE(constant_initialised.held());
 }
 
-TEST(Mtx, CanBeLetGoByUniqueLockAndTakenAgain) {
+TEST(Mtx, CanBeUnlockedAndRelockedByUniqueLock) {
   qk::Mtx mtx;
   std::unique_lock<qk::Mtx> lock(mtx);
   EXPECT_TRUE(mtx.held());
@@ -142,7 +142,7 @@ TEST(Mtx, SleepsWhileItWaits) {
   EXPECT_LT(used.tv_nsec, 100'000'000);
 }
 
-TEST(Mtx, KeepsErrnoAlsoWhenASignalInterruptsTheWait) {
+TEST(Mtx, KeepsErrnoEvenIfASignalInterruptsTheWait) {
   struct sigaction interrupting = {};
   interrupting.sa_handler = [](int) {};
   sigaction(SIGUSR1, &interrupting, nullptr);

@@ -54,9 +54,11 @@ void expect(const Case (&cases)[kCount]) {
   for (const Case& c : cases) EXPECT_EQ(outcome(c.options), c.outcome) << "options: " << c.options;
 }
 
-TEST(Options, EmptyStringHoldsNoKeyword) { expect({{"", "0:"}, {" ", "0:"}, {" \t,, ", "0:"}}); }
+TEST(OptionParser, FindsNoKeywordInAnEmptyString) {
+  expect({{"", "0:"}, {" ", "0:"}, {" \t,, ", "0:"}});
+}
 
-TEST(Options, KeywordsAreSeparatedByBlanksTabsOrCommas) {
+TEST(OptionParser, SeparatesKeywordsByBlanksTabsOrCommas) {
   expect({{"OFF DEBUG", "2: DEBUG OFF"},
           {"OFF\tDEBUG", "2: DEBUG OFF"},
           {"OFF,DEBUG", "2: DEBUG OFF"},
@@ -64,15 +66,15 @@ TEST(Options, KeywordsAreSeparatedByBlanksTabsOrCommas) {
           {"OFF\nDEBUG", "-: 10041 [OFF\nDEBUG]"}});
 }
 
-TEST(Options, KeywordsMatchInEitherCase) {
+TEST(OptionParser, MatchesKeywordsInEitherCase) {
   expect({{"off", "1: OFF"}, {"Off dEbUg=X", "2: DEBUG=[X] OFF"}});
 }
 
-TEST(Options, KeywordsOfTheTableMatchInEitherCase) {
+TEST(OptionParser, MatchesTheTablesKeywordsInEitherCase) {
   EXPECT_EQ(outcome("OFF", {{0, "off", 0, 0, kNoValue, nullptr, 0}}), "1: off");
 }
 
-TEST(Options, AKeywordMayBeCutDownToItsAbbreviation) {
+TEST(OptionParser, AcceptsAKeywordShortenedToItsAbbreviation) {
   expect({{"HEAP", "1: HEAPSIZE"},
           {"heapsiz", "1: HEAPSIZE"},
           {"HEA", "-: 10041 [HEA]"},
@@ -80,22 +82,22 @@ TEST(Options, AKeywordMayBeCutDownToItsAbbreviation) {
           {"HEAPX", "-: 10041 [HEAPX]"}});
 }
 
-TEST(Options, AKeywordWithoutAbbreviationIsKnownWholeOnly) {
+TEST(OptionParser, RequiresAWholeKeywordWithoutAbbreviation) {
   expect({{"OF", "-: 10041 [OF]"}, {"DEBU", "-: 10041 [DEBU]"}, {"OFFS", "-: 10041 [OFFS]"}});
 }
 
-TEST(Options, AnAbbreviationThatFitsSeveralMeansTheFirstOfTheTable) {
+TEST(OptionParser, PicksTheFirstKeywordThatAnAbbreviationFits) {
   expect({{"A", "1: AUTOFREE"}, {"AUTO", "1: AUTOFREE"}, {"AUTOS", "1: AUTOSAVE"}});
 }
 
-TEST(Options, AWholeMatchWinsOverAnAbbreviationBeforeIt) {
+TEST(OptionParser, PrefersAWholeMatchToAnEarlierAbbreviation) {
   const std::vector<qk_option_keyword> entries = {{0, "HEAPSIZE", 4, 0, kNoValue, nullptr, 0},
                                                   {0, "HEAP", 0, 0, kNoValue, nullptr, 0}};
   EXPECT_EQ(outcome("heap", entries), "1: HEAP");
   EXPECT_EQ(outcome("heaps", entries), "1: HEAPSIZE");
 }
 
-TEST(Options, AValueRunsToTheNextBlankAndMayContainCommas) {
+TEST(OptionParser, ReadsAValueToTheNextBlankWithItsCommas) {
   expect({{"LOG=a.log", "1: LOG=[a.log]"},
           {"LOG=a,b,c OFF", "2: LOG=[a,b,c] OFF"},
           {"LOG=a\tOFF", "2: LOG=[a] OFF"},
@@ -106,7 +108,7 @@ TEST(Options, AValueRunsToTheNextBlankAndMayContainCommas) {
           {"OFF,LOG=a", "2: LOG=[a] OFF"}});
 }
 
-TEST(Options, QuotesKeepBlanksInAValueAndAreStripped) {
+TEST(OptionParser, StripsQuotesAndKeepsTheBlanksInThem) {
   expect(
       {{"LOG='a b'", "1: LOG=[a b]"},
        {"LOG=\"a b\" OFF", "2: LOG=[a b] OFF"},
@@ -115,7 +117,7 @@ TEST(Options, QuotesKeepBlanksInAValueAndAreStripped) {
        {"DEBUG='not qk_ifree,qk_imalloc' LOG=' '", "2: LOG=[ ] DEBUG=[not qk_ifree,qk_imalloc]"}});
 }
 
-TEST(Options, TheNextWordBeginsBehindTheClosingQuote) {
+TEST(OptionParser, StartsTheNextWordAfterTheClosingQuote) {
   expect({{"LOG='a'OFF", "2: LOG=[a] OFF"},
           {"LOG='a',OFF", "2: LOG=[a] OFF"},
           {"LOG='a'DEBUG='b'", "2: LOG=[a] DEBUG=[b]"},
@@ -123,7 +125,7 @@ TEST(Options, TheNextWordBeginsBehindTheClosingQuote) {
           {"LOG='a''b'", "-: 10041 ['b']"}});
 }
 
-TEST(Options, AnEmptyOptionalValueIsNone) {
+TEST(OptionParser, TreatsAnEmptyOptionalValueAsNone) {
   expect({{"DEBUG", "1: DEBUG"},
           {"DEBUG=", "1: DEBUG"},
           {"DEBUG= OFF", "2: DEBUG OFF"},
@@ -131,24 +133,24 @@ TEST(Options, AnEmptyOptionalValueIsNone) {
           {"DEBUG=\"\"OFF", "2: DEBUG OFF"}});
 }
 
-TEST(Options, OfAKeywordGivenTwiceTheLastCounts) {
+TEST(OptionParser, UsesTheLastOfARepeatedKeyword) {
   expect({{"LOG=a LOG=b", "1: LOG=[b]"},
           {"DEBUG=a DEBUG", "1: DEBUG"},
           {"DEBUG DEBUG=a OFF off", "2: DEBUG=[a] OFF"}});
 }
 
-TEST(Options, AnUnknownKeywordIsNamedWithoutItsValue) {
+TEST(OptionParser, NamesAnUnknownKeywordWithoutItsValue) {
   expect({{"NONSENSE", "-: 10041 [NONSENSE]"},
           {"OFF Nonsense=7 DEBUG", "-: 10041 [Nonsense]"},
           {"X='open", "-: 10041 [X]"},
           {"'OFF'", "-: 10041 ['OFF']"}});
 }
 
-TEST(Options, AnEqualsSignWithoutAKeywordIsAnUnknownOne) {
+TEST(OptionParser, TreatsALoneEqualsSignAsAnUnknownKeyword) {
   expect({{"=", "-: 10041 [=]"}, {"OFF,=x", "-: 10041 [=]"}, {"LOG='a'=b", "-: 10041 [=]"}});
 }
 
-TEST(Options, AValueIsRefusedWhereNoneIsAllowed) {
+TEST(OptionParser, RefusesAValueIfNoneIsAllowed) {
   expect({{"OFF=1", "-: 10042 [OFF]"},
           {"off=", "-: 10042 [off]"},
           {"HEAP=", "-: 10042 [HEAP]"},
@@ -156,7 +158,7 @@ TEST(Options, AValueIsRefusedWhereNoneIsAllowed) {
           {"OFF='open", "-: 10042 [OFF]"}});
 }
 
-TEST(Options, AMissingRequiredValueIsRefused) {
+TEST(OptionParser, RefusesAMissingRequiredValue) {
   expect({{"LOG", "-: 10043 [LOG]"},
           {"LOG=", "-: 10043 [LOG]"},
           {"log= OFF", "-: 10043 [log]"},
@@ -166,22 +168,22 @@ TEST(Options, AMissingRequiredValueIsRefused) {
           {"LOG=a LOG", "-: 10043 [LOG]"}});
 }
 
-TEST(Options, AnOpenQuoteIsRefused) {
+TEST(OptionParser, RefusesAnOpenQuote) {
   expect({{"LOG='a b", "-: 10044 [LOG]"},
           {"LOG='", "-: 10044 [LOG]"},
           {"DEBUG=\"a' OFF", "-: 10044 [DEBUG]"}});
 }
 
-TEST(Options, TheFirstWordThatDoesNotFitIsTheOneReported) {
+TEST(OptionParser, ReportsTheFirstInvalidWord) {
   expect({{"OFF= NONSENSE LOG", "-: 10042 [OFF]"}, {"LOG NONSENSE", "-: 10043 [LOG]"}});
 }
 
-TEST(Options, AnOffendingWordIsCutTo256Characters) {
+TEST(OptionParser, CutsAnInvalidWordTo256Characters) {
   EXPECT_EQ(outcome(std::string(300, 'X')), "-: 10041 [" + std::string(256, 'X') + "]");
   EXPECT_EQ(outcome(std::string(256, 'X') + "=1"), "-: 10041 [" + std::string(256, 'X') + "]");
 }
 
-TEST(Options, AKeywordMayFillItsWholeField) {
+TEST(OptionParser, MatchesAKeywordThatFillsItsWholeField) {
   std::vector<qk_option_keyword> entries(2);
   std::memset(entries[0].keyword, 'K', sizeof entries[0].keyword);
   entries[0].abbrev = 255;  // part of the keyword if it were read past its field
@@ -190,11 +192,11 @@ TEST(Options, AKeywordMayFillItsWholeField) {
   EXPECT_EQ(outcome(std::string(32, 'k'), entries), "-: 10041 [" + std::string(32, 'k') + "]");
 }
 
-TEST(Options, AnEntryWithoutAKeywordIsNeverFound) {
+TEST(OptionParser, DoesNotMatchAnEntryWithoutAKeyword) {
   EXPECT_EQ(outcome("=", {{0, "", 1, 0, kOptionalValue, nullptr, 0}}), "-: 10041 [=]");
 }
 
-TEST(Options, FormerResultsAreResetAlsoInAnEmptyString) {
+TEST(OptionParser, ResetsOldResultsEvenForAnEmptyString) {
   char old[] = "old";
   char empty[] = "";
   for (char* options : {static_cast<char*>(nullptr), empty}) {
@@ -205,7 +207,7 @@ TEST(Options, FormerResultsAreResetAlsoInAnEmptyString) {
   }
 }
 
-TEST(Options, WithoutATableEveryKeywordIsUnknown) {
+TEST(OptionParser, KnowsNoKeywordWithoutATable) {
   char options[] = "OFF";
   std::vector<qk_option_keyword> entries = table();
   EXPECT_LT(qk_process_options(options, nullptr, 3, nullptr), 0);
@@ -214,13 +216,13 @@ TEST(Options, WithoutATableEveryKeywordIsUnknown) {
   EXPECT_EQ(qk_process_options(nullptr, nullptr, 3, nullptr), 0);
 }
 
-TEST(Options, AFailureNeedsNoErrorRecord) {
+TEST(OptionParser, CanFailWithoutAnErrorRecord) {
   char options[] = "NONSENSE";
   std::vector<qk_option_keyword> entries = table();
   EXPECT_LT(qk_process_options(options, entries.data(), 6, nullptr), 0);
 }
 
-TEST(Options, TheErrorRecordIsLeftAloneOnSuccess) {
+TEST(OptionParser, LeavesTheErrorRecordAloneOnSuccess) {
   char options[] = "OFF";
   std::vector<qk_option_keyword> entries = table();
   qk_option_error error = {7, "kept"};
@@ -229,7 +231,7 @@ TEST(Options, TheErrorRecordIsLeftAloneOnSuccess) {
   EXPECT_STREQ(error.text, "kept");
 }
 
-TEST(Options, ValuesAreTerminatedInsideTheCallersString) {
+TEST(OptionParser, TerminatesValuesInsideTheCallersString) {
   char options[] = "#LOG=a b#";
   options[8] = '\0';
   std::vector<qk_option_keyword> entries = table();
@@ -239,7 +241,7 @@ TEST(Options, ValuesAreTerminatedInsideTheCallersString) {
   EXPECT_EQ(std::string(options, sizeof options), std::string("#LOG=a\0b\0\0", 10));
 }
 
-TEST(Options, WhatTheCallerSetInTheTableStays) {
+TEST(OptionParser, KeepsWhatTheCallerSetInTheTable) {
   char options[] = "auto";
   std::vector<qk_option_keyword> entries = table();
   EXPECT_EQ(qk_process_options(options, entries.data(), 6, nullptr), 1);
@@ -250,7 +252,7 @@ TEST(Options, WhatTheCallerSetInTheTableStays) {
   EXPECT_EQ(entries[4].value_kind, kNoValue);
 }
 
-TEST(Options, ACheckGivesTheSameResultsInEveryMode) {
+TEST(OptionParser, GivesTheSameResultsInEveryMode) {
   const Processor in_mode_2 = [](char* options, qk_option_keyword* entries, int count,
                                  qk_option_error* error) {
     return qk_check_options(options, entries, count, error, 2);

@@ -25,7 +25,7 @@ TEST(Search, FindsTheFirstOfSeveral) {
   }
 }
 
-TEST(Search, LooksNeitherBeforeNorBehindItsRange) {
+TEST(Search, LooksNeitherBeforeNorAfterItsRange) {
   std::mt19937 random(20260712);
   for (int i = 0; i < 20000; ++i) {
     std::vector<std::uint16_t> values(1 + random() % 300);

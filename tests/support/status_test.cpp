@@ -44,19 +44,19 @@ TEST(Status, StartsEmpty) { EXPECT_EQ(text_of(qk::Status()), "0/0/0/0/0/////"); 
 
 TEST(Status, HoldsWhatWasFilledIn) { EXPECT_EQ(text_of(filled()), "10037/1/2/257/256/s/l/a/b/h"); }
 
-TEST(Status, ClearKeepsTheTwoNumbersOnly) {
+TEST(Status, KeepsOnlyItsTwoNumbersWhenCleared) {
   qk::Status status = filled();
   status.clear();
   EXPECT_EQ(text_of(status), "0/0/0/257/256/////");
 }
 
-TEST(Status, InitKeepsNothing) {
+TEST(Status, KeepsNothingWhenInitialized) {
   qk::Status status = filled();
   status.init();
   EXPECT_EQ(text_of(status), "0/0/0/0/0/////");
 }
 
-TEST(Status, FunctionsDoWhatTheMembersDoAndTakeNull) {
+TEST(Status, CanBeResetByFunctionsThatAcceptNull) {
   qk::Status status = filled();
   QK_CLEAR_STATUS(&status);
   EXPECT_EQ(text_of(status), "0/0/0/257/256/////");

@@ -9,7 +9,7 @@
 
 namespace {
 
-TEST(System, ErrorCodesAre5000PlusTheNumber) {
+TEST(ErrorCode, Is5000PlusTheNumber) {
   EXPECT_EQ(qk_error_no(12), 5012);
   EXPECT_EQ(qk_error_no(1), 5001);
   EXPECT_EQ(qk_error_no(0), 0);
@@ -19,7 +19,7 @@ TEST(System, ErrorCodesAre5000PlusTheNumber) {
   EXPECT_EQ(qk_error_no(INT_MAX), INT_MAX);
 }
 
-TEST(System, ErrorTextsAreThoseOfTheSystem) {
+TEST(ErrorText, IsThatOfTheSystem) {
   char buffer[256];
   EXPECT_STREQ(qk_error_msg_r(ENOMEM, buffer, sizeof buffer), "Cannot allocate memory");
   EXPECT_STREQ(qk_error_msg_r(EFAULT, buffer, sizeof buffer), "Bad address");
@@ -28,7 +28,7 @@ TEST(System, ErrorTextsAreThoseOfTheSystem) {
   EXPECT_STREQ(qk_error_msg_r(-1, buffer, sizeof buffer), "Unknown error -1");
 }
 
-TEST(System, ErrorTextIsInTheCallersBufferCutAndTerminated) {
+TEST(ErrorText, IsCutToTheCallersBufferAndTerminated) {
   char buffer[8] = "#######";
   EXPECT_EQ(qk_error_msg_r(ENOMEM, buffer, 7), buffer);
   EXPECT_STREQ(buffer, "Cannot");
@@ -36,7 +36,7 @@ TEST(System, ErrorTextIsInTheCallersBufferCutAndTerminated) {
   EXPECT_STREQ(qk_error_msg_r(ENOMEM, buffer, 1), "");
 }
 
-TEST(System, ErrorTextWithoutABufferIsEmpty) {
+TEST(ErrorText, IsEmptyWithoutABuffer) {
   char buffer[4] = "abc";
   EXPECT_STREQ(qk_error_msg_r(ENOMEM, nullptr, 256), "");
   EXPECT_STREQ(qk_error_msg_r(ENOMEM, buffer, 0), "");
@@ -44,7 +44,7 @@ TEST(System, ErrorTextWithoutABufferIsEmpty) {
   EXPECT_STREQ(buffer, "abc");
 }
 
-TEST(System, HostNameIsCutAndTerminated) {
+TEST(HostName, IsCutAndTerminated) {
   char system_name[256];
   ASSERT_EQ(gethostname(system_name, sizeof system_name), 0);
   const std::string name = system_name;
@@ -60,7 +60,7 @@ TEST(System, HostNameIsCutAndTerminated) {
   EXPECT_STREQ(buffer, "");
 }
 
-TEST(System, HostNameNeedsABuffer) {
+TEST(HostName, NeedsABuffer) {
   char buffer[4] = "abc";
   qk_hostname_r(buffer, 0);
   qk_hostname_r(buffer, -1);
@@ -68,7 +68,7 @@ TEST(System, HostNameNeedsABuffer) {
   EXPECT_STREQ(buffer, "abc");
 }
 
-TEST(System, QuestionsKeepErrno) {
+TEST(SystemQueries, KeepErrno) {
   char buffer[64];
   errno = EBADF;
   qk_error_msg_r(4711, buffer, sizeof buffer);

@@ -9,7 +9,7 @@ namespace {
 
 int sign(int number) { return number < 0 ? -1 : number > 0 ? 1 : 0; }
 
-TEST(Text, ComparesWithoutRegardToTheCaseOfLetters) {
+TEST(TextComparison, IgnoresTheCaseOfLetters) {
   struct Case {
     const char* left;
     const char* right;
@@ -28,13 +28,13 @@ TEST(Text, ComparesWithoutRegardToTheCaseOfLetters) {
   }
 }
 
-TEST(Text, LengthOfNullIsZero) {
+TEST(TextLength, IsZeroForNull) {
   EXPECT_EQ(qk_strlen("OPTIONS"), 7U);
   EXPECT_EQ(qk_strlen(""), 0U);
   EXPECT_EQ(qk_strlen(nullptr), 0U);
 }
 
-TEST(Text, FileNameIsWhatFollowsTheLastSlash) {
+TEST(FileName, IsWhatFollowsTheLastSlash) {
   EXPECT_STREQ(qk_file_name_only("/home/src/app.c"), "app.c");
   EXPECT_STREQ(qk_file_name_only("app.c"), "app.c");
   EXPECT_STREQ(qk_file_name_only("/app.c"), "app.c");
@@ -43,12 +43,12 @@ TEST(Text, FileNameIsWhatFollowsTheLastSlash) {
   EXPECT_STREQ(qk_file_name_only(nullptr), "(null)");
 }
 
-TEST(Text, FileNameStaysInsideTheCallersString) {
+TEST(FileName, PointsIntoTheCallersString) {
   const char path[] = "src/app.c";
   EXPECT_EQ(qk_file_name_only(path), path + 4);
 }
 
-TEST(Text, CaseOfLettersChangesInPlaceAndOtherBytesStay) {
+TEST(CaseConversion, ChangesLettersInPlaceAndNoOtherBytes) {
   char text[] = "aZ09@[`{\xc4\xe4\xff MiXed";
   qk::upper_case(text);
   EXPECT_STREQ(text, "AZ09@[`{\xc4\xe4\xff MIXED");
@@ -58,7 +58,7 @@ TEST(Text, CaseOfLettersChangesInPlaceAndOtherBytesStay) {
   qk::lower_case(nullptr);
 }
 
-TEST(Text, CopyIsCutToItsBufferAndTerminated) {
+TEST(TextCopy, IsCutToItsBufferAndTerminated) {
   char buffer[6] = "#####";
   qk::copy_text(buffer, 4, "abcdef");
   EXPECT_EQ(std::string(buffer, 6), std::string("abc\0#\0", 6));
@@ -68,7 +68,7 @@ TEST(Text, CopyIsCutToItsBufferAndTerminated) {
   EXPECT_STREQ(buffer, "x");
 }
 
-TEST(Text, CopyTakesNullAndEmptyBuffers) {
+TEST(TextCopy, AcceptsNullAndEmptyBuffers) {
   char buffer[3] = "ab";
   qk::copy_text(buffer, 0, "zz");
   EXPECT_STREQ(buffer, "ab");
@@ -80,7 +80,7 @@ TEST(Text, CopyTakesNullAndEmptyBuffers) {
   qk::copy_text(nullptr, 3, "zz");
 }
 
-TEST(Text, CopyReadsNoFurtherThanItsBufferNeeds) {
+TEST(TextCopy, ReadsNoFurtherThanItsBufferNeeds) {
   const char unterminated[3] = {'a', 'b', 'c'};
   char buffer[4];
   qk::copy_text(buffer, sizeof buffer, unterminated);

@@ -15,13 +15,13 @@ TEST(ThreadId, StaysTheSameInAThread) {
   EXPECT_EQ(qk_gettid(), own);
 }
 
-TEST(ThreadId, IsNeverGivenAgainAfterItsThreadEnded) {
+TEST(ThreadId, IsNotReusedAfterItsThreadEnded) {
   std::set<unsigned long> seen{qk_gettid()};
   for (int i = 0; i < 50; ++i) std::thread([&] { seen.insert(qk_gettid()); }).join();
   EXPECT_EQ(seen.size(), 51U);
 }
 
-TEST(ThreadId, DiffersBetweenThreadsThatAskAtTheSameTime) {
+TEST(ThreadId, DiffersBetweenConcurrentThreads) {
   std::mutex guard;
   std::set<unsigned long> seen;
   std::vector<std::thread> threads;

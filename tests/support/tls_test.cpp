@@ -79,7 +79,7 @@ TEST(Tls, KeepsTheValuesOfManyThreadsApart) {
   EXPECT_EQ(seen, (std::vector<int>{0, 1001, 2002, 3003, 4004, 5005, 6006, 7007}));
 }
 
-TEST(Tls, PlaceOfAThreadsValueStaysWhenOthersCome) {
+TEST(Tls, KeepsAValuesAddressWhenOtherThreadsStart) {
   qk::TLS<std::string> value;
   const std::string* address = value.get();
   for (int i = 0; i < 20; ++i) std::thread([&] { value = "of another thread"; }).join();
@@ -87,7 +87,7 @@ TEST(Tls, PlaceOfAThreadsValueStaysWhenOthersCome) {
   EXPECT_EQ(*address, "");
 }
 
-TEST(Tls, ObjectsOfOneTypeAreIndependent) {
+TEST(Tls, KeepsObjectsOfOneTypeIndependent) {
   qk::TLS<int> first;
   qk::TLS<int> second;
   first = 1;
@@ -107,7 +107,7 @@ TEST(Tls, KeepsAThreadsFirstValueWhenMemoryIsShort) {
   EXPECT_EQ(seen, 5012);
 }
 
-TEST(Tls, CarriesTheValueOverWhenMemoryReturns) {
+TEST(Tls, KeepsTheValueOfAShortageWhenMemoryReturns) {
   qk::TLS<int> value;
   {
     const ShortMemory memory;
@@ -122,7 +122,7 @@ TEST(Tls, CarriesTheValueOverWhenMemoryReturns) {
   EXPECT_EQ(*value, 8);
 }
 
-TEST(Tls, SparePlaceOfAThreadGoesToTheObjectThatNeedsItLast) {
+TEST(Tls, GivesAThreadsSpareSlotToTheLastObjectInNeed) {
   qk::TLS<int> first;
   qk::TLS<int> second;
   int seen = -1;
@@ -135,7 +135,7 @@ TEST(Tls, SparePlaceOfAThreadGoesToTheObjectThatNeedsItLast) {
   EXPECT_EQ(*second, 0);
 }
 
-TEST(Tls, ShortMemoryInOneThreadLeavesTheOthersAlone) {
+TEST(Tls, IsUnaffectedByAShortageInAnotherThread) {
   qk::TLS<int> value;
   value = 1;
   int seen = -1;
@@ -148,7 +148,7 @@ TEST(Tls, ShortMemoryInOneThreadLeavesTheOthersAlone) {
   EXPECT_EQ(*value, 1);
 }
 
-TEST(Tls, MayBeUsedByTheAllocatorThatFailsIt) {
+TEST(Tls, CanBeUsedByTheAllocatorThatFails) {
   {
     const ShortMemory memory([] {
       report_failure = nullptr;

@@ -39,7 +39,7 @@ void start(Scene& scene) {
   scene.skip_trace();
 }
 
-TEST(Growth, ComesWithThe16thPointerAndThenWithEach64thMore) {
+TEST(ArrayGrowth, HappensAtThe16thAndThenAtEvery64thPointer) {
   StandaloneHandle handle;
   struct {
     int pointers;
@@ -62,7 +62,7 @@ TEST(Growth, ComesWithThe16thPointerAndThenWithEach64thMore) {
   }
 }
 
-TEST(Growth, RewritesTheArraysRecordWithThePlaceThatNeededIt) {
+TEST(ArrayGrowth, UpdatesTheArraysRecordWithTheCallersLocation) {
   StandaloneHandle handle;
   fill(handle, 15);
   Qk_mem_seq = 70;
@@ -77,7 +77,7 @@ TEST(Growth, RewritesTheArraysRecordWithThePlaceThatNeededIt) {
   EXPECT_EQ(own.seq, 71U);
 }
 
-TEST(Growth, KeepsWhatIsRecordedAndClearsTheNewSlots) {
+TEST(ArrayGrowth, KeepsRecordsAndClearsTheNewSlots) {
   StandaloneHandle handle;
   fill(handle, 16);
   const qk_mem_ptr* slots = handle->ptrs[0].ptrs;
@@ -89,7 +89,7 @@ TEST(Growth, KeepsWhatIsRecordedAndClearsTheNewSlots) {
   }
 }
 
-TEST(Growth, FillsFreedSlotsFirst) {
+TEST(ArrayGrowth, WaitsUntilFreedSlotsAreFilled) {
   StandaloneHandle handle;
   fill(handle, 15);
   qk_mem_free_ptr(handle, qk_mem_get_ptr(handle, at(0x100)));
@@ -97,7 +97,7 @@ TEST(Growth, FillsFreedSlotsFirst) {
   EXPECT_EQ(handle.array(), "16 slots, 16 used");
 }
 
-TEST(Growth, IsTracedUnderDebug) {
+TEST(ArrayGrowth, IsTracedUnderDebug) {
   Scene scene(kit::Environment{"DEBUG", "HEAPSIZE DB", ""});
   start(scene);
   StandaloneHandle handle;
@@ -111,7 +111,7 @@ TEST(Growth, IsTracedUnderDebug) {
   EXPECT_EQ(scene.trace(), "7 P [p1] 80 48 app.c 70001 3072\n");
 }
 
-TEST(Growth, ShowsTheArraysAddressAndAnyHandleNumber) {
+TEST(ArrayGrowth, ShowsTheArraysAddressAndAnyHandleNumber) {
   Scene scene("DEBUG");
   start(scene);
   StandaloneHandle handle(1234);
@@ -124,7 +124,7 @@ TEST(Growth, ShowsTheArraysAddressAndAnyHandleNumber) {
   EXPECT_TRUE(log.ends_with(line)) << log << "should end with\n" << line;
 }
 
-TEST(Growth, FollowsTheSwitchesOfTheCaller) {
+TEST(ArrayGrowth, FollowsTheSwitchesOfTheCaller) {
   Scene scene("DEBUG=qk_ifree");
   start(scene);
   StandaloneHandle handle;
@@ -134,7 +134,7 @@ TEST(Growth, FollowsTheSwitchesOfTheCaller) {
   EXPECT_EQ(scene.log(), "   qk_mem_new_ptr:        7 [p1] P 16/48 app.c:6\n");
 }
 
-TEST(Growth, IsNotTracedUnderExceptionsButInTheTraceFile) {
+TEST(ArrayGrowth, IsTracedEvenIfNothingIsLogged) {
   Scene scene(kit::Environment{"EXCEPTIONS", "DB", ""});
   start(scene);
   StandaloneHandle handle;
@@ -143,7 +143,7 @@ TEST(Growth, IsNotTracedUnderExceptionsButInTheTraceFile) {
   EXPECT_EQ(scene.trace(), "7 P [p1] 16 48 app.c 5 768\n");
 }
 
-TEST(FailedGrowth, LeavesTheLargerCapacityWithoutMemory) {
+TEST(FailedArrayGrowth, LeavesTheLargerCapacityWithoutMemory) {
   StandaloneHandle handle;
   kit::fail_request(1);
   EXPECT_EQ(record(handle, 0x1000), nullptr);
@@ -153,7 +153,7 @@ TEST(FailedGrowth, LeavesTheLargerCapacityWithoutMemory) {
   EXPECT_EQ(handle.sums(), "data 0 for 0, overhead 0 for 0, tag 0 for 0");
 }
 
-TEST(FailedGrowth, LosesWhatWasRecordedAndKeepsTheSums) {
+TEST(FailedArrayGrowth, LosesTheRecordsAndKeepsTheSums) {
   StandaloneHandle handle;
   fill(handle, 15);
   kit::fail_request(1);
@@ -164,7 +164,7 @@ TEST(FailedGrowth, LosesWhatWasRecordedAndKeepsTheSums) {
   EXPECT_EQ(qk_mem_get_ptr(handle, at(0x100)), nullptr);
 }
 
-TEST(FailedGrowth, DoesNotCountAnEvent) {
+TEST(FailedArrayGrowth, DoesNotCountAnEvent) {
   StandaloneHandle handle;
   Qk_mem_seq = 41;
   kit::fail_request(1);
@@ -193,19 +193,19 @@ constexpr char kLogOfAFailedGrowth[] =
     "   qk_mem_new_ptr: WARNING: ptr array not large enough\n"
     "   qk_mem_new_ptr: WARNING: ptr array not large enough\n";
 
-TEST(FailedGrowth, IsAnErrorUnderDebugAndEachLaterPointerAWarning) {
+TEST(FailedArrayGrowth, LogsAnErrorAndLaterWarningsUnderDebug) {
   EXPECT_EQ(log_of_a_failed_growth("DEBUG"), kLogOfAFailedGrowth);
 }
 
-TEST(FailedGrowth, IsAnErrorUnderExceptionsAndEachLaterPointerAWarning) {
+TEST(FailedArrayGrowth, LogsAnErrorAndLaterWarningsUnderExceptions) {
   EXPECT_EQ(log_of_a_failed_growth("EXCEPTIONS"), kLogOfAFailedGrowth);
 }
 
-TEST(FailedGrowth, IsSilentUnderOtherSwitches) {
+TEST(FailedArrayGrowth, IsSilentUnderOtherSwitches) {
   EXPECT_EQ(log_of_a_failed_growth("SUMMARY TRACE"), "");
 }
 
-TEST(FailedGrowth, IsForGood) {
+TEST(FailedArrayGrowth, IsPermanent) {
   StandaloneHandle handle;
   kit::fail_request(1);
   record(handle, 0x1000);
@@ -214,7 +214,7 @@ TEST(FailedGrowth, IsForGood) {
   EXPECT_EQ(handle.sums(), "data 0 for 0, overhead 0 for 0, tag 0 for 0");
 }
 
-TEST(FailedGrowth, LetsFreeAndLookUpFindNothing) {
+TEST(FailedArrayGrowth, LetsFreeAndLookUpFindNothing) {
   StandaloneHandle handle;
   qk_mem_ptr copy = *record(handle, 0x1000);
   fill(handle, 14);
@@ -226,7 +226,7 @@ TEST(FailedGrowth, LetsFreeAndLookUpFindNothing) {
   EXPECT_EQ(handle.sums(), "data 15 for 0, overhead 1 for 768, tag 15 for 0");
 }
 
-TEST(FailedGrowth, LeavesTheOtherArraysAlone) {
+TEST(FailedArrayGrowth, LeavesTheOtherArraysAlone) {
   StandaloneHandle handle;
   kit::fail_request(1);
   record(handle, 0x1000);
@@ -235,7 +235,7 @@ TEST(FailedGrowth, LeavesTheOtherArraysAlone) {
   EXPECT_EQ(handle.sums(), "data 1 for 0, overhead 1 for 768, tag 1 for 0");
 }
 
-TEST(FailedGrowth, LetsGoOfTheHandlesMutex) {
+TEST(FailedArrayGrowth, ReleasesTheHandlesMutex) {
   StandaloneHandle handle;
   qk::Mtx mtx;
   handle->mtx = &mtx;
@@ -248,7 +248,7 @@ TEST(FailedGrowth, LetsGoOfTheHandlesMutex) {
   EXPECT_FALSE(mtx.held());
 }
 
-TEST(FailedGrowth, ComesFromMoreBytesThan32BitsCount) {
+TEST(FailedArrayGrowth, ResultsFromMoreBytesThan32BitsHold) {
   Scene scene("EXCEPTIONS");
   start(scene);
   StandaloneHandle handle;
@@ -261,7 +261,7 @@ TEST(FailedGrowth, ComesFromMoreBytesThan32BitsCount) {
       "   qk_mem_new_ptr: ERROR: realloc of 4294967712 at app.c:5 of a->ptrs failed: 12 Cannot allocate memory\n");
 }
 
-TEST(FullArray, ThatCountsTooFewSlotsIsWarnedAbout) {
+TEST(FullArray, CausesAWarningIfItsUsedCountIsTooLow) {
   Scene scene("EXCEPTIONS");
   start(scene);
   StandaloneHandle handle;
@@ -273,7 +273,7 @@ TEST(FullArray, ThatCountsTooFewSlotsIsWarnedAbout) {
   EXPECT_EQ(handle.sums(), "data 15 for 0, overhead 1 for 768, tag 15 for 0");
 }
 
-TEST(LargeTable, HoldsManyPointersAndGivesEachBack) {
+TEST(LargeTable, RecordsAndReleasesManyPointers) {
   kit::align_requests();
   StandaloneHandle handle;
   fill(handle, 10000, 0x130);

@@ -118,7 +118,7 @@ TEST_F(LargeArray, FindsEachAddressAndNoOther) {
   EXPECT_EQ(qk_mem_get_ptr(handle, nth(3000)), nullptr);
 }
 
-TEST_F(LargeArray, TellsAddressesApartThatAgreeIn16Bits) {
+TEST_F(LargeArray, DistinguishesAddressesThatAgreeIn16Bits) {
   fill(600);
   void* const far = kit::at(0x100030 + (std::uintptr_t{1} << 23));
   EXPECT_EQ(qk_mem_get_ptr(handle, far), nullptr);
@@ -140,7 +140,7 @@ TEST_F(LargeArray, FindsAddressesWhose16BitsAreZero) {
   forget(nth(701));
 }
 
-TEST_F(LargeArray, OfTwoRecordsFindsTheOneInTheLowerSlot) {
+TEST_F(LargeArray, FindsTheLowerSlotOfTwoRecords) {
   fill(600);
   qk_mem_ptr* first = qk_mem_get_ptr(handle, nth(5));
   record(nth(5));
@@ -151,7 +151,7 @@ TEST_F(LargeArray, OfTwoRecordsFindsTheOneInTheLowerSlot) {
   forget(nth(700));
 }
 
-TEST_F(LargeArray, GivesTheLowestFreeSlotFirst) {
+TEST_F(LargeArray, FillsTheLowestFreeSlotFirst) {
   fill(2000);
   qk_mem_ptr* slots = handle->ptrs[kArray].ptrs;
   const auto slot_of = [&](int i) { return qk_mem_get_ptr(handle, nth(i)) - slots; };
@@ -165,7 +165,7 @@ TEST_F(LargeArray, GivesTheLowestFreeSlotFirst) {
   for (int i = 3000; i < 3005; ++i) forget(nth(i));
 }
 
-TEST_F(LargeArray, ThatCannotGrowAsksOnceAndLosesItsRecords) {
+TEST_F(LargeArray, LosesItsRecordsIfItCannotGrow) {
   fill(kBeforeLarge);
   kit::fail_request(1);
   EXPECT_EQ(record(nth(kBeforeLarge)), nullptr);
@@ -186,7 +186,7 @@ std::string letters_of(const kit::Trace& trace, int hid) {
   return text;
 }
 
-TEST(LargeArrayTraced, LeavesNoRowsButOfTheHandleOfItsPointersAndOfGrowths) {
+TEST(LargeArrayTraced, HasRowsOfHandlePointersAndGrowthsOnly) {
   const Scene scene(kit::Environment{"TRACE", "DB FLUSH", ""});
   kit::align_requests();  // so that all is in one array
   const kit::Pool pool;

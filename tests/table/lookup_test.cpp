@@ -49,7 +49,7 @@ TEST(LookUp, RefusesEveryOtherNumber) {
   }
 }
 
-TEST(LookUp, LogsARefusalForTheCallersRoutine) {
+TEST(LookUp, LogsARefusalInTheCallersName) {
   Scene scene("DEBUG");
   qk_mem_init();
   scene.skip_log();
@@ -103,7 +103,7 @@ TEST(LookUp, WorksBeforeAndAfterAGrowthOfTheHandleArray) {
   }
 }
 
-TEST(LookUp, WaitsForACreationOnlyWithFewerThan10SlotsFree) {
+TEST(LookUp, WaitsForTheLockOnlyWithFewerThan10FreeSlots) {
   Scene scene("");
   qk_mem_init();
   const auto look_up_elsewhere = [] {
@@ -121,14 +121,14 @@ TEST(LookUp, WaitsForACreationOnlyWithFewerThan10SlotsFree) {
   EXPECT_TRUE(waiting.get());
 }
 
-TEST(LookUp, BeforeTheStartFindsNothing) {
+TEST(LookUp, FindsNothingBeforeStartUp) {
   Scene scene("");
   qk_mem_handle* handle = nullptr;
   EXPECT_EQ(look_up(1, &handle), 5566);
   EXPECT_EQ(Qk_mem_initialized, 0);
 }
 
-TEST(LookUp, RefusesNumbersBeyondTheArrayThatCouldNotGrow) {
+TEST(LookUp, RefusesNumbersBeyondAnArrayThatCouldNotGrow) {
   Scene scene("");
   qk_mem_init();
   while (Qk_mem_num_handles < 512) Pool();

@@ -68,7 +68,7 @@ TEST(HandleMemory, IsRecordedAsOverhead) {
   EXPECT_EQ(Qk_mem_seq, 43U);
 }
 
-TEST(HandleMemory, IsOfKindHWhateverWasAskedFor) {
+TEST(HandleMemory, IsAlwaysOfKindH) {
   for (const unsigned char kind : {'C', 'W', 'M', 'T', '\0'}) {
     StandaloneHandle handle;
     add_memory(handle, kind);
@@ -98,7 +98,7 @@ TEST(HandleMemory, IsTracedUnderTheGlobalSwitchesNotTheCallers) {
   EXPECT_EQ(scene.log(), "   qk_mem_handle_memory:        7 [p1] H 100 app.c:4464\n");
 }
 
-TEST(HandleMemory, IsNotTracedWhereOnlyTheCallerIsDebugged) {
+TEST(HandleMemory, IsNotTracedIfOnlyTheCallerIsDebugged) {
   Scene scene("DEBUG=not,global");
   start(scene);
   StandaloneHandle handle;
@@ -138,7 +138,7 @@ TEST(Tracker, IsRecordedAsOverheadOf16Bytes) {
   }
 }
 
-TEST(Tracker, IsRemovedFromTheBytesOfTheOverheadButFromTheNumberOfData) {
+TEST(Tracker, LowersOverheadBytesButDataQuantityWhenRemoved) {
   for (const unsigned char kind : {'E', 'K'}) {
     StandaloneHandle handle;
     qk_mem_new_ptr(handle, at(0x1000), 'M', "src/app.c", 1, kMalloc);
@@ -157,7 +157,7 @@ TEST(Tracker, IsRemovedFromTheBytesOfTheOverheadButFromTheNumberOfData) {
   }
 }
 
-TEST(Tracker, OfAnyOtherKindDoesNothing) {
+TEST(Tracker, IsIgnoredUnderAnyOtherKind) {
   for (const unsigned char kind : {'M', 'T', 'H', 'F', 'w', 'e', '\0'}) {
     Scene scene("DEBUG");
     StandaloneHandle handle;
@@ -172,7 +172,7 @@ TEST(Tracker, OfAnyOtherKindDoesNothing) {
   }
 }
 
-TEST(Tracker, IsTracedWithTheLinesOfTheCaller) {
+TEST(Tracker, IsTracedWithTheCallersLine) {
   Scene scene(kit::Environment{"DEBUG", "HEAPSIZE DB", ""});
   start(scene);
   StandaloneHandle handle;
@@ -186,7 +186,7 @@ TEST(Tracker, IsTracedWithTheLinesOfTheCaller) {
             "7 T [p2] 1 16 app.c 70000 16\n");
 }
 
-TEST(Tracker, IsReleasedWithTheLetterOfAnObjectAlsoBesideAnArray) {
+TEST(Tracker, IsReleasedAsAnObjectEvenForAnArray) {
   Scene scene(kit::Environment{"DEBUG", "HEAPSIZE DB", ""});
   start(scene);
   for (const unsigned char kind : {'E', 'K'}) {
@@ -212,7 +212,7 @@ TEST(Tracker, CanBeRemovedAfterItsDestruction) {
   EXPECT_EQ(handle->overhead_amount, 768U);
 }
 
-TEST(Tracker, WithoutARecordIsWarnedAboutUnderDebugAndExceptionsOfTheCaller) {
+TEST(Tracker, CausesAWarningWithoutARecordAsConfigured) {
   struct {
     const char* debug;
     qk_mem_debug* switches;
@@ -241,7 +241,7 @@ TEST(Tracker, WithoutARecordIsWarnedAboutUnderDebugAndExceptionsOfTheCaller) {
   }
 }
 
-TEST(Tracker, WithoutARecordIsNoEvent) {
+TEST(Tracker, CountsNoEventWithoutARecord) {
   Scene scene(kit::Environment{"DEBUG", "DB", ""});
   start(scene);
   StandaloneHandle handle;

@@ -34,7 +34,7 @@ bool is_clear(const qk_mem_ptr& slot) {
          slot.baselined == 0;
 }
 
-TEST(NewPtr, MakesAnArrayOf16SlotsWithItsOwnRecordInTheFirst) {
+TEST(NewPtr, CreatesAnArrayOf16SlotsThatRecordsItself) {
   StandaloneHandle handle;
   Qk_mem_seq = 41;
   record(handle, 0x1000);
@@ -135,14 +135,14 @@ TEST(NewPtr, TakesTheFirstFreeSlot) {
   }
 }
 
-TEST(NewPtr, RecordsAnAddressAgainInASlotOfItsOwn) {
+TEST(NewPtr, RecordsAnAddressAgainInAnotherSlot) {
   StandaloneHandle handle;
   record(handle, 0x1000);
   EXPECT_EQ(index_of(handle, record(handle, 0x1000)), 2);
   EXPECT_EQ(handle.sums(), "data 2 for 0, overhead 1 for 768, tag 2 for 0");
 }
 
-TEST(GetPtr, FindsAnAddressWhereverItStands) {
+TEST(GetPtr, FindsAnAddressInAnySlot) {
   StandaloneHandle handle;
   for (std::uintptr_t i = 1; i <= 100; ++i) record(handle, i * 0x80);
   for (const std::uintptr_t i : {1U, 50U, 100U, 99U, 1U}) {
@@ -174,7 +174,7 @@ void add_array_that_holds_itself(StandaloneHandle& handle) {
   handle->overhead_amount = 768;
 }
 
-TEST(GetPtr, FindsTheArraysOwnRecordUntilAnotherOneIsTheLast) {
+TEST(GetPtr, FindsTheArraysOwnRecordUntilASlotIsUsed) {
   StandaloneHandle handle;
   add_array_that_holds_itself(handle);
   qk_mem_ptr* slots = handle->ptrs[0].ptrs;
@@ -183,7 +183,7 @@ TEST(GetPtr, FindsTheArraysOwnRecordUntilAnotherOneIsTheLast) {
   EXPECT_EQ(qk_mem_get_ptr(handle, slots), nullptr);
 }
 
-TEST(FreePtr, OfTheArraysOwnRecordChangesNothing) {
+TEST(FreePtr, IgnoresTheArraysOwnRecord) {
   StandaloneHandle handle;
   add_array_that_holds_itself(handle);
   qk_mem_ptr* slots = handle->ptrs[0].ptrs;
@@ -210,7 +210,7 @@ TEST(FreePtr, ClearsTheWholeSlotAndLeavesTheBytesToTheCaller) {
   EXPECT_EQ(handle.sums(), "data 0 for 100, overhead 1 for 768, tag 0 for 100");
 }
 
-TEST(FreePtr, OfTheSlotItselfLowersTheDataAlsoForBookkeeping) {
+TEST(FreePtr, LowersTheDataEvenForABookkeepingSlot) {
   for (const char kind : {'H', 'T'}) {
     StandaloneHandle handle;
     record(handle, 0x2000, 'M');
@@ -221,7 +221,7 @@ TEST(FreePtr, OfTheSlotItselfLowersTheDataAlsoForBookkeeping) {
   }
 }
 
-TEST(FreePtr, OfACopyLowersWhatItsKindSays) {
+TEST(FreePtr, LowersWhatTheKindSaysForACopy) {
   struct {
     char kind;
     const char* sums;
@@ -243,7 +243,7 @@ TEST(FreePtr, OfACopyLowersWhatItsKindSays) {
   }
 }
 
-TEST(FreePtr, OfAnAddressThatIsNotInTheTableChangesNothing) {
+TEST(FreePtr, IgnoresAnUnknownAddress) {
   StandaloneHandle handle;
   record(handle, 0x1000);
   for (const std::uintptr_t address : {0x2000, 0x1010}) {
@@ -256,7 +256,7 @@ TEST(FreePtr, OfAnAddressThatIsNotInTheTableChangesNothing) {
   }
 }
 
-TEST(FreePtr, OfAnAddressRecordedTwiceTakesTheOneFoundLastFirst) {
+TEST(FreePtr, FreesTheLastFoundOfTwoRecordsFirst) {
   StandaloneHandle handle;
   record(handle, 0x1000);
   record(handle, 0x1000);
@@ -268,7 +268,7 @@ TEST(FreePtr, OfAnAddressRecordedTwiceTakesTheOneFoundLastFirst) {
   EXPECT_EQ(handle.array(), "16 slots, 1 used");
 }
 
-TEST(FreePtrs, TakesTheArrayOffTheOverheadAndLeavesItsMemory) {
+TEST(FreePtrs, RemovesTheArrayFromOverheadButKeepsItsMemory) {
   StandaloneHandle handle;
   for (std::uintptr_t i = 1; i <= 16; ++i) record(handle, i * 0x100);
   record(handle, 0x1010);
@@ -283,7 +283,7 @@ TEST(FreePtrs, TakesTheArrayOffTheOverheadAndLeavesItsMemory) {
   EXPECT_EQ(handle.array(1), "16 slots, 2 used");
 }
 
-TEST(PointerTable, WorksForWhoeverHoldsTheHandlesMutexAndLeavesItHeld) {
+TEST(PointerTable, KeepsAMutexThatTheCallerHolds) {
   StandaloneHandle handle;
   qk::Mtx mtx;
   handle->mtx = &mtx;
@@ -296,7 +296,7 @@ TEST(PointerTable, WorksForWhoeverHoldsTheHandlesMutexAndLeavesItHeld) {
   EXPECT_FALSE(mtx.held());
 }
 
-TEST(PointerTable, LetsGoOfTheHandlesMutexOnEveryWayOut) {
+TEST(PointerTable, ReleasesTheHandlesMutexInEveryCase) {
   StandaloneHandle handle;
   qk::Mtx mtx;
   handle->mtx = &mtx;

@@ -70,7 +70,7 @@ void use_once() {
   if (dlclose(plugin) != 0) _exit(92);
 }
 
-TEST_F(PlugIn, LeavesTheReportWhenItIsUnloaded) {
+TEST_F(PlugIn, WritesTheReportWhenItIsUnloaded) {
   EXPECT_EQ(exit_code_of(status_of([] {
               use_once();
               std::filesystem::rename(kLog, "at-unloading.log");
@@ -89,7 +89,7 @@ TEST_F(PlugIn, CanBeLoadedAgainAndAgain) {
             3);
 }
 
-TEST_F(PlugIn, GivesTheSignalsBackWhenItIsUnloaded) {
+TEST_F(PlugIn, RestoresTheSignalsWhenItIsUnloaded) {
   const int status = status_of([] {
     use_once();
     raise(SIGTERM);

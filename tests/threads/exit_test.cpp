@@ -43,7 +43,7 @@ constexpr int kRounds = 20;
 constexpr int kRounds = 100;
 #endif
 
-TEST(Exit, OfMainKeepsItsCodeWhileOtherThreadsCreateAndDeleteHandles) {
+TEST(Exit, KeepsItsCodeFromMainWhileOtherThreadsRun) {
   const Scene scene(kit::Environment{});
   for (int round = 0; round < kRounds; ++round) {
     const Ended ended = kit::run({"EXCEPTIONS SUMMARY", "", ""}, [&] {
@@ -58,7 +58,7 @@ TEST(Exit, OfMainKeepsItsCodeWhileOtherThreadsCreateAndDeleteHandles) {
   }
 }
 
-TEST(Exit, OfASecondThreadKeepsItsCodeWhileOthersRun) {
+TEST(Exit, KeepsItsCodeFromAThreadWhileOthersRun) {
   const Scene scene(kit::Environment{});
   for (int round = 0; round < kRounds; ++round) {
     const Ended ended = kit::run({"TRACE", "DB", ""}, [&] {
@@ -115,7 +115,7 @@ TEST(ThreadLocalDestructors, CanFreeOnSharedHandles) {
   EXPECT_EQ(scene.log("qk_mem_ifree"), "");
 }
 
-TEST(ThreadLocalDestructors, OfMainRunBeforeTheCleanUp) {
+TEST(ThreadLocalDestructors, RunBeforeTheCleanUpInMain) {
   const Scene scene(kit::Environment{});
   const Ended ended = kit::run({"EXCEPTIONS SUMMARY", "", "OPTIONS=POINTERS"}, [] {
     thread_local FreesAtTheEnd local;

@@ -59,7 +59,7 @@ int in_child(Body body) {
   return WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + WTERMSIG(status);
 }
 
-TEST(Fork, UnderLoadLeavesTheChildAbleToAllocateReportAndExit) {
+TEST(ForkUnderLoad, LeavesTheChildAbleToAllocateReportAndExit) {
 #ifdef __SANITIZE_THREAD__
   GTEST_SKIP() << "the thread sanitizer's own locks don't survive a fork among threads";
 #endif
@@ -90,7 +90,7 @@ std::size_t count(const std::string& text, const std::string& part) {
   return found;
 }
 
-TEST(Fork, DoesNotRepeatWhatWasBufferedForLogAndTraceFile) {
+TEST(Fork, DoesNotRepeatBufferedLinesAndRows) {
   const kit::Ended ended = [] {
     Scene scene(kit::Environment{});
     return kit::run({"DEBUG", "DB", ""}, [] {

@@ -40,7 +40,7 @@ TEST(TerminatingSignal, LeavesTheWholeReport) {
             "   +   3    p1               M     1       10       10      # app.c:1\n");
 }
 
-TEST(TerminatingSignal, LeavesOneLineAndNoHalfReportWhereTheReportCannotBeMade) {
+TEST(TerminatingSignal, LeavesOneLineIfTheReportCannotBeMade) {
   const Scene scene(kit::Environment{});
   const Ended ended = kit::run({"DEBUG SUMMARY", "", ""}, [] {
     const Pool held("MULTITHREADED AUTOFREE");

@@ -178,31 +178,31 @@ class StressedLibrary : public ::testing::Test {
 };
 
 /** The environment must be set before the first handle is created. */
-class UnderTrace : public kit::Scene, public StressedLibrary {
+class StressUnderTrace : public kit::Scene, public StressedLibrary {
  protected:
-  UnderTrace() : Scene("TRACE LOG=NONE") {}
+  StressUnderTrace() : Scene("TRACE LOG=NONE") {}
 };
 
-class UnderDebug : public kit::Scene, public StressedLibrary {
+class StressUnderDebug : public kit::Scene, public StressedLibrary {
  protected:
-  UnderDebug() : Scene({"DEBUG LOG=/dev/null", "DB=/dev/null HEAPSIZE", ""}) {}
+  StressUnderDebug() : Scene({"DEBUG LOG=/dev/null", "DB=/dev/null HEAPSIZE", ""}) {}
 };
 
-class Unconfigured : public kit::Scene, public StressedLibrary {};
+class UnconfiguredStress : public kit::Scene, public StressedLibrary {};
 
-TEST_F(UnderTrace, ThreadsKeepExactBooksWhileTheConfigurationChanges) {
+TEST_F(StressUnderTrace, LeavesExactAccountingDespiteReconfiguration) {
   stress(true);
   expect_exact_accounting();
   expect_nothing_left();
 }
 
-TEST_F(UnderDebug, ThreadsKeepExactBooksWithLogAndTraceFile) {
+TEST_F(StressUnderDebug, LeavesExactAccountingWithLogAndTraceFile) {
   stress(false);
   expect_exact_accounting();
   expect_nothing_left();
 }
 
-TEST_F(Unconfigured, ThreadsKeepExactBooks) {
+TEST_F(UnconfiguredStress, LeavesExactAccounting) {
   stress(false);
   expect_exact_accounting();
   expect_nothing_left();

@@ -61,7 +61,7 @@ class ThreadsThatTrace : public ::testing::Test {
   }
 };
 
-TEST_F(ThreadsThatTrace, LeaveRowsOfFifteenColumns) {
+TEST_F(ThreadsThatTrace, WriteRowsOfFifteenColumns) {
   EXPECT_EQ(trace_.faults, std::vector<std::string>{});
   EXPECT_GT(rows_.size(), static_cast<std::size_t>(kThreads * kRounds * kEventsPerRound));
 }
@@ -78,7 +78,7 @@ TEST_F(ThreadsThatTrace, LoseNoEventAndInventNone) {
   EXPECT_EQ(events['N'], 1);
 }
 
-TEST_F(ThreadsThatTrace, LeaveEachThreadsRowsInItsOwnOrder) {
+TEST_F(ThreadsThatTrace, KeepEachThreadsRowsInItsOwnOrder) {
   std::map<std::string_view, int> last;
   for (const TraceRow& row : rows_) {
     if (row.file.size() != 3) continue;
@@ -88,7 +88,7 @@ TEST_F(ThreadsThatTrace, LeaveEachThreadsRowsInItsOwnOrder) {
   EXPECT_EQ(last.size(), static_cast<std::size_t>(kThreads));
 }
 
-TEST_F(ThreadsThatTrace, LeaveSequencesThatNeverDecrease) {
+TEST_F(ThreadsThatTrace, WriteSequencesThatNeverDecrease) {
   std::uint32_t last = 0;
   for (const TraceRow& row : rows_) {
     EXPECT_GE(row.sequence, last);
@@ -97,7 +97,7 @@ TEST_F(ThreadsThatTrace, LeaveSequencesThatNeverDecrease) {
   EXPECT_EQ(last, Qk_mem_seq);
 }
 
-TEST_F(ThreadsThatTrace, LeaveTheRunningSumOfTheChanges) {
+TEST_F(ThreadsThatTrace, WriteTheRunningSumOfTheChanges) {
   std::int64_t sum = 0;
   for (const TraceRow& row : rows_) {
     sum += row.change;
@@ -105,7 +105,7 @@ TEST_F(ThreadsThatTrace, LeaveTheRunningSumOfTheChanges) {
   }
 }
 
-TEST_F(ThreadsThatTrace, LeaveTheGrowthOfTheHeapFromRowToRow) {
+TEST_F(ThreadsThatTrace, WriteTheHeapsGrowthFromRowToRow) {
   std::int64_t heap = 0;
   for (const TraceRow& row : rows_) {
     ASSERT_EQ(row.growth, row.heap - heap) << row.sequence;
@@ -124,7 +124,7 @@ TEST_F(ThreadsThatTrace, EndWithWhatTheHandlesHold) {
   EXPECT_EQ(rows_.back().current, rows_.front().change + static_cast<std::int64_t>(held));
 }
 
-TEST_F(ThreadsThatTrace, LeaveRowsWhoseChangeIsThatOfTheRecord) {
+TEST_F(ThreadsThatTrace, WriteTheBytesOfEachRecordAsTheChange) {
   for (const TraceRow& row : rows_) {
     if (row.handle != pool_ || row.type == 'N' || row.type == 'P') continue;
     const auto bytes = static_cast<std::int64_t>(row.num * row.size);

@@ -180,84 +180,88 @@ class ReportAfterABaseline : public Report {
   }
 };
 
-TEST_F(Report, OfTheConfiguredSections) { expect_report("configured", "", 0); }
+TEST_F(Report, ShowsTheConfiguredSections) { expect_report("configured", "", 0); }
 
-TEST_F(Report, OfEverySection) { expect_report("every_section", "", kEverySection); }
+TEST_F(Report, ShowsEverySection) { expect_report("every_section", "", kEverySection); }
 
-TEST_F(Report, ComparedWithNothing) {
+TEST_F(Report, ComparesWithNothingWithoutABaseline) {
   expect_report("compared_with_nothing", "", QK_MEM_DUMP_COMPARISON);
 }
 
-TEST_F(Report, OfGrowthSinceTheStart) {
+TEST_F(Report, ShowsGrowthSinceTheStart) {
   expect_report("growth_since_the_start", "", QK_MEM_DUMP_GROWTH | kDetails);
 }
 
-TEST_F(Report, OfManagementAlone) { expect_report("management_alone", "", QK_MEM_DUMP_MGMT); }
+TEST_F(Report, ShowsManagementAlone) { expect_report("management_alone", "", QK_MEM_DUMP_MGMT); }
 
-TEST_F(Report, OfTheHeapAndHandles) {
+TEST_F(Report, ShowsTheHeapAndHandles) {
   expect_report("heap_and_handles", "", QK_MEM_DUMP_HEAPSIZE | QK_MEM_DUMP_HANDLES);
 }
 
-TEST_F(Report, OfAFilterThatCannotBeRead) {
+TEST_F(Report, NamesAnInvalidFilter) {
   expect_report("refused_filter", "HANDLE=3 COLOUR=RED", kEverySection);
 }
 
-TEST_F(ReportAfterABaseline, OfTheConfiguredSections) {
+TEST_F(ReportAfterABaseline, ShowsTheConfiguredSections) {
   expect_report("after_baseline_configured", "", 0);
 }
 
-TEST_F(ReportAfterABaseline, OfEverySection) {
+TEST_F(ReportAfterABaseline, ShowsEverySection) {
   expect_report("after_baseline_every_section", "", kEverySection);
 }
 
-TEST_F(ReportAfterABaseline, ComparedWithIt) {
+TEST_F(ReportAfterABaseline, ComparesWithTheBaseline) {
   expect_report("comparison", "", QK_MEM_DUMP_COMPARISON);
 }
 
-TEST_F(ReportAfterABaseline, ComparedWithItUnderAFilter) {
+TEST_F(ReportAfterABaseline, ComparesWithTheBaselineUnderAFilter) {
   expect_report("comparison_of_a_tag", "TAG=IX", QK_MEM_DUMP_COMPARISON | kEverySection);
 }
 
-TEST_F(ReportAfterABaseline, OfGrowth) {
+TEST_F(ReportAfterABaseline, ShowsGrowth) {
   expect_report("growth", "", QK_MEM_DUMP_GROWTH | kEverySection);
 }
 
-TEST_F(ReportAfterABaseline, OfGrowthTersely) {
+TEST_F(ReportAfterABaseline, ShowsGrowthTersely) {
   expect_report("growth_terse", "",
                 QK_MEM_DUMP_GROWTH | QK_MEM_DUMP_TERSE | QK_MEM_DUMP_HANDLES | QK_MEM_DUMP_BLOCKS |
                     QK_MEM_DUMP_POINTERS);
 }
 
-TEST_F(ReportAfterABaseline, OfGrowthThatIsNotThere) {
+TEST_F(ReportAfterABaseline, SaysSoIfThereIsNoGrowth) {
   expect_report("growth_none", "HANDLE=9", QK_MEM_DUMP_GROWTH | kEverySection);
 }
 
-TEST_F(ReportAfterABaseline, OfGrowthThatIsNotThereTersely) {
+TEST_F(ReportAfterABaseline, IsEmptyIfThereIsNoGrowthAndItIsTerse) {
   expect_report("growth_none_terse", "HANDLE=9",
                 QK_MEM_DUMP_GROWTH | QK_MEM_DUMP_TERSE | kEverySection);
 }
 
-TEST_F(ReportAfterABaseline, OfATag) { expect_report("filter_tag", "TAG=ix", kDetails); }
+TEST_F(ReportAfterABaseline, ShowsTheHandlesOfATag) {
+  expect_report("filter_tag", "TAG=ix", kDetails);
+}
 
-TEST_F(ReportAfterABaseline, OfWhatHasNoTag) {
+TEST_F(ReportAfterABaseline, ShowsHandlesWithoutATag) {
   expect_report("filter_untagged", "TAG=NONE", kDetails);
 }
 
-TEST_F(ReportAfterABaseline, OfOneHandle) { expect_report("filter_handle", "HANDLE=8", kDetails); }
+TEST_F(ReportAfterABaseline, ShowsOneHandle) {
+  expect_report("filter_handle", "HANDLE=8", kDetails);
+}
 
-TEST_F(ReportAfterABaseline, OfOverheadHandles) {
+TEST_F(ReportAfterABaseline, ShowsOverheadHandles) {
   expect_report("filter_overhead", "TYPE=OVERHEAD", kDetails);
 }
 
-TEST_F(ReportAfterABaseline, OfBlockManagedHandlesThatStay) {
+TEST_F(ReportAfterABaseline, ShowsBlockManagedHandlesWithoutAutofree) {
   expect_report("filter_blocks", "BLOCKMGMT=TRUE AND AUTOFREE=FALSE", kDetails);
 }
 
-TEST_F(ReportAfterABaseline, OfOldPointersOnOldHandles) {
+TEST_F(ReportAfterABaseline, ShowsOldPointersOnOldHandles) {
   expect_report("filter_old", "NEW_HANDLE=FALSE AND NEW_PTRS=FALSE", kDetails);
 }
 
-TEST(ReportAtTheEnd, IsOfWhatIsLeftWhenAutofreeHandlesAreGone) {
+TEST(ReportAtTheEnd, ShowsWhatRemainsWithoutAutofreeHandles) {
   const Scene scene;
   const kit::Ended ended = kit::run({"SUMMARY", "", "OPTIONS=SUMMARY,HANDLES,MGMT,BLOCKS,POINTERS"},
                                     [] { Program().second_half(); });
