@@ -29,6 +29,7 @@ set(library_sources
   diag/failure.cpp
   diag/heap.cpp
   diag/log.cpp
+  diag/output_file.cpp
   diag/trace_file.cpp
 
   table/blocks.cpp

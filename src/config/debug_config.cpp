@@ -7,6 +7,7 @@
 #include "core/option_call.h"
 #include "core/registry.h"
 #include "diag/log.h"
+#include "diag/output_file.h"
 
 namespace qk::mem {
 namespace {

@@ -9,6 +9,7 @@
 #include "core/upcalls.h"
 #include "diag/heap.h"
 #include "diag/log.h"
+#include "diag/output_file.h"
 #include "diag/trace_file.h"
 
 namespace qk::mem {
@@ -24,8 +25,10 @@ constexpr std::array<qk_option_keyword, 3> kTable = {
     keyword("FLUSH", qk::kOptionalValue),
 };
 
+bool takes_environment(const char* options) { return qk_strlen(options) == 0; }
+
 const char* chosen_options(const char* options) {
-  return qk_strlen(options) == 0 ? ::secure_getenv("QK_MEM_OPTIONS") : options;
+  return takes_environment(options) ? ::secure_getenv("QK_MEM_OPTIONS") : options;
 }
 
 /** Opens the trace file, once per process and only while debugging. False if it can't be opened. */
@@ -43,12 +46,6 @@ bool open_trace_file(const char* name) QK_REQUIRES(Qk_mem_mtx) {
   return true;
 }
 
-void stop_buffering(FILE* stream) {
-  if (stream == nullptr) return;
-  std::fflush(stream);
-  std::setbuf(stream, nullptr);
-}
-
 }  // namespace
 }  // namespace qk::mem
 
@@ -61,6 +58,8 @@ extern "C" int qk_mem_options(const char* options, qk::Status* status) {
   qk::store(Qk_mem_opts, 0);
   if (qk_strlen(chosen) == 0) return status->code;
   OptionText text(chosen);
+  // A variable is cut to the length of an option string, as the other two are.
+  if (takes_environment(options)) text = OptionText(text.text());
   if (text.too_long()) {
     return refuse_length(*status, kRoutine, own::kOptionsTooLong, "options", text.length());
   }
@@ -71,8 +70,8 @@ extern "C" int qk_mem_options(const char* options, qk::Status* status) {
   if (call.has(kHeapsize)) qk::store(Qk_mem_opts, 1);
   if (call.has(kDb) && !open_trace_file(call.value(kDb))) return status->code;
   if (call.has(kFlush)) {
-    stop_buffering(Qk_mem_log);
-    stop_buffering(Qk_mem_db);
+    unbuffer_log();
+    unbuffer_trace_file();
   }
   return status->code;
 }

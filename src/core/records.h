@@ -21,7 +21,7 @@ struct qk_mem_ptr {
   std::uint32_t seq;        // Qk_mem_seq right after the increment for this record
   std::uint16_t line;       // deliberately narrow: the low 16 bits of the caller's line
   unsigned char kind;       // see core/kinds.h
-  std::uint8_t baselined;   // was live when a baseline was set
+  std::uint8_t baselined;   // marks; not 0 if the record was live when a baseline was set
 };
 
 /** Descriptor of one of a handle's eight pointer arrays, see table/pointer_array.h. */
@@ -130,6 +130,9 @@ struct qk_mem_debug {
 };
 
 namespace qk::mem {
+
+/** The mark in qk_mem_ptr::baselined that a baseline sets. */
+inline constexpr std::uint8_t kBaselined = 1;
 
 /** Bytes of a slot in the accounting. */
 inline constexpr std::uint64_t kSlotBytes = 48;

@@ -1,13 +1,12 @@
 #include "diag/log.h"
 
-#include <cerrno>
 #include <cstdarg>
 #include <cstring>
 
+#include "diag/output_file.h"
 #include "support/format.h"
 #include "support/mtx_lock.h"
 #include "support/shared_variable.h"
-#include "support/system.h"
 
 constinit FILE* Qk_mem_log = nullptr;
 constinit char Qk_mem_log_filename[256] = {};
@@ -47,19 +46,6 @@ int write_line(FILE* stream, std::string_view line) {
 
 bool is_standard_stream(const FILE* stream) { return stream == stdout || stream == stderr; }
 
-FILE* open_output(const char* routine, const char* name, const char* mode) {
-  char hidden_mode[8];
-  std::snprintf(hidden_mode, sizeof hidden_mode, "%se", mode);
-  FILE* stream = std::fopen(name, hidden_mode);
-  if (stream == nullptr) {
-    const int error = errno;
-    char text[256];
-    std::printf("   %s: WARNING: unable to open %s (%d %s)\n", routine, name, error,
-                qk_error_msg_r(error, text, sizeof text));
-  }
-  return stream;
-}
-
 FILE* exchange_log(FILE* stream) {
   const qk::MtxLock lock(log_mutex);
   FILE* before = Qk_mem_log;
@@ -75,6 +61,11 @@ void replace_log(FILE* stream) {
 void flush_log() {
   const qk::MtxLock lock(log_mutex);
   if (Qk_mem_log != nullptr) std::fflush(Qk_mem_log);
+}
+
+void unbuffer_log() {
+  const qk::MtxLock lock(log_mutex);
+  if (Qk_mem_log != nullptr) unbuffer(Qk_mem_log);
 }
 
 void hold_log() QK_UNCHECKED_LOCKING {

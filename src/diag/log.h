@@ -36,14 +36,6 @@ int write_line(FILE* stream, std::string_view line);
 
 [[nodiscard]] bool is_standard_stream(const FILE* stream);
 
-/**
- * Opens a file for writing with fopen's `mode`; programs that this one starts do not inherit it. A
- * failure is reported on standard output, since it may be the log that can't be opened.
- *
- * @return null on failure.
- */
-[[nodiscard]] FILE* open_output(const char* routine, const char* name, const char* mode);
-
 /** Replaces the log by a stream, or by null, and returns the stream before. */
 FILE* exchange_log(FILE* stream);
 
@@ -52,6 +44,9 @@ void replace_log(FILE* stream);
 
 /** Flushes the log. */
 void flush_log();
+
+/** Flushes the log, and writes each line at once from now on. */
+void unbuffer_log();
 
 /** Flushes the log and locks it against other writers until let_log_go(). */
 void hold_log();

@@ -6,6 +6,7 @@
 #include "core/registry.h"
 #include "core/switches.h"
 #include "diag/log.h"
+#include "diag/output_file.h"
 #include "formats/trace_row.h"
 #include "support/line.h"
 #include "support/text.h"
@@ -52,6 +53,11 @@ void start_trace_file(FILE* stream) {
 void flush_trace_file() {
   assert_registry_held();
   if (Qk_mem_db != nullptr) std::fflush(Qk_mem_db);
+}
+
+void unbuffer_trace_file() {
+  assert_registry_held();
+  if (Qk_mem_db != nullptr) unbuffer(Qk_mem_db);
 }
 
 void close_trace_file() {

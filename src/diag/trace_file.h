@@ -37,6 +37,9 @@ void start_trace_file(FILE* stream) QK_REQUIRES(Qk_mem_mtx);
 /** Flushes the trace file. Needs the registry's lock. */
 void flush_trace_file() QK_REQUIRES(Qk_mem_mtx);
 
+/** Flushes the trace file, and writes each row at once from now on. Needs the registry's lock. */
+void unbuffer_trace_file() QK_REQUIRES(Qk_mem_mtx);
+
 /** Closes the trace file, if there is one. */
 void close_trace_file();
 

@@ -11,31 +11,30 @@
 namespace qk::mem {
 namespace {
 
-/** The marks are bits of `baselined`. To a report every value but 0 means the same. */
+/** The marks are further bits of `baselined`. To a report every value but 0 means the same. */
 constexpr std::uint8_t kRepeat = 0x80;
 constexpr std::uint8_t kTrackerOfEarlier = 0x40;
 
 struct Entry {
   const void* address;
+  const void* tracker;
   std::int32_t index;
 
-  bool operator<(const Entry& other) const {
-    return std::tie(address, index) < std::tie(other.address, other.index);
+  [[nodiscard]] bool operator<(const Entry& other) const {
+    return std::tie(address, tracker, index) < std::tie(other.address, other.tracker, other.index);
   }
 };
 
-void mark(qk_mem_ptr& slot, const qk_mem_ptr& earlier) {
-  int marks = qk::load(slot.baselined) | kRepeat;
-  if (slot.tracker == earlier.tracker) marks |= kTrackerOfEarlier;
-  qk::store(slot.baselined, static_cast<std::uint8_t>(marks));
-}
-
-/** Marks the entries of one address. There are few of them. */
+/** Marks the entries of one address, which are sorted by tracker and index. */
 void mark_group(qk_mem_ptr_array& array, const Entry* first, const Entry* end) {
-  for (const Entry* later = first + 1; later < end; ++later) {
-    for (const Entry* earlier = first; earlier != later; ++earlier) {
-      mark(array.ptrs[later->index], array.ptrs[earlier->index]);
-    }
+  const std::int32_t earliest =
+      std::min_element(first, end, [](const Entry& left, const Entry& right) {
+        return left.index < right.index;
+      })->index;
+  for (const Entry* entry = first; entry != end; ++entry) {
+    if (entry->index == earliest) continue;
+    const bool tracker_repeats = entry != first && entry[-1].tracker == entry->tracker;
+    add_marks(array.ptrs[entry->index], tracker_repeats ? kRepeat | kTrackerOfEarlier : kRepeat);
   }
 }
 
@@ -43,7 +42,8 @@ void mark_sorted(qk_mem_ptr_array& array, Entry* entries) {
   const std::int32_t slots = slots_of(array);
   Entry* end = entries;
   for (std::int32_t i = 1; i < slots; ++i) {
-    if (void* address = address_in(array.ptrs[i])) *end++ = {address, i};
+    const qk_mem_ptr& slot = array.ptrs[i];
+    if (void* address = address_in(slot)) *end++ = {address, qk::load(slot.tracker), i};
   }
   std::sort(entries, end);
   for (Entry* first = entries; first != end;) {
@@ -52,6 +52,11 @@ void mark_sorted(qk_mem_ptr_array& array, Entry* entries) {
     mark_group(array, first, next);
     first = next;
   }
+}
+
+void mark(qk_mem_ptr& slot, const qk_mem_ptr& earlier) {
+  const bool tracker_repeats = qk::load(slot.tracker) == qk::load(earlier.tracker);
+  add_marks(slot, tracker_repeats ? kRepeat | kTrackerOfEarlier : kRepeat);
 }
 
 void mark_compared(qk_mem_ptr_array& array) {

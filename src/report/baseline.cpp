@@ -28,7 +28,7 @@ void mark_records(qk_mem_handle& handle) {
   for (qk_mem_ptr_array& array : handle.ptrs) {
     const std::int32_t slots = slots_of(array);
     for (std::int32_t i = 0; i < slots; ++i) {
-      if (address_in(array.ptrs[i]) != nullptr) qk::store(array.ptrs[i].baselined, 1);
+      if (address_in(array.ptrs[i]) != nullptr) add_marks(array.ptrs[i], kBaselined);
     }
   }
 }

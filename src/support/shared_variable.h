@@ -63,6 +63,12 @@ inline T add(T& variable, std::type_identity_t<T> by) noexcept {
   return add(variable, by, is_single_threaded());
 }
 
+/** Sets bits of a variable in which other threads may be setting others. */
+template <class T>
+inline void set_bits(T& variable, std::type_identity_t<T> bits) noexcept {
+  atomic(variable).fetch_or(bits, std::memory_order_relaxed);
+}
+
 template <class T>
 inline T subtract(T& variable, std::type_identity_t<T> by) noexcept {
   return add(variable, static_cast<T>(T{0} - by));

@@ -50,6 +50,12 @@ inline void clear_slot(qk_mem_ptr& slot) {
   write_contents(slot, qk_mem_ptr{});
 }
 
+/**
+ * Adds marks to the live record of a slot. A baseline does so without the handle's lock, so marks of
+ * others are never overwritten.
+ */
+inline void add_marks(qk_mem_ptr& slot, std::uint8_t marks) { qk::set_bits(slot.baselined, marks); }
+
 /** The number of slots that can be walked: 0 after a growth that failed. */
 [[nodiscard]] inline std::int32_t slots_of(const qk_mem_ptr_array& array) {
   return qk::acquire(array.ptrs) == nullptr ? 0 : qk::load(array.capacity);

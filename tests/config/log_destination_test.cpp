@@ -1,4 +1,7 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -287,6 +290,29 @@ TEST(LogDestination, WarnsOnStdoutAndTurnsAllOffIfItCannotBeOpened) {
   EXPECT_EQ(ended.err, "");
   EXPECT_EQ(contents("before.log"), "before\n");
   EXPECT_EQ(ended.log.substr(0, 6), "after\n");
+}
+
+TEST(LogDestination, IsGivenUpIfItIsAFifoThatNobodyReads) {
+  const Scene scene;
+  ASSERT_EQ(::mkfifo("fifo", 0600), 0);
+  const Ended ended = kit::run({"DEBUG LOG=fifo", "", ""}, [] { qk_mem_init(); });
+  EXPECT_EQ(ended.out,
+            "   qk_mem_debug_config: WARNING: unable to open fifo (6 No such device or address)\n");
+  EXPECT_EQ(ended.exit_code, 0);
+}
+
+TEST(LogDestination, MayBeAFifoThatSomebodyReads) {
+  const Scene scene;
+  ASSERT_EQ(::mkfifo("fifo", 0600), 0);
+  const int reader = ::open("fifo", O_RDONLY | O_NONBLOCK);
+  configure("EXCEPTIONS LOG=fifo");
+  EXPECT_EQ(::fcntl(::fileno(Qk_mem_log), F_GETFL) & O_NONBLOCK, 0) << "writers wait for readers";
+  say("a line");
+  configure("OFF");
+  char line[64] = "";
+  EXPECT_EQ(::read(reader, line, sizeof line), 7);
+  EXPECT_STREQ(line, "a line\n");
+  ::close(reader);
 }
 
 TEST(LogDestination, IsBufferedUnlessFlushIsGiven) {

@@ -18,6 +18,7 @@ namespace {
 
 using kit::contents;
 using kit::Ended;
+using kit::Environment;
 using kit::Scene;
 
 /** Sets options and returns the status as text. The call must return the status's code. */
@@ -127,6 +128,15 @@ TEST(Options, AreRefusedWith257Characters) {
             "10037 details 0 0 numbers 257 256 subject [] arguments [options] [] "
             "at qkmem.cpp(qk_mem_options):# on this host");
   EXPECT_EQ(Qk_mem_opts, 0U);
+}
+
+TEST(Options, AreCutAt256CharactersInTheEnvironment) {
+  const Scene scene(Environment{"", "HEAPSIZE" + std::string(300, ' ') + "NONSENSE", ""});
+  qk_mem_init();
+  EXPECT_EQ(qk_mem_error(), 0);
+  EXPECT_EQ(Qk_mem_opts, 1U);
+  EXPECT_EQ(set_options(""), kSuccess);
+  EXPECT_EQ(Qk_mem_opts, 1U);
 }
 
 TEST(Options, DoNothingWithoutAStatus) {

@@ -2,12 +2,13 @@
 
 #include <dlfcn.h>
 
+#include <atomic>
 #include <optional>
 
 namespace {
 
 std::optional<struct mallinfo> statistics;
-int probes = 0;
+std::atomic<int> probes = 0;
 
 }  // namespace
 

@@ -149,6 +149,39 @@ TEST_F(DeleteWithObjects, FreesMemoryOfTwoRecordsOnce) {
   EXPECT_EQ(destroyed_, "object is destroyed\n") << "there is no memory left for an object";
 }
 
+/** Sets a baseline when it is destroyed, as another thread may do at that moment. */
+class Baseliner : public qk::MemTracker {
+ public:
+  explicit Baseliner(void* tracked) { address = tracked; }
+  ~Baseliner() override { EXPECT_EQ(qk_mem_baseline(""), 0); }
+
+  [[nodiscard]] const std::type_info& tracked_type() const override { return typeid(Baseliner); }
+  [[nodiscard]] bool same_type(const qk::MemTracker& /*other*/) const override { return false; }
+};
+
+TEST_F(DeleteWithObjects, DestroysEachOnceBesideABaseline) {
+  Scene scene("EXCEPTIONS");
+  const Pool pool;
+  register_ptr(pool, QK_MEM_OBJECT, new Baseliner(at(0x5000)), 1);
+  register_ptr(pool, QK_MEM_OBJECT, tracker("one", at(0x5080)), 1);
+  register_ptr(pool, QK_MEM_OBJECT, tracker("two", at(0x5080)), 1);
+  EXPECT_EQ(destroy(pool), 0);
+  EXPECT_EQ(destroyed_, "one destroys its object\ntwo is destroyed\n");
+}
+
+TEST_F(DeleteWithObjects, DestroysAnAddressWithManyRecordsOnce) {
+  constexpr int kRecords = 20000;
+  Scene scene("");
+  const Pool pool;
+  for (int i = 0; i < kRecords; ++i) {
+    register_ptr(pool, QK_MEM_OBJECT, tracker(i == 0 ? "first" : "other", at(0x5000)), 1);
+  }
+  EXPECT_EQ(destroy(pool), 0);
+  EXPECT_EQ(destroyed_.substr(0, 25), "first destroys its object");
+  EXPECT_EQ(destroyed_.find("other destroys"), std::string::npos);
+  EXPECT_EQ(destroyed_.size(), 26 + (kRecords - 1) * std::string("other is destroyed\n").size());
+}
+
 TEST_F(DeleteWithObjects, DestroysThemEvenIfPiecesAreNotRecorded) {
   Scene scene(Environment{"EXCEPTIONS", "DB", ""});
   const Pool pool("BLOCKMGMT", "AB");

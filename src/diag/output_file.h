@@ -1,0 +1,26 @@
+#ifndef QKMEM_DIAG_OUTPUT_FILE_H_
+#define QKMEM_DIAG_OUTPUT_FILE_H_
+
+#include <cstdio>
+
+/** The files behind the log and the trace file. */
+namespace qk::mem {
+
+/**
+ * Opens a file for writing; programs that this one starts do not inherit it. A failure is reported
+ * on standard output in the name of `routine`, since it may be the log that can't be opened.
+ *
+ * A FIFO that nobody reads fails after a second. Once it is open, writing to it waits for the
+ * reader.
+ *
+ * @param mode  "w" to start the file anew, "a" to extend it.
+ * @return null on failure.
+ */
+[[nodiscard]] FILE* open_output(const char* routine, const char* name, const char* mode);
+
+/** Flushes a stream that no other thread uses meanwhile, and writes at once from now on. */
+void unbuffer(FILE* stream);
+
+}  // namespace qk::mem
+
+#endif  // QKMEM_DIAG_OUTPUT_FILE_H_
