@@ -9,10 +9,10 @@ consteval SourceLocation here(int line = __builtin_LINE()) { return {"qkmem.cpp"
 }  // namespace
 
 // clang-format off
-constinit const SourceLocation kOverheadHandle = here();       // life/startup.cpp, open_overhead_handle()
-constinit const SourceLocation kDataHandle = here();           // life/startup.cpp, open_data_handle()
+constinit const SourceLocation kOverheadHandle = here();       // life/startup.cpp, create_overhead_handle()
+constinit const SourceLocation kDataHandle = here();           // life/startup.cpp, create_data_handle()
 constinit const SourceLocation kHandleArray = here();          // handle/create.cpp, set_up()
-constinit const SourceLocation kTraceFile = here();            // config/default_options.cpp, open_trace_file()
+constinit const SourceLocation kTraceFile = here();            // config/module_options.cpp, open_trace_file()
 constinit const SourceLocation kAutofreeHandles = here();      // life/cleanup.cpp, delete_autofree_handle()
 constinit const SourceLocation kHandleArrayReleased = here();  // life/cleanup.cpp, announce_handle_array_gone()
 
@@ -26,8 +26,8 @@ constinit const SourceLocation kDumpNull = here();             // config/dump_co
 constinit const SourceLocation kDumpTooLong = here();          // config/dump_config.cpp, qk_mem_dump_config()
 constinit const SourceLocation kDumpInvalid = here();          // config/dump_config.cpp, qk_mem_dump_config()
 constinit const SourceLocation kDumpInvalidSections = here();  // config/dump_config.cpp, qk_mem_dump_config()
-constinit const SourceLocation kOptionsTooLong = here();       // config/default_options.cpp, qk_mem_options()
-constinit const SourceLocation kOptionsInvalid = here();       // config/default_options.cpp, qk_mem_options()
+constinit const SourceLocation kOptionsTooLong = here();       // config/module_options.cpp, qk_mem_options()
+constinit const SourceLocation kOptionsInvalid = here();       // config/module_options.cpp, qk_mem_options()
 // clang-format on
 
 }  // namespace qk::mem::own

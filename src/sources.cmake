@@ -11,7 +11,7 @@ set(library_sources
   support/mtx.cpp
   support/options.cpp
   support/search.cpp
-  support/signals.cpp
+  support/signal_names.cpp
   support/status.cpp
   support/system.cpp
   support/text.cpp
@@ -38,8 +38,8 @@ set(library_sources
   table/pointer_table.cpp
   table/tags.cpp
 
+  accounting/handle_lookup.cpp
   accounting/kept_calls.cpp
-  accounting/open_handle.cpp
   accounting/overhead.cpp
   accounting/pieces.cpp
   accounting/recording.cpp
@@ -64,10 +64,13 @@ set(library_sources
   handle/repeats.cpp
 
   config/debug_config.cpp
-  config/debug_init.cpp
+  config/debug_environment.cpp
+  config/debug_environment.cpp
   config/debug_settings.cpp
-  config/default_options.cpp
+  config/module_options.cpp
   config/dump_config.cpp
+  config/log_destination.cpp
+  config/module_options.cpp
   config/refusal.cpp
 
   report/baseline.cpp

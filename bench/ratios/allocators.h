@@ -51,7 +51,7 @@ class Qkmem {
   int id_;
 };
 
-/** The record of a live pointer in the allocators below that keep one: 40 bytes and the address. */
+/** The record of a live pointer for the recording allocators below: 40 bytes and the address. */
 struct Note {
   std::size_t size;
   std::size_t count;

@@ -25,7 +25,7 @@ const std::array<std::size_t, kSizes>& sizes_of_64() {
 
 using Sizes = const std::array<std::size_t, kSizes>&;
 
-/** Allocates `kDepth` pieces and releases them, the oldest first. */
+/** Allocates `kDepth` pieces and releases them, the oldest first, `times` times. */
 template <std::size_t kDepth, class Allocator>
 void allocate_and_release(Allocator& allocator, Sizes sizes, std::size_t times) {
   std::array<void*, kDepth> live;
@@ -173,7 +173,7 @@ std::vector<Workload> pair_workloads() {
       unrecorded(),
       recorded<1>("pair", "Ordinary handle: recorded pairs of 16 to 512 bytes, one at a time", 2.0),
       recorded<16>("pairs_16",
-                   "Ordinary handle: 16 of them allocated, then released in the same order", 2.5),
+                   "Ordinary handle: 16 pieces allocated, then released in the same order", 2.5),
       multithreaded_alone(),
       multithreaded_beside_idle_thread(),
       two_threads()};

@@ -48,15 +48,14 @@
  *     thread waits meanwhile. These functions don't start it up: qk_mem_error(), qk_mem_tag_size(),
  *     qk_heapsize(), qk_mem_debug_config(), qk_mem_debug_settings(), qk_mem_dump_config() and the
  *     functions under "Bookkeeping". A start-up that fails is not repeated.
- *     The environment is ignored in a process with raised privileges (secure_getenv()).
- *     QK_MEM_DEBUG and QK_MEM_DUMP are cut to 256 characters. A mistake in them doesn't fail the
+ *     The environment is ignored in a process with raised privileges (secure_getenv()). Each
+ *     variable is cut to 256 characters. A mistake in QK_MEM_DEBUG or QK_MEM_DUMP doesn't fail the
  *     start-up. It is logged if QK_MEM_DEBUG has opened a log. An unknown keyword in QK_MEM_DEBUG
  *     leaves everything off and opens no log, so nothing shows it.
- *     A mistake in QK_MEM_OPTIONS, or more than 256 characters, ends the start-up, and no line
- *     shows it. There are then no standing handles (the program's first two handles get their
- *     numbers), no report at the end, no AUTOFREE, and no handlers for signals and forks. The signs
- *     are qk_mem_error(), 10037 or 10041 to 10044 after the first call, and a first handle with
- *     number 1 instead of 3.
+ *     A mistake in QK_MEM_OPTIONS ends the start-up, and no line shows it. There are then no
+ *     standing handles (the program's first two handles get their numbers), no report at the end,
+ *     no AUTOFREE, and no handlers for signals and forks. The signs are qk_mem_error(), 10041 to
+ *     10044 after the first call, and a first handle with number 1 instead of 3.
  *
  * (9) Log. Warnings, errors and trace lines are written to the log if the switches of the routine
  *     ask for them; "warns" below means that. A longer line is cut to 1023 characters. A log file
@@ -550,7 +549,8 @@ int qk_mem_debug_on(void);
  *                 and the lines of start-up, end and bookkeeping don't depend on the list.
  *                 OFF         switches everything off and closes a log file. STDERR or STDOUT stays
  *                             the log
- *                 LOG=name    the log: a file, STDERR, STDOUT, or NONE for no log
+ *                 LOG=name    the log: a file, STDERR, STDOUT, or NONE for no log. A FIFO that
+ *                             nobody reads can't be opened: tried for a second
  *                 APPEND      a log file is extended instead of overwritten
  *                 FLUSH       the log is not buffered
  *                 A string with none of the first five, such as "FLUSH" or "LOG=x", switches
@@ -619,7 +619,8 @@ int qk_mem_dump_config(const char* options, qk::Status* status);
  *                 DB=name   opens a trace file, "qkmem.tdf" by default, and overwrites it. Ignored
  *                           while no switch of qk_mem_debug_config() is on, and the second time
  *                 FLUSH     log and trace file, if open, are not buffered
- *                 "" and null mean the value of QK_MEM_OPTIONS. Each call sets HEAPSIZE off first.
+ *                 "" and null mean the value of QK_MEM_OPTIONS, cut to 256 characters. Each call
+ *                 sets HEAPSIZE off first.
  * @param status   filled on failure, NOT cleared on success. Null: the call returns 10047.
  * @return the code in `status`, even one from before the call: clear it first. 10037 for more than
  *         256 characters, 10041 to 10044, see the error codes above. A trace file that can't be

@@ -1,6 +1,6 @@
 #include "accounting/kept_calls.h"
 
-#include "accounting/open_handle.h"
+#include "accounting/handle_lookup.h"
 #include "accounting/pieces.h"
 #include "accounting/recording.h"
 #include "core/registry.h"
@@ -13,7 +13,7 @@ extern "C" {
 
 int qk_mem_get_handle(int hid, qk_mem_handle** handle, const char* routine, const char* file,
                       int line, qk_mem_debug* debug) {
-  qk_mem_handle* found = open_handle(hid, CallContext(routine, file, line, *debug));
+  qk_mem_handle* found = look_up_handle(hid, CallContext(routine, file, line, *debug));
   if (found == nullptr) return QK_MEM_ERROR_HANDLE;
   *handle = found;
   return 0;

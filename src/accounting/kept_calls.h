@@ -36,10 +36,11 @@ qk_mem_ptr* qk_mem_new_ptr(qk_mem_handle* handle, void* address, unsigned char k
 qk_mem_ptr* qk_mem_get_ptr(qk_mem_handle* handle, const void* address);
 
 /**
- * Clears the slot that holds the record's address and counts it off. The caller subtracts the
- * bytes. The kind is read from `record` AFTER the slot was cleared. A caller that passes the slot
- * itself therefore lowers `qty` and the tag's `qty` even for overhead records. Reports rely on
- * that.
+ * Clears the slot that holds the record's address and subtracts 1 from the quantity. The caller
+ * subtracts the bytes.
+ *
+ * The kind is read from `record` AFTER the slot was cleared. A caller that passes the slot itself
+ * therefore lowers `qty` and the tag's `qty` even for overhead records. Reports rely on that.
  */
 void qk_mem_free_ptr(qk_mem_handle* handle, qk_mem_ptr* record);
 

@@ -18,7 +18,7 @@ void record_overhead(qk_mem_handle& handle, void* address, unsigned char kind, s
 void release_tracker(qk_mem_handle& handle, const void* tracker, const CallContext& context) {
   const auto removed = remove_pointer(handle, tracker, Removal::kOfTracker);
   if (!removed) {
-    if (reports(context)) warn_not_found(context, handle.id, as_number(tracker));
+    if (logs_errors(context)) warn_not_found(context, handle.id, as_number(tracker));
     return;
   }
   next_seq();

@@ -69,7 +69,7 @@ void* replace_foreign(qk_mem_handle& handle, void* ptr, const qk_mem_ptr& record
 
 }  // namespace
 
-bool refuses(int alignment) {
+bool refuse_alignment(int alignment) {
   if (alignment > 0) return false;
   Qk_mem_error.set(qk_error_no(EINVAL));
   return true;
@@ -77,7 +77,7 @@ bool refuses(int alignment) {
 
 void* allocate_piece(qk_mem_handle& handle, std::size_t size, int alignment,
                      const CallContext& context) {
-  if (refuses(alignment)) return nullptr;
+  if (refuse_alignment(alignment)) return nullptr;
   HandleLock lock(handle);
   if (void* piece = take_piece(handle, size, alignment)) return piece;
   lock.release();
@@ -86,7 +86,7 @@ void* allocate_piece(qk_mem_handle& handle, std::size_t size, int alignment,
 
 void report_unknown_piece(const qk_mem_handle& handle, const void* ptr,
                           const CallContext& context) {
-  if (reports(context)) warn_not_found(context.as(kBlockFree), handle.id, as_number(ptr));
+  if (logs_errors(context)) warn_not_found(context.as(kBlockFree), handle.id, as_number(ptr));
 }
 
 void release_piece(qk_mem_handle& handle, void* ptr, const qk_mem_ptr& record,
@@ -96,7 +96,7 @@ void release_piece(qk_mem_handle& handle, void* ptr, const qk_mem_ptr& record,
     return;
   }
   if (handle.blockfree == 0 || reclaim_piece(handle, ptr, bytes_of(record))) return;
-  if (!reports(context)) return;
+  if (!logs_errors(context)) return;
   qk_mem_write_log("   %s: WARNING: %3d [%.*zx] ptr not found in any block at %s:%d\n", kBlockFree,
                    handle.id, Qk_mem_ptr_display_size, as_number(ptr), context.file(),
                    context.line);

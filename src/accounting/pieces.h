@@ -6,13 +6,13 @@
 #include "core/records.h"
 #include "diag/call_context.h"
 
-/** Pieces of blocks and what stands for them in the log: new blocks, failures, unknown pointers. */
+/** Pieces of blocks, and the log lines about them: new blocks, failures, unknown pointers. */
 extern "C" {
 
 /**
  * Links another empty block to a block-managed handle: of the handle's block size, or of `size`
- * bytes if that is more. The handle and its tag are charged for it, header included. `entry` are
- * the switches for the line of the block and that of a failure.
+ * bytes if that is more. The handle and its tag are charged for it, header included. `entry`
+ * decides which lines are logged.
  *
  * @return null if there is no memory (reported, and the error code is set).
  */
@@ -23,8 +23,8 @@ qk_mem_block* qk_mem_new_block(qk_mem_handle* handle, std::size_t size, const ch
 
 namespace qk::mem {
 
-/** Whether no piece can have an alignment: 0 and less. The error code is then 5022. */
-[[nodiscard]] bool refuses(int alignment);
+/** Refuses an alignment of 0 or less, with the error code 5022, and returns true. */
+[[nodiscard]] bool refuse_alignment(int alignment);
 
 /**
  * Hands out a piece of the handle's blocks: the first fit, or the start of a new block if none has

@@ -7,6 +7,7 @@
 namespace qk::mem {
 namespace {
 
+/** Lines about a pointer array have always named the call that reserves a slot in it. */
 constexpr char kRoutine[] = "qk_mem_new_ptr";
 
 /** Makes room for the record of an address. False if that fails, which is reported. */
@@ -25,7 +26,7 @@ bool grow(qk_mem_handle& handle, const void* address, const CallContext& context
 }
 
 void warn_of_lost_array(const CallContext& context) {
-  if (!reports(context)) return;
+  if (!logs_errors(context)) return;
   qk_mem_write_log("   %s: WARNING: ptr array not large enough\n", context.routine);
 }
 

@@ -6,14 +6,14 @@
 #include "diag/call_context.h"
 #include "table/pointer_table.h"
 
-/** Recording of pointers in a table that grows when it has to, which is announced. */
+/** Records pointers. Growth of the table is announced. */
 namespace qk::mem {
 
 /**
- * Inserts a record whose sequence number is set only if the event is counted. Grows the array when
- * it is full.
+ * Inserts a record, and numbers it if the event is counted. Grows the array when it is full.
  *
- * @return the record; nothing if the array can't grow (reported, and the error code is set).
+ * @return the record; nothing if there is no slot for it, which is reported. A failed growth also
+ *         sets the error code.
  */
 std::optional<qk_mem_ptr> insert_or_grow(qk_mem_handle& handle, const qk_mem_ptr& record,
                                          EventCount event, const CallContext& context);

@@ -11,7 +11,7 @@ extern "C" qk_mem_tag* qk_mem_register_tag(const char* name) {
   qk_mem_tag* tag = find_or_add_tag(name);
   if (tag != nullptr) return tag;
   Qk_mem_error.set(QK_MEM_ERROR_TAG);
-  if (reports(global_switches())) {
+  if (logs_errors(global_switches())) {
     qk_mem_write_log("   %s: ERROR: Max number of accounting tags reached: %d\n",
                      "qk_mem_register_tag", kMaxTags);
   }

@@ -56,9 +56,9 @@ void* allocate_zeroed_piece(qk_mem_handle& handle, std::size_t num, std::size_t 
   ensure_started();
   if (bypasses_tracking(hid)) return untracked(user_memory::allocate_zeroed(num, size));
   const CallContext context = calloc_context(file, line);
-  qk_mem_handle* handle = open_handle(hid, context);
+  qk_mem_handle* handle = look_up_handle(hid, context);
   if (handle == nullptr) return nullptr;
-  if (warns(context)) warn_of_misuse(*handle, num, size, alignment, context);
+  if (checks_misuse(context)) warn_of_misuse(*handle, num, size, alignment, context);
   if (!is_blockmgmt(*handle)) {
     return finish_calloc(*handle, user_memory::allocate_zeroed(num, size), num, size, context);
   }

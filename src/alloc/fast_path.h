@@ -9,17 +9,18 @@
 #include "core/upcalls.h"
 #include "diag/trace_file.h"
 #include "support/text.h"
+#include "table/pointer_table.h"
 #include "table/record_steps.h"
 
 /**
  * The fast path of malloc, calloc, realloc and free: nothing observes the routine and the handle
  * needs no special care. It takes the steps of the slow path and leaves the same records and sums,
- * without a call context, a copy of the record, or a call that isn't inline. On anything unusual it
+ * without a call context, a copy of the record, or a formatted line. On anything unusual it
  * falls back to the slow path.
  */
 namespace qk::mem {
 
-/** bypasses_tracking(), asked before anything else; never true before the start-up is over. */
+/** The same check as bypasses_tracking(), made first. Never true before the start-up is over. */
 [[nodiscard]] inline bool bypasses_tracking_fast(int hid) {
   return hid == QK_MEM_DATA_HANDLE && is_started() && !debugging();
 }

@@ -12,7 +12,7 @@ using FreeCall = void(int hid, void* ptr, const char* file, int line);
 
 CallContext free_context(const char* file, int line) { return {Routine::kFree, file, line}; }
 
-/** Warns of misuse that the pointer itself shows, and returns its record. */
+/** Warns of misuse that the pointer itself shows, and returns the pointer's record. */
 std::optional<qk_mem_ptr> warn_of_pointer(qk_mem_handle& handle, const void* ptr,
                                           const CallContext& context) {
   if (ptr == nullptr) {
@@ -47,14 +47,14 @@ std::optional<Removed> free_memory(qk_mem_handle& handle, void* ptr, const CallC
   std::optional<Removed> removed;
   if (ptr != nullptr && keeps_records(handle)) {
     removed = remove_pointer(handle, ptr, Removal::kByFree);
-    if (!removed && reports(context)) warn_not_found(context, handle.id, as_number(ptr));
+    if (!removed && logs_errors(context)) warn_not_found(context, handle.id, as_number(ptr));
   }
   user_memory::release(ptr);
   return removed;
 }
 
 /**
- * The same on a block-managed handle, where only pieces under BLOCKFREE and external memory can be
+ * Frees on a block-managed handle, where only pieces under BLOCKFREE and external memory can be
  * freed one by one. Everything else stays, without an event.
  */
 std::optional<Removed> free_piece(qk_mem_handle& handle, void* ptr, const CallContext& context) {
@@ -81,7 +81,7 @@ void announce_free(const qk_mem_handle& handle, const qk_mem_ptr& record,
 
 [[gnu::noinline]] void free_on_handle(qk_mem_handle& handle, void* ptr,
                                       const CallContext& context) {
-  if (warns(context)) warn_of_misuse(handle, ptr, context);
+  if (checks_misuse(context)) warn_of_misuse(handle, ptr, context);
   const auto removed =
       is_blockmgmt(handle) ? free_piece(handle, ptr, context) : free_memory(handle, ptr, context);
   if (removed) announce_free(handle, removed->record, context);
@@ -91,7 +91,7 @@ void announce_free(const qk_mem_handle& handle, const qk_mem_ptr& record,
   ensure_started();
   if (bypasses_tracking(hid)) return user_memory::release(ptr);
   const CallContext context = free_context(file, line);
-  qk_mem_handle* handle = open_handle(hid, context);
+  qk_mem_handle* handle = look_up_handle(hid, context);
   if (handle != nullptr) free_on_handle(*handle, ptr, context);
 }
 

@@ -20,6 +20,7 @@ struct ArrayHeader {
 };
 static_assert(sizeof(ArrayHeader) == QK_MEM_ALIGNMENT);
 
+/** What is returned instead of an index. kNoElement also means that memory ran out. */
 enum ArrayFailure : int64_t { kNullAddress = -1, kNoElement = -2, kNoBlock = -3 };
 
 ArrayHeader* header_of(void* elements) { return static_cast<ArrayHeader*>(elements) - 1; }
@@ -35,7 +36,7 @@ int64_t refuse(int system_error, ArrayFailure failure) {
 }
 
 int64_t refuse_null_address(const CallContext& context) {
-  if (reports(context)) {
+  if (logs_errors(context)) {
     qk_mem_write_log("   %s: WARNING: marralloc of NULL address at %s:%d\n", context.routine,
                      context.file(), context.line);
   }
@@ -43,7 +44,7 @@ int64_t refuse_null_address(const CallContext& context) {
 }
 
 int64_t refuse_element_size(std::size_t element_size, const CallContext& context) {
-  if (reports(context)) {
+  if (logs_errors(context)) {
     qk_mem_write_log("   %s: WARNING: marralloc of element_size %zu at %s:%d\n", context.routine,
                      element_size, context.file(), context.line);
   }
@@ -51,15 +52,15 @@ int64_t refuse_element_size(std::size_t element_size, const CallContext& context
 }
 
 int64_t refuse_block_factor(std::size_t block_factor, const CallContext& context) {
-  if (reports(context)) {
+  if (logs_errors(context)) {
     qk_mem_write_log("   %s: WARNING: marralloc of block_factor %zu at %s:%d\n", context.routine,
                      block_factor, context.file(), context.line);
   }
   return refuse(EINVAL, kNoBlock);
 }
 
-int64_t create_array(int hid, void** address, std::size_t element_size, std::size_t block_factor,
-                     const CallContext& context) {
+int64_t create_managed_array(int hid, void** address, std::size_t element_size,
+                             std::size_t block_factor, const CallContext& context) {
   auto* header =
       static_cast<ArrayHeader*>(qk_mem_icalloc(hid, 1, array_bytes(element_size, block_factor),
                                                QK_MEM_ALIGNMENT, context.path, context.line));
@@ -69,7 +70,7 @@ int64_t create_array(int hid, void** address, std::size_t element_size, std::siz
   return 0;
 }
 
-/** Whether realloc on a handle does not copy the contents when memory moves. */
+/** Whether realloc on a handle can lose the contents. */
 bool loses_contents(int hid) {
   const qk_mem_handle* handle = handle_slots().numbered(hid);
   return handle != nullptr && is_blockmgmt(*handle);
@@ -82,9 +83,12 @@ void* obtain_copy(const void* contents, std::size_t size, const CallContext& con
   return nullptr;
 }
 
-/** Resizes an array of `used` bytes and keeps its contents. Null if that fails: nothing changes. */
-ArrayHeader* resize_array(int hid, ArrayHeader* header, std::size_t used, std::size_t size,
-                          const CallContext& context) {
+/**
+ * Resizes an array of `used` bytes and keeps its contents. On failure returns null and changes
+ * nothing.
+ */
+ArrayHeader* resize_managed_array(int hid, ArrayHeader* header, std::size_t used, std::size_t size,
+                                  const CallContext& context) {
   std::unique_ptr<void, own_memory::Release> contents;
   if (loses_contents(hid)) {
     contents.reset(obtain_copy(header, used, context));
@@ -96,14 +100,14 @@ ArrayHeader* resize_array(int hid, ArrayHeader* header, std::size_t used, std::s
   return resized;
 }
 
-/** Makes room for `block_factor` more elements. False if that fails: nothing changes. */
-bool grow_array(int hid, void** address, std::size_t element_size, std::size_t block_factor,
-                const CallContext& context) {
+/** Makes room for `block_factor` more elements. On failure returns false and changes nothing. */
+bool grow_managed_array(int hid, void** address, std::size_t element_size, std::size_t block_factor,
+                        const CallContext& context) {
   ArrayHeader* header = header_of(*address);
   const std::size_t elements = sum(block_factor, header->capacity);
   const std::size_t used = array_bytes(element_size, header->capacity);
   const std::size_t size = array_bytes(element_size, elements);
-  header = resize_array(hid, header, used, size, context);
+  header = resize_managed_array(hid, header, used, size, context);
   if (header == nullptr) return false;
   std::memset(reinterpret_cast<char*>(header) + used, 0, size - used);
   header->capacity = elements;
@@ -122,10 +126,11 @@ extern "C" int64_t qk_mem_imarralloc(int hid, void** address, size_t element_siz
   if (address == nullptr) return refuse_null_address(context);
   if (element_size == 0) return refuse_element_size(element_size, context);
   if (block_factor == 0) return refuse_block_factor(block_factor, context);
-  if (*address == nullptr) return create_array(hid, address, element_size, block_factor, context);
+  if (*address == nullptr)
+    return create_managed_array(hid, address, element_size, block_factor, context);
   const ArrayHeader* header = header_of(*address);
   if (header->last_index >= header->capacity - 1 &&
-      !grow_array(hid, address, element_size, block_factor, context)) {
+      !grow_managed_array(hid, address, element_size, block_factor, context)) {
     return kNoElement;
   }
   return static_cast<int64_t>(++header_of(*address)->last_index);
@@ -136,7 +141,7 @@ extern "C" void qk_mem_iarrfree(int hid, void** address, const char* file, int l
   ensure_started();
   const CallContext context(Routine::kArrfree, file, line);
   if (address == nullptr) {
-    if (reports(context)) {
+    if (logs_errors(context)) {
       qk_mem_write_log("   %s: WARNING: arrfree of NULL address at %s:%d\n", context.routine,
                        context.file(), context.line);
     }

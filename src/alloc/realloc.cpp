@@ -17,7 +17,7 @@ using ReallocCall = void*(int hid, void* ptr, std::size_t size, int alignment, c
 
 CallContext realloc_context(const char* file, int line) { return {Routine::kRealloc, file, line}; }
 
-/** How warnings call memory that is not for realloc; null for memory that is. */
+/** The name in warnings of memory that realloc can't resize; null for memory that it can. */
 const char* name_of_foreign(unsigned char kind) {
   switch (kind) {
     case kind::kExternal:
@@ -90,13 +90,13 @@ void report_failed_resize(qk_mem_handle& handle, const Resized& resized, const v
 }
 
 /**
- * Resizes a piece of a block. A piece that is large enough stays where it is; another one is
+ * Resizes a piece of a block. A piece that is large enough stays where it is; a smaller one is
  * replaced without its contents. An unknown pointer can't be resized, as its size is unknown.
  */
 Resized resize_piece(qk_mem_handle& handle, void* ptr, std::size_t size, int alignment,
                      const CallContext& context) {
   Resized resized;
-  if (refuses(alignment)) return resized;
+  if (refuse_alignment(alignment)) return resized;
   if (ptr == nullptr) {
     resized.memory = allocate_piece(handle, size, alignment, context);
     return resized;
@@ -104,7 +104,7 @@ Resized resize_piece(qk_mem_handle& handle, void* ptr, std::size_t size, int ali
   if (handle.blockfree == 0) return resized;
   resized.old = remove_pointer(handle, ptr, Removal::kByRealloc);
   if (!resized.old) {
-    if (reports(context)) warn_not_found(context, handle.id, as_number(ptr));
+    if (logs_errors(context)) warn_not_found(context, handle.id, as_number(ptr));
     return resized;
   }
   const qk_mem_ptr& old = resized.old->record;
@@ -143,7 +143,7 @@ void record_resized(qk_mem_handle& handle, const Resized& resized, std::size_t s
   const auto now =
       record_pointer(handle, resized.memory, kind_on(handle, kind::kRealloc), {1, size}, context);
   if (!now) return;
-  if (traces(context)) log_resized(context, handle.id, *now, old);
+  if (logs_events(context)) log_resized(context, handle.id, *now, old);
   const long change = static_cast<long>(bytes_of(*now) - (old == nullptr ? 0 : bytes_of(*old)));
   qk_mem_write_db(handle.id, now->kind, now->address, now->count, now->size, now->file, now->line,
                   traced_change(handle, change));
@@ -159,7 +159,7 @@ void record_resized(qk_mem_handle& handle, const Resized& resized, std::size_t s
     report_failed_resize(handle, resized, ptr, size, context);
   } else if (handle.track != 0) {
     if (ptr != nullptr && !resized.old) {
-      if (reports(context)) warn_not_found(context, handle.id, address);
+      if (logs_errors(context)) warn_not_found(context, handle.id, address);
     } else {
       record_resized(handle, resized, size, context);
     }
@@ -178,7 +178,7 @@ void* realloc_piece(qk_mem_handle& handle, void* ptr, std::size_t size, int alig
 
 [[gnu::noinline]] void* realloc_on_handle(qk_mem_handle& handle, void* ptr, std::size_t size,
                                           int alignment, const CallContext& context) {
-  if (warns(context)) warn_of_misuse(handle, ptr, size, alignment, context);
+  if (checks_misuse(context)) warn_of_misuse(handle, ptr, size, alignment, context);
   if (is_blockmgmt(handle)) return realloc_piece(handle, ptr, size, alignment, context);
   return finish_realloc(handle, resize_memory(handle, ptr, size), ptr, size, context);
 }
@@ -188,7 +188,7 @@ void* realloc_piece(qk_mem_handle& handle, void* ptr, std::size_t size, int alig
   ensure_started();
   if (bypasses_tracking(hid)) return untracked(user_memory::resize(ptr, size));
   const CallContext context = realloc_context(file, line);
-  qk_mem_handle* handle = open_handle(hid, context);
+  qk_mem_handle* handle = look_up_handle(hid, context);
   return handle == nullptr ? nullptr : realloc_on_handle(*handle, ptr, size, alignment, context);
 }
 

@@ -21,7 +21,7 @@ unsigned char kind_of(int type) {
   }
 }
 
-/** The event letter that the release of a tracker is passed. */
+/** The event letter for releasing a tracker. */
 unsigned char release_letter(int type) {
   switch (type) {
     case kSingleObject:
@@ -33,7 +33,9 @@ unsigned char release_letter(int type) {
   }
 }
 
-/** Whether a record was registered as another type. Allocated memory matches every type. */
+/**
+ * Whether a record was registered as another type than `type`. Allocated memory matches every type.
+ */
 bool is_mismatched(unsigned char kind, int type) {
   switch (kind) {
     case kind::kExternal:
@@ -92,7 +94,7 @@ void warn_of_register_misuse(qk_mem_handle& handle, int type, const Subject& sub
   }
 }
 
-/** Warns of misuse that the address itself shows, and returns its record. */
+/** Warns of misuse that the address itself shows, and returns the record of the address. */
 std::optional<qk_mem_ptr> warn_of_deregistered(qk_mem_handle& handle, int type, const void* address,
                                                const CallContext& context) {
   if (address == nullptr) {
@@ -145,10 +147,10 @@ extern "C" void qk_mem_iregister(int hid, int type, void* ptr, const void* /*unu
   ensure_started();
   if (bypasses_tracking(hid)) return;
   const CallContext context(Routine::kRegister, file, line);
-  qk_mem_handle* handle = open_handle(hid, context);
+  qk_mem_handle* handle = look_up_handle(hid, context);
   if (handle == nullptr) return;
   const Subject subject(type, ptr);
-  if (warns(context)) warn_of_register_misuse(*handle, type, subject, size, context);
+  if (checks_misuse(context)) warn_of_register_misuse(*handle, type, subject, size, context);
   if (!takes_registrations(*handle) || subject.address == nullptr) return;
   qk::store(handle->registered, 1);
   const auto record =
@@ -165,14 +167,14 @@ extern "C" void qk_mem_ideregister(int hid, int type, void* ptr, const char* fil
   using namespace qk::mem;
   ensure_started();
   const CallContext context(Routine::kDeregister, file, line);
-  qk_mem_handle* handle = open_handle(hid, context);
+  qk_mem_handle* handle = look_up_handle(hid, context);
   if (handle == nullptr || bypasses_tracking(hid)) return;
   const Subject subject(type, ptr);
-  if (warns(context)) warn_of_deregister_misuse(*handle, type, subject, context);
+  if (checks_misuse(context)) warn_of_deregister_misuse(*handle, type, subject, context);
   if (!takes_registrations(*handle) || subject.address == nullptr) return;
   const auto removed = remove_pointer(*handle, subject.address, Removal::kByDeregister);
   if (!removed) {
-    if (reports(context)) warn_not_found(context, hid, as_number(subject.address));
+    if (logs_errors(context)) warn_not_found(context, hid, as_number(subject.address));
     return;
   }
   next_seq();

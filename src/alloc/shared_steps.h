@@ -3,7 +3,7 @@
 
 #include <cstddef>
 
-#include "accounting/open_handle.h"
+#include "accounting/handle_lookup.h"
 #include "accounting/recording.h"
 #include "core/kinds.h"
 #include "core/registry.h"
@@ -19,7 +19,7 @@ namespace qk::mem {
   return hid == QK_MEM_DATA_HANDLE && !debugging();
 }
 
-/** The allocator's answer as it is, with the error code set if it is null. */
+/** Returns `memory`, and sets the error code if it is null. */
 [[nodiscard]] inline void* untracked(void* memory) {
   if (memory == nullptr) [[unlikely]]
     set_error_from_errno();

@@ -14,14 +14,14 @@ void warn_of_null(const CallContext& context) {
                    context.file(), context.line);
 }
 
-/** Bytes of a string and its terminator as records show them, in 32 bits. */
+/** Bytes of a string and its terminator as the record shows them: their low 32 bits. */
 std::size_t recorded_size(const char* str) {
   return static_cast<std::uint32_t>(std::strlen(str) + 1);
 }
 
 void* copy_to_piece(qk_mem_handle& handle, const char* str, const CallContext& context) {
   const std::size_t size = std::strlen(str) + 1;
-  // The record holds 32 bits of the size, and only the record knows how large a piece is.
+  // A piece is only as large as its record says, so one of more than 32 bits can't be had.
   void* piece = allocate_piece(handle, size > UINT32_MAX ? SIZE_MAX : size, 1, context);
   return piece == nullptr ? nullptr : std::memcpy(piece, str, size);
 }
@@ -52,10 +52,10 @@ extern "C" char* qk_mem_istrdup(int hid, const char* str, const char* file, int 
     return str == nullptr ? nullptr : static_cast<char*>(untracked(user_memory::copy_of(str)));
   }
   const CallContext context(Routine::kStrdup, file, line);
-  qk_mem_handle* handle = open_handle(hid, context);
+  qk_mem_handle* handle = look_up_handle(hid, context);
   if (handle == nullptr) return nullptr;
   if (str == nullptr) {
-    if (warns(context)) warn_of_null(context);
+    if (checks_misuse(context)) warn_of_null(context);
     return nullptr;
   }
   return static_cast<char*>(strdup_on_handle(*handle, str, context));

@@ -3,11 +3,11 @@
 
 #include <cstring>
 
+#include "config/log_destination.h"
 #include "config/refusal.h"
 #include "core/option_call.h"
 #include "core/registry.h"
 #include "diag/log.h"
-#include "diag/output_file.h"
 
 namespace qk::mem {
 namespace {
@@ -30,12 +30,6 @@ constexpr std::array<qk_option_keyword, kKeywords> keywords() {
 }
 constexpr std::array<qk_option_keyword, kKeywords> kTable = keywords();
 using DebugCall = OptionCall<kTable.size()>;
-
-/**
- * Set when OFF has closed a log file. A later configuration then opens no log unless it names one:
- * a user who switched the log off does not get a "qkmem.log" unasked.
- */
-constinit bool log_was_closed QK_GUARDED_BY(Qk_mem_mtx) = false;
 
 bool has_any_switch(const DebugCall& call) {
   for (int i = 0; i < kSwitchKeywords; ++i) {
@@ -72,42 +66,6 @@ struct Switches {
     }
   }
 };
-
-void switch_log_off() QK_REQUIRES(Qk_mem_mtx) {
-  assert_registry_held();
-  if (Qk_mem_log == nullptr || is_standard_stream(Qk_mem_log)) return;
-  replace_log(nullptr);
-  log_was_closed = true;
-}
-
-/** Opens the log. False if it is a file that can't be opened. NONE opens nothing. */
-bool open_log(const char* destination, bool append) QK_REQUIRES(Qk_mem_mtx) {
-  assert_registry_held();
-  qk::copy_text(Qk_mem_log_filename, sizeof Qk_mem_log_filename, destination);
-  replace_log(nullptr);
-  log_was_closed = false;
-  if (qk_stricmp(destination, "NONE") == 0) return true;
-  FILE* stream = nullptr;
-  if (qk_stricmp(destination, "STDERR") == 0) {
-    stream = stderr;
-  } else if (qk_stricmp(destination, "STDOUT") == 0) {
-    stream = stdout;
-  } else {
-    stream = open_output(kRoutine, destination, append ? "a" : "w");
-  }
-  replace_log(stream);
-  return stream != nullptr;
-}
-
-/** Chooses the log. False if it can't be opened, which ends the configuration without an error. */
-bool choose_log(const DebugCall& call) QK_REQUIRES(Qk_mem_mtx) {
-  assert_registry_held();
-  const bool open = Qk_mem_log != nullptr || log_was_closed;
-  if ((!call.has(kLog) && open) || !needs_log(call)) return true;
-  if (!open_log(call.has(kLog) ? call.value(kLog) : "qkmem.log", call.has(kAppend))) return false;
-  if (call.has(kFlush) && Qk_mem_log != nullptr) std::setbuf(Qk_mem_log, nullptr);
-  return true;
-}
 
 void set_switches(qk_mem_debug& record, const SwitchKeyword& keyword, std::int32_t value) {
   record.on = value;
@@ -199,7 +157,9 @@ extern "C" int qk_mem_debug_config(const char* options, qk::Status* status) {
     switch_log_off();
     return 0;
   }
-  if (!choose_log(call)) {
+  const LogChoice log = {call.has(kLog) ? call.value(kLog) : nullptr, call.has(kAppend),
+                         call.has(kFlush)};
+  if (needs_log(call) && !choose_log(log, kRoutine)) {
     switches.activate();
     return 0;
   }

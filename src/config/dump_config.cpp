@@ -12,7 +12,7 @@ enum OuterKeyword { kOptions };
 
 constexpr std::array<qk_option_keyword, 1> kOuterTable = {keyword("OPTIONS", qk::kRequiredValue)};
 
-/** In the order of the bits. */
+/** In the order of the QK_MEM_DUMP_ bits. */
 constexpr std::array<qk_option_keyword, 9> kSections = {
     keyword("SUMMARY", qk::kNoValue),    keyword("HEAPSIZE", qk::kNoValue, 4),
     keyword("HANDLES", qk::kNoValue, 6), keyword("MGMT", qk::kNoValue),

@@ -8,17 +8,17 @@
 #include "support/shared_variable.h"
 
 /**
- * The array that maps a handle's number to its record. It is changed under the registry's lock and
- * read without one, by every call of every thread:
+ * The array that maps a number to its handle. It is changed under the registry's lock and read
+ * without one, by every call of every thread:
  *
  *     real_slots     the number of slots, which a reader reads first
  *     Qk_mem_handles -> [ handle 1 | handle 2 | null | handle 4 | … ]
  *
  *     grow      new array, then the count     an old count fits the new array
- *     retire    count 0, then no array        a reader with an old count still has the old array
+ *     retire    count 0, then no array        a reader with an old count has the old array or null
  *
  * Each step is published, so a reader that has read the count can't run past the end of the array
- * it reads next. An array that was replaced stays readable as long as there are other threads.
+ * it reads next. An array that is replaced while there are other threads is kept for good.
  */
 namespace qk::mem {
 

@@ -29,22 +29,6 @@ namespace qk::mem {
   return kind == kind::kHandleMemory || kind == kind::kTracker;
 }
 
-/** The sum that the bytes of a record are part of. */
-enum class ChargedTo {
-  kNothing,
-  kData,     // the handle's amount and its tag's
-  kOverhead  // the handle's overhead_amount
-};
-
-/**
- * The sum by kind. The handle is charged for a whole block when the block is linked, so neither the
- * block's record nor those of its pieces add anything.
- */
-[[nodiscard]] constexpr ChargedTo charged_to(unsigned char kind) {
-  if (is_management(kind)) return ChargedTo::kOverhead;
-  return is_piece(kind) || kind == kind::kBlock ? ChargedTo::kNothing : ChargedTo::kData;
-}
-
 }  // namespace qk::mem
 
 #endif  // QKMEM_CORE_KINDS_H_

@@ -9,7 +9,9 @@
 #include "support/options.h"
 #include "support/text.h"
 
-/** Reading of the option strings that calls take: copied, then parsed against a keyword table. */
+/**
+ * Parses the option strings that calls take: each is copied, then parsed against a keyword table.
+ */
 namespace qk::mem {
 
 using qk::kMaxOptions;

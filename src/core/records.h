@@ -20,7 +20,7 @@ struct qk_mem_ptr {
   std::uint64_t size;       // bytes of one element
   std::uint32_t seq;        // Qk_mem_seq right after the increment for this record
   std::uint16_t line;       // deliberately narrow: the low 16 bits of the caller's line
-  unsigned char kind;       // see core/kinds.h
+  unsigned char kind;       // see formats/trace_letters.h
   std::uint8_t baselined;   // marks; not 0 if the record was live when a baseline was set
 };
 
@@ -56,7 +56,7 @@ struct qk_mem_block {
   std::uint64_t high_mark;  // and from this one on
 };
 
-/** The most room that any block of a group has, for pieces of any alignment, of 8 and of 16. */
+/** The most room that any block of a run has, for pieces of any alignment, of 8 and of 16. */
 struct qk_mem_room {
   std::uint64_t any;
   std::uint64_t by8;
@@ -64,8 +64,8 @@ struct qk_mem_room {
 };
 
 /**
- * What is known about the room in a handle's blocks, see table/first_fit.h; nothing if all is zero.
- * An allocation skips blocks by it, but finds the same block as without it.
+ * What is known about the room in a handle's blocks, see table/first_fit.h. All zero means that
+ * nothing is known. An allocation skips blocks by it, but finds the same block as without it.
  */
 struct qk_mem_skips {
   struct Run {

@@ -16,7 +16,7 @@
  */
 extern qk::Mtx Qk_mem_mtx;
 extern qk_mem_handle** Qk_mem_handles;     // slot n-1 is handle n
-extern std::int32_t Qk_mem_avail_handles;  // grows by 512, even if the array could not
+extern std::int32_t Qk_mem_avail_handles;  // raised by 512 even when the array fails to grow
 extern std::int32_t Qk_mem_num_handles;
 // The record of the handle array, once handle 1 is deleted.
 extern qk_mem_ptr Qk_mem_handles_ptr QK_GUARDED_BY(Qk_mem_mtx);
@@ -36,10 +36,13 @@ namespace qk::mem {
 
 inline constexpr int kMaxTags = 32;
 
-/** Opens functions that rely on the registry's lock. */
+/** To be called first in functions that rely on the registry's lock. */
 inline void assert_registry_held() QK_ASSERTS_HELD(Qk_mem_mtx) { Qk_mem_mtx.assert_held(); }
 
-/** Opens functions that rely on a handle's lock, which a handle without a mutex does not need. */
+/**
+ * To be called first in functions that rely on a handle's lock, which a handle without a mutex does
+ * not need.
+ */
 inline void assert_held(const qk_mem_handle& handle) {
   if constexpr (qk::kAssertions) {
     if (handle.mtx != nullptr) handle.mtx->assert_held();

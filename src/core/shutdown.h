@@ -33,7 +33,8 @@ void free_unless_kept(void* memory);
 
 /**
  * Takes the handle array out of use at the end of the process and returns it. Handles that are
- * still live are kept in a list, where leak checkers find them in use. Needs the registry's lock.
+ * still live are kept in a list, so that leak checkers see them as reachable. Needs the registry's
+ * lock.
  */
 [[nodiscard]] qk_mem_handle** retire_registry() QK_REQUIRES(Qk_mem_mtx);
 

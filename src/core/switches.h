@@ -33,7 +33,7 @@ enum class Routine {
   kPtrMgmt,
   kInfo,
   kBaseline,
-  kHeapsize,  // can only be listed, like the last
+  kHeapsize,  // this and kMallinfo can only be listed
   kMallinfo
 };
 
@@ -80,23 +80,23 @@ static_assert(sizeof kRoutineNames / sizeof *kRoutineNames == kRoutines);
 
 [[nodiscard]] inline qk_mem_debug& global_switches() { return switches_of(Routine::kGlobal); }
 
-/** Whether a routine's trace lines are wanted. */
-[[nodiscard]] inline bool traces(const qk_mem_debug& switches) {
+/** Whether a routine's events are logged, one line each. */
+[[nodiscard]] inline bool logs_events(const qk_mem_debug& switches) {
   return qk::load(switches.debug) != 0;
 }
 
-/** Whether a routine's errors are wanted, and the warnings that don't depend on `on`. */
-[[nodiscard]] inline bool reports(const qk_mem_debug& switches) {
+/** Whether a routine's errors are logged, and the warnings that don't depend on `on`. */
+[[nodiscard]] inline bool logs_errors(const qk_mem_debug& switches) {
   return qk::load(switches.debug) != 0 || qk::load(switches.exceptions) != 0;
 }
 
-/** Whether a routine checks for misuse. */
-[[nodiscard]] inline bool warns(const qk_mem_debug& switches) {
-  return qk::load(switches.on) != 0 && reports(switches);
+/** Whether a routine checks its arguments for misuse, and warns. */
+[[nodiscard]] inline bool checks_misuse(const qk_mem_debug& switches) {
+  return qk::load(switches.on) != 0 && logs_errors(switches);
 }
 
-/** Whether the report follows each event of a routine. */
-[[nodiscard]] inline bool dumps(const qk_mem_debug& switches) {
+/** Whether the report is logged after each event of a routine. */
+[[nodiscard]] inline bool reports_events(const qk_mem_debug& switches) {
   return qk::load(switches.ctrlblks) != 0;
 }
 
@@ -104,7 +104,7 @@ static_assert(sizeof kRoutineNames / sizeof *kRoutineNames == kRoutines);
 [[nodiscard]] inline bool debugging() { return qk::load(global_switches().on) != 0; }
 
 /** Whether reports and baselines are available. */
-[[nodiscard]] inline bool tracing() { return qk::load(global_switches().trace) != 0; }
+[[nodiscard]] inline bool has_reports() { return qk::load(global_switches().trace) != 0; }
 
 }  // namespace qk::mem
 

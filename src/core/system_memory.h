@@ -9,9 +9,9 @@
 #include <new>
 
 /**
- * The library's only access to the system's allocator, which a check enforces. It separates the
+ * The only direct calls of the system's allocator; check_seams.py enforces that. They separate the
  * user's memory from the library's own: what is laid around or written into the user's memory must
- * never touch ours.
+ * never touch the library's.
  *
  * Sizes that no object can have are refused here, with ENOMEM: the C library refuses them too, but
  * a sanitizer's allocator ends the program.
@@ -46,7 +46,10 @@ namespace user_memory {
   return product(num, size) > PTRDIFF_MAX ? out_of_memory() : std::calloc(num, size);
 }
 
-/** A `size` of 0 frees the memory and returns null without an error. */
+/**
+ * A `size` of 0 frees `memory` and returns null without an error; without memory to free, it
+ * allocates.
+ */
 [[nodiscard]] inline void* resize(void* memory, std::size_t size) {
   if (size > PTRDIFF_MAX) return out_of_memory();
   if (size == 0) errno = 0;

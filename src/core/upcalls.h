@@ -13,8 +13,8 @@ extern std::int32_t start_up_is_over;
 [[nodiscard]] inline bool is_started() { return qk::acquire(start_up_is_over) != 0; }
 
 /**
- * Starts the library up at the first public call. Other threads wait until it is done. The thread
- * that is starting it up passes, since the start-up makes public calls itself.
+ * Starts the library up at the first public call. Other threads wait until it is done. The starting
+ * thread itself does not wait, since the start-up makes public calls.
  */
 inline void ensure_started() {
   if (!is_started()) [[unlikely]]

@@ -41,9 +41,15 @@ struct CallContext {
   }
 };
 
-[[nodiscard]] inline bool traces(const CallContext& context) { return traces(*context.switches); }
-[[nodiscard]] inline bool reports(const CallContext& context) { return reports(*context.switches); }
-[[nodiscard]] inline bool warns(const CallContext& context) { return warns(*context.switches); }
+[[nodiscard]] inline bool logs_events(const CallContext& context) {
+  return logs_events(*context.switches);
+}
+[[nodiscard]] inline bool logs_errors(const CallContext& context) {
+  return logs_errors(*context.switches);
+}
+[[nodiscard]] inline bool checks_misuse(const CallContext& context) {
+  return checks_misuse(*context.switches);
+}
 
 /** An address as log lines and reports print it, with Qk_mem_ptr_display_size hex digits. */
 [[nodiscard]] inline std::size_t as_number(const void* address) {

@@ -112,7 +112,7 @@ void log_released(const EventLines& lines, const CallContext& context, int hid,
 
 void write_recorded(const EventLines& lines, const CallContext& context, int hid,
                     const qk_mem_ptr& record, long change, RowLine located) {
-  if (traces(context)) log_made(lines, context, hid, record);
+  if (logs_events(context)) log_made(lines, context, hid, record);
   const int line = located == RowLine::kOfRecord ? record.line : context.line;
   qk_mem_write_db(hid, record.kind, record.address, record.count, record.size, record.file, line,
                   change);
@@ -120,14 +120,14 @@ void write_recorded(const EventLines& lines, const CallContext& context, int hid
 
 void write_released(const EventLines& lines, const CallContext& context, int hid,
                     unsigned char letter, const qk_mem_ptr& record, long change) {
-  if (traces(context)) log_released(lines, context, hid, letter, record);
+  if (logs_events(context)) log_released(lines, context, hid, letter, record);
   qk_mem_write_db(hid, letter, record.address, record.count, record.size, context.path,
                   context.line, change);
 }
 
 void announce_handle_gone(const CallContext& context, const qk_mem_handle& handle,
                           unsigned char letter) {
-  if (traces(context)) {
+  if (logs_events(context)) {
     const HeapText heap;
     qk_mem_write_log("   %s:  %3d %c %s:%d; %s:%d%s\n", context.routine, handle.id, letter,
                      context.file(), context.line, qk_file_name_only(handle.file), handle.line,

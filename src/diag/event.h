@@ -44,7 +44,7 @@ enum class RowLine { kOfRecord, kOfCaller };
 
 /** Whether the log or the trace file shows the event. Asked before anything is formatted. */
 [[nodiscard]] inline bool is_observed(const CallContext& context) {
-  return traces(context) || qk::acquire(Qk_mem_db) != nullptr;
+  return logs_events(context) || qk::acquire(Qk_mem_db) != nullptr;
 }
 
 void write_recorded(const EventLines& lines, const CallContext& context, int hid,

@@ -15,7 +15,7 @@ void set_error_from_errno() { Qk_mem_error.set(qk_error_no(errno)); }
 void report_failure(const CallContext& context, const char* format, ...) {
   const int error = errno;
   set_error_from_errno();
-  if (!reports(context)) return;
+  if (!logs_errors(context)) return;
   char what[kLineSize] = "";
   va_list args;
   va_start(args, format);

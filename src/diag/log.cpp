@@ -15,8 +15,8 @@ namespace qk::mem {
 namespace {
 
 /**
- * Keeps the log open while a thread writes to it. It is the last lock in the order: nothing is
- * called under it.
+ * Keeps the log open while a thread writes to it. Only the lock of Qk_mem_error may be taken under
+ * it.
  */
 constinit qk::Mtx log_mutex;
 

@@ -1,5 +1,5 @@
 // Clear of a block-managed handle.
-#include "accounting/open_handle.h"
+#include "accounting/handle_lookup.h"
 #include "core/kinds.h"
 #include "core/registry.h"
 #include "core/upcalls.h"
@@ -73,7 +73,7 @@ void release_contents(qk_mem_handle& handle, const CallContext& context) {
 
 int refuse_ordinary_handle(int hid, const CallContext& context) {
   Qk_mem_error.set(QK_MEM_ERROR_HANDLE);
-  if (reports(context)) {
+  if (logs_errors(context)) {
     qk_mem_write_log("   %s: ERROR: clear_handle on handle %d with non-blockmgmt at %s:%d\n",
                      context.routine, hid, context.file(), context.line);
   }
@@ -87,7 +87,7 @@ extern "C" int qk_mem_iclear_handle(int hid, const char* file, int line) {
   using namespace qk::mem;
   ensure_started();
   const CallContext context(Routine::kClearHandle, file, line);
-  qk_mem_handle* handle = open_handle(hid, context);
+  qk_mem_handle* handle = look_up_handle(hid, context);
   if (handle == nullptr) return qk_mem_error();
   if (!is_blockmgmt(*handle)) return refuse_ordinary_handle(hid, context);
   if (keeps_records(*handle)) release_contents(*handle, context);

@@ -65,7 +65,7 @@ qk_mem_handle** find_free_slot(const CallContext& context) QK_REQUIRES(Qk_mem_mt
       std::find(handles.slots + std::min(first_slot_for_new(), handles.count), end, nullptr);
   if (slot != end) return slot;
   Qk_mem_error.set(QK_MEM_ERROR_HANDLE);
-  if (reports(context)) {
+  if (logs_errors(context)) {
     qk_mem_write_log("   %s: ERROR: handle array not maintained properly\n", context.routine);
   }
   return nullptr;
@@ -94,7 +94,7 @@ qk_mem_handle* place_handle(qk_mem_handle** slot, const CallContext& context)
 bool read_options(HandleOptions& asked, const char* options, const CallContext& context) {
   if (asked.read(options)) return true;
   Qk_mem_error.set(QK_MEM_ERROR_OPTIONS);
-  if (reports(context)) {
+  if (logs_errors(context)) {
     qk_mem_write_log("   %s: ERROR: invalid options passed: %d %s\n", context.routine,
                      asked.error().code, asked.error().text);
   }
@@ -118,7 +118,7 @@ bool apply_tag(qk_mem_handle& handle, const char* tag, const CallContext& contex
   if (length == 0) return true;
   if (length > kTagLength) {
     Qk_mem_error.set(QK_MEM_ERROR_TAG);
-    if (reports(context)) {
+    if (logs_errors(context)) {
       qk_mem_write_log("   %s: ERROR: tag length too long: %d vs %d\n", context.routine,
                        static_cast<int>(length), static_cast<int>(kTagLength));
     }
@@ -141,13 +141,13 @@ void decide_tracking(qk_mem_handle& handle) {
   } else if (is_blockmgmt(handle)) {
     handle.track = handle.blockfree;
   } else {
-    handle.track = handle.id != QK_MEM_DATA_HANDLE || tracing();
+    handle.track = handle.id != QK_MEM_DATA_HANDLE || has_reports();
   }
-  handle.track_blocks = debug || (is_blockmgmt(handle) && tracing());
+  handle.track_blocks = debug || (is_blockmgmt(handle) && has_reports());
 }
 
 void announce_creation(const qk_mem_handle& handle, const CallContext& context) {
-  if (traces(context)) {
+  if (logs_events(context)) {
     char blocksize[32] = "";
     if (is_blockmgmt(handle)) {
       qk_sprintf(blocksize, "B=%zu", handle.blocksize);

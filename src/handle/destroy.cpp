@@ -1,7 +1,7 @@
 // Deletion of a handle.
 #include <utility>
 
-#include "accounting/open_handle.h"
+#include "accounting/handle_lookup.h"
 #include "core/kinds.h"
 #include "core/registry.h"
 #include "core/shutdown.h"
@@ -57,7 +57,7 @@ class DeletionRules : public WalkRules {
   unsigned char letter_of_handle_memory(const qk_mem_ptr& record) {
     if (record.address == &handle_) return event::kFree;
     if (record.address == handle_.mtx) return event::kObjectReleased;
-    if (reports(context_)) {
+    if (logs_errors(context_)) {
       qk_mem_write_log("   %s: WARNING: %3d [%.*zx] unknown HANDLE MEMORY ptr at %s:%d\n",
                        context_.routine, handle_.id, Qk_mem_ptr_display_size,
                        as_number(record.address), context_.file(), context_.line);
@@ -76,7 +76,7 @@ void keep_handle_array_record(qk_mem_handle& overhead, const CallContext& contex
   const auto removed = remove_pointer(overhead, Qk_mem_handles, Removal::kKeepingSums);
   if (removed) {
     Qk_mem_handles_ptr = removed->record;
-  } else if (reports(context)) {
+  } else if (logs_errors(context)) {
     warn_handle_array_not_found(context, Qk_mem_handles);
   }
 }
@@ -141,7 +141,7 @@ void unregister(qk_mem_handle* handle) {
 
 int refuse_data_handle(const CallContext& context) {
   Qk_mem_error.set(QK_MEM_ERROR_HANDLE);
-  if (reports(context)) {
+  if (logs_errors(context)) {
     qk_mem_write_log("   %s: ERROR: del_handle of QK_MEM_DATA_HANDLE at %s:%d\n", context.routine,
                      context.file(), context.line);
   }
@@ -156,7 +156,7 @@ extern "C" int qk_mem_idel_handle(int hid, const char* file, int line) {
   ensure_started();
   const CallContext context(Routine::kDelHandle, file, line);
   if (hid == QK_MEM_DATA_HANDLE) return refuse_data_handle(context);
-  qk_mem_handle* handle = open_handle(hid, context);
+  qk_mem_handle* handle = look_up_handle(hid, context);
   if (handle == nullptr) return qk_mem_error();
   const bool has_records = keeps_records(*handle);
   if (has_records) {

@@ -1,7 +1,7 @@
 // Recording of the handle array, on handle 1.
 #include "core/handle_array.h"
 
-#include "accounting/open_handle.h"
+#include "accounting/handle_lookup.h"
 #include "accounting/recording.h"
 #include "core/kinds.h"
 #include "core/registry.h"
@@ -17,7 +17,7 @@ bool release_old_array(qk_mem_handle& overhead, qk_mem_handle** array, const Cal
   release_handle_array(array);
   const auto removed = remove_pointer(overhead, array, Removal::kByKind);
   if (!removed) {
-    if (reports(context)) warn_handle_array_not_found(context, array);
+    if (logs_errors(context)) warn_handle_array_not_found(context, array);
     return false;
   }
   next_seq();
@@ -43,7 +43,7 @@ extern "C" void qk_mem_handle_array(qk_mem_handle** old_array, qk_mem_handle** n
   using namespace qk::mem;
   assert_registry_held();
   const CallContext caller(debug->routine, file, line, *debug);
-  qk_mem_handle* overhead = open_handle(QK_MEM_OVERHEAD_HANDLE, caller);
+  qk_mem_handle* overhead = look_up_handle(QK_MEM_OVERHEAD_HANDLE, caller);
   if (overhead == nullptr) {
     if (old_array != nullptr) release_handle_array(old_array);
     return;

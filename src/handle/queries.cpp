@@ -1,5 +1,5 @@
 // Queries of one handle.
-#include "accounting/open_handle.h"
+#include "accounting/handle_lookup.h"
 #include "core/kinds.h"
 #include "core/upcalls.h"
 #include "table/pointer_table.h"
@@ -8,7 +8,7 @@ extern "C" int qk_mem_is_recorded(int hid, const void* ptr, const char* file, in
   using namespace qk::mem;
   ensure_started();
   qk_mem_handle* handle =
-      open_handle(hid, CallContext("qk_mem_is_recorded", file, line, global_switches()));
+      look_up_handle(hid, CallContext("qk_mem_is_recorded", file, line, global_switches()));
   return handle != nullptr && find_pointer(*handle, ptr) ? 1 : 0;
 }
 
@@ -21,7 +21,7 @@ extern "C" int qk_mem_frees_singly(int hid, const char* file, int line) {
   ensure_started();
   if (hid == QK_MEM_DATA_HANDLE && !debugging()) return 1;
   const qk_mem_handle* handle =
-      open_handle(hid, CallContext("qk_mem_frees_singly", file, line, global_switches()));
+      look_up_handle(hid, CallContext("qk_mem_frees_singly", file, line, global_switches()));
   return handle != nullptr && (!is_blockmgmt(*handle) || handle->blockfree != 0) ? 1 : 0;
 }
 
@@ -29,6 +29,6 @@ extern "C" size_t qk_mem_isize(int hid, const char* file, int line) {
   using namespace qk::mem;
   ensure_started();
   const CallContext context("qk_mem_isize", file, line, global_switches());
-  const qk_mem_handle* handle = open_handle(hid, context);
+  const qk_mem_handle* handle = look_up_handle(hid, context);
   return handle == nullptr ? static_cast<size_t>(-1) : qk::load(handle->amount);
 }

@@ -15,7 +15,7 @@
 #include "diag/trace_file.h"
 #include "life/staged_log.h"
 #include "report/report.h"
-#include "support/signals.h"
+#include "support/signal_names.h"
 
 namespace qk::mem {
 namespace {
@@ -31,7 +31,7 @@ void log_end(int sig) {
 }
 
 void delete_autofree_handle(const qk_mem_handle& handle) {
-  if (traces(global_switches())) {
+  if (logs_events(global_switches())) {
     qk_mem_write_log("   %s:      Deleting autofree handle %d (%u ptrs for %zu bytes)\n", kRoutine,
                      handle.id, qk::load(handle.qty), qk::load(handle.amount));
   }
@@ -83,7 +83,7 @@ void clean_up() {
   delete_autofree_handles();
   if (wants_summary()) dump_to_log();
   release_registry();
-  if (traces(global_switches())) qk_mallinfo();
+  if (logs_events(global_switches())) qk_mallinfo();
 }
 
 /**

@@ -21,8 +21,9 @@ constexpr char kRoutine[] = "qk_mem_init";
 
 /** The size of a block's header: a multiple of 16, so that the data area is aligned. */
 void settle_blocksize() {
-  Qk_mem_blocksize = 32;
-  if (Qk_mem_blocksize % 16 != 0) Qk_mem_blocksize += 16;
+  constexpr std::uint64_t kHeaderBytes = 32;
+  static_assert(kHeaderBytes >= sizeof(qk_mem_block) && kHeaderBytes % 16 == 0);
+  Qk_mem_blocksize = kHeaderBytes;
 }
 
 void log_configuration(qk::Status& status) {
@@ -37,30 +38,30 @@ void log_configuration(qk::Status& status) {
 bool register_exit_handler(qk::Status& status) {
   if (qk_atexit(qk_mem_cleanup, "qk_mem_cleanup", "qk", "POSITION=LAST", &status) == 0) return true;
   Qk_mem_error.set(status.code);
-  if (reports(global_switches())) {
+  if (logs_errors(global_switches())) {
     qk_mem_write_log("   %s: ERROR: Unable to activate exit handler: %d\n", kRoutine, status.code);
   }
   return false;
 }
 
-bool open_overhead_handle() {
+bool create_overhead_handle() {
   if (qk_mem_inew_handle("OVERHEAD AUTOFREE MULTITHREADED", nullptr, own::kOverheadHandle.file,
                          own::kOverheadHandle.line) == QK_MEM_OVERHEAD_HANDLE) {
     return true;
   }
-  if (reports(global_switches())) {
+  if (logs_errors(global_switches())) {
     qk_mem_write_log("   %s: ERROR: Failure opening overhead handle: %d\n", kRoutine,
                      qk_mem_error());
   }
   return false;
 }
 
-void open_data_handle() {
+void create_data_handle() {
   if (qk_mem_inew_handle("DATA MULTITHREADED", nullptr, own::kDataHandle.file,
                          own::kDataHandle.line) == QK_MEM_DATA_HANDLE) {
     return;
   }
-  if (reports(global_switches())) {
+  if (logs_errors(global_switches())) {
     qk_mem_write_log("   %s: ERROR: Failure opening data handle: %d\n", kRoutine, qk_mem_error());
   }
 }
@@ -78,7 +79,7 @@ void start_up() {
   log_configuration(status);
   watch_forks();
   qk::put_off_exit_while(interrupts_something);
-  if (register_exit_handler(status) && open_overhead_handle()) open_data_handle();
+  if (register_exit_handler(status) && create_overhead_handle()) create_data_handle();
 }
 
 }  // namespace

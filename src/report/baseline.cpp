@@ -74,10 +74,10 @@ extern "C" int qk_mem_baseline(const char* filter) {
   using namespace qk::mem;
   const RegistryLock lock;
   ensure_started();
-  if (!tracing()) return -1;
+  if (!has_reports()) return -1;
   qk_mem_filters filters;
   if (qk_mem_init_filters(filter, &filters) != 0) return 0;
-  const bool logged = traces(switches_of(Routine::kBaseline));
+  const bool logged = logs_events(switches_of(Routine::kBaseline));
   log_start(filter, logged);
   for_each_handle([&](qk_mem_handle& handle) {
     if (!qk_mem_filter_handle(&handle, &filters)) take_handle(handle, logged);

@@ -44,7 +44,7 @@ extern "C" void qk_mem_dump(FILE* fp, const char* filter, unsigned int opts) {
   const RegistryLock lock;
   if (fp == nullptr) return;
   Report report = {fp, {}, opts != 0 ? opts : qk::load(Qk_mem_dump_opts), qk_heapsize()};
-  if (!tracing()) {
+  if (!has_reports()) {
     print_unavailable(report);
     return;
   }
@@ -67,7 +67,7 @@ void dump_to_log() {
 }
 
 void dump_control_blocks(const qk_mem_debug& switches) {
-  if (dumps(switches)) dump_to_log();
+  if (reports_events(switches)) dump_to_log();
 }
 
 }  // namespace qk::mem

@@ -14,7 +14,7 @@
 #include <optional>
 
 #include "support/options.h"
-#include "support/signals.h"
+#include "support/signal_names.h"
 #include "support/system.h"
 #include "support/text.h"
 

@@ -60,8 +60,8 @@ using qk_exit_handler = void (*)(int signal_number);
  *                 as the arguments the refused word and the owner. May be null.
  * @return 0, or the status code: one of those above, or of qk_option_error for a bad option string.
  *
- * Threads: any. Usable before static constructors have run, and from exit handlers. The child of a
- * fork has the handlers that have not run yet.
+ * Safe in any thread. Usable before static constructors have run, and from exit handlers. The child
+ * of a fork has the handlers that have not run yet.
  */
 int qk_atexit(qk_exit_handler handler, const char* name, const char* owner, const char* options,
               qk::Status* status);

@@ -57,7 +57,7 @@ class Line {
     return *this;
   }
 
-  /** Returns the complete line. */
+  /** Ends the line and returns it. */
   [[nodiscard]] std::string_view finish() noexcept {
     if (cut_) text_[kCapacity - 1] = '\n';
     return {text_, length_};

@@ -13,15 +13,11 @@ namespace qk {
 
 /**
  * A recursive lock: the thread that holds it can lock it again. Every lock() needs its own
- * unlock().
- *
- * Works with MtxLock (support/mtx_lock.h), std::lock_guard and std::unique_lock. A static one can
- * be used before any constructor has run and after exit handlers and destructors have run, because
- * it is constant initialised and has nothing to destroy. It must not be destroyed while a thread
- * holds it or waits for it.
- *
- * Nothing fails, and errno is kept. Not for use by several processes. A fork copies its state: a
- * lock that another thread held stays locked in the child.
+ * unlock(). Works with MtxLock (support/mtx_lock.h), std::lock_guard and std::unique_lock. A static
+ * one can be used before any constructor has run and after exit handlers and destructors have run,
+ * because it is constant initialised and has nothing to destroy. It must not be destroyed while a
+ * thread holds it or waits for it. Nothing fails, and errno is preserved. Not for use by several
+ * processes. A fork copies its state: a lock that another thread held stays locked in the child.
  */
 class QK_CAPABILITY("mutex") Mtx {
  public:

@@ -1,7 +1,7 @@
 #ifndef SUPPORT_SYSTEM_H_
 #define SUPPORT_SYSTEM_H_
 
-/** Error numbers, their texts, and the host name. Threads: any. errno is kept. */
+/** Error numbers, their texts, and the host name. Safe in any thread. errno is preserved. */
 extern "C" {
 
 /**

@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <cstring>
 
-/** Functions for C strings. Letters are A to Z and a to z in every locale. Threads: any. */
+/** Functions for C strings. Letters are A to Z and a to z in every locale. Safe in any thread. */
 extern "C" {
 
 /**

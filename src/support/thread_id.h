@@ -7,7 +7,7 @@
  *
  * Unlike the system's identifiers, a number is not reused after its thread has ended, so it can be
  * the key of data that outlives the thread. The child of a fork keeps the number of the thread that
- * forked. Threads: any. Never fails.
+ * forked. Safe in any thread. Never fails.
  */
 extern "C" unsigned long qk_gettid(void);
 

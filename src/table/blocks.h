@@ -32,7 +32,7 @@ namespace qk::mem {
 /** Bytes of a block with a data area of `capacity` bytes, header included. */
 [[nodiscard]] std::size_t bytes_of_block(std::uint64_t capacity);
 
-/** A piece of the present blocks, or null if none has room. Needs the handle's lock. */
+/** A piece of the existing blocks, or null if none has room. Needs the handle's lock. */
 [[nodiscard]] void* take_piece(qk_mem_handle& handle, std::size_t size, int alignment);
 
 /**
@@ -50,10 +50,16 @@ namespace qk::mem {
   return data_of(*head) + offset;
 }
 
-/** Allocates an empty block for a request, not linked yet. Null, with errno, without memory. */
+/**
+ * Allocates an empty block for a request, not linked yet. Null, with errno set, if there is no
+ * memory.
+ */
 [[nodiscard]] qk_mem_block* allocate_block(const qk_mem_handle& handle, std::size_t size);
 
-/** Links an empty block that allocate_block() made for `size`, and charges the handle for it. */
+/**
+ * Links an empty block that allocate_block() made for `size`, and charges the handle for it. Takes
+ * the handle's lock.
+ */
 void link_empty_block(qk_mem_handle& handle, qk_mem_block& block, std::size_t size);
 
 /** Links such a block and takes a piece of `size` bytes from its start. Needs the handle's lock. */
@@ -66,10 +72,12 @@ void link_empty_block(qk_mem_handle& handle, qk_mem_block& block, std::size_t si
 /** Takes a piece of `amount` bytes back into its block. Needs the handle's lock. */
 void reclaim(qk_mem_handle& handle, qk_mem_block& block, const void* ptr, std::uint64_t amount);
 
-/** The same for a piece of any block, under the handle's lock. False if it lies in none. */
+/**
+ * The same for a piece of any block. Takes the handle's lock. False if the piece lies in no block.
+ */
 [[nodiscard]] bool reclaim_piece(qk_mem_handle& handle, const void* ptr, std::uint64_t amount);
 
-/** Empties all blocks, which stay with the handle. */
+/** Empties all blocks, which stay with the handle. Takes the handle's lock. */
 void reset_blocks(qk_mem_handle& handle);
 
 }  // namespace qk::mem

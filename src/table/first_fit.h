@@ -6,8 +6,8 @@
 #include "core/records.h"
 
 /**
- * First fit: a piece is taken from the first block of the list that has room for it, at the upper
- * end of what is in use or, if that is full, below it.
+ * First fit: a piece is taken from the first block of the list that has room for it, above the part
+ * in use or, if there is no room, below it.
  *
  * A walk over all blocks for every piece would be slow on handles with many small blocks. So a walk
  * remembers runs of blocks that it has seen, each with the most room that any of its blocks has. A
@@ -29,11 +29,13 @@ struct Piece {
   std::uint64_t padding = 0;
 };
 
+/** What take_at_end() returns if there is no room. */
+inline constexpr std::uint64_t kNoRoom = UINT64_MAX;
+
 /**
  * Takes a piece at the upper end of a block and returns its offset; kNoRoom if it doesn't fit
  * there. `alignment` is a power of two.
  */
-inline constexpr std::uint64_t kNoRoom = UINT64_MAX;
 [[nodiscard]] inline std::uint64_t take_at_end(qk_mem_block& block, std::uint64_t size,
                                                std::uint64_t alignment) {
   const std::uint64_t free = block.capacity - block.high_mark;

@@ -117,7 +117,8 @@ inline void note_occupied(qk_mem_ptr_array& array, std::int32_t index, const voi
 }
 
 /**
- * Marks a slot as free. If two are free below `free_from`, the higher one becomes the new limit.
+ * Marks a slot as free. Only one free slot may lie below `free_from`: with two, the limit drops to
+ * the higher one.
  */
 inline void note_vacated(qk_mem_ptr_array& array, std::int32_t index) {
   if (std::uint16_t* fingerprints = fingerprints_of(array)) fingerprints[index] = 0;

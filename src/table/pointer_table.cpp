@@ -30,7 +30,7 @@ qk_mem_ptr renew_array_record(qk_mem_handle& handle, qk_mem_ptr_array& array,
   return own;
 }
 
-/** The array's own record, in slot 0, is among what it holds from the start. */
+/** The array's own record, in slot 0, counts as its first record. */
 void begin_array(qk_mem_handle& handle, qk_mem_ptr_array& array) {
   assert_held(handle);
   array.free_from = 1;

@@ -4,9 +4,9 @@
 #include <cstdint>
 #include <optional>
 
-#include "core/kinds.h"
 #include "core/records.h"
 #include "core/source_location.h"
+#include "table/charges.h"
 #include "table/pointer_array.h"
 
 /**
@@ -18,14 +18,14 @@
  */
 namespace qk::mem {
 
-/** What a record holds beside its address, kind and location. */
+/** What a record holds besides its address, kind and location. */
 struct Contents {
   std::uint64_t count;
   std::uint64_t size;
   qk::MemTracker* tracker = nullptr;
 };
 
-/** Whether an insertion counts as an event, whose number the record then has. */
+/** Whether an insertion is a numbered event. */
 enum class EventCount { kCounted, kNotCounted };
 
 enum class InsertResult {
@@ -60,19 +60,6 @@ struct ArrayGrowth {
 [[nodiscard]] ArrayGrowth grow_array(qk_mem_handle& handle, const void* address,
                                      SourceLocation location);
 
-/**
- * How a removal finds the sum that loses the record's bytes. Calls of the allocation interface go
- * by what they do, even where the address turns out to be recorded as something else.
- */
-enum class Removal {
-  kByKind,        // the sum that the insertion was charged to
-  kByFree,        // data; on a block-managed handle external memory only
-  kByRealloc,     // data; nothing on a block-managed handle
-  kByDeregister,  // data
-  kOfTracker,     // overhead
-  kKeepingSums    // none: the bytes stay in the sums
-};
-
 /** A record that was removed, with all that restore_pointer() needs. */
 struct Removed {
   qk_mem_ptr record;
@@ -91,8 +78,8 @@ std::optional<Removed> remove_pointer(qk_mem_handle& handle, const void* address
 void restore_pointer(qk_mem_handle& handle, const Removed& removed);
 
 /**
- * Finds the record of an address. If several have it, it is the one used last or the one in the
- * lowest slot.
+ * Finds the record of an address. Of several it returns the one used last if it matches, otherwise
+ * the one in the lowest slot.
  */
 [[nodiscard]] std::optional<qk_mem_ptr> find_pointer(qk_mem_handle& handle, const void* address);
 
@@ -106,9 +93,7 @@ void add_bytes(qk_mem_handle& handle, ChargedTo sum, std::uint64_t bytes);
 
 extern "C" {
 
-/**
- * Removes the own record of array `index`, before its memory is released. Needs the handle's lock.
- */
+/** Removes array `index`'s own record, before the memory is released. Needs the handle's lock. */
 void qk_mem_free_ptrs(qk_mem_handle* handle, int index);
 
 }  // extern "C"

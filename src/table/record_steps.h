@@ -5,8 +5,8 @@
 
 #include "core/kinds.h"
 #include "core/registry.h"
+#include "table/charges.h"
 #include "table/pointer_array.h"
-#include "table/pointer_table.h"
 #include "table/slot.h"
 
 /**
@@ -17,27 +17,6 @@
  * asks once for all steps.
  */
 namespace qk::mem {
-
-/** The sum that loses the bytes of a record of `kind`. */
-[[nodiscard]] constexpr ChargedTo sum_for(const qk_mem_handle& handle, Removal removal,
-                                          unsigned char kind) {
-  switch (removal) {
-    case Removal::kByFree:
-      return !is_blockmgmt(handle) || kind == kind::kExternal ? ChargedTo::kData
-                                                              : ChargedTo::kNothing;
-    case Removal::kByRealloc:
-      return is_blockmgmt(handle) ? ChargedTo::kNothing : ChargedTo::kData;
-    case Removal::kByDeregister:
-      return ChargedTo::kData;
-    case Removal::kOfTracker:
-      return ChargedTo::kOverhead;
-    case Removal::kKeepingSums:
-      return ChargedTo::kNothing;
-    case Removal::kByKind:
-      break;
-  }
-  return charged_to(kind);
-}
 
 /** Whether no other thread can be changing the sums of the handle's tag. */
 [[nodiscard]] inline bool may_change_tag_directly(const qk_mem_handle& handle,
@@ -81,9 +60,11 @@ inline void count_record(qk_mem_handle& handle, unsigned char kind, int by, bool
 }
 
 /**
- * Clears a slot and counts its record off as one of `kind`, which is read AFTER the slot is clear.
- * A caller that passes the slot's own kind therefore counts every record off as data, overhead
- * included. Bytes are the caller's affair.
+ * Clears a slot and subtracts 1 from the quantity that `kind` is counted in. The caller adjusts the
+ * bytes.
+ *
+ * `kind` is read AFTER the slot is clear: a reference to the slot's own kind reads 0 by then, so
+ * that every record, overhead included, is subtracted from the data.
  */
 [[gnu::always_inline]] inline void vacate(qk_mem_handle& handle, qk_mem_ptr_array& array,
                                           std::int32_t index, const unsigned char& kind,
@@ -94,7 +75,7 @@ inline void count_record(qk_mem_handle& handle, unsigned char kind, int by, bool
   count_record(handle, kind, -1, single_threaded);
 }
 
-/** The kind in a cleared slot. The library counts every record off as one of this kind. */
+/** The kind in a cleared slot. The library subtracts every record as one of this kind. */
 inline constexpr unsigned char kClearedKind = 0;
 
 /**

@@ -8,7 +8,8 @@
 /**
  * Access to the slots of pointer arrays. Slots are written under the handle's lock, but reports
  * read them without it. They may see a half-written record, but never one that leads to freed
- * memory: file names live as long as the program, and reports don't follow trackers.
+ * memory: callers promise that file names live as long as the program, and reports don't follow
+ * trackers.
  */
 namespace qk::mem {
 
@@ -51,8 +52,8 @@ inline void clear_slot(qk_mem_ptr& slot) {
 }
 
 /**
- * Adds marks to the live record of a slot. A baseline does so without the handle's lock, so marks of
- * others are never overwritten.
+ * Adds marks to the live record of a slot. A baseline does so without the handle's lock, so marks
+ * of others are never overwritten.
  */
 inline void add_marks(qk_mem_ptr& slot, std::uint8_t marks) { qk::set_bits(slot.baselined, marks); }
 

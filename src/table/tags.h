@@ -32,7 +32,7 @@ void join_tag(qk_mem_handle& handle) QK_REQUIRES(Qk_mem_mtx);
  */
 void leave_tag(qk_mem_handle& handle) QK_REQUIRES(Qk_mem_mtx);
 
-/** Whether a tag has a name of one or two characters; a terminator counts as the second one. */
+/** Whether a tag has a name. One of one character matches by its terminator. */
 [[nodiscard]] inline bool has_name(const qk_mem_tag& tag, const char* name) {
   return tag.name[0] == name[0] && tag.name[1] == name[1];
 }

@@ -70,13 +70,13 @@ TEST_F(MovedContainer, KeepsItsHandleOnMoveConstruction) {
 
 TEST_F(MovedContainer, IsCopiedToTheTargetsHandleOnMoveAssignment) {
   std::pmr::vector<std::pmr::string> source(&on_one_);
-  source.emplace_back("a text that is too long to stand in the string itself");
+  source.emplace_back("a text that is too long to fit in the string itself");
   std::pmr::vector<std::pmr::string> result(&on_two_);
   result = std::move(source);
   EXPECT_EQ(result.get_allocator().resource(), &on_two_);
   EXPECT_EQ(result[0].get_allocator().resource(), &on_two_);
   EXPECT_GT(two_.size(), 50U);
-  source.clear();  // NOLINT(bugprone-use-after-move): it can be used again
+  source.clear();  // NOLINT(bugprone-use-after-move): clear() makes it usable
   source.shrink_to_fit();
   EXPECT_EQ(one_.size(), 0U);
 }
@@ -99,7 +99,7 @@ TEST_F(MovedContainer, CanMoveToAnArenaAndBack) {
   {
     std::pmr::map<std::pmr::string, std::pmr::vector<int>> result(&in_arena);
     result = std::move(source);
-    source.clear();  // NOLINT(bugprone-use-after-move): it can be used again
+    source.clear();  // NOLINT(bugprone-use-after-move): clear() makes it usable
     EXPECT_EQ(one_.size(), 0U);
     EXPECT_EQ(result.size(), 50U);
     source = std::move(result);

@@ -1,4 +1,4 @@
-// The C++ front as used by a program in the oldest language version that it supports.
+// The C++ front as used by a program in the oldest language version that the front supports.
 #include <cstring>
 #include <map>
 #include <memory_resource>
@@ -66,7 +66,7 @@ bool serves_containers(const qk::Handle& pool) {
   {
     qk::memory_resource resource(pool);
     std::pmr::map<std::pmr::string, int> ages(&resource);
-    ages.emplace("a name that is too long to stand in the string itself", 1);
+    ages.emplace("a name that is too long to fit in the string itself", 1);
     std::vector<double, qk::allocator<double>> numbers(pool);
     numbers.assign(100, 1.5);
     if (pool.size() < 800) return false;

@@ -6,12 +6,12 @@
 
 #include "tests/kit/scene.h"
 
-/** A handle whose sums, records and events change by the calls of a test only. */
+/** A handle whose sums, records and events change only through the calls of a test. */
 namespace kit {
 
 /**
- * Creates the eight pointer arrays of a handle, with nearly all slots free. Which calls need
- * another array then no longer depends on where the allocator puts memory.
+ * Creates the eight pointer arrays of a handle, with nearly all slots free. So the test, and not
+ * the allocator's choice of addresses, decides which call creates or grows an array.
  */
 void make_arrays(int hid);
 
@@ -30,7 +30,7 @@ class Ledger : public Scene {
   /** Sets another configuration and calls skip_all(). */
   void configure(const char* debug);
 
-  /** Leaves out of log(), trace() and the events all that happened so far. */
+  /** Makes log(), trace() and the count of events start from here. */
   void skip_all();
 
   /** "handle 2 for 150, tag 2 for 150, events 2" */

@@ -39,7 +39,7 @@ class RandomCalls : public ::testing::TestWithParam<unsigned> {};
 
 INSTANTIATE_TEST_SUITE_P(Seed, RandomCalls, ::testing::Values(1, 2, 3, 4, 5));
 
-/** Formats every log line and keeps none. */
+/** Formats every warning and discards it. */
 TEST_P(RandomCalls, MatchPlainAccounting) {
   constexpr int kSteps = 60000;
   const Scene scene(Environment{"EXCEPTIONS LOG=/dev/null", "", ""});
@@ -51,7 +51,7 @@ TEST(RandomCallsOnTheFastPath, MatchPlainAccounting) {
   const Scene scene("SUMMARY");
   qk_mem_init();
   // The routines are off, so that calls take the fast path; handles still record.
-  for (int routine = 1; routine < 20; ++routine) Qk_mem_debug[routine].on = 0;
+  for (int routine = 1; routine < qk::mem::kRoutines; ++routine) Qk_mem_debug[routine].on = 0;
   make_calls(7, kSteps);
 }
 

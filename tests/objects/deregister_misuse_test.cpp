@@ -52,7 +52,7 @@ class DeregisterMisuse : public ::testing::Test {
     register_ptr(hid, type, type == QK_MEM_EXTERNAL ? at(0x5000) : tracker(), 40);
   }
 
-  /** The pointer that deregisters 0x5000. */
+  /** The pointer to pass for a deregistration of 0x5000. */
   void* named_as(int type) { return type == QK_MEM_EXTERNAL ? at(0x5000) : &same_; }
 
   std::string destroyed_;

@@ -191,7 +191,8 @@ TEST(GrowthReport, RestoresTheCallersFilterAfterEachSection) {
   qk_mem_handle& grown = old_handle(stage, 1);
   hold(grown, 0x1100, 'M', 1, 11);
   hold(stage.handle(2), 0x1000, 'M', 1, 12);
-  // The growth report shows new handles nevertheless. Rows of pointers obey the filter again.
+  // The growth report shows new handles although the filter excludes them. Rows of pointers obey
+  // it.
   EXPECT_EQ(sections("NEW_HANDLE=FALSE", kGrowth | QK_MEM_DUMP_HANDLES | QK_MEM_DUMP_POINTERS),
             "Data handles\n"
             "   +   2                           1                12       5 made.c:200\n"

@@ -13,7 +13,9 @@ using qk::kNoValue;
 using qk::kOptionalValue;
 using qk::kRequiredValue;
 
-/** LOG needs a value, DEBUG may have one. HEAPSIZE may be cut to HEAP, the AUTO… ones to A. */
+/**
+ * LOG needs a value, DEBUG may have one. HEAPSIZE may be cut to HEAP, and the words with AUTO to A.
+ */
 std::vector<qk_option_keyword> table() {
   return {
       {0, "LOG", 0, 0, kRequiredValue, nullptr, 0}, {0, "DEBUG", 0, 0, kOptionalValue, nullptr, 0},
@@ -186,7 +188,7 @@ TEST(OptionParser, CutsAnInvalidWordTo256Characters) {
 TEST(OptionParser, MatchesAKeywordThatFillsItsWholeField) {
   std::vector<qk_option_keyword> entries(2);
   std::memset(entries[0].keyword, 'K', sizeof entries[0].keyword);
-  entries[0].abbrev = 255;  // part of the keyword if it were read past its field
+  entries[0].abbrev = 255;  // reading past the field would make this part of the keyword
   EXPECT_EQ(outcome(std::string(33, 'k'), entries), "1: " + std::string(33, 'K'));
   EXPECT_EQ(outcome(std::string(34, 'k'), entries), "-: 10041 [" + std::string(34, 'k') + "]");
   EXPECT_EQ(outcome(std::string(32, 'k'), entries), "-: 10041 [" + std::string(32, 'k') + "]");

@@ -4,8 +4,8 @@
 #include <climits>
 #include <future>
 
+#include "accounting/handle_lookup.h"
 #include "accounting/kept_calls.h"
-#include "accounting/open_handle.h"
 #include "core/registry.h"
 #include "core/switches.h"
 #include "tests/kit/failing_allocator.h"

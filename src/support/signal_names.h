@@ -1,7 +1,7 @@
-#ifndef SUPPORT_SIGNALS_H_
-#define SUPPORT_SIGNALS_H_
+#ifndef SUPPORT_SIGNAL_NAMES_H_
+#define SUPPORT_SIGNAL_NAMES_H_
 
-/** Facts about signal numbers. Threads: any, including signal handlers. */
+/** Facts about signal numbers. Safe in any thread and in signal handlers. */
 extern "C" {
 
 /**
@@ -19,4 +19,4 @@ int qk_signal_safe(int signal_number);
 
 }  // extern "C"
 
-#endif  // SUPPORT_SIGNALS_H_
+#endif  // SUPPORT_SIGNAL_NAMES_H_

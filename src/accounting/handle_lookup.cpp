@@ -1,4 +1,4 @@
-#include "accounting/open_handle.h"
+#include "accounting/handle_lookup.h"
 
 #include "core/handle_array.h"
 #include "core/registry.h"
@@ -6,9 +6,9 @@
 
 namespace qk::mem {
 
-qk_mem_handle* open_handle(int hid, const CallContext& context) {
+qk_mem_handle* look_up_handle(int hid, const CallContext& context) {
   if (qk_mem_handle* handle = find_handle(hid)) return handle;
-  if (traces(context)) {
+  if (logs_events(context)) {
     qk_mem_write_log("   %s: ERROR: invalid hid %d at %s:%d\n", context.routine, hid,
                      context.file(), context.line);
   }

@@ -1,4 +1,4 @@
-#include "support/signals.h"
+#include "support/signal_names.h"
 
 #include <gtest/gtest.h>
 
