@@ -44,7 +44,7 @@
  *     while another thread deletes it.
  *
  * (8) Start-up. The first call starts the library up: it reads the environment, creates the two
- *     standing handles, and registers the handlers for exit, signals and forks. A call from another
+ *     standing handles, and registers the handlers for exit and signals. A call from another
  *     thread waits meanwhile. These functions don't start it up: qk_mem_error(), qk_mem_tag_size(),
  *     qk_heapsize(), qk_mem_debug_config(), qk_mem_debug_settings(), qk_mem_dump_config() and the
  *     functions under "Bookkeeping". A start-up that fails is not repeated.
@@ -54,7 +54,7 @@
  *     leaves everything off and opens no log, so nothing shows it.
  *     A mistake in QK_MEM_OPTIONS ends the start-up, and no line shows it. There are then no
  *     standing handles (the program's first two handles get their numbers), no report at the end,
- *     no AUTOFREE, and no handlers for signals and forks. The signs are qk_mem_error(), 10041 to
+ *     no AUTOFREE, and no handlers for signals. The signs are qk_mem_error(), 10041 to
  *     10044 after the first call, and a first handle with number 1 instead of 3.
  *
  * (9) Log. Warnings, errors and trace lines are written to the log if the switches of the routine

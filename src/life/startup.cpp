@@ -66,6 +66,13 @@ void create_data_handle() {
   }
 }
 
+/**
+ * Before main() and most constructors, because a fork calls the handlers that were registered last
+ * first: a lock of the program's own handlers must be taken before the library's, under which other
+ * threads, holding that lock, may be waiting.
+ */
+[[gnu::constructor(101)]] void watch_forks_from_the_start() { watch_forks(); }
+
 /** Any failure ends the start-up and leaves its error code. */
 void start_up() {
   qk::Status status;
@@ -77,7 +84,6 @@ void start_up() {
     return;
   }
   log_configuration(status);
-  watch_forks();
   qk::put_off_exit_while(interrupts_something);
   if (register_exit_handler(status) && create_overhead_handle()) create_data_handle();
 }

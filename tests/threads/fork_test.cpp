@@ -1,10 +1,12 @@
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -103,6 +105,36 @@ TEST(Fork, DoesNotRepeatBufferedLinesAndRows) {
   EXPECT_EQ(count(ended.log, "qk_mem_imalloc:"), 1U);
   EXPECT_EQ(count(ended.trace, "\tM\t"), 1U);
   EXPECT_EQ(count(ended.trace, "Sequence\tHandle"), 1U);
+}
+
+/** A lock of the program, which its fork handlers hold while the process is copied. */
+std::mutex program_lock;
+std::atomic<bool> fork_has_begun = false;
+
+void lock_program() {
+  fork_has_begun = true;
+  program_lock.lock();
+}
+
+void unlock_program() { program_lock.unlock(); }
+
+TEST(Fork, TakesTheLocksOfHandlersThatTheProgramRegisteredFirst) {
+#ifdef __SANITIZE_THREAD__
+  GTEST_SKIP() << "the thread sanitizer's own locks don't survive a fork among threads";
+#endif
+  const Scene scene("");
+  ASSERT_EQ(pthread_atfork(lock_program, unlock_program, unlock_program), 0);
+  qk_mem_init();
+  std::atomic<bool> holds_lock = false;
+  std::thread user([&] {
+    const std::lock_guard lock(program_lock);
+    holds_lock = true;
+    while (!fork_has_begun) std::this_thread::yield();
+    qk_mem_idel_handle(qk_mem_inew_handle("", "", "user.c", 1), "user.c", 2);
+  });
+  while (!holds_lock) std::this_thread::yield();
+  EXPECT_EQ(in_child([] { EXPECT_NE(qk_mem_inew_handle("", "", "child.c", 1), 0); }), 0);
+  user.join();
 }
 
 }  // namespace
