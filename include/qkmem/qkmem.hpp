@@ -515,6 +515,11 @@ class memory_resource : public std::pmr::memory_resource {
  *
  * A container that is copy-assigned keeps its handle. A container that is copied, moved,
  * move-assigned or swapped has the handle that its elements come from.
+ *
+ * An allocator that is created from nothing has the data handle. Containers create such allocators
+ * themselves, for the elements that resize() adds to a container of containers, for instance, and
+ * std::basic_string does so for the result of substr(). So `text = text.substr(1)` moves `text` to
+ * the data handle; `text.erase(0, 1)` doesn't.
  */
 template <class T>
 class allocator {
@@ -524,6 +529,9 @@ class allocator {
   using propagate_on_container_move_assignment = std::true_type;
   using propagate_on_container_swap = std::true_type;
   using is_always_equal = std::false_type;
+
+  /** For QK_MEM_DATA_HANDLE. If a container creates it, it has a location in the container. */
+  allocator(Location where = Location::current()) noexcept : on_(QK_MEM_DATA_HANDLE, where) {}
 
   /** Implicit, to allow `std::vector<int, qk::allocator<int>> v(pool)`. */
   allocator(const Handle& handle, Location where = Location::current()) noexcept

@@ -4,8 +4,10 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <limits>
 #include <list>
+#include <map>
 #include <memory>
 #include <memory_resource>
 #include <new>
@@ -42,7 +44,8 @@ static_assert(std::is_convertible_v<const qk::Handle&, qk::allocator<int>>);
 static_assert(!std::is_convertible_v<int, qk::allocator<int>>,
               "a number would be taken as a container's size");
 static_assert(std::is_constructible_v<qk::allocator<int>, int>);
-static_assert(!std::is_default_constructible_v<qk::allocator<int>>);
+static_assert(std::is_nothrow_default_constructible_v<qk::allocator<int>>);
+static_assert(std::is_nothrow_default_constructible_v<Vector<int>>);
 static_assert(std::is_nothrow_move_assignable_v<Vector<int>>);
 
 const std::string kLong(50, 'x');
@@ -186,6 +189,52 @@ TEST_F(Allocator, ReachesElementsIfItIsScoped) {
   texts.emplace_back(kLong);
   EXPECT_EQ(texts[0].get_allocator().handle(), one_.number());
   EXPECT_EQ(one_.size(), sizeof(Text) + 51);
+}
+
+TEST_F(Allocator, HasTheDataHandleIfItIsCreatedFromNothing) {
+  EXPECT_EQ(qk::allocator<int>().handle(), QK_MEM_DATA_HANDLE);
+  const Vector<int> numbers(10, 7);
+  EXPECT_EQ(numbers.get_allocator().handle(), QK_MEM_DATA_HANDLE);
+  EXPECT_EQ(qk_mem_is_recorded(QK_MEM_DATA_HANDLE, numbers.data(), "lib/a.c", 1), 1);
+}
+
+TEST_F(Allocator, HasTheDataHandleInTheResultOfSubstr) {
+  Text text(kLong, qk::allocator<char>(one_));
+  EXPECT_EQ(text.substr(10).get_allocator().handle(), QK_MEM_DATA_HANDLE);
+  EXPECT_EQ(one_.size(), 51U);
+  text = text.substr(10);
+  EXPECT_EQ(text.size(), 40U);
+  EXPECT_EQ(text.get_allocator().handle(), QK_MEM_DATA_HANDLE);
+  EXPECT_EQ(one_.size(), 0U);
+}
+
+TEST_F(Allocator, KeepsTheHandleOfAStringInItsSums) {
+  const Text text(kLong, qk::allocator<char>(one_));
+  for (const Text& sum : {text + text, text + "end", "begin" + text, text + 'c', 'c' + text}) {
+    EXPECT_EQ(sum.get_allocator().handle(), one_.number());
+  }
+}
+
+TEST_F(Allocator, GivesTheDataHandleToElementsThatAreAdded) {
+  Vector<Vector<int>> rows(one_);
+  rows.resize(3);
+  rows[2].resize(100);
+  EXPECT_EQ(rows[2].get_allocator().handle(), QK_MEM_DATA_HANDLE);
+  EXPECT_EQ(one_.size(), 3 * sizeof(Vector<int>));
+  rows.emplace_back(one_);
+  EXPECT_EQ(rows[3].get_allocator().handle(), one_.number());
+}
+
+TEST_F(Allocator, ServesAMapOfTexts) {
+  using Pair = std::pair<const Text, Text>;
+  {
+    std::map<Text, Text, std::less<>, qk::allocator<Pair>> names(one_);
+    names["key"] = Text(kLong, qk::allocator<char>(one_));
+    EXPECT_EQ(names["key"].get_allocator().handle(), one_.number());
+    EXPECT_EQ(names["other"].get_allocator().handle(), QK_MEM_DATA_HANDLE);
+    EXPECT_GE(one_.size(), 2 * sizeof(Pair) + 51);
+  }
+  EXPECT_EQ(one_.size(), 0U);
 }
 
 struct alignas(64) Line {
