@@ -397,6 +397,11 @@ class Deleter<T[]> {
 
   explicit Deleter(On on, bool recorded = true) noexcept : on_(on), recorded_(recorded) {}
 
+  /** Allows the conversion to an array of constants. */
+  template <class U, class = std::enable_if_t<std::conjunction_v<
+                         std::negation<std::is_same<U, T>>, std::is_convertible<U (*)[], T (*)[]>>>>
+  Deleter(const Deleter<U[]>& other) noexcept : on_(other.on()), recorded_(other.recorded()) {}
+
   void operator()(T* elements) const {
     if (recorded_) {
       qk::destroy<T[]>(on_, elements);

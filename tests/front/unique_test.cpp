@@ -52,6 +52,10 @@ static_assert(!std::is_convertible_v<qk::unique<Part>, qk::unique<Wheel>>);
 static_assert(!std::is_convertible_v<qk::unique<FromPlain>, qk::unique<Plain>>,
               "deletion through the base would be wrong");
 static_assert(!std::is_convertible_v<qk::unique<Wheel[]>, qk::unique<Part[]>>);
+static_assert(std::is_convertible_v<qk::unique<Part[]>, qk::unique<const Part[]>>);
+static_assert(std::is_assignable_v<qk::unique<const int[]>&, qk::unique<int[]>>);
+static_assert(!std::is_convertible_v<qk::unique<const int[]>, qk::unique<int[]>>);
+static_assert(!std::is_convertible_v<qk::unique<int>, qk::unique<int[]>>);
 static_assert(std::is_nothrow_move_constructible_v<qk::unique<Part>>);
 static_assert(std::is_nothrow_default_constructible_v<qk::unique<Part[]>>);
 
@@ -118,6 +122,17 @@ TEST_F(Unique, CanConvertToABase) {
     const qk::unique<const Part> constant = qk::make_unique<Part>(pool_, "constant");
   }
   EXPECT_EQ(Part::ends, "constant wheel frame ");
+  EXPECT_EQ(scene_.log().find("WARNING"), std::string::npos);
+  EXPECT_EQ(pool_.size(), 0U);
+}
+
+TEST_F(Unique, CanConvertToAnArrayOfConstants) {
+  {
+    const qk::unique<const Part[]> parts = qk::make_unique<Part[]>(pool_, 2);
+    EXPECT_EQ(parts[1].name(), "part");
+    EXPECT_EQ(pool_.size(), 2 * sizeof(Part));
+  }
+  EXPECT_EQ(Part::ends, "part part ");
   EXPECT_EQ(scene_.log().find("WARNING"), std::string::npos);
   EXPECT_EQ(pool_.size(), 0U);
 }
