@@ -19,7 +19,8 @@
  *     object of that scope was created.
  *
  * (2) Handles. Functions take a handle as a qk::On, to which a qk::Handle and the number of a
- *     handle convert.
+ *     handle convert. A temporary qk::Handle, which ends with the expression, is refused where the
+ *     result needs it longer.
  *
  * (3) Errors. If there is no memory, std::bad_alloc is thrown, as by `new`. An exception of a
  *     constructor is passed on, and nothing is left behind. Nothing else throws. If the handle
@@ -318,6 +319,10 @@ template <class T, class... Args>
   return detail::make_object<T>(on, std::forward<Args>(args)...).address;
 }
 
+/** A handle that ends with the expression would take the object with it. */
+template <class T, class... Args>
+std::enable_if_t<!std::is_array_v<T>, T*> make(const Handle&& temporary, Args&&... args) = delete;
+
 /**
  * Creates an array of `n` value-initialised elements with `new[]` and registers it on a handle. The
  * record shows one element with the bytes of the array. An `n` of 0 is warned about; destroy() must
@@ -329,6 +334,9 @@ template <class T>
 [[nodiscard]] T* make_array(On on, std::size_t n) {
   return detail::make_elements<T>(on, n).address;
 }
+
+template <class T>
+T* make_array(const Handle&& temporary, std::size_t n) = delete;
 
 /**
  * Deregisters an object and deletes it.
@@ -366,6 +374,9 @@ class Deleter {
   /** @param recorded  whether the objects are registered on the handle. */
   explicit Deleter(On on, bool recorded = true) noexcept : on_(on), recorded_(recorded) {}
 
+  /** The handle must not end with the expression. */
+  explicit Deleter(const Handle&& temporary, bool recorded = true) = delete;
+
   /** Allows the conversion to a pointer to a base, if T can be deleted through it. */
   template <class U,
             class = std::enable_if_t<std::conjunction_v<
@@ -396,6 +407,8 @@ class Deleter<T[]> {
   Deleter() noexcept = default;
 
   explicit Deleter(On on, bool recorded = true) noexcept : on_(on), recorded_(recorded) {}
+
+  explicit Deleter(const Handle&& temporary, bool recorded = true) = delete;
 
   /** Allows the conversion to an array of constants. */
   template <class U, class = std::enable_if_t<std::conjunction_v<
@@ -429,6 +442,10 @@ template <class T, class... Args>
   return unique<T>(made.address, Deleter<T>(on, made.recorded));
 }
 
+template <class T, class... Args>
+std::enable_if_t<!std::is_array_v<T>, unique<T>> make_unique(const Handle&& temporary,
+                                                             Args&&... args) = delete;
+
 /** Like make_array(), for a scope: `qk::make_unique<T[]>(on, n)`. */
 template <class Array>
 [[nodiscard]] std::enable_if_t<detail::kIsArrayOfAnyLength<Array>, unique<Array>> make_unique(
@@ -436,6 +453,10 @@ template <class Array>
   const auto made = detail::make_elements<std::remove_extent_t<Array>>(on, n);
   return unique<Array>(made.address, Deleter<Array>(on, made.recorded));
 }
+
+template <class Array>
+std::enable_if_t<detail::kIsArrayOfAnyLength<Array>, unique<Array>> make_unique(
+    const Handle&& temporary, std::size_t n) = delete;
 
 /* ---- Containers ---------------------------------------------------------------------------- */
 
@@ -489,10 +510,19 @@ inline void deallocate(const On& on, void* memory, std::size_t alignment) noexce
  * are equal if they have the same handle.
  *
  * The resource must live longer than the containers that use it, and the handle longer than both.
+ * It can be copied, but not assigned.
  */
 class memory_resource : public std::pmr::memory_resource {
  public:
   explicit memory_resource(On on) noexcept : on_(on) {}
+
+  /** A handle that ends with the expression can't serve containers. */
+  explicit memory_resource(const Handle&& temporary) = delete;
+
+  memory_resource(const memory_resource&) = default;
+
+  /** Containers that live on the memory would return it to the wrong handle. */
+  memory_resource& operator=(const memory_resource&) = delete;
 
   /** Returns the number of the handle. */
   [[nodiscard]] int handle() const noexcept { return on_.number(); }
@@ -541,6 +571,10 @@ class allocator {
   /** Implicit, to allow `std::vector<int, qk::allocator<int>> v(pool)`. */
   allocator(const Handle& handle, Location where = Location::current()) noexcept
       : on_(handle, where) {}
+
+  /** A handle that ends with the expression can't serve a container. */
+  allocator(const Handle&& temporary) = delete;
+  allocator(const Handle&& temporary, Location where) = delete;
 
   /** For the number of a handle. Explicit, since a container takes a number for its size. */
   explicit allocator(On on) noexcept : on_(on) {}
