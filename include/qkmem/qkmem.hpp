@@ -273,13 +273,66 @@ struct Made {
   bool recorded;
 };
 
-/** Passes the arguments to a constructor or, if an aggregate has none, to its members. */
+template <class T, class = void, class... Args>
+inline constexpr bool kTakesInBraces = false;
+template <class T, class... Args>
+inline constexpr bool
+    kTakesInBraces<T, std::void_t<decltype(T{std::declval<Args>()...})>, Args...> = true;
+
+/** A number that converts to the type of the member that it initializes, even if it is narrower. */
+template <class Number>
+class Converting {
+ public:
+  explicit constexpr Converting(Number number) noexcept : number_(number) {}
+
+  template <class Member, class = std::enable_if_t<std::is_arithmetic_v<Member>>>
+  constexpr operator Member() const noexcept {
+    return static_cast<Member>(number_);
+  }
+
+ private:
+  Number number_;
+};
+
+/** Passes a number on as Converting, and everything else as it is. */
+template <class Arg>
+[[nodiscard]] constexpr decltype(auto) converting(Arg&& arg) noexcept {
+  using Value = std::remove_cv_t<std::remove_reference_t<Arg>>;
+  if constexpr (std::is_arithmetic_v<Value>) {
+    return Converting<Value>(arg);
+  } else {
+    return std::forward<Arg>(arg);
+  }
+}
+
+template <class T, class... Args>
+inline constexpr bool kTakesConverted =
+    kTakesInBraces<T, void, decltype(converting(std::declval<Args>()))...>;
+
+/** Whether make() can create a T from the arguments. */
+template <class T, class... Args>
+inline constexpr bool kCanBeMade = std::is_constructible_v<T, Args...> ||
+                                   kTakesInBraces<T, void, Args...> || kTakesConverted<T, Args...>;
+
+/**
+ * Passes the arguments to a constructor or, if an aggregate has none, to its members. Numbers
+ * convert as in the call of a constructor. Parentheses come last for aggregates, because the
+ * version of the language decides whether they take members, and which warnings they cause.
+ */
 template <class T, class... Args>
 [[nodiscard]] T* construct(Args&&... args) {
-  if constexpr (std::is_constructible_v<T, Args...>) {
+  static_assert(kCanBeMade<T, Args...>, "no constructor, nor the members, take these arguments");
+  constexpr bool kHasMembers = std::is_aggregate_v<T> && sizeof...(Args) > 0;
+  if constexpr (!kHasMembers && std::is_constructible_v<T, Args...>) {
+    return new T(std::forward<Args>(args)...);
+  } else if constexpr (kTakesInBraces<T, void, Args...>) {
+    return new T{std::forward<Args>(args)...};
+  } else if constexpr (kTakesConverted<T, Args...>) {
+    return new T{converting(std::forward<Args>(args))...};
+  } else if constexpr (std::is_constructible_v<T, Args...>) {
     return new T(std::forward<Args>(args)...);
   } else {
-    return new T{std::forward<Args>(args)...};
+    return nullptr;
   }
 }
 
@@ -311,7 +364,8 @@ inline constexpr bool kIsArrayOfAnyLength<T[]> = true;
  * Creates an object with `new` and registers it on a handle, with a size of sizeof(T).
  *
  * @param on    the handle, which owns the object until destroy().
- * @param args  for the constructor, or for the members of an aggregate.
+ * @param args  for the constructor, or for the members of an aggregate. A number converts to the
+ *              type of its member as it does for a constructor.
  * @return the object, never null.
  */
 template <class T, class... Args>

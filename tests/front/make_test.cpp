@@ -135,6 +135,13 @@ TEST_F(Make, FillsAggregatesInTheirOrder) {
   qk::destroy(pool_, origin);
 }
 
+TEST_F(Make, ConvertsNumbersForTheMembersOfAggregates) {
+  auto* const point = qk::make<Point>(pool_, 3.75, 4LL);
+  EXPECT_EQ(point->x, 3);
+  EXPECT_EQ(point->y, 4);
+  qk::destroy(pool_, point);
+}
+
 TEST_F(Make, MakesConstantsToo) {
   const Part* const part = qk::make<const Part>(pool_, "constant");
   skip_all();

@@ -1,0 +1,115 @@
+#!/usr/bin/env python3
+"""Checks which uses of the C++ front compile, and which are refused with a clear message.
+
+usage: check_uses.py ROOT COMPILER...
+
+Each use is compiled, in C++17 and C++20, as the body of a function that has a handle `pool`, an
+int `hid` and the types below.
+"""
+
+import os
+import subprocess
+import sys
+import tempfile
+
+BEFORE = """
+#include <memory>
+#include <string>
+#include <vector>
+#include "qkmem/qkmem.hpp"
+struct Point { int x; int y; };
+struct Label { std::string text; float size; unsigned char color; };
+"""
+FUNCTION = """
+[[maybe_unused]] static void use([[maybe_unused]] const qk::Handle& pool,
+                                 [[maybe_unused]] int hid) {
+"""
+
+NO_MEMBERS = "no constructor, nor the members, take these arguments"
+
+# What compiles: the flags, and the use.
+ACCEPTED = [
+    ([], "(void)qk::make<Point>(pool, 1.5, 2);"),
+    ([], "(void)qk::make<Point>(pool, 1L, 2ULL);"),
+    ([], "(void)qk::make<const Point>(pool, 2.5F);"),
+    ([], "(void)qk::make_unique<Point>(pool, true, 'c');"),
+    ([], '(void)qk::make<Label>(pool, "text", 1.5, 7);'),
+    ([], "Point point{1, 2}; (void)qk::make<Point>(pool, point);"),
+]
+
+# What doesn't: the flags, the use, and a part of the message. "deleted" is what compilers say of a
+# function that is refused by its declaration.
+REFUSED = [
+    ([], '(void)qk::make<Point>(pool, "text");', NO_MEMBERS),
+    ([], "(void)qk::make<Point>(pool, 1, 2, 3);", NO_MEMBERS),
+    ([], "(void)qk::make<Label>(pool, 1.5);", NO_MEMBERS),
+    ([], "(void)qk::make_unique<std::string>(pool, pool);", NO_MEMBERS),
+]
+
+
+class Compiler:
+    """A compiler in one version of the language. Has the header precompiled for each set of flags."""
+
+    def __init__(self, root, compiler, version, folder):
+        self.command = [compiler, f"-std=c++{version}", f"-I{root}/include",
+                        "-Werror=conversion"]
+        self.suffix = "pch" if "clang" in compiler else "gch"
+        self.folder = folder
+        self.headers = {}
+
+    def run(self, *arguments):
+        return subprocess.run(self.command + list(arguments), capture_output=True, text=True,
+                              check=False)
+
+    def header(self, flags):
+        """The header that a use includes, and its errors as text."""
+        key = " ".join(flags)
+        if key not in self.headers:
+            header = os.path.join(self.folder, f"before{len(self.headers)}.hpp")
+            with open(header, "w", encoding="utf-8") as file:
+                file.write(BEFORE)
+            run = self.run(*flags, "-x", "c++-header", header, "-o", f"{header}.{self.suffix}")
+            self.headers[key] = (header, run.stderr if run.returncode else "")
+        return self.headers[key]
+
+    def errors_of(self, flags, use):
+        """The lines of errors; none if the use compiles."""
+        header, errors = self.header(flags)
+        if not errors:
+            source = os.path.join(self.folder, "use.cpp")
+            with open(source, "w", encoding="utf-8") as file:
+                file.write(FUNCTION + use + "\n}\n")
+            run = self.run(*flags, "-fsyntax-only", "-include", header, source)
+            if run.returncode == 0:
+                return []
+            errors = run.stderr
+        return [line for line in errors.splitlines() if "error:" in line] or [errors]
+
+
+def complaints(compiler):
+    for flags, use in ACCEPTED:
+        errors = compiler.errors_of(flags, use)
+        if errors:
+            yield f"refused: {use} {flags}: {errors[0]}"
+    for flags, use, message in REFUSED:
+        errors = compiler.errors_of(flags, use)
+        if not errors:
+            yield f"accepted: {use} {flags}"
+        elif message not in errors[0]:
+            yield f"another message: {use} {flags}: {errors[0]}"
+
+
+def main():
+    root, *compilers = sys.argv[1:]
+    found = 0
+    for compiler in compilers:
+        for version in (17, 20):
+            with tempfile.TemporaryDirectory() as folder:
+                for complaint in complaints(Compiler(root, compiler, version, folder)):
+                    print(f"{os.path.basename(compiler)}, C++{version}: {complaint}")
+                    found += 1
+    return 1 if found else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
