@@ -19,8 +19,10 @@
  *     object of that scope was created.
  *
  * (2) Handles. Functions take a handle as a qk::On, to which a qk::Handle and the number of a
- *     handle convert. A temporary qk::Handle, which ends with the expression, is refused where the
- *     result needs it longer.
+ *     handle convert. The number is an int: other types don't convert. qk::make() and
+ *     qk::make_unique() refuse a literal, or another int without a name, that the constructor could
+ *     take as well, since the handle may have been forgotten: write qk::On(number). A temporary
+ *     qk::Handle, which ends with the expression, is refused where the result needs it longer.
  *
  * (3) Errors. If there is no memory, std::bad_alloc is thrown, as by `new`. An exception of a
  *     constructor is passed on, and nothing is left behind. Nothing else throws. If the handle
@@ -86,6 +88,17 @@ class Location {
 
 class Handle;
 
+namespace detail {
+
+/** Whether a type is a number, but not one that handles have. */
+template <class Number>
+inline constexpr bool kIsOtherNumber =
+    std::conjunction_v<std::disjunction<std::is_arithmetic<Number>, std::is_enum<Number>>,
+                       std::negation<std::is_same<Number, int>>,
+                       std::negation<std::is_same<Number, decltype(QK_MEM_DATA_HANDLE)>>>;
+
+}  // namespace detail
+
 /** The number of a handle, and the location of the call that uses it. Owns nothing. */
 class On {
  public:
@@ -93,6 +106,10 @@ class On {
   On(const Handle& handle, Location where = Location::current()) noexcept;
   On(int number, Location where = Location::current()) noexcept
       : file_(where.file_name()), line_(static_cast<int>(where.line())), number_(number) {}
+
+  /** Handles' numbers are of type int, or QK_MEM_DATA_HANDLE. Others are something else. */
+  template <class Number, class = std::enable_if_t<detail::kIsOtherNumber<Number>>>
+  On(Number number, Location where = Location::current()) = delete;
 
   [[nodiscard]] int number() const noexcept { return number_; }
   [[nodiscard]] const char* file() const noexcept { return file_; }
@@ -311,8 +328,18 @@ inline constexpr bool kTakesConverted =
 
 /** Whether make() can create a T from the arguments. */
 template <class T, class... Args>
-inline constexpr bool kCanBeMade = std::is_constructible_v<T, Args...> ||
-                                   kTakesInBraces<T, void, Args...> || kTakesConverted<T, Args...>;
+struct CanBeMade
+    : std::bool_constant<std::is_constructible_v<T, Args...> || kTakesInBraces<T, void, Args...> ||
+                         kTakesConverted<T, Args...>> {};
+
+/**
+ * Whether the handle may be missing in a call: the first argument is an int without a name, and
+ * the constructor could take it as well, like the 640 in make<Image>(640, 480).
+ */
+template <class T, class Number, class... Args>
+inline constexpr bool kMayLackHandle =
+    std::conjunction_v<std::negation<std::is_array<T>>, std::is_same<Number, int>,
+                       CanBeMade<T, Number, Args...>>;
 
 /**
  * Passes the arguments to a constructor or, if an aggregate has none, to its members. Numbers
@@ -321,7 +348,8 @@ inline constexpr bool kCanBeMade = std::is_constructible_v<T, Args...> ||
  */
 template <class T, class... Args>
 [[nodiscard]] T* construct(Args&&... args) {
-  static_assert(kCanBeMade<T, Args...>, "no constructor, nor the members, take these arguments");
+  static_assert(CanBeMade<T, Args...>::value,
+                "no constructor, nor the members, take these arguments");
   constexpr bool kHasMembers = std::is_aggregate_v<T> && sizeof...(Args) > 0;
   if constexpr (!kHasMembers && std::is_constructible_v<T, Args...>) {
     return new T(std::forward<Args>(args)...);
@@ -376,6 +404,11 @@ template <class T, class... Args>
 /** A handle that ends with the expression would take the object with it. */
 template <class T, class... Args>
 std::enable_if_t<!std::is_array_v<T>, T*> make(const Handle&& temporary, Args&&... args) = delete;
+
+/** Is `number` a handle, or is it the first argument? Pass a handle as qk::On(number). */
+template <class T, class Number, class... Args>
+std::enable_if_t<detail::kMayLackHandle<T, Number, Args...>, T*> make(Number&& number,
+                                                                      Args&&... args) = delete;
 
 /**
  * Creates an array of `n` value-initialised elements with `new[]` and registers it on a handle. The
@@ -499,6 +532,10 @@ template <class T, class... Args>
 template <class T, class... Args>
 std::enable_if_t<!std::is_array_v<T>, unique<T>> make_unique(const Handle&& temporary,
                                                              Args&&... args) = delete;
+
+template <class T, class Number, class... Args>
+std::enable_if_t<detail::kMayLackHandle<T, Number, Args...>, unique<T>> make_unique(
+    Number&& number, Args&&... args) = delete;
 
 /** Like make_array(), for a scope: `qk::make_unique<T[]>(on, n)`. */
 template <class Array>

@@ -18,6 +18,7 @@ BEFORE = """
 #include <vector>
 #include "qkmem/qkmem.hpp"
 struct Point { int x; int y; };
+struct Image { explicit Image(int width, int height = 1); };
 struct Label { std::string text; float size; unsigned char color; };
 """
 FUNCTION = """
@@ -35,6 +36,15 @@ ACCEPTED = [
     ([], "(void)qk::make_unique<Point>(pool, true, 'c');"),
     ([], '(void)qk::make<Label>(pool, "text", 1.5, 7);'),
     ([], "Point point{1, 2}; (void)qk::make<Point>(pool, point);"),
+    ([], "(void)qk::make<Image>(hid, 640, 480); (void)qk::make<Image>(hid, 640);"),
+    ([], "const int number = hid; (void)qk::make_unique<Image>(number, 640);"),
+    ([], "(void)qk::make<Image>(qk::On(3), 480);"),
+    ([], "(void)qk::make<Image>(pool.number(), 640, 480);"),
+    ([], '(void)qk::make<std::string>(pool.number(), "text");'),
+    ([], "(void)qk::make<std::string>(QK_MEM_DATA_HANDLE);"),
+    ([], "(void)qk::make<Point>(QK_MEM_DATA_HANDLE, 1);"),
+    ([], "(void)qk::make_array<int>(3, 10); (void)qk::make_unique<int[]>(pool.number(), 10);"),
+    ([], "qk::memory_resource resource(3); qk::allocator<int> allocator(pool.number());"),
 ]
 
 # What doesn't: the flags, the use, and a part of the message. "deleted" is what compilers say of a
@@ -44,6 +54,19 @@ REFUSED = [
     ([], "(void)qk::make<Point>(pool, 1, 2, 3);", NO_MEMBERS),
     ([], "(void)qk::make<Label>(pool, 1.5);", NO_MEMBERS),
     ([], "(void)qk::make_unique<std::string>(pool, pool);", NO_MEMBERS),
+    ([], "(void)qk::make<Image>(640, 480);", "deleted"),
+    ([], "(void)qk::make<Image>(640);", "deleted"),
+    ([], "(void)qk::make<Point>(640, 480);", "deleted"),
+    ([], "(void)qk::make<int>(640);", "deleted"),
+    ([], "(void)qk::make_unique<Image>(640, 480);", "deleted"),
+    ([], "(void)qk::make_unique<Point>(640, 480.5);", "deleted"),
+    ([], "(void)qk::make<Image>(true, 480);", ""),
+    ([], "(void)qk::make<Image>('a', 480);", ""),
+    ([], "(void)qk::make<Image>(640.0, 480);", ""),
+    ([], "(void)qk::make_array<int>(640.0, 480);", ""),
+    ([], "qk::memory_resource resource(true);", "deleted"),
+    ([], "qk::allocator<int> allocator(3.0);", "deleted"),
+    ([], "qk::Deleter<int> deleter(3L);", "deleted"),
 ]
 
 
