@@ -45,6 +45,9 @@ ACCEPTED = [
     ([], "(void)qk::make<Point>(QK_MEM_DATA_HANDLE, 1);"),
     ([], "(void)qk::make_array<int>(3, 10); (void)qk::make_unique<int[]>(pool.number(), 10);"),
     ([], "qk::memory_resource resource(3); qk::allocator<int> allocator(pool.number());"),
+    ([], "int* all = nullptr; qk_mem_marralloc(hid, &all, sizeof *all, 4); qk_mem_arrfree(hid, &all);"),
+    ([], "void* all = nullptr; qk_mem_marralloc(hid, &all, 8, 4); qk_mem_arrfree(hid, &all);"),
+    ([], "qk_mem_marralloc(hid, nullptr, 8, 4); qk_mem_arrfree(hid, nullptr);"),
 ]
 
 # What doesn't: the flags, the use, and a part of the message. "deleted" is what compilers say of a
@@ -67,6 +70,14 @@ REFUSED = [
     ([], "qk::memory_resource resource(true);", "deleted"),
     ([], "qk::allocator<int> allocator(3.0);", "deleted"),
     ([], "qk::Deleter<int> deleter(3L);", "deleted"),
+    ([], "std::string* all = nullptr; qk_mem_marralloc(hid, &all, sizeof *all, 4);",
+     "elements of a growable array must be trivially copyable"),
+    ([], "std::string* all = nullptr; qk_mem_arrfree(hid, &all);",
+     "elements of a growable array must be trivially copyable"),
+    ([], "const int* all = nullptr; qk_mem_marralloc(hid, &all, sizeof *all, 4);",
+     "elements of a growable array can't be const or volatile"),
+    ([], "struct alignas(32) Wide { int x; }; Wide* all = nullptr; qk_mem_marralloc(hid, &all, 32, 4);",
+     "a growable array aligns its elements to 16 bytes"),
 ]
 
 
