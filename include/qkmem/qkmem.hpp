@@ -38,12 +38,17 @@
  *     first: destroy such objects yourself before the handle ends.
  *
  * (5) Threads. As in qkmem.h. One thread at a time uses an object of these classes.
+ *
+ * (6) Flags of the compiler. With -fno-exceptions, std::abort() is called instead of a throw. With
+ *     -fno-rtti, objects and arrays can't be on handles (make(), make_array(), destroy(), unique),
+ *     and a qk::memory_resource is equal only to itself. All files of a program use the same flags.
  */
 #ifndef QKMEM_QKMEM_HPP_
 #define QKMEM_QKMEM_HPP_
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <limits>
 #include <memory>
@@ -196,6 +201,25 @@ inline On::On(const Handle& handle, Location where) noexcept : On(handle.number(
 
 /* ---- Objects and arrays -------------------------------------------------------------------- */
 
+namespace detail {
+
+/** False for every type, but known only where a template is used. */
+template <class T>
+inline constexpr bool kNever = false;
+
+/** Returns typeid(T). */
+template <class T>
+[[nodiscard]] const std::type_info& type_of() noexcept {
+#if defined(__cpp_rtti)
+  return typeid(T);
+#else
+  static_assert(kNever<T>, "objects on handles need RTTI: compile this without -fno-rtti");
+  std::abort();
+#endif
+}
+
+}  // namespace detail
+
 /** Tracks an object of type T that `new` created. The destructor deletes the object. */
 template <class T>
 class Tracker : public MemTracker {
@@ -207,10 +231,10 @@ class Tracker : public MemTracker {
 
   ~Tracker() override { delete static_cast<T*>(address); }
 
-  [[nodiscard]] const std::type_info& tracked_type() const override { return typeid(T); }
+  [[nodiscard]] const std::type_info& tracked_type() const override { return detail::type_of<T>(); }
 
   [[nodiscard]] bool same_type(const MemTracker& other) const override {
-    return other.tracked_type() == typeid(T);
+    return other.tracked_type() == detail::type_of<T>();
   }
 };
 
@@ -225,10 +249,10 @@ class Tracker<T[]> : public MemTracker {
 
   ~Tracker() override { delete[] static_cast<T*>(address); }
 
-  [[nodiscard]] const std::type_info& tracked_type() const override { return typeid(T); }
+  [[nodiscard]] const std::type_info& tracked_type() const override { return detail::type_of<T>(); }
 
   [[nodiscard]] bool same_type(const MemTracker& other) const override {
-    return other.tracked_type() == typeid(T);
+    return other.tracked_type() == detail::type_of<T>();
   }
 };
 
@@ -253,17 +277,19 @@ class Name final : public MemTracker {
 template <class T>
 [[nodiscard]] Name name_of_object(T* object) {
   void* const address = const_cast<std::remove_cv_t<T>*>(object);
+#if defined(__cpp_rtti)
   if constexpr (std::is_polymorphic_v<T>) {
     if (object != nullptr) {
       return Name(dynamic_cast<void*>(const_cast<std::remove_cv_t<T>*>(object)), typeid(*object));
     }
   }
-  return Name(address, typeid(T));
+#endif
+  return Name(address, type_of<T>());
 }
 
 template <class T>
 [[nodiscard]] Name name_of_array(T* elements) noexcept {
-  return Name(const_cast<std::remove_cv_t<T>*>(elements), typeid(T));
+  return Name(const_cast<std::remove_cv_t<T>*>(elements), type_of<T>());
 }
 
 [[nodiscard]] inline bool is_recorded(const On& on, const void* address) noexcept {
@@ -557,16 +583,26 @@ namespace detail {
 
 inline constexpr std::size_t kAlignment = QK_MEM_ALIGNMENT;
 
+/** Throws or, if there are no exceptions, ends the program. */
+template <class Exception>
+[[noreturn]] void fail() {
+#if defined(__cpp_exceptions)
+  throw Exception();
+#else
+  std::abort();
+#endif
+}
+
 [[nodiscard]] inline void* allocate_plain(const On& on, std::size_t size, std::size_t alignment) {
   void* const memory = qk_mem_imalloc(on.number(), size == 0 ? 1 : size,
                                       static_cast<int>(alignment), on.file(), on.line());
-  if (memory == nullptr) throw std::bad_alloc();
+  if (memory == nullptr) fail<std::bad_alloc>();
   return memory;
 }
 
 /** Aligns inside a larger allocation, and stores its address in front of the aligned one. */
 [[nodiscard]] inline void* allocate_aligned(const On& on, std::size_t size, std::size_t alignment) {
-  if (size > std::numeric_limits<std::size_t>::max() - alignment) throw std::bad_alloc();
+  if (size > std::numeric_limits<std::size_t>::max() - alignment) fail<std::bad_alloc>();
   void* const base = allocate_plain(on, size + alignment, kAlignment);
   const auto offset = alignment - reinterpret_cast<std::uintptr_t>(base) % alignment;
   char* const memory = static_cast<char*>(base) + offset;
@@ -630,8 +666,12 @@ class memory_resource : public std::pmr::memory_resource {
   }
 
   [[nodiscard]] bool do_is_equal(const std::pmr::memory_resource& other) const noexcept override {
+#if defined(__cpp_rtti)
     const auto* const same = dynamic_cast<const memory_resource*>(&other);
     return same != nullptr && same->handle() == handle();
+#else
+    return this == &other;
+#endif
   }
 
   On on_;
@@ -678,7 +718,9 @@ class allocator {
 
   /** Returns memory for `n` elements. On overflow throws std::bad_array_new_length. */
   [[nodiscard]] T* allocate(std::size_t n) {
-    if (n > std::numeric_limits<std::size_t>::max() / sizeof(T)) throw std::bad_array_new_length();
+    if (n > std::numeric_limits<std::size_t>::max() / sizeof(T)) {
+      detail::fail<std::bad_array_new_length>();
+    }
     return static_cast<T*>(detail::allocate(on_, n * sizeof(T), alignof(T)));
   }
 

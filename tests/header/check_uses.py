@@ -3,8 +3,8 @@
 
 usage: check_uses.py ROOT COMPILER...
 
-Each use is compiled, in C++17 and C++20, as the body of a function that has a handle `pool`, an
-int `hid` and the types below.
+Each use is compiled as the body of a function that has a handle `pool`, an int `hid` and the types
+below. What compiles does so in C++17 and C++20; what is refused is tried in C++20.
 """
 
 import os
@@ -14,6 +14,7 @@ import tempfile
 
 BEFORE = """
 #include <memory>
+#include <memory_resource>
 #include <string>
 #include <vector>
 #include "qkmem/qkmem.hpp"
@@ -26,6 +27,14 @@ FUNCTION = """
                                  [[maybe_unused]] int hid) {
 """
 
+NO_RTTI = ["-fno-rtti"]
+NO_EXCEPTIONS = ["-fno-exceptions"]
+NEEDS_RTTI = "objects on handles need RTTI: compile this without -fno-rtti"
+CONTAINERS = """
+std::vector<int, qk::allocator<int>> numbers(10, 7, pool);
+qk::memory_resource resource(pool);
+std::pmr::vector<int> others(10, 7, &resource);
+"""
 NO_MEMBERS = "no constructor, nor the members, take these arguments"
 
 # What compiles: the flags, and the use.
@@ -48,6 +57,11 @@ ACCEPTED = [
     ([], "int* all = nullptr; qk_mem_marralloc(hid, &all, sizeof *all, 4); qk_mem_arrfree(hid, &all);"),
     ([], "void* all = nullptr; qk_mem_marralloc(hid, &all, 8, 4); qk_mem_arrfree(hid, &all);"),
     ([], "qk_mem_marralloc(hid, nullptr, 8, 4); qk_mem_arrfree(hid, nullptr);"),
+    (NO_RTTI, CONTAINERS),
+    (NO_RTTI, "qk::Handle other; (void)other.size();"),
+    (NO_EXCEPTIONS, CONTAINERS),
+    (NO_EXCEPTIONS, "(void)qk::make_unique<Image>(pool, 640); (void)qk::make_array<int>(pool, 3);"),
+    (NO_EXCEPTIONS, "qk::destroy(pool, qk::make<Point>(pool, 1.5));"),
 ]
 
 # What doesn't: the flags, the use, and a part of the message. "deleted" is what compilers say of a
@@ -78,6 +92,12 @@ REFUSED = [
      "elements of a growable array can't be const or volatile"),
     ([], "struct alignas(32) Wide { int x; }; Wide* all = nullptr; qk_mem_marralloc(hid, &all, 32, 4);",
      "a growable array aligns its elements to 16 bytes"),
+    (NO_RTTI, "(void)qk::make<Point>(pool, 1, 2);", NEEDS_RTTI),
+    (NO_RTTI, "(void)qk::make_array<int>(pool, 3);", NEEDS_RTTI),
+    (NO_RTTI, "(void)qk::make_unique<Image>(pool, 640);", NEEDS_RTTI),
+    (NO_RTTI, "qk::destroy(pool, new Point{});", NEEDS_RTTI),
+    (NO_RTTI, "qk::destroy<int[]>(pool, new int[3]);", NEEDS_RTTI),
+    (NO_RTTI, "qk::unique<Point> none;", NEEDS_RTTI),
 ]
 
 
@@ -90,6 +110,9 @@ class Compiler:
         self.suffix = "pch" if "clang" in compiler else "gch"
         self.folder = folder
         self.headers = {}
+
+    def __str__(self):
+        return " ".join(self.command[:2])
 
     def run(self, *arguments):
         return subprocess.run(self.command + list(arguments), capture_output=True, text=True,
@@ -120,29 +143,38 @@ class Compiler:
         return [line for line in errors.splitlines() if "error:" in line] or [errors]
 
 
-def complaints(compiler):
-    for flags, use in ACCEPTED:
-        errors = compiler.errors_of(flags, use)
-        if errors:
-            yield f"refused: {use} {flags}: {errors[0]}"
+def refusals(compiler):
+    """What is refused although it should compile. All uses of a set of flags are tried at once."""
+    for flags in sorted({tuple(flags) for flags, _ in ACCEPTED}):
+        uses = [use for own_flags, use in ACCEPTED if tuple(own_flags) == flags]
+        if compiler.errors_of(flags, "".join(f"{{ {use} }}\n" for use in uses)):
+            for use in uses:
+                for error in compiler.errors_of(flags, use)[:1]:
+                    yield f"{compiler} refuses: {use}: {error}"
+
+
+def acceptances(compiler):
+    """What compiles although it should be refused, or is refused with another message."""
     for flags, use, message in REFUSED:
         errors = compiler.errors_of(flags, use)
         if not errors:
-            yield f"accepted: {use} {flags}"
+            yield f"{compiler} accepts: {use}"
         elif message not in errors[0]:
-            yield f"another message: {use} {flags}: {errors[0]}"
+            yield f"{compiler} says something else of: {use}: {errors[0]}"
 
 
 def main():
     root, *compilers = sys.argv[1:]
-    found = 0
+    complaints = []
     for compiler in compilers:
-        for version in (17, 20):
-            with tempfile.TemporaryDirectory() as folder:
-                for complaint in complaints(Compiler(root, compiler, version, folder)):
-                    print(f"{os.path.basename(compiler)}, C++{version}: {complaint}")
-                    found += 1
-    return 1 if found else 0
+        with tempfile.TemporaryDirectory() as folder:
+            complaints += refusals(Compiler(root, compiler, 17, folder))
+        with tempfile.TemporaryDirectory() as folder:
+            cpp20 = Compiler(root, compiler, 20, folder)
+            complaints += [*refusals(cpp20), *acceptances(cpp20)]
+    for complaint in complaints:
+        print(complaint)
+    return 1 if complaints else 0
 
 
 if __name__ == "__main__":
