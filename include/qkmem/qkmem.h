@@ -86,6 +86,14 @@
 
 #pragma GCC visibility push(default)
 
+/*
+ * Tells compilers which arguments are the bytes of the result. They know nothing else of it. It is
+ * not `malloc`, because a piece of 0 bytes can have the address of the next piece. It is not
+ * `alloc_align`, because ordinary handles ignore the alignment. It can be ignored, because the
+ * memory belongs to its handle.
+ */
+#define QK_MEM_BYTES_IN(...) __attribute__((alloc_size(__VA_ARGS__)))
+
 /* Opaque records of the library. */
 struct qk_mem_handle;
 struct qk_mem_debug;
@@ -272,14 +280,16 @@ int qk_mem_frees_singly(int hid, const char* file, int line);
  *         the request but none for its record, the memory is returned without a record, an error
  *         line is logged, and the code is set.
  */
-void* qk_mem_imalloc(int hid, size_t size, int align, const char* file, int line);
+void* qk_mem_imalloc(int hid, size_t size, int align, const char* file, int line)
+    QK_MEM_BYTES_IN(2);
 
 /**
  * Allocates zeroed memory for `num` elements of `size` bytes on a handle. The record shows both
  * numbers. 0 for either is warned about. A product that overflows fails with 5012. Otherwise as
  * qk_mem_imalloc().
  */
-void* qk_mem_icalloc(int hid, size_t num, size_t size, int alignment, const char* file, int line);
+void* qk_mem_icalloc(int hid, size_t num, size_t size, int alignment, const char* file, int line)
+    QK_MEM_BYTES_IN(2, 3);
 
 /**
  * Changes the size of memory on a handle, or allocates memory if `ptr` is null.
@@ -300,7 +310,8 @@ void* qk_mem_icalloc(int hid, size_t num, size_t size, int alignment, const char
  *         is still valid and recorded as before. A block-managed handle returns null WITHOUT a code
  *         for memory that it has no record of, and for any `ptr` but null without BLOCKFREE.
  */
-void* qk_mem_irealloc(int hid, void* ptr, size_t size, int alignment, const char* file, int line);
+void* qk_mem_irealloc(int hid, void* ptr, size_t size, int alignment, const char* file, int line)
+    QK_MEM_BYTES_IN(3);
 
 /**
  * Resizes an array of `old_num` elements to `num` elements of `size` bytes, and zeroes the elements
@@ -310,7 +321,7 @@ void* qk_mem_irealloc(int hid, void* ptr, size_t size, int alignment, const char
  * the array moves.
  */
 void* qk_mem_irecalloc(int hid, void* ptr, size_t num, size_t size, size_t old_num, int alignment,
-                       const char* file, int line);
+                       const char* file, int line) QK_MEM_BYTES_IN(3, 4);
 
 /**
  * Copies a string with its terminator onto a handle. On a block-managed handle the copy isn't
@@ -663,6 +674,8 @@ class MemTracker {
 
 } /* namespace qk */
 #endif
+
+#undef QK_MEM_BYTES_IN
 
 #pragma GCC visibility pop
 

@@ -32,6 +32,24 @@ static void allocate(void) {
          "an invalid handle is refused");
 }
 
+static void tell_sizes_to_the_compiler(void) {
+#if defined(__OPTIMIZE__)
+  const int hid = qk_mem_new_handle("BLOCKMGMT BLOCKFREE", NULL);
+  void* block = qk_mem_malloc(hid, 10);
+  expect(__builtin_object_size(block, 0) == 10, "malloc tells its size");
+  void* zeroed = qk_mem_calloc(hid, 3, 8);
+  expect(__builtin_object_size(zeroed, 0) == 24, "calloc tells its product");
+  block = qk_mem_realloc(hid, block, 20);
+  expect(__builtin_object_size(block, 0) == 20, "realloc tells its new size");
+  zeroed = qk_mem_recalloc(hid, zeroed, 5, 8, 3);
+  expect(__builtin_object_size(zeroed, 0) == 40, "recalloc tells its new product");
+  void* none = qk_mem_malloc(hid, 0);
+  void* next = qk_mem_malloc(hid, 8);
+  expect(none == next, "a piece of 0 bytes can have the address of the next one");
+  qk_mem_del_handle(hid);
+#endif
+}
+
 static void allocate_in_blocks(void) {
   const int hid = qk_mem_new_handle("BLOCKMGMT", NULL);
   void* array = NULL;
@@ -67,6 +85,7 @@ static void query(void) {
 
 int main(void) {
   allocate();
+  tell_sizes_to_the_compiler();
   allocate_in_blocks();
   register_memory();
   query();
