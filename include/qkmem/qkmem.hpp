@@ -752,7 +752,7 @@ template <class T, class U>
 
 namespace detail {
 
-/** Fails to compile if T can't be an element of an array that moves its bytes and zeroes new ones. */
+/** Fails to compile if T can't be moved as bytes and begin as zeroes. */
 template <class T>
 constexpr void check_element() noexcept {
   static_assert(std::is_trivially_copyable_v<T>,

@@ -66,7 +66,7 @@ TEST(NumberOfAHandle, CanBeAVariable) {
   EXPECT_EQ(pool.size(), sizeof(Image));
 }
 
-TEST(NumberOfAHandle, CanBeWithoutANameIfTheConstructorCannotTakeIt) {
+TEST(NumberOfAHandle, CanLackANameIfNoConstructorTakesIt) {
   const Scene scene("");
   const qk::Handle pool;
   const auto image = qk::make_unique<Image>(pool.number(), 640, 480);

@@ -54,7 +54,7 @@ ACCEPTED = [
     ([], "(void)qk::make<Point>(QK_MEM_DATA_HANDLE, 1);"),
     ([], "(void)qk::make_array<int>(3, 10); (void)qk::make_unique<int[]>(pool.number(), 10);"),
     ([], "qk::memory_resource resource(3); qk::allocator<int> allocator(pool.number());"),
-    ([], "int* all = nullptr; qk_mem_marralloc(hid, &all, sizeof *all, 4); qk_mem_arrfree(hid, &all);"),
+    ([], "int* all = nullptr; qk_mem_marralloc(hid, &all, 4, 4); qk_mem_arrfree(hid, &all);"),
     ([], "void* all = nullptr; qk_mem_marralloc(hid, &all, 8, 4); qk_mem_arrfree(hid, &all);"),
     ([], "qk_mem_marralloc(hid, nullptr, 8, 4); qk_mem_arrfree(hid, nullptr);"),
     (NO_RTTI, CONTAINERS),
@@ -90,7 +90,7 @@ REFUSED = [
      "elements of a growable array must be trivially copyable"),
     ([], "const int* all = nullptr; qk_mem_marralloc(hid, &all, sizeof *all, 4);",
      "elements of a growable array can't be const or volatile"),
-    ([], "struct alignas(32) Wide { int x; }; Wide* all = nullptr; qk_mem_marralloc(hid, &all, 32, 4);",
+    ([], "struct alignas(32) Wide {}; Wide* all = nullptr; qk_mem_marralloc(hid, &all, 32, 4);",
      "a growable array aligns its elements to 16 bytes"),
     (NO_RTTI, "(void)qk::make<Point>(pool, 1, 2);", NEEDS_RTTI),
     (NO_RTTI, "(void)qk::make_array<int>(pool, 3);", NEEDS_RTTI),
@@ -102,7 +102,7 @@ REFUSED = [
 
 
 class Compiler:
-    """A compiler in one version of the language. Has the header precompiled for each set of flags."""
+    """A compiler in one version of the language, with precompiled headers."""
 
     def __init__(self, root, compiler, version, folder):
         self.command = [compiler, f"-std=c++{version}", f"-I{root}/include",
