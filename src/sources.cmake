@@ -9,6 +9,7 @@ set(library_sources
   support/hash.cpp
   support/line.cpp
   support/mtx.cpp
+  support/number_set.cpp
   support/options.cpp
   support/search.cpp
   support/signal_names.cpp

@@ -17,6 +17,9 @@ std::vector<Workload> pair_workloads();
 /** One of many live pieces is replaced by another. */
 std::vector<Workload> live_workloads();
 
+/** One of many handles comes and goes. */
+std::vector<Workload> handle_workloads();
+
 /** Many objects that are released together. */
 std::vector<Workload> phase_workloads();
 

@@ -1,8 +1,10 @@
 #include "core/handle_array.h"
 
+#include <algorithm>
 #include <mutex>
 
 #include "core/system_memory.h"
+#include "support/number_set.h"
 
 namespace qk::mem {
 namespace {
@@ -19,6 +21,50 @@ constexpr std::int32_t kGrowthMargin = 10;
 
 bool growth_is_near() {
   return qk::load(Qk_mem_num_handles) > qk::load(Qk_mem_avail_handles) - kGrowthMargin;
+}
+
+/** Few processes have more handles than this, and those need no memory for the set of slots. */
+constexpr std::uint32_t kFewSlots = 4096;
+constinit std::uint64_t words_for_few[kFewSlots / 64 + 1] QK_GUARDED_BY(Qk_mem_mtx) = {};
+
+/**
+ * The slots that have a handle. Its limit is below the number of slots if there was no memory for a
+ * larger set; then all slots are searched.
+ */
+constinit qk::NumberSet taken QK_GUARDED_BY(Qk_mem_mtx) = {};
+constinit std::uint64_t* words_of_taken QK_GUARDED_BY(Qk_mem_mtx) = nullptr;
+
+/** Null if there is no memory. The words are zero. */
+std::uint64_t* words_for_slots(std::uint32_t slots) QK_REQUIRES(Qk_mem_mtx) {
+  assert_registry_held();
+  if (slots <= kFewSlots) {
+    std::fill(std::begin(words_for_few), std::end(words_for_few), std::uint64_t{0});
+    return words_for_few;
+  }
+  return words_of_taken = static_cast<std::uint64_t*>(
+             own_memory::allocate_zeroed(qk::NumberSet::words_for(slots), sizeof(std::uint64_t)));
+}
+
+/** Notes anew which slots of an array are taken, with room for twice as many. */
+void note_all_taken(const HandleSlots& array) QK_REQUIRES(Qk_mem_mtx) {
+  assert_registry_held();
+  own_memory::release(words_of_taken);
+  words_of_taken = nullptr;
+  taken = {};
+  const auto count = static_cast<std::uint32_t>(array.count);
+  const std::uint32_t limit = count <= kFewSlots ? kFewSlots : 2 * count;
+  std::uint64_t* words = words_for_slots(limit);
+  if (words == nullptr) return;
+  taken = qk::NumberSet(words, limit);
+  for (std::uint32_t i = 0; i < count; ++i) {
+    if (array.slots[i] != nullptr) taken.add(i);
+  }
+}
+
+std::int32_t search_free_slot(const HandleSlots& array, std::int32_t first) {
+  qk_mem_handle** end = array.slots + array.count;
+  qk_mem_handle** slot = std::find(array.slots + std::min(first, array.count), end, nullptr);
+  return slot == end ? kNoHandleSlot : static_cast<std::int32_t>(slot - array.slots);
 }
 
 }  // namespace
@@ -40,14 +86,43 @@ void open_fast_slots() {
   qk::publish(fast_slots.count, static_cast<std::uint32_t>(real_slots));
 }
 
+std::int32_t lowest_free_handle_slot(std::int32_t first) {
+  assert_registry_held();
+  const HandleSlots array = handle_slots();
+  const std::uint32_t lowest = taken.lowest_missing();
+  const bool is_noted = taken.limit() >= static_cast<std::uint32_t>(array.count);
+  if (!is_noted || lowest < static_cast<std::uint32_t>(first)) {
+    return search_free_slot(array, first);
+  }
+  return lowest < static_cast<std::uint32_t>(array.count) ? static_cast<std::int32_t>(lowest)
+                                                          : kNoHandleSlot;
+}
+
+void fill_handle_slot(std::int32_t index, qk_mem_handle& handle) {
+  assert_registry_held();
+  const auto number = static_cast<std::uint32_t>(index);
+  if (number < taken.limit()) taken.add(number);
+  qk::publish(Qk_mem_handles[index], &handle);
+}
+
+void empty_handle_slot(std::int32_t index) {
+  assert_registry_held();
+  const auto number = static_cast<std::uint32_t>(index);
+  qk::publish(Qk_mem_handles[index], nullptr);
+  if (number < taken.limit()) taken.remove(number);
+}
+
 void replace_handle_array(qk_mem_handle** array, std::int32_t count) {
   assert_registry_held();
   if (fast_slots.count != 0) {
     if (count != 0) qk::publish(fast_slots.slots, array);
     qk::publish(fast_slots.count, static_cast<std::uint32_t>(count));
   }
+  const bool is_first = real_slots == 0;
   if (count < real_slots) qk::publish(real_slots, count);
   qk::publish(Qk_mem_handles, array);
+  const bool has_outgrown_set = static_cast<std::uint32_t>(count) > taken.limit();
+  if (is_first || count == 0 || has_outgrown_set) note_all_taken({array, count});
   qk::publish(real_slots, count);
 }
 

@@ -19,6 +19,8 @@
  *
  * Each step is published, so a reader that has read the count can't run past the end of the array
  * it reads next. An array that is replaced while there are other threads is kept for good.
+ *
+ * Which slots are taken is noted a second time, in a set that finds the lowest free one.
  */
 namespace qk::mem {
 
@@ -75,6 +77,16 @@ extern FastSlots fast_slots;
 
 /** Lets find_handle_fast() find handles, once the start-up is over. Needs the registry's lock. */
 void open_fast_slots() QK_REQUIRES(Qk_mem_mtx);
+
+/** The lowest slot from `first` on without a handle; kNoHandleSlot if the array has none. */
+inline constexpr std::int32_t kNoHandleSlot = -1;
+[[nodiscard]] std::int32_t lowest_free_handle_slot(std::int32_t first) QK_REQUIRES(Qk_mem_mtx);
+
+/** Puts a handle into a free slot. Needs the registry's lock. */
+void fill_handle_slot(std::int32_t index, qk_mem_handle& handle) QK_REQUIRES(Qk_mem_mtx);
+
+/** Empties the slot of a handle. Needs the registry's lock. */
+void empty_handle_slot(std::int32_t index) QK_REQUIRES(Qk_mem_mtx);
 
 /** Makes `array` of `count` slots the handle array. Needs the registry's lock. */
 void replace_handle_array(qk_mem_handle** array, std::int32_t count) QK_REQUIRES(Qk_mem_mtx);

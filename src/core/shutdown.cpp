@@ -43,17 +43,18 @@ qk_mem_handle** retire_registry() {
   return array;
 }
 
-void restore_surviving_handles(qk_mem_handle** array, std::int32_t count) {
+void restore_surviving_handles() {
   assert_registry_held();
   if (qk::is_single_threaded()) return;
+  const HandleSlots handles = handle_slots();
   for (qk_mem_handle** link = &surviving_handles; *link != nullptr;) {
     qk_mem_handle* handle = *link;
-    if (handle->id > count || array[handle->id - 1] != nullptr) {
+    if (handle->id > handles.count || handles.numbered(handle->id) != nullptr) {
       link = &handle->next_survivor;
       continue;
     }
     *link = handle->next_survivor;
-    array[handle->id - 1] = handle;
+    fill_handle_slot(handle->id - 1, *handle);
   }
 }
 
@@ -62,7 +63,7 @@ void unlist_handle(qk_mem_handle& handle) {
   const HandleSlots handles = handle_slots();
   // Once the registry is retired, another handle can have the same number.
   if (handles.numbered(handle.id) == &handle) {
-    qk::publish(handles.slots[handle.id - 1], nullptr);
+    empty_handle_slot(handle.id - 1);
     return;
   }
   for (qk_mem_handle** link = &surviving_handles; *link != nullptr;

@@ -43,7 +43,7 @@ void free_unless_kept(void* memory);
  * thread that still uses an old number must not reach another thread's handle. Needs the registry's
  * lock.
  */
-void restore_surviving_handles(qk_mem_handle** array, std::int32_t count) QK_REQUIRES(Qk_mem_mtx);
+void restore_surviving_handles() QK_REQUIRES(Qk_mem_mtx);
 
 /**
  * Removes a handle from the registry, or from the list of survivors: threads can still delete

@@ -51,31 +51,27 @@ std::optional<ArrayChange> grow_handle_array(const CallContext& context) QK_REQU
     return std::nullopt;
   }
   std::copy_n(old.slots, old.count, array);
-  restore_surviving_handles(array, Qk_mem_avail_handles);
   replace_handle_array(array, Qk_mem_avail_handles);
+  restore_surviving_handles();
   return ArrayChange{old.slots, array};
 }
 
-/** The slot of the lowest free number. Null if the array has none, which is reported. */
-qk_mem_handle** find_free_slot(const CallContext& context) QK_REQUIRES(Qk_mem_mtx) {
+/** The slot of the lowest free number. kNoHandleSlot if the array has none, which is reported. */
+std::int32_t find_free_slot(const CallContext& context) QK_REQUIRES(Qk_mem_mtx) {
   assert_registry_held();
-  const HandleSlots handles = handle_slots();
-  qk_mem_handle** end = handles.slots + handles.count;
-  qk_mem_handle** slot =
-      std::find(handles.slots + std::min(first_slot_for_new(), handles.count), end, nullptr);
-  if (slot != end) return slot;
+  const std::int32_t slot = lowest_free_handle_slot(first_slot_for_new());
+  if (slot != kNoHandleSlot) return slot;
   Qk_mem_error.set(QK_MEM_ERROR_HANDLE);
   if (logs_errors(context)) {
     qk_mem_write_log("   %s: ERROR: handle array not maintained properly\n", context.routine);
   }
-  return nullptr;
+  return kNoHandleSlot;
 }
 
 /**
  * Creates a handle with defaults in a free slot. If that fails, the count of handles stays raised.
  */
-qk_mem_handle* place_handle(qk_mem_handle** slot, const CallContext& context)
-    QK_REQUIRES(Qk_mem_mtx) {
+qk_mem_handle* place_handle(std::int32_t slot, const CallContext& context) QK_REQUIRES(Qk_mem_mtx) {
   assert_registry_held();
   qk::store(Qk_mem_num_handles, Qk_mem_num_handles + 1);
   auto* handle = static_cast<qk_mem_handle*>(own_memory::allocate_zeroed(1, sizeof(qk_mem_handle)));
@@ -83,11 +79,11 @@ qk_mem_handle* place_handle(qk_mem_handle** slot, const CallContext& context)
     report_failure(context, "calloc of handle failed");
     return nullptr;
   }
-  handle->id = static_cast<std::int32_t>(slot - Qk_mem_handles) + 1;
+  handle->id = slot + 1;
   handle->blocksize = kDefaultBlocksize;
   handle->type = 'D';
   handle->tag = &Qk_mem_global_tag;
-  qk::publish(*slot, handle);
+  fill_handle_slot(slot, *handle);
   return handle;
 }
 
@@ -217,8 +213,8 @@ extern "C" int qk_mem_inew_handle(const char* options, const char* tag, const ch
     array = grow_handle_array(context);
     if (!array) return 0;
   }
-  qk_mem_handle** slot = find_free_slot(context);
-  if (slot == nullptr) return 0;
+  const std::int32_t slot = find_free_slot(context);
+  if (slot == kNoHandleSlot) return 0;
   qk_mem_handle* handle = place_handle(slot, context);
   if (handle == nullptr) return 0;
   const int hid = handle->id;

@@ -1,8 +1,11 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
+#include <initializer_list>
 #include <string>
+#include <vector>
 
 #include "accounting/kept_calls.h"
 #include "core/records.h"
@@ -81,6 +84,35 @@ TEST(HandleArray, DoesNotGrowWhileAnyNumberIsFree) {
   qk_mem_idel_handle(100, "src/app.c", 5);
   EXPECT_EQ(int{Pool()}, 100);
   EXPECT_EQ(Qk_mem_avail_handles, 512);
+}
+
+/** Deletes each of some handles, and expects that new ones get the same numbers, lowest first. */
+void expect_numbers_are_reused(std::initializer_list<int> numbers) {
+  for (const int hid : numbers) EXPECT_EQ(qk_mem_idel_handle(hid, "src/app.c", 5), 0);
+  std::vector<int> sorted = numbers;
+  std::sort(sorted.begin(), sorted.end());
+  for (const int hid : sorted) EXPECT_EQ(int{Pool()}, hid);
+}
+
+TEST(HandleArray, ReusesTheLowestNumberOfMany) {
+  Scene scene("");
+  have_handles(6000);
+  expect_numbers_are_reused({5999, 64, 4097, 65, 3, 4096, 512, 4608});
+  EXPECT_EQ(int{Pool()}, 6001);
+  expect_numbers_are_reused({6001, 1000});
+}
+
+TEST(HandleArray, ReusesTheLowestNumberWithoutMemoryToNoteThem) {
+  Scene scene("");
+  have_handles(4096);
+  kit::fail_request(2);  // the first request is the larger array
+  EXPECT_EQ(int{Pool()}, 4097);
+  EXPECT_TRUE(kit::has_failed());
+  expect_numbers_are_reused({4097, 70, 4096, 3});
+  EXPECT_EQ(int{Pool()}, 4098);
+  have_handles(4608);
+  EXPECT_EQ(int{Pool()}, 4609);
+  expect_numbers_are_reused({4609, 4100, 9});
 }
 
 TEST(HandleArray, IsRecordedAgainWhenItGrows) {
