@@ -11,7 +11,6 @@ set(library_sources
   support/mtx.cpp
   support/number_set.cpp
   support/options.cpp
-  support/search.cpp
   support/signal_names.cpp
   support/status.cpp
   support/system.cpp
@@ -37,6 +36,7 @@ set(library_sources
   table/first_fit.cpp
   table/pointer_array.cpp
   table/pointer_table.cpp
+  table/slot_index.cpp
   table/tags.cpp
 
   accounting/handle_lookup.cpp

@@ -17,6 +17,9 @@ std::vector<Workload> pair_workloads();
 /** One of many live pieces is replaced by another. */
 std::vector<Workload> live_workloads();
 
+/** Many pieces that are released one by one, in an order that makes them hard to find. */
+std::vector<Workload> release_workloads();
+
 /** One of many handles comes and goes. */
 std::vector<Workload> handle_workloads();
 

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <new>
+#include <type_traits>
 
 /**
  * The only direct calls of the system's allocator; check_seams.py enforces that. They separate the
@@ -86,6 +87,13 @@ inline void release(void* memory) { std::free(memory); }
 template <class Object>
 [[nodiscard]] Object* make() {
   return new (std::nothrow) Object;
+}
+
+/** An object at the start of memory of allocate_zeroed(), for release(): it has no destructor. */
+template <class Object, class... Arguments>
+[[nodiscard]] Object* make_in(void* memory, Arguments... arguments) {
+  static_assert(std::is_trivially_destructible_v<Object>);
+  return new (memory) Object(arguments...);
 }
 
 /** Null does nothing. */

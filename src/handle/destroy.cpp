@@ -102,6 +102,7 @@ qk_mem_ptr* detach_array(qk_mem_handle& handle, int index) {
   const RegistryAndHandleLock lock(handle);
   qk_mem_ptr_array& array = handle.ptrs[index];
   qk_mem_ptr* slots = array.ptrs;
+  free_unless_kept(index_of(array));
   qk_mem_free_ptrs(&handle, index);
   qk::publish(array.ptrs, nullptr);
   return slots;

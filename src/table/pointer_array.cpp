@@ -1,11 +1,10 @@
 #include "table/pointer_array.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
 #include "core/system_memory.h"
-#include "support/search.h"
+#include "table/slot_index.h"
 
 namespace qk::mem {
 namespace {
@@ -20,21 +19,18 @@ std::int32_t walk(const qk_mem_ptr_array& array, std::int32_t index, const void*
   return kNoSlot;
 }
 
-/** The same by fingerprints. Several addresses can share one, so the record decides. */
-std::int32_t walk_fingerprints(const qk_mem_ptr_array& array, std::int32_t index,
-                               const void* address) {
-  const std::uint16_t wanted = address == nullptr ? std::uint16_t{0} : fingerprint_of(address);
-  while (true) {
-    index = qk::find_value(fingerprints_of(array), index, array.capacity, wanted);
-    if (index < 0) return kNoSlot;
-    if (address_in(array.ptrs[index]) == address) return index;
-    ++index;
-  }
+/** The index of an array; null if it has none. */
+SlotIndex* present_index(const qk_mem_ptr_array& array) {
+  return slots_of(array) == 0 ? nullptr : index_of(array);
 }
 
-std::int32_t search(const qk_mem_ptr_array& array, std::int32_t index, const void* address) {
-  const bool is_large = slots_of(array) >= kLargeArray;
-  return is_large ? walk_fingerprints(array, index, address) : walk(array, index, address);
+/** Finds the first free slot from `from` on, or from 1 if that is higher. */
+std::int32_t search_free_slot_from(const qk_mem_ptr_array& array, std::int32_t from) {
+  const SlotIndex* index = present_index(array);
+  if (index == nullptr) return walk(array, from > 1 ? from : 1, nullptr);
+  // No slot below `from` is free, except the spare one, which was tried before.
+  const std::int32_t slot = index->lowest_free();
+  return slot < array.capacity ? slot : kNoSlot;
 }
 
 /** The accounting counts the bytes of slots in 32 bits, so an array can't have more. */
@@ -42,35 +38,28 @@ bool is_countable(std::int32_t capacity) {
   return static_cast<std::uint64_t>(capacity) * kSlotBytes <= UINT32_MAX;
 }
 
-std::size_t bytes_with_fingerprints(std::int32_t capacity) {
+std::size_t bytes_with_index(std::int32_t capacity) {
   const auto slots = static_cast<std::size_t>(capacity);
-  return slots * kSlotBytes + (capacity < kLargeArray ? 0 : slots * sizeof(std::uint16_t));
+  return slots * kSlotBytes + (capacity < kLargeArray ? 0 : sizeof(SlotIndex*));
 }
 
 qk_mem_ptr* resize_slots(qk_mem_ptr* slots, std::int32_t capacity) {
   return static_cast<qk_mem_ptr*>(is_countable(capacity)
-                                      ? own_memory::resize(slots, bytes_with_fingerprints(capacity))
+                                      ? own_memory::resize(slots, bytes_with_index(capacity))
                                       : out_of_memory());
 }
 
-std::uint16_t fingerprint_in(const qk_mem_ptr& slot) {
-  const void* address = address_in(slot);
-  return address == nullptr ? std::uint16_t{0} : fingerprint_of(address);
-}
-
 /**
- * Moves the fingerprints behind the slots of a grown array, or computes them if there were none.
+ * Puts the index behind the slots of a grown array. An index that is too small is replaced by one
+ * of twice the size. Without memory for that, the next growth tries again.
  */
-void renew_fingerprints(qk_mem_ptr* slots, std::int32_t before, std::int32_t capacity) {
-  std::uint16_t* fingerprints = fingerprints_behind(slots, capacity);
-  if (fingerprints == nullptr) return;
-  if (const std::uint16_t* old = fingerprints_behind(slots, before)) {
-    std::memmove(fingerprints, old, static_cast<std::size_t>(before) * sizeof *old);
-  } else {
-    fingerprints[0] = 0;  // the array's own record is never searched for
-    for (std::int32_t i = 1; i < before; ++i) fingerprints[i] = fingerprint_in(slots[i]);
+void renew_index(SlotIndex* index, qk_mem_ptr* slots, std::int32_t capacity) {
+  if (capacity < kLargeArray) return;
+  if (index == nullptr || !index->has_room_for(capacity)) {
+    SlotIndex::destroy(index);
+    index = SlotIndex::make(slots, capacity);
   }
-  std::fill(fingerprints + before, fingerprints + capacity, std::uint16_t{0});
+  index_behind(slots, capacity) = index;
 }
 
 void free_slots(qk_mem_ptr* first, const qk_mem_ptr* end) {
@@ -82,14 +71,16 @@ void free_slots(qk_mem_ptr* first, const qk_mem_ptr* end) {
 
 bool enlarge(qk_mem_ptr_array& array, std::int32_t capacity) {
   const std::int32_t before = slots_of(array);
+  SlotIndex* const index = present_index(array);
   qk_mem_ptr* const slots = resize_slots(array.ptrs, capacity);
   if (slots == nullptr) {
     const int error = errno;
     own_memory::release(array.ptrs);
+    SlotIndex::destroy(index);
     errno = error;
   } else {
-    renew_fingerprints(slots, before, capacity);
     free_slots(slots + before, slots + capacity);
+    renew_index(index, slots, capacity);
   }
   qk::publish(array.ptrs, slots);
   qk::store(array.capacity, capacity);
@@ -98,14 +89,25 @@ bool enlarge(qk_mem_ptr_array& array, std::int32_t capacity) {
 
 std::int32_t search_free_slot(qk_mem_ptr_array& array) {
   array.spare = 0;
-  const std::int32_t index = search(array, array.free_from > 1 ? array.free_from : 1, nullptr);
-  if (index == kNoSlot) return search(array, 1, nullptr);
+  const std::int32_t index = search_free_slot_from(array, array.free_from);
+  if (index == kNoSlot) return search_free_slot_from(array, 1);
   array.free_from = index;
   return index;
 }
 
 std::int32_t search_slot(const qk_mem_ptr_array& array, const void* address) {
-  return search(array, 1, address);
+  const SlotIndex* index = present_index(array);
+  if (index == nullptr) return walk(array, 1, address);
+  const std::int32_t slot = index->lowest_holding(array.ptrs, address);
+  return slot == 0 ? kNoSlot : slot;
+}
+
+void add_to_index_of_large(const qk_mem_ptr_array& array, std::int32_t index) {
+  if (SlotIndex* slots = index_of(array)) slots->add(array.ptrs, index);
+}
+
+void remove_from_index_of_large(const qk_mem_ptr_array& array, std::int32_t index) {
+  if (SlotIndex* slots = index_of(array)) slots->remove(array.ptrs, index);
 }
 
 }  // namespace qk::mem

@@ -6,17 +6,18 @@
 
 #include "core/records.h"
 #include "table/slot.h"
+#include "table/slot_index.h"
 
 /**
  * The slots of one pointer array: which are free, and which one holds an address. The counters of
  * the handle are changed elsewhere. All calls need the handle's lock; callers assert it, since the
  * handle is not known here.
  *
- * A large array keeps 16 bits of each address a second time, as fingerprints behind its slots.
- * Searching them is many times as fast as searching the records.
+ * A large array has an index, which finds slots without a walk over all of them. A word behind the
+ * slots leads to it.
  *
- *     ptrs -> [ own record | slot 1 | … | slot capacity-1 ][ 0 | fingerprint 1 | … ]
- *              48 bytes each                                2 bytes each, 0 for a free slot
+ *     ptrs -> [ own record | slot 1 | … | slot capacity-1 ][ index ]
+ *              48 bytes each                                8 bytes, null if there was no memory
  */
 namespace qk::mem {
 
@@ -45,25 +46,19 @@ inline constexpr std::int32_t kNoSlot = -1;
   return holds(array, index, nullptr);
 }
 
-/** From this number of slots on an array is large and keeps fingerprints. */
+/** From this number of slots on an array is large and has an index. */
 inline constexpr std::int32_t kLargeArray = 512;
 
-/** The fingerprints behind the slots of an array with this capacity; null if it is not large. */
-[[nodiscard]] inline std::uint16_t* fingerprints_behind(qk_mem_ptr* slots, std::int32_t capacity) {
-  if (capacity < kLargeArray) [[likely]]
+/** The word behind the slots of an array with this capacity, which is large. */
+[[nodiscard]] inline SlotIndex*& index_behind(qk_mem_ptr* slots, std::int32_t capacity) {
+  return *reinterpret_cast<SlotIndex**>(slots + capacity);
+}
+
+/** The index of an array that has slots; null if it is not large, or there was no memory. */
+[[nodiscard]] inline SlotIndex* index_of(const qk_mem_ptr_array& array) {
+  if (array.capacity < kLargeArray) [[likely]]
     return nullptr;
-  return reinterpret_cast<std::uint16_t*>(slots + capacity);
-}
-
-/** The fingerprints of an array that has slots; null if it is not large. */
-[[nodiscard]] inline std::uint16_t* fingerprints_of(const qk_mem_ptr_array& array) {
-  return fingerprints_behind(array.ptrs, array.capacity);
-}
-
-/** The fingerprint of an address. Never 0, which marks a free slot. */
-[[nodiscard]] inline std::uint16_t fingerprint_of(const void* address) {
-  const auto bits = static_cast<std::uint16_t>(reinterpret_cast<std::uintptr_t>(address) >> 7);
-  return bits == 0 ? std::uint16_t{1} : bits;
+  return index_behind(array.ptrs, array.capacity);
 }
 
 /**
@@ -80,6 +75,10 @@ inline constexpr std::int32_t kLargeArray = 512;
 
 /** Searches for the first slot from 1 on that holds an address; kNoSlot if there is none. */
 [[nodiscard]] std::int32_t search_slot(const qk_mem_ptr_array& array, const void* address);
+
+/** The steps of add_to_index() and remove_from_index() for a large array. */
+[[gnu::cold]] void add_to_index_of_large(const qk_mem_ptr_array& array, std::int32_t index);
+[[gnu::cold]] void remove_from_index_of_large(const qk_mem_ptr_array& array, std::int32_t index);
 
 /** The slot that is probably the first free one. The caller checks it. */
 [[nodiscard]] inline std::int32_t likely_free_slot(const qk_mem_ptr_array& array) {
@@ -102,11 +101,8 @@ inline constexpr std::int32_t kLargeArray = 512;
   return index;
 }
 
-/** Marks a free slot as occupied by the record of an address. */
-inline void note_occupied(qk_mem_ptr_array& array, std::int32_t index, const void* address) {
-  if (std::uint16_t* fingerprints = fingerprints_of(array)) {
-    fingerprints[index] = fingerprint_of(address);
-  }
+/** Marks a free slot as occupied. */
+inline void note_occupied(qk_mem_ptr_array& array, std::int32_t index) {
   qk::bump(array.used, 1);
   array.last = index;
   if (index == array.spare) {
@@ -116,12 +112,23 @@ inline void note_occupied(qk_mem_ptr_array& array, std::int32_t index, const voi
   }
 }
 
+/** Adds an occupied slot, which has its address, to the index of an array that has one. */
+inline void add_to_index(const qk_mem_ptr_array& array, std::int32_t index) {
+  if (array.capacity >= kLargeArray) [[unlikely]]
+    add_to_index_of_large(array, index);
+}
+
+/** Removes an occupied slot, which still has its address, from the index. */
+inline void remove_from_index(const qk_mem_ptr_array& array, std::int32_t index) {
+  if (array.capacity >= kLargeArray) [[unlikely]]
+    remove_from_index_of_large(array, index);
+}
+
 /**
  * Marks a slot as free. Only one free slot may lie below `free_from`: with two, the limit drops to
  * the higher one.
  */
 inline void note_vacated(qk_mem_ptr_array& array, std::int32_t index) {
-  if (std::uint16_t* fingerprints = fingerprints_of(array)) fingerprints[index] = 0;
   qk::bump(array.used, -1);
   if (index >= array.free_from) return;
   if (array.spare == 0) {

@@ -60,7 +60,7 @@ ArrayGrowth grow_array(qk_mem_handle& handle, const void* address, SourceLocatio
   const std::int32_t capacity = array.capacity + added;
   if (!enlarge(array, capacity)) return {.failed = true, .bytes = bytes_of_slots(capacity)};
   if (is_first) begin_array(handle, array);
-  // Fingerprints, which a large array has in addition, are not accounted for.
+  // The index that a large array has in addition is not accounted for.
   qk::bump(handle.overhead_amount, bytes_of_slots(added));
   return {.bytes = bytes_of_slots(capacity),
           .added = bytes_of_slots(added),

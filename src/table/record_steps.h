@@ -53,10 +53,11 @@ inline void count_record(qk_mem_handle& handle, unsigned char kind, int by, bool
                                                  std::int32_t index, const qk_mem_ptr& record,
                                                  ChargedTo sum, bool single_threaded) {
   assert_held(handle);
-  note_occupied(array, index, record.address);
+  note_occupied(array, index);
   write_slot(array.ptrs[index], record);
   count_record(handle, record.kind, 1, single_threaded);
   charge(handle, sum, bytes_of(record), single_threaded);
+  add_to_index(array, index);
 }
 
 /**
@@ -70,6 +71,7 @@ inline void count_record(qk_mem_handle& handle, unsigned char kind, int by, bool
                                           std::int32_t index, const unsigned char& kind,
                                           bool single_threaded) {
   assert_held(handle);
+  remove_from_index(array, index);
   clear_slot(array.ptrs[index]);
   note_vacated(array, index);
   count_record(handle, kind, -1, single_threaded);

@@ -1,5 +1,7 @@
 #include "tests/kit/array_check.h"
 
+#include <map>
+
 #include "core/handle_array.h"
 #include "core/kinds.h"
 #include "core/registry.h"
@@ -7,9 +9,6 @@
 
 namespace kit {
 namespace {
-
-using qk::mem::fingerprint_of;
-using qk::mem::fingerprints_of;
 
 std::string slot(const char* what, int index) { return what + std::to_string(index); }
 
@@ -34,13 +33,18 @@ std::string check_free_slots(const qk_mem_ptr_array& array) {
   return used == array.used ? "" : slot("occupied slots that are not counted in used: ", used);
 }
 
-std::string check_fingerprints(const qk_mem_ptr_array& array) {
-  const std::uint16_t* fingerprints = fingerprints_of(array);
-  if (fingerprints == nullptr) return "";
-  for (int i = 1; i < array.capacity; ++i) {
+std::string check_index(const qk_mem_ptr_array& array) {
+  const qk::mem::SlotIndex* index = qk::mem::index_of(array);
+  if (index == nullptr) return "";
+  std::map<const void*, int> lowest;
+  for (int i = 0; i < array.capacity; ++i) {
     const void* address = array.ptrs[i].address;
-    if (fingerprints[i] != (address == nullptr ? 0 : fingerprint_of(address))) {
-      return slot("a slot has another fingerprint than its address: ", i);
+    if (index->is_used(i) != (address != nullptr)) return slot("the index is wrong on slot ", i);
+    if (i != 0 && address != nullptr) lowest.try_emplace(address, i);
+  }
+  for (const auto& [address, first] : lowest) {
+    if (index->lowest_holding(array.ptrs, address) != first) {
+      return slot("the index doesn't find the lowest slot of an address: ", first);
     }
   }
   return "";
@@ -50,7 +54,7 @@ std::string check_fingerprints(const qk_mem_ptr_array& array) {
 
 std::string check_array(const qk_mem_ptr_array& array) {
   if (array.ptrs == nullptr) return "";
-  for (const auto check : {check_own_record, check_free_slots, check_fingerprints}) {
+  for (const auto check : {check_own_record, check_free_slots, check_index}) {
     if (std::string wrong = check(array); !wrong.empty()) return wrong;
   }
   return "";

@@ -2,6 +2,8 @@
 
 #include <cstdlib>
 
+#include "table/pointer_array.h"
+
 namespace kit {
 namespace {
 
@@ -19,7 +21,10 @@ StandaloneHandle::StandaloneHandle(int id) {
 }
 
 StandaloneHandle::~StandaloneHandle() {
-  for (const qk_mem_ptr_array& array : record.ptrs) std::free(array.ptrs);
+  for (const qk_mem_ptr_array& array : record.ptrs) {
+    if (array.ptrs != nullptr) qk::mem::SlotIndex::destroy(qk::mem::index_of(array));
+    std::free(array.ptrs);
+  }
 }
 
 std::string StandaloneHandle::sums() const {

@@ -1,13 +1,17 @@
 #include <gtest/gtest.h>
 
+#include <cerrno>
+#include <cstddef>
 #include <cstdint>
 #include <map>
+#include <random>
 #include <string>
 #include <vector>
 
 #include "accounting/kept_calls.h"
 #include "core/registry.h"
 #include "core/switches.h"
+#include "table/pointer_array.h"
 #include "table/pointer_table.h"
 #include "tests/kit/array_check.h"
 #include "tests/kit/failing_allocator.h"
@@ -16,7 +20,7 @@
 #include "tests/kit/standalone_handle.h"
 #include "tests/kit/trace.h"
 
-/** An array of 528 slots or more is searched by fingerprints of its addresses. */
+/** An array of 528 slots or more has an index. */
 namespace {
 
 using kit::Scene;
@@ -118,26 +122,35 @@ TEST_F(LargeArray, FindsEachAddressAndNoOther) {
   EXPECT_EQ(qk_mem_get_ptr(handle, nth(3000)), nullptr);
 }
 
-TEST_F(LargeArray, DistinguishesAddressesThatAgreeIn16Bits) {
+TEST_F(LargeArray, FindsAddressesThatAreFarApart) {
   fill(600);
-  void* const far = kit::at(0x100030 + (std::uintptr_t{1} << 23));
-  EXPECT_EQ(qk_mem_get_ptr(handle, far), nullptr);
-  qk_mem_ptr* made = record(far);
-  EXPECT_EQ(qk_mem_get_ptr(handle, nth(0)), handle->ptrs[kArray].ptrs + 1);
-  EXPECT_EQ(qk_mem_get_ptr(handle, far), made);
-  forget(far);
+  const auto far = [](int i) {
+    return kit::at(0x100030 + (static_cast<std::uintptr_t>(i + 1) << 21));
+  };
+  for (int i = 0; i < 2000; ++i) record(far(i));
+  for (int i = 0; i < 2000; ++i) {
+    ASSERT_EQ(qk_mem_get_ptr(handle, far(i)), handle->ptrs[kArray].ptrs + 601 + i) << i;
+  }
+  EXPECT_EQ(kit::check_array(handle->ptrs[kArray]), "");
+  for (int i = 1999; i >= 0; --i) forget(far(i));
 }
 
-TEST_F(LargeArray, FindsAddressesWhose16BitsAreZero) {
+TEST_F(LargeArray, FindsTheLowestSlotOfAnAddressThatFillsIt) {
   fill(600);
-  void* const zero = kit::at((std::uintptr_t{1} << 40) + 0x30);
-  qk_mem_ptr* made = record(zero);
-  record(nth(700));
-  EXPECT_EQ(qk_mem_get_ptr(handle, zero), made);
-  forget(zero);
-  EXPECT_EQ(record(nth(701)), made) << "the slot is free again";
-  forget(nth(700));
-  forget(nth(701));
+  constexpr int kTimes = 3000;
+  void* const address = kit::at(0x7030);
+  for (int i = 0; i < kTimes; ++i) record(address);
+  const qk_mem_ptr* slots = handle->ptrs[kArray].ptrs;
+  // Slots that are in the middle become free and are taken again by the same address.
+  for (int i = 100; i < 110; ++i) forget(nth(i));
+  for (int i = 100; i < 110; ++i) record(address);
+  for (int i = 0; i < kTimes + 10; ++i) {
+    qk_mem_get_ptr(handle, nth(0));  // so that it isn't the slot used last
+    const std::ptrdiff_t lowest = i < 10 ? 101 + i : 591 + i;
+    ASSERT_EQ(qk_mem_get_ptr(handle, address) - slots, lowest) << i;
+    forget(address);
+  }
+  EXPECT_EQ(qk_mem_get_ptr(handle, address), nullptr);
 }
 
 TEST_F(LargeArray, FindsTheLowerSlotOfTwoRecords) {
@@ -173,6 +186,77 @@ TEST_F(LargeArray, LosesItsRecordsIfItCannotGrow) {
   EXPECT_EQ(qk_mem_get_ptr(handle, nth(0)), nullptr);
   EXPECT_EQ(record(nth(0)), nullptr) << "permanently";
   recorded = 0;
+}
+
+TEST_F(LargeArray, IsSearchedWithoutMemoryForAnIndex) {
+  fill(kBeforeLarge);
+  kit::fail_request(2);  // the first request is the larger array
+  fill(kBeforeLarge + 1);
+  EXPECT_TRUE(kit::has_failed());
+  EXPECT_EQ(qk::mem::index_of(handle->ptrs[kArray]), nullptr);
+  record(nth(5));
+  for (int i = 0; i <= kBeforeLarge; ++i) {
+    ASSERT_EQ(qk_mem_get_ptr(handle, nth(i)), handle->ptrs[kArray].ptrs + i + 1) << i;
+  }
+  for (const int i : {300, 20, 100}) forget(nth(i));
+  for (const int i : {20, 100, 300}) {
+    ASSERT_EQ(record(nth(i)), handle->ptrs[kArray].ptrs + i + 1);
+  }
+  forget(nth(5));
+  forget(nth(5));
+  record(nth(5));
+}
+
+TEST_F(LargeArray, GetsItsIndexWithALaterGrowth) {
+  fill(kBeforeLarge);
+  kit::fail_request(2);
+  fill(kBeforeLarge + 65);
+  EXPECT_NE(qk::mem::index_of(handle->ptrs[kArray]), nullptr);
+  EXPECT_EQ(kit::check_array(handle->ptrs[kArray]), "");
+}
+
+TEST_F(LargeArray, LosesItsIndexWithoutMemoryForALargerOne) {
+  fill(1039);  // 1040 slots; the index was made for 528 and has room for twice as many
+  ASSERT_NE(qk::mem::index_of(handle->ptrs[kArray]), nullptr);
+  kit::fail_request(2);
+  fill(1040);
+  EXPECT_TRUE(kit::has_failed());
+  EXPECT_EQ(qk::mem::index_of(handle->ptrs[kArray]), nullptr);
+  for (int i = 0; i < 1040; ++i) {
+    ASSERT_EQ(qk_mem_get_ptr(handle, nth(i)), handle->ptrs[kArray].ptrs + i + 1) << i;
+  }
+}
+
+TEST_F(LargeArray, KeepsTheErrorNumberWithoutMemoryForAnIndex) {
+  fill(kBeforeLarge);
+  kit::fail_request(2);
+  errno = 0;
+  fill(kBeforeLarge + 1);
+  EXPECT_TRUE(kit::has_failed());
+  EXPECT_EQ(errno, 0);
+}
+
+TEST_F(LargeArray, StaysInOrderOverRandomChanges) {
+  std::mt19937 random(20261122);
+  std::vector<int> used(500);  // how often each address is recorded
+  for (int round = 0; round < 20; ++round) {
+    for (int i = 0; i < 1000; ++i) {
+      const std::size_t which = random() % used.size();
+      void* const address = nth(static_cast<int>(which));
+      if (random() % 5 < (round < 10 ? 3 : 2)) {
+        record(address);
+        ++used[which];
+      } else if (used[which] != 0) {
+        forget(address);
+        --used[which];
+      }
+    }
+    ASSERT_EQ(kit::check_array(handle->ptrs[kArray]), "");
+  }
+  EXPECT_GE(handle->ptrs[kArray].capacity, 528);
+  for (std::size_t i = 0; i < used.size(); ++i) {
+    for (; used[i] != 0; --used[i]) forget(nth(static_cast<int>(i)));
+  }
 }
 
 /** The number of a handle's rows of each letter, in the order of letters. */
