@@ -32,6 +32,7 @@ set(library_sources
   diag/output_file.cpp
   diag/trace_file.cpp
 
+  table/block_index.cpp
   table/blocks.cpp
   table/first_fit.cpp
   table/pointer_array.cpp

@@ -111,8 +111,22 @@ Workload far_apart(std::size_t count) {
            releasing<Registered>("qkmem", count, Order::kNewestFirst, address)}};
 }
 
+Workload of_blocks(std::size_t count, const char* shown) {
+  const auto size = [](std::size_t /*index*/) { return std::size_t{32}; };
+  return {"oldest_first_" + std::to_string(count),
+          "BLOCKFREE handle: " + std::string(shown) + " pieces of 32 bytes, freed oldest first",
+          20,
+          static_cast<double>(count),
+          Threads::kOne,
+          {releasing<Malloc>("malloc", count, Order::kOldestFirst, size),
+           releasing<Qkmem>("qkmem", count, Order::kOldestFirst, size, "BLOCKMGMT BLOCKFREE")}};
+}
+
 }  // namespace
 
-std::vector<Workload> release_workloads() { return {of_one_array(1000000), far_apart(20000)}; }
+std::vector<Workload> release_workloads() {
+  return {of_one_array(1000000), far_apart(20000), of_blocks(20000, "20,000"),
+          of_blocks(1000000, "1,000,000")};
+}
 
 }  // namespace ratios

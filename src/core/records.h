@@ -36,6 +36,10 @@ struct qk_mem_ptr_array {
 
 struct qk_mem_handle;
 
+namespace qk::mem {
+class BlockIndex;
+}
+
 /** An accounting tag: the sums of all handles that carry it. */
 struct qk_mem_tag {
   char name[8];  // one or two characters, upper case; empty for the global tag
@@ -106,14 +110,15 @@ struct qk_mem_handle {
   std::uint8_t blockfree;
   std::uint32_t num_blocks;
   std::uint8_t baselined;
-  std::uint8_t registered;  // something was registered on it at least once
+  std::uint8_t registered;           // something was registered on it at least once
+  std::uint8_t has_tag_exclusively;  // the tag's sums change under this handle's mutex only
+  std::uint8_t counted_in_tag;       // is part of the tag's handle_count
   qk_mem_block* blocks;
   const char* file;
   std::int32_t line;
   qk_mem_ptr_array ptrs[8];
   qk::Mtx* mtx;                      // null unless MULTITHREADED
-  std::uint8_t has_tag_exclusively;  // the tag's sums change under this handle's mutex only
-  std::uint8_t counted_in_tag;       // is part of the tag's handle_count
+  qk::mem::BlockIndex* block_index;  // null until a search in many blocks
   qk_mem_skips skips;
   qk_mem_handle* next_survivor;  // among the handles that outlive the registry
 };

@@ -91,6 +91,7 @@ void release_block(qk_mem_handle& handle, qk_mem_block* block, const CallContext
 }
 
 void release_blocks(qk_mem_handle& handle, const CallContext& context) {
+  free_unless_kept(std::exchange(handle.block_index, nullptr));
   while (qk_mem_block* block = handle.blocks) {
     handle.blocks = block->next;
     release_block(handle, block, context);

@@ -1,7 +1,10 @@
 #include "table/blocks.h"
 
+#include <utility>
+
 #include "core/kinds.h"
 #include "core/system_memory.h"
+#include "table/block_index.h"
 #include "table/pointer_table.h"
 
 namespace qk::mem {
@@ -23,15 +26,35 @@ qk_mem_block* predecessor_of_big_block(const qk_mem_handle& handle) {
   return block->next == nullptr ? nullptr : block;
 }
 
+/** A full index is dropped, and the next search makes a larger one. */
+void note_in_index(BlockIndex*& index, qk_mem_block& block) {
+  if (index == nullptr) return;
+  if (index->is_full()) {
+    BlockIndex::destroy(std::exchange(index, nullptr));
+  } else {
+    index->add(block);
+  }
+}
+
 void link_block(qk_mem_handle& handle, qk_mem_block& block, std::size_t size) {
   assert_held(handle);
   qk_mem_block* before = is_big(handle, size) ? predecessor_of_big_block(handle) : nullptr;
   qk_mem_block*& link = before == nullptr ? handle.blocks : before->next;
   block.next = link;
   link = &block;
+  note_in_index(handle.block_index, block);
   qk::add(handle.num_blocks, 1);
   add_bytes(handle, ChargedTo::kData, bytes_of_block(block.capacity));
 }
+
+/** The block from `first` on that a pointer lies in, or null. */
+qk_mem_block* search(qk_mem_block* first, const void* ptr) {
+  while (first != nullptr && !lies_in(*first, ptr)) first = first->next;
+  return first;
+}
+
+/** A handle with no more blocks than this needs no index. */
+constexpr int kFewBlocks = 16;
 
 }  // namespace
 
@@ -70,12 +93,14 @@ void* take_from_new_block(qk_mem_handle& handle, qk_mem_block& block, std::size_
 
 qk_mem_block* block_of(qk_mem_handle& handle, const void* ptr) {
   assert_held(handle);
-  const auto address = reinterpret_cast<std::uintptr_t>(ptr);
-  for (qk_mem_block* block = handle.blocks; block != nullptr; block = block->next) {
-    const auto data = reinterpret_cast<std::uintptr_t>(data_of(*block));
-    if (address >= data && address - data < block->capacity) return block;
+  if (handle.block_index != nullptr) return handle.block_index->containing(ptr);
+  qk_mem_block* block = handle.blocks;
+  for (int i = 0; i < kFewBlocks && block != nullptr; ++i, block = block->next) {
+    if (lies_in(*block, ptr)) return block;
   }
-  return nullptr;
+  if (block == nullptr) return nullptr;
+  handle.block_index = BlockIndex::make(handle.blocks);
+  return handle.block_index == nullptr ? search(block, ptr) : handle.block_index->containing(ptr);
 }
 
 void reclaim(qk_mem_handle& handle, qk_mem_block& block, const void* ptr, std::uint64_t amount) {

@@ -24,6 +24,13 @@ namespace qk::mem {
   return reinterpret_cast<char*>(&block) + Qk_mem_blocksize;
 }
 
+/** Whether a pointer lies in the data area of a block. */
+[[nodiscard]] inline bool lies_in(qk_mem_block& block, const void* ptr) {
+  const auto address = reinterpret_cast<std::uintptr_t>(ptr);
+  const auto data = reinterpret_cast<std::uintptr_t>(data_of(block));
+  return address >= data && address - data < block.capacity;
+}
+
 /** Bytes of the data area of a new block for a request: at least the handle's block size. */
 [[nodiscard]] inline std::uint64_t capacity_for(const qk_mem_handle& handle, std::size_t size) {
   return size < handle.blocksize ? handle.blocksize : size;

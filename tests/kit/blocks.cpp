@@ -3,6 +3,7 @@
 #include <cstdlib>
 
 #include "core/registry.h"
+#include "table/block_index.h"
 #include "tests/kit/scene.h"
 
 namespace kit {
@@ -46,6 +47,7 @@ StandaloneBlocks::StandaloneBlocks(std::uint64_t blocksize, std::initializer_lis
 }
 
 StandaloneBlocks::~StandaloneBlocks() {
+  qk::mem::BlockIndex::destroy(record.block_index);
   while (qk_mem_block* block = record.blocks) {
     record.blocks = block->next;
     std::free(block);
