@@ -16,6 +16,9 @@ struct Retired {
 };
 constinit Retired* retired QK_GUARDED_BY(Qk_mem_mtx) = nullptr;
 
+/** The array that was made last, and its slots, of which only the first ones may be in use. */
+constinit HandleSlots made_last QK_GUARDED_BY(Qk_mem_mtx) = {nullptr, 0};
+
 /** Near the end of the handle array, a thread that creates a handle may be replacing it. */
 constexpr std::int32_t kGrowthMargin = 10;
 
@@ -112,6 +115,24 @@ void empty_handle_slot(std::int32_t index) {
   if (number < taken.limit()) taken.remove(number);
 }
 
+qk_mem_handle** handle_array_for(std::int32_t count) {
+  assert_registry_held();
+  const HandleSlots old = handle_slots();
+  const bool may_be_read = !qk::is_single_threaded();
+  if (may_be_read && old.slots != nullptr && old.slots == made_last.slots &&
+      count <= made_last.count) {
+    return old.slots;
+  }
+  // Old arrays are kept as long as they may be read. Doubling keeps them small.
+  const auto slots = static_cast<std::size_t>(count) * (may_be_read ? 2 : 1);
+  auto* array =
+      static_cast<qk_mem_handle**>(own_memory::allocate_zeroed(slots, sizeof(qk_mem_handle*)));
+  if (array == nullptr) return nullptr;
+  std::copy_n(old.slots, old.count, array);
+  made_last = {array, static_cast<std::int32_t>(slots)};
+  return array;
+}
+
 void replace_handle_array(qk_mem_handle** array, std::int32_t count) {
   assert_registry_held();
   if (fast_slots.count != 0) {
@@ -128,12 +149,12 @@ void replace_handle_array(qk_mem_handle** array, std::int32_t count) {
 
 void release_handle_array(qk_mem_handle** array) {
   assert_registry_held();
+  if (array == Qk_mem_handles) return;
   if (qk::is_single_threaded()) {
     own_memory::release(array);
     return;
   }
-  // Look-ups take no lock, so another thread may be reading this array. Arrays grow in large steps,
-  // so there are few old ones: they are kept reachable instead.
+  // Look-ups take no lock, so another thread may be reading this array. It is kept reachable instead.
   if (auto* entry = static_cast<Retired*>(own_memory::allocate(sizeof(Retired)))) {
     *entry = {array, retired};
     retired = entry;

@@ -14,7 +14,7 @@
  *     real_slots     the number of slots, which a reader reads first
  *     Qk_mem_handles -> [ handle 1 | handle 2 | null | handle 4 | … ]
  *
- *     grow      new array, then the count     an old count fits the new array
+ *     grow      new array, then the count     an old count fits the new array, or the array has room
  *     retire    count 0, then no array        a reader with an old count has the old array or null
  *
  * Each step is published, so a reader that has read the count can't run past the end of the array
@@ -88,12 +88,19 @@ void fill_handle_slot(std::int32_t index, qk_mem_handle& handle) QK_REQUIRES(Qk_
 /** Empties the slot of a handle. Needs the registry's lock. */
 void empty_handle_slot(std::int32_t index) QK_REQUIRES(Qk_mem_mtx);
 
+/**
+ * An array for replace_handle_array() that has the present handles and room for `count`. If other
+ * threads may be reading the present array, it grows in place as long as it has room, and a new one
+ * has room for twice as many. Null, with errno, if there is no memory. Needs the registry's lock.
+ */
+[[nodiscard]] qk_mem_handle** handle_array_for(std::int32_t count) QK_REQUIRES(Qk_mem_mtx);
+
 /** Makes `array` of `count` slots the handle array. Needs the registry's lock. */
 void replace_handle_array(qk_mem_handle** array, std::int32_t count) QK_REQUIRES(Qk_mem_mtx);
 
 /**
  * Frees a handle array that was replaced, unless other threads may still be reading it: then it is
- * kept for good. Needs the registry's lock.
+ * kept for good. Does nothing to the present array. Needs the registry's lock.
  */
 void release_handle_array(qk_mem_handle** array) QK_REQUIRES(Qk_mem_mtx);
 

@@ -1,5 +1,4 @@
 // Creation of a handle.
-#include <algorithm>
 #include <optional>
 
 #include "accounting/pieces.h"
@@ -26,34 +25,28 @@ namespace {
 
 constexpr std::uint64_t kDefaultBlocksize = 2048;
 
-/** The handle array before and after it was replaced, until that is recorded. */
+/** The handle array before and after a growth, until that is recorded. Both can be the same. */
 struct ArrayChange {
   qk_mem_handle** before;
   qk_mem_handle** now;
 };
 
-qk_mem_handle** allocate_array(std::int32_t slots) {
-  return static_cast<qk_mem_handle**>(
-      own_memory::allocate_zeroed(static_cast<std::size_t>(slots), sizeof(qk_mem_handle*)));
-}
-
 /**
- * Replaces the handle array by a larger one. Qk_mem_avail_handles is raised first and stays raised
+ * Makes the handle array larger. Qk_mem_avail_handles is raised first and stays raised
  * if there is no memory; `real_slots` is the true length.
  */
 std::optional<ArrayChange> grow_handle_array(const CallContext& context) QK_REQUIRES(Qk_mem_mtx) {
   assert_registry_held();
-  const HandleSlots old = handle_slots();
+  qk_mem_handle** before = handle_slots().slots;
   qk::store(Qk_mem_avail_handles, Qk_mem_avail_handles + kHandleStep);
-  qk_mem_handle** array = allocate_array(Qk_mem_avail_handles);
+  qk_mem_handle** array = handle_array_for(Qk_mem_avail_handles);
   if (array == nullptr) {
     report_failure(context, "calloc of handle array failed");
     return std::nullopt;
   }
-  std::copy_n(old.slots, old.count, array);
   replace_handle_array(array, Qk_mem_avail_handles);
   restore_surviving_handles();
-  return ArrayChange{old.slots, array};
+  return ArrayChange{before, array};
 }
 
 /** The slot of the lowest free number. kNoHandleSlot if the array has none, which is reported. */

@@ -3,8 +3,11 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
+#include <future>
 #include <initializer_list>
+#include <set>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "accounting/kept_calls.h"
@@ -247,6 +250,72 @@ TEST(HandleArray, StaysUnrecordedWhenHandle1CannotRecord) {
   EXPECT_EQ(scene.trace(), "");
   EXPECT_EQ(kit::overhead_of(1), sums);
   std::free(array);
+}
+
+/** A second thread, which does nothing. */
+class IdleThread {
+ public:
+  IdleThread() : thread_([this] { end_.get_future().wait(); }) {}
+  IdleThread(const IdleThread&) = delete;
+  IdleThread& operator=(const IdleThread&) = delete;
+  ~IdleThread() {
+    end_.set_value();
+    thread_.join();
+  }
+
+ private:
+  std::promise<void> end_;
+  std::thread thread_;
+};
+
+TEST(HandleArrayBesideAThread, IsReplacedFewTimes) {
+  Scene scene("");
+  const IdleThread other;
+  std::set<qk_mem_handle**> arrays;
+  qk_mem_init();
+  for (int count = 2; count < 20000; ++count) {
+    ASSERT_EQ(int{Pool()}, count + 1);
+    arrays.insert(Qk_mem_handles);
+  }
+  EXPECT_EQ(Qk_mem_avail_handles, 20480);
+  EXPECT_LE(arrays.size(), 6U) << "room for 1024, 3072, 7168, 15360 and 31744 handles";
+  for (const int hid : {1, 513, 1024, 1025, 3072, 3073, 20000}) EXPECT_EQ(handle_of(hid).id, hid);
+}
+
+TEST(HandleArrayBesideAThread, IsRecordedAgainWhenItGrowsInPlace) {
+  Scene scene(Environment{"DEBUG", "DB", ""});
+  const IdleThread other;
+  have_handles(512);
+  scene.skip_log();
+  scene.skip_trace();
+  qk_mem_handle** array = Qk_mem_handles;
+  Pool pool;
+  EXPECT_EQ(Qk_mem_handles, array);
+  EXPECT_EQ(Qk_mem_avail_handles, 1024);
+  EXPECT_EQ(scene.log("qk_mem_handle_array"),
+            "   qk_mem_handle_array:   1 [p1] F qkmem.cpp:#; H 512/8 qkmem.cpp:#\n"
+            "   qk_mem_handle_array:   1 [p1] H 1024/8 qkmem.cpp:#\n");
+  EXPECT_EQ(record_of_array()->count, 1024U);
+  EXPECT_EQ(record_of_array()->size, 8U);
+}
+
+TEST(HandleArrayBesideAThread, KeepsAnArrayInPlaceForAHandleThatIsRefused) {
+  Scene scene("");
+  const IdleThread other;
+  have_handles(512);
+  EXPECT_EQ(qk_mem_inew_handle("BAD", "", "src/app.c", 5), 0);
+  EXPECT_EQ(handle_of(512).id, 512);
+  EXPECT_EQ(int{Pool()}, 513);
+  EXPECT_EQ(handle_of(1).id, 1);
+}
+
+TEST(HandleArrayBesideAThread, LeavesNothingToFindBehindItsSlots) {
+  Scene scene("");
+  const IdleThread other;
+  have_handles(512);
+  for (const int hid : {513, 1024}) {
+    EXPECT_EQ(qk_mem_isize(hid, "src/app.c", 5), static_cast<std::size_t>(-1));
+  }
 }
 
 TEST(FailedHandleArrayGrowth, RefusesAHandleButRaisesTheSlotCount) {
