@@ -126,7 +126,7 @@ Workload of_blocks(std::size_t count, const char* shown) {
 
 std::vector<Workload> release_workloads() {
   return {of_one_array(1000000), far_apart(20000), of_blocks(20000, "20,000"),
-          of_blocks(1000000, "1,000,000")};
+          of_blocks(250000, "250,000")};
 }
 
 }  // namespace ratios
