@@ -6,13 +6,13 @@ usage: check_instructions.py PROGRAM FIGURES [WORKLOAD]
 
 PROGRAM is the built bench/ratios. FIGURES has a line for each workload: its name and the
 instructions per operation. Above them it names the compiler and the C library of the figures. Each
-figure is the difference between two runs of different lengths under callgrind, which leaves out the
-start-up.
+figure is the difference between a short and a long run under callgrind, divided by the difference
+in operations, so that start-up doesn't count.
 
 The exit code is 1 if a figure differs by more than a tenth: a higher count is a slow-down, and
 after a lower one the old figure would hide the next slow-down. --update writes FIGURES for the same
-workloads instead. The exit code is 77, which CTest shows as skipped, without valgrind or with
-another compiler or C library.
+workloads instead. The exit code is 77, which CTest shows as skipped, without valgrind and, unless
+--update is given, with another compiler or C library.
 """
 
 import argparse

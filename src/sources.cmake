@@ -40,9 +40,9 @@ set(library_sources
   table/slot_index.cpp
   table/tags.cpp
 
+  accounting/bookkeeping_calls.cpp
   accounting/handle_lookup.cpp
   accounting/kept_calls.cpp
-  accounting/overhead.cpp
   accounting/pieces.cpp
   accounting/recording.cpp
   accounting/tag_calls.cpp

@@ -80,7 +80,7 @@ Workload replacing_one_of(std::size_t count, const char* shown, double reach) {
        replacing<Talloc>("talloc", count),
 #endif
        replacing<HashTable>("hash table", count)}};
-  // With more pointers a run takes milliseconds and would only delay the others.
+  // With more pointers it is so slow that it would only lengthen the measurement of the others.
   if (count <= 10000) {
     workload.contestants.push_back(replacing<LinearSearch>("linear search", count));
   }

@@ -3,7 +3,7 @@
 
 usage: check_drop_in.py ROOT
 
-Runs the command in a folder with copies of include/ and src/ and a program, and then the program.
+Copies include/, src/ and a small program to a folder, runs the command there, then the program.
 """
 
 import pathlib

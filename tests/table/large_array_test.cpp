@@ -27,7 +27,7 @@ using kit::Scene;
 
 constexpr int kBeforeLarge = 463;  // pointers that fill the 464 slots of an array
 
-/** The array of the made-up addresses, which holds none of the handle's own memory. */
+/** The array of the made-up addresses. Of the handle's own memory it holds its own record only. */
 constexpr int kArray = 3;
 
 /** Made-up addresses that all belong to one array. */
@@ -141,7 +141,7 @@ TEST_F(LargeArray, FindsTheLowestSlotOfAnAddressThatFillsIt) {
   void* const address = kit::at(0x7030);
   for (int i = 0; i < kTimes; ++i) record(address);
   const qk_mem_ptr* slots = handle->ptrs[kArray].ptrs;
-  // Slots that are in the middle become free and are taken again by the same address.
+  // Slots below all those of the address become free, and it takes them.
   for (int i = 100; i < 110; ++i) forget(nth(i));
   for (int i = 100; i < 110; ++i) record(address);
   for (int i = 0; i < kTimes + 10; ++i) {
