@@ -14,6 +14,7 @@ import sys
 STATUS = "qkmem/status.h"
 C_HEADER = "qkmem/qkmem.h"
 FRONT = "qkmem/qkmem.hpp"
+HANDLE = "qkmem/handle.hpp"
 
 # What the files of a folder may include, besides files of the same folder. Includes folders that
 # don't exist yet, for planned features.
@@ -31,7 +32,12 @@ LIFE = ENTRY + ["src/alloc", "src/handle", "src/config", "src/report"]
 ALLOWED = {
     "include/qkmem/status.h": [],
     "include/qkmem/qkmem.h": [STATUS],
-    "include/qkmem/qkmem.hpp": [C_HEADER],
+    "include/qkmem/arrays.hpp": [C_HEADER],
+    "include/qkmem/handle.hpp": [C_HEADER],
+    "include/qkmem/containers.hpp": [HANDLE],
+    "include/qkmem/objects.hpp": [HANDLE],
+    "include/qkmem/qkmem.hpp": ["qkmem/arrays.hpp", "qkmem/containers.hpp", HANDLE,
+                                "qkmem/objects.hpp"],
     "src/support": SUPPORT,
     "src/formats": FORMATS,
     "src/core": CORE,

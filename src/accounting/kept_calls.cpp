@@ -47,7 +47,7 @@ void qk_mem_free_ptr(qk_mem_handle* handle, qk_mem_ptr* record) {
 void* qk_mem_block_alloc(qk_mem_handle* handle, std::size_t size, int alignment, const char* file,
                          int line, qk_mem_debug* entry) {
   return allocate_piece(*handle, size, alignment,
-                        CallContext("qk_mem_new_block", file, line, *entry));
+                        CallContext(names_of(Routine::kNewBlock).logged, file, line, *entry));
 }
 
 qk_mem_ptr* qk_mem_block_free(qk_mem_handle* handle, void* ptr, qk_mem_ptr* record,

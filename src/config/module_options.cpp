@@ -59,7 +59,7 @@ extern "C" int qk_mem_options(const char* options, qk::Status* status) {
   if (qk_strlen(chosen) == 0) return status->code;
   OptionText text(chosen);
   // A variable is cut to the length of an option string, as the other two are.
-  if (takes_environment(options)) text = OptionText(text.text());
+  if (takes_environment(options)) text.accept_cut();
   if (text.too_long()) {
     return refuse_length(*status, kRoutine, own::kOptionsTooLong, "options", text.length());
   }

@@ -29,6 +29,9 @@ class OptionText {
   [[nodiscard]] int length() const { return static_cast<int>(length_); }
   [[nodiscard]] char* text() { return text_; }
 
+  /** Accepts a string that is too long as what the copy has of it. */
+  void accept_cut() { length_ = qk_strlen(text_); }
+
  private:
   std::size_t length_;
   char text_[kMaxOptions + 1] = {};

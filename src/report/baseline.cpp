@@ -10,7 +10,7 @@
 namespace qk::mem {
 namespace {
 
-constexpr char kRoutine[] = "qk_mem_baseline";
+constexpr const char* kRoutine = names_of(Routine::kBaseline).logged;
 
 void log_start(const char* filter, bool logged) {
   if (!logged) return;

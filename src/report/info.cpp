@@ -137,7 +137,7 @@ int refuse(int code) {
 
 void log_answer(const char* query, const char* filter, std::int64_t answer) {
   if (!logs_events(switches_of(Routine::kInfo))) return;
-  qk_mem_write_log("   %s:         Answer to %s with %s is %zd\n", "qk_mem_info",
+  qk_mem_write_log("   %s:         Answer to %s with %s is %zd\n", names_of(Routine::kInfo).logged,
                    query == nullptr ? "" : query, filter == nullptr ? "" : filter, answer);
 }
 

@@ -66,7 +66,11 @@ inline T add(T& variable, std::type_identity_t<T> by) noexcept {
 /** Sets bits of a variable in which other threads may be setting others. */
 template <class T>
 inline void set_bits(T& variable, std::type_identity_t<T> bits) noexcept {
-  atomic(variable).fetch_or(bits, std::memory_order_relaxed);
+  if (is_single_threaded()) [[likely]] {
+    store(variable, static_cast<T>(load(variable) | bits));
+  } else {
+    atomic(variable).fetch_or(bits, std::memory_order_relaxed);
+  }
 }
 
 template <class T>
