@@ -73,7 +73,7 @@ class DeletionRules : public WalkRules {
 /** The handle array outlives the overhead handle: its record is kept to be announced at exit. */
 void keep_handle_array_record(qk_mem_handle& overhead, const CallContext& context) {
   const RegistryLock lock;
-  const auto removed = remove_pointer(overhead, Qk_mem_handles, Removal::kKeepingSums);
+  const auto removed = remove_pointer(overhead, Qk_mem_handles, Removal::kByKind);
   if (removed) {
     Qk_mem_handles_ptr = removed->record;
   } else if (logs_errors(context)) {
@@ -83,7 +83,7 @@ void keep_handle_array_record(qk_mem_handle& overhead, const CallContext& contex
 
 void release_block(qk_mem_handle& handle, qk_mem_block* block, const CallContext& context) {
   std::optional<Removed> removed;
-  if (handle.track_blocks != 0) removed = remove_pointer(handle, block, Removal::kKeepingSums);
+  if (handle.track_blocks != 0) removed = remove_pointer(handle, block, Removal::kByKind);
   free_unless_kept(block);
   if (!removed) return;
   announce_released(lines::kReleasedInWalk, context, handle.id, event::kFree, removed->record,

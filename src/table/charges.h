@@ -32,8 +32,7 @@ enum class Removal {
   kByFree,        // data; on a block-managed handle external memory only
   kByRealloc,     // data; nothing on a block-managed handle
   kByDeregister,  // data
-  kOfTracker,     // overhead
-  kKeepingSums    // none: the bytes stay in the sums
+  kOfTracker      // overhead
 };
 
 /** The sum that loses the bytes of a record of `kind`. */
@@ -49,8 +48,6 @@ enum class Removal {
       return ChargedTo::kData;
     case Removal::kOfTracker:
       return ChargedTo::kOverhead;
-    case Removal::kKeepingSums:
-      return ChargedTo::kNothing;
     case Removal::kByKind:
       break;
   }

@@ -11,6 +11,7 @@
 #include "core/registry.h"
 #include "core/switches.h"
 #include "diag/trace_file.h"
+#include "tests/kit/failing_allocator.h"
 #include "tests/kit/scene.h"
 
 /** Calls that are neither checked nor traced take the fast path. */
@@ -145,6 +146,19 @@ TEST(FastPath, LeavesTheSameAccountingAsTheSlowPath) {
     EXPECT_GT(accounting.size(), 10000U);
     EXPECT_EQ(accounting, kit::contents("slow.txt")) << "seed " << seed;
   }
+}
+
+TEST(FastPath, KeepsTheSumsOnAFailedRealloc) {
+  const Scene scene;
+  const int hid = qk_mem_inew_handle("", "AB", "src/app.c", 3);
+  void* memory = qk_mem_imalloc(hid, 10, 16, "src/app.c", 4);
+  const std::string data = kit::data_of(hid);
+  kit::fail_request(1);
+  EXPECT_EQ(qk_mem_irealloc(hid, memory, 20, 16, "src/app.c", 5), nullptr);
+  EXPECT_EQ(kit::data_of(hid), data);
+  EXPECT_EQ(kit::tag_of("AB"), data);
+  EXPECT_EQ(qk_mem_isize(hid, "src/app.c", 6), 10U);
+  qk_mem_ifree(hid, memory, "src/app.c", 7);
 }
 
 }  // namespace

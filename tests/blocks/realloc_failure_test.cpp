@@ -174,6 +174,22 @@ TEST(ReallocOfForeignMemory, FreesExternalMemoryThatIsTooSmall) {
   EXPECT_EQ(ledger.trace(), "3 r [p1] 1 17 other.c 80 0\n");
 }
 
+TEST(ReallocOfForeignMemory, KeepsFreedExternalBytesInTheSums) {
+  Ledger ledger(Environment{"EXCEPTIONS", "", ""}, kFreeing);
+  void* memory = hold_foreign(ledger, 'X');
+  EXPECT_EQ(ledger.sums(), "handle 2 for 112, tag 2 for 112, events 1");
+  resize(ledger.pool, memory, 17);
+  EXPECT_EQ(ledger.sums(), "handle 2 for 112, tag 2 for 112, events 2");
+}
+
+TEST(ReallocOfForeignMemory, KeepsResizedExternalBytesInTheSums) {
+  Ledger ledger(Environment{"EXCEPTIONS", "", ""}, kFreeing);
+  void* memory = hold_foreign(ledger, 'X');
+  EXPECT_EQ(resize(ledger.pool, memory, 16), memory);
+  EXPECT_EQ(ledger.sums(), "handle 2 for 112, tag 2 for 112, events 2");
+  std::free(memory);
+}
+
 TEST(ReallocOfForeignMemory, KeepsExternalMemoryThatIsLargeEnough) {
   Ledger ledger(Environment{"DEBUG", "DB", ""}, kFreeing);
   void* memory = hold_foreign(ledger, 'X');

@@ -174,7 +174,9 @@ TEST_F(DeleteWithObjects, DestroysAnAddressWithManyRecordsOnce) {
   Scene scene("");
   const Pool pool;
   for (int i = 0; i < kRecords; ++i) {
-    register_ptr(pool, QK_MEM_OBJECT, tracker(i == 0 ? "first" : "other", at(0x5000)), 1);
+    LoggingTracker* const both = tracker(i == 0 ? "first" : "other", at(0x5000));
+    register_ptr(pool, QK_MEM_OBJECT, both, 1);
+    register_ptr(pool, QK_MEM_OBJECT, both, 1);
   }
   EXPECT_EQ(destroy(pool), 0);
   EXPECT_EQ(destroyed_.substr(0, 25), "first destroys its object");

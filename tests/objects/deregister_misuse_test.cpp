@@ -242,6 +242,14 @@ TEST_F(DeregisterMisuse, DoesNotIncludeAllocatedMemory) {
   std::free(memory);
 }
 
+TEST(DeregisterOfAPiece, SubtractsItsBytesFromTheSums) {
+  Ledger ledger(Environment{"EXCEPTIONS", "", ""}, "BLOCKMGMT BLOCKFREE BLOCKSIZE=64");
+  void* piece = qk_mem_imalloc(ledger.pool, 10, 1, "src/app.c", 12);
+  EXPECT_EQ(ledger.sums(), "handle 2 for 96, tag 2 for 96, events 1");
+  deregister_ptr(ledger.pool, QK_MEM_EXTERNAL, piece);
+  EXPECT_EQ(ledger.sums(), "handle 1 for 86, tag 1 for 86, events 2");
+}
+
 TEST_F(DeregisterMisuse, WarnsIfOnlyTheTrackerHasNoRecord) {
   Ledger ledger("EXCEPTIONS");
   LoggingTracker* const own = tracker();
