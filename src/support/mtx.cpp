@@ -4,6 +4,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <bit>
 #include <cerrno>
 
 namespace qk {
@@ -21,23 +22,26 @@ class KeepErrno {
   int saved_;
 };
 
-void futex(std::atomic<int>& word, int operation, int value) noexcept {
-  static_assert(sizeof word == sizeof(int) && std::atomic<int>::is_always_lock_free);
+int* lower_half(LinuxThreads::Word& word) noexcept {
+  static_assert(sizeof word == sizeof(std::uint64_t) && LinuxThreads::Word::is_always_lock_free);
+  return reinterpret_cast<int*>(&word) + (std::endian::native == std::endian::little ? 0 : 1);
+}
+
+void futex(LinuxThreads::Word& word, int operation, int value) noexcept {
   const KeepErrno keep;
-  syscall(SYS_futex, &word, operation | FUTEX_PRIVATE_FLAG, value, nullptr, nullptr, 0);
+  syscall(SYS_futex, lower_half(word), operation | FUTEX_PRIVATE_FLAG, value, nullptr, nullptr, 0);
 }
 
 }  // namespace
 
-void Mtx::wait_and_take() noexcept {
-  // The word stays kContended after this thread gets the lock, because it can't know whether other
-  // threads sleep too. At worst that costs one needless wake-up.
-  while (state_.exchange(kContended, std::memory_order_acquire) != kFree) {
-    futex(state_, FUTEX_WAIT, kContended);
-  }
-  become_owner();
+/**
+ * Two owners can have the same lower half. A thread that takes one for the other sleeps while the
+ * lock is taken and marked with kSleepers, which is what it waited for.
+ */
+void LinuxThreads::sleep(Word& word, std::uint64_t seen) noexcept {
+  futex(word, FUTEX_WAIT, static_cast<int>(static_cast<std::uint32_t>(seen)));
 }
 
-void Mtx::wake_one() noexcept { futex(state_, FUTEX_WAKE, 1); }
+void LinuxThreads::wake(Word& word) noexcept { futex(word, FUTEX_WAKE, 1); }
 
 }  // namespace qk

@@ -31,6 +31,7 @@ class Mtx : private RealMtx {
   }
   using RealMtx::assert_held;
   using RealMtx::held;
+  using RealMtx::wake_sleeper;
 };
 
 }  // namespace qk
