@@ -3,15 +3,21 @@
 set(library_sources
   qkmem.cpp
 
+  support/allocator_code.cpp
   support/assertion.cpp
+  support/end_runner.cpp
+  support/ending_signals.cpp
   support/exit_handlers.cpp
   support/format.cpp
   support/hash.cpp
+  support/interrupted_thread.cpp
   support/line.cpp
   support/mtx.cpp
   support/number_set.cpp
   support/options.cpp
+  support/page_buffer.cpp
   support/signal_names.cpp
+  support/stack_switch.cpp
   support/status.cpp
   support/system.cpp
   support/text.cpp
@@ -67,9 +73,7 @@ set(library_sources
 
   config/debug_config.cpp
   config/debug_environment.cpp
-  config/debug_environment.cpp
   config/debug_settings.cpp
-  config/module_options.cpp
   config/dump_config.cpp
   config/log_destination.cpp
   config/module_options.cpp
@@ -87,7 +91,6 @@ set(library_sources
   life/cleanup.cpp
   life/fork.cpp
   life/interruption.cpp
-  life/staged_log.cpp
   life/startup.cpp
 )
 list(TRANSFORM library_sources PREPEND "${CMAKE_CURRENT_LIST_DIR}/")

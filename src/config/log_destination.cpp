@@ -33,7 +33,11 @@ bool choose_log(const LogChoice& choice, const char* routine) {
   FILE* stream = open_destination(name, choice.append, routine);
   if (stream == nullptr) return false;
   // Before it becomes the log, to which other threads write.
-  if (choice.flush) unbuffer(stream);
+  if (choice.flush) {
+    unbuffer(stream);
+  } else if (!is_standard_stream(stream)) {
+    provide_log_buffer(stream);
+  }
   replace_log(stream);
   return true;
 }

@@ -1,11 +1,13 @@
 #include "diag/log.h"
 
+#include <atomic>
 #include <cstdarg>
 #include <cstring>
 
 #include "diag/output_file.h"
 #include "support/format.h"
 #include "support/mtx_lock.h"
+#include "support/page_buffer.h"
 #include "support/shared_variable.h"
 
 constinit FILE* Qk_mem_log = nullptr;
@@ -19,6 +21,13 @@ namespace {
  * it.
  */
 constinit qk::Mtx log_mutex;
+
+/** Lines between stage_lines() and commit_lines(). */
+constinit qk::PageBuffer staged_lines QK_GUARDED_BY(log_mutex);
+constinit std::atomic<bool> are_lines_staged{false};
+
+/** Of the one log that is open at a time. */
+constinit StreamBuffer log_buffer = {};
 
 bool ends_with_newline(const char* format) {
   const std::size_t length = std::strlen(format);
@@ -39,7 +48,32 @@ int write_bytes(FILE* stream, const char* bytes, int length) {
 
 }  // namespace
 
+namespace {
+
+void write_staged_lines() QK_REQUIRES(log_mutex) {
+  log_mutex.assert_held();
+  are_lines_staged = false;
+  const std::string_view lines = staged_lines.text();
+  if (Qk_mem_log != nullptr && !lines.empty()) {
+    std::fwrite(lines.data(), 1, lines.size(), Qk_mem_log);
+  }
+  staged_lines.clear();
+}
+
+/** Without memory for the lines, the log gets them as they come. */
+bool stage_line(const FILE* stream, std::string_view line) {
+  if (!are_lines_staged) return false;
+  const qk::MtxLock lock(log_mutex);
+  if (!are_lines_staged || stream != Qk_mem_log) return false;
+  if (staged_lines.append(line)) return true;
+  write_staged_lines();
+  return false;
+}
+
+}  // namespace
+
 int write_line(FILE* stream, std::string_view line) {
+  if (stage_line(stream, line)) return static_cast<int>(line.size());
   const bool written = std::fwrite(line.data(), 1, line.size(), stream) == line.size();
   return written ? static_cast<int>(line.size()) : EOF;
 }
@@ -58,6 +92,8 @@ void replace_log(FILE* stream) {
   if (before != nullptr && !is_standard_stream(before)) std::fclose(before);
 }
 
+void provide_log_buffer(FILE* stream) { provide_buffer(stream, log_buffer); }
+
 void flush_log() {
   const qk::MtxLock lock(log_mutex);
   if (Qk_mem_log != nullptr) std::fflush(Qk_mem_log);
@@ -68,6 +104,18 @@ void unbuffer_log() {
   if (Qk_mem_log != nullptr) unbuffer(Qk_mem_log);
 }
 
+void stage_lines() {
+  const qk::MtxLock lock(log_mutex);
+  are_lines_staged = Qk_mem_log != nullptr;
+}
+
+void commit_lines() {
+  const qk::MtxLock lock(log_mutex);
+  write_staged_lines();
+  // A standard stream is not closed before the signal ends the process.
+  if (Qk_mem_log != nullptr) std::fflush(Qk_mem_log);
+}
+
 void hold_log() QK_UNCHECKED_LOCKING {
   log_mutex.lock();
   flush_log();
@@ -76,6 +124,8 @@ void hold_log() QK_UNCHECKED_LOCKING {
 void let_log_go() QK_UNCHECKED_LOCKING { log_mutex.unlock(); }
 
 bool holds_log() { return log_mutex.held(); }
+
+void wake_log_waiter() { log_mutex.wake_sleeper(); }
 
 }  // namespace qk::mem
 

@@ -42,11 +42,23 @@ FILE* exchange_log(FILE* stream);
 /** The same, and closes the stream before unless it is a standard one. */
 void replace_log(FILE* stream);
 
+/** Gives a stream that becomes the log, or is the log at a signal, a buffer of its own. */
+void provide_log_buffer(FILE* stream);
+
 /** Flushes the log. */
 void flush_log();
 
 /** Flushes the log, and writes each line at once from now on. */
 void unbuffer_log();
+
+/**
+ * Collects all lines of the log from now on, and hands them to it at once, in commit_lines().
+ *
+ * A signal can stop a thread under a lock, so that a report may never be finished: the process is
+ * then ended by force. The log gets the whole report or none of it.
+ */
+void stage_lines();
+void commit_lines();
 
 /** Flushes the log and locks it against other writers until let_log_go(). */
 void hold_log();
@@ -54,6 +66,9 @@ void let_log_go();
 
 /** Whether the calling thread is writing to the log. */
 [[nodiscard]] bool holds_log();
+
+/** Lets a thread that waits for the log look again, see Mtx::wake_sleeper(). */
+void wake_log_waiter();
 
 }  // namespace qk::mem
 

@@ -1,6 +1,7 @@
 #include "diag/output_file.h"
 
 #include <fcntl.h>
+#include <stdio_ext.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -57,6 +58,22 @@ FILE* open_output(const char* routine, const char* name, const char* mode) {
                 qk_error_msg_r(error, text, sizeof text));
   }
   return stream;
+}
+
+void provide_buffer(FILE* stream, StreamBuffer& buffer) {
+  const int saved = errno;
+  ::flockfile(stream);
+  if (::__fbufsize(stream) == 0) {
+    const int descriptor = ::fileno(stream);
+    struct stat status = {};
+    const bool is_known = ::fstat(descriptor, &status) == 0;
+    const bool is_small = is_known && status.st_blksize > 0 && status.st_blksize < BUFSIZ;
+    const std::size_t size = is_small ? static_cast<std::size_t>(status.st_blksize) : BUFSIZ;
+    const bool is_terminal = is_known && S_ISCHR(status.st_mode) && ::isatty(descriptor) != 0;
+    std::setvbuf(stream, buffer.bytes, is_terminal ? _IOLBF : _IOFBF, size);
+  }
+  ::funlockfile(stream);
+  errno = saved;
 }
 
 void unbuffer(FILE* stream) {

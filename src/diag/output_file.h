@@ -18,6 +18,20 @@ namespace qk::mem {
  */
 [[nodiscard]] FILE* open_output(const char* routine, const char* name, const char* mode);
 
+/** Memory for the buffer of a stream. */
+struct StreamBuffer {
+  char bytes[BUFSIZ];
+};
+
+/**
+ * Gives a stream without a buffer one of the size and mode that stdio chooses at the first write.
+ * Stdio allocates it then, and a signal in the middle of that would leave a stream that can't be
+ * written to any more.
+ *
+ * @param buffer  must outlive the stream, or its next setvbuf().
+ */
+void provide_buffer(FILE* stream, StreamBuffer& buffer);
+
 /** Flushes a stream that no other thread uses meanwhile, and writes at once from now on. */
 void unbuffer(FILE* stream);
 

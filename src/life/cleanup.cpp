@@ -13,7 +13,6 @@
 #include "diag/heap.h"
 #include "diag/log.h"
 #include "diag/trace_file.h"
-#include "life/staged_log.h"
 #include "report/report.h"
 #include "support/signal_names.h"
 
@@ -94,9 +93,9 @@ void clean_up_for_signal() QK_UNCHECKED_LOCKING {
   flush_log();
   Qk_mem_mtx.lock();
   keep_memory();
-  StagedLog staged;
+  stage_lines();
   clean_up();
-  staged.commit();
+  commit_lines();
 }
 
 }  // namespace
@@ -104,6 +103,8 @@ void clean_up_for_signal() QK_UNCHECKED_LOCKING {
 
 extern "C" void qk_mem_cleanup(int sig) {
   using namespace qk::mem;
+  // A standard stream may have no buffer yet.
+  if (FILE* log = qk::acquire(Qk_mem_log); sig >= 1 && log != nullptr) provide_log_buffer(log);
   log_end(sig);
   if (!qk_signal_safe(sig)) return;
   if (sig >= 1) {

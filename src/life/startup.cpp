@@ -9,6 +9,8 @@
 #include "life/cleanup.h"
 #include "life/fork.h"
 #include "life/interruption.h"
+#include "support/allocator_code.h"
+#include "support/ending_signals.h"
 #include "support/exit_handlers.h"
 
 namespace qk::mem {
@@ -84,7 +86,8 @@ void start_up() {
     return;
   }
   log_configuration(status);
-  qk::put_off_exit_while(interrupts_something);
+  qk::find_allocator_code();
+  qk::put_off_end_while(is_busy);
   if (register_exit_handler(status) && create_overhead_handle()) create_data_handle();
 }
 

@@ -18,20 +18,6 @@ inline constexpr int kMaxExitHandlers = 32;
 
 }  // namespace qk
 
-namespace qk {
-
-/**
- * Sets a test of whether a signal has interrupted the calling thread while it holds something that
- * the handlers need, such as a lock. If so, HUP, INT, QUIT and TERM are put off: the thread
- * continues and is tested again every two milliseconds, for up to a second. After that the handlers
- * run in any case.
- *
- * @param is_busy  called only inside signal handlers; null for none.
- */
-void put_off_exit_while(bool (*is_busy)());
-
-}  // namespace qk
-
 extern "C" {
 
 using qk_exit_handler = void (*)(int signal_number);

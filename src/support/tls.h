@@ -58,6 +58,9 @@ class TLS {
   /** Returns whether the calling thread holds the lock: inside a call, or after lock(). */
   [[nodiscard]] bool held() const noexcept { return mtx_.held(); }
 
+  /** See Mtx::wake_sleeper(). */
+  void wake_sleeper() noexcept { mtx_.wake_sleeper(); }
+
  private:
   using Values = std::map<unsigned long, T>;
 

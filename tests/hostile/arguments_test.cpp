@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <climits>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -91,17 +92,22 @@ TEST(HostileLocation, MayHaveAnyLineNumber) {
   expect_usable();
 }
 
+std::size_t longest_line(const std::string& text) {
+  std::size_t longest = 0;
+  std::size_t begin = 0;
+  for (std::size_t end; (end = text.find('\n', begin)) != std::string::npos; begin = end + 1) {
+    longest = std::max(longest, end - begin + 1);
+  }
+  return longest;
+}
+
 TEST(HostileLocation, IsCutToKeepLinesWithin1023Characters) {
   static const std::string file = "folder/" + std::string(5000, 'f');
   Scene scene(Environment{"DEBUG CTRLBLKS", "DB", "OPTIONS=HANDLES,MGMT,BLOCKS,POINTERS"});
   call_everything_from(file.c_str(), 5);
-  std::size_t longest = 0;
-  std::size_t begin = 0;
-  const std::string text = kit::contents("qkmem.log") + kit::contents("qkmem.tdf");
-  for (std::size_t end; (end = text.find('\n', begin)) != std::string::npos; begin = end + 1) {
-    longest = std::max(longest, end - begin + 1);
-  }
-  EXPECT_EQ(longest, 1023U);
+  std::fflush(nullptr);
+  EXPECT_EQ(longest_line(kit::contents("qkmem.log")), 1023U);
+  EXPECT_LE(longest_line(kit::contents("qkmem.tdf")), 1023U);
 
   expect_usable();
 }
