@@ -78,7 +78,7 @@ void unblock(int signal_number) {
   pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
 }
 
-[[noreturn]] void end_by(int signal_number) {
+[[noreturn, gnu::noinline]] void end_by(int signal_number) {
   set_default_action(signal_number);
   unblock(signal_number);
   raise(signal_number);
@@ -94,13 +94,13 @@ std::int64_t now() {
 
 std::int64_t since_signal() { return now() - signal_time.load(); }
 
-void pause_for(std::int64_t microseconds) {
+[[gnu::noinline]] void pause_for(std::int64_t microseconds) {
   const timespec time = {0, microseconds * 1000};
   nanosleep(&time, nullptr);
 }
 
 /** Waits in the handler of a signal, where all signals are blocked, until another thread ends it. */
-[[noreturn]] void wait_for_the_end(int signal_number) {
+[[noreturn, gnu::noinline]] void wait_for_the_end(int signal_number) {
   while (since_signal() < kTimeToEnd) pause_for(kTimeBetweenAttempts);
   end_by(signal_number);
 }
@@ -119,7 +119,7 @@ void set_alarm(std::int64_t first) {
 void limit_time() { set_alarm(std::max(kTimeToEnd - since_signal(), kTimeBetweenAttempts)); }
 
 /** Leaves the end to another runner. Returns only if both have normal termination. */
-void yield_to(const ActingThread& other, const ActingThread& own) {
+[[gnu::noinline]] void yield_to(const ActingThread& other, const ActingThread& own) {
   if (other.reason() == 0) {
     if (own.reason() != 0) end_by(own.reason());
     return;
@@ -180,7 +180,7 @@ void note_first(int signal_number) {
 }
 
 /** Ends the process, or puts that off. Before anything that could block, the alarm is set. */
-void handle(void* delivery) {
+[[gnu::noinline]] void handle(void* delivery) {
   const Delivery& signal = *static_cast<const Delivery*>(delivery);
   note_first(signal.number);
   limit_time();
@@ -228,6 +228,21 @@ void on_alarm(int /*signal_number*/, siginfo_t* /*info*/, void* context) {
   errno = error;
 }
 
+/**
+ * Calls what the signal handlers call on an alternate stack. The dynamic linker finds a function at
+ * its first call, and takes kilobytes of the stack for that.
+ */
+void find_functions() {
+  const int error = errno;
+  static_cast<void>(calling_thread(0).is_of_this_process());
+  sigset_t mask;
+  sigemptyset(&mask);
+  sigaddset(&mask, SIGALRM);
+  pthread_sigmask(SIG_BLOCK, nullptr, &mask);
+  raise(0);
+  errno = error;
+}
+
 using Action = struct sigaction;
 
 std::optional<Action> action_of(int signal_number) {
@@ -255,6 +270,7 @@ void stop_watching_signals() {
 
 void watch_ending_signals(ExitHandlerRun run) {
   adopt_process();
+  find_functions();
   run_handlers.store(run);
   mprotect(stack, kPage, PROT_NONE);
   for (const int signal_number : kWatchedSignals) {

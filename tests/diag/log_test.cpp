@@ -1,6 +1,8 @@
 #include "diag/log.h"
 
 #include <gtest/gtest.h>
+#include <malloc.h>
+#include <stdio_ext.h>
 
 #include <cstdio>
 #include <fstream>
@@ -52,6 +54,36 @@ TEST(Log, WritesLinesAndReturnsTheirLength) {
             41);
   EXPECT_EQ(qk_mem_write_log("%s", ""), 0);
   EXPECT_EQ(contents("a.log"), "   main:   7 [000000000000beef] M 100 -3\n");
+}
+
+TEST(Log, HasItsBufferBeforeTheFirstLine) {
+  const Scene scene;
+  qk::Status status;
+  ASSERT_EQ(qk_mem_debug_config("EXCEPTIONS LOG=a.log", &status), 0);
+  FILE* other = std::fopen("b.log", "w");
+  ASSERT_NE(other, nullptr);
+  std::fputs("x", other);
+  EXPECT_EQ(__fbufsize(Qk_mem_log), __fbufsize(other));
+  EXPECT_EQ(__flbf(Qk_mem_log), __flbf(other));
+  const auto used = mallinfo2().uordblks;
+  qk_mem_write_log("first\n");
+  EXPECT_EQ(mallinfo2().uordblks, used);
+  EXPECT_EQ(contents("a.log"), "");
+  std::fclose(other);
+}
+
+TEST(Log, HandsStagedLinesOverAtOnceInTheirOrder) {
+  const Scene scene;
+  open_log();
+  qk_mem_write_log("before\n");
+  qk::mem::stage_lines();
+  qk_mem_write_log("first\n");
+  qk_mem_fprintf(Qk_mem_log, "second\n");
+  EXPECT_EQ(contents("a.log"), "before\n");
+  qk::mem::commit_lines();
+  EXPECT_EQ(contents("a.log"), "before\nfirst\nsecond\n");
+  qk_mem_write_log("after\n");
+  EXPECT_EQ(contents("a.log"), "before\nfirst\nsecond\nafter\n");
 }
 
 TEST(Log, WritesZeroBytesAndWhatFollowsThem) {

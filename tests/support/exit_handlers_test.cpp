@@ -6,16 +6,20 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <iterator>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "support/ending_signals.h"
 #include "support/system.h"
 
 namespace {
@@ -354,6 +358,107 @@ TEST(ExitHandlers, RunInTheChildOfAForkAsInItsParent) {
               report((ending(wait_status) + "; ").c_str());
             }),
             "a15 signal 15; a0 exit 0");
+}
+
+TEST(ExitHandlers, DoNotRunInAChildOfVfork) {
+  EXPECT_EQ(process([] {
+              add(reports<'a'>);
+              const pid_t child = vfork();
+              if (child == 0) {
+                raise(SIGTERM);
+                _exit(1);
+              }
+              int wait_status = 0;
+              waitpid(child, &wait_status, 0);
+              report(("child: " + ending(wait_status) + ", parent: ").c_str());
+            }),
+            "child: signal 15, parent: a0 exit 0");
+}
+
+/** An alternate signal stack in the middle of memory that must not change. */
+class AlternateStack {
+ public:
+  explicit AlternateStack(std::size_t size) : size_(size) {
+    std::memset(memory_, kUntouched, sizeof memory_);
+    stack_t stack = {};
+    stack.ss_sp = memory_ + kAround;
+    stack.ss_size = size;
+    if (sigaltstack(&stack, nullptr) != 0) report("no stack ");
+  }
+
+  /** Whether nothing was written in front of the stack or behind it. */
+  [[nodiscard]] bool was_kept_to() const {
+    const auto is_untouched = [](char byte) { return byte == kUntouched; };
+    return std::all_of(memory_, memory_ + kAround, is_untouched) &&
+           std::all_of(memory_ + kAround + size_, std::end(memory_), is_untouched);
+  }
+
+ private:
+  static constexpr std::size_t kAround = 65536;
+  static constexpr char kUntouched = 'u';
+  alignas(64) char memory_[3 * kAround];
+  std::size_t size_;
+};
+
+/** Uses more than small stacks have. */
+void work_hard(int signal_number) {
+  volatile char room[100000];
+  room[0] = static_cast<char>(signal_number);
+  room[99999] = room[0];
+  report(room[99999] == SIGTERM ? "worked " : "failed ");
+}
+
+TEST(ExitHandlers, WorkOnAStackOfTheirOwn) {
+  if (!signals_nest()) GTEST_SKIP() << "signals do not interrupt signal handlers here";
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+  const std::size_t for_handler = 8192;
+#else
+  const std::size_t for_handler = 640;
+#endif
+  const auto frame = static_cast<std::size_t>(sysconf(_SC_MINSIGSTKSZ));
+  for (const std::size_t size : {frame + for_handler, std::size_t{65536}}) {
+    EXPECT_EQ(process([size] {
+                static const AlternateStack* stack = nullptr;
+                static std::atomic<int> tests;
+                stack = new AlternateStack(size);
+                add([](int) { report(stack->was_kept_to() ? "kept to " : "left "); });
+                add(work_hard);
+                qk::put_off_end_while([](const qk::InterruptedThread&) { return ++tests < 5; });
+                raise(SIGTERM);
+                for (;;) pause();
+              }),
+              "worked kept to signal 15")
+        << size;
+  }
+}
+
+TEST(ExitHandlers, EndAProcessWhoseThreadBlocksAlarms) {
+  EXPECT_EQ(process([] {
+              static std::atomic<int> tests;
+              sigset_t alarm;
+              sigemptyset(&alarm);
+              sigaddset(&alarm, SIGALRM);
+              pthread_sigmask(SIG_BLOCK, &alarm, nullptr);
+              add(reports<'a'>);
+              qk::put_off_end_while([](const qk::InterruptedThread&) { return ++tests < 5; });
+              raise(SIGTERM);
+              for (;;) pause();
+            }),
+            "a15 signal 15");
+}
+
+TEST(ExitHandlers, RunAfterASecondInAnyCase) {
+  const auto begin = std::chrono::steady_clock::now();
+  EXPECT_EQ(process([] {
+              add(reports<'a'>);
+              qk::put_off_end_while([](const qk::InterruptedThread&) { return true; });
+              raise(SIGTERM);
+              for (;;) pause();
+            }),
+            "a15 signal 15");
+  const auto taken = std::chrono::steady_clock::now() - begin;
+  EXPECT_GE(taken, 1000ms);
+  EXPECT_LE(taken, 10s);
 }
 
 TEST(ExitHandlers, RunTheRestInAChildThatAHandlerForks) {
