@@ -18,6 +18,7 @@
 #include <thread>
 #include <vector>
 
+#include "support/signal_names.h"
 #include "tests/kit/scene.h"
 
 namespace {
@@ -149,7 +150,9 @@ class BusyProgram : public ::testing::Test {
     Clock::duration longest{};
     for (const End& end : kill_many(signal_number)) {
       EXPECT_TRUE(WIFSIGNALED(end.status) && WTERMSIG(end.status) == signal_number) << end.status;
-      EXPECT_TRUE(end.log.empty() || is_line_or_whole_report(end.log, line)) << end.log;
+      const bool may_be_silent = qk_signal_safe(signal_number) == 0;
+      EXPECT_TRUE((end.log.empty() && may_be_silent) || is_line_or_whole_report(end.log, line))
+          << end.log;
       longest = std::max(longest, end.taken);
       if (end.log.size() > line.size()) ++reports;
     }
@@ -163,9 +166,11 @@ class BusyProgram : public ::testing::Test {
   kit::Scene scene_;
 };
 
-TEST_F(BusyProgram, EndsByTermWithTheWholeReport) { EXPECT_GT(expect_ends(SIGTERM), kills() / 2); }
+TEST_F(BusyProgram, EndsByTermWithTheWholeReport) {
+  EXPECT_GE(expect_ends(SIGTERM), kills() * 95 / 100);
+}
 TEST_F(BusyProgram, EndsByInterruptWithTheWholeReport) {
-  EXPECT_GT(expect_ends(SIGINT), kills() / 2);
+  EXPECT_GE(expect_ends(SIGINT), kills() * 95 / 100);
 }
 TEST_F(BusyProgram, EndsBySegvWithOneLineAtMost) { EXPECT_EQ(expect_ends(SIGSEGV), 0); }
 TEST_F(BusyProgram, EndsByAbortWithOneLineAtMost) { EXPECT_EQ(expect_ends(SIGABRT), 0); }
