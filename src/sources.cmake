@@ -12,6 +12,7 @@ set(library_sources
   support/hash.cpp
   support/interrupted_thread.cpp
   support/line.cpp
+  support/live_threads.cpp
   support/mtx.cpp
   support/number_set.cpp
   support/options.cpp

@@ -66,9 +66,11 @@
  *
  * (10) End. After main() or exit(), and on HUP, INT, QUIT and TERM if they had their default action
  *     at start-up, the library deletes the AUTOFREE handles, writes the report if SUMMARY or
- *     CTRLBLKS is set, and closes log and trace file. A fault, such as SEGV or ABRT, writes one
- *     line at most. _exit() and KILL write nothing. Calls after that, from static destructors for
- *     instance, fail with 5566 for handles that existed before.
+ *     CTRLBLKS is set, and closes log and trace file. While other threads run, the deletion of the
+ *     AUTOFREE handles is only shown: their memory stays, and their objects are not destroyed. A
+ *     fault, such as SEGV or ABRT, writes one line at most. _exit() and KILL write nothing. Calls
+ *     after that, from static destructors for instance, fail with 5566 for handles that existed
+ *     before.
  */
 #ifndef QKMEM_QKMEM_H_
 #define QKMEM_QKMEM_H_

@@ -4,7 +4,6 @@
 
 #include "core/handle_array.h"
 #include "core/registry.h"
-#include "core/system_memory.h"
 #include "support/shared_variable.h"
 
 namespace qk::mem {
@@ -13,8 +12,22 @@ namespace {
 /** Handles that were still live when the registry was retired. */
 constinit qk_mem_handle* surviving_handles QK_GUARDED_BY(Qk_mem_mtx) = nullptr;
 
-constinit std::atomic<bool> memory_is_kept = false;
 constinit std::atomic<bool> overhead_number_is_gone = false;
+
+void add_survivor(qk_mem_handle& handle) QK_REQUIRES(Qk_mem_mtx) {
+  assert_registry_held();
+  handle.next_survivor = surviving_handles;
+  surviving_handles = &handle;
+}
+
+/** Undoes hide_handle(). Of the survivors, AUTOFREE handles alone were hidden. */
+void show_if_hidden(qk_mem_handle& handle) QK_REQUIRES(Qk_mem_mtx) {
+  assert_registry_held();
+  if (handle.autofree == 0) return;
+  const HandleLock lock(handle);
+  qk::add(handle.tag->amount, qk::load(handle.amount));
+  qk::add(handle.tag->qty, qk::load(handle.qty));
+}
 
 }  // namespace
 
@@ -22,20 +35,22 @@ void retire_overhead_number() { overhead_number_is_gone = !qk::is_single_threade
 
 std::int32_t first_slot_for_new() { return overhead_number_is_gone ? 1 : 0; }
 
-void keep_memory() { memory_is_kept = !qk::is_single_threaded(); }
-
-bool keeps_memory() { return memory_is_kept.load(std::memory_order_relaxed); }
-
-void free_unless_kept(void* memory) {
-  if (!keeps_memory()) own_memory::release(memory);
+void hide_handle(qk_mem_handle& handle) {
+  assert_registry_held();
+  {
+    const HandleLock lock(handle);
+    qk::subtract(handle.tag->amount, qk::load(handle.amount));
+    qk::subtract(handle.tag->qty, qk::load(handle.qty));
+  }
+  empty_handle_slot(handle.id - 1);
+  add_survivor(handle);
 }
 
 qk_mem_handle** retire_registry() {
   assert_registry_held();
   for_each_handle([](qk_mem_handle& handle) {
     assert_registry_held();
-    handle.next_survivor = surviving_handles;
-    surviving_handles = &handle;
+    add_survivor(handle);
   });
   qk_mem_handle** array = Qk_mem_handles;
   replace_handle_array(nullptr, 0);
@@ -55,6 +70,7 @@ void restore_surviving_handles() {
     }
     *link = handle->next_survivor;
     fill_handle_slot(handle->id - 1, *handle);
+    show_if_hidden(*handle);
   }
 }
 

@@ -8,7 +8,7 @@
 
 /**
  * The registry at the end of the process, while other threads may still run: which number is not
- * reused, which memory is not freed, and which handles survive the handle array.
+ * reused, and which handles survive the handle array.
  */
 namespace qk::mem {
 
@@ -22,14 +22,11 @@ void retire_overhead_number();
 [[nodiscard]] std::int32_t first_slot_for_new();
 
 /**
- * From now on the memory of handles is not freed any more, if the process has several threads. For
- * a signal that ends the process while they run.
+ * Takes a handle out of all reports, and its sums out of its tag, as its deletion would, while other
+ * threads may be using it. Nothing is freed, and nothing changes that they look at: it survives.
+ * Needs the registry's lock.
  */
-void keep_memory();
-[[nodiscard]] bool keeps_memory();
-
-/** Frees memory of a handle, unless keep_memory() was called. */
-void free_unless_kept(void* memory);
+void hide_handle(qk_mem_handle& handle) QK_REQUIRES(Qk_mem_mtx);
 
 /**
  * Takes the handle array out of use at the end of the process and returns it. Handles that are
@@ -40,8 +37,8 @@ void free_unless_kept(void* memory);
 
 /**
  * Puts the surviving handles back into a new handle array, if the process has several threads: a
- * thread that still uses an old number must not reach another thread's handle. Needs the registry's
- * lock.
+ * thread that still uses an old number must not reach another thread's handle. Hidden ones come back
+ * with their sums. Needs the registry's lock.
  */
 void restore_surviving_handles() QK_REQUIRES(Qk_mem_mtx);
 

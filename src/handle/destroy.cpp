@@ -1,4 +1,6 @@
 // Deletion of a handle.
+#include "handle/destroy.h"
+
 #include <utility>
 
 #include "accounting/handle_lookup.h"
@@ -84,14 +86,14 @@ void keep_handle_array_record(qk_mem_handle& overhead, const CallContext& contex
 void release_block(qk_mem_handle& handle, qk_mem_block* block, const CallContext& context) {
   std::optional<Removed> removed;
   if (handle.track_blocks != 0) removed = remove_pointer(handle, block, Removal::kByKind);
-  free_unless_kept(block);
+  own_memory::release(block);
   if (!removed) return;
   announce_released(lines::kReleasedInWalk, context, handle.id, event::kFree, removed->record,
                     loss_of(removed->record));
 }
 
 void release_blocks(qk_mem_handle& handle, const CallContext& context) {
-  free_unless_kept(std::exchange(handle.block_index, nullptr));
+  own_memory::release(std::exchange(handle.block_index, nullptr));
   while (qk_mem_block* block = handle.blocks) {
     handle.blocks = block->next;
     release_block(handle, block, context);
@@ -103,7 +105,7 @@ qk_mem_ptr* detach_array(qk_mem_handle& handle, int index) {
   const RegistryAndHandleLock lock(handle);
   qk_mem_ptr_array& array = handle.ptrs[index];
   qk_mem_ptr* slots = array.ptrs;
-  free_unless_kept(index_of(array));
+  own_memory::release(index_of(array));
   qk_mem_free_ptrs(&handle, index);
   qk::publish(array.ptrs, nullptr);
   return slots;
@@ -114,7 +116,7 @@ void release_arrays(qk_mem_handle& handle, const CallContext& context) {
     if (slots_of(handle.ptrs[index]) == 0) continue;
     const qk_mem_ptr own = read_slot(handle.ptrs[index].ptrs[0]);
     announce_released(lines::kReleasedInWalk, context, handle.id, event::kFree, own, loss_of(own));
-    free_unless_kept(detach_array(handle, index));
+    own_memory::release(detach_array(handle, index));
   }
 }
 
@@ -130,14 +132,13 @@ void subtract_from_tag(qk_mem_handle& handle) {
  */
 void release_mutex(qk_mem_handle& handle) {
   const RegistryLock lock;
-  const qk::Mtx* mtx = std::exchange(handle.mtx, nullptr);
-  if (!keeps_memory()) own_memory::destroy(mtx);
+  own_memory::destroy(std::exchange(handle.mtx, nullptr));
 }
 
 void unregister(qk_mem_handle* handle) {
   const RegistryLock lock;
   unlist_handle(*handle);
-  free_unless_kept(handle);
+  own_memory::release(handle);
   qk::store(Qk_mem_num_handles, Qk_mem_num_handles - 1);
 }
 
@@ -150,7 +151,56 @@ int refuse_data_handle(const CallContext& context) {
   return QK_MEM_ERROR_HANDLE;
 }
 
+/**
+ * Finds a handle to delete. The clean-up at exit then leaves it alone: it looks for AUTOFREE
+ * handles under the registry's lock.
+ */
+qk_mem_handle* claim_handle(int hid, const CallContext& context) {
+  const RegistryLock lock;
+  qk_mem_handle* handle = look_up_handle(hid, context);
+  if (handle != nullptr && !qk::is_single_threaded()) handle->autofree = 0;
+  return handle;
+}
+
+/** Announces the records that `wants` selects, with the letters of their deletion. */
+template <class Wants>
+void announce_records(const qk_mem_handle& handle, const CallContext& context, WalkRules& rules,
+                      Wants wants) QK_REQUIRES(Qk_mem_mtx) {
+  assert_registry_held();
+  for_each_record(handle, [&](const qk_mem_ptr& record) {
+    if (!wants(record)) return;
+    const unsigned char letter = rules.letter_of(record);
+    announce_released(lines::kReleasedInWalk, context, handle.id, letter, record,
+                      letter == event::kFreePiece ? 0 : loss_of(record));
+  });
+}
+
+/** The order is that of a deletion. */
+void announce_all_records(qk_mem_handle& handle, const CallContext& context)
+    QK_REQUIRES(Qk_mem_mtx) {
+  assert_registry_held();
+  DeletionRules rules(handle, context);
+  announce_records(handle, context, rules,
+                   [&](const qk_mem_ptr& record) { return !rules.keeps(record); });
+  if (handle.id == QK_MEM_OVERHEAD_HANDLE) keep_handle_array_record(handle, context);
+  for (const unsigned char kind : {kind::kBlock, kind::kPointerArray}) {
+    announce_records(handle, context, rules,
+                     [kind](const qk_mem_ptr& record) { return record.kind == kind; });
+  }
+}
+
 }  // namespace
+
+void abandon_handle(qk_mem_handle& handle, SourceLocation location) {
+  assert_registry_held();
+  const CallContext context(Routine::kDelHandle, location.file, location.line);
+  announce_all_records(handle, context);
+  next_seq();
+  announce_handle_gone(context, handle, event::kHandleDeleted);
+  hide_handle(handle);
+  dump_control_blocks(*context.switches);
+}
+
 }  // namespace qk::mem
 
 extern "C" int qk_mem_idel_handle(int hid, const char* file, int line) {
@@ -158,7 +208,7 @@ extern "C" int qk_mem_idel_handle(int hid, const char* file, int line) {
   ensure_started();
   const CallContext context(Routine::kDelHandle, file, line);
   if (hid == QK_MEM_DATA_HANDLE) return refuse_data_handle(context);
-  qk_mem_handle* handle = look_up_handle(hid, context);
+  qk_mem_handle* handle = claim_handle(hid, context);
   if (handle == nullptr) return qk_mem_error();
   const bool has_records = keeps_records(*handle);
   if (has_records) {

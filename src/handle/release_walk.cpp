@@ -2,7 +2,6 @@
 
 #include "core/kinds.h"
 #include "core/registry.h"
-#include "core/shutdown.h"
 #include "core/system_memory.h"
 #include "diag/event.h"
 #include "handle/repeats.h"
@@ -26,7 +25,7 @@ void release_memory(const qk_mem_ptr& record) {
   if (is_language_made(record.kind)) {
     destroy(record);
   } else if (is_system_memory(record.kind) && !is_repeat(record)) {
-    if (!keeps_memory()) user_memory::release(record.address);
+    user_memory::release(record.address);
   }
 }
 

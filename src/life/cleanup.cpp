@@ -1,8 +1,6 @@
 // The end of the process.
 #include "life/cleanup.h"
 
-#include <mutex>
-
 #include "core/handle_array.h"
 #include "core/kinds.h"
 #include "core/own_locations.h"
@@ -13,7 +11,9 @@
 #include "diag/heap.h"
 #include "diag/log.h"
 #include "diag/trace_file.h"
+#include "handle/destroy.h"
 #include "report/report.h"
+#include "support/live_threads.h"
 #include "support/signal_names.h"
 
 namespace qk::mem {
@@ -29,36 +29,40 @@ void log_end(int sig) {
                    sig >= 1 ? qk_signal_desc(sig) : "normal termination");
 }
 
-void delete_autofree_handle(const qk_mem_handle& handle) {
+/** Whether other threads may be using the handles. The clean-up then holds the registry's lock. */
+enum class Others { kNone, kRun };
+
+void delete_autofree_handle(qk_mem_handle& handle, Others others) {
   if (logs_events(global_switches())) {
     qk_mem_write_log("   %s:      Deleting autofree handle %d (%u ptrs for %zu bytes)\n", kRoutine,
                      handle.id, qk::load(handle.qty), qk::load(handle.amount));
   }
-  qk_mem_idel_handle(handle.id, own::kAutofreeHandles.file, own::kAutofreeHandles.line);
+  if (others == Others::kNone) {
+    qk_mem_idel_handle(handle.id, own::kAutofreeHandles.file, own::kAutofreeHandles.line);
+    return;
+  }
+  const RegistryLock lock;
+  abandon_handle(handle, own::kAutofreeHandles);
 }
 
 /** The last autofree handle below a number, or null. Other threads may still delete handles. */
-const qk_mem_handle* autofree_handle_below(std::int32_t hid) {
+qk_mem_handle* autofree_handle_below(std::int32_t hid) {
   const RegistryLock lock;
   const HandleSlots handles = handle_slots();
   for (std::int32_t i = hid - 2; i >= 0; --i) {
-    const qk_mem_handle* handle = handles.numbered(i + 1);
+    qk_mem_handle* handle = handles.numbered(i + 1);
     if (handle != nullptr && handle->autofree != 0) return handle;
   }
   return nullptr;
 }
 
 /** Deletes the newest handle first, so that the overhead handle, number 1, is the last. */
-void delete_autofree_handles() {
+void delete_autofree_handles(Others others) {
   retire_overhead_number();
   std::int32_t hid = handle_slots().count + 1;
-  while (const qk_mem_handle* handle = autofree_handle_below(hid)) {
+  while (qk_mem_handle* handle = autofree_handle_below(hid)) {
     hid = handle->id;
-    std::unique_lock lock(Qk_mem_mtx, std::defer_lock);
-    // Another thread may be recording a larger handle array on it. All other handles are deleted
-    // without the lock, because a destructor run there may wait for other threads.
-    if (hid == QK_MEM_OVERHEAD_HANDLE) lock.lock();
-    delete_autofree_handle(*handle);
+    delete_autofree_handle(*handle, others);
   }
 }
 
@@ -78,23 +82,30 @@ void release_registry() {
   announce_handle_array_gone();
 }
 
-void clean_up() {
-  delete_autofree_handles();
+void clean_up(Others others) {
+  delete_autofree_handles(others);
   if (wants_summary()) dump_to_log();
   release_registry();
   if (logs_events(global_switches())) qk_mallinfo();
 }
 
+/** Other threads keep running. They wait for the registry meanwhile, and keep their memory. */
+void clean_up_at_exit() {
+  if (!qk::has_other_threads()) return clean_up(Others::kNone);
+  const RegistryLock lock;
+  clean_up(Others::kRun);
+}
+
 /**
  * Other threads keep running until the process ends, and some may hold a lock for ever. Threads
- * that need the registry wait for the end. Memory that they may be using is kept.
+ * that need the registry wait for the end.
  */
 void clean_up_for_signal() QK_UNCHECKED_LOCKING {
+  const Others others = qk::has_other_threads() ? Others::kRun : Others::kNone;
   flush_log();
   Qk_mem_mtx.lock();
-  keep_memory();
   stage_lines();
-  clean_up();
+  clean_up(others);
   commit_lines();
 }
 
@@ -110,7 +121,7 @@ extern "C" void qk_mem_cleanup(int sig) {
   if (sig >= 1) {
     clean_up_for_signal();
   } else {
-    clean_up();
+    clean_up_at_exit();
   }
   const RegistryLock lock;
   replace_log(nullptr);
