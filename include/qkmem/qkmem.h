@@ -62,7 +62,9 @@
  *     is buffered unless FLUSH is set: a program that crashes or is killed loses the last lines.
  *     LOG=STDERR loses none. A log file is overwritten when it is opened. Two processes with
  *     the same log name, such as a program and one that it starts and that inherits QK_MEM_DEBUG,
- *     overwrite each other's lines: use APPEND.
+ *     overwrite each other's lines: use APPEND. With LOG=STDERR or LOG=STDOUT, a thread must not
+ *     call the library while it holds that stream's lock (flockfile()): another thread can wait for
+ *     the stream, to write a line, with a lock of the library that the call needs.
  *
  * (10) End. After main() or exit(), and on HUP, INT, QUIT and TERM if they had their default action
  *     at start-up, the library deletes the AUTOFREE handles, writes the report if SUMMARY or
@@ -487,8 +489,11 @@ void qk_mem_tracker(struct qk_mem_handle* handle, qk::MemTracker* tracker, unsig
  * covers. If there is no new handle and no new pointer or block, the report is one line, or nothing
  * with TERSE. GROWTH without any of these four sections lists nothing and prints a rule.
  *
- * Allocates nothing. Meanwhile these wait in other threads: creation and deletion of handles,
- * growth of a handle's array of records, rows of the trace file, configuration.
+ * Allocates nothing. The stream is locked (flockfile()), so that nothing comes between the rows.
+ * Meanwhile these wait in other threads: creation and deletion of handles, growth of a handle's
+ * array of records, rows of the trace file, configuration. They don't wait while the report itself
+ * waits for the stream: a thread can call the library while it holds the stream's lock, unless the
+ * stream is the log, see (9).
  */
 void qk_mem_dump(FILE* fp, const char* filter, unsigned int opts);
 

@@ -1,4 +1,6 @@
 // The report as a whole.
+#include <mutex>
+
 #include "core/switches.h"
 #include "core/upcalls.h"
 #include "diag/log.h"
@@ -10,6 +12,18 @@ namespace {
 void print_heapsize(const Report& report) {
   qk_mem_fprintf(report.stream, "Current heapsize:  %10zd\n", report.heap);
 }
+
+/** A stream's own lock, which programs take with flockfile(). */
+class StreamLock {
+ public:
+  explicit StreamLock(FILE* stream) : stream_(stream) {}
+  void lock() { flockfile(stream_); }
+  [[nodiscard]] bool try_lock() { return ftrylockfile(stream_) == 0; }
+  void unlock() { funlockfile(stream_); }
+
+ private:
+  FILE* stream_;
+};
 
 /** Without a configuration there are no records to report. */
 void print_unavailable(const Report& report) {
@@ -41,8 +55,12 @@ void print_whole(const Report& report) QK_REQUIRES(Qk_mem_mtx) {
 extern "C" void qk_mem_dump(FILE* fp, const char* filter, unsigned int opts) {
   using namespace qk::mem;
   ensure_started();
-  const RegistryLock lock;
   if (fp == nullptr) return;
+  StreamLock stream(fp);
+  // A thread that holds one of the two may be waiting for the other, in either order: a program's
+  // thread that has locked the stream, and one that writes to the log, if the stream is the log's.
+  const std::scoped_lock locks(stream, Qk_mem_mtx);
+  assert_registry_held();
   Report report = {fp, {}, opts != 0 ? opts : qk::load(Qk_mem_dump_opts), qk_heapsize()};
   if (!has_reports()) {
     print_unavailable(report);

@@ -18,7 +18,36 @@ namespace {
 
 using lock_order::Edge;
 
-/** Names a lock. The constructor takes the log's and the error codes' to learn their addresses. */
+/** Whether a stream is one that reports are printed to, but not the log. */
+bool is_callers(FILE* stream) { return stream != Qk_mem_log; }
+
+}  // namespace
+
+// The locks of streams are the C library's; the linker leads the library's calls here.
+extern "C" {
+void __real_flockfile(FILE* stream);
+int __real_ftrylockfile(FILE* stream);
+void __real_funlockfile(FILE* stream);
+
+void __wrap_flockfile(FILE* stream) {
+  if (is_callers(stream)) lock_order::requested(stream);
+  __real_flockfile(stream);
+  if (is_callers(stream)) lock_order::acquired(stream);
+}
+int __wrap_ftrylockfile(FILE* stream) {
+  const int result = __real_ftrylockfile(stream);
+  if (result == 0 && is_callers(stream)) lock_order::acquired(stream);
+  return result;
+}
+void __wrap_funlockfile(FILE* stream) {
+  if (is_callers(stream)) lock_order::released(stream);
+  __real_funlockfile(stream);
+}
+}
+
+namespace {
+
+/** Names a lock. A lock that it doesn't know is a handle's or a stream's. The constructor takes the log's and the error codes' to learn their addresses. */
 class Classes {
  public:
   Classes() {
@@ -91,6 +120,25 @@ TEST(LockOrder, RevealsAnInversionWithBothStacks) {
   const std::string cycle = lock_order::cycle_in(lock_order::edges(name));
   EXPECT_NE(cycle.find("first held, second requested\n    "), std::string::npos) << cycle;
   EXPECT_NE(cycle.find("second held, first requested\n    "), std::string::npos) << cycle;
+}
+
+TEST(LockOrder, LetsReportsWaitForNothingWhileTheyHoldAnything) {
+  const kit::Scene scene("SUMMARY");
+  qk_mem_init();
+  FILE* stream = std::fopen("report.txt", "w");
+  lock_order::forget();
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 4; ++i) {
+    threads.emplace_back([stream] {
+      for (int report = 0; report < 500; ++report) qk_mem_dump(stream, "", QK_MEM_DUMP_HANDLES);
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  std::fclose(stream);
+  const auto by_address = [](const void* lock) {
+    return std::to_string(reinterpret_cast<std::uintptr_t>(lock));
+  };
+  for (const Edge& edge : lock_order::edges(by_address)) ADD_FAILURE() << edge.first_stack;
 }
 
 TEST(LockOrder, HasNoEdgesInMemoryCallsThatLog) {
