@@ -60,11 +60,12 @@
  * (9) Log. Warnings, errors and trace lines are written to the log if the switches of the routine
  *     ask for them; "warns" below means that. A longer line is cut to 1023 characters. A log file
  *     is buffered unless FLUSH is set: a program that crashes or is killed loses the last lines.
- *     LOG=STDERR loses none. A log file is overwritten when it is opened. Two processes with
- *     the same log name, such as a program and one that it starts and that inherits QK_MEM_DEBUG,
- *     overwrite each other's lines: use APPEND. With LOG=STDERR or LOG=STDOUT, a thread must not
- *     call the library while it holds that stream's lock (flockfile()): another thread can wait for
- *     the stream, to write a line, with a lock of the library that the call needs.
+ *     LOG=STDERR loses none. A log file is emptied when it is opened, unless another copy of the
+ *     library in the same process has it open. If another process has it open, such as a program
+ *     that started this one and whose QK_MEM_DEBUG it inherits, the lines so far are lost: use
+ *     APPEND. Every line goes to the end of the file. With LOG=STDERR or LOG=STDOUT, a thread must
+ *     not call the library while it holds that stream's lock (flockfile()): another thread can wait
+ *     for the stream, to write a line, with a lock of the library that the call needs.
  *
  * (10) End. After main() or exit(), and on HUP, INT, QUIT and TERM if they had their default action
  *     at start-up, the library deletes the AUTOFREE handles, writes the report if SUMMARY or

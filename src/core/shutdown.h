@@ -22,9 +22,9 @@ void retire_overhead_number();
 [[nodiscard]] std::int32_t first_slot_for_new();
 
 /**
- * Takes a handle out of all reports, and its sums out of its tag, as its deletion would, while other
- * threads may be using it. Nothing is freed, and nothing changes that they look at: it survives.
- * Needs the registry's lock.
+ * Takes a handle out of all reports, and its sums out of its tag, as its deletion would, while
+ * other threads may be using it. Nothing is freed, and nothing changes that they look at: it
+ * survives. Needs the registry's lock.
  */
 void hide_handle(qk_mem_handle& handle) QK_REQUIRES(Qk_mem_mtx);
 
@@ -37,8 +37,8 @@ void hide_handle(qk_mem_handle& handle) QK_REQUIRES(Qk_mem_mtx);
 
 /**
  * Puts the surviving handles back into a new handle array, if the process has several threads: a
- * thread that still uses an old number must not reach another thread's handle. Hidden ones come back
- * with their sums. Needs the registry's lock.
+ * thread that still uses an old number must not reach another thread's handle. Hidden ones come
+ * back with their sums. Needs the registry's lock.
  */
 void restore_surviving_handles() QK_REQUIRES(Qk_mem_mtx);
 

@@ -30,21 +30,56 @@ int open_fifo(const char* name) {
   }
 }
 
+void close_keeping_errno(int descriptor) {
+  const int error = errno;
+  ::close(descriptor);
+  errno = error;
+}
+
 /** Opening a FIFO without a reader would wait for one, and hang the program's start. */
 FILE* open_fifo_stream(const char* name, const char* mode) {
   const int descriptor = open_fifo(name);
   if (descriptor < 0) return nullptr;
   ::fcntl(descriptor, F_SETFL, ::fcntl(descriptor, F_GETFL) & ~O_NONBLOCK);
   FILE* stream = ::fdopen(descriptor, mode);
-  if (stream == nullptr) ::close(descriptor);
+  if (stream == nullptr) close_keeping_errno(descriptor);
+  return stream;
+}
+
+/**
+ * Notes that this process writes to a file. False if it does so already: a second copy of the
+ * library, in a plug-in for instance, reads the same environment. The note is a lock of one byte,
+ * whose position is the number of the process; it ends with the last descriptor.
+ */
+bool is_first_writer(int descriptor) {
+  struct flock byte = {};
+  byte.l_type = F_WRLCK;
+  byte.l_whence = SEEK_SET;
+  byte.l_start = ::getpid();
+  byte.l_len = 1;
+  return ::fcntl(descriptor, F_OFD_SETLK, &byte) == 0 || (errno != EAGAIN && errno != EACCES);
+}
+
+/** Empties a regular file. False, with errno, if that fails. */
+bool make_empty(int descriptor) {
+  struct stat status = {};
+  return ::fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode) ||
+         ::ftruncate(descriptor, 0) == 0;
+}
+
+/** Every line goes to the end of the file, so that several writers do not overwrite each other. */
+FILE* open_file_stream(const char* name, const char* mode) {
+  constexpr mode_t kForAll = 0666;
+  const int descriptor = ::open(name, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, kForAll);
+  if (descriptor < 0) return nullptr;
+  const bool anew = is_first_writer(descriptor) && mode[0] == 'w';
+  FILE* stream = anew && !make_empty(descriptor) ? nullptr : ::fdopen(descriptor, mode);
+  if (stream == nullptr) close_keeping_errno(descriptor);
   return stream;
 }
 
 FILE* open_stream(const char* name, const char* mode) {
-  if (is_fifo(name)) return open_fifo_stream(name, mode);
-  char hidden_mode[8];
-  std::snprintf(hidden_mode, sizeof hidden_mode, "%se", mode);
-  return std::fopen(name, hidden_mode);
+  return is_fifo(name) ? open_fifo_stream(name, mode) : open_file_stream(name, mode);
 }
 
 }  // namespace

@@ -13,7 +13,10 @@ namespace qk::mem {
  * A FIFO that nobody reads fails after a second. Once it is open, writing to it waits for the
  * reader.
  *
- * @param mode  "w" to start the file anew, "a" to extend it.
+ * Every write goes to the end of the file, whoever else writes to it.
+ *
+ * @param mode  "w" to start the file anew, "a" to extend it. "w" extends it as well if this process
+ *              has it open already: by another copy of the library.
  * @return null on failure.
  */
 [[nodiscard]] FILE* open_output(const char* routine, const char* name, const char* mode);

@@ -69,6 +69,29 @@ TEST(LogDestination, IsTruncatedWhenConfigured) {
   EXPECT_EQ(closed("qkmem.log"), "new\n");
 }
 
+TEST(LogDestination, IsNotOverwrittenByItsEarlierWriter) {
+  const Scene scene;
+  configure("DEBUG FLUSH");
+  say("a line that the other process cuts off");
+  const Ended ended = kit::run({}, [] {
+    configure("DEBUG FLUSH LOG=qkmem.log");
+    say("other");
+    _exit(0);
+  });
+  EXPECT_EQ(ended.exit_code, 0);
+  say("own");
+  EXPECT_EQ(closed("qkmem.log"), "other\nown\n");
+}
+
+TEST(LogDestination, IsTruncatedAgainAtEachConfiguration) {
+  const Scene scene;
+  for (const char* text : {"one", "two"}) {
+    configure("DEBUG LOG=a.log");
+    say(text);
+  }
+  EXPECT_EQ(closed("a.log"), "two\n");
+}
+
 TEST(LogDestination, IsExtendedUnderAppend) {
   const Scene scene;
   write_file("qkmem.log", "old\n");

@@ -1,16 +1,21 @@
-// The shared library when only a plug-in needs it. This program doesn't contain it.
+// The library when only plug-ins need it, shared or as a copy in each. This program doesn't contain
+// it.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <regex>
 #include <sstream>
 #include <string>
 #include <thread>
+#include <utility>
+#include <vector>
 
 namespace {
 
@@ -61,13 +66,19 @@ int status_of(Body body) {
 
 int exit_code_of(int status) { return WIFEXITED(status) ? WEXITSTATUS(status) : -1; }
 
-/** Loads the plug-in, uses it and unloads it. */
-void use_once() {
-  void* plugin = dlopen(QKMEM_PLUGIN, RTLD_NOW | RTLD_LOCAL);
+/** Loads a plug-in and uses it. Returns the plug-in, and the number of the handle it created. */
+std::pair<void*, int> load(const char* name) {
+  void* plugin = dlopen(name, RTLD_NOW | RTLD_LOCAL);
   if (plugin == nullptr) _exit(90);
   const auto use = reinterpret_cast<int (*)()>(dlsym(plugin, "use_plugin"));
-  if (use == nullptr || use() == 0) _exit(91);
-  if (dlclose(plugin) != 0) _exit(92);
+  const int hid = use == nullptr ? 0 : use();
+  if (hid == 0) _exit(91);
+  return {plugin, hid};
+}
+
+/** Loads the plug-in with the shared library, uses it and unloads it. */
+void use_once() {
+  if (dlclose(load(QKMEM_PLUGIN).first) != 0) _exit(92);
 }
 
 TEST_F(PlugIn, WritesTheReportWhenItIsUnloaded) {
@@ -108,6 +119,77 @@ TEST_F(PlugIn, LeavesForksAloneWhenItIsUnloaded) {
 
 TEST_F(PlugIn, CanBeUnloadedByAnotherThreadThanMain) {
   EXPECT_EQ(exit_code_of(status_of([] { std::thread(use_once).join(); })), 3);
+}
+
+class TwoCopies : public PlugIn {
+ protected:
+  static constexpr char kNothing[] = "0                 0";
+  static constexpr char kOneOfTenBytes[] = "1                10";
+
+  /** Each has its own handles 1 and 2, so that the first one of the plug-in is 3. */
+  static void use_both() {
+    if (load(QKMEM_FIRST_COPY).second != 3) _exit(94);
+    if (load(QKMEM_SECOND_COPY).second != 3) _exit(95);
+  }
+
+  /** The log of one copy. `data` is what the data handle holds. */
+  static std::string log_of_one(const std::string& reason, const std::string& data,
+                                const std::string& flush = "") {
+    return "QK_MEM_DEBUG:  initializing options [EXCEPTIONS SUMMARY LOG=plugin.log" + flush +
+           "]\n"
+           "QK_MEM_DUMP:  initializing options [OPTIONS=HANDLES]\n"
+           "   qk_mem_cleanup:      Memory at program termination (" +
+           reason +
+           ")\n"
+           "\n"
+           "    Hndl Tg          Address Typ Qty     Size    Total     Seq Location\n"
+           "   ----------------------------------------------------------------------------\n"
+           "   - - - - - - - - - - - - - Overhead handles  - - - - - - - - - - - - - - - - \n"
+           "\n"
+           "   - - - - - - - - - - - - - Data handles  - - - - - - - - - - - - - - - - - - \n"
+           "   +   2                           " +
+           data +
+           " # qkmem.cpp:#\n"
+           "   +   3 PL                        1                10 # plugin.cpp:#\n"
+           "   ----------------------------------------------------------------------------\n";
+  }
+
+  /** The log without event numbers and lines. How many events there are depends on addresses. */
+  static std::string plain_log() {
+    return std::regex_replace(log(), std::regex(R"( +\d+ (\w+\.cpp):\d+\n)"), " # $1:#\n");
+  }
+
+  static std::vector<std::string> sorted_lines(const std::string& text) {
+    std::istringstream in(text);
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(in, line);) lines.push_back(line);
+    std::sort(lines.begin(), lines.end());
+    return lines;
+  }
+};
+
+TEST_F(TwoCopies, WriteTheirReportsOneAfterTheOther) {
+  std::ofstream(kLog) << "an older log\n";
+  EXPECT_EQ(exit_code_of(status_of(use_both)), 3);
+  const std::string one = log_of_one("normal termination", kNothing);
+  EXPECT_EQ(plain_log(), one + one);
+}
+
+TEST_F(TwoCopies, LoseNoLineUnderFlush) {
+  setenv("QK_MEM_DEBUG", "EXCEPTIONS SUMMARY LOG=plugin.log FLUSH", 1);
+  EXPECT_EQ(exit_code_of(status_of(use_both)), 3);
+  const std::string one = log_of_one("normal termination", kNothing, " FLUSH");
+  EXPECT_EQ(sorted_lines(plain_log()), sorted_lines(one + one));
+}
+
+TEST_F(TwoCopies, WriteOnlyTheFirstOnesReportAtASignal) {
+  const int status = status_of([] {
+    use_both();
+    raise(SIGTERM);
+  });
+  ASSERT_TRUE(WIFSIGNALED(status));
+  EXPECT_EQ(WTERMSIG(status), SIGTERM);
+  EXPECT_EQ(plain_log(), log_of_one("Terminated", kOneOfTenBytes));
 }
 
 }  // namespace
