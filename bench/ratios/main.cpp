@@ -5,6 +5,7 @@
 //   ratios WORKLOAD CONTESTANT TIMES  only runs it, to count its instructions
 //   ratios --many                     contestant, number of pieces, nanoseconds to allocate and to
 //                                     delete one of them
+//   ratios --left                     megabytes that stay after 100,000 handles came and went
 //   ratios --build                    the compiler and the C library
 //   ratios --peers                    name, package and version of the optional peers
 #include <gnu/libc-version.h>
@@ -17,6 +18,7 @@
 #include <cstring>
 #include <stdexcept>
 
+#include "bench/ratios/left.h"
 #include "bench/ratios/many.h"
 #include "bench/ratios/workloads.h"
 
@@ -89,6 +91,8 @@ void print_many() {
   }
 }
 
+void print_left() { std::printf("%.2f\n", megabytes_left_by_handles()); }
+
 /** Restarts the program with the library preloaded, unless it is already. */
 void preload(const std::string& library, char** argv) {
   const char* loaded = std::getenv("LD_PRELOAD");
@@ -104,6 +108,7 @@ void run(int argc, char** argv) {
   if (std::strcmp(argv[1], "--build") == 0) return print_build();
   if (std::strcmp(argv[1], "--peers") == 0) return print_peers();
   if (std::strcmp(argv[1], "--many") == 0) return print_many();
+  if (std::strcmp(argv[1], "--left") == 0) return print_left();
   const Workload& workload = find(workloads, argv[1]);
   if (argc == 4) {
     find(workload.contestants, argv[2]).start()(std::strtoul(argv[3], nullptr, 10));

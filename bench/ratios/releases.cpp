@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <cstdint>
+#include <cstdlib>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -66,6 +67,59 @@ class Pieces {
   std::vector<void*> pieces_;
 };
 
+/** Notes the same address again and again. */
+class NotesOfOne {
+ public:
+  explicit NotesOfOne(std::size_t count) {
+    for (std::size_t i = 0; i < count; ++i) {
+      notes_.emplace(this, Note{16, 1, __FILE__, ++sequence_, __LINE__, 'X'});
+    }
+  }
+
+ private:
+  std::unordered_multimap<void*, Note> notes_;
+  std::uint64_t sequence_ = 0;
+};
+
+/** Registers the same memory again and again. The deletion of the handle frees it, once. */
+class RegisteredOften {
+ public:
+  explicit RegisteredOften(std::size_t count) {
+    void* memory = std::malloc(16);
+    for (std::size_t i = 0; i < count; ++i) qk_mem_register(id_, QK_MEM_EXTERNAL, memory, 16);
+  }
+  ~RegisteredOften() { qk_mem_del_handle(id_); }
+  RegisteredOften(const RegisteredOften&) = delete;
+  RegisteredOften& operator=(const RegisteredOften&) = delete;
+
+ private:
+  int id_ = qk_mem_new_handle("DATA", "QB");
+};
+
+/** The time is that of the destructor. */
+template <class Owner>
+Contestant deleting(const char* name, std::size_t count) {
+  return {name, [=]() -> Run {
+            return [=](std::size_t times) {
+              Nanoseconds taken{};
+              while (times-- != 0) {
+                auto owner = std::make_unique<Owner>(count);
+                taken += timed([&] { owner.reset(); });
+              }
+              return taken;
+            };
+          }};
+}
+
+Workload of_one_address(std::size_t count, const char* shown) {
+  return {"one_address_" + std::to_string(count),
+          "Ordinary handle: deleted with " + std::string(shown) + " records of one address",
+          10,
+          static_cast<double>(count),
+          Threads::kOne,
+          {deleting<NotesOfOne>("hash table", count), deleting<RegisteredOften>("qkmem", count)}};
+}
+
 enum class Order { kOldestFirst, kNewestFirst };
 
 /** The time doesn't include the allocation. */
@@ -125,8 +179,9 @@ Workload of_blocks(std::size_t count, const char* shown) {
 }  // namespace
 
 std::vector<Workload> release_workloads() {
-  return {of_one_array(1000000), far_apart(20000), of_blocks(20000, "20,000"),
-          of_blocks(250000, "250,000")};
+  return {of_one_array(1000000),           far_apart(20000),
+          of_blocks(20000, "20,000"),      of_blocks(250000, "250,000"),
+          of_one_address(10000, "10,000"), of_one_address(100000, "100,000")};
 }
 
 }  // namespace ratios
