@@ -3,8 +3,8 @@
 
 usage: check_seams.py ROOT
 
-The system's allocator is called only by src/core/system_memory.h. Atomic access to plain variables
-is implemented only by src/support/shared_variable.h.
+The system's allocator is called only by src/support/system_memory.h. Atomic access to plain
+variables is implemented only by src/support/shared_variable.h.
 """
 
 import pathlib
@@ -12,7 +12,7 @@ import re
 import sys
 
 SEAMS = {
-    "core/system_memory.h": re.compile(
+    "support/system_memory.h": re.compile(
         r"(?<![\w&])(?:std::|::)?(?:malloc|calloc|realloc|free|strdup|memalign|aligned_alloc)\("
         r"|\bnew \("),
     "support/shared_variable.h": re.compile(r"__atomic_\w+|\b__sync_\w+|\batomic_ref\b"),

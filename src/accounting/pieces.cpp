@@ -6,12 +6,12 @@
 #include "accounting/recording.h"
 #include "core/kinds.h"
 #include "core/registry.h"
-#include "core/system_memory.h"
 #include "core/upcalls.h"
 #include "diag/event.h"
 #include "diag/failure.h"
 #include "diag/log.h"
 #include "support/system.h"
+#include "support/system_memory.h"
 #include "table/blocks.h"
 
 namespace qk::mem {

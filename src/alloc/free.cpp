@@ -2,8 +2,8 @@
 #include "accounting/pieces.h"
 #include "alloc/fast_path.h"
 #include "alloc/shared_steps.h"
-#include "core/system_memory.h"
 #include "diag/log.h"
+#include "support/system_memory.h"
 
 namespace qk::mem {
 namespace {

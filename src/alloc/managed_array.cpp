@@ -6,9 +6,9 @@
 
 #include "alloc/shared_steps.h"
 #include "core/handle_array.h"
-#include "core/system_memory.h"
 #include "diag/log.h"
 #include "support/system.h"
+#include "support/system_memory.h"
 
 namespace qk::mem {
 namespace {

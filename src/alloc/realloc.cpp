@@ -4,10 +4,10 @@
 #include "accounting/pieces.h"
 #include "alloc/fast_path.h"
 #include "alloc/shared_steps.h"
-#include "core/system_memory.h"
 #include "diag/heap.h"
 #include "diag/log.h"
 #include "diag/trace_file.h"
+#include "support/system_memory.h"
 
 namespace qk::mem {
 namespace {
@@ -230,7 +230,7 @@ extern "C" void* qk_mem_irealloc(int hid, void* ptr, size_t size, int alignment,
 extern "C" void* qk_mem_irecalloc(int hid, void* ptr, size_t num, size_t size, size_t old_num,
                                   int alignment, const char* file, int line) {
   using namespace qk::mem;
-  void* memory = qk_mem_irealloc(hid, ptr, product(num, size), alignment, file, line);
+  void* memory = qk_mem_irealloc(hid, ptr, qk::product(num, size), alignment, file, line);
   if (memory != nullptr && num > old_num) {
     std::memset(static_cast<char*>(memory) + size * old_num, 0, (num - old_num) * size);
   }

@@ -3,8 +3,8 @@
 
 #include "accounting/pieces.h"
 #include "alloc/shared_steps.h"
-#include "core/system_memory.h"
 #include "diag/log.h"
+#include "support/system_memory.h"
 
 namespace qk::mem {
 namespace {
@@ -49,7 +49,7 @@ extern "C" char* qk_mem_istrdup(int hid, const char* str, const char* file, int 
   using namespace qk::mem;
   ensure_started();
   if (bypasses_tracking(hid)) {
-    return str == nullptr ? nullptr : static_cast<char*>(untracked(user_memory::copy_of(str)));
+    return str == nullptr ? nullptr : static_cast<char*>(untracked(qk::user_memory::copy_of(str)));
   }
   const CallContext context(Routine::kStrdup, file, line);
   qk_mem_handle* handle = look_up_handle(hid, context);

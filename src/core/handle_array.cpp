@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <mutex>
 
-#include "core/system_memory.h"
 #include "support/number_set.h"
+#include "support/system_memory.h"
 
 namespace qk::mem {
 namespace {

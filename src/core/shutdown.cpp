@@ -5,6 +5,7 @@
 #include "core/handle_array.h"
 #include "core/registry.h"
 #include "support/shared_variable.h"
+#include "support/system_memory.h"
 
 namespace qk::mem {
 namespace {

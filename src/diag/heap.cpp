@@ -3,10 +3,10 @@
 #include <malloc.h>
 
 #include "core/registry.h"
-#include "core/system_memory.h"
 #include "core/upcalls.h"
 #include "diag/log.h"
 #include "support/format.h"
+#include "support/system_memory.h"
 
 constinit std::uint32_t Qk_mem_opts = 0;
 
@@ -26,7 +26,7 @@ constinit std::int64_t last_heap QK_GUARDED_BY(Qk_mem_mtx) = 0;
 /** Makes the allocator set up its main arena before the first measurement. */
 void ensure_arena() {
   static void* dummy = nullptr;
-  if (qk::acquire(dummy) == nullptr) qk::publish(dummy, qk::mem::own_memory::allocate(1));
+  if (qk::acquire(dummy) == nullptr) qk::publish(dummy, qk::own_memory::allocate(1));
 }
 
 }  // namespace

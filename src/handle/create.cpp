@@ -8,7 +8,6 @@
 #include "core/own_locations.h"
 #include "core/registry.h"
 #include "core/shutdown.h"
-#include "core/system_memory.h"
 #include "core/upcalls.h"
 #include "diag/event.h"
 #include "diag/failure.h"
@@ -17,6 +16,7 @@
 #include "diag/trace_file.h"
 #include "handle/handle_options.h"
 #include "support/format.h"
+#include "support/system_memory.h"
 #include "support/text.h"
 #include "table/tags.h"
 

@@ -2,9 +2,9 @@
 
 #include "core/kinds.h"
 #include "core/registry.h"
-#include "core/system_memory.h"
 #include "diag/event.h"
 #include "handle/repeats.h"
+#include "support/system_memory.h"
 #include "table/pointer_table.h"
 #include "table/slot.h"
 

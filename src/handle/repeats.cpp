@@ -5,7 +5,7 @@
 #include <tuple>
 
 #include "core/registry.h"
-#include "core/system_memory.h"
+#include "support/system_memory.h"
 #include "table/slot.h"
 
 namespace qk::mem {

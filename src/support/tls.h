@@ -1,10 +1,13 @@
 #ifndef SUPPORT_TLS_H_
 #define SUPPORT_TLS_H_
 
+#include <functional>
 #include <map>
 #include <memory>
+#include <utility>
 
 #include "support/mtx_lock.h"
+#include "support/system_memory.h"
 #include "support/thread_id.h"
 
 namespace qk {
@@ -17,6 +20,9 @@ namespace qk {
  * thread's entry, the thread keeps its value in a spare variable, and a later call moves it to the
  * entry. A thread has one spare variable for all TLS<T> of the same T; the object that needed it
  * last owns it.
+ *
+ * Entries are made by malloc, never by operator new, and without the lock. So a program's own
+ * allocator can use the object too, directly or while it waits for other threads.
  *
  * Entries outlive their threads. Destroy the object only when no thread uses it any more.
  */
@@ -44,10 +50,11 @@ class TLS {
    */
   [[nodiscard]] T* get() noexcept {
     const unsigned long thread = qk_gettid();
-    const MtxLock lock(mtx_);
-    if (!constructed_) construct_map();
-    if (const auto found = values_.find(thread); found != values_.end()) return &found->second;
-    return insert(thread);
+    if (T* value = find(thread)) return value;
+    Spare& spare = spare_of_thread();
+    Entry entry = make_entry(thread);
+    const MtxLock lock(mtx_);  // released before an entry that isn't needed is freed
+    return insert(thread, entry, spare);
   }
   [[nodiscard]] T& operator*() noexcept { return *get(); }
 
@@ -62,12 +69,22 @@ class TLS {
   void wake_sleeper() noexcept { mtx_.wake_sleeper(); }
 
  private:
-  using Values = std::map<unsigned long, T>;
+  using Values = std::map<unsigned long, T, std::less<>,
+                          own_memory::Allocator<std::pair<const unsigned long, T>>>;
+  using Entry = typename Values::node_type;
 
   struct Spare {
     const TLS* user = nullptr;
     T value{};
   };
+
+  /** The value in a thread's entry; null if there is no entry. */
+  T* find(unsigned long thread) noexcept {
+    const MtxLock lock(mtx_);
+    if (!constructed_) construct_map();
+    const auto found = values_.find(thread);
+    return found == values_.end() ? nullptr : &found->second;
+  }
 
   void construct_map() noexcept QK_REQUIRES(mtx_) {
     mtx_.assert_held();
@@ -76,24 +93,33 @@ class TLS {
   }
 
   /**
-   * If the program's operator new fails and reports it through the library, this function is called
-   * again while the lock is held. That is safe because emplace() allocates memory first and then
-   * searches the position.
+   * An entry that is in no map yet; empty if there is no memory. Called without the lock: a malloc
+   * of the program's own may call the library, or wait for another thread that does.
    */
-  T* insert(unsigned long thread) noexcept QK_REQUIRES(mtx_) {
-    mtx_.assert_held();
-    Spare& spare = spare_of_thread();
+  static Entry make_entry(unsigned long thread) noexcept {
     try {
-      T* const value = &values_.emplace(thread, T{}).first->second;
-      if (spare.user == this) {
-        *value = spare.value;
-        spare.user = nullptr;
-      }
-      return value;
+      Values values;
+      return values.extract(values.emplace(thread, T{}).first);
     } catch (...) {
+      return {};
+    }
+  }
+
+  /** The value in a thread's new entry or, without memory for one, in its spare variable. */
+  T* insert(unsigned long thread, Entry& entry, Spare& spare) noexcept QK_REQUIRES(mtx_) {
+    mtx_.assert_held();
+    // The allocator may have used the object meanwhile, in this thread.
+    if (const auto found = values_.find(thread); found != values_.end()) return &found->second;
+    if (entry.empty()) {
       if (spare.user != this) spare = {this, T{}};
       return &spare.value;
     }
+    T* value = &values_.insert(std::move(entry)).position->second;
+    if (spare.user == this) {
+      *value = spare.value;
+      spare.user = nullptr;
+    }
+    return value;
   }
 
   static Spare& spare_of_thread() noexcept {

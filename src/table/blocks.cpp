@@ -3,7 +3,7 @@
 #include <utility>
 
 #include "core/kinds.h"
-#include "core/system_memory.h"
+#include "support/system_memory.h"
 #include "table/block_index.h"
 #include "table/pointer_table.h"
 

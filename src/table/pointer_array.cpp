@@ -3,7 +3,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "core/system_memory.h"
+#include "support/system_memory.h"
 #include "table/slot_index.h"
 
 namespace qk::mem {

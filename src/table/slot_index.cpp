@@ -3,7 +3,7 @@
 #include <cerrno>
 #include <cstddef>
 
-#include "core/system_memory.h"
+#include "support/system_memory.h"
 #include "table/slot.h"
 
 namespace qk::mem {

@@ -26,15 +26,24 @@ constexpr int kNever = 0;
 std::atomic<int> requests_left = kNever;
 std::atomic<bool> keeps_failing = false;
 std::atomic<bool> failed = false;
+std::atomic<void (*)()> action_of_next = nullptr;
 
 /** Counts down to the request that fails. If later ones fail too, the count stays there. */
-bool fails_now() {
+bool is_to_fail() {
   int left = requests_left.load();
   do {
     if (left == kNever) return false;
     if (left == 1 && keeps_failing) break;
   } while (!requests_left.compare_exchange_weak(left, left - 1));
-  if (left != 1) return false;
+  return left == 1;
+}
+
+bool fails_now() {
+  const bool fails = is_to_fail();
+  if (action_of_next != nullptr) {
+    if (void (*const action)() = action_of_next.exchange(nullptr)) action();
+  }
+  if (!fails) return false;
   failed = true;
   errno = ENOMEM;
   return true;
@@ -119,6 +128,8 @@ void fail_requests_from(int nth) {
   fail_request(nth);
   keeps_failing = true;
 }
+
+void during_next_request(void (*action)()) { action_of_next = action; }
 
 void fail_all_requests() { fail_requests_from(1); }
 

@@ -17,6 +17,15 @@ void fail_requests_from(int nth);
 /** Makes every request fail from now on, until let_succeed(). */
 void fail_all_requests();
 
+/**
+ * Makes the next request call `action` before it is served or fails. Requests that `action` makes
+ * come after that one. So the next request fails alone, with what other threads do meanwhile, after
+ *
+ *     fail_request(1);
+ *     during_next_request(action);
+ */
+void during_next_request(void (*action)());
+
 /** Cancels the failures. */
 void let_succeed();
 

@@ -8,33 +8,29 @@
 #include <thread>
 #include <vector>
 
+#include "tests/kit/failing_allocator.h"
+
 namespace {
 
-constinit thread_local bool memory_is_short = false;
-thread_local void (*report_failure)() = nullptr;
+constinit thread_local int calls_of_operator_new = 0;
 
-/** Makes operator new fail on this thread while the object exists. */
+/** Makes malloc fail while the object exists. */
 class ShortMemory {
  public:
-  explicit ShortMemory(void (*report)() = nullptr) {
-    memory_is_short = true;
-    report_failure = report;
-  }
+  ShortMemory() { kit::fail_all_requests(); }
   ShortMemory(const ShortMemory&) = delete;
   ShortMemory& operator=(const ShortMemory&) = delete;
-  ~ShortMemory() { memory_is_short = false; }
+  ~ShortMemory() { kit::let_succeed(); }
 };
 
 constinit qk::TLS<int> global;
+int seen_by_other_thread = -1;
 
 }  // namespace
 
 // Not inlined, as the compiler would then warn that new and delete don't match.
 [[gnu::noinline]] void* operator new(std::size_t size) {
-  if (memory_is_short) {
-    if (report_failure != nullptr) report_failure();
-    throw std::bad_alloc();
-  }
+  ++calls_of_operator_new;
   if (void* memory = std::malloc(size == 0 ? 1 : size)) return memory;
   throw std::bad_alloc();
 }
@@ -148,15 +144,41 @@ TEST(Tls, IsUnaffectedByAShortageInAnotherThread) {
   EXPECT_EQ(*value, 1);
 }
 
-TEST(Tls, CanBeUsedByTheAllocatorThatFails) {
-  {
-    const ShortMemory memory([] {
-      report_failure = nullptr;
-      global = 5012;
-    });
-    global = 5566;
-  }
+TEST(Tls, NeverCallsOperatorNew) {
+  qk::TLS<int> value;
+  const int before = calls_of_operator_new;
+  value = 1;
+  EXPECT_EQ(calls_of_operator_new, before);
+  EXPECT_EQ(*value, 1);
+}
+
+TEST(Tls, HoldsNoLockWhileItAllocates) {
+  kit::during_next_request([] {
+    seen_by_other_thread = global.held() ? -2 : 0;
+    if (seen_by_other_thread == 0) std::thread([] { seen_by_other_thread = ++*global; }).join();
+  });
+  global = 5;
+  EXPECT_EQ(seen_by_other_thread, 1);
+  EXPECT_EQ(*global, 5);
+}
+
+TEST(Tls, CanBeUsedByTheAllocatorItself) {
+  kit::during_next_request([] { global = 5012; });
+  global = 5566;
   EXPECT_EQ(*global, 5566);
+}
+
+TEST(Tls, KeepsTheLastValueIfTheAllocatorSetsOneAndFails) {
+  kit::fail_request(1);
+  kit::during_next_request([] { global = 5012; });
+  global = 5566;
+  EXPECT_EQ(*global, 5566);
+}
+
+TEST(Tls, TakesTheValueOfAnAllocatorThatHadNoMemory) {
+  kit::fail_request(2);
+  kit::during_next_request([] { global = 5012; });
+  EXPECT_EQ(*global, 5012);
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
-#ifndef QKMEM_CORE_SYSTEM_MEMORY_H_
-#define QKMEM_CORE_SYSTEM_MEMORY_H_
+#ifndef SUPPORT_SYSTEM_MEMORY_H_
+#define SUPPORT_SYSTEM_MEMORY_H_
 
 #include <cerrno>
 #include <cstddef>
@@ -17,7 +17,7 @@
  * Sizes that no object can have are refused here, with ENOMEM: the C library refuses them too, but
  * a sanitizer's allocator ends the program.
  */
-namespace qk::mem {
+namespace qk {
 
 [[nodiscard]] inline void* out_of_memory() {
   errno = ENOMEM;
@@ -107,7 +107,26 @@ struct Release {
   void operator()(void* memory) const { release(memory); }
 };
 
-}  // namespace own_memory
-}  // namespace qk::mem
+/** The allocator of a standard container that must not call the program's operator new. */
+template <class T>
+struct Allocator {
+  using value_type = T;
 
-#endif  // QKMEM_CORE_SYSTEM_MEMORY_H_
+  Allocator() = default;
+  template <class Other>
+  Allocator(const Allocator<Other>& /*other*/) {}
+
+  [[nodiscard]] T* allocate(std::size_t num) {
+    void* memory = own_memory::allocate(product(num, sizeof(T)));
+    if (memory == nullptr) throw std::bad_alloc();
+    return static_cast<T*>(memory);
+  }
+  void deallocate(T* memory, std::size_t /*num*/) { release(memory); }
+
+  [[nodiscard]] bool operator==(const Allocator& /*other*/) const { return true; }
+};
+
+}  // namespace own_memory
+}  // namespace qk
+
+#endif  // SUPPORT_SYSTEM_MEMORY_H_
