@@ -58,6 +58,44 @@ template <class Call>
                                : f.template operator()<HandleLock>();
 }
 
+/** Takes the first free slot of an array; kNoSlot if that takes a search or a larger array. */
+[[nodiscard, gnu::always_inline]] inline std::int32_t take_slot_fast(qk_mem_ptr_array& array) {
+  const std::int32_t index = likely_free_slot(array);
+  if (!is_free(array, index)) [[unlikely]]
+    return kNoSlot;
+  note_occupied(array, index);
+  return index;
+}
+
+/**
+ * The same for a realloc, in place of a record that was set aside. Its slot is free afterwards, if
+ * it isn't the one that was taken.
+ */
+[[nodiscard, gnu::always_inline]] inline std::int32_t take_slot_again_fast(qk_mem_handle& handle,
+                                                                           qk_mem_ptr_array& array,
+                                                                           const Removed& old) {
+  qk_mem_ptr_array& old_array = array_of(handle, old.record.address);
+  if (&array != &old_array || old.index >= likely_free_slot(array) ||
+      !is_set_aside(array, old.index)) {
+    free_place(old_array, old.index);
+    return take_slot_fast(array);
+  }
+  retake_place(array, old.index);  // no slot below it is free
+  return old.index;
+}
+
+/** Records memory in a slot that was just taken. */
+[[gnu::always_inline]] inline void fill_slot_fast(qk_mem_handle& handle, qk_mem_ptr_array& array,
+                                                  std::int32_t index, void* address,
+                                                  unsigned char kind, std::uint64_t count,
+                                                  std::uint64_t size, const char* file, int line) {
+  const bool single_threaded = qk::is_single_threaded();
+  const std::uint32_t seq = qk::add(Qk_mem_seq, 1, single_threaded);
+  const auto short_line = static_cast<std::uint16_t>(line);
+  fill_slot(handle, array, index, {address, nullptr, file, count, size, seq, short_line, kind, 0},
+            charged_to(kind), single_threaded);
+}
+
 /** Records an allocation, unless that takes a search for a slot or a larger array. */
 template <class Lock>
 [[nodiscard, gnu::always_inline]] inline bool record_fast(qk_mem_handle& handle, void* address,
@@ -67,33 +105,60 @@ template <class Lock>
   const char* file = qk::file_name_only(path);
   qk_mem_ptr_array& array = array_of(handle, address);
   const Lock lock(handle);
-  const std::int32_t index = likely_free_slot(array);
-  if (!is_free(array, index)) [[unlikely]]
+  const std::int32_t index = take_slot_fast(array);
+  if (index == kNoSlot) [[unlikely]]
     return false;
-  const bool single_threaded = qk::is_single_threaded();
-  const std::uint32_t seq = qk::add(Qk_mem_seq, 1, single_threaded);
-  const auto short_line = static_cast<std::uint16_t>(line);
-  insert_record(handle, array, index,
-                {address, nullptr, file, count, size, seq, short_line, kind, 0}, charged_to(kind),
-                single_threaded);
+  fill_slot_fast(handle, array, index, address, kind, count, size, file, line);
   return true;
 }
 
 /**
- * Removes the record of an address from an ordinary handle, and copies it to `removed` if that is
- * not null. False, and nothing has changed, if there is no record.
+ * The same for the memory that a realloc has returned. The place of the record that was set aside
+ * for it is given up in any case.
+ */
+template <class Lock>
+[[nodiscard, gnu::always_inline]] inline bool record_again_fast(qk_mem_handle& handle,
+                                                                const Removed& old, void* address,
+                                                                std::uint64_t size,
+                                                                const char* path, int line) {
+  const char* file = qk::file_name_only(path);
+  qk_mem_ptr_array& array = array_of(handle, address);
+  const Lock lock(handle);
+  const std::int32_t index = take_slot_again_fast(handle, array, old);
+  if (index == kNoSlot) [[unlikely]]
+    return false;
+  fill_slot_fast(handle, array, index, address, kind::kRealloc, 1, size, file, line);
+  return true;
+}
+
+/**
+ * Removes the record of an address from an ordinary handle. False, and nothing has changed, if
+ * there is no record.
  */
 template <class Lock>
 [[nodiscard, gnu::always_inline]] inline bool remove_fast(qk_mem_handle& handle,
-                                                          const void* address,
-                                                          Removed* removed = nullptr) {
+                                                          const void* address) {
   qk_mem_ptr_array& array = array_of(handle, address);
   const Lock lock(handle);
   const std::int32_t index = find_slot(array, address);
   if (index <= 0) [[unlikely]]
     return false;
-  if (removed != nullptr) *removed = {read_slot(array.ptrs[index]), index, ChargedTo::kData};
   remove_record(handle, array, index, ChargedTo::kData, qk::is_single_threaded());
+  return true;
+}
+
+/** The same for a realloc: sets the record aside, see set_aside_pointer(). */
+template <class Lock>
+[[nodiscard, gnu::always_inline]] inline bool set_aside_fast(qk_mem_handle& handle,
+                                                             const void* address,
+                                                             Removed& removed) {
+  qk_mem_ptr_array& array = array_of(handle, address);
+  const Lock lock(handle);
+  const std::int32_t index = find_slot(array, address);
+  if (index <= 0) [[unlikely]]
+    return false;
+  removed = {read_slot(array.ptrs[index]), index, ChargedTo::kData};
+  set_aside(handle, array, index, ChargedTo::kData, qk::is_single_threaded());
   return true;
 }
 

@@ -59,34 +59,39 @@ void warn_of_misuse(qk_mem_handle& handle, const void* ptr, std::size_t size, in
   }
 }
 
-/** Memory that was resized, and the record that it had before. */
+/** Memory that was resized, and the record that it had before. Without memory it is set aside. */
 struct Resized {
   void* memory = nullptr;
   std::optional<Removed> old;
 };
 
 /**
- * Resizes memory of the system's allocator. Its record is removed first, because another thread can
- * be given the old address at once.
+ * Resizes memory of the system's allocator. Its record is set aside first, because another thread
+ * can be given the old address at once.
  */
 Resized resize_memory(qk_mem_handle& handle, void* ptr, std::size_t size) {
   Resized resized;
   if (ptr != nullptr && handle.track != 0) {
-    resized.old = remove_pointer(handle, ptr, Removal::kByRealloc);
+    resized.old = set_aside_pointer(handle, ptr);
   }
   resized.memory = user_memory::resize(ptr, size);
+  if (resized.old && resized.memory != nullptr) free_place_of(handle, *resized.old);
   return resized;
 }
 
 /**
  * Reports a failure and restores the record, since the memory is as it was. A realloc to 0 that
- * returns null has freed the memory, so its record stays removed.
+ * returns null has freed the memory, so its record is not restored.
  */
-void report_failed_resize(qk_mem_handle& handle, const Resized& resized, const void* ptr,
-                          std::size_t size, const CallContext& context) {
+void report_failed_resize(qk_mem_handle& handle, const Resized& resized, std::size_t size,
+                          const CallContext& context) {
   report_failure(context, "realloc of %zu at %s:%d failed", size, context.file(), context.line);
-  const bool freed = size == 0 && ptr != nullptr;
-  if (resized.old && !freed) restore_pointer(handle, *resized.old);
+  if (!resized.old) return;
+  if (size == 0) {
+    free_place_of(handle, *resized.old);
+  } else {
+    restore_pointer(handle, *resized.old);
+  }
 }
 
 /**
@@ -102,7 +107,7 @@ Resized resize_piece(qk_mem_handle& handle, void* ptr, std::size_t size, int ali
     return resized;
   }
   if (handle.blockfree == 0) return resized;
-  resized.old = remove_pointer(handle, ptr, Removal::kByRealloc);
+  resized.old = set_aside_pointer(handle, ptr);
   if (!resized.old) {
     if (logs_errors(context)) warn_not_found(context, handle.id, as_number(ptr));
     return resized;
@@ -110,7 +115,11 @@ Resized resize_piece(qk_mem_handle& handle, void* ptr, std::size_t size, int ali
   const qk_mem_ptr& old = resized.old->record;
   resized.memory =
       size <= bytes_of(old) ? ptr : replace_piece(handle, ptr, old, size, alignment, context);
-  if (resized.memory == nullptr) restore_pointer(handle, *resized.old);
+  if (resized.memory == nullptr) {
+    restore_pointer(handle, *resized.old);
+  } else {
+    free_place_of(handle, *resized.old);
+  }
   return resized;
 }
 
@@ -156,7 +165,7 @@ void record_resized(qk_mem_handle& handle, const Resized& resized, std::size_t s
                                        const CallContext& context) {
   const std::size_t address = as_number(ptr);
   if (resized.memory == nullptr) {
-    report_failed_resize(handle, resized, ptr, size, context);
+    report_failed_resize(handle, resized, size, context);
   } else if (handle.track != 0) {
     if (ptr != nullptr && !resized.old) {
       if (logs_errors(context)) warn_not_found(context, handle.id, address);
@@ -196,12 +205,12 @@ template <class Lock>
 [[gnu::noinline]] void* realloc_recorded(qk_mem_handle& handle, void* ptr, std::size_t size,
                                          int alignment, const char* file, int line) {
   Resized resized = {nullptr, Removed{}};
-  if (!remove_fast<Lock>(handle, ptr, &*resized.old)) {
+  if (!set_aside_fast<Lock>(handle, ptr, *resized.old)) {
     return realloc_on_handle(handle, ptr, size, alignment, realloc_context(file, line));
   }
   resized.memory = user_memory::resize(ptr, size);
   if (resized.memory != nullptr &&
-      record_fast<Lock>(handle, resized.memory, kind::kRealloc, 1, size, file, line)) {
+      record_again_fast<Lock>(handle, *resized.old, resized.memory, size, file, line)) {
     return resized.memory;
   }
   return finish_realloc(handle, resized, ptr, size, realloc_context(file, line));

@@ -57,7 +57,10 @@ void forget_pieces(qk_mem_handle& handle) {
   for (qk_mem_ptr_array& array : handle.ptrs) {
     const std::int32_t slots = slots_of(array);
     for (std::int32_t index = 1; index < slots; ++index) {
-      if (is_piece(qk::load(array.ptrs[index].kind))) remove_visited(handle, array, index);
+      const qk_mem_ptr& slot = array.ptrs[index];
+      if (is_piece(qk::load(slot.kind)) && recorded_address(slot) != nullptr) {
+        remove_visited(handle, array, index);
+      }
     }
   }
 }

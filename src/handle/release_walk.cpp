@@ -36,9 +36,9 @@ void release_memory(const qk_mem_ptr& record) {
 std::optional<qk_mem_ptr> take_visited(qk_mem_handle& handle, qk_mem_ptr_array& array,
                                        std::int32_t index, const WalkRules& rules) {
   const HandleLock lock(handle);
-  if (index >= slots_of(array) || address_in(array.ptrs[index]) == nullptr) return std::nullopt;
-  const qk_mem_ptr record = read_slot(array.ptrs[index]);
-  if (rules.keeps(record)) return std::nullopt;
+  if (index >= slots_of(array)) return std::nullopt;
+  const auto record = record_of(array.ptrs[index]);
+  if (!record || rules.keeps(*record)) return std::nullopt;
   remove_visited(handle, array, index);
   return record;
 }

@@ -43,7 +43,7 @@ void mark_sorted(qk_mem_ptr_array& array, Entry* entries) {
   Entry* end = entries;
   for (std::int32_t i = 1; i < slots; ++i) {
     const qk_mem_ptr& slot = array.ptrs[i];
-    if (void* address = address_in(slot)) *end++ = {address, qk::load(slot.tracker), i};
+    if (void* address = recorded_address(slot)) *end++ = {address, qk::load(slot.tracker), i};
   }
   std::sort(entries, end);
   for (Entry* first = entries; first != end;) {
@@ -62,7 +62,7 @@ void mark(qk_mem_ptr& slot, const qk_mem_ptr& earlier) {
 void mark_compared(qk_mem_ptr_array& array) {
   const std::int32_t slots = slots_of(array);
   for (std::int32_t i = 2; i < slots; ++i) {
-    const void* address = address_in(array.ptrs[i]);
+    const void* address = recorded_address(array.ptrs[i]);
     for (std::int32_t j = 1; address != nullptr && j < i; ++j) {
       if (address_in(array.ptrs[j]) == address) mark(array.ptrs[i], array.ptrs[j]);
     }

@@ -22,9 +22,8 @@ bool has_new_data(const qk_mem_handle& handle, const qk_mem_filters& filters) {
   for (const qk_mem_ptr_array& array : handle.ptrs) {
     const std::int32_t slots = slots_of(array);
     for (std::int32_t i = 0; i < slots; ++i) {
-      if (address_in(array.ptrs[i]) != nullptr && is_new_data(read_slot(array.ptrs[i]), filters)) {
-        return true;
-      }
+      const auto record = record_of(array.ptrs[i]);
+      if (record && is_new_data(*record, filters)) return true;
     }
   }
   return false;

@@ -73,6 +73,8 @@ bool enlarge(qk_mem_ptr_array& array, std::int32_t capacity) {
   const std::int32_t before = slots_of(array);
   SlotIndex* const index = present_index(array);
   qk_mem_ptr* const slots = resize_slots(array.ptrs, capacity);
+  // The record of a realloc that fails too must have a place to return to.
+  if (slots == nullptr && search_slot(array, &set_aside_mark) != kNoSlot) return false;
   if (slots == nullptr) {
     const int error = errno;
     own_memory::release(array.ptrs);

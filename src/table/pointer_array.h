@@ -66,7 +66,8 @@ inline constexpr std::int32_t kLargeArray = 512;
  * that had none.
  *
  * @return false, with errno, if there is no memory. The array then has the larger capacity but no
- *         slots, for good, and has lost its records.
+ *         slots, for good, and has lost its records. If one of them is set aside, the array stays
+ *         as it was.
  */
 [[nodiscard]] bool enlarge(qk_mem_ptr_array& array, std::int32_t capacity);
 
@@ -122,6 +123,13 @@ inline void add_to_index(const qk_mem_ptr_array& array, std::int32_t index) {
 inline void remove_from_index(const qk_mem_ptr_array& array, std::int32_t index) {
   if (array.capacity >= kLargeArray) [[unlikely]]
     remove_from_index_of_large(array, index);
+}
+
+/** Gives an occupied slot another address, which is not null. */
+inline void replace_address(const qk_mem_ptr_array& array, std::int32_t index, void* address) {
+  remove_from_index(array, index);
+  qk::publish(array.ptrs[index].address, address);
+  add_to_index(array, index);
 }
 
 /**

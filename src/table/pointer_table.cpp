@@ -47,7 +47,8 @@ Insertion insert_pointer(qk_mem_handle& handle, qk_mem_ptr record, EventCount ev
   const std::int32_t index = first_free_slot(array);
   if (index == kNoSlot) return {InsertResult::kArrayLost};
   if (event == EventCount::kCounted) record.seq = next_seq();
-  insert_record(handle, array, index, record, charged_to(record.kind), qk::is_single_threaded());
+  note_occupied(array, index);
+  fill_slot(handle, array, index, record, charged_to(record.kind), qk::is_single_threaded());
   return {InsertResult::kInserted, record};
 }
 
@@ -78,13 +79,28 @@ std::optional<Removed> remove_pointer(qk_mem_handle& handle, const void* address
   return Removed{record, index, sum};
 }
 
-void restore_pointer(qk_mem_handle& handle, const Removed& removed) {
+std::optional<Removed> set_aside_pointer(qk_mem_handle& handle, const void* address) {
   const HandleLock lock(handle);
-  qk_mem_ptr_array& array = array_of(handle, removed.record.address);
-  if (slots_of(array) == 0) return;
-  const std::int32_t index = is_free(array, removed.index) ? removed.index : first_free_slot(array);
-  if (index == kNoSlot) return;
-  insert_record(handle, array, index, removed.record, removed.charged_to, qk::is_single_threaded());
+  qk_mem_ptr_array& array = array_of(handle, address);
+  const std::int32_t index = find_slot(array, address);
+  if (index == kNoSlot) return std::nullopt;
+  const qk_mem_ptr record = read_slot(array.ptrs[index]);
+  const ChargedTo sum = sum_for(handle, Removal::kByRealloc, record.kind);
+  set_aside(handle, array, index, sum, qk::is_single_threaded());
+  return Removed{record, index, sum};
+}
+
+void restore_pointer(qk_mem_handle& handle, const Removed& set_aside) {
+  const HandleLock lock(handle);
+  qk_mem_ptr_array& array = array_of(handle, set_aside.record.address);
+  if (set_aside.index != 0 && !is_set_aside(array, set_aside.index)) return;
+  put_back(handle, array, set_aside.index, set_aside.record, set_aside.charged_to,
+           qk::is_single_threaded());
+}
+
+void free_place_of(qk_mem_handle& handle, const Removed& set_aside) {
+  const HandleLock lock(handle);
+  free_place(array_of(handle, set_aside.record.address), set_aside.index);
 }
 
 std::optional<qk_mem_ptr> find_pointer(qk_mem_handle& handle, const void* address) {

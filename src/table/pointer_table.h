@@ -47,7 +47,7 @@ struct Insertion {
 
 /** What became of an array that was full. */
 struct ArrayGrowth {
-  bool failed = false;           // with errno; the array has lost its slots and its records
+  bool failed = false;           // with errno; see enlarge() for what is lost
   std::uint64_t bytes = 0;       // of all slots, as they are or as they were asked for
   std::uint64_t added = 0;       // bytes of the new slots; 0 if the array had room after all
   qk_mem_ptr array_record = {};  // the array's own record as it is now
@@ -60,10 +60,10 @@ struct ArrayGrowth {
 [[nodiscard]] ArrayGrowth grow_array(qk_mem_handle& handle, const void* address,
                                      SourceLocation location);
 
-/** A record that was removed, with all that restore_pointer() needs. */
+/** A record that was removed or set aside. */
 struct Removed {
   qk_mem_ptr record;
-  std::int32_t index;    // the slot where it was
+  std::int32_t index;    // the slot where it was, or is set aside
   ChargedTo charged_to;  // the sum that lost its bytes
 };
 
@@ -74,8 +74,19 @@ struct Removed {
  */
 std::optional<Removed> remove_pointer(qk_mem_handle& handle, const void* address, Removal removal);
 
-/** Undoes remove_pointer(), in the same slot unless another record has taken it meanwhile. */
-void restore_pointer(qk_mem_handle& handle, const Removed& removed);
+/**
+ * Removes the record of an address for a realloc, but keeps its place in the array. The caller ends
+ * that by restore_pointer(), which can't fail, or by free_place_of().
+ *
+ * @return nothing if there is no record.
+ */
+std::optional<Removed> set_aside_pointer(qk_mem_handle& handle, const void* address);
+
+/** Undoes set_aside_pointer(). */
+void restore_pointer(qk_mem_handle& handle, const Removed& set_aside);
+
+/** Gives up the place of a record that was set aside. */
+void free_place_of(qk_mem_handle& handle, const Removed& set_aside);
 
 /**
  * Finds the record of an address. Of several it returns the one used last if it matches, otherwise

@@ -48,16 +48,22 @@ inline void count_record(qk_mem_handle& handle, unsigned char kind, int by, bool
   }
 }
 
-/** Writes a record into a free slot, counts it and adds its bytes to `sum`. */
-[[gnu::always_inline]] inline void insert_record(qk_mem_handle& handle, qk_mem_ptr_array& array,
-                                                 std::int32_t index, const qk_mem_ptr& record,
-                                                 ChargedTo sum, bool single_threaded) {
+/** Writes a record into a slot that was just taken, counts it and adds its bytes to `sum`. */
+[[gnu::always_inline]] inline void fill_slot(qk_mem_handle& handle, qk_mem_ptr_array& array,
+                                             std::int32_t index, const qk_mem_ptr& record,
+                                             ChargedTo sum, bool single_threaded) {
   assert_held(handle);
-  note_occupied(array, index);
   write_slot(array.ptrs[index], record);
   count_record(handle, record.kind, 1, single_threaded);
   charge(handle, sum, bytes_of(record), single_threaded);
   add_to_index(array, index);
+}
+
+/** Makes an occupied slot a free one. */
+[[gnu::always_inline]] inline void free_slot(qk_mem_ptr_array& array, std::int32_t index) {
+  remove_from_index(array, index);
+  clear_slot(array.ptrs[index]);
+  note_vacated(array, index);
 }
 
 /**
@@ -71,9 +77,7 @@ inline void count_record(qk_mem_handle& handle, unsigned char kind, int by, bool
                                           std::int32_t index, const unsigned char& kind,
                                           bool single_threaded) {
   assert_held(handle);
-  remove_from_index(array, index);
-  clear_slot(array.ptrs[index]);
-  note_vacated(array, index);
+  free_slot(array, index);
   count_record(handle, kind, -1, single_threaded);
 }
 
@@ -90,6 +94,49 @@ inline constexpr unsigned char kClearedKind = 0;
   const qk_mem_ptr& slot = array.ptrs[index];
   charge(handle, sum, 0 - qk::load(slot.count) * qk::load(slot.size), single_threaded);
   if (index > 0) vacate(handle, array, index, kClearedKind, single_threaded);
+}
+
+/**
+ * Subtracts a record as remove_record() does, but only sets it aside: the slot stays taken, so that
+ * put_back() needs no room, until free_place() gives it up.
+ */
+[[gnu::always_inline]] inline void set_aside(qk_mem_handle& handle, qk_mem_ptr_array& array,
+                                             std::int32_t index, ChargedTo sum,
+                                             bool single_threaded) {
+  assert_held(handle);
+  const qk_mem_ptr& slot = array.ptrs[index];
+  charge(handle, sum, 0 - qk::load(slot.count) * qk::load(slot.size), single_threaded);
+  if (index == 0) return;
+  replace_address(array, index, &set_aside_mark);
+  count_record(handle, kClearedKind, -1, single_threaded);
+}
+
+/** Whether a slot has a record that is set aside. Not so once the array has lost its slots. */
+[[nodiscard]] inline bool is_set_aside(const qk_mem_ptr_array& array, std::int32_t index) {
+  return holds(array, index, &set_aside_mark);
+}
+
+/** Undoes set_aside(). */
+inline void put_back(qk_mem_handle& handle, qk_mem_ptr_array& array, std::int32_t index,
+                     const qk_mem_ptr& record, ChargedTo sum, bool single_threaded) {
+  assert_held(handle);
+  if (index != 0) {
+    replace_address(array, index, record.address);
+    count_record(handle, kClearedKind, 1, single_threaded);
+  }
+  charge(handle, sum, bytes_of(record), single_threaded);
+}
+
+/** Takes the slot of a record that is set aside for another record. */
+[[gnu::always_inline]] inline void retake_place(qk_mem_ptr_array& array, std::int32_t index) {
+  remove_from_index(array, index);
+  array.last = index;
+}
+
+/** Frees the slot of a record that was set aside. */
+[[gnu::always_inline]] inline void free_place(qk_mem_ptr_array& array, std::int32_t index) {
+  if (is_set_aside(array, index)) [[likely]]
+    free_slot(array, index);
 }
 
 }  // namespace qk::mem

@@ -1,6 +1,8 @@
 #ifndef QKMEM_TABLE_SLOT_H_
 #define QKMEM_TABLE_SLOT_H_
 
+#include <optional>
+
 #include "core/records.h"
 #include "core/registry.h"
 #include "support/shared_variable.h"
@@ -15,6 +17,18 @@ namespace qk::mem {
 
 [[nodiscard]] inline void* address_in(const qk_mem_ptr& slot) { return qk::acquire(slot.address); }
 
+/**
+ * Its address stands in slots whose record is set aside during a realloc: such a slot is taken, and
+ * has the rest of the record, but no address finds it and no report shows it.
+ */
+inline constinit char set_aside_mark = 0;
+
+/** The address of the record in a slot; null if the slot is free or its record is set aside. */
+[[nodiscard]] inline void* recorded_address(const qk_mem_ptr& slot) {
+  void* const address = address_in(slot);
+  return address == &set_aside_mark ? nullptr : address;
+}
+
 [[nodiscard]] inline qk_mem_ptr read_slot(const qk_mem_ptr& slot) {
   qk_mem_ptr record;
   record.address = address_in(slot);
@@ -26,6 +40,15 @@ namespace qk::mem {
   record.line = qk::load(slot.line);
   record.kind = qk::load(slot.kind);
   record.baselined = qk::load(slot.baselined);
+  return record;
+}
+
+/** The record in a slot, if there is one. */
+[[nodiscard]] inline std::optional<qk_mem_ptr> record_of(const qk_mem_ptr& slot) {
+  void* const address = recorded_address(slot);
+  if (address == nullptr) return std::nullopt;
+  qk_mem_ptr record = read_slot(slot);
+  record.address = address;  // it may be set aside by now
   return record;
 }
 
@@ -72,7 +95,7 @@ void for_each_record(const qk_mem_handle& handle, Visit visit) {
   for (const qk_mem_ptr_array& array : handle.ptrs) {
     const std::int32_t slots = slots_of(array);
     for (std::int32_t i = 0; i < slots; ++i) {
-      if (address_in(array.ptrs[i]) != nullptr) visit(read_slot(array.ptrs[i]));
+      if (const auto record = record_of(array.ptrs[i])) visit(*record);
     }
   }
 }

@@ -8,9 +8,10 @@
 namespace kit {
 
 /**
- * Checks what holds of every pointer array between two calls: slot 0 is its own record, `used` is
- * the number of occupied slots, no slot below `free_from` is free except `spare`, and the index of a
- * large array knows which slots are used and finds the lowest one of each address.
+ * Checks what holds of every pointer array between two calls, and while a record is set aside: slot
+ * 0 is its own record, `used` is the number of occupied slots, no slot below `free_from` is free
+ * except `spare`, and the index of a large array knows which slots are used and finds the lowest one
+ * of each address.
  *
  * @return the first thing that is wrong; "" if nothing is.
  */
