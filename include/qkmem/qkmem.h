@@ -41,7 +41,8 @@
  * (7) Threads. Any thread can call any function. Several threads can use one handle at the same
  *     time only if it was created MULTITHREADED. Without that its records are damaged, and correct
  *     frees produce the warnings of a double free ("ptr not found"). A handle must not be in use
- *     while another thread deletes it.
+ *     while another thread deletes it. No function is a cancellation point, but destructors that it
+ *     runs can be. Threads with asynchronous cancelability can't call the library.
  *
  * (8) Start-up. The first call starts the library up: it reads the environment, creates the two
  *     standing handles, and registers the handlers for exit and signals. A call from another

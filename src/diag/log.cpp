@@ -7,6 +7,7 @@
 #include "diag/output_file.h"
 #include "support/format.h"
 #include "support/mtx_lock.h"
+#include "support/no_cancellation.h"
 #include "support/page_buffer.h"
 #include "support/shared_variable.h"
 
@@ -73,6 +74,7 @@ bool stage_line(const FILE* stream, std::string_view line) {
 }  // namespace
 
 int write_line(FILE* stream, std::string_view line) {
+  const qk::NoCancellation no_cancellation;
   if (stage_line(stream, line)) return static_cast<int>(line.size());
   const bool written = std::fwrite(line.data(), 1, line.size(), stream) == line.size();
   return written ? static_cast<int>(line.size()) : EOF;
@@ -88,6 +90,7 @@ FILE* exchange_log(FILE* stream) {
 }
 
 void replace_log(FILE* stream) {
+  const qk::NoCancellation no_cancellation;
   FILE* before = exchange_log(stream);
   if (before != nullptr && !is_standard_stream(before)) std::fclose(before);
 }
@@ -95,6 +98,7 @@ void replace_log(FILE* stream) {
 void provide_log_buffer(FILE* stream) { provide_buffer(stream, log_buffer); }
 
 void flush_log() {
+  const qk::NoCancellation no_cancellation;
   const qk::MtxLock lock(log_mutex);
   if (Qk_mem_log != nullptr) std::fflush(Qk_mem_log);
 }

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <ctime>
 
+#include "support/no_cancellation.h"
 #include "support/system.h"
 
 namespace qk::mem {
@@ -85,6 +86,7 @@ FILE* open_stream(const char* name, const char* mode) {
 }  // namespace
 
 FILE* open_output(const char* routine, const char* name, const char* mode) {
+  const qk::NoCancellation no_cancellation;
   FILE* stream = open_stream(name, mode);
   if (stream == nullptr) {
     const int error = errno;
@@ -112,6 +114,7 @@ void provide_buffer(FILE* stream, StreamBuffer& buffer) {
 }
 
 void unbuffer(FILE* stream) {
+  const qk::NoCancellation no_cancellation;
   std::fflush(stream);
   std::setbuf(stream, nullptr);
 }

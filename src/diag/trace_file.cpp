@@ -9,6 +9,7 @@
 #include "diag/output_file.h"
 #include "formats/trace_row.h"
 #include "support/line.h"
+#include "support/no_cancellation.h"
 #include "support/text.h"
 
 constinit FILE* Qk_mem_db = nullptr;
@@ -52,6 +53,7 @@ void start_trace_file(FILE* stream) {
 
 void flush_trace_file() {
   assert_registry_held();
+  const qk::NoCancellation no_cancellation;
   if (Qk_mem_db != nullptr) std::fflush(Qk_mem_db);
 }
 

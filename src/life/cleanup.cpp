@@ -14,6 +14,7 @@
 #include "handle/destroy.h"
 #include "report/report.h"
 #include "support/live_threads.h"
+#include "support/no_cancellation.h"
 #include "support/signal_names.h"
 
 namespace qk::mem {
@@ -114,6 +115,7 @@ void clean_up_for_signal() QK_UNCHECKED_LOCKING {
 
 extern "C" void qk_mem_cleanup(int sig) {
   using namespace qk::mem;
+  const qk::NoCancellation no_cancellation;
   // A standard stream may have no buffer yet.
   if (FILE* log = qk::acquire(Qk_mem_log); sig >= 1 && log != nullptr) provide_log_buffer(log);
   log_end(sig);
