@@ -14,6 +14,7 @@
 #include <optional>
 
 #include "support/end_runner.h"
+#include "support/no_cancellation.h"
 #include "support/signal_names.h"
 #include "support/stack_switch.h"
 
@@ -95,6 +96,7 @@ std::int64_t now() {
 std::int64_t since_signal() { return now() - signal_time.load(); }
 
 [[gnu::noinline]] void pause_for(std::int64_t microseconds) {
+  const NoCancellation no_cancellation;
   const timespec time = {0, microseconds * 1000};
   nanosleep(&time, nullptr);
 }
