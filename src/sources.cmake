@@ -66,6 +66,7 @@ set(library_sources
   handle/clear.cpp
   handle/create.cpp
   handle/destroy.cpp
+  handle/generations.cpp
   handle/handle_array.cpp
   handle/handle_options.cpp
   handle/queries.cpp

@@ -32,6 +32,7 @@ template <class Exception>
 }
 
 [[nodiscard]] inline void* allocate_plain(const On& on, std::size_t size, std::size_t alignment) {
+  if (!is_current(on, QK_MEM_CALL_MALLOC)) fail<std::bad_alloc>();
   void* const memory = qk_mem_imalloc(on.number(), size == 0 ? 1 : size,
                                       static_cast<int>(alignment), on.file(), on.line());
   if (memory == nullptr) fail<std::bad_alloc>();
@@ -61,6 +62,7 @@ template <class Exception>
 
 /** Does nothing if the handle doesn't free singly or doesn't exist: all is released together. */
 inline void deallocate(const On& on, void* memory, std::size_t alignment) noexcept {
+  if (!is_current(on, QK_MEM_CALL_FREE)) return;
   if (qk_mem_frees_singly(on.number(), on.file(), on.line()) == 0) return;
   void* const base = alignment <= kAlignment ? memory : base_of_aligned(memory);
   qk_mem_ifree(on.number(), base, on.file(), on.line());
@@ -77,6 +79,10 @@ inline void deallocate(const On& on, void* memory, std::size_t alignment) noexce
  * are equal if they have the same handle.
  *
  * The resource must live longer than the containers that use it, and the handle longer than both.
+ * The elements of a container that outlives its handle are gone. If the resource was made from a
+ * qk::Handle, the container then frees nothing and gets no memory (std::bad_alloc), and each try
+ * logs an error; made from a number, it uses the handle that has the number by then.
+ *
  * It can be copied, but not assigned.
  */
 class memory_resource : public std::pmr::memory_resource {
@@ -106,7 +112,7 @@ class memory_resource : public std::pmr::memory_resource {
   [[nodiscard]] bool do_is_equal(const std::pmr::memory_resource& other) const noexcept override {
 #if defined(__cpp_rtti)
     const auto* const same = dynamic_cast<const memory_resource*>(&other);
-    return same != nullptr && same->handle() == handle();
+    return same != nullptr && detail::is_same_handle(same->on_, on_);
 #else
     return this == &other;
 #endif
@@ -116,8 +122,8 @@ class memory_resource : public std::pmr::memory_resource {
 };
 
 /**
- * An allocator for standard containers that aren't std::pmr ones. Memory, locations and alignments
- * are as with qk::memory_resource.
+ * An allocator for standard containers that aren't std::pmr ones. Memory, locations, alignments and
+ * deleted handles are as with qk::memory_resource.
  *
  * A container that is copy-assigned keeps its handle. A container that is copied, moved,
  * move-assigned or swapped has the handle that its elements come from.
@@ -178,7 +184,7 @@ class allocator {
 /** Equal if memory of one can be deallocated through the other. */
 template <class T, class U>
 [[nodiscard]] bool operator==(const allocator<T>& one, const allocator<U>& other) noexcept {
-  return one.handle() == other.handle();
+  return detail::is_same_handle(one.on(), other.on());
 }
 
 template <class T, class U>

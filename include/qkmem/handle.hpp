@@ -53,7 +53,11 @@ inline constexpr bool kIsOtherNumber =
 
 }  // namespace detail
 
-/** The number of a handle, and the location of the call that uses it. Owns nothing. */
+/**
+ * The number of a handle, and the location of the call that uses it. Owns nothing. Made from a
+ * qk::Handle, it also knows the handle's generation, and is refused when the handle is gone, even if
+ * a new one has the number. Made from a number, it means the handle that has the number at a call.
+ */
 class On {
  public:
   // Implicit, so that callers pass only the handle.
@@ -66,6 +70,8 @@ class On {
   On(Number number, Location where = Location::current()) = delete;
 
   [[nodiscard]] int number() const noexcept { return number_; }
+  /** As qk_mem_generation() returns it; 0 if not known. */
+  [[nodiscard]] std::uint32_t generation() const noexcept { return generation_; }
   [[nodiscard]] const char* file() const noexcept { return file_; }
   [[nodiscard]] int line() const noexcept { return line_; }
 
@@ -73,7 +79,25 @@ class On {
   const char* file_;  // not a Location, whose size depends on the language version
   int line_;
   int number_;
+  std::uint32_t generation_ = 0;
 };
+
+namespace detail {
+
+/** Whether the handle still exists, as far as that is known. Reports it for a QK_MEM_CALL_ if not. */
+[[nodiscard]] inline bool is_current(const On& on, int call) noexcept {
+  return qk_mem_is_current(on.number(), on.generation(), call, on.file(), on.line()) != 0;
+}
+
+/**
+ * Whether two mean the same handle. A number alone means whichever handle has it.
+ */
+[[nodiscard]] inline bool is_same_handle(const On& one, const On& other) noexcept {
+  return one.number() == other.number() && (one.generation() == other.generation() ||
+                                            one.generation() == 0 || other.generation() == 0);
+}
+
+}  // namespace detail
 
 /**
  * Owns a handle. The destructor deletes it with everything that is still on it, WITHOUT a warning,
@@ -81,7 +105,8 @@ class On {
  * the destructor log it with QK_MEM_DEBUG="DEBUG=qk_mem_idel_handle", print a report with
  * qk_mem_dump() before it, or release() the handle, which the report at the end then lists.
  *
- * Can be moved, not copied.
+ * A handle that was deleted by its number is not deleted again, nor is another one that has got the
+ * number: the destructor and clear() log an error. Can be moved, not copied.
  */
 class Handle {
  public:
@@ -94,11 +119,15 @@ class Handle {
                   Location where = Location::current()) noexcept
       : file_(where.file_name()),
         line_(static_cast<int>(where.line())),
-        number_(qk_mem_inew_handle(options, tag, file_, line_)) {}
+        number_(qk_mem_inew_handle(options, tag, file_, line_)),
+        generation_(number_ == 0 ? 0 : qk_mem_generation(number_)) {}
 
   /** Takes the handle over, which leaves `other` empty. */
   Handle(Handle&& other) noexcept
-      : file_(other.file_), line_(other.line_), number_(other.release()) {}
+      : file_(other.file_),
+        line_(other.line_),
+        number_(std::exchange(other.number_, 0)),
+        generation_(std::exchange(other.generation_, 0)) {}
 
   /** Deletes the present handle, and takes over the one of `other`, which is then empty. */
   Handle& operator=(Handle&& other) noexcept {
@@ -106,6 +135,7 @@ class Handle {
     std::swap(file_, taken.file_);
     std::swap(line_, taken.line_);
     std::swap(number_, taken.number_);
+    std::swap(generation_, taken.generation_);
     return *this;
   }
 
@@ -114,11 +144,17 @@ class Handle {
 
   /** Deletes the handle, see above. Log lines show the location where it was created. */
   ~Handle() {
-    if (number_ != 0) qk_mem_idel_handle(number_, file_, line_);
+    if (number_ != 0 &&
+        qk_mem_is_current(number_, generation_, QK_MEM_CALL_DEL_HANDLE, file_, line_) != 0) {
+      qk_mem_idel_handle(number_, file_, line_);
+    }
   }
 
   /** Returns the number for the functions of qkmem.h, or 0 if empty. */
   [[nodiscard]] int number() const noexcept { return number_; }
+
+  /** Returns the generation, as qk_mem_generation() does, or 0 if empty. */
+  [[nodiscard]] std::uint32_t generation() const noexcept { return generation_; }
 
   /** Returns whether there is a handle. */
   [[nodiscard]] explicit operator bool() const noexcept { return number_ != 0; }
@@ -130,19 +166,27 @@ class Handle {
 
   /** Empties a block-managed handle, as qk_mem_iclear_handle() does. Returns 0 or 5566. */
   int clear(Location where = Location::current()) noexcept {
-    return qk_mem_iclear_handle(number_, where.file_name(), static_cast<int>(where.line()));
+    const On on(*this, where);
+    if (!detail::is_current(on, QK_MEM_CALL_CLEAR_HANDLE)) return QK_MEM_ERROR_HANDLE;
+    return qk_mem_iclear_handle(number_, on.file(), on.line());
   }
 
   /** Returns the number and leaves this object empty. The caller then deletes the handle. */
-  [[nodiscard]] int release() noexcept { return std::exchange(number_, 0); }
+  [[nodiscard]] int release() noexcept {
+    generation_ = 0;
+    return std::exchange(number_, 0);
+  }
 
  private:
   const char* file_;
   int line_;
   int number_;
+  std::uint32_t generation_;
 };
 
-inline On::On(const Handle& handle, Location where) noexcept : On(handle.number(), where) {}
+inline On::On(const Handle& handle, Location where) noexcept : On(handle.number(), where) {
+  generation_ = handle.generation();
+}
 
 }  // namespace qk
 

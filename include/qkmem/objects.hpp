@@ -112,12 +112,20 @@ template <class T>
 
 /** Registers what a tracker owns. If the handle doesn't record it, deletes the tracker only. */
 inline bool enroll(const On& on, int type, std::unique_ptr<MemTracker> tracker, std::size_t size) {
-  qk_mem_iregister(on.number(), type, tracker.get(), nullptr, size, on.file(), on.line());
-  // The tracker's record is the latest and found fastest. It can be missing, though.
-  const bool taken = is_recorded(on, tracker.get()) || is_recorded(on, tracker->address);
+  bool taken = false;
+  if (is_current(on, QK_MEM_CALL_REGISTER)) {
+    qk_mem_iregister(on.number(), type, tracker.get(), nullptr, size, on.file(), on.line());
+    // The tracker's record is the latest and found fastest. It can be missing, though.
+    taken = is_recorded(on, tracker.get()) || is_recorded(on, tracker->address);
+  }
   if (!taken) tracker->address = nullptr;
   if (taken) static_cast<void>(tracker.release());
   return taken;
+}
+
+/** Whether an object is still the program's to destroy: a handle that is gone has destroyed it. */
+[[nodiscard]] inline bool may_destroy(const On& on) noexcept {
+  return is_current(on, QK_MEM_CALL_DEREGISTER);
 }
 
 inline void deregister(const On& on, int type, Name name) noexcept {
@@ -271,13 +279,16 @@ T* make_array(const Handle&& temporary, std::size_t n) = delete;
  * Deregisters an object and deletes it.
  *
  * @param on      its handle. With another one it warns, and deletes the object, but not the record:
- *                the deletion of its own handle then destroys it a second time.
+ *                the deletion of its own handle then destroys it a second time. With one that was
+ *                made from a qk::Handle which is gone, it logs an error and does nothing else, since
+ *                the handle's deletion has destroyed the object.
  * @param object  as returned by make(), or a base of it with a virtual destructor. Null is warned
  *                about.
  */
 template <class T>
 std::enable_if_t<!std::is_array_v<T>> destroy(On on, T* object) {
   static_assert(sizeof(T) > 0, "the class must be complete where its object is destroyed");
+  if (!detail::may_destroy(on)) return;
   detail::deregister(on, QK_MEM_OBJECT, detail::name_of_object(object));
   delete object;
 }
@@ -287,6 +298,7 @@ template <class Array>
 std::enable_if_t<detail::kIsArrayOfAnyLength<Array>> destroy(
     On on, std::remove_extent_t<Array>* elements) {
   static_assert(sizeof(*elements) > 0, "the class must be complete where its array is destroyed");
+  if (!detail::may_destroy(on)) return;
   detail::deregister(on, QK_MEM_ARRAY, detail::name_of_array(elements));
   delete[] elements;
 }

@@ -270,6 +270,37 @@ int qk_mem_is_recorded(int hid, const void* ptr, const char* file, int line);
  */
 int qk_mem_frees_singly(int hid, const char* file, int line);
 
+/**
+ * Returns the generation of a handle: a number above 0 that no other handle of the process has had,
+ * as long as fewer than 2^32 are created. With it qk_mem_is_current() can tell a handle from a later
+ * one with the same number. 0, without a code, for a number without a handle.
+ */
+uint32_t qk_mem_generation(int hid);
+
+/** The calls that qk_mem_is_current() is asked for. */
+enum {
+  QK_MEM_CALL_DEL_HANDLE = 0,
+  QK_MEM_CALL_CLEAR_HANDLE = 1,
+  QK_MEM_CALL_MALLOC = 2,
+  QK_MEM_CALL_FREE = 3,
+  QK_MEM_CALL_REGISTER = 4,
+  QK_MEM_CALL_DEREGISTER = 5
+};
+
+/**
+ * Returns 1 if a number still belongs to the handle of a generation. For code that keeps a handle's
+ * number and can outlive the handle: the classes of qkmem.hpp ask before each call. Otherwise stores
+ * code 5566, writes an error line like one of the call that was meant, under its switches, and
+ * returns 0; the call must not be made then.
+ *
+ * @param generation  as qk_mem_generation() returned it. 0 is not checked: the result is 1.
+ * @param call        the call that was meant, a QK_MEM_CALL_ constant. Other numbers act as
+ *                    QK_MEM_CALL_DEL_HANDLE.
+ *
+ * Threads: the answer holds as long as no other thread deletes the handle.
+ */
+int qk_mem_is_current(int hid, uint32_t generation, int call, const char* file, int line);
+
 /* ---- Memory -------------------------------------------------------------------------------- */
 
 /**

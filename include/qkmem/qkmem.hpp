@@ -33,7 +33,10 @@
  *
  * (4) Lifetime. What is on a handle ends before the handle. Deletion and clear of a handle destroy
  *     the objects that are registered on it and free its memory, in the order of its records, and
- *     log nothing unless DEBUG is on. An object that the program destroys after that is destroyed
+ *     log nothing unless DEBUG is on. What was made from a qk::Handle and is used after its deletion
+ *     is refused, even if a new handle has the number by then: nothing is freed, destroyed or
+ *     allocated, an error is logged, and qk_mem_error() is 5566. What was made from a number isn't
+ *     recognized. An object that the program destroys after that, or after a clear, is destroyed
  *     twice. So is an object B, if an object A on the same handle owns it and the record of B comes
  *     first: destroy such objects yourself before the handle ends.
  *

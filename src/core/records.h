@@ -89,6 +89,7 @@ struct qk_mem_skips {
 /** A live handle. Zero-filled at creation; owned by the registry. */
 struct qk_mem_handle {
   std::int32_t id;
+  std::uint32_t generation;  // tells handles with the same number apart; never 0
   std::uint64_t block_used;  // bytes ever handed out from blocks, padding included
   std::uint32_t seq;
   std::uint64_t amount;  // bytes of live data records, or of the blocks

@@ -61,6 +61,14 @@ std::int32_t find_free_slot(const CallContext& context) QK_REQUIRES(Qk_mem_mtx) 
   return kNoHandleSlot;
 }
 
+/** A number that no other handle has had, unless four billion were created since. Never 0. */
+std::uint32_t next_generation() QK_REQUIRES(Qk_mem_mtx) {
+  assert_registry_held();
+  static constinit std::uint32_t latest = 0;
+  if (++latest == 0) ++latest;
+  return latest;
+}
+
 /**
  * Creates a handle with defaults in a free slot. If that fails, the count of handles stays raised.
  */
@@ -73,6 +81,7 @@ qk_mem_handle* place_handle(std::int32_t slot, const CallContext& context) QK_RE
     return nullptr;
   }
   handle->id = slot + 1;
+  handle->generation = next_generation();
   handle->blocksize = kDefaultBlocksize;
   handle->type = 'D';
   handle->tag = &Qk_mem_global_tag;

@@ -1,5 +1,6 @@
 // Queries of one handle.
 #include "accounting/handle_lookup.h"
+#include "core/handle_array.h"
 #include "core/kinds.h"
 #include "core/upcalls.h"
 #include "table/pointer_table.h"
@@ -20,8 +21,10 @@ extern "C" int qk_mem_frees_singly(int hid, const char* file, int line) {
   using namespace qk::mem;
   ensure_started();
   if (hid == QK_MEM_DATA_HANDLE && !debugging()) return 1;
-  const qk_mem_handle* handle =
-      look_up_handle(hid, CallContext("qk_mem_frees_singly", file, line, global_switches()));
+  const qk_mem_handle* handle = find_handle_fast(hid);
+  if (handle == nullptr) {
+    handle = look_up_handle(hid, {"qk_mem_frees_singly", file, line, global_switches()});
+  }
   return handle != nullptr && (!is_blockmgmt(*handle) || handle->blockfree != 0) ? 1 : 0;
 }
 
