@@ -44,6 +44,7 @@ set(library_sources
   table/first_fit.cpp
   table/pointer_array.cpp
   table/pointer_table.cpp
+  table/release_notes.cpp
   table/slot_index.cpp
   table/tags.cpp
 
@@ -53,6 +54,7 @@ set(library_sources
   accounting/pieces.cpp
   accounting/recording.cpp
   accounting/tag_calls.cpp
+  accounting/walks.cpp
 
   alloc/calloc.cpp
   alloc/free.cpp

@@ -43,7 +43,7 @@ class Objects(Example):
                          [("SK", "J", 1, 40, objects_place("(sky, 5)")),
                           ("SK", "M", 1, 4, objects_place("auto* distant")),
                           ("SK", "W", 1, 8, objects_place('"Altair");')),
-                          ("SK", "W", 1, 40, objects_place("auto* distant"))])
+                          ("SK", "W", 1, 48, objects_place("auto* distant"))])
 
     def test_destruction_of_a_stranger_is_warned_about(self):
         result = self.run_program(DEBUG="LOG=STDERR EXCEPTIONS")

@@ -123,9 +123,11 @@ inline bool enroll(const On& on, int type, std::unique_ptr<MemTracker> tracker, 
   return taken;
 }
 
-/** Whether an object is still the program's to destroy: a handle that is gone has destroyed it. */
-[[nodiscard]] inline bool may_destroy(const On& on) noexcept {
-  return is_current(on, QK_MEM_CALL_DEREGISTER);
+/** Whether the handle, or its deletion that is under way, hasn't destroyed an object already. */
+template <class T>
+[[nodiscard]] bool may_destroy(const On& on, T* object) noexcept {
+  void* const address = const_cast<std::remove_cv_t<T>*>(object);
+  return qk_mem_may_destroy(on.number(), on.generation(), address, on.file(), on.line()) != 0;
 }
 
 inline void deregister(const On& on, int type, Name name) noexcept {
@@ -288,7 +290,7 @@ T* make_array(const Handle&& temporary, std::size_t n) = delete;
 template <class T>
 std::enable_if_t<!std::is_array_v<T>> destroy(On on, T* object) {
   static_assert(sizeof(T) > 0, "the class must be complete where its object is destroyed");
-  if (!detail::may_destroy(on)) return;
+  if (!detail::may_destroy(on, object)) return;
   detail::deregister(on, QK_MEM_OBJECT, detail::name_of_object(object));
   delete object;
 }
@@ -298,7 +300,7 @@ template <class Array>
 std::enable_if_t<detail::kIsArrayOfAnyLength<Array>> destroy(
     On on, std::remove_extent_t<Array>* elements) {
   static_assert(sizeof(*elements) > 0, "the class must be complete where its array is destroyed");
-  if (!detail::may_destroy(on)) return;
+  if (!detail::may_destroy(on, elements)) return;
   detail::deregister(on, QK_MEM_ARRAY, detail::name_of_array(elements));
   delete[] elements;
 }

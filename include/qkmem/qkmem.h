@@ -220,6 +220,13 @@ int qk_mem_inew_handle(const char* options, const char* tag, const char* file, i
  * Nothing warns of what was still live; DEBUG=qk_mem_idel_handle logs each record that is released.
  * Memory that has no record, because there was no memory for one, is not released.
  *
+ * The destructor of an object can release what the object owns on the handle by qk_mem_ifree() and
+ * qk_mem_ideregister(). If the deletion was first, these do nothing, and qk_mem_irealloc() returns
+ * null unless the memory is still there. What the destructor releases in another way, with free()
+ * or delete, it must ask for: see qk_mem_is_recorded() and qk_mem_may_destroy(). Memory of an
+ * ordinary handle stays readable until the last object is destroyed, unless the trace file or
+ * HEAPSIZE is on and no container of qkmem.hpp has used the handle.
+ *
  * @return 0, or 5566 for the data handle and for a number without a handle.
  *
  * Threads: no other thread uses the handle meanwhile. Takes time proportional to the records.
@@ -229,7 +236,8 @@ int qk_mem_idel_handle(int hid, const char* file, int line);
 /**
  * Empties a block-managed handle. All pieces become invalid, registered memory is freed, and
  * registered objects and arrays are destroyed through their trackers. The blocks stay with the
- * handle, empty, and it remains charged for them.
+ * handle, empty, and it remains charged for them. Destructors can release what they own, as in a
+ * deletion.
  *
  * @return 0, or 5566 for a number without a handle and for an ordinary handle.
  *
@@ -281,7 +289,7 @@ uint32_t qk_mem_generation(int hid);
 enum {
   QK_MEM_CALL_DEL_HANDLE = 0,
   QK_MEM_CALL_CLEAR_HANDLE = 1,
-  QK_MEM_CALL_MALLOC = 2,
+  QK_MEM_CALL_MALLOC = 2, /**< for a container, which the handle then knows of */
   QK_MEM_CALL_FREE = 3,
   QK_MEM_CALL_REGISTER = 4,
   QK_MEM_CALL_DEREGISTER = 5
@@ -300,6 +308,19 @@ enum {
  * Threads: the answer holds as long as no other thread deletes the handle.
  */
 int qk_mem_is_current(int hid, uint32_t generation, int call, const char* file, int line);
+
+/**
+ * Returns 1 if an object, or array, that was registered on a handle is still its owner's to destroy,
+ * else 0. For owners that destroy objects themselves, as qk::unique does. An owner that is on the
+ * same handle can be destroyed by the handle's deletion, or clear, after what it owns. Then the
+ * first call for an object returns 0; by a second one the address can be that of another object.
+ * If the handle is gone, qk_mem_is_current() for QK_MEM_CALL_DEREGISTER describes the result.
+ *
+ * @param generation  as in qk_mem_is_current().
+ * @param object      the object or a base of it. It isn't read.
+ */
+int qk_mem_may_destroy(int hid, uint32_t generation, const void* object, const char* file,
+                       int line);
 
 /* ---- Memory -------------------------------------------------------------------------------- */
 

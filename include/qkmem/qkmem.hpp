@@ -33,12 +33,15 @@
  *
  * (4) Lifetime. What is on a handle ends before the handle. Deletion and clear of a handle destroy
  *     the objects that are registered on it and free its memory, in the order of its records, and
- *     log nothing unless DEBUG is on. What was made from a qk::Handle and is used after its deletion
- *     is refused, even if a new handle has the number by then: nothing is freed, destroyed or
- *     allocated, an error is logged, and qk_mem_error() is 5566. What was made from a number isn't
- *     recognized. An object that the program destroys after that, or after a clear, is destroyed
- *     twice. So is an object B, if an object A on the same handle owns it and the record of B comes
- *     first: destroy such objects yourself before the handle ends.
+ *     log nothing unless DEBUG is on. An object that is left to that can own memory, containers and
+ *     objects on the same handle: what it owns is released once, whatever comes first. Its
+ *     destructor must not use an object that it owns, other than by destroying it, since that
+ *     can be gone. Nor may it read memory of qk_mem_malloc() and its like while the trace file or
+ *     HEAPSIZE is on, unless containers use the handle too.
+ *     What was made from a qk::Handle and is used after its deletion is refused, even if a new
+ *     handle has the number by then: nothing is freed, destroyed or allocated, an error is logged,
+ *     and qk_mem_error() is 5566. What was made from a number isn't recognized. An object that the
+ *     program destroys after that, or after a clear, is destroyed twice.
  *
  * (5) Threads. As in qkmem.h. One thread at a time uses an object of these classes.
  *

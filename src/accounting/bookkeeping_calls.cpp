@@ -1,5 +1,6 @@
 // Records of the library's own memory: trackers, and what a handle consists of.
 #include "accounting/recording.h"
+#include "accounting/walks.h"
 #include "core/registry.h"
 #include "diag/event.h"
 
@@ -18,7 +19,9 @@ void record_overhead(qk_mem_handle& handle, void* address, unsigned char kind, s
 void release_tracker(qk_mem_handle& handle, const void* tracker, const CallContext& context) {
   const auto removed = remove_pointer(handle, tracker, Removal::kOfTracker);
   if (!removed) {
-    if (logs_errors(context)) warn_not_found(context, handle.id, as_number(tracker));
+    // A walk can have dropped the tracker's record before an owner deregisters the object.
+    if (logs_errors(context) && !is_walked(handle))
+      warn_not_found(context, handle.id, as_number(tracker));
     return;
   }
   next_seq();

@@ -1,5 +1,6 @@
 // free on a handle.
 #include "accounting/pieces.h"
+#include "accounting/walks.h"
 #include "alloc/fast_path.h"
 #include "alloc/shared_steps.h"
 #include "diag/log.h"
@@ -81,6 +82,7 @@ void announce_free(const qk_mem_handle& handle, const qk_mem_ptr& record,
 
 [[gnu::noinline]] void free_on_handle(qk_mem_handle& handle, void* ptr,
                                       const CallContext& context) {
+  if (is_walked(handle) && was_released_by_walk(handle, ptr)) return;
   if (checks_misuse(context)) warn_of_misuse(handle, ptr, context);
   const auto removed =
       is_blockmgmt(handle) ? free_piece(handle, ptr, context) : free_memory(handle, ptr, context);

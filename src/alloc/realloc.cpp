@@ -2,6 +2,7 @@
 #include <cstring>
 
 #include "accounting/pieces.h"
+#include "accounting/walks.h"
 #include "alloc/fast_path.h"
 #include "alloc/shared_steps.h"
 #include "diag/heap.h"
@@ -187,6 +188,7 @@ void* realloc_piece(qk_mem_handle& handle, void* ptr, std::size_t size, int alig
 
 [[gnu::noinline]] void* realloc_on_handle(qk_mem_handle& handle, void* ptr, std::size_t size,
                                           int alignment, const CallContext& context) {
+  if (is_walked(handle) && !take_back_from_walk(handle, ptr)) return nullptr;
   if (checks_misuse(context)) warn_of_misuse(handle, ptr, size, alignment, context);
   if (is_blockmgmt(handle)) return realloc_piece(handle, ptr, size, alignment, context);
   return finish_realloc(handle, resize_memory(handle, ptr, size), ptr, size, context);

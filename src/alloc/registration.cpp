@@ -1,6 +1,7 @@
 // Registration and deregistration of memory and objects that were made elsewhere.
 #include <typeinfo>
 
+#include "accounting/walks.h"
 #include "alloc/shared_steps.h"
 #include "diag/log.h"
 
@@ -153,6 +154,9 @@ extern "C" void qk_mem_iregister(int hid, int type, void* ptr, const void* /*unu
   if (checks_misuse(context)) warn_of_register_misuse(*handle, type, subject, size, context);
   if (!takes_registrations(*handle) || subject.address == nullptr) return;
   qk::store(handle->registered, 1);
+  if (is_walked(*handle) && subject.tracker != nullptr) {
+    tell_walks_of_object(*handle, subject.address);
+  }
   const auto record =
       record_pointer(*handle, subject.address, kind_of(type), {1, size, subject.tracker}, context);
   if (!record) return;
@@ -170,6 +174,7 @@ extern "C" void qk_mem_ideregister(int hid, int type, void* ptr, const char* fil
   qk_mem_handle* handle = look_up_handle(hid, context);
   if (handle == nullptr || bypasses_tracking(hid)) return;
   const Subject subject(type, ptr);
+  if (is_walked(*handle) && was_released_by_walk(*handle, subject.address)) return;
   if (checks_misuse(context)) warn_of_deregister_misuse(*handle, type, subject, context);
   if (!takes_registrations(*handle) || subject.address == nullptr) return;
   const auto removed = remove_pointer(*handle, subject.address, Removal::kByDeregister);

@@ -114,6 +114,8 @@ struct qk_mem_handle {
   std::uint8_t registered;           // something was registered on it at least once
   std::uint8_t has_tag_exclusively;  // the tag's sums change under this handle's mutex only
   std::uint8_t counted_in_tag;       // is part of the tag's handle_count
+  std::uint8_t is_walked;            // a walk takes notes, see accounting/walks.h
+  std::uint8_t serves_containers;    // a container of the C++ front has asked for memory
   qk_mem_block* blocks;
   const char* file;
   std::int32_t line;

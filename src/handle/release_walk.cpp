@@ -1,5 +1,6 @@
 #include "handle/release_walk.h"
 
+#include "accounting/walks.h"
 #include "core/kinds.h"
 #include "core/registry.h"
 #include "diag/event.h"
@@ -21,11 +22,22 @@ void destroy(const qk_mem_ptr& record) {
   delete record.tracker;
 }
 
-void release_memory(const qk_mem_ptr& record) {
+void release_object(const qk_mem_ptr& record, Walk& walk) {
+  if (!is_repeat(record)) walk.note_object(record);
+  destroy(record);
+  walk.note_destroyed();
+}
+
+void release_memory(const qk_mem_ptr& record, Walk& walk) {
+  const bool is_held_back = walk.note_memory(record);
+  if (is_system_memory(record.kind) && !is_held_back) user_memory::release(record.address);
+}
+
+void release(const qk_mem_ptr& record, Walk& walk) {
   if (is_language_made(record.kind)) {
-    destroy(record);
-  } else if (is_system_memory(record.kind) && !is_repeat(record)) {
-    user_memory::release(record.address);
+    release_object(record, walk);
+  } else if (!is_management(record.kind) && !is_repeat(record)) {
+    release_memory(record, walk);
   }
 }
 
@@ -33,31 +45,46 @@ void release_memory(const qk_mem_ptr& record) {
  * Removes the record of a slot, unless the slot is free or the record is kept. The lock is held for
  * this slot only: between two slots run the allocator and the user's destructors.
  */
+template <class IsVisited>
 std::optional<qk_mem_ptr> take_visited(qk_mem_handle& handle, qk_mem_ptr_array& array,
-                                       std::int32_t index, const WalkRules& rules) {
+                                       std::int32_t index, const WalkRules& rules,
+                                       IsVisited is_visited) {
   const HandleLock lock(handle);
   if (index >= slots_of(array)) return std::nullopt;
   const auto record = record_of(array.ptrs[index]);
-  if (!record || rules.keeps(*record)) return std::nullopt;
+  if (!record || rules.keeps(*record) || !is_visited(*record)) return std::nullopt;
   remove_visited(handle, array, index);
   return record;
+}
+
+/** Releases the records that `is_visited` chooses. */
+template <class IsVisited>
+void release_some(qk_mem_handle& handle, const CallContext& context, WalkRules& rules, Walk& walk,
+                  IsVisited is_visited) {
+  for (qk_mem_ptr_array& array : handle.ptrs) {
+    mark_repeats(handle, array);
+    for (std::int32_t index = 1; index < slots_of(array); ++index) {
+      const auto record = take_visited(handle, array, index, rules, is_visited);
+      if (!record) continue;
+      const unsigned char letter = rules.letter_of(*record);
+      rules.charge(*record, letter);
+      release(*record, walk);
+      announce_released(lines::kReleasedInWalk, context, handle.id, letter, *record,
+                        letter == event::kFreePiece ? 0 : loss_of(*record));
+    }
+  }
 }
 
 }  // namespace
 
 void release_records(qk_mem_handle& handle, const CallContext& context, WalkRules& rules) {
-  for (qk_mem_ptr_array& array : handle.ptrs) {
-    mark_repeats(handle, array);
-    for (std::int32_t index = 1; index < slots_of(array); ++index) {
-      const auto record = take_visited(handle, array, index, rules);
-      if (!record) continue;
-      const unsigned char letter = rules.letter_of(*record);
-      rules.charge(*record, letter);
-      release_memory(*record);
-      announce_released(lines::kReleasedInWalk, context, handle.id, letter, *record,
-                        letter == event::kFreePiece ? 0 : loss_of(*record));
-    }
+  Walk walk(handle);
+  if (walk.lacks_memory()) {
+    // Objects go first then: their destructors find what they own in its place.
+    release_some(handle, context, rules, walk,
+                 [](const qk_mem_ptr& record) { return is_language_made(record.kind); });
   }
+  release_some(handle, context, rules, walk, [](const qk_mem_ptr& /*record*/) { return true; });
 }
 
 }  // namespace qk::mem

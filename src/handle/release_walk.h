@@ -30,7 +30,8 @@ class WalkRules {
 /**
  * Removes and announces the records of a handle in the order of arrays and slots. Memory of the
  * system's allocator is freed; objects and arrays are destroyed through their trackers. What has
- * several records is released once.
+ * several records is released once, and so is what an object on the handle owns, see
+ * accounting/walks.h.
  */
 void release_records(qk_mem_handle& handle, const CallContext& context, WalkRules& rules);
 
