@@ -45,6 +45,7 @@ class ReleaseNotes {
   template <class Visit>
   void for_each_held(Visit visit) const {
     for (std::uint32_t number = 1; number <= count_; ++number) {
+      // NOLINTNEXTLINE(performance-no-int-to-ptr)
       if (notes_[number].is_held) visit(reinterpret_cast<void*>(notes_[number].begin));
     }
   }
