@@ -55,8 +55,9 @@ inline constexpr bool kIsOtherNumber =
 
 /**
  * The number of a handle, and the location of the call that uses it. Owns nothing. Made from a
- * qk::Handle, it also knows the handle's generation, and is refused when the handle is gone, even if
- * a new one has the number. Made from a number, it means the handle that has the number at a call.
+ * qk::Handle, it also knows the handle's generation, and is refused when the handle is gone, even
+ * if a new one has the number. Made from a number, it means the handle that has the number at a
+ * call.
  */
 class On {
  public:
@@ -84,7 +85,7 @@ class On {
 
 namespace detail {
 
-/** Whether the handle still exists, as far as that is known. Reports it for a QK_MEM_CALL_ if not. */
+/** Whether the handle still exists, as far as that is known. If not, reports the QK_MEM_CALL_. */
 [[nodiscard]] inline bool is_current(const On& on, int call) noexcept {
   return qk_mem_is_current(on.number(), on.generation(), call, on.file(), on.line()) != 0;
 }

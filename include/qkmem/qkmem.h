@@ -280,8 +280,8 @@ int qk_mem_frees_singly(int hid, const char* file, int line);
 
 /**
  * Returns the generation of a handle: a number above 0 that no other handle of the process has had,
- * as long as fewer than 2^32 are created. With it qk_mem_is_current() can tell a handle from a later
- * one with the same number. 0, without a code, for a number without a handle.
+ * as long as fewer than 2^32 are created. With it qk_mem_is_current() can tell a handle from a
+ * later one with the same number. 0, without a code, for a number without a handle.
  */
 uint32_t qk_mem_generation(int hid);
 
@@ -297,9 +297,9 @@ enum {
 
 /**
  * Returns 1 if a number still belongs to the handle of a generation. For code that keeps a handle's
- * number and can outlive the handle: the classes of qkmem.hpp ask before each call. Otherwise stores
- * code 5566, writes an error line like one of the call that was meant, under its switches, and
- * returns 0; the call must not be made then.
+ * number and can outlive the handle: the classes of qkmem.hpp ask before each call. Otherwise
+ * stores code 5566, writes an error line like one of the call that was meant, under its switches,
+ * and returns 0; the call must not be made then.
  *
  * @param generation  as qk_mem_generation() returned it. 0 is not checked: the result is 1.
  * @param call        the call that was meant, a QK_MEM_CALL_ constant. Other numbers act as
@@ -310,8 +310,8 @@ enum {
 int qk_mem_is_current(int hid, uint32_t generation, int call, const char* file, int line);
 
 /**
- * Returns 1 if an object, or array, that was registered on a handle is still its owner's to destroy,
- * else 0. For owners that destroy objects themselves, as qk::unique does. An owner that is on the
+ * Returns 1 if an object, or array, that was registered on a handle is still its owner's to
+ * destroy, else 0. For owners that destroy objects themselves, as qk::unique does. An owner that is on the
  * same handle can be destroyed by the handle's deletion, or clear, after what it owns. Then the
  * first call for an object returns 0; by a second one the address can be that of another object.
  * If the handle is gone, qk_mem_is_current() for QK_MEM_CALL_DEREGISTER describes the result.

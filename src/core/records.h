@@ -9,8 +9,8 @@
 
 /**
  * The record of a live pointer: one slot of a pointer array. A slot whose `address` is null is
- * free; see table/slot.h for records that are set aside. Reports read slots without the lock under which they are written, so the slots of a table
- * are accessed through table/slot.h only.
+ * free; see table/slot.h for records that are set aside. Reports read slots without the lock under
+ * which they are written, so the slots of a table are accessed through table/slot.h only.
  */
 struct qk_mem_ptr {
   void* address;

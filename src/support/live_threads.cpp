@@ -76,16 +76,23 @@ bool is_other_thread(int tasks, const dirent64& task) {
   return number != ::gettid() && is_running(tasks, task);
 }
 
-/** Looks at each task. */
+#if defined(__SANITIZE_THREAD__)
+constexpr int kThreadsOfSanitizer = 1;
+#else
+constexpr int kThreadsOfSanitizer = 0;
+#endif
+
+/** Looks at each task. A sanitizer's own threads use no handles. */
 bool finds_other_thread() {
   const Descriptor tasks(AT_FDCWD, "/proc/self/task", O_DIRECTORY);
   alignas(dirent64) char entries[2048];
+  int others = 0;
   for (;;) {
     const ssize_t bytes = ::getdents64(tasks.number(), entries, sizeof entries);
     if (bytes <= 0) return bytes < 0;
     for (ssize_t at = 0; at < bytes;) {
       const auto& task = *reinterpret_cast<const dirent64*>(entries + at);
-      if (is_other_thread(tasks.number(), task)) return true;
+      if (is_other_thread(tasks.number(), task) && ++others > kThreadsOfSanitizer) return true;
       at += task.d_reclen;
     }
   }

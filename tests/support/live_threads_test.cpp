@@ -13,13 +13,6 @@
 
 namespace {
 
-// The thread sanitizer has a thread of its own, which counts.
-#ifdef __SANITIZE_THREAD__
-constexpr bool kIsAlone = false;
-#else
-constexpr bool kIsAlone = true;
-#endif
-
 TEST(LiveThreads, AreNoneInAProcessThatStartsNone) { EXPECT_FALSE(qk::has_other_threads()); }
 
 /** Runs `look` beside a thread whose name, if it ended the name, would be followed by flags. */
@@ -43,7 +36,6 @@ TEST(LiveThreads, AreFoundWhateverTheirNames) {
 }
 
 TEST(LiveThreads, DoNotCountOnceTheyAreJoined) {
-  if (!kIsAlone) GTEST_SKIP() << "the sanitizer's own thread runs";
   for (int round = 0; round < 2000; ++round) {
     std::thread([] {}).join();
     ASSERT_FALSE(qk::has_other_threads()) << "round " << round;
@@ -52,7 +44,6 @@ TEST(LiveThreads, DoNotCountOnceTheyAreJoined) {
 
 /** The kernel lists the first thread of a process until the last one ends. */
 TEST(LiveThreads, DoNotIncludeAFirstThreadThatHasEnded) {
-  if (!kIsAlone) GTEST_SKIP() << "the sanitizer's own thread runs";
   const pid_t child = fork();
   if (child == 0) {
     std::thread([first = pthread_self()] {
@@ -67,7 +58,6 @@ TEST(LiveThreads, DoNotIncludeAFirstThreadThatHasEnded) {
 }
 
 TEST(LiveThreads, DoNotCountInTheChildOfAFork) {
-  if (!kIsAlone) GTEST_SKIP() << "the sanitizer's own thread is forked too";
   beside_a_thread([] {
     const pid_t child = fork();
     if (child == 0) _exit(qk::has_other_threads() ? 1 : 0);
