@@ -26,12 +26,9 @@ using kit::Ended;
 using kit::Pool;
 using kit::Scene;
 
-// The thread sanitizer has a thread of its own, so that no process is without others.
 #ifdef __SANITIZE_THREAD__
-constexpr bool kCanBeAlone = false;
 constexpr int kRounds = 5;
 #else
-constexpr bool kCanBeAlone = true;
 constexpr int kRounds = 40;
 #endif
 
@@ -98,7 +95,6 @@ TEST(AutofreeAtExit, DestroysNoObjectsWhileOtherThreadsRun) {
 }
 
 TEST(AutofreeAtExit, DestroysObjectsOnceOtherThreadsAreJoined) {
-  if (!kCanBeAlone) GTEST_SKIP() << "the sanitizer's own thread runs";
   const Scene scene(kit::Environment{});
   EXPECT_EQ(exit_with_an_object(false).err, "destroyed\ndestroyed\n");
 }
@@ -140,7 +136,6 @@ std::string comparable(const std::string& text, const std::string& begin) {
 }
 
 TEST(AutofreeAtExit, ReportsBesideThreadsWhatItReportsAlone) {
-  if (!kCanBeAlone) GTEST_SKIP() << "the sanitizer's own thread runs";
   const Scene scene(kit::Environment{});
   const kit::Environment environment = {"TRACE DEBUG=qk_mem_idel_handle SUMMARY", "DB",
                                         "OPTIONS=HANDLES,MGMT,BLOCKS,POINTERS"};
