@@ -2,6 +2,10 @@
 
 #include <ucontext.h>
 
+#if defined(__SANITIZE_ADDRESS__)
+#include <sanitizer/common_interface_defs.h>
+#endif
+
 #include <cstdint>
 
 namespace qk {
@@ -11,6 +15,33 @@ struct Call {
   void (*function)(void*);
   void* argument;
 };
+
+#if defined(__SANITIZE_ADDRESS__)
+/** Tells the address sanitizer where the stack is: it looks at it before a thread's last call. */
+class SanitizedCall {
+ public:
+  SanitizedCall(void* stack, std::size_t size, const Call& call)
+      : stack_(stack), size_(size), call_(call) {}
+
+  void before() { __sanitizer_start_switch_fiber(&fake_stack_, stack_, size_); }
+  void after() { __sanitizer_finish_switch_fiber(fake_stack_, nullptr, nullptr); }
+
+  static void make(void* self) {
+    const void* back = nullptr;
+    std::size_t size_of_back = 0;
+    __sanitizer_finish_switch_fiber(nullptr, &back, &size_of_back);
+    const Call& call = static_cast<SanitizedCall*>(self)->call_;
+    call.function(call.argument);
+    __sanitizer_start_switch_fiber(nullptr, back, size_of_back);
+  }
+
+ private:
+  void* stack_;
+  std::size_t size_;
+  Call call_;
+  void* fake_stack_ = nullptr;
+};
+#endif
 
 /** makecontext() passes numbers of type int only. */
 void make_call(unsigned high, unsigned low) {
@@ -37,9 +68,10 @@ void call_on_stack_portably(void* stack, std::size_t size, void (*function)(void
   swapcontext(&back, &other);
 }
 
+namespace {
+
 #if defined(__x86_64__)
-void call_on_stack(void* stack, std::size_t size, void (*function)(void*),
-                   void* argument) noexcept {
+void switch_and_call(void* stack, std::size_t size, void (*function)(void*), void* argument) {
   void* top = static_cast<char*>(stack) + size;
   asm volatile(
       "movq %%rsp, %%rbx\n\t"
@@ -53,10 +85,23 @@ void call_on_stack(void* stack, std::size_t size, void (*function)(void*),
         "xmm15", "memory", "cc");
 }
 #else
-void call_on_stack(void* stack, std::size_t size, void (*function)(void*),
-                   void* argument) noexcept {
+void switch_and_call(void* stack, std::size_t size, void (*function)(void*), void* argument) {
   call_on_stack_portably(stack, size, function, argument);
 }
 #endif
+
+}  // namespace
+
+void call_on_stack(void* stack, std::size_t size, void (*function)(void*),
+                   void* argument) noexcept {
+#if defined(__SANITIZE_ADDRESS__)
+  SanitizedCall call(stack, size, {function, argument});
+  call.before();
+  switch_and_call(stack, size, SanitizedCall::make, &call);
+  call.after();
+#else
+  switch_and_call(stack, size, function, argument);
+#endif
+}
 
 }  // namespace qk
