@@ -17,6 +17,7 @@
 
 #include "core/records.h"
 #include "qkmem/qkmem.hpp"
+#include "support/assertion.h"
 #include "tests/kit/heap.h"
 #include "tests/kit/scene.h"
 
@@ -26,10 +27,10 @@ using kit::Ended;
 using kit::Pool;
 using kit::Scene;
 
-#ifdef __SANITIZE_THREAD__
+#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
 constexpr int kRounds = 5;
 #else
-constexpr int kRounds = 40;
+constexpr int kRounds = qk::kAssertions ? 10 : 40;
 #endif
 
 void start_parked_thread() {
