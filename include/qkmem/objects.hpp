@@ -305,35 +305,13 @@ std::enable_if_t<detail::kIsArrayOfAnyLength<Array>> destroy(
   delete[] elements;
 }
 
-/**
- * The deleter of a qk::unique. Calls destroy() on the handle, with the location where the object
- * was created. If the handle didn't record the object, it only deletes it.
- */
-template <class T>
-class Deleter {
+namespace detail {
+
+/** What a deleter knows of the objects that it deletes. */
+class Ownership {
  public:
-  Deleter() noexcept = default;
-
-  /** @param recorded  whether the objects are registered on the handle. */
-  explicit Deleter(On on, bool recorded = true) noexcept : on_(on), recorded_(recorded) {}
-
-  /** The handle must not end with the expression. */
-  explicit Deleter(const Handle&& temporary, bool recorded = true) = delete;
-
-  /** Allows the conversion to a pointer to a base, if T can be deleted through it. */
-  template <class U,
-            class = std::enable_if_t<std::conjunction_v<
-                std::negation<std::is_same<U, T>>, std::is_convertible<U*, T*>,
-                std::disjunction<std::is_same<const U, T>, std::has_virtual_destructor<T>>>>>
-  Deleter(const Deleter<U>& other) noexcept : on_(other.on()), recorded_(other.recorded()) {}
-
-  void operator()(T* object) const {
-    if (recorded_) {
-      qk::destroy(on_, object);
-    } else {
-      delete object;
-    }
-  }
+  Ownership() noexcept = default;
+  Ownership(const On& on, bool recorded) noexcept : on_(on), recorded_(recorded) {}
 
   [[nodiscard]] const On& on() const noexcept { return on_; }
   [[nodiscard]] bool recorded() const noexcept { return recorded_; }
@@ -343,35 +321,61 @@ class Deleter {
   bool recorded_ = false;
 };
 
-/** The same for arrays. */
+}  // namespace detail
+
+/**
+ * The deleter of a qk::unique. Calls destroy() on the handle, with the location where the object
+ * was created. If the handle didn't record the object, it only deletes it.
+ */
 template <class T>
-class Deleter<T[]> {
+class Deleter : public detail::Ownership {
  public:
   Deleter() noexcept = default;
 
-  explicit Deleter(On on, bool recorded = true) noexcept : on_(on), recorded_(recorded) {}
+  /** @param recorded  whether the objects are registered on the handle. */
+  explicit Deleter(On on, bool recorded = true) noexcept : Ownership(on, recorded) {}
+
+  /** The handle must not end with the expression. */
+  explicit Deleter(const Handle&& temporary, bool recorded = true) = delete;
+
+  /** Allows the conversion to a pointer to a base, if T can be deleted through it. */
+  template <class U,
+            class = std::enable_if_t<std::conjunction_v<
+                std::negation<std::is_same<U, T>>, std::is_convertible<U*, T*>,
+                std::disjunction<std::is_same<const U, T>, std::has_virtual_destructor<T>>>>>
+  Deleter(const Deleter<U>& other) noexcept : Ownership(other) {}
+
+  void operator()(T* object) const {
+    if (recorded()) {
+      qk::destroy(on(), object);
+    } else {
+      delete object;
+    }
+  }
+};
+
+/** The same for arrays. */
+template <class T>
+class Deleter<T[]> : public detail::Ownership {
+ public:
+  Deleter() noexcept = default;
+
+  explicit Deleter(On on, bool recorded = true) noexcept : Ownership(on, recorded) {}
 
   explicit Deleter(const Handle&& temporary, bool recorded = true) = delete;
 
   /** Allows the conversion to an array of constants. */
   template <class U, class = std::enable_if_t<std::conjunction_v<
                          std::negation<std::is_same<U, T>>, std::is_convertible<U (*)[], T (*)[]>>>>
-  Deleter(const Deleter<U[]>& other) noexcept : on_(other.on()), recorded_(other.recorded()) {}
+  Deleter(const Deleter<U[]>& other) noexcept : Ownership(other) {}
 
   void operator()(T* elements) const {
-    if (recorded_) {
-      qk::destroy<T[]>(on_, elements);
+    if (recorded()) {
+      qk::destroy<T[]>(on(), elements);
     } else {
       delete[] elements;
     }
   }
-
-  [[nodiscard]] const On& on() const noexcept { return on_; }
-  [[nodiscard]] bool recorded() const noexcept { return recorded_; }
-
- private:
-  On on_ = On(0);
-  bool recorded_ = false;
 };
 
 /** A std::unique_ptr to an object on a handle, or for T[] to an array, see make_unique(). */

@@ -43,14 +43,6 @@ int format_line(char (&line)[kLineSize], const char* format, va_list args) {
   return static_cast<int>(kLineSize) - 1;
 }
 
-int write_bytes(FILE* stream, const char* bytes, int length) {
-  return write_line(stream, {bytes, static_cast<std::size_t>(length)});
-}
-
-}  // namespace
-
-namespace {
-
 void write_staged_lines() QK_REQUIRES(log_mutex) {
   log_mutex.assert_held();
   are_lines_staged = false;
@@ -71,6 +63,17 @@ bool stage_line(const FILE* stream, std::string_view line) {
   return false;
 }
 
+FILE* exchange_log(FILE* stream) {
+  const qk::MtxLock lock(log_mutex);
+  FILE* before = Qk_mem_log;
+  qk::publish(Qk_mem_log, stream);
+  return before;
+}
+
+int write_bytes(FILE* stream, const char* bytes, int length) {
+  return write_line(stream, {bytes, static_cast<std::size_t>(length)});
+}
+
 }  // namespace
 
 int write_line(FILE* stream, std::string_view line) {
@@ -81,13 +84,6 @@ int write_line(FILE* stream, std::string_view line) {
 }
 
 bool is_standard_stream(const FILE* stream) { return stream == stdout || stream == stderr; }
-
-FILE* exchange_log(FILE* stream) {
-  const qk::MtxLock lock(log_mutex);
-  FILE* before = Qk_mem_log;
-  qk::publish(Qk_mem_log, stream);
-  return before;
-}
 
 void replace_log(FILE* stream) {
   const qk::NoCancellation no_cancellation;

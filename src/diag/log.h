@@ -36,10 +36,7 @@ int write_line(FILE* stream, std::string_view line);
 
 [[nodiscard]] bool is_standard_stream(const FILE* stream);
 
-/** Replaces the log by a stream, or by null, and returns the stream before. */
-FILE* exchange_log(FILE* stream);
-
-/** The same, and closes the stream before unless it is a standard one. */
+/** Replaces the log by a stream, or by null. Closes the stream before unless it is standard. */
 void replace_log(FILE* stream);
 
 /** Gives a stream that becomes the log, or is the log at a signal, a buffer of its own. */

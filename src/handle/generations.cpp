@@ -7,11 +7,6 @@
 namespace qk::mem {
 namespace {
 
-[[nodiscard]] qk_mem_handle* find_any_handle(int hid) {
-  qk_mem_handle* handle = find_handle_fast(hid);
-  return handle != nullptr ? handle : find_handle(hid);
-}
-
 Routine routine_of(int call) {
   switch (call) {
     case QK_MEM_CALL_MALLOC:
@@ -42,7 +37,7 @@ Routine routine_of(int call) {
 /** The complete check, with a note on the handle that containers use it. */
 [[gnu::noinline, gnu::cold]] int check(int hid, std::uint32_t generation, int call,
                                        const char* file, int line) {
-  qk_mem_handle* handle = find_any_handle(hid);
+  qk_mem_handle* handle = find_handle(hid);
   if (!is_of_generation(handle, generation)) return refuse(hid, call, file, line);
   if (handle != nullptr && call == QK_MEM_CALL_MALLOC) qk::store(handle->serves_containers, 1);
   return 1;
@@ -59,7 +54,7 @@ Routine routine_of(int call) {
 extern "C" uint32_t qk_mem_generation(int hid) {
   using namespace qk::mem;
   ensure_started();
-  const qk_mem_handle* handle = find_any_handle(hid);
+  const qk_mem_handle* handle = find_handle(hid);
   return handle == nullptr ? 0 : handle->generation;
 }
 
@@ -77,7 +72,7 @@ extern "C" int qk_mem_is_current(int hid, uint32_t generation, int call, const c
 extern "C" int qk_mem_may_destroy(int hid, uint32_t generation, const void* object,
                                   const char* file, int line) {
   using namespace qk::mem;
-  qk_mem_handle* handle = find_any_handle(hid);
+  qk_mem_handle* handle = find_handle(hid);
   if (!is_of_generation(handle, generation)) {
     return refuse(hid, QK_MEM_CALL_DEREGISTER, file, line);
   }

@@ -3,7 +3,6 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/single_threaded.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -98,18 +97,12 @@ bool finds_other_thread() {
   }
 }
 
-/** Two links of the folder, and one for each task. */
-bool lists_one_task() {
-  struct stat status = {};
-  return ::stat("/proc/self/task", &status) == 0 && status.st_nlink == 3;
-}
-
 }  // namespace
 
 bool has_other_threads() noexcept {
   if (__libc_single_threaded != 0) return false;
   const int error = errno;
-  const bool found = !lists_one_task() && finds_other_thread();
+  const bool found = finds_other_thread();
   errno = error;
   return found;
 }

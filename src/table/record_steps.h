@@ -81,6 +81,12 @@ inline void count_record(qk_mem_handle& handle, unsigned char kind, int by, bool
   count_record(handle, kind, -1, single_threaded);
 }
 
+/** Subtracts the bytes of the record in a slot from `sum`. */
+[[gnu::always_inline]] inline void discharge(qk_mem_handle& handle, const qk_mem_ptr& slot,
+                                             ChargedTo sum, bool single_threaded) {
+  charge(handle, sum, 0 - qk::load(slot.count) * qk::load(slot.size), single_threaded);
+}
+
 /** The kind in a cleared slot. The library subtracts every record as one of this kind. */
 inline constexpr unsigned char kClearedKind = 0;
 
@@ -91,8 +97,7 @@ inline constexpr unsigned char kClearedKind = 0;
                                                  std::int32_t index, ChargedTo sum,
                                                  bool single_threaded) {
   assert_held(handle);
-  const qk_mem_ptr& slot = array.ptrs[index];
-  charge(handle, sum, 0 - qk::load(slot.count) * qk::load(slot.size), single_threaded);
+  discharge(handle, array.ptrs[index], sum, single_threaded);
   if (index > 0) vacate(handle, array, index, kClearedKind, single_threaded);
 }
 
@@ -104,8 +109,7 @@ inline constexpr unsigned char kClearedKind = 0;
                                              std::int32_t index, ChargedTo sum,
                                              bool single_threaded) {
   assert_held(handle);
-  const qk_mem_ptr& slot = array.ptrs[index];
-  charge(handle, sum, 0 - qk::load(slot.count) * qk::load(slot.size), single_threaded);
+  discharge(handle, array.ptrs[index], sum, single_threaded);
   if (index == 0) return;
   replace_address(array, index, &set_aside_mark);
   count_record(handle, kClearedKind, -1, single_threaded);
