@@ -17,6 +17,7 @@ set(library_sources
   support/number_set.cpp
   support/options.cpp
   support/page_buffer.cpp
+  support/process_barrier.cpp
   support/signal_names.cpp
   support/stack_switch.cpp
   support/status.cpp

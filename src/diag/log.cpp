@@ -125,7 +125,9 @@ void let_log_go() QK_UNCHECKED_LOCKING { log_mutex.unlock(); }
 
 bool holds_log() { return log_mutex.held(); }
 
-void wake_log_waiter() { log_mutex.wake_sleeper(); }
+void wake_log_waiters() { log_mutex.wake_sleepers(); }
+
+void forget_log_waiters() { log_mutex.forget_waiters(); }
 
 }  // namespace qk::mem
 

@@ -64,8 +64,11 @@ void let_log_go();
 /** Whether the calling thread is writing to the log. */
 [[nodiscard]] bool holds_log();
 
-/** Lets a thread that waits for the log look again, see Mtx::wake_sleeper(). */
-void wake_log_waiter();
+/** Lets the threads that wait for the log look again, see Mtx::wake_sleepers(). */
+void wake_log_waiters();
+
+/** See Mtx::forget_waiters(). */
+void forget_log_waiters();
 
 }  // namespace qk::mem
 

@@ -27,9 +27,6 @@ void before_fork() QK_UNCHECKED_LOCKING {
   flush_trace_file();
 }
 
-/**
- * Runs in the parent and in the child, whose only thread is a copy of the one that took the locks.
- */
 void after_fork() QK_UNCHECKED_LOCKING {
   Qk_mem_error.unlock();
   let_log_go();
@@ -37,8 +34,21 @@ void after_fork() QK_UNCHECKED_LOCKING {
   Qk_mem_mtx.unlock();
 }
 
+void forget_waiters_of(const qk_mem_handle& handle) {
+  if (handle.mtx != nullptr) handle.mtx->forget_waiters();
+}
+
+/** The child's only thread is a copy of the one that took the locks. */
+void after_fork_in_child() QK_UNCHECKED_LOCKING {
+  Qk_mem_error.forget_waiters();
+  forget_log_waiters();
+  for_each_handle(forget_waiters_of);
+  Qk_mem_mtx.forget_waiters();
+  after_fork();
+}
+
 }  // namespace
 
-void watch_forks() { pthread_atfork(before_fork, after_fork, after_fork); }
+void watch_forks() { pthread_atfork(before_fork, after_fork, after_fork_in_child); }
 
 }  // namespace qk::mem

@@ -15,13 +15,13 @@ namespace {
  * if another thread has it, the answer is yes, which only costs another attempt.
  *
  * If not, the thread may still have released a lock and not yet have woken the next thread, which
- * may hold what the report needs. So one thread is woken for each lock.
+ * may hold what the report needs. So the threads that sleep on each lock are woken.
  */
 bool holds_a_lock() {
   if (Qk_mem_mtx.held() || holds_log() || Qk_mem_error.held()) return true;
-  Qk_mem_mtx.wake_sleeper();
-  wake_log_waiter();
-  Qk_mem_error.wake_sleeper();
+  Qk_mem_mtx.wake_sleepers();
+  wake_log_waiters();
+  Qk_mem_error.wake_sleepers();
   const std::unique_lock lock(Qk_mem_mtx, std::try_to_lock);
   if (!lock.owns_lock()) return true;
   assert_registry_held();
@@ -29,7 +29,7 @@ bool holds_a_lock() {
   for_each_handle([&held](const qk_mem_handle& handle) {
     if (handle.mtx == nullptr) return;
     if (handle.mtx->held()) held = true;
-    handle.mtx->wake_sleeper();
+    handle.mtx->wake_sleepers();
   });
   return held;
 }

@@ -4,44 +4,60 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#include <bit>
-#include <cerrno>
+#include <climits>
+#include <ctime>
+
+#include "support/keep_errno.h"
 
 namespace qk {
 namespace {
 
 /** Callers lock between a failure and reading its errno. */
-class KeepErrno {
- public:
-  KeepErrno() noexcept : saved_(errno) {}
-  KeepErrno(const KeepErrno&) = delete;
-  KeepErrno& operator=(const KeepErrno&) = delete;
-  ~KeepErrno() { errno = saved_; }
-
- private:
-  int saved_;
-};
-
-int* lower_half(LinuxThreads::Word& word) noexcept {
-  static_assert(sizeof word == sizeof(std::uint64_t) && LinuxThreads::Word::is_always_lock_free);
-  return reinterpret_cast<int*>(&word) + (std::endian::native == std::endian::little ? 0 : 1);
+void futex(std::atomic<std::uint32_t>& word, int operation, std::uint32_t value,
+           const timespec* timeout) noexcept {
+  static_assert(sizeof word == sizeof value && std::atomic<std::uint32_t>::is_always_lock_free);
+  const KeepErrno keep;
+  syscall(SYS_futex, &word, operation | FUTEX_PRIVATE_FLAG, value, timeout, nullptr, 0);
 }
 
-void futex(LinuxThreads::Word& word, int operation, int value) noexcept {
-  const KeepErrno keep;
-  syscall(SYS_futex, lower_half(word), operation | FUTEX_PRIVATE_FLAG, value, nullptr, nullptr, 0);
+std::int64_t nanoseconds() noexcept {
+  timespec now = {};
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return std::int64_t{now.tv_sec} * 1'000'000'000 + now.tv_nsec;
+}
+
+/** Lets the other thread of a processor's core have it. */
+void relax() noexcept {
+#if defined(__x86_64__)
+  __builtin_ia32_pause();
+#endif
 }
 
 }  // namespace
 
-/**
- * Two owners can have the same lower half. A thread that takes one for the other sleeps while the
- * lock is taken and marked with kSleepers, which is what it waited for.
- */
-void LinuxThreads::sleep(Word& word, std::uint64_t seen) noexcept {
-  futex(word, FUTEX_WAIT, static_cast<int>(static_cast<std::uint32_t>(seen)));
+void LinuxThreads::pause() noexcept {
+  constexpr std::int64_t kGap = 3000;
+  const std::int64_t end = nanoseconds() + kGap;
+  do {
+    relax();
+  } while (nanoseconds() < end);
 }
 
-void LinuxThreads::wake(Word& word) noexcept { futex(word, FUTEX_WAKE, 1); }
+/**
+ * Once the barrier fails, a thread that still believed in it may have released the lock without
+ * seeing that another one is about to sleep. So nobody sleeps for long then.
+ */
+void LinuxThreads::sleep(std::atomic<std::uint32_t>& wakes, std::uint32_t seen) noexcept {
+  constexpr timespec kNotForLong = {0, 10'000'000};
+  futex(wakes, FUTEX_WAIT, seen, process_barrier_fails() ? &kNotForLong : nullptr);
+}
+
+void LinuxThreads::wake_one(std::atomic<std::uint32_t>& wakes) noexcept {
+  futex(wakes, FUTEX_WAKE, 1, nullptr);
+}
+
+void LinuxThreads::wake_all(std::atomic<std::uint32_t>& wakes) noexcept {
+  futex(wakes, FUTEX_WAKE, INT_MAX, nullptr);
+}
 
 }  // namespace qk

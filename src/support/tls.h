@@ -65,8 +65,11 @@ class TLS {
   /** Returns whether the calling thread holds the lock: inside a call, or after lock(). */
   [[nodiscard]] bool held() const noexcept { return mtx_.held(); }
 
-  /** See Mtx::wake_sleeper(). */
-  void wake_sleeper() noexcept { mtx_.wake_sleeper(); }
+  /** See Mtx::wake_sleepers(). */
+  void wake_sleepers() noexcept { mtx_.wake_sleepers(); }
+
+  /** See Mtx::forget_waiters(). */
+  void forget_waiters() noexcept { mtx_.forget_waiters(); }
 
  private:
   using Values = std::map<unsigned long, T, std::less<>,

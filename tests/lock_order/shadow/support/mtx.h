@@ -30,8 +30,9 @@ class Mtx : private RealMtx {
     RealMtx::unlock();
   }
   using RealMtx::assert_held;
+  using RealMtx::forget_waiters;
   using RealMtx::held;
-  using RealMtx::wake_sleeper;
+  using RealMtx::wake_sleepers;
 };
 
 }  // namespace qk
