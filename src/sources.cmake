@@ -32,6 +32,7 @@ set(library_sources
   core/registry.cpp
   core/shutdown.cpp
   core/switches.cpp
+  core/tag_shares.cpp
 
   diag/event.cpp
   diag/failure.cpp

@@ -1,6 +1,7 @@
 #include "accounting/tag_calls.h"
 
 #include "core/switches.h"
+#include "core/tag_shares.h"
 #include "diag/log.h"
 #include "support/text.h"
 #include "table/tags.h"
@@ -27,5 +28,6 @@ extern "C" int64_t qk_mem_tag_size(const char* name) {
   qk::upper_case(upper);
   const RegistryLock lock;
   const qk_mem_tag* tag = find_tag(upper);
+  fold_tag_shares();
   return tag == nullptr ? 0 : static_cast<int64_t>(qk::load(tag->amount));
 }

@@ -47,9 +47,13 @@ struct qk_mem_tag {
   std::uint32_t qty;
   std::uint64_t base_amount;
   std::uint32_t base_qty;
-  qk_mem_tag* next;                 // in the same hash bucket
-  std::uint32_t handle_count;       // live handles that carry the tag
-  qk_mem_handle* exclusive_handle;  // see qk_mem_handle::has_tag_exclusively
+  qk_mem_tag* next;  // in the same hash bucket
+};
+
+/** What a handle adds to the sums of its tag, see core/tag_shares.h. */
+struct qk_mem_tag_share {
+  std::uint64_t amount;
+  std::uint32_t qty;
 };
 
 /** Header of a block; the data area begins Qk_mem_blocksize bytes behind its start. */
@@ -111,11 +115,9 @@ struct qk_mem_handle {
   std::uint8_t blockfree;
   std::uint32_t num_blocks;
   std::uint8_t baselined;
-  std::uint8_t registered;           // something was registered on it at least once
-  std::uint8_t has_tag_exclusively;  // the tag's sums change under this handle's mutex only
-  std::uint8_t counted_in_tag;       // is part of the tag's handle_count
-  std::uint8_t is_walked;            // a walk takes notes, see accounting/walks.h
-  std::uint8_t serves_containers;    // a container of the C++ front has asked for memory
+  std::uint8_t registered;         // something was registered on it at least once
+  std::uint8_t is_walked;          // a walk takes notes, see accounting/walks.h
+  std::uint8_t serves_containers;  // a container of the C++ front has asked for memory
   qk_mem_block* blocks;
   const char* file;
   std::int32_t line;
@@ -123,7 +125,9 @@ struct qk_mem_handle {
   qk::Mtx* mtx;                      // null unless MULTITHREADED
   qk::mem::BlockIndex* block_index;  // null until a search in many blocks
   qk_mem_skips skips;
-  qk_mem_handle* next_survivor;  // among the handles that outlive the registry
+  qk_mem_tag_share tag_share;     // changes together with the handle's own sums
+  qk_mem_tag_share folded_share;  // the part of it that the tag has; under the registry's lock
+  qk_mem_handle* next_survivor;   // among the handles that outlive the registry
 };
 
 /** The debug switches of one routine. */

@@ -4,6 +4,7 @@
 
 #include "core/handle_array.h"
 #include "core/registry.h"
+#include "core/tag_shares.h"
 #include "support/shared_variable.h"
 #include "support/system_memory.h"
 
@@ -21,14 +22,8 @@ void add_survivor(qk_mem_handle& handle) QK_REQUIRES(Qk_mem_mtx) {
   surviving_handles = &handle;
 }
 
-/** Undoes hide_handle(). Of the survivors, AUTOFREE handles alone were hidden. */
-void show_if_hidden(qk_mem_handle& handle) QK_REQUIRES(Qk_mem_mtx) {
-  assert_registry_held();
-  if (handle.autofree == 0) return;
-  const HandleLock lock(handle);
-  qk::add(handle.tag->amount, qk::load(handle.amount));
-  qk::add(handle.tag->qty, qk::load(handle.qty));
-}
+/** Of the survivors, AUTOFREE handles alone were hidden. */
+bool is_hidden(const qk_mem_handle& survivor) { return survivor.autofree != 0; }
 
 }  // namespace
 
@@ -38,11 +33,7 @@ std::int32_t first_slot_for_new() { return overhead_number_is_gone ? 1 : 0; }
 
 void hide_handle(qk_mem_handle& handle) {
   assert_registry_held();
-  {
-    const HandleLock lock(handle);
-    qk::subtract(handle.tag->amount, qk::load(handle.amount));
-    qk::subtract(handle.tag->qty, qk::load(handle.qty));
-  }
+  take_from_tag(handle);
   empty_handle_slot(handle.id - 1);
   add_survivor(handle);
 }
@@ -71,7 +62,15 @@ void restore_surviving_handles() {
     }
     *link = handle->next_survivor;
     fill_handle_slot(handle->id - 1, *handle);
-    show_if_hidden(*handle);
+    if (is_hidden(*handle)) return_to_tag(*handle);
+  }
+}
+
+void for_each_shown_survivor(void (*visit)(qk_mem_handle&)) {
+  assert_registry_held();
+  for (qk_mem_handle* handle = surviving_handles; handle != nullptr;
+       handle = handle->next_survivor) {
+    if (!is_hidden(*handle)) visit(*handle);
   }
 }
 

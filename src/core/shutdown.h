@@ -42,6 +42,9 @@ void hide_handle(qk_mem_handle& handle) QK_REQUIRES(Qk_mem_mtx);
  */
 void restore_surviving_handles() QK_REQUIRES(Qk_mem_mtx);
 
+/** Calls `visit` with the survivors that were not hidden. Needs the registry's lock. */
+void for_each_shown_survivor(void (*visit)(qk_mem_handle&)) QK_REQUIRES(Qk_mem_mtx);
+
 /**
  * Removes a handle from the registry, or from the list of survivors: threads can still delete
  * handles after the registry was retired. Needs the registry's lock.

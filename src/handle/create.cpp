@@ -184,7 +184,6 @@ bool set_up(qk_mem_handle& handle, const HandleOptions& asked, const char* tag,
   assert_registry_held();
   if (!apply_options(handle, asked, context) || !apply_tag(handle, tag, context)) return false;
   decide_tracking(handle);
-  join_tag(handle);
   handle.seq = next_seq();
   handle.file = context.file();
   handle.line = context.line;

@@ -7,6 +7,7 @@
 #include "core/kinds.h"
 #include "core/registry.h"
 #include "core/shutdown.h"
+#include "core/tag_shares.h"
 #include "core/upcalls.h"
 #include "diag/event.h"
 #include "diag/log.h"
@@ -122,7 +123,8 @@ void release_arrays(qk_mem_handle& handle, const CallContext& context) {
 
 void subtract_from_tag(qk_mem_handle& handle) {
   const RegistryLock lock;
-  leave_tag(handle);
+  assert_registry_held();
+  fold_tag_share(handle);
   qk::subtract(handle.tag->amount, handle.amount);
 }
 

@@ -1,6 +1,7 @@
 // Baselines, which reports compare with.
 #include "core/handle_array.h"
 #include "core/switches.h"
+#include "core/tag_shares.h"
 #include "core/upcalls.h"
 #include "diag/log.h"
 #include "report/filters.h"
@@ -53,6 +54,7 @@ void take_tag(qk_mem_tag& tag) {
 
 void take_tags(const qk_mem_filters& filters, bool logged) QK_REQUIRES(Qk_mem_mtx) {
   assert_registry_held();
+  fold_tag_shares();
   for_each_tag([&](qk_mem_tag& tag) {
     if (qk_mem_filter_tag(&tag, &filters)) return;
     take_tag(tag);

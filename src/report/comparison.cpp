@@ -1,5 +1,6 @@
 // Baseline, current state and growth side by side.
 #include "core/kinds.h"
+#include "core/tag_shares.h"
 #include "diag/log.h"
 #include "report/growth.h"
 #include "report/report.h"
@@ -102,6 +103,7 @@ void print_global_tag(FILE* stream) {
 
 void print_tags(const Report& report) QK_REQUIRES(Qk_mem_mtx) {
   assert_registry_held();
+  fold_tag_shares();
   for_each_tag([&](const qk_mem_tag& tag) {
     if (!qk_mem_filter_tag(&tag, &report.filters)) print_tag(report.stream, tag);
   });

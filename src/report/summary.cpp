@@ -1,5 +1,6 @@
 // The section of totals per category and tag.
 #include "core/handle_array.h"
+#include "core/tag_shares.h"
 #include "diag/log.h"
 #include "report/report.h"
 #include "report/sums.h"
@@ -28,6 +29,7 @@ Categories sum_all_handles() QK_REQUIRES(Qk_mem_mtx) {
 
 void print_tags(FILE* stream) QK_REQUIRES(Qk_mem_mtx) {
   assert_registry_held();
+  fold_tag_shares();
   qk_mem_fprintf(stream, "   Tags:\n");
   for_each_tag([&](const qk_mem_tag& tag) {
     qk_mem_fprintf(stream, "     %2s:       %8u %10zu\n", tag.name, qk::load(tag.qty),

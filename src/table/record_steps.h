@@ -5,6 +5,7 @@
 
 #include "core/kinds.h"
 #include "core/registry.h"
+#include "core/tag_shares.h"
 #include "table/charges.h"
 #include "table/pointer_array.h"
 #include "table/slot.h"
@@ -18,12 +19,6 @@
  */
 namespace qk::mem {
 
-/** Whether no other thread can be changing the sums of the handle's tag. */
-[[nodiscard]] inline bool may_change_tag_directly(const qk_mem_handle& handle,
-                                                  bool single_threaded) {
-  return single_threaded || handle.has_tag_exclusively != 0;
-}
-
 /** Adds bytes to a sum; a negated number subtracts. */
 inline void charge(qk_mem_handle& handle, ChargedTo sum, std::uint64_t bytes,
                    bool single_threaded) {
@@ -32,7 +27,7 @@ inline void charge(qk_mem_handle& handle, ChargedTo sum, std::uint64_t bytes,
     qk::bump(handle.overhead_amount, bytes);
   } else if (sum == ChargedTo::kData) {
     qk::bump(handle.amount, bytes);
-    qk::add(handle.tag->amount, bytes, may_change_tag_directly(handle, single_threaded));
+    add_to_tag_amount(handle, bytes, single_threaded);
   }
 }
 
@@ -44,7 +39,7 @@ inline void count_record(qk_mem_handle& handle, unsigned char kind, int by, bool
     qk::bump(handle.overhead_qty, change);
   } else {
     qk::bump(handle.qty, change);
-    qk::add(handle.tag->qty, change, may_change_tag_directly(handle, single_threaded));
+    add_to_tag_qty(handle, change, single_threaded);
   }
 }
 

@@ -32,30 +32,4 @@ qk_mem_tag* find_or_add_tag(const char* name) {
   return link;
 }
 
-void join_tag(qk_mem_handle& handle) {
-  assert_registry_held();
-  qk_mem_tag& tag = *handle.tag;
-  handle.counted_in_tag = 1;
-  ++tag.handle_count;
-  if (tag.handle_count == 1 && handle.mtx != nullptr) {
-    handle.has_tag_exclusively = 1;
-    tag.exclusive_handle = &handle;
-  } else if (tag.exclusive_handle != nullptr) {
-    const HandleLock lock(*tag.exclusive_handle);
-    tag.exclusive_handle->has_tag_exclusively = 0;
-    tag.exclusive_handle = nullptr;
-  }
-}
-
-void leave_tag(qk_mem_handle& handle) {
-  assert_registry_held();
-  if (handle.counted_in_tag == 0) return;
-  handle.counted_in_tag = 0;
-  --handle.tag->handle_count;
-  if (handle.tag->exclusive_handle != &handle) return;
-  const HandleLock lock(handle);
-  handle.has_tag_exclusively = 0;
-  handle.tag->exclusive_handle = nullptr;
-}
-
 }  // namespace qk::mem

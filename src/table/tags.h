@@ -20,18 +20,6 @@ inline constexpr std::size_t kTagLength = 2;
  */
 [[nodiscard]] qk_mem_tag* find_or_add_tag(const char* name) QK_REQUIRES(Qk_mem_mtx);
 
-/**
- * Counts a new handle among those of its tag. A MULTITHREADED handle that is the only one changes
- * the tag's sums under its own mutex, which costs less than atomic changes. Needs the registry's
- * lock.
- */
-void join_tag(qk_mem_handle& handle) QK_REQUIRES(Qk_mem_mtx);
-
-/**
- * Undoes join_tag(), if it was called, before the handle's mutex goes. Needs the registry's lock.
- */
-void leave_tag(qk_mem_handle& handle) QK_REQUIRES(Qk_mem_mtx);
-
 /** Whether a tag has a name. One of one character matches by its terminator. */
 [[nodiscard]] inline bool has_name(const qk_mem_tag& tag, const char* name) {
   return tag.name[0] == name[0] && tag.name[1] == name[1];

@@ -9,6 +9,7 @@
 
 #include "core/handle_array.h"
 #include "core/registry.h"
+#include "core/tag_shares.h"
 #include "qkmem/qkmem.hpp"
 
 namespace kit {
@@ -66,6 +67,7 @@ Sums real_sums_of(const qk_mem_handle& handle) {
 /** The sums of a tag as the library has them; zero when there is none. */
 Sums real_sums_of_tag(std::string_view name) {
   const qk::mem::RegistryLock lock;
+  qk::mem::fold_tag_shares();
   Sums sums;
   qk::mem::for_each_tag([&](const qk_mem_tag& tag) {
     if (tag.name == name) sums = {tag.amount, tag.qty};

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "core/registry.h"
+#include "core/tag_shares.h"
 #include "diag/log.h"
 #include "diag/trace_file.h"
 #include "tests/kit/trace.h"
@@ -186,6 +187,8 @@ std::string overhead_of(int hid) {
 }
 
 std::string tag_of(const char* name) {
+  const qk::mem::RegistryLock lock;
+  qk::mem::fold_tag_shares();
   const qk_mem_tag* tag = &Qk_mem_global_tag;
   for (int i = 0; i < Qk_mem_num_tags; ++i) {
     if (std::string_view(Qk_mem_tags[i].name) == name) tag = &Qk_mem_tags[i];

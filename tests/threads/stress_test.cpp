@@ -9,6 +9,7 @@
 #include <thread>
 #include <vector>
 
+#include "core/tag_shares.h"
 #include "diag/trace_file.h"
 #include "table/slot.h"
 #include "tests/threads/mix.h"
@@ -90,7 +91,7 @@ class StressedLibrary : public ::testing::Test {
       EXPECT_EQ(qk_mem_tag_size(mix::kTags[shared]), 0);
     }
     EXPECT_EQ(qk_mem_size(QK_MEM_DATA_HANDLE), 0U);
-    EXPECT_EQ(Qk_mem_global_tag.amount, 0U);
+    EXPECT_EQ(amount_of_global_tag(), 0U);
     EXPECT_EQ(Qk_mem_num_handles, 2);
   }
 
@@ -156,8 +157,15 @@ class StressedLibrary : public ::testing::Test {
     return events;
   }
 
+  [[nodiscard]] static std::uint64_t amount_of_global_tag() {
+    const qk::mem::RegistryLock lock;
+    qk::mem::fold_tag_shares();
+    return Qk_mem_global_tag.amount;
+  }
+
   [[nodiscard]] static std::uint32_t qty_of_tag(const std::string& name) {
     const qk::mem::RegistryLock lock;
+    qk::mem::fold_tag_shares();
     std::uint32_t qty = 0;
     qk::mem::for_each_tag([&](const qk_mem_tag& tag) {
       if (tag.name == name) qty = tag.qty;
