@@ -210,6 +210,19 @@ TYPED_TEST(MtxInterleavings, ExcludeThreadsThatOnlyTry) {
   this->walk(1000);
 }
 
+// The second thread becomes the favourite after it has withdrawn the first one's favour, while that
+// one may still be about to enter.
+TYPED_TEST(MtxInterleavings, ReplaceOneFavouriteByAnother) {
+  this->walk_.lives[0] = [this] {
+    this->lock_and_enter();
+    this->lock_and_enter();
+  };
+  this->walk_.lives[1] = [this] {
+    for (int i = 0; i < 3; ++i) this->lock_and_enter();
+  };
+  this->walk(1000);
+}
+
 TYPED_TEST(MtxInterleavings, LetASignalHandlerLockWhatItsThreadDoesNotHold) {
   this->walk_.lives[0] = [this] {
     this->lock_and_enter();
