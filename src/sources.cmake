@@ -11,6 +11,7 @@ set(library_sources
   support/format.cpp
   support/hash.cpp
   support/interrupted_thread.cpp
+  support/known_paths.cpp
   support/line.cpp
   support/live_threads.cpp
   support/mtx.cpp
@@ -30,6 +31,7 @@ set(library_sources
 
   core/handle_array.cpp
   core/registry.cpp
+  core/roads.cpp
   core/shutdown.cpp
   core/switches.cpp
   core/tag_shares.cpp

@@ -82,10 +82,12 @@ template <class Lock>
                                                      int alignment, const char* file, int line,
                                                      CallocCall* slow_path) {
   if (bypasses_tracking_fast(hid)) return untracked(user_memory::allocate_zeroed(num, size));
-  qk_mem_handle* handle = unobserved_recording_handle(hid, Routine::kCalloc);
-  if (handle == nullptr) return slow_path(hid, num, size, alignment, file, line);
-  return with_lock_of(
-      *handle, [&]<class Lock>() { return calloc_recorded<Lock>(*handle, num, size, file, line); });
+  return on_recording_handle(
+      hid, Routine::kCalloc,
+      [&]<class Lock>(qk_mem_handle& handle) {
+        return calloc_recorded<Lock>(handle, num, size, file, line);
+      },
+      [&] { return slow_path(hid, num, size, alignment, file, line); });
 }
 
 }  // namespace

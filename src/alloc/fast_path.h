@@ -6,9 +6,8 @@
 #include "core/handle_array.h"
 #include "core/kinds.h"
 #include "core/registry.h"
-#include "core/upcalls.h"
-#include "diag/trace_file.h"
-#include "support/text.h"
+#include "core/roads.h"
+#include "support/known_paths.h"
 #include "table/pointer_table.h"
 #include "table/record_steps.h"
 
@@ -22,28 +21,7 @@ namespace qk::mem {
 
 /** The same check as bypasses_tracking(), made first. Never true before the start-up is over. */
 [[nodiscard]] inline bool bypasses_tracking_fast(int hid) {
-  return hid == QK_MEM_DATA_HANDLE && is_started() && !debugging();
-}
-
-/** Whether a routine's events cause no check, no line, no row and no report. */
-[[nodiscard]] inline bool is_unobserved(const qk_mem_debug& switches) {
-  return (qk::load(switches.on) | qk::load(switches.debug) | qk::load(switches.ctrlblks)) == 0 &&
-         qk::acquire(Qk_mem_db) == nullptr;
-}
-
-/**
- * The handle of a number for an unobserved routine; null if the slow path is needed. The handle
- * comes first: before the start-up is over there is none, and the switches must not be read.
- */
-[[nodiscard]] inline qk_mem_handle* unobserved_handle(int hid, Routine routine) {
-  qk_mem_handle* handle = find_handle_fast(hid);
-  return handle != nullptr && is_unobserved(switches_of(routine)) ? handle : nullptr;
-}
-
-/** The same for ordinary handles that record pointers; null for all others. */
-[[nodiscard]] inline qk_mem_handle* unobserved_recording_handle(int hid, Routine routine) {
-  qk_mem_handle* handle = unobserved_handle(hid, routine);
-  return handle != nullptr && handle->track != 0 && !is_blockmgmt(*handle) ? handle : nullptr;
+  return hid == QK_MEM_DATA_HANDLE && qk::load(data_handle_is_bypassed) != 0;
 }
 
 /** Takes the place of HandleLock on handles without a mutex. */
@@ -51,11 +29,21 @@ struct NoLock {
   explicit NoLock(const qk_mem_handle& /*handle*/) {}
 };
 
-/** Calls `f` with the type of lock that a handle needs, so that all of `f` is compiled for it. */
-template <class Call>
-[[gnu::always_inline]] inline auto with_lock_of(const qk_mem_handle& handle, Call f) {
-  return handle.mtx == nullptr ? f.template operator()<NoLock>()
-                               : f.template operator()<HandleLock>();
+/**
+ * Calls `f` with the handle of a number and the type of lock that it needs, if the calls of a
+ * routine on it record and do nothing else. Otherwise calls `slow`.
+ */
+template <class Call, class SlowCall>
+[[gnu::always_inline]] inline auto on_recording_handle(int hid, Routine routine, Call f,
+                                                       SlowCall slow) {
+  qk_mem_handle* handle = find_handle_fast(hid);
+  if (handle != nullptr) [[likely]] {
+    const Road road = road_of(*handle, routine);
+    if (road == Road::kRecords) [[likely]]
+      return f.template operator()<NoLock>(*handle);
+    if (road == Road::kRecordsLocked) return f.template operator()<HandleLock>(*handle);
+  }
+  return slow();
 }
 
 /** Takes the first free slot of an array; kNoSlot if that takes a search or a larger array. */
@@ -102,7 +90,7 @@ template <class Lock>
                                                           unsigned char kind, std::uint64_t count,
                                                           std::uint64_t size, const char* path,
                                                           int line) {
-  const char* file = qk::file_name_only(path);
+  const char* file = qk::name_in_known_path(path);
   qk_mem_ptr_array& array = array_of(handle, address);
   const Lock lock(handle);
   const std::int32_t index = take_slot_fast(array);
@@ -121,7 +109,7 @@ template <class Lock>
                                                                 const Removed& old, void* address,
                                                                 std::uint64_t size,
                                                                 const char* path, int line) {
-  const char* file = qk::file_name_only(path);
+  const char* file = qk::name_in_known_path(path);
   qk_mem_ptr_array& array = array_of(handle, address);
   const Lock lock(handle);
   const std::int32_t index = take_slot_again_fast(handle, array, old);
@@ -132,8 +120,8 @@ template <class Lock>
 }
 
 /**
- * Removes the record of an address from an ordinary handle. False, and nothing has changed, if
- * there is no record.
+ * Removes the record of an address from an ordinary handle, and counts the event. False, and nothing
+ * has changed, if there is no record.
  */
 template <class Lock>
 [[nodiscard, gnu::always_inline]] inline bool remove_fast(qk_mem_handle& handle,
@@ -143,7 +131,9 @@ template <class Lock>
   const std::int32_t index = find_slot(array, address);
   if (index <= 0) [[unlikely]]
     return false;
-  remove_record(handle, array, index, ChargedTo::kData, qk::is_single_threaded());
+  const bool single_threaded = qk::is_single_threaded();
+  remove_record(handle, array, index, ChargedTo::kData, single_threaded);
+  qk::add(Qk_mem_seq, 1, single_threaded);
   return true;
 }
 

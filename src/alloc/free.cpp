@@ -103,15 +103,15 @@ template <class Lock>
     return free_on_handle(handle, ptr, free_context(file, line));
   }
   user_memory::release(ptr);
-  next_seq();
 }
 
 [[gnu::always_inline]] inline void free_fast_path(int hid, void* ptr, const char* file, int line,
                                                   FreeCall* slow_path) {
   if (bypasses_tracking_fast(hid)) return user_memory::release(ptr);
-  qk_mem_handle* handle = unobserved_recording_handle(hid, Routine::kFree);
-  if (handle == nullptr) return slow_path(hid, ptr, file, line);
-  with_lock_of(*handle, [&]<class Lock>() { free_recorded<Lock>(*handle, ptr, file, line); });
+  on_recording_handle(
+      hid, Routine::kFree,
+      [&]<class Lock>(qk_mem_handle& handle) { free_recorded<Lock>(handle, ptr, file, line); },
+      [&] { slow_path(hid, ptr, file, line); });
 }
 
 }  // namespace

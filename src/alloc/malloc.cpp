@@ -98,26 +98,30 @@ template <class Lock>
   return piece;
 }
 
-template <class Lock>
-[[gnu::always_inline]] inline void* malloc_unobserved(qk_mem_handle& handle, std::size_t size,
-                                                      int alignment, const char* file, int line) {
-  if (is_blockmgmt(handle)) {
-    return handle.track == 0 ? piece_unrecorded<Lock>(handle, size, alignment, file, line)
-                             : piece_recorded<Lock>(handle, size, alignment, file, line);
-  }
-  return handle.track == 0 ? fall_back(handle, size, alignment, file, line)
-                           : malloc_recorded<Lock>(handle, size, file, line);
-}
-
 [[gnu::always_inline]] inline void* malloc_fast_path(int hid, std::size_t size, int alignment,
                                                      const char* file, int line,
                                                      MallocCall* slow_path) {
   if (bypasses_tracking_fast(hid)) return untracked(user_memory::allocate(size));
-  qk_mem_handle* handle = unobserved_handle(hid, Routine::kMalloc);
-  if (handle == nullptr) return slow_path(hid, size, alignment, file, line);
-  return with_lock_of(*handle, [&]<class Lock>() {
-    return malloc_unobserved<Lock>(*handle, size, alignment, file, line);
-  });
+  qk_mem_handle* handle = find_handle_fast(hid);
+  if (handle == nullptr) [[unlikely]]
+    return slow_path(hid, size, alignment, file, line);
+  switch (road_of(*handle, Routine::kMalloc)) {
+    case Road::kRecords:
+      return malloc_recorded<NoLock>(*handle, size, file, line);
+    case Road::kRecordsLocked:
+      return malloc_recorded<HandleLock>(*handle, size, file, line);
+    case Road::kPieces:
+      return piece_unrecorded<NoLock>(*handle, size, alignment, file, line);
+    case Road::kPiecesLocked:
+      return piece_unrecorded<HandleLock>(*handle, size, alignment, file, line);
+    case Road::kRecordedPieces:
+      return piece_recorded<NoLock>(*handle, size, alignment, file, line);
+    case Road::kRecordedPiecesLocked:
+      return piece_recorded<HandleLock>(*handle, size, alignment, file, line);
+    case Road::kSlow:
+      break;
+  }
+  return slow_path(hid, size, alignment, file, line);
 }
 
 }  // namespace

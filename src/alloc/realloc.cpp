@@ -222,11 +222,12 @@ template <class Lock>
                                                       int alignment, const char* file, int line,
                                                       ReallocCall* slow_path) {
   if (bypasses_tracking_fast(hid)) return untracked(user_memory::resize(ptr, size));
-  qk_mem_handle* handle = unobserved_recording_handle(hid, Routine::kRealloc);
-  if (handle == nullptr) return slow_path(hid, ptr, size, alignment, file, line);
-  return with_lock_of(*handle, [&]<class Lock>() {
-    return realloc_recorded<Lock>(*handle, ptr, size, alignment, file, line);
-  });
+  return on_recording_handle(
+      hid, Routine::kRealloc,
+      [&]<class Lock>(qk_mem_handle& handle) {
+        return realloc_recorded<Lock>(handle, ptr, size, alignment, file, line);
+      },
+      [&] { return slow_path(hid, ptr, size, alignment, file, line); });
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include "config/refusal.h"
 #include "core/option_call.h"
 #include "core/registry.h"
+#include "core/roads.h"
 #include "diag/log.h"
 
 namespace qk::mem {
@@ -64,6 +65,7 @@ struct Switches {
       qk::store(Qk_mem_debug[i].summary, records[i].summary);
       qk::store(Qk_mem_debug[i].trace, records[i].trace);
     }
+    settle_all_roads();
   }
 };
 

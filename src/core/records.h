@@ -96,7 +96,8 @@ struct qk_mem_handle {
   std::uint32_t generation;  // tells handles with the same number apart; never 0
   std::uint64_t block_used;  // bytes ever handed out from blocks, padding included
   std::uint32_t seq;
-  std::uint64_t amount;  // bytes of live data records, or of the blocks
+  std::uint8_t roads[4];  // of malloc, calloc, realloc and free, see core/roads.h
+  std::uint64_t amount;   // bytes of live data records, or of the blocks
   std::uint32_t qty;
   std::uint64_t base_amount;
   std::uint32_t base_qty;

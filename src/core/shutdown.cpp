@@ -4,6 +4,7 @@
 
 #include "core/handle_array.h"
 #include "core/registry.h"
+#include "core/roads.h"
 #include "core/tag_shares.h"
 #include "support/shared_variable.h"
 #include "support/system_memory.h"
@@ -62,6 +63,7 @@ void restore_surviving_handles() {
     }
     *link = handle->next_survivor;
     fill_handle_slot(handle->id - 1, *handle);
+    settle_roads(*handle);
     if (is_hidden(*handle)) return_to_tag(*handle);
   }
 }

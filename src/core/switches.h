@@ -1,12 +1,17 @@
 #ifndef QKMEM_CORE_SWITCHES_H_
 #define QKMEM_CORE_SWITCHES_H_
 
+#include <cstdio>
+
 #include "core/records.h"
 #include "support/shared_variable.h"
 
 /** The debug switches: one record for each routine, see qk::mem::Routine. */
 extern qk_mem_debug Qk_mem_debug[20];
 extern std::int32_t Qk_mem_debug_initialized;
+
+/** The trace file: one tab-separated row per event. Null while none is written. */
+extern FILE* Qk_mem_db;
 
 /** The sections of the report, a sum of QK_MEM_DUMP_ constants. */
 extern std::uint32_t Qk_mem_dump_opts;

@@ -4,6 +4,7 @@
 
 #include "core/handle_array.h"
 #include "core/registry.h"
+#include "core/roads.h"
 #include "core/switches.h"
 #include "diag/log.h"
 #include "diag/output_file.h"
@@ -11,8 +12,6 @@
 #include "support/line.h"
 #include "support/no_cancellation.h"
 #include "support/text.h"
-
-constinit FILE* Qk_mem_db = nullptr;
 
 namespace qk::mem {
 namespace {
@@ -49,6 +48,7 @@ void start_trace_file(FILE* stream) {
   put_trace_headings(headings);
   write_line(stream, headings.finish());
   qk::publish(Qk_mem_db, stream);
+  settle_all_roads();
 }
 
 void flush_trace_file() {
@@ -66,6 +66,7 @@ void close_trace_file() {
   const RegistryLock lock;
   FILE* stream = Qk_mem_db;
   qk::publish(Qk_mem_db, nullptr);
+  settle_all_roads();
   if (stream != nullptr) std::fclose(stream);
 }
 

@@ -4,9 +4,7 @@
 #include <cstdio>
 
 #include "core/registry.h"
-
-/** The trace file: one tab-separated row per event. Null while none is written. */
-extern FILE* Qk_mem_db;
+#include "core/switches.h"
 
 extern "C" {
 

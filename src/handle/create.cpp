@@ -7,6 +7,7 @@
 #include "core/kinds.h"
 #include "core/own_locations.h"
 #include "core/registry.h"
+#include "core/roads.h"
 #include "core/shutdown.h"
 #include "core/upcalls.h"
 #include "diag/event.h"
@@ -184,6 +185,7 @@ bool set_up(qk_mem_handle& handle, const HandleOptions& asked, const char* tag,
   assert_registry_held();
   if (!apply_options(handle, asked, context) || !apply_tag(handle, tag, context)) return false;
   decide_tracking(handle);
+  settle_roads(handle);
   handle.seq = next_seq();
   handle.file = context.file();
   handle.line = context.line;

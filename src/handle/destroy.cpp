@@ -6,6 +6,7 @@
 #include "accounting/handle_lookup.h"
 #include "core/kinds.h"
 #include "core/registry.h"
+#include "core/roads.h"
 #include "core/shutdown.h"
 #include "core/tag_shares.h"
 #include "core/upcalls.h"
@@ -134,6 +135,7 @@ void subtract_from_tag(qk_mem_handle& handle) {
  */
 void release_mutex(qk_mem_handle& handle) {
   const RegistryLock lock;
+  close_roads(handle);
   own_memory::destroy(std::exchange(handle.mtx, nullptr));
 }
 

@@ -3,6 +3,7 @@
 #include "core/handle_array.h"
 #include "core/own_locations.h"
 #include "core/registry.h"
+#include "core/roads.h"
 #include "core/upcalls.h"
 #include "diag/heap.h"
 #include "diag/log.h"
@@ -103,6 +104,7 @@ extern "C" void qk_mem_init(void) {
   start_up();
   open_fast_slots();
   qk::publish(start_up_is_over, 1);
+  settle_all_roads();
 }
 
 extern "C" int qk_mem_error(void) { return *Qk_mem_error; }

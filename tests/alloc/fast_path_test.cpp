@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "core/registry.h"
+#include "core/roads.h"
 #include "core/switches.h"
 #include "diag/trace_file.h"
 #include "tests/kit/failing_allocator.h"
@@ -23,6 +24,8 @@ using kit::Scene;
 void take_slow_path(FILE* trace_file) {
   for (int routine = 0; routine < 20; ++routine) Qk_mem_debug[routine].on = 1;
   Qk_mem_db = trace_file;
+  const qk::mem::RegistryLock lock;
+  qk::mem::settle_all_roads();
 }
 
 struct Held {

@@ -5,6 +5,7 @@
 #include <random>
 #include <string>
 
+#include "core/roads.h"
 #include "core/switches.h"
 #include "tests/kit/array_check.h"
 #include "tests/kit/scene.h"
@@ -52,6 +53,10 @@ TEST(RandomCallsOnTheFastPath, MatchPlainAccounting) {
   qk_mem_init();
   // The routines are off, so that calls take the fast path; handles still record.
   for (int routine = 1; routine < qk::mem::kRoutines; ++routine) Qk_mem_debug[routine].on = 0;
+  {
+    const qk::mem::RegistryLock lock;
+    qk::mem::settle_all_roads();
+  }
   make_calls(7, kSteps);
 }
 
