@@ -25,11 +25,13 @@ void fold_tag_share(qk_mem_handle& handle) {
 }
 
 void fold_tag_shares() {
+  assert_registry_held();
   for_each_handle(fold_tag_share);
   for_each_shown_survivor(fold_tag_share);
 }
 
 void take_from_tag(qk_mem_handle& handle) {
+  assert_registry_held();
   const HandleLock lock(handle);
   fold_tag_share(handle);
   qk::subtract(handle.tag->amount, qk::load(handle.amount));
@@ -37,6 +39,7 @@ void take_from_tag(qk_mem_handle& handle) {
 }
 
 void return_to_tag(qk_mem_handle& handle) {
+  assert_registry_held();
   const HandleLock lock(handle);
   static_cast<void>(take_new_part(handle));
   qk::add(handle.tag->amount, qk::load(handle.amount));

@@ -124,7 +124,6 @@ void release_arrays(qk_mem_handle& handle, const CallContext& context) {
 
 void subtract_from_tag(qk_mem_handle& handle) {
   const RegistryLock lock;
-  assert_registry_held();
   fold_tag_share(handle);
   qk::subtract(handle.tag->amount, handle.amount);
 }
