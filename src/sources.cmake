@@ -10,10 +10,12 @@ set(library_sources
   support/exit_handlers.cpp
   support/format.cpp
   support/hash.cpp
+  support/heap_counter.cpp
   support/interrupted_thread.cpp
   support/known_paths.cpp
   support/line.cpp
   support/live_threads.cpp
+  support/modules.cpp
   support/mtx.cpp
   support/number_set.cpp
   support/options.cpp

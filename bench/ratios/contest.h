@@ -35,7 +35,6 @@ struct Workload {
   double operations;  // in one run of the workload, for the figures per operation
   Threads threads;
   std::vector<Contestant> contestants;  // the first is the baseline of the ratios
-  std::string preloaded = "";           // library to start the process with, by LD_PRELOAD
 };
 
 /** The median and the two quartiles. */

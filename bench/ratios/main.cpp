@@ -6,11 +6,11 @@
 //   ratios --many                     contestant, number of pieces, nanoseconds to allocate and to
 //                                     delete one of them
 //   ratios --left                     megabytes that stay after 100,000 handles came and went
+//   ratios --mtrace LIVE TIMES        nanoseconds, see bench/ratios/traces.cpp
 //   ratios --build                    the compiler and the C library
 //   ratios --peers                    name, package and version of the optional peers
 #include <gnu/libc-version.h>
 #include <sys/single_threaded.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -20,6 +20,7 @@
 
 #include "bench/ratios/left.h"
 #include "bench/ratios/many.h"
+#include "bench/ratios/mtraced.h"
 #include "bench/ratios/workloads.h"
 
 #ifdef HAVE_TALLOC
@@ -93,13 +94,10 @@ void print_many() {
 
 void print_left() { std::printf("%.2f\n", megabytes_left_by_handles()); }
 
-/** Restarts the program with the library preloaded, unless it is already. */
-void preload(const std::string& library, char** argv) {
-  const char* loaded = std::getenv("LD_PRELOAD");
-  if (library.empty() || (loaded != nullptr && library == loaded)) return;
-  setenv("LD_PRELOAD", library.c_str(), 1);
-  execv("/proc/self/exe", argv);
-  throw std::runtime_error("can't start again with " + library);
+void print_mtraced(const char* live, const char* times) {
+  const Nanoseconds taken =
+      time_mtraced(std::strtoul(live, nullptr, 10), std::strtoul(times, nullptr, 10));
+  std::printf("%.0f\n", taken.count());
 }
 
 void run(int argc, char** argv) {
@@ -109,12 +107,12 @@ void run(int argc, char** argv) {
   if (std::strcmp(argv[1], "--peers") == 0) return print_peers();
   if (std::strcmp(argv[1], "--many") == 0) return print_many();
   if (std::strcmp(argv[1], "--left") == 0) return print_left();
+  if (std::strcmp(argv[1], "--mtrace") == 0 && argc == 4) return print_mtraced(argv[2], argv[3]);
   const Workload& workload = find(workloads, argv[1]);
   if (argc == 4) {
     find(workload.contestants, argv[2]).start()(std::strtoul(argv[3], nullptr, 10));
     return;
   }
-  preload(workload.preloaded, argv);
   print_standings(workload);
 }
 

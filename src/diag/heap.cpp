@@ -2,23 +2,25 @@
 
 #include <malloc.h>
 
+#include <optional>
+
 #include "core/registry.h"
 #include "core/upcalls.h"
 #include "diag/log.h"
 #include "support/format.h"
+#include "support/heap_counter.h"
+#include "support/shortcuts.h"
 #include "support/system_memory.h"
 
 constinit std::uint32_t Qk_mem_opts = 0;
 
 namespace {
 
-/** The older of the allocator's two statistics calls. Reports show its 32-bit figures. */
-struct mallinfo allocator_statistics() {
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
-  return mallinfo();
+/** The older of the allocator's two statistics calls. Reports show its 32-bit figures. */
+constexpr auto* kStatistics = &mallinfo;
 #pragma GCC diagnostic pop
-}
 
 /** The heap size that was written last. */
 constinit std::int64_t last_heap QK_GUARDED_BY(Qk_mem_mtx) = 0;
@@ -29,12 +31,50 @@ void ensure_arena() {
   if (qk::acquire(dummy) == nullptr) qk::publish(dummy, qk::own_memory::allocate(1));
 }
 
+/** What the allocator answered last while the process had one thread. */
+class LastAnswer {
+ public:
+  /** Whether the answer would be another one now. */
+  [[nodiscard]] bool is_outdated() const { return !count_ || counter_.read() != count_; }
+
+  [[nodiscard]] long heap() const { return heap_; }
+
+  void renew(long heap) {
+    if (!is_counter_sought_) counter_ = qk::HeapCounter::find(statistics_address(), heap);
+    is_counter_sought_ = true;
+    heap_ = heap;
+    count_ = counter_.read();
+  }
+
+ private:
+  static std::uintptr_t statistics_address() {
+    return reinterpret_cast<std::uintptr_t>(kStatistics);
+  }
+
+  bool is_counter_sought_ = false;
+  qk::HeapCounter counter_;
+  std::optional<std::size_t> count_;
+  long heap_ = 0;
+};
+constinit LastAnswer last_answer QK_GUARDED_BY(Qk_mem_mtx);
+
 }  // namespace
 
 extern "C" long qk_heapsize(void) {
   ensure_arena();
-  return allocator_statistics().arena;
+  return kStatistics().arena;
 }
+
+namespace qk::mem {
+
+long heap_at_event() {
+  assert_registry_held();
+  if (!qk::kShortcuts || !qk::is_single_threaded()) return qk_heapsize();
+  if (last_answer.is_outdated()) last_answer.renew(qk_heapsize());
+  return last_answer.heap();
+}
+
+}  // namespace qk::mem
 
 extern "C" char* qk_mem_heapsize_string(char* buf) {
   if (qk::load(Qk_mem_opts) == 0) {
@@ -42,7 +82,7 @@ extern "C" char* qk_mem_heapsize_string(char* buf) {
     return buf;
   }
   const qk::mem::RegistryLock lock;
-  const std::int64_t heap = qk_heapsize();
+  const std::int64_t heap = qk::mem::heap_at_event();
   qk_sprintf(buf, " (%zd %zd)", heap, heap - last_heap);
   last_heap = heap;
   return buf;
@@ -50,7 +90,7 @@ extern "C" char* qk_mem_heapsize_string(char* buf) {
 
 extern "C" void qk_mallinfo(void) {
   qk::mem::ensure_started();
-  const struct mallinfo info = allocator_statistics();
+  const struct mallinfo info = kStatistics();
   if (qk::acquire(Qk_mem_log) == nullptr) return;
   constexpr char kRule[] = "-------------------------------------------------\n";
   qk_mem_write_log("%s", kRule);

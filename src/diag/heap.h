@@ -3,6 +3,8 @@
 
 #include <cstdint>
 
+#include "core/registry.h"
+
 /** 1 if heap sizes are appended to the log lines of events. */
 extern std::uint32_t Qk_mem_opts;
 
@@ -21,6 +23,9 @@ char* qk_mem_heapsize_string(char* buf);
 }  // extern "C"
 
 namespace qk::mem {
+
+/** The same as qk_heapsize(), for figures that are asked for with every event. */
+[[nodiscard]] long heap_at_event() QK_REQUIRES(Qk_mem_mtx);
 
 /** Holds the text of qk_mem_heapsize_string() for one statement. */
 class HeapText {

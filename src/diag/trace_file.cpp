@@ -6,6 +6,7 @@
 #include "core/registry.h"
 #include "core/roads.h"
 #include "core/switches.h"
+#include "diag/heap.h"
 #include "diag/log.h"
 #include "diag/output_file.h"
 #include "formats/trace_row.h"
@@ -33,7 +34,7 @@ void sum_up(TraceRow& row) QK_REQUIRES(Qk_mem_mtx) {
   assert_registry_held();
   totals.current += row.change;
   row.current = totals.current;
-  row.heap = qk_heapsize();
+  row.heap = heap_at_event();
   row.unknown = row.heap - totals.current;
   row.growth = row.heap - totals.heap;
   row.difference = row.growth - row.change;

@@ -11,6 +11,8 @@
 #include <atomic>
 #include <cstdlib>
 
+#include "support/modules.h"
+
 // Weak, so that a static program needn't have them: its functions have no other addresses.
 #pragma weak dlsym
 #pragma weak dladdr1
@@ -18,60 +20,24 @@
 namespace qk {
 namespace {
 
-struct Range {
-  std::uintptr_t begin = 0;
-  std::uintptr_t end = 0;
-
-  [[nodiscard]] bool has(std::uintptr_t address) const { return address >= begin && address < end; }
-};
-
 /** An allocator preloaded before the C library's; that one; and fork(), which takes its locks. */
 constexpr int kMostRanges = 3;
 
 /** Written once, then published by their number. */
-constinit Range ranges[kMostRanges] = {};
+constinit AddressRange ranges[kMostRanges] = {};
 constinit std::atomic<int> ranges_in_use{0};
 
 bool is_allocator_code(std::uintptr_t address) {
   const int used = ranges_in_use.load(std::memory_order_acquire);
   return std::any_of(std::begin(ranges), std::begin(ranges) + used,
-                     [address](const Range& range) { return range.has(address); });
+                     [address](const AddressRange& range) { return range.has(address); });
 }
 
-void add_range(const Range& range) {
+void add_range(const AddressRange& range) {
   const int used = ranges_in_use.load(std::memory_order_relaxed);
   if (range.begin == range.end || used == kMostRanges || is_allocator_code(range.begin)) return;
   ranges[used] = range;
   ranges_in_use.store(used + 1, std::memory_order_release);
-}
-
-/** The code of a program or shared library, and whether it is the program or the C library. */
-struct Module {
-  std::uintptr_t address;  // in: some address in it
-  Range code;
-  bool is_program = false;
-};
-
-int visit_module(dl_phdr_info* info, std::size_t /*size*/, void* data) {
-  auto& module = *static_cast<Module*>(data);
-  for (int i = 0; i < info->dlpi_phnum; ++i) {
-    const ElfW(Phdr)& header = info->dlpi_phdr[i];
-    const std::uintptr_t begin = info->dlpi_addr + header.p_vaddr;
-    const Range code = {begin, begin + header.p_memsz};
-    if (header.p_type != PT_LOAD || (header.p_flags & PF_X) == 0 || !code.has(module.address)) {
-      continue;
-    }
-    module.code = code;
-    module.is_program = info->dlpi_name == nullptr || info->dlpi_name[0] == '\0';
-    return 1;
-  }
-  return 0;
-}
-
-Module module_with(std::uintptr_t address) {
-  Module module = {address, {}, false};
-  dl_iterate_phdr(visit_module, &module);
-  return module;
 }
 
 /** Where to look for functions: in the order of the dynamic linker, or in a static program. */
@@ -102,7 +68,7 @@ constexpr std::uintptr_t kLongestFunction = 2048;
  * The code from the first to the last function that programs call, in one module. They are from one
  * object file, so that nothing else lies between them.
  */
-Range between_functions(Place place, const Module& module) {
+AddressRange between_functions(Place place, const Module& module, std::uintptr_t allocate) {
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
   const std::uintptr_t functions[] = {find(place, "calloc", &std::calloc),
@@ -114,7 +80,7 @@ Range between_functions(Place place, const Module& module) {
                                       find(place, "mallinfo", &mallinfo),
                                       find(place, "malloc_info", &malloc_info)};
 #pragma GCC diagnostic pop
-  Range range = {module.address, module.address};
+  AddressRange range = {allocate, allocate};
   for (const std::uintptr_t function : functions) {
     if (!module.code.has(function)) continue;
     range.begin = std::min(range.begin, function);
@@ -129,7 +95,7 @@ void add_allocator(Place place, std::uintptr_t fork_function) {
   if (function == 0) return;
   const Module module = module_with(function);
   const bool has_other_code = module.is_program || module.code.has(fork_function);
-  add_range(has_other_code ? between_functions(place, module) : module.code);
+  add_range(has_other_code ? between_functions(place, module, function) : module.code);
 }
 
 /** Words near the top of a stack, as many as there are. */
