@@ -5,6 +5,7 @@ set(library_sources
 
   support/allocator_code.cpp
   support/assertion.cpp
+  support/cursor.cpp
   support/end_runner.cpp
   support/ending_signals.cpp
   support/exit_handlers.cpp

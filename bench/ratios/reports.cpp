@@ -101,7 +101,7 @@ Workload sections_of(const char* name, const char* what, unsigned sections, std:
 std::vector<Workload> report_workloads() {
   return {{"report",
            "Report of 100,000 pointers, for each row",
-           0.5,
+           0.25,
            kRows,
            Threads::kOne,
            {

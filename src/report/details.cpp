@@ -7,6 +7,8 @@
 #include "report/growth.h"
 #include "report/report.h"
 #include "support/line.h"
+#include "support/shortcuts.h"
+#include "support/text.h"
 #include "table/slot.h"
 
 namespace qk::mem {
@@ -48,7 +50,8 @@ Rows class_of(unsigned char kind) {
 }
 
 /** A row's last column: a source location, cut to its width. */
-void put_location(qk::Line& row, const char* file, int line) {
+template <class Text>
+void put_location(Text& row, const char* file, int line) {
   constexpr std::size_t kWidth = 24;
   row.put(' ');
   const std::size_t start = row.length();
@@ -59,26 +62,44 @@ std::size_t width_of_addresses() {
   return static_cast<std::size_t>(std::abs(Qk_mem_ptr_display_size));
 }
 
-void print_handle(FILE* stream, const qk_mem_handle& handle, char autofree_mark) {
-  qk::Line row;
+template <class Text>
+void put_handle(Text& row, const qk_mem_handle& handle, char autofree_mark) {
   row.put("   ").put(handle.base_amount == 0 ? '+' : ' ').signed_number(handle.id, 4);
   row.put(' ').put(handle.tag->name, 2).put(' ').put("", width_of_addresses()).put(' ');
   row.put(is_blockmgmt(handle) ? 'B' : ' ').put(handle.autofree != 0 ? autofree_mark : ' ');
   row.put(' ').number(qk::load(handle.qty), 4).put("          ");
   row.number(qk::load(handle.amount), 8).put(' ').number(handle.seq, 7);
   put_location(row, handle.file, handle.line);
-  write_line(stream, row.finish());
 }
 
-void print_record(FILE* stream, const qk_mem_handle& handle, const qk_mem_ptr& record) {
-  qk::Line row;
+template <class Text>
+void put_record(Text& row, const qk_mem_handle& handle, const qk_mem_ptr& record) {
   row.put("   ").put(record.baselined == 0 ? '+' : ' ').signed_number(handle.id, 4);
   row.put(' ').put(handle.tag->name, 2).put(' ');
   row.hex(as_number(record.address), Qk_mem_ptr_display_size).put(' ');
   row.put(static_cast<char>(record.kind)).put("  ").number(record.count, 4).put(' ');
   row.number(record.size, 8).put(' ').number(bytes_of(record), 8).put(' ').number(record.seq, 7);
   put_location(row, record.file, record.line);
+}
+
+/** Prints a row that `put` makes, at once if its place and the addresses have a usual length. */
+template <class Put>
+void print_row(FILE* stream, const char* file, Put put) {
+  constexpr std::size_t kMostButFile = 200;
+  qk::Line row;
+  if (!qk::kShortcuts || width_of_addresses() > qk::Cursor::kMostHexDigits ||
+      !row.append(kMostButFile + qk_strlen(file), put)) {
+    put(row);
+  }
   write_line(stream, row.finish());
+}
+
+void print_handle(FILE* stream, const qk_mem_handle& handle, char autofree_mark) {
+  print_row(stream, handle.file, [&](auto& row) { put_handle(row, handle, autofree_mark); });
+}
+
+void print_record(FILE* stream, const qk_mem_handle& handle, const qk_mem_ptr& record) {
+  print_row(stream, record.file, [&](auto& row) { put_record(row, handle, record); });
 }
 
 /** Prints a handle's records of one class and returns their number. */

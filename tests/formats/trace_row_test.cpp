@@ -139,11 +139,37 @@ TEST(TraceRow, PadsAddressesToTheRequestedDigits) {
   }
 }
 
+TEST(TraceRow, HasAllItsColumnsHoweverLongItsFileIs) {
+  for (std::size_t length = 0; length < 1000; ++length) {
+    const std::string file(length, 'f');
+    const std::string row =
+        "1\t2\tC\t000000000000004a\t5\t6\t7\t" + file + "\t9\t10\t11\t12\t-13\t14\t15\n";
+    ASSERT_EQ(written({.sequence = 1,
+                       .handle = 2,
+                       .type = 'C',
+                       .address = TraceAddress{0x4a},
+                       .num = 5,
+                       .size = 6,
+                       .handle_size = 7,
+                       .file = file,
+                       .line = 9,
+                       .current = 10,
+                       .heap = 11,
+                       .unknown = 12,
+                       .change = -13,
+                       .growth = 14,
+                       .difference = 15}),
+              row.size() <= 1023 ? row : row.substr(0, 1022) + "\n");
+  }
+}
+
 TEST(TraceRow, IsCutIfTooLongButKeepsItsNewline) {
   const std::string file(2000, 'f');
   const std::string row = written({.type = 'M', .file = file});
   EXPECT_EQ(row.size(), 1023U);
   EXPECT_EQ(row.substr(1020), "ff\n");
+  EXPECT_EQ(written({.type = 'M', .address = TraceAddress{0x4a}}, 1100),
+            "0\t0\tM\t" + std::string(1016, '0') + "\n");
 }
 
 }  // namespace

@@ -226,6 +226,68 @@ TEST(Details, CutLocationsAt24Characters) {
       "   +   1    0000000000001020 M     1        1        1       7 abcdefghijklmnopqrs.cpp:\n");
 }
 
+TEST(Details, CutFilesThatAreLongerThanAWholeLine) {
+  Stage stage;
+  qk_mem_handle& handle = stage.handle(1);
+  qk_mem_ptr& record = hold(handle, 0x1000, 'M', 1, 1);
+  for (const std::size_t length : {25U, 800U, 823U, 824U, 1000U, 1022U, 1023U, 1024U, 5000U}) {
+    const std::string file(length, 'f');
+    handle.file = file.c_str();
+    record.file = file.c_str();
+    EXPECT_EQ(
+        sections("", QK_MEM_DUMP_HANDLES | QK_MEM_DUMP_POINTERS),
+        "Data handles\n"
+        "   +   1                           1                 1       1 ffffffffffffffffffffffff\n"
+        "Data handle pointers\n"
+        "   +   1    0000000000001000 M     1        1        1       3 ffffffffffffffffffffffff\n")
+        << length;
+  }
+}
+
+TEST(Details, ShowAddressesInTheConfiguredWidth) {
+  Stage stage;
+  hold(stage.handle(1), 0x1a2b0, 'M', 1, 1);
+  const struct {
+    int digits;
+    const char* handle;
+    const char* address;
+  } widths[] = {
+      {16, "                ", "000000000001a2b0"},
+      {15, "               ", "00000000001a2b0"},
+      {17, "                 ", "0000000000001a2b0"},
+      {20, "                    ", "0000000000000001a2b0"},
+      {2, "  ", "1a2b0"},
+      {0, "", "1a2b0"},
+      {-16, "                ", "1a2b0"},
+  };
+  for (const auto& [digits, handle, address] : widths) {
+    Qk_mem_ptr_display_size = digits;
+    const std::string text = kit::dump("", QK_MEM_DUMP_HANDLES | QK_MEM_DUMP_POINTERS);
+    Qk_mem_ptr_display_size = 16;
+    for (const std::string& row :
+         {std::string("\n   +   1    ") + handle + "       1                 1       1 ",
+          std::string("\n   +   1    ") + address +
+              " M     1        1        1       3 app.c:1\n"}) {
+      EXPECT_NE(text.find(row), std::string::npos) << row << "\nis not in\n" << text;
+    }
+  }
+}
+
+TEST(Details, CutRowsThatAreLongerThanALine) {
+  Stage stage;
+  hold(stage.handle(1), 0x1a2b0, 'M', 1, 1);
+  for (const int digits : {1100, -1100}) {
+    Qk_mem_ptr_display_size = digits;
+    const std::string handles = kit::dump("", QK_MEM_DUMP_HANDLES);
+    const std::string records = kit::dump("", QK_MEM_DUMP_POINTERS);
+    Qk_mem_ptr_display_size = 16;
+    EXPECT_NE(handles.find("\n   +   1" + std::string(1014, ' ') + "\n"), std::string::npos);
+    const std::string record =
+        digits > 0 ? std::string(1010, '0') : "1a2b0 M     1        1        1       3 app.c:1";
+    EXPECT_NE(records.find("\n   +   1    " + record + "\n"), std::string::npos);
+  }
+}
+
 TEST(Details, ShowAHandlesFullLineAndARecordsLow16Bits) {
   Stage stage;
   qk_mem_handle& handle = stage.handle(1);

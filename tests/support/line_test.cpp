@@ -88,6 +88,15 @@ TEST(Line, IsCutIfTooLongButKeepsItsNewline) {
   EXPECT_EQ(qk::Line().put(longer.c_str()).number(17).put('\n').finish(), text.substr(1) + "\n");
 }
 
+TEST(Line, AppendsAtOnceOnlyWhatItHasRoomFor) {
+  const std::string text(1020, 'x');
+  qk::Line line;
+  line.put(text.c_str());
+  EXPECT_FALSE(line.append(4, [](qk::Cursor& /*cursor*/) { FAIL() << "was called"; }));
+  EXPECT_TRUE(line.append(3, [](qk::Cursor& cursor) { cursor.put('a').put('b'); }));
+  EXPECT_EQ(line.put('\n').finish(), text + "ab\n");
+}
+
 TEST(Line, CanBeShortenedAfterItGrewTooLong) {
   const std::string longer(5000, 'x');
   qk::Line line;
