@@ -77,6 +77,7 @@ int write_bytes(FILE* stream, const char* bytes, int length) {
 }  // namespace
 
 int write_line(FILE* stream, std::string_view line) {
+  if (!are_lines_staged && append_to_buffer(stream, line)) return static_cast<int>(line.size());
   const qk::NoCancellation no_cancellation;
   if (stage_line(stream, line)) return static_cast<int>(line.size());
   const bool written = std::fwrite(line.data(), 1, line.size(), stream) == line.size();

@@ -5,10 +5,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <ctime>
+#include <iterator>
 
 #include "support/no_cancellation.h"
+#include "support/shared_variable.h"
+#include "support/shortcuts.h"
 #include "support/system.h"
 
 namespace qk::mem {
@@ -111,6 +115,20 @@ void provide_buffer(FILE* stream, StreamBuffer& buffer) {
   }
   ::funlockfile(stream);
   errno = saved;
+}
+
+bool append_to_buffer(FILE* stream, std::string_view text) {
+  if (!qk::kShortcuts || !qk::is_single_threaded()) return false;
+  // The C library has these members in its headers for putc_unlocked(). Streams of wide characters
+  // have another buffer, and a line can end in the buffer only if setvbuf() came after it was used.
+  const bool buffers_bytes = stream->_mode < 0 && ::__flbf(stream) == 0;
+  if (!buffers_bytes || stream->_IO_write_end - stream->_IO_write_ptr < std::ssize(text)) {
+    return false;
+  }
+  text.copy(stream->_IO_write_ptr, text.size());
+  std::atomic_signal_fence(std::memory_order_release);  // a signal finds whole texts only
+  stream->_IO_write_ptr += text.size();
+  return true;
 }
 
 void unbuffer(FILE* stream) {

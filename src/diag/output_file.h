@@ -2,6 +2,7 @@
 #define QKMEM_DIAG_OUTPUT_FILE_H_
 
 #include <cstdio>
+#include <string_view>
 
 /** The files behind the log and the trace file. */
 namespace qk::mem {
@@ -34,6 +35,13 @@ struct StreamBuffer {
  * @param buffer  must outlive the stream, or its next setvbuf().
  */
 void provide_buffer(FILE* stream, StreamBuffer& buffer);
+
+/**
+ * Appends text to what a stream will write later, if there is room for it in its buffer. Otherwise
+ * returns false: fwrite() is needed, which does the same at several times the cost. Also beside
+ * other threads, from whom it would have to lock the stream.
+ */
+[[nodiscard]] bool append_to_buffer(FILE* stream, std::string_view text);
 
 /** Flushes a stream that no other thread uses meanwhile, and writes at once from now on. */
 void unbuffer(FILE* stream);

@@ -56,6 +56,21 @@ TEST(Log, WritesLinesAndReturnsTheirLength) {
   EXPECT_EQ(contents("a.log"), "   main:   7 [000000000000beef] M 100 -3\n");
 }
 
+TEST(Log, GetsStagedLinesOnlyWhenTheyAreCommitted) {
+  const Scene scene;
+  qk::Status status;
+  ASSERT_EQ(qk_mem_debug_config("EXCEPTIONS LOG=a.log", &status), 0);
+  qk_mem_write_log("one\n");
+  qk::mem::stage_lines();
+  qk_mem_write_log("two\n");
+  std::fflush(Qk_mem_log);
+  EXPECT_EQ(contents("a.log"), "one\n");
+  qk::mem::commit_lines();
+  qk_mem_write_log("three\n");
+  std::fflush(Qk_mem_log);
+  EXPECT_EQ(contents("a.log"), "one\ntwo\nthree\n");
+}
+
 TEST(Log, HasItsBufferBeforeTheFirstLine) {
   const Scene scene;
   qk::Status status;
