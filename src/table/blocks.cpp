@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "core/kinds.h"
+#include "support/shortcuts.h"
 #include "support/system_memory.h"
 #include "table/block_index.h"
 #include "table/pointer_table.h"
@@ -99,6 +100,7 @@ qk_mem_block* block_of(qk_mem_handle& handle, const void* ptr) {
     if (lies_in(*block, ptr)) return block;
   }
   if (block == nullptr) return nullptr;
+  if constexpr (!qk::kShortcuts) return search(block, ptr);
   handle.block_index = BlockIndex::make(handle.blocks);
   return handle.block_index == nullptr ? search(block, ptr) : handle.block_index->containing(ptr);
 }

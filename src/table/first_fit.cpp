@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "core/registry.h"
+#include "support/shortcuts.h"
 
 namespace qk::mem {
 namespace {
@@ -66,6 +67,10 @@ bool take_downward(qk_mem_block& block, std::uint64_t size, std::uint64_t alignm
   return true;
 }
 
+bool take(qk_mem_block& block, std::uint64_t size, std::uint64_t alignment, Piece& piece) {
+  return take_upward(block, size, alignment, piece) || take_downward(block, size, alignment, piece);
+}
+
 /**
  * What joining two neighboring runs costs future walks: nothing if the figure of the longer run
  * covers both, otherwise about one walk through both.
@@ -117,10 +122,7 @@ class Walk {
   }
 
  private:
-  bool take(qk_mem_block& block) {
-    return take_upward(block, size_, alignment_, piece_) ||
-           take_downward(block, size_, alignment_, piece_);
-  }
+  bool take(qk_mem_block& block) { return mem::take(block, size_, alignment_, piece_); }
 
   [[nodiscard]] qk_mem_block* front_end() const {
     return skips_.count == 0 ? skips_.unexplored : skips_.runs[0].first;
@@ -220,10 +222,18 @@ void absorb_front(qk_mem_skips& skips, qk_mem_block* front) {
   raise(skips.most_room, run.room);
 }
 
+/** The same without skipping any block. */
+Piece find_without_skips(qk_mem_block* block, std::uint64_t size, std::uint64_t alignment) {
+  Piece piece;
+  while (block != nullptr && !take(*block, size, alignment, piece)) block = block->next;
+  return piece;
+}
+
 }  // namespace
 
 Piece take_first_fit(qk_mem_handle& handle, std::uint64_t size, std::uint64_t alignment) {
   assert_held(handle);
+  if constexpr (!qk::kShortcuts) return find_without_skips(handle.blocks, size, alignment);
   return Walk(handle, size, alignment).find();
 }
 
