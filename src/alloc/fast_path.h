@@ -84,6 +84,19 @@ template <class Call, class SlowCall>
             charged_to(kind), single_threaded);
 }
 
+/** Does what record_fast() does, under the handle's lock. */
+[[nodiscard, gnu::always_inline]] inline bool record_locked(qk_mem_handle& handle, void* address,
+                                                            unsigned char kind, std::uint64_t count,
+                                                            std::uint64_t size, const char* file,
+                                                            int line) {
+  qk_mem_ptr_array& array = array_of(handle, address);
+  const std::int32_t index = take_slot_fast(array);
+  if (index == kNoSlot) [[unlikely]]
+    return false;
+  fill_slot_fast(handle, array, index, address, kind, count, size, file, line);
+  return true;
+}
+
 /** Records an allocation, unless that takes a search for a slot or a larger array. */
 template <class Lock>
 [[nodiscard, gnu::always_inline]] inline bool record_fast(qk_mem_handle& handle, void* address,
@@ -91,13 +104,8 @@ template <class Lock>
                                                           std::uint64_t size, const char* path,
                                                           int line) {
   const char* file = qk::name_in_known_path(path);
-  qk_mem_ptr_array& array = array_of(handle, address);
   const Lock lock(handle);
-  const std::int32_t index = take_slot_fast(array);
-  if (index == kNoSlot) [[unlikely]]
-    return false;
-  fill_slot_fast(handle, array, index, address, kind, count, size, file, line);
-  return true;
+  return record_locked(handle, address, kind, count, size, file, line);
 }
 
 /**

@@ -79,22 +79,44 @@ template <class Lock>
   return take_piece_fast(handle, size, alignment);
 }
 
+/** The same when the quick look has found nothing. */
+template <class Lock>
+[[gnu::noinline]] void* search_piece(qk_mem_handle& handle, std::size_t size, int alignment,
+                                     const char* file, int line) {
+  void* piece = nullptr;
+  if (alignment > 0) {
+    const Lock lock(handle);
+    piece = take_piece(handle, size, alignment);
+  }
+  return piece != nullptr ? piece : fall_back(handle, size, alignment, file, line);
+}
+
 /** Takes a piece from a block-managed handle that does not record its pieces. */
 template <class Lock>
 [[gnu::noinline]] void* piece_unrecorded(qk_mem_handle& handle, std::size_t size, int alignment,
                                          const char* file, int line) {
   void* piece = take_piece_locked<Lock>(handle, size, alignment);
-  return piece != nullptr ? piece : fall_back(handle, size, alignment, file, line);
+  return piece != nullptr ? piece : search_piece<Lock>(handle, size, alignment, file, line);
 }
 
 template <class Lock>
 [[gnu::noinline]] void* piece_recorded(qk_mem_handle& handle, std::size_t size, int alignment,
                                        const char* file, int line) {
-  void* piece = take_piece_locked<Lock>(handle, size, alignment);
-  if (piece == nullptr) return fall_back(handle, size, alignment, file, line);
-  if (!record_fast<Lock>(handle, piece, as_piece(kind::kMalloc), 1, size, file, line)) {
-    record_allocation(handle, piece, kind::kMalloc, {1, size}, malloc_context(file, line));
+  if (alignment <= 0) return fall_back(handle, size, alignment, file, line);
+  void* piece = nullptr;
+  {
+    const char* name = qk::name_in_known_path(file);
+    const Lock lock(handle);
+    piece = take_piece_fast(handle, size, alignment);
+    if (piece == nullptr) [[unlikely]]
+      piece = take_piece(handle, size, alignment);
+    if (piece != nullptr &&
+        record_locked(handle, piece, as_piece(kind::kMalloc), 1, size, name, line)) {
+      return piece;
+    }
   }
+  if (piece == nullptr) return fall_back(handle, size, alignment, file, line);
+  record_allocation(handle, piece, kind::kMalloc, {1, size}, malloc_context(file, line));
   return piece;
 }
 

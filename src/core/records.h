@@ -81,13 +81,15 @@ struct qk_mem_skips {
     qk_mem_room room;
     std::uint64_t length;  // in blocks, roughly: it only estimates the cost of a walk
   };
-  static constexpr int kMaxRuns = 16;
+  static constexpr int kMaxRuns = 12;
+  static constexpr int kCursors = 20;
 
   const qk_mem_block* head;  // of the list that this describes
   qk_mem_block* unexplored;  // first block after the last run; null at the end of the list
   qk_mem_room most_room;     // in any run
   std::int32_t count;
   Run runs[kMaxRuns];
+  qk_mem_block* cursors[kCursors];  // by sizes; null is unknown
 };
 
 /** A live handle. Zero-filled at creation; owned by the registry. */

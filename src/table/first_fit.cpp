@@ -10,23 +10,28 @@ namespace {
 
 using Run = qk_mem_skips::Run;
 
-std::uint64_t remainder(std::uint64_t offset, std::uint64_t alignment) {
+[[gnu::always_inline]] inline std::uint64_t remainder(std::uint64_t offset,
+                                                      std::uint64_t alignment) {
   const bool power_of_two = (alignment & (alignment - 1)) == 0;
   return power_of_two ? offset & (alignment - 1) : offset % alignment;
 }
 
-std::uint64_t room_above(const qk_mem_block& block, std::uint64_t alignment) {
+[[gnu::always_inline]] inline std::uint64_t room_above(const qk_mem_block& block,
+                                                       std::uint64_t alignment) {
   const std::uint64_t free = block.capacity - block.high_mark;
   const std::uint64_t beyond = remainder(block.high_mark, alignment);
   const std::uint64_t padding = beyond == 0 ? 0 : alignment - beyond;
   return padding > free ? 0 : free - padding;
 }
 
-/** The sizes of the largest pieces that fit a block at any alignment, at 8 and at 16. */
+/** The size of the largest piece that fits a block at an alignment. */
+[[gnu::always_inline]] inline std::uint64_t room_for(const qk_mem_block& block,
+                                                     std::uint64_t alignment) {
+  return std::max(room_above(block, alignment), block.low_mark);
+}
+
 qk_mem_room room_of(const qk_mem_block& block) {
-  return {std::max(room_above(block, 1), block.low_mark),
-          std::max(room_above(block, 8), block.low_mark),
-          std::max(room_above(block, 16), block.low_mark)};
+  return {room_for(block, 1), room_for(block, 8), room_for(block, 16)};
 }
 
 void raise(qk_mem_room& room, const qk_mem_room& other) {
@@ -48,7 +53,8 @@ bool covers(const qk_mem_room& room, const qk_mem_room& other) {
   return other.any <= room.any && other.by8 <= room.by8 && other.by16 <= room.by16;
 }
 
-bool take_upward(qk_mem_block& block, std::uint64_t size, std::uint64_t alignment, Piece& piece) {
+[[gnu::always_inline]] inline bool take_upward(qk_mem_block& block, std::uint64_t size,
+                                               std::uint64_t alignment, Piece& piece) {
   const std::uint64_t free = block.capacity - block.high_mark;
   if (size > free) return false;
   const std::uint64_t beyond = remainder(block.high_mark, alignment);
@@ -59,7 +65,8 @@ bool take_upward(qk_mem_block& block, std::uint64_t size, std::uint64_t alignmen
   return true;
 }
 
-bool take_downward(qk_mem_block& block, std::uint64_t size, std::uint64_t alignment, Piece& piece) {
+[[gnu::always_inline]] inline bool take_downward(qk_mem_block& block, std::uint64_t size,
+                                                 std::uint64_t alignment, Piece& piece) {
   if (size > block.low_mark) return false;
   const std::uint64_t padding = remainder(block.low_mark - size, alignment);
   piece = {&block, block.low_mark - size - padding, padding};
@@ -67,7 +74,8 @@ bool take_downward(qk_mem_block& block, std::uint64_t size, std::uint64_t alignm
   return true;
 }
 
-bool take(qk_mem_block& block, std::uint64_t size, std::uint64_t alignment, Piece& piece) {
+[[gnu::always_inline]] inline bool take(qk_mem_block& block, std::uint64_t size,
+                                        std::uint64_t alignment, Piece& piece) {
   return take_upward(block, size, alignment, piece) || take_downward(block, size, alignment, piece);
 }
 
@@ -112,16 +120,36 @@ class Walk {
         head_(handle.blocks),
         size_(size),
         alignment_(alignment),
-        bound_(bound_for(alignment)) {
-    if (skips_.head != head_ || skips_.count == 0) forget_room(handle);
+        bound_(bound_for(alignment)),
+        cursor_(cursor_for(size, alignment)) {
+    if (skips_.head != head_ || (skips_.count == 0 && skips_.unexplored == nullptr)) {
+      forget_room(handle);
+    }
   }
 
   Piece find() {
     if (!find_in_front() && !find_in_runs()) find_in_unexplored();
+    if (has_cursor()) skips_.cursors[cursor_] = may_serve_ != nullptr ? may_serve_ : piece_.block;
     return piece_;
   }
 
  private:
+  [[nodiscard]] bool has_cursor() const { return cursor_ < qk_mem_skips::kCursors; }
+
+  /** Whether blocks with this room at most have room for no request of the cursor's class. */
+  [[nodiscard]] bool serves_none(const qk_mem_room& room) const {
+    return room.by16 < smallest_for_cursor(cursor_);
+  }
+
+  /** Notes blocks from `first` on that were passed and have this room at most. */
+  void pass(qk_mem_block* first, const qk_mem_room& room) {
+    if (has_cursor() && may_serve_ == nullptr && !serves_none(room)) may_serve_ = first;
+  }
+
+  void pass(qk_mem_block* block) {
+    if (has_cursor() && may_serve_ == nullptr) pass(block, room_of(*block));
+  }
+
   bool take(qk_mem_block& block) { return mem::take(block, size_, alignment_, piece_); }
 
   [[nodiscard]] qk_mem_block* front_end() const {
@@ -135,15 +163,21 @@ class Walk {
   bool find_in_front() {
     for (qk_mem_block* block = head_; block != front_end(); block = block->next) {
       if (take(*block)) return true;
+      pass(block);
     }
     return false;
   }
 
   bool find_in_runs() {
-    if (size_ > skips_.most_room.*bound_) return false;
+    if (skips_.count == 0) return false;
+    if (size_ > skips_.most_room.*bound_) {
+      pass(skips_.runs[0].first, skips_.most_room);
+      return false;
+    }
     make_place(skips_);
     for (int run = 0; run < skips_.count; ++run) {
       if (size_ <= skips_.runs[run].room.*bound_ && find_in_run(run)) return true;
+      pass(skips_.runs[run].first, skips_.runs[run].room);
     }
     most_room_changed();
     return false;
@@ -153,6 +187,7 @@ class Walk {
     Run walked = {skips_.runs[run].first, {}, 0};
     for (qk_mem_block* block = walked.first; block != end_of(run); block = block->next) {
       if (take(*block)) {
+        pass(walked.first, walked.room);
         split(run, walked, block);
         return true;
       }
@@ -180,7 +215,9 @@ class Walk {
   void find_in_unexplored() {
     while (qk_mem_block* block = skips_.unexplored) {
       if (take(*block)) return;
-      append_run({block, room_of(*block), 1});
+      const qk_mem_room room = room_of(*block);
+      pass(block, room);
+      append_run({block, room, 1});
       skips_.unexplored = block->next;
     }
   }
@@ -201,6 +238,8 @@ class Walk {
   std::uint64_t size_;
   std::uint64_t alignment_;
   std::uint64_t qk_mem_room::*bound_;
+  std::uint64_t cursor_;               // its number
+  qk_mem_block* may_serve_ = nullptr;  // the first block with room for others of the cursor's class
   Piece piece_;
 };
 
@@ -229,11 +268,42 @@ Piece find_without_skips(qk_mem_block* block, std::uint64_t size, std::uint64_t 
   return piece;
 }
 
+/** Moves the cursors of the requests that a block has room for now. `head` is the first block. */
+void turn_cursors(qk_mem_skips& skips, const qk_mem_block* head, qk_mem_block& block,
+                  std::uint64_t room) {
+  qk_mem_block* const first = &block == head ? &block : nullptr;
+  const std::uint64_t classes = (room + kCursorAlignment - 1) / kCursorAlignment;
+  const auto end = std::min<std::uint64_t>(classes, qk_mem_skips::kCursors);
+  for (std::uint64_t number = 0; number < end; ++number) {
+    if (skips.cursors[number] != &block) skips.cursors[number] = first;
+  }
+}
+
+/**
+ * Looks at the next few blocks from a cursor on, and moves it past those that have no room for any
+ * request of its class.
+ */
+Piece find_from_cursor(qk_mem_skips& skips, std::uint64_t number, std::uint64_t size) {
+  constexpr int kFew = 6;
+  Piece piece;
+  qk_mem_block* block = skips.cursors[number];
+  for (int i = 0; i < kFew && block != nullptr; ++i, block = block->next) {
+    if (take(*block, size, kCursorAlignment, piece)) break;
+    if (room_for(*block, kCursorAlignment) >= smallest_for_cursor(number)) break;
+  }
+  skips.cursors[number] = block;
+  return piece;
+}
+
 }  // namespace
 
 Piece take_first_fit(qk_mem_handle& handle, std::uint64_t size, std::uint64_t alignment) {
   assert_held(handle);
   if constexpr (!qk::kShortcuts) return find_without_skips(handle.blocks, size, alignment);
+  if (const auto cursor = cursor_for(size, alignment); cursor < qk_mem_skips::kCursors) {
+    const Piece piece = find_from_cursor(handle.skips, cursor, size);
+    if (piece.block != nullptr) return piece;
+  }
   return Walk(handle, size, alignment).find();
 }
 
@@ -242,16 +312,21 @@ void block_was_added(qk_mem_handle& handle, const qk_mem_block* head_before) {
   qk_mem_skips& skips = handle.skips;
   if (skips.head != head_before) return;
   const bool in_front = handle.blocks != head_before;
+  if (in_front) {
+    qk_mem_block& head = *handle.blocks;
+    turn_cursors(skips, &head, head, room_for(head, kCursorAlignment));
+  }
   absorb_front(skips, in_front ? handle.blocks->next : handle.blocks);
   skips.head = handle.blocks;
 }
 
-void gained_room(qk_mem_handle& handle, const qk_mem_block& block) {
+void gained_room(qk_mem_handle& handle, qk_mem_block& block) {
   assert_held(handle);
   qk_mem_skips& skips = handle.skips;
   const qk_mem_room room = room_of(block);
   for (int run = 0; run < skips.count; ++run) raise(skips.runs[run].room, room);
   raise(skips.most_room, room);
+  turn_cursors(skips, handle.blocks, block, room.by16);
 }
 
 void forget_room(qk_mem_handle& handle) {
@@ -260,6 +335,7 @@ void forget_room(qk_mem_handle& handle) {
   handle.skips.unexplored = handle.blocks;
   handle.skips.most_room = {};
   handle.skips.count = 0;
+  std::fill(std::begin(handle.skips.cursors), std::end(handle.skips.cursors), handle.blocks);
 }
 
 }  // namespace qk::mem

@@ -18,6 +18,10 @@
  * Allocation only takes room, so a run's figure stays an upper bound. A walk through a run that
  * finds nothing makes the figure exact again. Whatever makes room calls gained_room().
  *
+ * Most requests are small and aligned to 16. Their sizes are classes of 16 each: 1 to 16, 17 to 32
+ * and so on. Each class has a cursor: no block before it has room for any request of the class. A
+ * cursor moves on as blocks fill up, so that a request usually looks at one block.
+ *
  * All calls need the handle's lock.
  */
 namespace qk::mem {
@@ -29,21 +33,17 @@ struct Piece {
   std::uint64_t padding = 0;
 };
 
-/** What take_at_end() returns if there is no room. */
-inline constexpr std::uint64_t kNoRoom = UINT64_MAX;
+/** The alignment of the requests that cursors serve. */
+inline constexpr std::uint64_t kCursorAlignment = 16;
 
-/**
- * Takes a piece at the upper end of a block and returns its offset; kNoRoom if it doesn't fit
- * there. `alignment` is a power of two.
- */
-[[nodiscard]] inline std::uint64_t take_at_end(qk_mem_block& block, std::uint64_t size,
-                                               std::uint64_t alignment) {
-  const std::uint64_t free = block.capacity - block.high_mark;
-  const std::uint64_t padding = (0 - block.high_mark) & (alignment - 1);
-  if (size > free || padding > free - size) return kNoRoom;
-  const std::uint64_t offset = block.high_mark + padding;
-  block.high_mark = offset + size;
-  return offset;
+/** The number of the cursor for a request; qk_mem_skips::kCursors or more if there is none. */
+[[nodiscard]] inline std::uint64_t cursor_for(std::uint64_t size, std::uint64_t alignment) {
+  return alignment == kCursorAlignment ? (size - 1) / kCursorAlignment : UINT64_MAX;
+}
+
+/** The smallest request that a cursor serves. */
+[[nodiscard]] inline std::uint64_t smallest_for_cursor(std::uint64_t number) {
+  return number * kCursorAlignment + 1;
 }
 
 /** Finds a block with room, takes the piece and returns it. `alignment` is above 0. */
@@ -56,7 +56,7 @@ inline constexpr std::uint64_t kNoRoom = UINT64_MAX;
 void block_was_added(qk_mem_handle& handle, const qk_mem_block* head_before);
 
 /** Notes that a block has more room than before. */
-void gained_room(qk_mem_handle& handle, const qk_mem_block& block);
+void gained_room(qk_mem_handle& handle, qk_mem_block& block);
 
 /** Forgets all runs, because any block may have changed. */
 void forget_room(qk_mem_handle& handle);

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <iterator>
 #include <map>
 #include <random>
 #include <string>
@@ -96,12 +97,13 @@ class Comparison {
 
   std::uint64_t pick_size() {
     const auto blocksize = static_cast<unsigned>(handle_.blocksize);
+    if (pick(4) == 0) return pick(20);
     return pick(40) == 0 ? pick(3 * blocksize + 1) : pick(201);
   }
 
   int pick_alignment() {
-    constexpr int kAlignments[] = {1, 2, 4, 8, 16, 32, 3};
-    return kAlignments[pick(7)];
+    constexpr int kAlignments[] = {16, 16, 16, 16, 1, 2, 4, 8, 32, 3};
+    return kAlignments[pick(std::size(kAlignments))];
   }
 
   void allocate() {
@@ -261,6 +263,7 @@ class BlockAllocator : public ::testing::TestWithParam<Case> {};
 
 constexpr Case kCases[] = {
     {"Plain64", "BLOCKMGMT BLOCKSIZE=64", 64, 11},
+    {"Plain100", "BLOCKMGMT BLOCKSIZE=100", 100, 77},
     {"Plain1000Shared", "BLOCKMGMT BLOCKSIZE=1000 MULTITHREADED", 1000, 22},
     {"Plain4096", "BLOCKMGMT BLOCKSIZE=4096 BLOCKINITIAL=5", 4096, 33},
     {"Blockfree64Shared", "BLOCKMGMT BLOCKFREE BLOCKSIZE=64 MULTITHREADED", 64, 44},

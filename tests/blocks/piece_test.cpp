@@ -95,6 +95,28 @@ TEST(Piece, CanFillABlockToItsLastByte) {
   });
 }
 
+TEST(Piece, GoesWhereALargerOneOfItsClassHadNoRoom) {
+  Scene scene;
+  StandaloneBlocks pool(64, {{70, 0, 60}, {64, 0, 30}});
+  EXPECT_EQ(pool.position(allocate(pool, 10, 16)), "block 2 at 32");
+  EXPECT_EQ(pool.position(allocate(pool, 6, 16)), "block 1 at 64");
+  EXPECT_EQ(pool.position(allocate(pool, 1, 16)), "block 2 at 48");
+  EXPECT_EQ(pool.blocks(), "70:0-70 64:0-49");
+}
+
+TEST(Piece, GoesIntoANewBlockWhereALargerOneHadNoRoom) {
+  Scene scene;
+  const Pool pool("BLOCKMGMT BLOCKSIZE=70 BLOCKINITIAL=0");
+  const auto take = [&](std::size_t size) {
+    return static_cast<char*>(qk_mem_imalloc(pool, size, 16, "src/app.c", 12));
+  };
+  const char* in_old_block = take(40);
+  const char* in_new_block = take(60);
+  EXPECT_EQ(take(10), in_old_block + 48);
+  EXPECT_EQ(take(6), in_new_block + 64);
+  EXPECT_EQ(take(1), in_old_block + 64);
+}
+
 TEST(Piece, LiesBelowTheFirstOneIfThereIsNoRoomAbove) {
   Scene scene;
   expect_places({

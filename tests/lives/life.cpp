@@ -87,8 +87,8 @@ void Life::choose_environment() {
     note("%s=%s", name, value);
     if (*value != '\0') setenv(name, value, 1);
   };
-  const bool loud = !character_.crowded && choice_.one_in(2);
-  set("QK_MEM_DEBUG", loud ? choice_.of(kLoud) : choice_.of(kQuiet));
+  is_loud_ = !character_.crowded && choice_.one_in(2);
+  set("QK_MEM_DEBUG", is_loud_ ? choice_.of(kLoud) : choice_.of(kQuiet));
   set("QK_MEM_OPTIONS", choice_.one_in(2) ? "" : choice_.of(kOptions));
   set("QK_MEM_DUMP", choice_.of(kSections));
 }
@@ -101,7 +101,7 @@ void Life::live() {
   if (choice_.one_in(4)) companion_.start();
   qk_mem_init();
   pools_.push_back({QK_MEM_DATA_HANDLE, false, qk_mem_generation(QK_MEM_DATA_HANDLE), {}});
-  if (choice_.one_in(12)) create_many();
+  if (!is_loud_ && choice_.one_in(12)) create_many();
   for (int i = 0; i < 3; ++i) create();
   if (character_.crowded) allocate_many();
   const unsigned pause = character_.crowded ? 200 : 20;

@@ -136,6 +136,7 @@ class Life {
   int line_ = 1;
   std::FILE* report_ = nullptr;
   bool is_child_ = false;
+  bool is_loud_ = false;  // writes much for every event
 };
 
 }  // namespace lives
