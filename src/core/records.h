@@ -88,6 +88,7 @@ struct qk_mem_skips {
   qk_mem_block* unexplored;  // first block after the last run; null at the end of the list
   qk_mem_room most_room;     // in any run
   std::int32_t count;
+  std::int32_t same_cursors;  // as many, from the first on, are known to be the same
   Run runs[kMaxRuns];
   qk_mem_block* cursors[kCursors];  // by sizes; null is unknown
 };

@@ -79,6 +79,11 @@ bool covers(const qk_mem_room& room, const qk_mem_room& other) {
   return take_upward(block, size, alignment, piece) || take_downward(block, size, alignment, piece);
 }
 
+void set_cursor(qk_mem_skips& skips, std::uint64_t number, qk_mem_block* block) {
+  skips.cursors[number] = block;
+  skips.same_cursors = std::min(skips.same_cursors, static_cast<std::int32_t>(number));
+}
+
 /**
  * What joining two neighboring runs costs future walks: nothing if the figure of the longer run
  * covers both, otherwise about one walk through both.
@@ -129,7 +134,9 @@ class Walk {
 
   Piece find() {
     if (!find_in_front() && !find_in_runs()) find_in_unexplored();
-    if (has_cursor()) skips_.cursors[cursor_] = may_serve_ != nullptr ? may_serve_ : piece_.block;
+    if (has_cursor()) {
+      set_cursor(skips_, cursor_, may_serve_ != nullptr ? may_serve_ : piece_.block);
+    }
     return piece_;
   }
 
@@ -268,14 +275,24 @@ Piece find_without_skips(qk_mem_block* block, std::uint64_t size, std::uint64_t 
   return piece;
 }
 
-/** Moves the cursors of the requests that a block has room for now. `head` is the first block. */
+/**
+ * Moves the cursors of the requests that a block has room for now: to the block if it is the first
+ * one, `head`. Otherwise it isn't known whether it lies before them. Mostly they have been moved
+ * already, since blocks that gain room do so again and again.
+ */
 void turn_cursors(qk_mem_skips& skips, const qk_mem_block* head, qk_mem_block& block,
                   std::uint64_t room) {
-  qk_mem_block* const first = &block == head ? &block : nullptr;
+  qk_mem_block* const target = &block == head ? &block : nullptr;
   const std::uint64_t classes = (room + kCursorAlignment - 1) / kCursorAlignment;
-  const auto end = std::min<std::uint64_t>(classes, qk_mem_skips::kCursors);
-  for (std::uint64_t number = 0; number < end; ++number) {
-    if (skips.cursors[number] != &block) skips.cursors[number] = first;
+  const auto end = static_cast<std::int32_t>(std::min<std::uint64_t>(classes, skips.kCursors));
+  if (end <= skips.same_cursors && skips.cursors[0] == target) return;
+  skips.same_cursors = end;
+  for (std::int32_t number = 0; number < end; ++number) {
+    if (skips.cursors[number] != &block) {
+      skips.cursors[number] = target;
+    } else if (target == nullptr) {
+      skips.same_cursors = 0;
+    }
   }
 }
 
@@ -291,7 +308,7 @@ Piece find_from_cursor(qk_mem_skips& skips, std::uint64_t number, std::uint64_t 
     if (take(*block, size, kCursorAlignment, piece)) break;
     if (room_for(*block, kCursorAlignment) >= smallest_for_cursor(number)) break;
   }
-  skips.cursors[number] = block;
+  if (block != skips.cursors[number]) set_cursor(skips, number, block);
   return piece;
 }
 
@@ -336,6 +353,7 @@ void forget_room(qk_mem_handle& handle) {
   handle.skips.most_room = {};
   handle.skips.count = 0;
   std::fill(std::begin(handle.skips.cursors), std::end(handle.skips.cursors), handle.blocks);
+  handle.skips.same_cursors = qk_mem_skips::kCursors;
 }
 
 }  // namespace qk::mem
