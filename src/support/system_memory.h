@@ -102,6 +102,12 @@ void destroy(Object* object) {
   delete object;
 }
 
+/** std::construct_at(), whose header <memory> takes long to compile. */
+template <class Object>
+void construct_at(Object* place) {
+  new (place) Object();
+}
+
 /** The deleter of a std::unique_ptr for memory of allocate() or allocate_zeroed(). */
 struct Release {
   void operator()(void* memory) const { release(memory); }

@@ -4,7 +4,6 @@
 
 #include <cstdint>
 #include <cstdio>
-#include <regex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -12,6 +11,7 @@
 #include "core/registry.h"
 #include "tests/kit/heap.h"
 #include "tests/kit/scene.h"
+#include "tests/kit/text.h"
 #include "tests/kit/trace.h"
 
 namespace {
@@ -27,8 +27,7 @@ constexpr char kHeadings[] =
     "Sequence\tHandle\tType\tAddress\tNum\tSize\tHandle Size\tFile\tLine\tCurrent\tHeap\tUnknown\tChange\tGrowth\tDifference\n";
 
 std::string with_plain_lines(const std::string& text) {
-  static const std::regex own_line("qkmem\\.cpp\t[1-9][0-9]*\t");
-  return std::regex_replace(text, own_line, "qkmem.cpp\t#\t");
+  return kit::replaced(text, "qkmem\\.cpp\t[1-9][0-9]*\t", "qkmem.cpp\t#\t");
 }
 
 std::vector<std::string> lines_of(const std::string& text) {

@@ -11,6 +11,7 @@
 #include "qkmem/qkmem.h"
 #include "tests/kit/failing_allocator.h"
 #include "tests/kit/failing_runs.h"
+#include "tests/kit/library_memory.h"
 #include "tests/kit/live_memory.h"
 #include "tests/kit/scene.h"
 
@@ -43,36 +44,11 @@ bool can_resize(int hid, const void* memory) {
   return !is_blockmgmt(hid) || (handle_of(hid).blockfree != 0 && is_recorded(hid, memory));
 }
 
-bool holds(const qk_mem_ptr_array& array, const void* memory) {
-  if (array.ptrs == nullptr) return false;
-  return std::any_of(array.ptrs + 1, array.ptrs + array.capacity, [&](const qk_mem_ptr& record) {
-    return record.address == memory || (memory != nullptr && record.tracker == memory);
-  });
-}
-
-bool keeps(const qk_mem_handle& handle, const void* memory) {
-  if (&handle == memory || handle.mtx == memory) return true;
-  for (const qk_mem_block* block = handle.blocks; block != nullptr; block = block->next) {
-    if (block == memory) return true;
-  }
-  return std::any_of(std::begin(handle.ptrs), std::end(handle.ptrs), [&](const auto& array) {
-    return array.ptrs == memory || holds(array, memory);
-  });
-}
-
 }  // namespace
 
 bool has_handle(int hid) { return qk::mem::handle_slots().at(hid - 1) != nullptr; }
 
 bool has_lost_handle_array() { return qk::mem::handle_slots().count < Qk_mem_avail_handles; }
-
-bool is_library_memory(const void* memory) {
-  if (Qk_mem_handles == memory) return true;
-  bool found = false;
-  const qk::mem::RegistryLock lock;
-  qk::mem::for_each_handle([&](const qk_mem_handle& handle) { found |= keeps(handle, memory); });
-  return found;
-}
 
 /** A call that fails for lack of memory must succeed when repeated, if the handle exists. */
 template <class Call>
@@ -292,8 +268,9 @@ void Program::check() const {
 
 void Program::expect_nothing_lost() const {
   check();
-  for_each_live([this](const void* memory) {
-    if (!holds(memory) && !is_library_memory(memory)) require(false, "lost memory");
+  const LibraryMemory library;
+  for_each_live([&](const void* memory) {
+    if (!holds(memory) && !library.has(memory)) require(false, "lost memory");
   });
 }
 

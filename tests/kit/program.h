@@ -79,9 +79,6 @@ class Program {
   Array array_;
 };
 
-/** Whether memory is the library's: tables, handles, blocks, or recorded on a handle. */
-[[nodiscard]] bool is_library_memory(const void* memory);
-
 /** Whether there is a handle of this number. */
 [[nodiscard]] bool has_handle(int hid);
 

@@ -3,7 +3,6 @@
 #include <cstddef>
 #include <cstdlib>
 #include <map>
-#include <regex>
 
 #include "accounting/kept_calls.h"
 #include "accounting/tag_calls.h"
@@ -12,6 +11,7 @@
 #include "core/switches.h"
 #include "table/pointer_table.h"
 #include "tests/kit/heap.h"
+#include "tests/kit/text.h"
 
 namespace kit {
 namespace {
@@ -21,35 +21,24 @@ constexpr std::size_t kAddressWidth = 16;
 bool is_invented(const std::string& address) { return address.rfind(std::string(12, '0'), 0) == 0; }
 
 std::string with_normalized_addresses(const std::string& text) {
-  static const std::regex address(" ([0-9a-f]{16}) [A-Za-z] ");
   std::map<std::string, std::string> names;
-  std::string result = text;
-  for (std::sregex_iterator it(text.begin(), text.end(), address), end; it != end; ++it) {
-    const std::string found = (*it)[1];
-    if (is_invented(found)) continue;
-    std::string& name = names[found];
+  return replaced_each(text, " ([0-9a-f]{16})( [A-Za-z] )", [&](const Match& match) {
+    const std::string& address = match.groups[1];
+    if (is_invented(address)) return match.groups[0];
+    std::string& name = names[address];
     if (name.empty()) name = "p" + std::to_string(names.size());
-    const auto start = static_cast<std::size_t>(it->position(1));
-    result.replace(start, kAddressWidth, name + std::string(kAddressWidth - name.size(), ' '));
-  }
-  return result;
+    return " " + name + std::string(kAddressWidth - name.size(), ' ') + match.groups[2];
+  });
 }
 
 /** Blanks keep the width where a column follows, but not at the end of a line. */
 std::string with_normalized_locations(const std::string& text) {
-  static const std::regex location(R"(qkmem\.cpp:(\d+)( *\|)?)");
-  std::string result;
-  auto rest = text.cbegin();
-  for (std::sregex_iterator it(text.begin(), text.end(), location), end; it != end; ++it) {
-    const auto& match = *it;
-    result.append(rest, match[0].first);
-    result += "qkmem.cpp:#";
-    if (match[2].matched) {
-      result.append(static_cast<std::size_t>(match[1].length()) - 1, ' ').append(match[2].str());
-    }
-    rest = match[0].second;
-  }
-  return result.append(rest, text.cend());
+  return replaced_each(text, R"(qkmem\.cpp:(\d+)( *\|)?)", [](const Match& match) {
+    const std::string& line = match.groups[1];
+    const std::string& next_column = match.groups[2];
+    const std::string blanks = next_column.empty() ? "" : std::string(line.size() - 1, ' ');
+    return "qkmem.cpp:#" + blanks + next_column;
+  });
 }
 
 std::string right_aligned(const std::string& word) {
@@ -60,9 +49,8 @@ std::string right_aligned(const std::string& word) {
 std::string with_normalized_size(const std::string& text, std::size_t size,
                                  const std::string& word) {
   const std::string figure = right_aligned(std::to_string(size));
-  const std::regex row("( H     1 )" + figure + " " + figure + " ");
-  return std::regex_replace(text, row,
-                            "$1" + right_aligned(word) + " " + right_aligned(word) + " ");
+  const std::string row = "( H     1 )" + figure + " " + figure + " ";
+  return replaced(text, row.c_str(), "$1" + right_aligned(word) + " " + right_aligned(word) + " ");
 }
 
 }  // namespace

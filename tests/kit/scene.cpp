@@ -8,7 +8,6 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
-#include <regex>
 #include <sstream>
 #include <vector>
 
@@ -16,6 +15,7 @@
 #include "core/tag_shares.h"
 #include "diag/log.h"
 #include "diag/trace_file.h"
+#include "tests/kit/text.h"
 #include "tests/kit/trace.h"
 
 namespace kit {
@@ -72,24 +72,20 @@ std::string text_of(const qk::mem::TraceRow& row) {
   return text.str();
 }
 
+/** Between blanks an address is in a column, which keeps its width. */
+bool is_in_column(const std::string& text, const Match& match) {
+  const std::size_t end = match.position + match.groups[0].size();
+  return match.position > 0 && text[match.position - 1] == ' ' && end < text.size() &&
+         text[end] == ' ';
+}
+
 std::string with_normalized_addresses(const std::string& text) {
-  static const std::regex address("[0-9a-f]{16}");
   std::map<std::string, std::string> names = {{std::string(16, '0'), "p0"}};
-  std::string result;
-  auto rest = text.cbegin();
-  for (std::sregex_iterator it(text.begin(), text.end(), address), end; it != end; ++it) {
-    const auto& match = (*it)[0];
-    result.append(rest, match.first);
-    auto& name = names[match.str()];
+  return replaced_each(text, "[0-9a-f]{16}", [&](const Match& match) {
+    std::string& name = names[match.groups[0]];
     if (name.empty()) name = "p" + std::to_string(names.size() - 1);
-    result += name;
-    rest = match.second;
-    // Between blanks the address is in a column.
-    const bool column = match.first != text.cbegin() && *(match.first - 1) == ' ' &&
-                        rest != text.cend() && *rest == ' ';
-    if (column) result.append(16 - name.size(), ' ');
-  }
-  return result.append(rest, text.cend());
+    return is_in_column(text, match) ? name + std::string(16 - name.size(), ' ') : name;
+  });
 }
 
 }  // namespace
@@ -143,13 +139,10 @@ std::string Scene::trace(const std::function<bool(unsigned char)>& wants) const 
 }
 
 std::string normalized(std::string_view text) {
-  static const std::regex own_line(R"(qkmem\.cpp:\d+)");
-  static const std::regex own_row(R"((qkmem\.cpp) \d+)");
-  static const std::regex heap(R"( \(-?\d+ -?\d+\)\n)");
   std::string result = with_normalized_addresses(std::string(text));
-  result = std::regex_replace(result, own_line, "qkmem.cpp:#");
-  result = std::regex_replace(result, own_row, "$1 #");
-  return std::regex_replace(result, heap, " (heap change)\n");
+  result = replaced(result, R"(qkmem\.cpp:\d+)", "qkmem.cpp:#");
+  result = replaced(result, R"((qkmem\.cpp) \d+)", "$1 #");
+  return replaced(result, R"( \(-?\d+ -?\d+\)\n)", " (heap change)\n");
 }
 
 std::string contents(const std::string& name) {

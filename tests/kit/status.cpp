@@ -3,7 +3,8 @@
 #include <unistd.h>
 
 #include <cstring>
-#include <regex>
+
+#include "tests/kit/text.h"
 
 namespace kit {
 namespace {
@@ -34,8 +35,7 @@ qk::Status used_status() {
 }
 
 std::string text_of(const qk::Status& status) {
-  static const std::regex line(":[1-9][0-9]*$");
-  const std::string location = std::regex_replace(std::string(status.location), line, ":#");
+  const std::string location = replaced(status.location, ":[1-9][0-9]*$", ":#");
   std::string text = std::to_string(status.code) + " ";
   text += pair("details", status.detail1, status.detail2);
   text += pair("numbers", status.num1, status.num2);

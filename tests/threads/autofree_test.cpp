@@ -9,7 +9,6 @@
 #include <cstring>
 #include <functional>
 #include <latch>
-#include <regex>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -20,6 +19,7 @@
 #include "support/assertion.h"
 #include "tests/kit/heap.h"
 #include "tests/kit/scene.h"
+#include "tests/kit/text.h"
 
 namespace {
 
@@ -124,14 +124,14 @@ void leave_memory_of_all_sorts() {
  * numbers, the heap's columns, and pointer arrays, since addresses decide how many a handle needs.
  */
 std::string comparable(const std::string& text, const std::string& begin) {
-  static const std::regex arrays(R"(P *16/48| P +16 |\t16\t48\t)");
-  static const std::regex varying(
-      R"([0-9a-f]{16}| +\d+(?= \S+:\d+$)|^ *\d+\t|(\t-?\d+){3}(?=\t-?\d+\t-?\d+\t-?\d+$)|\t-?\d+\t-?\d+$)");
+  constexpr const char* kArrays = R"(P *16/48| P +16 |\t16\t48\t)";
+  constexpr const char* kVarying =
+      R"([0-9a-f]{16}| +\d+(?= \S+:\d+$)|^ *\d+\t|(\t-?\d+){3}(?=\t-?\d+\t-?\d+\t-?\d+$)|\t-?\d+\t-?\d+$)";
   std::istringstream in(text.substr(std::min(text.find(begin), text.size())));
   std::vector<std::string> lines;
   for (std::string line; std::getline(in, line);) {
-    if (std::regex_search(line, arrays)) continue;
-    lines.push_back(std::regex_replace(line, varying, ""));
+    if (kit::has_match(line, kArrays)) continue;
+    lines.push_back(kit::replaced(line, kVarying, ""));
   }
   std::sort(lines.begin(), lines.end());
   std::string result;

@@ -36,7 +36,7 @@ void start_busy_threads(const char* options) {
 
 void let_them_run(int round) { usleep(static_cast<useconds_t>(300 + 97 * round % 2000)); }
 
-// Under the thread sanitizer the end of each process takes a second.
+// Under the thread sanitizer each process sleeps at its end.
 #ifdef __SANITIZE_THREAD__
 constexpr int kRounds = 20;
 #else

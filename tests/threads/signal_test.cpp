@@ -3,7 +3,6 @@
 
 #include <atomic>
 #include <csignal>
-#include <regex>
 #include <string>
 #include <thread>
 
@@ -11,6 +10,7 @@
 #include "qkmem/qkmem.h"
 #include "tests/kit/report.h"
 #include "tests/kit/scene.h"
+#include "tests/kit/text.h"
 
 namespace {
 
@@ -31,9 +31,8 @@ TEST(TerminatingSignal, LeavesTheWholeReport) {
   });
   EXPECT_EQ(ended.signal, SIGTERM);
   // How many events came before depends on the addresses.
-  const std::regex event(R"(\d+ app\.c)");
   const std::string log =
-      std::regex_replace(kit::normalized(after_announcement(ended.log)), event, "# app.c");
+      kit::replaced(kit::normalized(after_announcement(ended.log)), R"(\d+ app\.c)", "# app.c");
   EXPECT_EQ(kit::sections_of(log, QK_MEM_DUMP_POINTERS),
             "   qk_mem_cleanup:      Memory at program termination (Terminated)\n"
             "Data handle pointers\n"
