@@ -106,7 +106,7 @@ def main():
     if options.workload and not options.update:
         figures = {options.workload: figures[options.workload]}
 
-    operations = {row[0]: float(row[3]) for row in
+    operations = {row[0]: float(row[2]) for row in
                   (line.split("\t") for line in output_of(options.program).splitlines())}
     counts = {}
     verdicts = []

@@ -34,10 +34,10 @@ Contestant growing(const char* name, std::size_t end, Arguments... arguments) {
 }
 
 template <std::size_t kNext(std::size_t)>
-Workload grown(const char* name, const char* title, std::size_t end, double steps, double reach) {
+Workload grown(const char* name, const char* title, std::size_t end, double steps, Goal goal) {
   return {name,
           title,
-          reach,
+          goal,
           steps,
           Threads::kOne,
           {growing<kNext, Malloc>("malloc", end), growing<kNext, Qkmem>("qkmem", end, "DATA"),
@@ -52,11 +52,11 @@ Workload grown(const char* name, const char* title, std::size_t end, double step
 std::vector<Workload> buffer_workloads() {
   return {grown<doubled>("realloc_doubling",
                          "Ordinary handle: a buffer doubled by realloc from 16 bytes to 16 KiB",
-                         std::size_t{16} << 10, 11, 2.2),
+                         std::size_t{16} << 10, 11, 2.4),
           grown<longer_by_16>("realloc_by_16",
                               "Ordinary handle: a buffer grown by realloc from 16 bytes to 4 KiB, "
                               "16 at a time",
-                              std::size_t{4} << 10, 256, 2.0)};
+                              std::size_t{4} << 10, 256, 2.2)};
 }
 
 }  // namespace ratios

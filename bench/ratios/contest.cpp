@@ -8,8 +8,8 @@
 namespace ratios {
 namespace {
 
-constexpr Nanoseconds kTurn = std::chrono::milliseconds(2);        // shorter than most disturbances
-constexpr Nanoseconds kTurnOfTwo = std::chrono::milliseconds(10);  // longer than starting threads
+constexpr Nanoseconds kTurn = std::chrono::milliseconds(2);            // short: few disturbances
+constexpr Nanoseconds kTurnOfSeveral = std::chrono::milliseconds(25);  // threads sleep and wake
 constexpr Nanoseconds kAllTurns = std::chrono::seconds(5);
 constexpr double kFewestRounds = 15;
 constexpr double kMostRounds = 200;
@@ -36,7 +36,7 @@ std::size_t times_in_a_turn(const Run& run, Nanoseconds turn) {
 }
 
 std::vector<Entry> started(const Workload& workload) {
-  const Nanoseconds turn = workload.threads == Threads::kTwo ? kTurnOfTwo : kTurn;
+  const Nanoseconds turn = workload.threads == Threads::kSeveral ? kTurnOfSeveral : kTurn;
   std::vector<Entry> entries;
   for (const Contestant& contestant : workload.contestants) {
     entries.push_back({contestant.name, contestant.start(), 1, {}});

@@ -22,16 +22,36 @@ struct Contestant {
   std::function<Run()> start;
 };
 
-/** How many threads the process has while the workload is measured. */
-enum class Threads { kOne, kIdleSecond, kTwo };
+/** Which threads the process has while the workload is measured. */
+enum class Threads { kOne, kIdleSecond, kSeveral };
 
-/** The `reach` of a workload without a target. */
-constexpr double kNoReach = 0;
+/**
+ * What qkmem is held to: a ratio to the first contestant, a multiple of what a peer takes in the
+ * same run, either of them, or both.
+ */
+struct Goal {
+  double ratio = 0;       // 0 for none
+  double multiple = 0;    // 0 for none
+  const char* peer = "";  // the name of a contestant
+  bool needs_both = false;
+
+  constexpr Goal(double most) : ratio(most) {}  // not explicit: a number is the usual goal
+  constexpr Goal(double most, double times, const char* of, bool both)
+      : ratio(most), multiple(times), peer(of), needs_both(both) {}
+
+  [[nodiscard]] constexpr Goal or_times(double times, const char* of) const {
+    return {ratio, times, of, false};
+  }
+  /** Equal times don't reach it. */
+  [[nodiscard]] constexpr Goal and_below(const char* of) const { return {ratio, 1, of, true}; }
+};
+
+constexpr Goal kNoGoal = 0;
 
 struct Workload {
   std::string name;
   std::string title;
-  double reach;       // the target ratio of qkmem, or kNoReach
+  Goal goal;
   double operations;  // in one run of the workload, for the figures per operation
   Threads threads;
   std::vector<Contestant> contestants;  // the first is the baseline of the ratios

@@ -20,11 +20,11 @@ Contestant replacing(const char* name, std::size_t count, Arguments... arguments
           }};
 }
 
-Workload replacing_one_of(std::size_t count, const char* shown, double reach) {
+Workload replacing_one_of(std::size_t count, const char* shown, Goal goal) {
   Workload workload = {
       "live_" + std::to_string(count),
       "Ordinary handle with " + std::string(shown) + " live pointers: a random one replaced",
-      reach,
+      goal,
       1,
       Threads::kOne,
       {replacing<Malloc>("malloc", count), replacing<Qkmem>("qkmem", count, "DATA"),
@@ -42,8 +42,8 @@ Workload replacing_one_of(std::size_t count, const char* shown, double reach) {
 }  // namespace
 
 std::vector<Workload> live_workloads() {
-  return {replacing_one_of(1000, "1,000", 5), replacing_one_of(10000, "10,000", 6),
-          replacing_one_of(100000, "100,000", 12), replacing_one_of(1000000, "1,000,000", 25)};
+  return {replacing_one_of(1000, "1,000", 3.6), replacing_one_of(10000, "10,000", 4.6),
+          replacing_one_of(100000, "100,000", 12), replacing_one_of(1000000, "1,000,000", 15)};
 }
 
 }  // namespace ratios

@@ -1,6 +1,7 @@
 // Measures one workload, runs one without measuring, or lists all. Output fields are tab-separated.
 //
-//   ratios                            name, title, target ratio and number of operations of each
+//   ratios                            name, title, number of operations and goal of each: a ratio,
+//                                     a multiple and its peer, "and" if both are needed, or "or"
 //   ratios WORKLOAD                   contestant, nanoseconds, ratio and its quartiles
 //   ratios WORKLOAD CONTESTANT TIMES  only runs it, to count its instructions
 //   ratios --many                     contestant, number of pieces, nanoseconds to allocate and to
@@ -44,8 +45,10 @@ const Named& find(const std::vector<Named>& all, const char* name) {
 
 void list(const std::vector<Workload>& workloads) {
   for (const Workload& workload : workloads) {
-    std::printf("%s\t%s\t%g\t%g\n", workload.name.c_str(), workload.title.c_str(), workload.reach,
-                workload.operations);
+    const Goal& goal = workload.goal;
+    std::printf("%s\t%s\t%g\t%g\t%g\t%s\t%s\n", workload.name.c_str(), workload.title.c_str(),
+                workload.operations, goal.ratio, goal.multiple, goal.peer,
+                goal.needs_both ? "and" : "or");
   }
 }
 

@@ -1,43 +1,23 @@
-#include <array>
+#include "bench/ratios/pairs.h"
+
 #include <barrier>
 #include <memory>
 #include <string>
 #include <thread>
 
 #include "bench/ratios/allocators.h"
-#include "bench/ratios/sizes.h"
 #include "bench/ratios/workloads.h"
 
 namespace ratios {
 namespace {
 
-constexpr std::size_t kSizes = 1024;
-
-const std::array<std::size_t, kSizes>& mixed_sizes() {
-  static const auto sizes = sizes_between<kSizes>(16, 512);
+const PairSizes& sizes_of_64() {
+  static const auto sizes = sizes_between<kPairSizes>(64, 64);
   return sizes;
-}
-
-const std::array<std::size_t, kSizes>& sizes_of_64() {
-  static const auto sizes = sizes_between<kSizes>(64, 64);
-  return sizes;
-}
-
-using Sizes = const std::array<std::size_t, kSizes>&;
-
-/** Allocates `kDepth` pieces and releases them, the oldest first, `times` times. */
-template <std::size_t kDepth, class Allocator>
-void allocate_and_release(Allocator& allocator, Sizes sizes, std::size_t times) {
-  std::array<void*, kDepth> live;
-  std::size_t next = 0;
-  while (times-- != 0) {
-    for (void*& memory : live) use(memory = allocator.allocate(sizes[next++ % kSizes]));
-    for (void* memory : live) allocator.release(memory);
-  }
 }
 
 template <std::size_t kDepth, class Allocator, class... Arguments>
-Contestant in_one_thread(const char* name, Sizes sizes, Arguments... arguments) {
+Contestant in_one_thread(const char* name, const PairSizes& sizes, Arguments... arguments) {
   return {name, [=, &sizes]() -> Run {
             return
                 [allocator = std::make_shared<Allocator>(arguments...), &sizes](std::size_t times) {
@@ -63,9 +43,9 @@ class IdleThread {
 };
 
 /** Same as in_one_thread(), in a process with another thread. */
-template <class Allocator, class... Arguments>
+template <std::size_t kDepth, class Allocator, class... Arguments>
 Contestant beside_idle_thread(const char* name, Arguments... arguments) {
-  const Contestant alone = in_one_thread<1, Allocator>(name, mixed_sizes(), arguments...);
+  const Contestant alone = in_one_thread<kDepth, Allocator>(name, mixed_sizes(), arguments...);
   return {name, [=]() -> Run {
             return [idle = std::make_shared<IdleThread>(), run = alone.start()](std::size_t times) {
               return run(times);
@@ -73,36 +53,10 @@ Contestant beside_idle_thread(const char* name, Arguments... arguments) {
           }};
 }
 
-/** Two threads each run `times` pairs. Returns the time until both have finished. */
-template <class Allocator>
-Nanoseconds allocate_and_release_in_two(Allocator& allocator, std::size_t times) {
-  std::barrier<> start(3);
-  const auto work = [&] {
-    start.arrive_and_wait();
-    allocate_and_release<1>(allocator, mixed_sizes(), times);
-  };
-  std::thread first(work);
-  std::thread second(work);
-  start.arrive_and_wait();
-  return elapsed([&] {
-    first.join();
-    second.join();
-  });
-}
-
-template <class Allocator, class... Arguments>
-Contestant in_two_threads(const char* name, Arguments... arguments) {
-  return {name, [=]() -> Run {
-            return [allocator = std::make_shared<Allocator>(arguments...)](std::size_t times) {
-              return allocate_and_release_in_two(*allocator, times);
-            };
-          }};
-}
-
 Workload unrecorded() {
   return {"data_handle",
           "Data handle with nothing configured: a pair of 64 bytes",
-          1.10,
+          kNoGoal.or_times(1.08, "empty call"),
           1,
           Threads::kOne,
           {in_one_thread<1, Malloc>("malloc", sizes_of_64()),
@@ -111,10 +65,10 @@ Workload unrecorded() {
 }
 
 template <std::size_t kDepth>
-Workload recorded(const char* name, const char* title, double reach) {
+Workload recorded(const char* name, const char* title, Goal goal) {
   return {name,
           title,
-          reach,
+          goal,
           kDepth,
           Threads::kOne,
           {in_one_thread<kDepth, Malloc>("malloc", mixed_sizes()),
@@ -125,45 +79,34 @@ Workload recorded(const char* name, const char* title, double reach) {
            in_one_thread<kDepth, HashTable>("hash table", mixed_sizes())}};
 }
 
-Workload multithreaded_alone() {
-  return {"multithreaded",
-          "MULTITHREADED handle: pairs one at a time, one thread in the process",
-          2.8,
-          1,
+template <std::size_t kDepth>
+Workload multithreaded_alone(const char* name, const char* title, Goal goal) {
+  return {name,
+          title,
+          goal,
+          kDepth,
           Threads::kOne,
-          {in_one_thread<1, Malloc>("malloc", mixed_sizes()),
-           in_one_thread<1, Qkmem>("qkmem", mixed_sizes(), "MULTITHREADED"),
+          {in_one_thread<kDepth, Malloc>("malloc", mixed_sizes()),
+           in_one_thread<kDepth, Qkmem>("qkmem", mixed_sizes(), "MULTITHREADED"),
 #ifdef HAVE_TALLOC
-           in_one_thread<1, LockedTalloc>("locked talloc", mixed_sizes()),
+           in_one_thread<kDepth, LockedTalloc>("locked talloc", mixed_sizes()),
 #endif
-           in_one_thread<1, HashTable>("hash table", mixed_sizes())}};
+           in_one_thread<kDepth, HashTable>("hash table", mixed_sizes())}};
 }
 
-Workload multithreaded_beside_idle_thread() {
-  return {
-      "multithreaded_idle",
-      "MULTITHREADED handle: pairs one at a time, beside an idle thread",
-      4.5,
-      1,
-      Threads::kIdleSecond,
-      {beside_idle_thread<Malloc>("malloc"), beside_idle_thread<Qkmem>("qkmem", "MULTITHREADED"),
+template <std::size_t kDepth>
+Workload multithreaded_beside_idle_thread(const char* name, const char* title, Goal goal) {
+  return {name,
+          title,
+          goal,
+          kDepth,
+          Threads::kIdleSecond,
+          {beside_idle_thread<kDepth, Malloc>("malloc"),
+           beside_idle_thread<kDepth, Qkmem>("qkmem", "MULTITHREADED"),
 #ifdef HAVE_TALLOC
-       beside_idle_thread<LockedTalloc>("locked talloc"),
+           beside_idle_thread<kDepth, LockedTalloc>("locked talloc"),
 #endif
-       beside_idle_thread<HashTable>("hash table")}};
-}
-
-Workload two_threads() {
-  return {"two_threads",
-          "MULTITHREADED handle: pairs by two threads at once, elapsed",
-          25,
-          1,
-          Threads::kTwo,
-          {in_two_threads<Malloc>("malloc"), in_two_threads<Qkmem>("qkmem", "MULTITHREADED"),
-#ifdef HAVE_TALLOC
-           in_two_threads<LockedTalloc>("locked talloc"),
-#endif
-           in_two_threads<HashTable>("hash table")}};
+           beside_idle_thread<kDepth, HashTable>("hash table")}};
 }
 
 }  // namespace
@@ -171,12 +114,22 @@ Workload two_threads() {
 std::vector<Workload> pair_workloads() {
   return {
       unrecorded(),
-      recorded<1>("pair", "Ordinary handle: recorded pairs of 16 to 512 bytes, one at a time", 2.0),
+      recorded<1>("pair", "Ordinary handle: recorded pairs of 16 to 512 bytes, one at a time",
+                  Goal(2.2).or_times(1.05, "talloc")),
       recorded<16>("pairs_16",
                    "Ordinary handle: 16 pieces allocated, then released in the same order", 2.5),
-      multithreaded_alone(),
-      multithreaded_beside_idle_thread(),
-      two_threads()};
+      multithreaded_alone<1>("multithreaded",
+                             "MULTITHREADED handle: pairs one at a time, one thread ever", 2.8),
+      multithreaded_alone<16>(
+          "multithreaded_16",
+          "MULTITHREADED handle: 16 pieces allocated, then released, one thread ever", 3.3),
+      multithreaded_beside_idle_thread<1>(
+          "multithreaded_idle", "MULTITHREADED handle: pairs one at a time, beside an idle thread",
+          4.0),
+      multithreaded_beside_idle_thread<16>(
+          "multithreaded_idle_16",
+          "MULTITHREADED handle: 16 pieces allocated, then released, beside an idle thread",
+          kNoGoal)};
 }
 
 }  // namespace ratios

@@ -128,11 +128,11 @@ Contestant phase(const char* name, Arguments... arguments) {
           }};
 }
 
-Workload unrecorded_phase(const char* name, int block, const char* shown, double reach) {
+Workload unrecorded_phase(const char* name, int block, const char* shown, Goal goal) {
   return {name,
           "Block-managed handle, nothing recorded, blocks of " + std::string(shown) +
               ": 1000 objects of 8 to 128 bytes, then clear",
-          reach,
+          goal,
           kObjects,
           Threads::kOne,
           {
@@ -155,17 +155,17 @@ Workload multithreaded_phase(const char* name, int block, const char* shown) {
   return {name,
           "MULTITHREADED block-managed handle, nothing recorded, blocks of " + std::string(shown) +
               ": 1000 objects of 8 to 128 bytes, then clear",
-          kNoReach,
+          kNoGoal,
           kObjects,
           Threads::kOne,
           {phase<EachFreed>("malloc"), phase<Qkmem>("qkmem", options)}};
 }
 
-Workload recorded_phase(const char* name, int block, const char* shown, double reach) {
+Workload recorded_phase(const char* name, int block, const char* shown, Goal goal) {
   return {name,
           "BLOCKFREE handle, every object recorded, blocks of " + std::string(shown) +
               ": 1000 objects of 8 to 128 bytes, then clear",
-          reach,
+          goal,
           kObjects,
           Threads::kOne,
           {
@@ -181,12 +181,12 @@ Workload recorded_phase(const char* name, int block, const char* shown, double r
 }  // namespace
 
 std::vector<Workload> phase_workloads() {
-  return {unrecorded_phase("blocks_64k", 65536, "64 KiB", 0.35),
-          unrecorded_phase("blocks_2k", 2048, "2 KiB", 0.45),
+  return {unrecorded_phase("blocks_64k", 65536, "64 KiB", 0.25),
+          unrecorded_phase("blocks_2k", 2048, "2 KiB", 0.68),
           multithreaded_phase("blocks_64k_multithreaded", 65536, "64 KiB"),
           multithreaded_phase("blocks_2k_multithreaded", 2048, "2 KiB"),
-          recorded_phase("blockfree_64k", 65536, "64 KiB", 2.0),
-          recorded_phase("blockfree_2k", 2048, "2 KiB", 2.5)};
+          recorded_phase("blockfree_64k", 65536, "64 KiB", 0.90),
+          recorded_phase("blockfree_2k", 2048, "2 KiB", 1.35)};
 }
 
 }  // namespace ratios

@@ -52,7 +52,7 @@ Contestant refilling(const char* name, Arguments... arguments) {
 Workload refill(const char* name, const std::string& handle, const std::string& options) {
   return {name,
           handle + ", filled with 1,000,000 objects of 8 to 128 bytes after a clear",
-          kNoReach,
+          kNoGoal,
           kPieces,
           Threads::kOne,
           {refilling<EachFreed>("malloc"), refilling<Qkmem>("qkmem", "BLOCKMGMT " + options)}};

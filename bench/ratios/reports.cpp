@@ -90,7 +90,7 @@ Workload sections_of(const char* name, const char* what, unsigned sections, std:
   return {name,
           std::string(what) + " of 100,000 pointers on " + std::to_string(handles) +
               (handles == 1 ? " handle" : " handles") + ", for each pointer",
-          kNoReach,
+          kNoGoal,
           kRows,
           Threads::kOne,
           {{"fprintf", with_fprintf}, {"qkmem", [=] { return with_sections(sections, handles); }}}};

@@ -74,10 +74,10 @@ Run with_mtrace(std::size_t live) {
   };
 }
 
-Workload traced(const char* name, std::size_t live, const char* what, double reach) {
+Workload traced(const char* name, std::size_t live, const char* what, Goal goal) {
   return {name,
           std::string("Ordinary handle with the trace file open: ") + what,
-          reach,
+          goal,
           1,
           Threads::kOne,
           {{"malloc", [=] { return pairs_beside<Malloc>(live); }},

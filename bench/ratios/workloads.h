@@ -11,8 +11,11 @@ namespace ratios {
 /** Returns all groups below, in the order of docs/performance.md. */
 std::vector<Workload> all_workloads();
 
-/** Memory that is released soon after its allocation, by one thread or two. */
+/** Memory that is released soon after its allocation, by one thread. */
 std::vector<Workload> pair_workloads();
+
+/** The same by several threads, on one handle or on a handle for each. */
+std::vector<Workload> thread_workloads();
 
 /** One of many live pieces is replaced by another. */
 std::vector<Workload> live_workloads();
