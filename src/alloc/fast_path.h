@@ -46,42 +46,50 @@ template <class Call, class SlowCall>
   return slow();
 }
 
-/** Takes the first free slot of an array; kNoSlot if that takes a search or a larger array. */
-[[nodiscard, gnu::always_inline]] inline std::int32_t take_slot_fast(qk_mem_ptr_array& array) {
-  const std::int32_t index = likely_free_slot(array);
-  if (!is_free(array, index)) [[unlikely]]
-    return kNoSlot;
-  note_occupied(array, index);
-  return index;
-}
+/** The place that a record has while it is set aside for a realloc. */
+struct Place {
+  void* address;  // that the record had
+  std::int32_t index;
+};
 
 /**
- * The same for a realloc, in place of a record that was set aside. Its slot is free afterwards, if
- * it isn't the one that was taken.
+ * Takes a slot for the memory that a realloc has returned, and gives up the place of the record that
+ * was set aside for it. Often they are the same.
+ *
+ * @return kNoSlot if it takes a larger array. The record is still set aside then.
  */
 [[nodiscard, gnu::always_inline]] inline std::int32_t take_slot_again_fast(qk_mem_handle& handle,
                                                                            qk_mem_ptr_array& array,
-                                                                           const Removed& old) {
-  qk_mem_ptr_array& old_array = array_of(handle, old.record.address);
-  if (&array != &old_array || old.index >= likely_free_slot(array) ||
-      !is_set_aside(array, old.index)) {
-    free_place(old_array, old.index);
-    return take_slot_fast(array);
+                                                                           Place old) {
+  qk_mem_ptr_array& old_array = array_of(handle, old.address);
+  if (&array == &old_array && is_set_aside(array, old.index)) [[likely]] {
+    if (is_first_choice(array, old.index)) [[likely]] {
+      retake_place(array, old.index);
+      return old.index;
+    }
+    free_slot(array, old.index);
+    return take_free_slot(array);
   }
-  retake_place(array, old.index);  // no slot below it is free
-  return old.index;
+  const std::int32_t index = take_free_slot(array);
+  if (index != kNoSlot) free_place(old_array, old.index);
+  return index;
+}
+
+/** What a record of new memory says, but for its number. */
+[[nodiscard, gnu::always_inline]] inline qk_mem_ptr unnumbered(void* address, unsigned char kind,
+                                                               std::uint64_t count,
+                                                               std::uint64_t size, const char* file,
+                                                               int line) {
+  return {address, nullptr, file, count, size, 0, static_cast<std::uint16_t>(line), kind, 0};
 }
 
 /** Records memory in a slot that was just taken. */
 [[gnu::always_inline]] inline void fill_slot_fast(qk_mem_handle& handle, qk_mem_ptr_array& array,
-                                                  std::int32_t index, void* address,
-                                                  unsigned char kind, std::uint64_t count,
-                                                  std::uint64_t size, const char* file, int line) {
-  const bool single_threaded = qk::is_single_threaded();
-  const std::uint32_t seq = qk::add(Qk_mem_seq, 1, single_threaded);
-  const auto short_line = static_cast<std::uint16_t>(line);
-  fill_slot(handle, array, index, {address, nullptr, file, count, size, seq, short_line, kind, 0},
-            charged_to(kind), single_threaded);
+                                                  std::int32_t index, qk_mem_ptr record) {
+  with_single_threaded([&](bool single_threaded) __attribute__((always_inline)) {
+    record.seq = qk::add(Qk_mem_seq, 1, single_threaded);
+    fill_slot(handle, array, index, record, charged_to(record.kind), single_threaded);
+  });
 }
 
 /** Does what record_fast() does, under the handle's lock. */
@@ -90,14 +98,14 @@ template <class Call, class SlowCall>
                                                             std::uint64_t size, const char* file,
                                                             int line) {
   qk_mem_ptr_array& array = array_of(handle, address);
-  const std::int32_t index = take_slot_fast(array);
+  const std::int32_t index = take_free_slot(array);
   if (index == kNoSlot) [[unlikely]]
     return false;
-  fill_slot_fast(handle, array, index, address, kind, count, size, file, line);
+  fill_slot_fast(handle, array, index, unnumbered(address, kind, count, size, file, line));
   return true;
 }
 
-/** Records an allocation, unless that takes a search for a slot or a larger array. */
+/** Records an allocation, unless that takes a larger array. */
 template <class Lock>
 [[nodiscard, gnu::always_inline]] inline bool record_fast(qk_mem_handle& handle, void* address,
                                                           unsigned char kind, std::uint64_t count,
@@ -108,14 +116,10 @@ template <class Lock>
   return record_locked(handle, address, kind, count, size, file, line);
 }
 
-/**
- * The same for the memory that a realloc has returned. The place of the record that was set aside
- * for it is given up in any case.
- */
+/** The same for the memory that a realloc has returned, see take_slot_again_fast(). */
 template <class Lock>
-[[nodiscard, gnu::always_inline]] inline bool record_again_fast(qk_mem_handle& handle,
-                                                                const Removed& old, void* address,
-                                                                std::uint64_t size,
+[[nodiscard, gnu::always_inline]] inline bool record_again_fast(qk_mem_handle& handle, Place old,
+                                                                void* address, std::uint64_t size,
                                                                 const char* path, int line) {
   const char* file = qk::name_in_known_path(path);
   qk_mem_ptr_array& array = array_of(handle, address);
@@ -123,7 +127,7 @@ template <class Lock>
   const std::int32_t index = take_slot_again_fast(handle, array, old);
   if (index == kNoSlot) [[unlikely]]
     return false;
-  fill_slot_fast(handle, array, index, address, kind::kRealloc, 1, size, file, line);
+  fill_slot_fast(handle, array, index, unnumbered(address, kind::kRealloc, 1, size, file, line));
   return true;
 }
 
@@ -139,24 +143,80 @@ template <class Lock>
   const std::int32_t index = find_slot(array, address);
   if (index <= 0) [[unlikely]]
     return false;
-  const bool single_threaded = qk::is_single_threaded();
-  remove_record(handle, array, index, ChargedTo::kData, single_threaded);
-  qk::add(Qk_mem_seq, 1, single_threaded);
+  with_single_threaded([&](bool single_threaded) __attribute__((always_inline)) {
+    remove_record(handle, array, index, ChargedTo::kData, single_threaded);
+    qk::add(Qk_mem_seq, 1, single_threaded);
+  });
   return true;
 }
 
-/** The same for a realloc: sets the record aside, see set_aside_pointer(). */
+/** The same for a small array in the usual case. In others it fails although it need not. */
 template <class Lock>
-[[nodiscard, gnu::always_inline]] inline bool set_aside_fast(qk_mem_handle& handle,
-                                                             const void* address,
-                                                             Removed& removed) {
+[[nodiscard, gnu::always_inline]] inline bool remove_from_small_fast(qk_mem_handle& handle,
+                                                                     const void* address) {
+  qk_mem_ptr_array& array = array_of(handle, address);
+  const Lock lock(handle);
+  const std::int32_t index = is_small(array) ? find_slot_of_small(array, address) : kNoSlot;
+  if (index == kNoSlot) [[unlikely]]
+    return false;
+  with_single_threaded([&](bool single_threaded) __attribute__((always_inline)) {
+    remove_from_small(handle, array, index, ChargedTo::kData, single_threaded);
+    qk::add(Qk_mem_seq, 1, single_threaded);
+  });
+  return true;
+}
+
+/**
+ * Sets the record of an address aside for a realloc, see set_aside_pointer(). Nothing has changed if
+ * the slot in the result is kNoSlot: there is no record then.
+ */
+template <class Lock>
+[[nodiscard, gnu::always_inline]] inline Place set_aside_fast(qk_mem_handle& handle,
+                                                              void* address) {
   qk_mem_ptr_array& array = array_of(handle, address);
   const Lock lock(handle);
   const std::int32_t index = find_slot(array, address);
   if (index <= 0) [[unlikely]]
+    return {address, kNoSlot};
+  with_single_threaded([&](bool single_threaded) __attribute__((always_inline)) {
+    set_aside(handle, array, index, ChargedTo::kData, single_threaded);
+  });
+  return {address, index};
+}
+
+/** The same for a small array in the usual case. In others it fails although it need not. */
+template <class Lock>
+[[nodiscard, gnu::always_inline]] inline Place set_aside_in_small_fast(qk_mem_handle& handle,
+                                                                       void* address) {
+  qk_mem_ptr_array& array = array_of(handle, address);
+  const Lock lock(handle);
+  const std::int32_t index = is_small(array) ? find_slot_of_small(array, address) : kNoSlot;
+  if (index == kNoSlot) [[unlikely]]
+    return {address, kNoSlot};
+  with_single_threaded([&](bool single_threaded) __attribute__((always_inline)) {
+    set_aside_in_small(handle, array, index, ChargedTo::kData, single_threaded);
+  });
+  return {address, index};
+}
+
+/**
+ * Records memory that a realloc has left where it was, unless the record has to move to another
+ * slot. As long as the array is small, the record is still set aside in its slot.
+ */
+template <class Lock>
+[[nodiscard, gnu::always_inline]] inline bool record_in_place_fast(qk_mem_handle& handle,
+                                                                   Place place, std::uint64_t size,
+                                                                   const char* path, int line) {
+  const char* file = qk::file_name_only(path);
+  qk_mem_ptr_array& array = array_of(handle, place.address);
+  const Lock lock(handle);
+  if (!is_small(array) || !is_first_choice_in_small(array, place.index)) [[unlikely]]
     return false;
-  removed = {read_slot(array.ptrs[index]), index, ChargedTo::kData};
-  set_aside(handle, array, index, ChargedTo::kData, qk::is_single_threaded());
+  qk_mem_ptr record = unnumbered(place.address, kind::kRealloc, 1, size, file, line);
+  with_single_threaded([&](bool single_threaded) __attribute__((always_inline)) {
+    record.seq = qk::add(Qk_mem_seq, 1, single_threaded);
+    refill_slot_of_small(handle, array, place.index, record, ChargedTo::kData, single_threaded);
+  });
   return true;
 }
 

@@ -98,9 +98,18 @@ void announce_free(const qk_mem_handle& handle, const qk_mem_ptr& record,
 }
 
 template <class Lock>
-[[gnu::noinline]] void free_recorded(qk_mem_handle& handle, void* ptr, const char* file, int line) {
+[[gnu::noinline]] void free_searched(qk_mem_handle& handle, void* ptr, const char* file, int line) {
   if (!remove_fast<Lock>(handle, ptr)) {
     return free_on_handle(handle, ptr, free_context(file, line));
+  }
+  user_memory::release(ptr);
+}
+
+/** The usual case is a function of its own, because it needs few registers. */
+template <class Lock>
+[[gnu::noinline]] void free_recorded(qk_mem_handle& handle, void* ptr, const char* file, int line) {
+  if (!remove_from_small_fast<Lock>(handle, ptr)) {
+    return free_searched<Lock>(handle, ptr, file, line);
   }
   user_memory::release(ptr);
 }

@@ -203,19 +203,46 @@ void* realloc_piece(qk_mem_handle& handle, void* ptr, std::size_t size, int alig
   return handle == nullptr ? nullptr : realloc_on_handle(*handle, ptr, size, alignment, context);
 }
 
+/** Takes over from the fast path when there is no memory, or no room for the new record. */
+[[gnu::noinline]] void* finish_unusual(qk_mem_handle& handle, Place old, void* memory,
+                                       std::size_t size, const char* file, int line) {
+  const Resized resized = {memory, set_aside_in(handle, old.address, old.index)};
+  if (memory != nullptr) free_place_of(handle, *resized.old);
+  return finish_realloc(handle, resized, old.address, size, realloc_context(file, line));
+}
+
+/** Records what the system's allocator has returned for memory whose record is set aside. */
+template <class Lock>
+[[gnu::noinline]] void* record_resized_fast(qk_mem_handle& handle, Place old, void* memory,
+                                            std::size_t size, const char* file, int line) {
+  if (memory != nullptr && record_again_fast<Lock>(handle, old, memory, size, file, line)) {
+    return memory;
+  }
+  return finish_unusual(handle, old, memory, size, file, line);
+}
+
+template <class Lock>
+[[gnu::noinline]] void* realloc_searched(qk_mem_handle& handle, void* ptr, std::size_t size,
+                                         int alignment, const char* file, int line) {
+  const Place old = set_aside_fast<Lock>(handle, ptr);
+  if (old.index == kNoSlot) {
+    return realloc_on_handle(handle, ptr, size, alignment, realloc_context(file, line));
+  }
+  void* memory = user_memory::resize(ptr, size);
+  return record_resized_fast<Lock>(handle, old, memory, size, file, line);
+}
+
+/** The usual cases are in functions of their own, because they need few registers. */
 template <class Lock>
 [[gnu::noinline]] void* realloc_recorded(qk_mem_handle& handle, void* ptr, std::size_t size,
                                          int alignment, const char* file, int line) {
-  Resized resized = {nullptr, Removed{}};
-  if (!set_aside_fast<Lock>(handle, ptr, *resized.old)) {
-    return realloc_on_handle(handle, ptr, size, alignment, realloc_context(file, line));
+  const Place old = set_aside_in_small_fast<Lock>(handle, ptr);
+  if (old.index == kNoSlot) {
+    return realloc_searched<Lock>(handle, ptr, size, alignment, file, line);
   }
-  resized.memory = user_memory::resize(ptr, size);
-  if (resized.memory != nullptr &&
-      record_again_fast<Lock>(handle, *resized.old, resized.memory, size, file, line)) {
-    return resized.memory;
-  }
-  return finish_realloc(handle, resized, ptr, size, realloc_context(file, line));
+  void* memory = user_memory::resize(ptr, size);
+  if (memory == ptr && record_in_place_fast<Lock>(handle, old, size, file, line)) return memory;
+  return record_resized_fast<Lock>(handle, old, memory, size, file, line);
 }
 
 [[gnu::always_inline]] inline void* realloc_fast_path(int hid, void* ptr, std::size_t size,

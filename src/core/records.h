@@ -24,14 +24,25 @@ struct qk_mem_ptr {
   std::uint8_t baselined;   // marks; not 0 if the record was live when a baseline was set
 };
 
+namespace qk::mem {
+class SlotIndex;
+}
+
 /** Descriptor of one of a handle's eight pointer arrays, see table/pointer_array.h. */
 struct qk_mem_ptr_array {
-  std::int32_t capacity;   // slots; 0 until the first pointer arrives
-  std::int32_t used;       // occupied slots, slot 0 included
-  qk_mem_ptr* ptrs;        // null after a growth that failed, although `capacity` is above 0 then
-  std::int32_t last;       // slot most recently found or filled
-  std::int32_t spare;      // a free slot below `free_from`; 0 if there is none
-  std::int32_t free_from;  // no slot below this one is free except `spare`
+  std::int32_t capacity;     // slots; 0 until the first pointer arrives
+  std::int32_t used;         // occupied slots, slot 0 included
+  qk_mem_ptr* ptrs;          // null after a growth that failed, although `capacity` is above 0 then
+  std::int32_t last;         // slot most recently found or filled
+  std::uint32_t free_slots;  // of a small array: bit n for a free slot n; 0 for other arrays
+  union {
+    std::uint64_t prints[2];  // of a small array: prints of the addresses, see table/prints.h
+    struct {
+      qk::mem::SlotIndex* index;  // null until a search, and if there was no memory
+      std::int32_t spare;         // without an index: a free slot below `free_from`; 0 for none
+      std::int32_t free_from;     // and no slot below this one is free except `spare`
+    } larger;                     // of an array that is not small
+  };
 };
 
 struct qk_mem_handle;

@@ -7,7 +7,7 @@
 namespace qk::mem {
 namespace {
 
-constexpr std::int32_t kFirstSlots = 16;
+constexpr std::int32_t kFirstSlots = kSmallArray;
 constexpr std::int32_t kMoreSlots = 64;
 
 std::uint64_t bytes_of_slots(std::int32_t slots) {
@@ -33,7 +33,6 @@ qk_mem_ptr renew_array_record(qk_mem_handle& handle, qk_mem_ptr_array& array,
 /** The array's own record, in slot 0, counts as its first record. */
 void begin_array(qk_mem_handle& handle, qk_mem_ptr_array& array) {
   assert_held(handle);
-  array.free_from = 1;
   qk::bump(array.used, 1);
   qk::bump(handle.overhead_qty, 1);
 }
@@ -44,10 +43,9 @@ Insertion insert_pointer(qk_mem_handle& handle, qk_mem_ptr record, EventCount ev
   qk_mem_ptr_array& array = array_of(handle, record.address);
   const HandleLock lock(handle);
   if (is_full(array)) return {InsertResult::kArrayFull};
-  const std::int32_t index = first_free_slot(array);
+  const std::int32_t index = take_free_slot(array);
   if (index == kNoSlot) return {InsertResult::kArrayLost};
   if (event == EventCount::kCounted) record.seq = next_seq();
-  note_occupied(array, index);
   fill_slot(handle, array, index, record, charged_to(record.kind), qk::is_single_threaded());
   return {InsertResult::kInserted, record};
 }
@@ -88,6 +86,13 @@ std::optional<Removed> set_aside_pointer(qk_mem_handle& handle, const void* addr
   const ChargedTo sum = sum_for(handle, Removal::kByRealloc, record.kind);
   set_aside(handle, array, index, sum, qk::is_single_threaded());
   return Removed{record, index, sum};
+}
+
+Removed set_aside_in(qk_mem_handle& handle, void* address, std::int32_t index) {
+  const HandleLock lock(handle);
+  qk_mem_ptr record = read_slot(array_of(handle, address).ptrs[index]);
+  record.address = address;
+  return {record, index, ChargedTo::kData};
 }
 
 void restore_pointer(qk_mem_handle& handle, const Removed& set_aside) {

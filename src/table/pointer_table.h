@@ -82,6 +82,9 @@ std::optional<Removed> remove_pointer(qk_mem_handle& handle, const void* address
  */
 std::optional<Removed> set_aside_pointer(qk_mem_handle& handle, const void* address);
 
+/** A record of data that is set aside, by the address that it had and its slot. */
+[[nodiscard]] Removed set_aside_in(qk_mem_handle& handle, void* address, std::int32_t index);
+
 /** Undoes set_aside_pointer(). */
 void restore_pointer(qk_mem_handle& handle, const Removed& set_aside);
 

@@ -19,6 +19,19 @@
  */
 namespace qk::mem {
 
+/**
+ * Calls `steps` with qk::is_single_threaded() as a constant, so that the steps are compiled for
+ * either case.
+ */
+template <class Steps>
+[[gnu::always_inline]] inline void with_single_threaded(Steps steps) {
+  if (qk::is_single_threaded()) [[likely]] {
+    steps(true);
+  } else {
+    steps(false);
+  }
+}
+
 /** Adds bytes to a sum; a negated number subtracts. */
 inline void charge(qk_mem_handle& handle, ChargedTo sum, std::uint64_t bytes,
                    bool single_threaded) {
@@ -43,22 +56,35 @@ inline void count_record(qk_mem_handle& handle, unsigned char kind, int by, bool
   }
 }
 
+/** Counts a record that was just written into a slot, and adds its bytes to `sum`. */
+[[gnu::always_inline]] inline void count_in(qk_mem_handle& handle, const qk_mem_ptr& record,
+                                            ChargedTo sum, bool single_threaded) {
+  count_record(handle, record.kind, 1, single_threaded);
+  charge(handle, sum, bytes_of(record), single_threaded);
+}
+
+/**
+ * Writes a record in place of one of the same address, which was set aside in a small array. Counts
+ * it and adds its bytes to `sum`.
+ */
+[[gnu::always_inline]] inline void refill_slot_of_small(qk_mem_handle& handle,
+                                                        qk_mem_ptr_array& array, std::int32_t index,
+                                                        const qk_mem_ptr& record, ChargedTo sum,
+                                                        bool single_threaded) {
+  assert_held(handle);
+  array.last = index;
+  write_slot(array.ptrs[index], record);
+  count_in(handle, record, sum, single_threaded);
+}
+
 /** Writes a record into a slot that was just taken, counts it and adds its bytes to `sum`. */
 [[gnu::always_inline]] inline void fill_slot(qk_mem_handle& handle, qk_mem_ptr_array& array,
                                              std::int32_t index, const qk_mem_ptr& record,
                                              ChargedTo sum, bool single_threaded) {
   assert_held(handle);
   write_slot(array.ptrs[index], record);
-  count_record(handle, record.kind, 1, single_threaded);
-  charge(handle, sum, bytes_of(record), single_threaded);
-  add_to_index(array, index);
-}
-
-/** Makes an occupied slot a free one. */
-[[gnu::always_inline]] inline void free_slot(qk_mem_ptr_array& array, std::int32_t index) {
-  remove_from_index(array, index);
-  clear_slot(array.ptrs[index]);
-  note_vacated(array, index);
+  count_in(handle, record, sum, single_threaded);
+  index_slot(array, index, record.address);
 }
 
 /**
@@ -96,6 +122,16 @@ inline constexpr unsigned char kClearedKind = 0;
   if (index > 0) vacate(handle, array, index, kClearedKind, single_threaded);
 }
 
+/** Does the same to a record of a small array, which is not the array's own. */
+[[gnu::always_inline]] inline void remove_from_small(qk_mem_handle& handle, qk_mem_ptr_array& array,
+                                                     std::int32_t index, ChargedTo sum,
+                                                     bool single_threaded) {
+  assert_held(handle);
+  discharge(handle, array.ptrs[index], sum, single_threaded);
+  free_slot_of_small(array, index);
+  count_record(handle, kClearedKind, -1, single_threaded);
+}
+
 /**
  * Subtracts a record as remove_record() does, but only sets it aside: the slot stays taken, so that
  * put_back() needs no room, until free_place() gives it up.
@@ -106,7 +142,17 @@ inline constexpr unsigned char kClearedKind = 0;
   assert_held(handle);
   discharge(handle, array.ptrs[index], sum, single_threaded);
   if (index == 0) return;
-  replace_address(array, index, &set_aside_mark);
+  hide_address(array, index);
+  count_record(handle, kClearedKind, -1, single_threaded);
+}
+
+/** Does the same to a record of a small array, which is not the array's own. */
+[[gnu::always_inline]] inline void set_aside_in_small(qk_mem_handle& handle,
+                                                      qk_mem_ptr_array& array, std::int32_t index,
+                                                      ChargedTo sum, bool single_threaded) {
+  assert_held(handle);
+  discharge(handle, array.ptrs[index], sum, single_threaded);
+  hide_address_in_small(array, index);
   count_record(handle, kClearedKind, -1, single_threaded);
 }
 
@@ -128,7 +174,7 @@ inline void put_back(qk_mem_handle& handle, qk_mem_ptr_array& array, std::int32_
 
 /** Takes the slot of a record that is set aside for another record. */
 [[gnu::always_inline]] inline void retake_place(qk_mem_ptr_array& array, std::int32_t index) {
-  remove_from_index(array, index);
+  unindex_slot(array, index);
   array.last = index;
 }
 

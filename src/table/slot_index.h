@@ -10,11 +10,12 @@
 namespace qk::mem {
 
 /**
- * Finds slots of a large pointer array: by address, and the lowest free one. A hash of the address
- * chooses one of many small trees, in which slots are sorted by address and then by their number. So
- * the lowest slot of an address is the first one, and no choice of addresses makes searches slow.
+ * Finds slots of a pointer array: by address, and the lowest free one. A hash of the address chooses
+ * one of many buckets. A bucket has places for some slots, with their prints, and a tree for those
+ * that come when the places are taken. In the tree slots are sorted by address and then by their
+ * number, so no choice of addresses makes searches slow, and equal addresses don't either.
  *
- *     SlotIndex | a root for each hash | a node for each slot | the set of used slots
+ *     SlotIndex | buckets | a tree node for each slot | the set of used slots
  *
  * The slots themselves have the addresses. They can move, so each call is told where they are. All
  * calls need the lock of the handle.
@@ -31,8 +32,8 @@ class SlotIndex {
   /** Frees an index. Null does nothing. */
   static void destroy(SlotIndex* index);
 
-  /** For make(), in memory that is zero and large enough. */
-  SlotIndex(std::uint32_t limit, int hash_bits);
+  /** For make(), in memory that is zero and large enough. There are two buckets to the `bits`. */
+  explicit SlotIndex(int bits);
   SlotIndex(const SlotIndex&) = delete;
   SlotIndex& operator=(const SlotIndex&) = delete;
 
@@ -40,7 +41,7 @@ class SlotIndex {
   [[nodiscard]] bool has_room_for(std::int32_t capacity) const;
 
   /** The lowest slot that holds an address; 0 if there is none. */
-  [[nodiscard]] std::int32_t lowest_holding(const qk_mem_ptr* slots, const void* address) const;
+  [[nodiscard]] std::int32_t lowest_holding(const qk_mem_ptr* slots, const void* address);
 
   /** The lowest free slot, which can be one behind the end of the array. */
   [[nodiscard]] std::int32_t lowest_free() const;
@@ -54,12 +55,15 @@ class SlotIndex {
   void remove(const qk_mem_ptr* slots, std::int32_t slot);
 
  private:
+  struct Bucket;
   struct Layout;
 
-  [[nodiscard]] std::uint32_t hash_of(const void* address) const;
+  [[nodiscard]] Bucket& bucket_of(const void* address) const;
 
-  int hash_bits_;
-  std::uint32_t* roots_;
+  int bits_;
+  std::uint32_t found_place_ = 0;  // where a slot was found: often it is removed next
+  Bucket* found_bucket_;
+  Bucket* buckets_;
   qk::NumberTreeNode* nodes_;
   qk::NumberSet used_;
 };

@@ -171,6 +171,29 @@ TEST_P(OrdinaryResizeUnderWay, LeavesItsPlaceWhenItFreesTheMemory) {
   EXPECT_EQ(array().capacity, 16);
 }
 
+TEST_P(ResizeUnderWay, IsFoundByNoSearch) {
+  kit::during_next_request(
+      [] { seen = std::to_string(qk_mem_is_recorded(hid, memory, "app.c", 3)); });
+  void* const resized = resize(4096);
+  EXPECT_EQ(seen, "0");
+  EXPECT_EQ(qk_mem_is_recorded(hid, resized, "app.c", 3), 1);
+  qk_mem_ifree(hid, resized, "app.c", 6);
+}
+
+TEST_P(OrdinaryResizeUnderWay, LeavesAnotherRecordOfItsAddressFound) {
+  qk_mem_ideregister(hid, QK_MEM_EXTERNAL, other(3), "other.c", 4);
+  qk_mem_iregister(hid, QK_MEM_EXTERNAL, memory, nullptr, 8, "other.c", 2);
+  ASSERT_EQ(qk_mem_is_recorded(hid, other(4), "app.c", 3), 1);  // the slot used last
+  kit::during_next_request(
+      [] { seen = std::to_string(qk_mem_is_recorded(hid, memory, "app.c", 3)); });
+  void* const resized = resize(4096);
+  EXPECT_EQ(seen, "1");
+  EXPECT_EQ(slot_of(resized), 1);
+  EXPECT_EQ(slot_of(memory), 4);
+  qk_mem_ideregister(hid, QK_MEM_EXTERNAL, memory, "other.c", 4);
+  qk_mem_ifree(hid, resized, "app.c", 6);
+}
+
 TEST_P(OrdinaryResizeUnderWay, IsInNoReport) {
   kit::during_next_request([] { seen = kit::dump("HANDLE=3", QK_MEM_DUMP_POINTERS); });
   qk_mem_ifree(hid, resize(4096), "app.c", 6);

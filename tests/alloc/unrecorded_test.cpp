@@ -107,9 +107,7 @@ TEST(UnrecordedMemory, IsReturnedWithAWarningIfTheTableIsLost) {
   // All arrays as a failed growth leaves them.
   for (qk_mem_ptr_array& array : ledger.pool.record().ptrs) {
     std::free(array.ptrs);
-    array.ptrs = nullptr;
-    array.capacity = 80;
-    array.used = 16;
+    array = {.capacity = 80, .used = 16, .ptrs = nullptr, .last = 0, .free_slots = 0, .larger = {}};
   }
   for (const Call& call : kCalls) {
     ledger.skip_all();

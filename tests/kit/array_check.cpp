@@ -20,21 +20,43 @@ std::string check_own_record(const qk_mem_ptr_array& array) {
   return "";
 }
 
-std::string check_free_slots(const qk_mem_ptr_array& array) {
+std::string check_used(const qk_mem_ptr_array& array) {
   int used = 0;
-  for (int i = 0; i < array.capacity; ++i) {
-    if (array.ptrs[i].address != nullptr) {
-      ++used;
-      if (i == array.spare && i != 0) return slot("the spare slot is occupied: ", i);
-    } else if (i < array.free_from && i != array.spare) {
-      return slot("a slot below free_from is free: ", i);
-    }
-  }
+  for (int i = 0; i < array.capacity; ++i) used += array.ptrs[i].address != nullptr ? 1 : 0;
   return used == array.used ? "" : slot("occupied slots that are not counted in used: ", used);
 }
 
+/** The bits and prints of a small array. Others have no such bits. */
+std::string check_prints(const qk_mem_ptr_array& array) {
+  if (!qk::mem::is_small(array)) {
+    return array.free_slots == 0 ? "" : "an array that is not small has bits of free slots";
+  }
+  std::uint32_t free_slots = 0;
+  for (int i = 0; i < array.capacity; ++i) {
+    const void* address = array.ptrs[i].address;
+    if (address == nullptr) {
+      free_slots |= std::uint32_t{1} << i;
+    } else if (address != &qk::mem::set_aside_mark &&
+               (array.prints[i / 8] >> i % 8 * 8) % 256 != qk::mem::print_of(address)) {
+      return slot("the address has another print in slot ", i);
+    }
+  }
+  return free_slots == array.free_slots ? "" : "the bits of free slots are wrong";
+}
+
+/** What a larger array notes as long as it has no index. */
+std::string check_notes(const qk_mem_ptr_array& array) {
+  if (array.capacity <= qk::mem::kSmallArray || array.larger.index != nullptr) return "";
+  for (int i = 1; i < array.larger.free_from; ++i) {
+    const bool is_free = array.ptrs[i].address == nullptr;
+    if (is_free && i != array.larger.spare) return slot("a slot below free_from is free: ", i);
+    if (!is_free && i == array.larger.spare) return slot("the spare slot is occupied: ", i);
+  }
+  return "";
+}
+
 std::string check_index(const qk_mem_ptr_array& array) {
-  const qk::mem::SlotIndex* index = qk::mem::index_of(array);
+  qk::mem::SlotIndex* const index = qk::mem::index_of(array);
   if (index == nullptr) return "";
   std::map<const void*, int> lowest;
   for (int i = 0; i < array.capacity; ++i) {
@@ -54,7 +76,7 @@ std::string check_index(const qk_mem_ptr_array& array) {
 
 std::string check_array(const qk_mem_ptr_array& array) {
   if (array.ptrs == nullptr) return "";
-  for (const auto check : {check_own_record, check_free_slots, check_index}) {
+  for (const auto check : {check_own_record, check_used, check_prints, check_notes, check_index}) {
     if (std::string wrong = check(array); !wrong.empty()) return wrong;
   }
   return "";

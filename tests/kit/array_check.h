@@ -9,9 +9,10 @@ namespace kit {
 
 /**
  * Checks what holds of every pointer array between two calls, and while a record is set aside: slot
- * 0 is its own record, `used` is the number of occupied slots, no slot below `free_from` is free
- * except `spare`, and the index of a large array knows which slots are used and finds the lowest one
- * of each address.
+ * 0 is its own record, `used` is the number of occupied slots, a small array has a bit for each free
+ * slot and the print of each address that is not set aside, and in a larger one without an index no
+ * slot below `free_from` is free except `spare`. The index of another one knows which slots are used
+ * and finds the lowest one of each address.
  *
  * @return the first thing that is wrong; "" if nothing is.
  */

@@ -20,12 +20,12 @@
 #include "tests/kit/standalone_handle.h"
 #include "tests/kit/trace.h"
 
-/** An array of 528 slots or more has an index. */
+/** An array of 80 slots or more gets an index with the first search. */
 namespace {
 
 using kit::Scene;
 
-constexpr int kBeforeLarge = 463;  // pointers that fill the 464 slots of an array
+constexpr int kBeforeLarge = 15;  // pointers that fill the 16 slots of an array
 
 /** The array of the made-up addresses. Of the handle's own memory it holds its own record only. */
 constexpr int kArray = 3;
@@ -93,9 +93,9 @@ TEST_F(LargeArray, IsRecordedAndAccountedForLikeASmallOne) {
   EXPECT_EQ(handle->overhead_qty, qty);
   EXPECT_EQ(Qk_mem_seq, events + 1) << "the growth; qk_mem_new_ptr() counts no event";
   EXPECT_EQ(own.kind, 'P');
-  EXPECT_EQ(own.count, 528U);
+  EXPECT_EQ(own.count, 80U);
   EXPECT_EQ(own.size, 48U);
-  EXPECT_EQ(handle->qty, 464U);
+  EXPECT_EQ(handle->qty, 16U);
 }
 
 TEST_F(LargeArray, StaysInOrderOverManyGrowths) {
@@ -189,51 +189,66 @@ TEST_F(LargeArray, LosesItsRecordsIfItCannotGrow) {
 }
 
 TEST_F(LargeArray, IsSearchedWithoutMemoryForAnIndex) {
-  fill(kBeforeLarge);
-  kit::fail_request(2);  // the first request is the larger array
-  fill(kBeforeLarge + 1);
-  EXPECT_TRUE(kit::has_failed());
-  EXPECT_EQ(qk::mem::index_of(handle->ptrs[kArray]), nullptr);
+  fill(70);
+  kit::fail_all_requests();
   record(nth(5));
-  for (int i = 0; i <= kBeforeLarge; ++i) {
+  for (int i = 0; i < 70; ++i) {
     ASSERT_EQ(qk_mem_get_ptr(handle, nth(i)), handle->ptrs[kArray].ptrs + i + 1) << i;
   }
-  for (const int i : {300, 20, 100}) forget(nth(i));
-  for (const int i : {20, 100, 300}) {
+  for (const int i : {60, 20, 40}) forget(nth(i));
+  for (const int i : {20, 40, 60}) {
     ASSERT_EQ(record(nth(i)), handle->ptrs[kArray].ptrs + i + 1);
   }
   forget(nth(5));
   forget(nth(5));
   record(nth(5));
+  kit::let_succeed();
+  EXPECT_EQ(qk::mem::index_of(handle->ptrs[kArray]), nullptr);
 }
 
-TEST_F(LargeArray, GetsItsIndexWithALaterGrowth) {
-  fill(kBeforeLarge);
-  kit::fail_request(2);
-  fill(kBeforeLarge + 65);
+TEST_F(LargeArray, GetsItsIndexWithALaterSearch) {
+  fill(70);
+  EXPECT_EQ(qk::mem::index_of(handle->ptrs[kArray]), nullptr);
+  kit::fail_request(1);
+  EXPECT_EQ(qk_mem_get_ptr(handle, nth(1)), handle->ptrs[kArray].ptrs + 2);
+  EXPECT_TRUE(kit::has_failed());
+  EXPECT_EQ(qk::mem::index_of(handle->ptrs[kArray]), nullptr);
+  EXPECT_EQ(qk_mem_get_ptr(handle, nth(0)), handle->ptrs[kArray].ptrs + 1);
   EXPECT_NE(qk::mem::index_of(handle->ptrs[kArray]), nullptr);
   EXPECT_EQ(kit::check_array(handle->ptrs[kArray]), "");
 }
 
-TEST_F(LargeArray, LosesItsIndexWithoutMemoryForALargerOne) {
-  fill(1039);  // 1040 slots; the index was made for 528 and has room for twice as many
-  ASSERT_NE(qk::mem::index_of(handle->ptrs[kArray]), nullptr);
-  kit::fail_request(2);
-  fill(1040);
-  EXPECT_TRUE(kit::has_failed());
+TEST_F(LargeArray, NeedsNoIndexToBeFilled) {
+  fill(1000);
+  for (int i = 1000; i < 1500; ++i) {
+    record(nth(i));
+    forget(nth(i));
+  }
   EXPECT_EQ(qk::mem::index_of(handle->ptrs[kArray]), nullptr);
-  for (int i = 0; i < 1040; ++i) {
+}
+
+TEST_F(LargeArray, LosesAnIndexThatIsTooSmall) {
+  fill(79);  // 80 slots
+  qk_mem_get_ptr(handle, nth(0));
+  ASSERT_NE(qk::mem::index_of(handle->ptrs[kArray]), nullptr) << "with room for 112";
+  for (const int i : {70, 3}) forget(nth(i));
+  for (const int i : {3, 70}) record(nth(i));
+  fill(80);
+  EXPECT_EQ(qk::mem::index_of(handle->ptrs[kArray]), nullptr);
+  EXPECT_EQ(kit::check_array(handle->ptrs[kArray]), "");
+  for (int i = 0; i < 80; ++i) {
     ASSERT_EQ(qk_mem_get_ptr(handle, nth(i)), handle->ptrs[kArray].ptrs + i + 1) << i;
   }
+  EXPECT_NE(qk::mem::index_of(handle->ptrs[kArray]), nullptr);
 }
 
 TEST_F(LargeArray, KeepsTheErrorNumberWithoutMemoryForAnIndex) {
-  fill(kBeforeLarge);
-  kit::fail_request(2);
+  fill(70);
+  kit::fail_request(1);
   errno = 0;
-  fill(kBeforeLarge + 1);
-  EXPECT_TRUE(kit::has_failed());
+  qk_mem_get_ptr(handle, nth(0));
   EXPECT_EQ(errno, 0);
+  EXPECT_TRUE(kit::has_failed());
 }
 
 TEST_F(LargeArray, StaysInOrderOverRandomChanges) {
