@@ -28,8 +28,10 @@ StandaloneHandle::~StandaloneHandle() {
 }
 
 std::string StandaloneHandle::sums() const {
+  const qk_mem_tag_share& share = record.tag_share;
   return "data " + sum(record.qty, record.amount) + ", overhead " +
-         sum(record.overhead_qty, record.overhead_amount) + ", tag " + sum(tag.qty, tag.amount);
+         sum(record.overhead_qty, record.overhead_amount) + ", tag " +
+         sum(tag.qty + share.qty, tag.amount + share.amount);
 }
 
 std::string StandaloneHandle::array(int index) const {

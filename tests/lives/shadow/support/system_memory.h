@@ -77,6 +77,7 @@ struct Release {
 };
 
 using real_own_memory::Allocator;
+using real_own_memory::construct_at;
 using real_own_memory::make_in;
 
 }  // namespace own_memory
