@@ -207,7 +207,7 @@ template <class Lock>
 [[nodiscard, gnu::always_inline]] inline bool record_in_place_fast(qk_mem_handle& handle,
                                                                    Place place, std::uint64_t size,
                                                                    const char* path, int line) {
-  const char* file = qk::file_name_only(path);
+  const char* file = qk::name_in_known_path(path);
   qk_mem_ptr_array& array = array_of(handle, place.address);
   const Lock lock(handle);
   if (!is_small(array) || !is_first_choice_in_small(array, place.index)) [[unlikely]]
