@@ -14,8 +14,8 @@
  * The steps that insert and remove a record: the slot, the quantities, the bytes. They are inline
  * because they are most of what a tracked call costs beside the system's allocator.
  *
- * All calls need the handle's lock. `single_threaded` is qk::is_single_threaded(), which the caller
- * asks once for all steps.
+ * All calls need the handle's lock; charge() and count_record() assert it for all. `single_threaded`
+ * is qk::is_single_threaded(), which the caller asks once for all steps.
  */
 namespace qk::mem {
 
@@ -71,7 +71,6 @@ inline void count_record(qk_mem_handle& handle, unsigned char kind, int by, bool
                                                         qk_mem_ptr_array& array, std::int32_t index,
                                                         const qk_mem_ptr& record, ChargedTo sum,
                                                         bool single_threaded) {
-  assert_held(handle);
   array.last = index;
   write_slot(array.ptrs[index], record);
   count_in(handle, record, sum, single_threaded);
@@ -126,7 +125,6 @@ inline constexpr unsigned char kClearedKind = 0;
 [[gnu::always_inline]] inline void remove_from_small(qk_mem_handle& handle, qk_mem_ptr_array& array,
                                                      std::int32_t index, ChargedTo sum,
                                                      bool single_threaded) {
-  assert_held(handle);
   discharge(handle, array.ptrs[index], sum, single_threaded);
   free_slot_of_small(array, index);
   count_record(handle, kClearedKind, -1, single_threaded);
@@ -150,7 +148,6 @@ inline constexpr unsigned char kClearedKind = 0;
 [[gnu::always_inline]] inline void set_aside_in_small(qk_mem_handle& handle,
                                                       qk_mem_ptr_array& array, std::int32_t index,
                                                       ChargedTo sum, bool single_threaded) {
-  assert_held(handle);
   discharge(handle, array.ptrs[index], sum, single_threaded);
   hide_address_in_small(array, index);
   count_record(handle, kClearedKind, -1, single_threaded);
