@@ -6,6 +6,7 @@
 
 #include "core/handle_array.h"
 #include "core/registry.h"
+#include "table/pointer_array.h"
 #include "tests/kit/failing_runs.h"
 
 namespace kit {
@@ -25,6 +26,7 @@ void list(const void* memory) {
 void list_records(const qk_mem_ptr_array& array) {
   if (array.ptrs == nullptr) return;
   list(array.ptrs);
+  list(qk::mem::index_of(array));
   for (const qk_mem_ptr* record = array.ptrs + 1; record < array.ptrs + array.capacity; ++record) {
     list(record->address);
     list(record->tracker);
@@ -34,6 +36,7 @@ void list_records(const qk_mem_ptr_array& array) {
 void list_handle(const qk_mem_handle& handle) {
   list(&handle);
   list(handle.mtx);
+  list(handle.block_index);
   for (const qk_mem_block* block = handle.blocks; block != nullptr; block = block->next) {
     list(block);
   }
