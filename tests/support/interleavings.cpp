@@ -62,6 +62,13 @@ void show_stores(Thread& thread) {
   while (thread.pending != 0) show_first_store(thread);
 }
 
+void prepare(Thread& thread, void (*life)()) {
+  getcontext(&thread.context);
+  thread.context.uc_stack.ss_sp = thread.stack;
+  thread.context.uc_stack.ss_size = sizeof thread.stack;
+  makecontext(&thread.context, life, 0);
+}
+
 }  // namespace
 
 Interleavings::Interleavings() { running = this; }
@@ -77,12 +84,7 @@ void Interleavings::live() {
 
 void Interleavings::begin() {
   world_.is_signal_due = signal != nullptr;
-  for (Thread& each : world_.threads) {
-    getcontext(&each.context);
-    each.context.uc_stack.ss_sp = each.stack;
-    each.context.uc_stack.ss_size = sizeof each.stack;
-    makecontext(&each.context, live, 0);
-  }
+  for (Thread& each : world_.threads) prepare(each, live);
   for (current_ = 0; current_ < 2; ++current_) {
     swapcontext(&scheduler_, &thread().context);  // up to its first access
   }
