@@ -113,7 +113,7 @@ class Streams : public ::testing::Test {
   void expect_same_bytes(Open open, Close close) {
     FILE* const written = open("written");
     FILE* const expected = open("expected");
-    for (int i = 0; i < 3000; ++i) {
+    for (int i = 0; i < 400; ++i) {
       const std::string line = std::string(random_() % 2 == 0 ? random_() % 20 : random_() % 1000,
                                            static_cast<char>('a' + i % 26)) +
                                '\n';
