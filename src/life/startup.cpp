@@ -13,6 +13,7 @@
 #include "support/allocator_code.h"
 #include "support/ending_signals.h"
 #include "support/exit_handlers.h"
+#include "support/mtx.h"
 
 namespace qk::mem {
 
@@ -75,6 +76,9 @@ void create_data_handle() {
  * threads, holding that lock, may be waiting.
  */
 [[gnu::constructor(101)]] void watch_forks_from_the_start() { watch_forks(); }
+
+/** Before main(), because there is only one thread then. */
+[[gnu::constructor(101)]] void prepare_locks_from_the_start() { qk::prepare_locks(); }
 
 /** Any failure ends the start-up and leaves its error code. */
 void start_up() {

@@ -1,6 +1,8 @@
 #ifndef SUPPORT_MTX_H_
 #define SUPPORT_MTX_H_
 
+#include <sys/single_threaded.h>
+
 #include <atomic>
 #include <cstdint>
 #include <type_traits>
@@ -67,6 +69,14 @@ using MtxMachine = std::conditional_t<kShortcuts, LinuxThreads, LinuxThreadsWith
  * processes. A fork copies its state: a lock that another thread held stays locked in the child.
  */
 class QK_CAPABILITY("mutex") Mtx : public BasicMtx<MtxMachine> {};
+
+/**
+ * To be called early. Once a process has threads, it takes the kernel some milliseconds to get ready
+ * for the barrier, and some thread would spend them under a lock.
+ */
+inline void prepare_locks() noexcept {
+  if (__libc_single_threaded != 0) static_cast<void>(MtxMachine::has_barrier());
+}
 
 }  // namespace qk
 

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "core/registry.h"
+#include "support/process_barrier.h"
 #include "tests/kit/heap.h"
 #include "tests/kit/scene.h"
 
@@ -272,6 +273,14 @@ TEST(Error, IsZeroUntilACallFailsAndBelongsToItsThread) {
   qk_mem_ifree(QK_MEM_DATA_HANDLE, qk_mem_imalloc(QK_MEM_DATA_HANDLE, 8, 16, "app.c", 3), "app.c",
                4);
   EXPECT_EQ(qk_mem_error(), 5566);  // success doesn't reset it
+}
+
+// Later on it would take some milliseconds, under a lock.
+TEST(StartUp, PreparesLocksBeforeThereAreThreads) {
+  qk_mem_init();
+#ifndef __SANITIZE_THREAD__
+  EXPECT_TRUE(qk::process_barrier_works());
+#endif
 }
 
 }  // namespace
