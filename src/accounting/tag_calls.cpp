@@ -28,6 +28,7 @@ extern "C" int64_t qk_mem_tag_size(const char* name) {
   qk::upper_case(upper);
   const RegistryLock lock;
   const qk_mem_tag* tag = find_tag(upper);
+  if (tag == nullptr) return 0;
   fold_tag_shares();
-  return tag == nullptr ? 0 : static_cast<int64_t>(qk::load(tag->amount));
+  return static_cast<int64_t>(qk::load(tag->amount));
 }

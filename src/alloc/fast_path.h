@@ -131,6 +131,31 @@ template <class Lock>
   return true;
 }
 
+/** find_slot(), if the array is small and a single print matches, which is the usual case. */
+[[nodiscard, gnu::always_inline]] inline std::int32_t find_slot_in_small(qk_mem_ptr_array& array,
+                                                                         const void* address) {
+  return is_small(array) ? find_slot_of_small(array, address) : kNoSlot;
+}
+
+/**
+ * Finds the slot of an address and takes `steps` with it, under the handle's lock. Returns kNoSlot,
+ * and nothing has changed, if `find` finds no slot that an allocation can have.
+ */
+template <class Lock, class Find, class Steps>
+[[nodiscard, gnu::always_inline]] inline std::int32_t change_slot_of(qk_mem_handle& handle,
+                                                                     const void* address, Find find,
+                                                                     Steps steps) {
+  qk_mem_ptr_array& array = array_of(handle, address);
+  const Lock lock(handle);
+  const std::int32_t index = find(array, address);
+  if (index <= 0) [[unlikely]]
+    return kNoSlot;
+  with_single_threaded([&](bool single_threaded) __attribute__((always_inline)) {
+    steps(array, index, single_threaded);
+  });
+  return index;
+}
+
 /**
  * Removes the record of an address from an ordinary handle, and counts the event. False, and nothing
  * has changed, if there is no record.
@@ -138,32 +163,24 @@ template <class Lock>
 template <class Lock>
 [[nodiscard, gnu::always_inline]] inline bool remove_fast(qk_mem_handle& handle,
                                                           const void* address) {
-  qk_mem_ptr_array& array = array_of(handle, address);
-  const Lock lock(handle);
-  const std::int32_t index = find_slot(array, address);
-  if (index <= 0) [[unlikely]]
-    return false;
-  with_single_threaded([&](bool single_threaded) __attribute__((always_inline)) {
+  const auto remove = [&](qk_mem_ptr_array & array, std::int32_t index, bool single_threaded)
+      __attribute__((always_inline)) {
     remove_record(handle, array, index, ChargedTo::kData, single_threaded);
     qk::add(Qk_mem_seq, 1, single_threaded);
-  });
-  return true;
+  };
+  return change_slot_of<Lock>(handle, address, find_slot, remove) != kNoSlot;
 }
 
 /** The same for a small array in the usual case. In others it fails although it need not. */
 template <class Lock>
 [[nodiscard, gnu::always_inline]] inline bool remove_from_small_fast(qk_mem_handle& handle,
                                                                      const void* address) {
-  qk_mem_ptr_array& array = array_of(handle, address);
-  const Lock lock(handle);
-  const std::int32_t index = is_small(array) ? find_slot_of_small(array, address) : kNoSlot;
-  if (index == kNoSlot) [[unlikely]]
-    return false;
-  with_single_threaded([&](bool single_threaded) __attribute__((always_inline)) {
+  const auto remove = [&](qk_mem_ptr_array & array, std::int32_t index, bool single_threaded)
+      __attribute__((always_inline)) {
     remove_from_small(handle, array, index, ChargedTo::kData, single_threaded);
     qk::add(Qk_mem_seq, 1, single_threaded);
-  });
-  return true;
+  };
+  return change_slot_of<Lock>(handle, address, find_slot_in_small, remove) != kNoSlot;
 }
 
 /**
@@ -173,30 +190,22 @@ template <class Lock>
 template <class Lock>
 [[nodiscard, gnu::always_inline]] inline Place set_aside_fast(qk_mem_handle& handle,
                                                               void* address) {
-  qk_mem_ptr_array& array = array_of(handle, address);
-  const Lock lock(handle);
-  const std::int32_t index = find_slot(array, address);
-  if (index <= 0) [[unlikely]]
-    return {address, kNoSlot};
-  with_single_threaded([&](bool single_threaded) __attribute__((always_inline)) {
+  const auto hide = [&](qk_mem_ptr_array & array, std::int32_t index, bool single_threaded)
+      __attribute__((always_inline)) {
     set_aside(handle, array, index, ChargedTo::kData, single_threaded);
-  });
-  return {address, index};
+  };
+  return {address, change_slot_of<Lock>(handle, address, find_slot, hide)};
 }
 
 /** The same for a small array in the usual case. In others it fails although it need not. */
 template <class Lock>
 [[nodiscard, gnu::always_inline]] inline Place set_aside_in_small_fast(qk_mem_handle& handle,
                                                                        void* address) {
-  qk_mem_ptr_array& array = array_of(handle, address);
-  const Lock lock(handle);
-  const std::int32_t index = is_small(array) ? find_slot_of_small(array, address) : kNoSlot;
-  if (index == kNoSlot) [[unlikely]]
-    return {address, kNoSlot};
-  with_single_threaded([&](bool single_threaded) __attribute__((always_inline)) {
+  const auto hide = [&](qk_mem_ptr_array & array, std::int32_t index, bool single_threaded)
+      __attribute__((always_inline)) {
     set_aside_in_small(handle, array, index, ChargedTo::kData, single_threaded);
-  });
-  return {address, index};
+  };
+  return {address, change_slot_of<Lock>(handle, address, find_slot_in_small, hide)};
 }
 
 /**

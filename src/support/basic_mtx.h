@@ -213,7 +213,7 @@ class QK_CAPABILITY("mutex") BasicMtx {
       --repeats_;
       return;
     }
-    if (run_ >= run_for_favour_ && Machine::has_barrier()) become_favourite();
+    if (run_ >= run_for_favour_ && Machine::prepare_barrier()) become_favourite();
     release_word();
   }
 
@@ -230,7 +230,7 @@ class QK_CAPABILITY("mutex") BasicMtx {
   }
 
   void release_word() noexcept {
-    if (Machine::has_had_barrier()) {
+    if (Machine::barrier_works()) {
       word_.store(0, std::memory_order_release);
       std::atomic_signal_fence(std::memory_order_seq_cst);
     } else {

@@ -33,8 +33,8 @@ struct LinuxThreads {
     return reinterpret_cast<std::uintptr_t>(__builtin_thread_pointer());
   }
 
-  [[nodiscard]] static bool has_barrier() noexcept { return prepare_process_barrier(); }
-  [[nodiscard]] static bool has_had_barrier() noexcept { return process_barrier_works(); }
+  [[nodiscard]] static bool prepare_barrier() noexcept { return prepare_process_barrier(); }
+  [[nodiscard]] static bool barrier_works() noexcept { return process_barrier_works(); }
   static void barrier() noexcept { pass_process_barrier(); }
   static void barrier_before_sleep() noexcept {
     if (!process_barrier_fails()) pass_process_barrier();
@@ -48,8 +48,8 @@ struct LinuxThreads {
 
 /** The same for tools that see nothing of the barrier, and where there must be no shortcuts. */
 struct LinuxThreadsWithoutBarrier : LinuxThreads {
-  [[nodiscard]] static constexpr bool has_barrier() noexcept { return false; }
-  [[nodiscard]] static constexpr bool has_had_barrier() noexcept { return false; }
+  [[nodiscard]] static constexpr bool prepare_barrier() noexcept { return false; }
+  [[nodiscard]] static constexpr bool barrier_works() noexcept { return false; }
   static void barrier() noexcept {}
   static void barrier_before_sleep() noexcept {}
 };
@@ -75,7 +75,7 @@ class QK_CAPABILITY("mutex") Mtx : public BasicMtx<MtxMachine> {};
  * for the barrier, and some thread would spend them under a lock.
  */
 inline void prepare_locks() noexcept {
-  if (__libc_single_threaded != 0) static_cast<void>(MtxMachine::has_barrier());
+  if (__libc_single_threaded != 0) static_cast<void>(MtxMachine::prepare_barrier());
 }
 
 }  // namespace qk

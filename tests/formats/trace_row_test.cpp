@@ -58,23 +58,28 @@ TEST(TraceHeadings, AreOneLine) {
       "Sequence\tHandle\tType\tAddress\tNum\tSize\tHandle Size\tFile\tLine\tCurrent\tHeap\tUnknown\tChange\tGrowth\tDifference\n");
 }
 
+/** A row with the number of each column in it, one of them negative. */
+TraceRow numbered_row(std::string_view file) {
+  return {.sequence = 1,
+          .handle = 2,
+          .type = 'C',
+          .address = TraceAddress{0x4a},
+          .num = 5,
+          .size = 6,
+          .handle_size = 7,
+          .file = file,
+          .line = 9,
+          .current = 10,
+          .heap = 11,
+          .unknown = 12,
+          .change = -13,
+          .growth = 14,
+          .difference = 15};
+}
+
 TEST(TraceRow, IsWrittenInTheOrderOfTheHeadings) {
-  EXPECT_EQ(written({.sequence = 1,
-                     .handle = 2,
-                     .type = 'C',
-                     .address = TraceAddress{0x4a},
-                     .num = 5,
-                     .size = 6,
-                     .handle_size = 7,
-                     .file = "eight.c",
-                     .line = 9,
-                     .current = 10,
-                     .heap = 11,
-                     .unknown = 12,
-                     .change = 13,
-                     .growth = 14,
-                     .difference = 15}),
-            "1\t2\tC\t000000000000004a\t5\t6\t7\teight.c\t9\t10\t11\t12\t13\t14\t15\n");
+  EXPECT_EQ(written(numbered_row("eight.c")),
+            "1\t2\tC\t000000000000004a\t5\t6\t7\teight.c\t9\t10\t11\t12\t-13\t14\t15\n");
 }
 
 TEST(TraceRow, HasTheLargestNumbersInFull) {
@@ -144,22 +149,7 @@ TEST(TraceRow, HasAllItsColumnsHoweverLongItsFileIs) {
     const std::string file(length, 'f');
     const std::string row =
         "1\t2\tC\t000000000000004a\t5\t6\t7\t" + file + "\t9\t10\t11\t12\t-13\t14\t15\n";
-    ASSERT_EQ(written({.sequence = 1,
-                       .handle = 2,
-                       .type = 'C',
-                       .address = TraceAddress{0x4a},
-                       .num = 5,
-                       .size = 6,
-                       .handle_size = 7,
-                       .file = file,
-                       .line = 9,
-                       .current = 10,
-                       .heap = 11,
-                       .unknown = 12,
-                       .change = -13,
-                       .growth = 14,
-                       .difference = 15}),
-              row.size() <= 1023 ? row : row.substr(0, 1022) + "\n");
+    ASSERT_EQ(written(numbered_row(file)), row.size() <= 1023 ? row : row.substr(0, 1022) + "\n");
   }
 }
 

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -41,17 +42,39 @@ TEST_F(TagShares, AreInTheSizeOfTheTag) {
   EXPECT_EQ(qk_mem_tag_size("AB"), 0);
 }
 
-TEST_F(TagShares, AreInReportsAndBaselines) {
+/** The line of a section that shows the tag. */
+std::string line_of_tag(unsigned section) {
+  std::istringstream text(kit::sections("", section));
+  for (std::string line; std::getline(text, line);) {
+    if (line.find(" AB") != std::string::npos) return line;
+  }
+  return "";
+}
+
+TEST_F(TagShares, AreInASummary) {
   const Scene scene("TRACE");
   const Pool pool("MULTITHREADED", "AB");
   allocate(pool, 100);
-  EXPECT_EQ(kit::sections("", QK_MEM_DUMP_SUMMARY).find("AB:              1        100") !=
-                std::string::npos,
-            true);
+  EXPECT_EQ(line_of_tag(QK_MEM_DUMP_SUMMARY), "     AB:              1        100");
+}
+
+TEST_F(TagShares, AreInABaseline) {
+  const Scene scene("TRACE");
+  const Pool pool("MULTITHREADED", "AB");
+  allocate(pool, 100);
+  qk_mem_baseline("");
+  EXPECT_EQ(pool.record().tag->base_amount, 100U);
+  EXPECT_EQ(pool.record().tag->base_qty, 1U);
+}
+
+TEST_F(TagShares, AreInAComparison) {
+  const Scene scene("TRACE");
+  const Pool pool("MULTITHREADED", "AB");
+  allocate(pool, 100);
   qk_mem_baseline("");
   allocate(pool, 20);
-  EXPECT_EQ(qk_mem_tag_size("AB"), 120);
-  for (int i = 0; i < Qk_mem_num_tags; ++i) EXPECT_EQ(Qk_mem_tags[i].base_amount, 100U);
+  EXPECT_EQ(line_of_tag(QK_MEM_DUMP_COMPARISON),
+            "  |  AB                       |    1       100|    2       120|   20%       20|");
 }
 
 TEST_F(TagShares, StayWithTheTagWhenTheHandleIsDeleted) {

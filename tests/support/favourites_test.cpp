@@ -66,6 +66,9 @@ void forbid_barriers() {
   ASSERT_EQ(syscall(SYS_seccomp, SECCOMP_SET_MODE_FILTER, SECCOMP_FILTER_FLAG_TSYNC, &filter), 0);
 }
 
+/** As in a process that was started in the sandbox. */
+void forget_barriers() { qk::process_barrier = qk::ProcessBarrier::kUntried; }
+
 void expect_exclusion(qk::Mtx& mtx) { EXPECT_EQ(count_in_runs(mtx, 4), 4L * 20 * 2000); }
 
 TEST(Favourites, AreExcludedByThreadsThatComeLater) {
@@ -135,8 +138,8 @@ TEST(Favourites, AreExcludedInTheChildOfAFork) {
 }
 
 TEST(Favourites, DoNotExistWhereBarriersAreForbidden) {
-  qk::process_barrier = qk::ProcessBarrier::kUntried;
   forbid_barriers();
+  forget_barriers();
   qk::Mtx mtx;
   become_favourite_of(mtx);
   expect_exclusion(mtx);
@@ -155,6 +158,7 @@ TEST(Favourites, AreExcludedOnceBarriersAreForbidden) {
 
 TEST(Favourites, LeaveErrnoAloneWhereBarriersAreForbidden) {
   forbid_barriers();
+  forget_barriers();
   qk::Mtx mtx;
   errno = EDOM;
   become_favourite_of(mtx);

@@ -82,8 +82,8 @@ struct SteppedThreads {
     return 16 * (static_cast<std::uint64_t>(Interleavings::now().current()) + 1);
   }
 
-  static bool has_barrier() { return true; }
-  static bool has_had_barrier() { return true; }
+  static bool prepare_barrier() { return true; }
+  static bool barrier_works() { return true; }
   static void barrier() {
     Interleavings::now().step();
     Interleavings::now().show_all_stores();
@@ -106,8 +106,8 @@ struct SteppedThreads {
 };
 
 struct SteppedThreadsWithoutBarrier : SteppedThreads {
-  static bool has_barrier() { return false; }
-  static bool has_had_barrier() { return false; }
+  static bool prepare_barrier() { return false; }
+  static bool barrier_works() { return false; }
   static void barrier() {}
   static void barrier_before_sleep() {}
 };
