@@ -3,7 +3,7 @@
 import csv
 import io
 
-# Quartiles that are further apart than this part of the median make a figure uncertain.
+# A range that is wider than this part of the figure makes it uncertain.
 CERTAIN = 0.10
 
 COLUMNS = ["Workload", "compared with", "qkmem", "others"]
@@ -50,13 +50,20 @@ class Goal:
 
 
 class Figure:
-    """A contestant's ratio to the first contestant: the median of all rounds, and the quartiles."""
+    """A contestant's ratio to the first contestant, and the range of the measurements around it."""
 
     def __init__(self, name, ratio, low, high):
         self.name = name
         self.ratio = ratio
         self.low = low
         self.high = high
+
+    @classmethod
+    def of_processes(cls, name, ratios):
+        """The median of an odd number of processes, and the range of the middle half of them."""
+        ordered = sorted(ratios)
+        quarter = len(ordered) // 4
+        return cls(name, ordered[len(ordered) // 2], ordered[quarter], ordered[-1 - quarter])
 
     def is_uncertain(self):
         return self.high - self.low > CERTAIN * self.ratio

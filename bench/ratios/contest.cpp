@@ -10,9 +10,10 @@ namespace {
 
 constexpr Nanoseconds kTurn = std::chrono::milliseconds(2);            // short: few disturbances
 constexpr Nanoseconds kTurnOfSeveral = std::chrono::milliseconds(25);  // threads sleep and wake
-constexpr Nanoseconds kAllTurns = std::chrono::seconds(5);
-constexpr double kFewestRounds = 15;
-constexpr double kMostRounds = 200;
+constexpr Nanoseconds kWarmUp = std::chrono::milliseconds(50);
+constexpr Nanoseconds kAllTurns = std::chrono::seconds(1);
+constexpr double kFewestRounds = 5;
+constexpr double kMostRounds = 40;
 
 /** A contestant that has started, with its time in each round. */
 struct Entry {
@@ -22,16 +23,22 @@ struct Entry {
   std::vector<double> rounds;  // nanoseconds per run of the workload
 };
 
-/** Returns how many times a contestant runs the workload in a turn. */
+/**
+ * Returns how many times a contestant runs the workload in a turn, once it has warmed up: what is
+ * done only once, such as making an index, says nothing about the turns.
+ */
 std::size_t times_in_a_turn(const Run& run, Nanoseconds turn) {
   std::size_t times = 1;
+  Nanoseconds all{0};
   for (;;) {
     const Nanoseconds taken = run(times);
-    if (taken >= turn / 2) {
+    all += taken;
+    if (taken < turn / 2) {
+      times *= 2;
+    } else if (all >= kWarmUp) {
       const double fitting = static_cast<double>(times) * (turn / taken);
       return std::max<std::size_t>(1, static_cast<std::size_t>(fitting));
     }
-    times *= 2;
   }
 }
 
