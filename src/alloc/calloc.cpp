@@ -51,10 +51,15 @@ void* allocate_zeroed_piece(qk_mem_handle& handle, std::size_t num, std::size_t 
   return memory;
 }
 
+/** A function of its own: it is the only part of the fast path that needs a stack. */
+[[gnu::noinline]] void* calloc_untracked(std::size_t num, std::size_t size) {
+  return untracked(user_memory::allocate_zeroed(num, size));
+}
+
 [[gnu::noinline]] void* calloc_slow_path(int hid, std::size_t num, std::size_t size, int alignment,
                                          const char* file, int line) {
   ensure_started();
-  if (bypasses_tracking(hid)) return untracked(user_memory::allocate_zeroed(num, size));
+  if (bypasses_tracking(hid)) return calloc_untracked(num, size);
   const CallContext context = calloc_context(file, line);
   qk_mem_handle* handle = look_up_handle(hid, context);
   if (handle == nullptr) return nullptr;
@@ -72,7 +77,7 @@ template <class Lock>
                                         const char* file, int line) {
   void* memory = user_memory::allocate_zeroed(num, size);
   if (memory != nullptr &&
-      record_fast<Lock>(handle, memory, kind::kCalloc, num, size, file, line)) {
+      record_fast<Lock>(handle, memory, kind::kCalloc, num, size, qk::name_in_path(file), line)) {
     return memory;
   }
   return finish_calloc(handle, memory, num, size, calloc_context(file, line));
@@ -81,7 +86,7 @@ template <class Lock>
 [[gnu::always_inline]] inline void* calloc_fast_path(int hid, std::size_t num, std::size_t size,
                                                      int alignment, const char* file, int line,
                                                      CallocCall* slow_path) {
-  if (bypasses_tracking_fast(hid)) return untracked(user_memory::allocate_zeroed(num, size));
+  if (bypasses_tracking_fast(hid)) return calloc_untracked(num, size);
   return on_recording_handle(
       hid, Routine::kCalloc,
       [&]<class Lock>(qk_mem_handle& handle) {

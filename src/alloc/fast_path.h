@@ -2,6 +2,7 @@
 #define QKMEM_ALLOC_FAST_PATH_H_
 
 #include <cstdint>
+#include <type_traits>
 
 #include "core/handle_array.h"
 #include "core/kinds.h"
@@ -24,10 +25,40 @@ namespace qk::mem {
   return hid == QK_MEM_DATA_HANDLE && qk::load(data_handle_is_bypassed) != 0;
 }
 
-/** Takes the place of HandleLock on handles without a mutex. */
+/** Takes the place of a lock on handles without a mutex. */
 struct NoLock {
   explicit NoLock(const qk_mem_handle& /*handle*/) {}
 };
+
+/** A handle's lock if the calling thread is its favourite. It needs no call, so few registers. */
+class FavouriteLock {
+ public:
+  explicit FavouriteLock(const qk_mem_handle& handle) : mtx_(handle.mtx) {
+    if (mtx_ != nullptr) [[likely]]
+      entry_ = mtx_->enter_as_favourite();
+  }
+  FavouriteLock(const FavouriteLock&) = delete;
+  FavouriteLock& operator=(const FavouriteLock&) = delete;
+  ~FavouriteLock() {
+    if (is_held()) [[likely]]
+      mtx_->leave(entry_);
+  }
+
+  [[nodiscard]] bool is_held() const { return entry_.is_inside(); }
+
+ private:
+  qk::Mtx* const mtx_;
+  qk::Mtx::Entry entry_ = {qk::Mtx::kFavourites, 0};
+};
+
+/** Whether a lock is held as far as its handle needs one. */
+[[nodiscard]] inline bool is_held(const NoLock& /*lock*/) { return true; }
+[[nodiscard]] inline bool is_held(const HandleLock& /*lock*/) { return true; }
+[[nodiscard]] inline bool is_held(const FavouriteLock& lock) { return lock.is_held(); }
+
+/** How the usual case is locked, if all other cases are locked by `Lock`. */
+template <class Lock>
+using QuickLock = std::conditional_t<std::is_same_v<Lock, NoLock>, NoLock, FavouriteLock>;
 
 /**
  * Calls `f` with the handle of a number and the type of lock that it needs, if the calls of a
@@ -105,15 +136,34 @@ struct Place {
   return true;
 }
 
-/** Records an allocation, unless that takes a larger array. */
+/** Records an allocation, unless that takes a larger array. `file` is the name alone. */
 template <class Lock>
 [[nodiscard, gnu::always_inline]] inline bool record_fast(qk_mem_handle& handle, void* address,
                                                           unsigned char kind, std::uint64_t count,
-                                                          std::uint64_t size, const char* path,
+                                                          std::uint64_t size, const char* file,
                                                           int line) {
-  const char* file = qk::name_in_known_path(path);
   const Lock lock(handle);
   return record_locked(handle, address, kind, count, size, file, line);
+}
+
+/** The same if a slot of a small array is free, which is the usual case and needs few registers. */
+template <class Lock>
+[[nodiscard, gnu::always_inline]] inline bool record_in_small_fast(
+    qk_mem_handle& handle, void* address, unsigned char kind, std::uint64_t count,
+    std::uint64_t size, const char* file, int line) {
+  qk_mem_ptr_array& array = array_of(handle, address);
+  const QuickLock<Lock> lock(handle);
+  if (!is_held(lock)) [[unlikely]]
+    return false;
+  const std::int32_t index = take_free_slot_of_small(array);
+  if (index == kNoSlot) [[unlikely]]
+    return false;
+  qk_mem_ptr record = unnumbered(address, kind, count, size, file, line);
+  with_single_threaded([&](bool single_threaded) __attribute__((always_inline)) {
+    record.seq = qk::add(Qk_mem_seq, 1, single_threaded);
+    fill_slot_of_small(handle, array, index, record, charged_to(kind), single_threaded);
+  });
+  return true;
 }
 
 /** The same for the memory that a realloc has returned, see take_slot_again_fast(). */
@@ -121,7 +171,7 @@ template <class Lock>
 [[nodiscard, gnu::always_inline]] inline bool record_again_fast(qk_mem_handle& handle, Place old,
                                                                 void* address, std::uint64_t size,
                                                                 const char* path, int line) {
-  const char* file = qk::name_in_known_path(path);
+  const char* file = qk::name_in_path(path);
   qk_mem_ptr_array& array = array_of(handle, address);
   const Lock lock(handle);
   const std::int32_t index = take_slot_again_fast(handle, array, old);
@@ -131,7 +181,14 @@ template <class Lock>
   return true;
 }
 
-/** find_slot(), if the array is small and a single print matches, which is the usual case. */
+/** The slot of an address, other than the array's own; kNoSlot if there is none. */
+[[nodiscard, gnu::always_inline]] inline std::int32_t find_slot_of_data(qk_mem_ptr_array& array,
+                                                                        const void* address) {
+  const std::int32_t index = find_slot(array, address);
+  return index > 0 ? index : kNoSlot;
+}
+
+/** The same if the array is small and a single print matches, which is the usual case. */
 [[nodiscard, gnu::always_inline]] inline std::int32_t find_slot_in_small(qk_mem_ptr_array& array,
                                                                          const void* address) {
   return is_small(array) ? find_slot_of_small(array, address) : kNoSlot;
@@ -139,7 +196,7 @@ template <class Lock>
 
 /**
  * Finds the slot of an address and takes `steps` with it, under the handle's lock. Returns kNoSlot,
- * and nothing has changed, if `find` finds no slot that an allocation can have.
+ * and nothing has changed, if `find` finds none.
  */
 template <class Lock, class Find, class Steps>
 [[nodiscard, gnu::always_inline]] inline std::int32_t change_slot_of(qk_mem_handle& handle,
@@ -147,8 +204,10 @@ template <class Lock, class Find, class Steps>
                                                                      Steps steps) {
   qk_mem_ptr_array& array = array_of(handle, address);
   const Lock lock(handle);
+  if (!is_held(lock)) [[unlikely]]
+    return kNoSlot;
   const std::int32_t index = find(array, address);
-  if (index <= 0) [[unlikely]]
+  if (index == kNoSlot) [[unlikely]]
     return kNoSlot;
   with_single_threaded([&](bool single_threaded) __attribute__((always_inline)) {
     steps(array, index, single_threaded);
@@ -166,9 +225,9 @@ template <class Lock>
   const auto remove = [&](qk_mem_ptr_array & array, std::int32_t index, bool single_threaded)
       __attribute__((always_inline)) {
     remove_record(handle, array, index, ChargedTo::kData, single_threaded);
-    qk::add(Qk_mem_seq, 1, single_threaded);
+    qk::add_only(Qk_mem_seq, 1, single_threaded);
   };
-  return change_slot_of<Lock>(handle, address, find_slot, remove) != kNoSlot;
+  return change_slot_of<Lock>(handle, address, find_slot_of_data, remove) != kNoSlot;
 }
 
 /** The same for a small array in the usual case. In others it fails although it need not. */
@@ -178,9 +237,9 @@ template <class Lock>
   const auto remove = [&](qk_mem_ptr_array & array, std::int32_t index, bool single_threaded)
       __attribute__((always_inline)) {
     remove_from_small(handle, array, index, ChargedTo::kData, single_threaded);
-    qk::add(Qk_mem_seq, 1, single_threaded);
+    qk::add_only(Qk_mem_seq, 1, single_threaded);
   };
-  return change_slot_of<Lock>(handle, address, find_slot_in_small, remove) != kNoSlot;
+  return change_slot_of<QuickLock<Lock>>(handle, address, find_slot_in_small, remove) != kNoSlot;
 }
 
 /**
@@ -194,7 +253,7 @@ template <class Lock>
       __attribute__((always_inline)) {
     set_aside(handle, array, index, ChargedTo::kData, single_threaded);
   };
-  return {address, change_slot_of<Lock>(handle, address, find_slot, hide)};
+  return {address, change_slot_of<Lock>(handle, address, find_slot_of_data, hide)};
 }
 
 /** The same for a small array in the usual case. In others it fails although it need not. */
@@ -205,20 +264,25 @@ template <class Lock>
       __attribute__((always_inline)) {
     set_aside_in_small(handle, array, index, ChargedTo::kData, single_threaded);
   };
-  return {address, change_slot_of<Lock>(handle, address, find_slot_in_small, hide)};
+  return {address, change_slot_of<QuickLock<Lock>>(handle, address, find_slot_in_small, hide)};
 }
 
 /**
  * Records memory that a realloc has left where it was, unless the record has to move to another
- * slot. As long as the array is small, the record is still set aside in its slot.
+ * slot or the path is not remembered. As long as the array is small, the record is still set aside
+ * in its slot.
  */
 template <class Lock>
 [[nodiscard, gnu::always_inline]] inline bool record_in_place_fast(qk_mem_handle& handle,
                                                                    Place place, std::uint64_t size,
                                                                    const char* path, int line) {
-  const char* file = qk::name_in_known_path(path);
+  const char* file = nullptr;
+  if (!qk::find_known_name(path, file)) [[unlikely]]
+    return false;
   qk_mem_ptr_array& array = array_of(handle, place.address);
-  const Lock lock(handle);
+  const QuickLock<Lock> lock(handle);
+  if (!is_held(lock)) [[unlikely]]
+    return false;
   if (!is_small(array) || !is_first_choice_in_small(array, place.index)) [[unlikely]]
     return false;
   qk_mem_ptr record = unnumbered(place.address, kind::kRealloc, 1, size, file, line);

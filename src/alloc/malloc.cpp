@@ -62,14 +62,31 @@ void warn_of_misuse(const qk_mem_handle& handle, std::size_t size, int alignment
   return malloc_on_handle(handle, size, alignment, malloc_context(file, line));
 }
 
+/** `name` is null if the path has to be searched for it. */
 template <class Lock>
-[[gnu::noinline]] void* malloc_recorded(qk_mem_handle& handle, std::size_t size, const char* file,
-                                        int line) {
-  void* memory = user_memory::allocate(size);
-  if (memory != nullptr && record_fast<Lock>(handle, memory, kind::kMalloc, 1, size, file, line)) {
+[[gnu::noinline]] void* record_malloc(qk_mem_handle& handle, void* memory, std::size_t size,
+                                      const char* name, const char* path, int line) {
+  if (name == nullptr) name = qk::search_path(path);
+  if (memory != nullptr && record_fast<Lock>(handle, memory, kind::kMalloc, 1, size, name, line)) {
     return memory;
   }
-  return finish_malloc(handle, memory, size, malloc_context(file, line));
+  return finish_malloc(handle, memory, size, malloc_context(path, line));
+}
+
+/**
+ * The usual case is a function of its own, because it needs few registers. Its parameters are in the
+ * places where the caller has them.
+ */
+template <class Lock>
+[[gnu::noipa]] void* malloc_recorded(qk_mem_handle& handle, std::size_t size, int /*alignment*/,
+                                     const char* path, int line) {
+  void* memory = user_memory::allocate(size);
+  const char* name = nullptr;
+  if (memory == nullptr || !qk::find_known_name(path, name) ||
+      !record_in_small_fast<Lock>(handle, memory, kind::kMalloc, 1, size, name, line)) {
+    return record_malloc<Lock>(handle, memory, size, name, path, line);
+  }
+  return memory;
 }
 
 template <class Lock>
@@ -105,7 +122,7 @@ template <class Lock>
   if (alignment <= 0) return fall_back(handle, size, alignment, file, line);
   void* piece = nullptr;
   {
-    const char* name = qk::name_in_known_path(file);
+    const char* name = qk::name_in_path(file);
     const Lock lock(handle);
     piece = take_piece_fast(handle, size, alignment);
     if (piece == nullptr) [[unlikely]]
@@ -127,19 +144,22 @@ template <class Lock>
   qk_mem_handle* handle = find_handle_fast(hid);
   if (handle == nullptr) [[unlikely]]
     return slow_path(hid, size, alignment, file, line);
-  switch (road_of(*handle, Routine::kMalloc)) {
-    case Road::kRecords:
-      return malloc_recorded<NoLock>(*handle, size, file, line);
+  const Road road = road_of(*handle, Routine::kMalloc);
+  if (road == Road::kRecords) [[likely]]
+    return malloc_recorded<NoLock>(*handle, size, alignment, file, line);
+  // A piece takes so little that the jump by a table, which the switch is, would show.
+  if (road == Road::kPieces) return piece_unrecorded<NoLock>(*handle, size, alignment, file, line);
+  switch (road) {
     case Road::kRecordsLocked:
-      return malloc_recorded<HandleLock>(*handle, size, file, line);
-    case Road::kPieces:
-      return piece_unrecorded<NoLock>(*handle, size, alignment, file, line);
+      return malloc_recorded<HandleLock>(*handle, size, alignment, file, line);
     case Road::kPiecesLocked:
       return piece_unrecorded<HandleLock>(*handle, size, alignment, file, line);
     case Road::kRecordedPieces:
       return piece_recorded<NoLock>(*handle, size, alignment, file, line);
     case Road::kRecordedPiecesLocked:
       return piece_recorded<HandleLock>(*handle, size, alignment, file, line);
+    case Road::kRecords:
+    case Road::kPieces:
     case Road::kSlow:
       break;
   }

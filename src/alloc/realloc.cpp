@@ -194,10 +194,15 @@ void* realloc_piece(qk_mem_handle& handle, void* ptr, std::size_t size, int alig
   return finish_realloc(handle, resize_memory(handle, ptr, size), ptr, size, context);
 }
 
+/** A function of its own: it is the only part of the fast path that needs a stack. */
+[[gnu::noinline]] void* realloc_untracked(void* ptr, std::size_t size) {
+  return untracked(user_memory::resize(ptr, size));
+}
+
 [[gnu::noinline]] void* realloc_slow_path(int hid, void* ptr, std::size_t size, int alignment,
                                           const char* file, int line) {
   ensure_started();
-  if (bypasses_tracking(hid)) return untracked(user_memory::resize(ptr, size));
+  if (bypasses_tracking(hid)) return realloc_untracked(ptr, size);
   const CallContext context = realloc_context(file, line);
   qk_mem_handle* handle = look_up_handle(hid, context);
   return handle == nullptr ? nullptr : realloc_on_handle(*handle, ptr, size, alignment, context);
@@ -248,7 +253,7 @@ template <class Lock>
 [[gnu::always_inline]] inline void* realloc_fast_path(int hid, void* ptr, std::size_t size,
                                                       int alignment, const char* file, int line,
                                                       ReallocCall* slow_path) {
-  if (bypasses_tracking_fast(hid)) return untracked(user_memory::resize(ptr, size));
+  if (bypasses_tracking_fast(hid)) return realloc_untracked(ptr, size);
   return on_recording_handle(
       hid, Routine::kRealloc,
       [&]<class Lock>(qk_mem_handle& handle) {

@@ -15,16 +15,17 @@
  */
 namespace qk::mem {
 
-/** Adds to the bytes of a handle's tag; a negated number subtracts. Needs the handle's lock. */
-inline void add_to_tag_amount(qk_mem_handle& handle, std::uint64_t bytes, bool single_threaded) {
-  assert_held(handle);
-  qk::bump(single_threaded ? handle.tag->amount : handle.tag_share.amount, bytes);
-}
+/** The sums by which a handle's calls change its tag. Under the handle's lock. */
+struct TagSums {
+  std::uint64_t& amount;
+  std::uint32_t& qty;
+};
 
-/** The same for the number of records. */
-inline void add_to_tag_qty(qk_mem_handle& handle, std::uint32_t records, bool single_threaded) {
+[[nodiscard, gnu::always_inline]] inline TagSums tag_sums_of(qk_mem_handle& handle,
+                                                             bool single_threaded) {
   assert_held(handle);
-  qk::bump(single_threaded ? handle.tag->qty : handle.tag_share.qty, records);
+  if (!single_threaded) return {handle.tag_share.amount, handle.tag_share.qty};
+  return {handle.tag->amount, handle.tag->qty};
 }
 
 /**

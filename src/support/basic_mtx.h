@@ -36,14 +36,57 @@ namespace qk {
 template <class Machine>
 class QK_CAPABILITY("mutex") BasicMtx {
  public:
+  /** So many threads can have been favourites, one after the other. */
+  static constexpr std::uint64_t kFavourites = 3;
+
   constexpr BasicMtx() noexcept = default;
   BasicMtx(const BasicMtx&) = delete;
   BasicMtx& operator=(const BasicMtx&) = delete;
 
   /** Takes the lock. Waits while another thread holds it. */
   void lock() noexcept QK_ACQUIRE() {
-    if (!enter_as_favourite()) [[unlikely]]
+    if (!enter_as_favourite().is_inside()) [[unlikely]]
       lock_word();
+  }
+
+  /** How the favourite has entered. */
+  struct Entry {
+    std::uint64_t flag;
+    std::uint32_t depth;  // how often it had entered before
+
+    [[nodiscard]] bool is_inside() const noexcept { return flag < kFavourites; }
+  };
+
+  /**
+   * Takes the lock if the calling thread is the favourite, in a few instructions without a call. If
+   * not, the caller isn't inside, and has to lock().
+   */
+  [[nodiscard]] Entry enter_as_favourite() noexcept QK_UNCHECKED_LOCKING {
+    const std::uint64_t favourite = favourite_.load(std::memory_order_relaxed);
+    const std::uint64_t flag = flag_in(favourite);
+    if (flag >= kFavourites) [[unlikely]]
+      return {kFavourites, 0};
+    const Entry entry = {flag, inside_[flag].load(std::memory_order_relaxed)};
+    inside_[flag].store(entry.depth + 1, std::memory_order_relaxed);
+    std::atomic_signal_fence(std::memory_order_seq_cst);
+    if (entry.depth != 0) [[unlikely]]
+      return entry;
+    if (favourite_.load(std::memory_order_acquire) == favourite) [[likely]]
+      return entry;
+    leave(entry);
+    return {kFavourites, 0};
+  }
+
+  /**
+   * Undoes what enter_as_favourite() has done, which is in no favour any more if others have come.
+   * Wakes all, since the one that waits for the flag holds the word, for which others wait.
+   */
+  void leave(Entry entry) noexcept QK_UNCHECKED_LOCKING {
+    inside_[entry.flag].store(entry.depth, std::memory_order_release);
+    if (entry.depth != 0) [[unlikely]]
+      return;
+    std::atomic_signal_fence(std::memory_order_seq_cst);
+    wake_sleepers();
   }
 
   /**
@@ -51,7 +94,7 @@ class QK_CAPABILITY("mutex") BasicMtx {
    * waits, but withdraws another thread's favour.
    */
   [[nodiscard]] bool try_lock() noexcept QK_TRY_ACQUIRE(true) {
-    return enter_as_favourite() || enter_again() || try_to_take();
+    return enter_as_favourite().is_inside() || enter_again() || try_to_take();
   }
 
   /** Undoes one lock() or successful try_lock() of the calling thread, which must hold the lock. */
@@ -60,7 +103,7 @@ class QK_CAPABILITY("mutex") BasicMtx {
     if (flag < kFavourites) [[likely]] {
       const std::uint32_t depth = inside_[flag].load(std::memory_order_relaxed);
       if (depth != 0) [[likely]]
-        return leave(flag, depth);
+        return leave({flag, depth - 1});
     }
     unlock_word();
   }
@@ -94,34 +137,11 @@ class QK_CAPABILITY("mutex") BasicMtx {
   template <class T>
   using Atomic = typename Machine::template Atomic<T>;
 
-  static constexpr std::uint64_t kFavourites = 3;
   static constexpr std::uint32_t kLongestRun = 1U << 30;
 
   /** The flag of the calling thread if it is that favourite; otherwise `kFavourites` or more. */
   [[nodiscard]] static std::uint64_t flag_in(std::uint64_t favourite) noexcept {
     return favourite - Machine::self();
-  }
-
-  bool enter_as_favourite() noexcept {
-    const std::uint64_t favourite = favourite_.load(std::memory_order_relaxed);
-    const std::uint64_t flag = flag_in(favourite);
-    if (flag >= kFavourites) [[unlikely]]
-      return false;
-    const std::uint32_t depth = inside_[flag].load(std::memory_order_relaxed);
-    inside_[flag].store(depth + 1, std::memory_order_relaxed);
-    std::atomic_signal_fence(std::memory_order_seq_cst);
-    if (depth != 0 || favourite_.load(std::memory_order_acquire) == favourite) [[likely]]
-      return true;
-    leave(flag, 1);
-    return false;
-  }
-
-  /** Wakes all, since the one that waits for the flag holds the word, for which others wait. */
-  void leave(std::uint64_t flag, std::uint32_t depth) noexcept {
-    inside_[flag].store(depth - 1, std::memory_order_release);
-    if (depth != 1) return;
-    std::atomic_signal_fence(std::memory_order_seq_cst);
-    wake_sleepers();
   }
 
   [[nodiscard]] bool has_word() const noexcept {
@@ -207,7 +227,7 @@ class QK_CAPABILITY("mutex") BasicMtx {
   [[gnu::noinline]] void unlock_word() noexcept {
     if (!has_word()) {
       const std::uint64_t flag = own_flag();
-      return leave(flag, inside_[flag].load(std::memory_order_relaxed));
+      return leave({flag, inside_[flag].load(std::memory_order_relaxed) - 1});
     }
     if (repeats_ != 0) {
       --repeats_;

@@ -5,7 +5,7 @@
 
 namespace qk {
 
-constinit KnownPath known_paths[kKnownPaths] = {};
+constinit KnownPath known_paths[kKnownPaths];
 
 namespace {
 
@@ -57,7 +57,7 @@ const char* search_path(const char* path) noexcept {
   if (!is_literal(address)) return name;
   const auto offset = static_cast<std::uint64_t>(name - path);
   if (offset <= 0xFFFF && address >> 47 == 0) {
-    known_path_at(address).store((address + 1) << 16 | offset, std::memory_order_relaxed);
+    known_path_at(address).store(address << 16 | offset, std::memory_order_relaxed);
   }
   return name;
 }

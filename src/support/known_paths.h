@@ -17,25 +17,37 @@
  */
 namespace qk {
 
-/** The address behind a path's first byte in the upper 48 bits, and the last component's offset. */
-using KnownPath = std::atomic<std::uint64_t>;
+/**
+ * A path's address in the upper 48 bits, and the last component's offset. At first there is none,
+ * which null would match.
+ */
+struct KnownPath : std::atomic<std::uint64_t> {
+  constexpr KnownPath() : atomic(~std::uint64_t{0}) {}
+};
 inline constexpr std::size_t kKnownPaths = 64;
 extern KnownPath known_paths[kKnownPaths];
 
 [[nodiscard]] inline KnownPath& known_path_at(std::uintptr_t address) noexcept {
-  return known_paths[(address ^ address >> 6) % kKnownPaths];
+  return known_paths[address / 8 % kKnownPaths];
 }
 
 /** Same as file_name_only(), and remembers the path if it is the program's literal. */
 [[nodiscard]] const char* search_path(const char* path) noexcept;
 
-/** Same as file_name_only(), without a search for paths that are remembered. */
-[[nodiscard]] inline const char* name_in_known_path(const char* path) noexcept {
+/** Whether a path is remembered. If so, sets `name` to what file_name_only() returns for it. */
+[[nodiscard]] inline bool find_known_name(const char* path, const char*& name) noexcept {
   const auto address = reinterpret_cast<std::uintptr_t>(path);
   const std::uint64_t known = known_path_at(address).load(std::memory_order_relaxed);
-  if (kShortcuts && known >> 16 == address + 1) [[likely]]
-    return path + (known & 0xFFFF);
-  return search_path(path);
+  if (!kShortcuts || known >> 16 != address) [[unlikely]]
+    return false;
+  name = path + (known & 0xFFFF);
+  return true;
+}
+
+/** Same as file_name_only(), without a search for paths that are remembered. */
+[[nodiscard]] inline const char* name_in_path(const char* path) noexcept {
+  const char* name = nullptr;
+  return find_known_name(path, name) ? name : search_path(path);
 }
 
 }  // namespace qk

@@ -26,17 +26,58 @@ class NumberSet {
   [[nodiscard]] std::uint32_t limit() const noexcept { return levels_[0].bits; }
 
   /** Adds a number below the limit, if it is missing. */
-  void add(std::uint32_t number) noexcept;
+  void add(std::uint32_t number) noexcept {
+    for (int level = 0; level < count_; ++level) {
+      std::uint64_t& word = levels_[level].words[number / kBits];
+      word |= bit_of(number);
+      if (word != kFull) [[likely]]
+        return;
+      number /= kBits;
+    }
+  }
 
   /** Removes a number below the limit, if it is in the set. */
-  void remove(std::uint32_t number) noexcept;
+  void remove(std::uint32_t number) noexcept {
+    for (int level = 0; level < count_; ++level) {
+      std::uint64_t& word = levels_[level].words[number / kBits];
+      const bool was_full = word == kFull;
+      word &= ~bit_of(number);
+      if (!was_full) [[likely]]
+        return;
+      number /= kBits;
+    }
+  }
 
-  [[nodiscard]] bool contains(std::uint32_t number) const noexcept;
+  [[nodiscard]] bool contains(std::uint32_t number) const noexcept {
+    return number < limit() && (levels_[0].words[number / kBits] & bit_of(number)) != 0;
+  }
 
   /** The lowest number that is not in the set; the limit if all below it are. */
-  [[nodiscard]] std::uint32_t lowest_missing() const noexcept;
+  [[nodiscard]] std::uint32_t lowest_missing() const noexcept {
+    std::uint32_t number = 0;
+    for (int level = count_; level-- > 0;) {
+      const std::uint64_t missing = ~levels_[level].words[number];
+      if (missing == 0) return limit();
+      number = number * kBits + static_cast<std::uint32_t>(__builtin_ctzll(missing));
+      // Only bits behind the last one are missing, so all before it are set.
+      if (number >= levels_[level].bits) return limit();
+    }
+    return number;
+  }
 
  private:
+  static constexpr std::uint32_t kBits = 64;
+  static constexpr std::uint64_t kFull = ~std::uint64_t{0};
+
+  [[nodiscard]] static constexpr std::uint64_t bit_of(std::uint32_t number) noexcept {
+    return std::uint64_t{1} << (number % kBits);
+  }
+
+  /** The words for so many bits. */
+  [[nodiscard]] static constexpr std::uint32_t words_of(std::uint32_t bits) noexcept {
+    return bits / kBits + (bits % kBits != 0 ? 1 : 0);
+  }
+
   /** Enough for 32 bits, of which a level takes six. */
   static constexpr int kMaxLevels = 6;
 

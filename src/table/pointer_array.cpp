@@ -20,7 +20,8 @@ std::int32_t walk(const qk_mem_ptr_array& array, std::int32_t first, const void*
 }
 
 /** Finds the first slot from 1 on that holds an address. */
-std::int32_t first_holding(const qk_mem_ptr_array& array, const void* address) {
+[[gnu::always_inline]] inline std::int32_t first_holding(const qk_mem_ptr_array& array,
+                                                         const void* address) {
   SlotIndex* const index = index_of(array);
   if (index == nullptr) return walk(array, 1, address);
   const std::int32_t slot = index->lowest_holding(array.ptrs, address);
@@ -40,6 +41,7 @@ void provide_index(qk_mem_ptr_array& array) {
 
 /** Finds the lowest free slot by the notes, and corrects them. */
 std::int32_t lowest_free_by_notes(qk_mem_ptr_array& array) {
+  if (is_full(array)) return kNoSlot;
   auto& notes = array.larger;
   const std::int32_t likely = notes.spare != 0 ? notes.spare : notes.free_from;
   if (holds(array, likely, nullptr)) return likely;
@@ -138,11 +140,11 @@ bool enlarge(qk_mem_ptr_array& array, std::int32_t capacity) {
 }
 
 std::int32_t lowest_free_slot_of_larger(qk_mem_ptr_array& array) {
-  if (keeps_notes(array)) return lowest_free_by_notes(array);
-  const SlotIndex* index = index_of(array);
-  if (index == nullptr) return walk(array, 1, nullptr);
-  const std::int32_t slot = index->lowest_free();
-  return slot < array.capacity ? slot : kNoSlot;
+  if (const SlotIndex* index = index_of(array)) {
+    const std::int32_t slot = index->lowest_free();
+    return slot < array.capacity ? slot : kNoSlot;
+  }
+  return keeps_notes(array) ? lowest_free_by_notes(array) : walk(array, 1, nullptr);
 }
 
 std::int32_t search_slot(qk_mem_ptr_array& array, const void* address) {
@@ -155,8 +157,11 @@ std::int32_t search_slot(qk_mem_ptr_array& array, const void* address) {
 }
 
 void index_slot_of_larger(qk_mem_ptr_array& array, std::int32_t index) {
-  if (keeps_notes(array)) return note_occupied(array, index);
-  if (SlotIndex* slots = index_of(array)) slots->add(array.ptrs, index);
+  if (SlotIndex* slots = index_of(array)) {
+    slots->add(array.ptrs, index);
+  } else if (keeps_notes(array)) {
+    note_occupied(array, index);
+  }
 }
 
 void unindex_slot_of_larger(qk_mem_ptr_array& array, std::int32_t index) {
@@ -164,10 +169,10 @@ void unindex_slot_of_larger(qk_mem_ptr_array& array, std::int32_t index) {
 }
 
 void free_slot_of_larger(qk_mem_ptr_array& array, std::int32_t index) {
-  if (keeps_notes(array)) {
+  if (SlotIndex* slots = index_of(array)) {
+    slots->remove(array.ptrs, index);
+  } else if (keeps_notes(array)) {
     note_vacated(array, index);
-  } else {
-    unindex_slot_of_larger(array, index);
   }
   clear_slot(array.ptrs[index]);
   qk::bump(array.used, -1);

@@ -76,6 +76,19 @@ void free_slot_of_larger(qk_mem_ptr_array& array, std::int32_t index);
 /** The step of find_slot() that every array can take. */
 [[nodiscard]] std::int32_t search_slot(qk_mem_ptr_array& array, const void* address);
 
+/** take_free_slot() for a small array. Any other one has none here. */
+[[nodiscard, gnu::always_inline]] inline std::int32_t take_free_slot_of_small(
+    qk_mem_ptr_array& array) {
+  const std::uint32_t free_slots = array.free_slots;
+  if (free_slots == 0) [[unlikely]]
+    return kNoSlot;
+  const std::int32_t index = __builtin_ctz(free_slots);
+  array.free_slots = free_slots & (free_slots - 1);
+  qk::bump(array.used, 1);
+  array.last = index;
+  return index;
+}
+
 /**
  * Takes the lowest free slot from 1 on. The caller writes a record into it, then calls
  * index_slot().
@@ -83,15 +96,11 @@ void free_slot_of_larger(qk_mem_ptr_array& array, std::int32_t index);
  * @return kNoSlot if there is none.
  */
 [[nodiscard, gnu::always_inline]] inline std::int32_t take_free_slot(qk_mem_ptr_array& array) {
-  const std::uint32_t free_slots = array.free_slots;
-  std::int32_t index = 0;
-  if (free_slots != 0) [[likely]] {
-    index = __builtin_ctz(free_slots);
-    array.free_slots = free_slots & (free_slots - 1);
-  } else {
-    index = lowest_free_slot_of_larger(array);
-    if (index == kNoSlot) return kNoSlot;
-  }
+  const std::int32_t index_in_small = take_free_slot_of_small(array);
+  if (index_in_small != kNoSlot) [[likely]]
+    return index_in_small;
+  const std::int32_t index = lowest_free_slot_of_larger(array);
+  if (index == kNoSlot) return kNoSlot;
   qk::bump(array.used, 1);
   array.last = index;
   return index;

@@ -123,7 +123,7 @@ void remove_visited(qk_mem_handle& handle, qk_mem_ptr_array& array, std::int32_t
 
 void add_bytes(qk_mem_handle& handle, ChargedTo sum, std::uint64_t bytes) {
   const HandleLock lock(handle);
-  charge(handle, sum, bytes, qk::is_single_threaded());
+  charge(handle, tag_sums_of(handle, qk::is_single_threaded()), sum, bytes);
 }
 
 }  // namespace qk::mem

@@ -33,34 +33,36 @@ template <class Steps>
 }
 
 /** Adds bytes to a sum; a negated number subtracts. */
-inline void charge(qk_mem_handle& handle, ChargedTo sum, std::uint64_t bytes,
-                   bool single_threaded) {
+[[gnu::always_inline]] inline void charge(qk_mem_handle& handle, TagSums tag, ChargedTo sum,
+                                          std::uint64_t bytes) {
   assert_held(handle);
   if (sum == ChargedTo::kOverhead) {
     qk::bump(handle.overhead_amount, bytes);
   } else if (sum == ChargedTo::kData) {
     qk::bump(handle.amount, bytes);
-    add_to_tag_amount(handle, bytes, single_threaded);
+    qk::bump(tag.amount, bytes);
   }
 }
 
 /** Adds 1 or -1 to the quantity that records of `kind` are counted in. */
-inline void count_record(qk_mem_handle& handle, unsigned char kind, int by, bool single_threaded) {
+[[gnu::always_inline]] inline void count_record(qk_mem_handle& handle, TagSums tag,
+                                                unsigned char kind, int by) {
   assert_held(handle);
   const auto change = static_cast<std::uint32_t>(by);
   if (counts_as_overhead(kind)) {
     qk::bump(handle.overhead_qty, change);
   } else {
     qk::bump(handle.qty, change);
-    add_to_tag_qty(handle, change, single_threaded);
+    qk::bump(tag.qty, change);
   }
 }
 
 /** Counts a record that was just written into a slot, and adds its bytes to `sum`. */
 [[gnu::always_inline]] inline void count_in(qk_mem_handle& handle, const qk_mem_ptr& record,
                                             ChargedTo sum, bool single_threaded) {
-  count_record(handle, record.kind, 1, single_threaded);
-  charge(handle, sum, bytes_of(record), single_threaded);
+  const TagSums tag = tag_sums_of(handle, single_threaded);
+  count_record(handle, tag, record.kind, 1);
+  charge(handle, tag, sum, bytes_of(record));
 }
 
 /**
@@ -77,6 +79,16 @@ inline void count_record(qk_mem_handle& handle, unsigned char kind, int by, bool
 }
 
 /** Writes a record into a slot that was just taken, counts it and adds its bytes to `sum`. */
+[[gnu::always_inline]] inline void fill_slot_of_small(qk_mem_handle& handle,
+                                                      qk_mem_ptr_array& array, std::int32_t index,
+                                                      const qk_mem_ptr& record, ChargedTo sum,
+                                                      bool single_threaded) {
+  write_slot(array.ptrs[index], record);
+  count_in(handle, record, sum, single_threaded);
+  set_print(array.prints, static_cast<std::uint32_t>(index), print_of(record.address));
+}
+
+/** The same in any array. */
 [[gnu::always_inline]] inline void fill_slot(qk_mem_handle& handle, qk_mem_ptr_array& array,
                                              std::int32_t index, const qk_mem_ptr& record,
                                              ChargedTo sum, bool single_threaded) {
@@ -96,19 +108,25 @@ inline void count_record(qk_mem_handle& handle, unsigned char kind, int by, bool
 [[gnu::always_inline]] inline void vacate(qk_mem_handle& handle, qk_mem_ptr_array& array,
                                           std::int32_t index, const unsigned char& kind,
                                           bool single_threaded) {
-  assert_held(handle);
   free_slot(array, index);
-  count_record(handle, kind, -1, single_threaded);
+  count_record(handle, tag_sums_of(handle, single_threaded), kind, -1);
 }
 
-/** Subtracts the bytes of the record in a slot from `sum`. */
-[[gnu::always_inline]] inline void discharge(qk_mem_handle& handle, const qk_mem_ptr& slot,
-                                             ChargedTo sum, bool single_threaded) {
-  charge(handle, sum, 0 - qk::load(slot.count) * qk::load(slot.size), single_threaded);
+/** The bytes of the record in a slot. */
+[[nodiscard]] inline std::uint64_t bytes_in(const qk_mem_ptr& slot) {
+  return qk::load(slot.count) * qk::load(slot.size);
 }
 
 /** The kind in a cleared slot. The library subtracts every record as one of this kind. */
 inline constexpr unsigned char kClearedKind = 0;
+
+/** Undoes count_in() for a record of these bytes, except that it always counts as one of data. */
+[[gnu::always_inline]] inline void count_out(qk_mem_handle& handle, std::uint64_t bytes,
+                                             ChargedTo sum, bool single_threaded) {
+  const TagSums tag = tag_sums_of(handle, single_threaded);
+  charge(handle, tag, sum, 0 - bytes);
+  count_record(handle, tag, kClearedKind, -1);
+}
 
 /**
  * Subtracts a record's bytes from `sum` and removes it. The array's own record stays in its slot.
@@ -116,18 +134,19 @@ inline constexpr unsigned char kClearedKind = 0;
 [[gnu::always_inline]] inline void remove_record(qk_mem_handle& handle, qk_mem_ptr_array& array,
                                                  std::int32_t index, ChargedTo sum,
                                                  bool single_threaded) {
-  assert_held(handle);
-  discharge(handle, array.ptrs[index], sum, single_threaded);
-  if (index > 0) vacate(handle, array, index, kClearedKind, single_threaded);
+  const std::uint64_t bytes = bytes_in(array.ptrs[index]);
+  if (index == 0) return charge(handle, tag_sums_of(handle, single_threaded), sum, 0 - bytes);
+  free_slot(array, index);
+  count_out(handle, bytes, sum, single_threaded);
 }
 
 /** Does the same to a record of a small array, which is not the array's own. */
 [[gnu::always_inline]] inline void remove_from_small(qk_mem_handle& handle, qk_mem_ptr_array& array,
                                                      std::int32_t index, ChargedTo sum,
                                                      bool single_threaded) {
-  discharge(handle, array.ptrs[index], sum, single_threaded);
+  const std::uint64_t bytes = bytes_in(array.ptrs[index]);
   free_slot_of_small(array, index);
-  count_record(handle, kClearedKind, -1, single_threaded);
+  count_out(handle, bytes, sum, single_threaded);
 }
 
 /**
@@ -137,20 +156,18 @@ inline constexpr unsigned char kClearedKind = 0;
 [[gnu::always_inline]] inline void set_aside(qk_mem_handle& handle, qk_mem_ptr_array& array,
                                              std::int32_t index, ChargedTo sum,
                                              bool single_threaded) {
-  assert_held(handle);
-  discharge(handle, array.ptrs[index], sum, single_threaded);
-  if (index == 0) return;
+  const std::uint64_t bytes = bytes_in(array.ptrs[index]);
+  if (index == 0) return charge(handle, tag_sums_of(handle, single_threaded), sum, 0 - bytes);
   hide_address(array, index);
-  count_record(handle, kClearedKind, -1, single_threaded);
+  count_out(handle, bytes, sum, single_threaded);
 }
 
 /** Does the same to a record of a small array, which is not the array's own. */
 [[gnu::always_inline]] inline void set_aside_in_small(qk_mem_handle& handle,
                                                       qk_mem_ptr_array& array, std::int32_t index,
                                                       ChargedTo sum, bool single_threaded) {
-  discharge(handle, array.ptrs[index], sum, single_threaded);
   hide_address_in_small(array, index);
-  count_record(handle, kClearedKind, -1, single_threaded);
+  count_out(handle, bytes_in(array.ptrs[index]), sum, single_threaded);
 }
 
 /** Whether a slot has a record that is set aside. Not so once the array has lost its slots. */
@@ -161,12 +178,12 @@ inline constexpr unsigned char kClearedKind = 0;
 /** Undoes set_aside(). */
 inline void put_back(qk_mem_handle& handle, qk_mem_ptr_array& array, std::int32_t index,
                      const qk_mem_ptr& record, ChargedTo sum, bool single_threaded) {
-  assert_held(handle);
+  const TagSums tag = tag_sums_of(handle, single_threaded);
   if (index != 0) {
     replace_address(array, index, record.address);
-    count_record(handle, kClearedKind, 1, single_threaded);
+    count_record(handle, tag, kClearedKind, 1);
   }
-  charge(handle, sum, bytes_of(record), single_threaded);
+  charge(handle, tag, sum, bytes_of(record));
 }
 
 /** Takes the slot of a record that is set aside for another record. */

@@ -1,6 +1,9 @@
 #ifndef QKMEM_TABLE_SLOT_H_
 #define QKMEM_TABLE_SLOT_H_
 
+#include <bit>
+#include <cstddef>
+#include <cstdint>
 #include <optional>
 
 #include "core/records.h"
@@ -52,26 +55,36 @@ inline constinit char set_aside_mark = 0;
   return record;
 }
 
-/** Writes everything but the address. */
-inline void write_contents(qk_mem_ptr& slot, const qk_mem_ptr& record) {
+/** The last four fields of a record as they are in memory. */
+[[nodiscard]] constexpr std::uint64_t last_word_of(const qk_mem_ptr& record) {
+  static_assert(offsetof(qk_mem_ptr, seq) == 40 && offsetof(qk_mem_ptr, line) == 44 &&
+                offsetof(qk_mem_ptr, kind) == 46 && offsetof(qk_mem_ptr, baselined) == 47);
+  if constexpr (std::endian::native == std::endian::little) {
+    const std::uint32_t high =
+        record.line | std::uint32_t{record.kind} << 16 | std::uint32_t{record.baselined} << 24;
+    return std::uint64_t{high} << 32 | record.seq;
+  } else {
+    return std::uint64_t{record.seq} << 32 | std::uint32_t{record.line} << 16 |
+           std::uint32_t{record.kind} << 8 | record.baselined;
+  }
+}
+
+/** Each store costs, so small fields are written together. */
+inline void write_slot(qk_mem_ptr& slot, const qk_mem_ptr& record) {
   qk::store(slot.tracker, record.tracker);
   qk::store(slot.file, record.file);
   qk::store(slot.count, record.count);
   qk::store(slot.size, record.size);
-  qk::store(slot.seq, record.seq);
-  qk::store(slot.line, record.line);
-  qk::store(slot.kind, record.kind);
-  qk::store(slot.baselined, record.baselined);
-}
-
-inline void write_slot(qk_mem_ptr& slot, const qk_mem_ptr& record) {
-  write_contents(slot, record);
+  qk::store_word(&slot.seq, last_word_of(record));
   qk::publish(slot.address, record.address);
 }
 
 inline void clear_slot(qk_mem_ptr& slot) {
-  qk::store(slot.address, nullptr);
-  write_contents(slot, qk_mem_ptr{});
+  auto* const bytes = reinterpret_cast<char*>(&slot);
+#pragma GCC unroll 6
+  for (std::uint64_t offset = 0; offset < kSlotBytes; offset += sizeof(std::uint64_t)) {
+    qk::store_word(bytes + offset, 0);
+  }
 }
 
 /**

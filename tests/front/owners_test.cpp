@@ -56,6 +56,9 @@ struct Way {
 const Environment kExceptions{"EXCEPTIONS", "", ""};
 const Environment kTraced{"EXCEPTIONS", "DB HEAPSIZE", ""};
 
+/** Tests are listed with it; the bytes of a Way would differ from run to run. */
+void PrintTo(const Way& way, std::ostream* out) { *out << way.name; }
+
 const Way kWays[] = {
     {"Deletion", "", &end_by_deletion, kExceptions},
     {"DeletionUnwatched", "", &end_by_deletion, {}},

@@ -8,12 +8,12 @@
 
 namespace {
 
-std::string name_in(const char* path) { return qk::name_in_known_path(path); }
+std::string name_in(const char* path) { return qk::name_in_path(path); }
 
 TEST(KnownPath, HasTheNameEachTime) {
   static const char path[] = "src/pool/app.c";
   for (int i = 0; i < 3; ++i) {
-    EXPECT_EQ(qk::name_in_known_path(path), path + 9);
+    EXPECT_EQ(qk::name_in_path(path), path + 9);
   }
 }
 
@@ -55,7 +55,7 @@ TEST(KnownPath, MayBeLongerThanAnOffsetCanSay) {
     path.text[69999] = '\0';
     return path;
   }();
-  for (int i = 0; i < 2; ++i) EXPECT_EQ(qk::name_in_known_path(kPath.text), kPath.text + 69001);
+  for (int i = 0; i < 2; ++i) EXPECT_EQ(qk::name_in_path(kPath.text), kPath.text + 69001);
 }
 
 }  // namespace

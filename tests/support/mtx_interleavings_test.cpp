@@ -142,6 +142,14 @@ class MtxInterleavings : public ::testing::Test {
     scene_.first.unlock();
   }
 
+  /** As calls that need few registers in the usual case. */
+  void enter_as_favourite_or_lock() {
+    const auto entry = scene_.first.enter_as_favourite();
+    if (!entry.is_inside()) return lock_and_enter();
+    enter();
+    scene_.first.leave(entry);
+  }
+
   void try_and_enter() {
     if (!scene_.first.try_lock()) return;
     enter();
@@ -183,6 +191,18 @@ TYPED_TEST(MtxInterleavings, ExcludeThreadsAndWakeThem) {
   this->walk_.lives[0] = this->walk_.lives[1] = [this] {
     this->lock_and_enter();
     this->lock_and_enter();
+  };
+  this->walk(1000);
+}
+
+TYPED_TEST(MtxInterleavings, ExcludeFavouritesThatHaveEntered) {
+  this->walk_.lives[0] = [this] {
+    this->lock_and_enter();
+    this->enter_as_favourite_or_lock();
+  };
+  this->walk_.lives[1] = [this] {
+    this->lock_and_enter();
+    this->enter_as_favourite_or_lock();
   };
   this->walk(1000);
 }

@@ -29,9 +29,21 @@ class Mtx : private RealMtx {
     lock_order::released(this);
     RealMtx::unlock();
   }
+  [[nodiscard]] Entry enter_as_favourite() noexcept {
+    if (!held()) lock_order::requested(this);
+    const Entry entry = RealMtx::enter_as_favourite();
+    if (entry.is_inside()) lock_order::acquired(this);
+    return entry;
+  }
+  void leave(Entry entry) noexcept {
+    lock_order::released(this);
+    RealMtx::leave(entry);
+  }
   using RealMtx::assert_held;
+  using RealMtx::Entry;
   using RealMtx::forget_waiters;
   using RealMtx::held;
+  using RealMtx::kFavourites;
   using RealMtx::wake_sleepers;
 };
 
