@@ -46,7 +46,8 @@ constinit std::atomic<bool (*)(const InterruptedThread&)> interrupts_something{n
 
 /**
  * Signal handlers work here, since the interrupted thread's stack may be a small alternate signal
- * stack or nearly used up. The lowest page is a guard.
+ * stack or nearly used up. The lowest page is a guard, which can be read: leak checkers and collectors
+ * of garbage read all of a program's variables.
  */
 constexpr std::size_t kStackSize = 262144;
 constexpr std::size_t kPage = 4096;
@@ -274,7 +275,7 @@ void watch_ending_signals(ExitHandlerRun run) {
   adopt_process();
   find_functions();
   run_handlers.store(run);
-  mprotect(stack, kPage, PROT_NONE);
+  mprotect(stack, kPage, PROT_READ);
   for (const int signal_number : kWatchedSignals) {
     const auto action = action_of(signal_number);
     // SA_RESTART: the program must not notice that the end was put off.

@@ -1,4 +1,7 @@
 #include <gtest/gtest.h>
+#include <link.h>
+#include <sys/uio.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -273,6 +276,30 @@ TEST(Error, IsZeroUntilACallFailsAndBelongsToItsThread) {
   qk_mem_ifree(QK_MEM_DATA_HANDLE, qk_mem_imalloc(QK_MEM_DATA_HANDLE, 8, 16, "app.c", 3), "app.c",
                4);
   EXPECT_EQ(qk_mem_error(), 5566);  // success doesn't reset it
+}
+
+/** Adds the pages of the writable segments of a module that can't be read. */
+int count_unreadable_pages(dl_phdr_info* module, std::size_t /*size*/, void* count) {
+  for (int i = 0; i < module->dlpi_phnum; ++i) {
+    const ElfW(Phdr)& segment = module->dlpi_phdr[i];
+    if (segment.p_type != PT_LOAD || (segment.p_flags & PF_W) == 0) continue;
+    const std::uintptr_t begin = module->dlpi_addr + segment.p_vaddr;
+    for (std::uintptr_t at = begin; at < begin + segment.p_memsz; at += 4096) {
+      char byte = 0;
+      const iovec to = {&byte, 1};
+      const iovec from = {reinterpret_cast<void*>(at), 1};
+      if (process_vm_readv(getpid(), &to, 1, &from, 1, 0) != 1) ++*static_cast<int*>(count);
+    }
+  }
+  return 0;
+}
+
+// Leak checkers read all variables, and end the program if they can't.
+TEST(StartUp, LeavesAllVariablesReadable) {
+  qk_mem_init();
+  int unreadable = 0;
+  dl_iterate_phdr(count_unreadable_pages, &unreadable);
+  EXPECT_EQ(unreadable, 0);
 }
 
 // Once there are threads it takes some milliseconds, under a lock. No call of the library comes first.
