@@ -74,8 +74,8 @@ template <class Lock>
 }
 
 /**
- * The usual case is a function of its own, because it needs few registers. Its parameters are in the
- * places where the caller has them.
+ * The usual case is a function of its own, because it needs few registers. Its parameters are in
+ * the places where the caller has them.
  */
 template <class Lock>
 [[gnu::noipa]] void* malloc_recorded(qk_mem_handle& handle, std::size_t size, int /*alignment*/,

@@ -46,8 +46,8 @@ constinit std::atomic<bool (*)(const InterruptedThread&)> interrupts_something{n
 
 /**
  * Signal handlers work here, since the interrupted thread's stack may be a small alternate signal
- * stack or nearly used up. The lowest page is a guard, which can be read: leak checkers and collectors
- * of garbage read all of a program's variables.
+ * stack or nearly used up. The lowest page is a guard. It can be read, since leak checkers and
+ * collectors of garbage read all of a program's variables.
  */
 constexpr std::size_t kStackSize = 262144;
 constexpr std::size_t kPage = 4096;

@@ -14,8 +14,8 @@
  * The steps that insert and remove a record: the slot, the quantities, the bytes. They are inline
  * because they are most of what a tracked call costs beside the system's allocator.
  *
- * All calls need the handle's lock; charge() and count_record() assert it for all. `single_threaded`
- * is qk::is_single_threaded(), which the caller asks once for all steps.
+ * All calls need the handle's lock; charge() and count_record() assert it for all.
+ * `single_threaded` is qk::is_single_threaded(), which the caller asks once for all steps.
  */
 namespace qk::mem {
 

@@ -302,7 +302,7 @@ TEST(StartUp, LeavesAllVariablesReadable) {
   EXPECT_EQ(unreadable, 0);
 }
 
-// Once there are threads it takes some milliseconds, under a lock. No call of the library comes first.
+// Once there are threads it takes some milliseconds, under a lock. The library isn't called first.
 TEST(StartUp, PreparesLocksBeforeMain) {
 #ifndef __SANITIZE_THREAD__
   EXPECT_TRUE(qk::process_barrier_works());
