@@ -48,7 +48,7 @@ class FavouriteLock {
 
  private:
   qk::Mtx* const mtx_;
-  qk::Mtx::Entry entry_ = {qk::Mtx::kFavourites, 0};
+  qk::Mtx::Entry entry_;
 };
 
 /** Whether a lock is held as far as its handle needs one. */

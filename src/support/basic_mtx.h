@@ -36,9 +36,6 @@ namespace qk {
 template <class Machine>
 class QK_CAPABILITY("mutex") BasicMtx {
  public:
-  /** So many threads can have been favourites, one after the other. */
-  static constexpr std::uint64_t kFavourites = 3;
-
   constexpr BasicMtx() noexcept = default;
   BasicMtx(const BasicMtx&) = delete;
   BasicMtx& operator=(const BasicMtx&) = delete;
@@ -49,10 +46,10 @@ class QK_CAPABILITY("mutex") BasicMtx {
       lock_word();
   }
 
-  /** How the favourite has entered. */
+  /** How the favourite has entered; at first, that it has not. */
   struct Entry {
-    std::uint64_t flag;
-    std::uint32_t depth;  // how often it had entered before
+    std::uint64_t flag = kFavourites;
+    std::uint32_t depth = 0;  // how often it had entered before
 
     [[nodiscard]] bool is_inside() const noexcept { return flag < kFavourites; }
   };
@@ -65,7 +62,7 @@ class QK_CAPABILITY("mutex") BasicMtx {
     const std::uint64_t favourite = favourite_.load(std::memory_order_relaxed);
     const std::uint64_t flag = flag_in(favourite);
     if (flag >= kFavourites) [[unlikely]]
-      return {kFavourites, 0};
+      return {};
     const Entry entry = {flag, inside_[flag].load(std::memory_order_relaxed)};
     inside_[flag].store(entry.depth + 1, std::memory_order_relaxed);
     std::atomic_signal_fence(std::memory_order_seq_cst);
@@ -74,12 +71,12 @@ class QK_CAPABILITY("mutex") BasicMtx {
     if (favourite_.load(std::memory_order_acquire) == favourite) [[likely]]
       return entry;
     leave(entry);
-    return {kFavourites, 0};
+    return {};
   }
 
   /**
-   * Undoes what enter_as_favourite() has done, which is in no favour any more if others have come.
-   * Wakes all, since the one that waits for the flag holds the word, for which others wait.
+   * Undoes the enter_as_favourite() that has returned `entry`. The favour may be gone by now. Wakes
+   * all, since the one that waits for the flag holds the word, for which others wait.
    */
   void leave(Entry entry) noexcept QK_UNCHECKED_LOCKING {
     inside_[entry.flag].store(entry.depth, std::memory_order_release);
@@ -137,6 +134,8 @@ class QK_CAPABILITY("mutex") BasicMtx {
   template <class T>
   using Atomic = typename Machine::template Atomic<T>;
 
+  /** So many threads can be favourites, one after the other. Each has a flag for good. */
+  static constexpr std::uint64_t kFavourites = 3;
   static constexpr std::uint32_t kLongestRun = 1U << 30;
 
   /** The flag of the calling thread if it is that favourite; otherwise `kFavourites` or more. */

@@ -18,8 +18,8 @@
 namespace qk {
 
 /**
- * A path's address in the upper 48 bits, and the last component's offset. At first there is none,
- * which null would match.
+ * A path's address in the upper 48 bits, and the last component's offset. At first all bits are
+ * set, since null would match a zero.
  */
 struct KnownPath : std::atomic<std::uint64_t> {
   constexpr KnownPath() : atomic(~std::uint64_t{0}) {}

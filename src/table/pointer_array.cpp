@@ -39,7 +39,10 @@ void provide_index(qk_mem_ptr_array& array) {
   array.larger.index = SlotIndex::make(array.ptrs, array.capacity);
 }
 
-/** Finds the lowest free slot by the notes, and corrects them. */
+/**
+ * Finds the lowest free slot by the notes, and corrects them. It doesn't walk over a full array, as
+ * each growth would take as long as the array is.
+ */
 std::int32_t lowest_free_by_notes(qk_mem_ptr_array& array) {
   if (is_full(array)) return kNoSlot;
   auto& notes = array.larger;

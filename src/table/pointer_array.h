@@ -76,17 +76,21 @@ void free_slot_of_larger(qk_mem_ptr_array& array, std::int32_t index);
 /** The step of find_slot() that every array can take. */
 [[nodiscard]] std::int32_t search_slot(qk_mem_ptr_array& array, const void* address);
 
+/** Counts a free slot as taken, and returns it. */
+[[gnu::always_inline]] inline std::int32_t take_slot(qk_mem_ptr_array& array, std::int32_t index) {
+  qk::bump(array.used, 1);
+  array.last = index;
+  return index;
+}
+
 /** take_free_slot() for a small array. Any other one has none here. */
 [[nodiscard, gnu::always_inline]] inline std::int32_t take_free_slot_of_small(
     qk_mem_ptr_array& array) {
   const std::uint32_t free_slots = array.free_slots;
   if (free_slots == 0) [[unlikely]]
     return kNoSlot;
-  const std::int32_t index = __builtin_ctz(free_slots);
   array.free_slots = free_slots & (free_slots - 1);
-  qk::bump(array.used, 1);
-  array.last = index;
-  return index;
+  return take_slot(array, __builtin_ctz(free_slots));
 }
 
 /**
@@ -100,10 +104,7 @@ void free_slot_of_larger(qk_mem_ptr_array& array, std::int32_t index);
   if (index_in_small != kNoSlot) [[likely]]
     return index_in_small;
   const std::int32_t index = lowest_free_slot_of_larger(array);
-  if (index == kNoSlot) return kNoSlot;
-  qk::bump(array.used, 1);
-  array.last = index;
-  return index;
+  return index == kNoSlot ? kNoSlot : take_slot(array, index);
 }
 
 /** Whether no slot below an occupied one of a small array is free. */

@@ -69,21 +69,25 @@ inline constinit char set_aside_mark = 0;
   }
 }
 
+/** Eight bytes of a slot. */
+[[nodiscard]] inline void* word_of(qk_mem_ptr& slot, std::size_t offset) {
+  return reinterpret_cast<char*>(&slot) + offset;
+}
+
 /** Each store costs, so small fields are written together. */
 inline void write_slot(qk_mem_ptr& slot, const qk_mem_ptr& record) {
   qk::store(slot.tracker, record.tracker);
   qk::store(slot.file, record.file);
   qk::store(slot.count, record.count);
   qk::store(slot.size, record.size);
-  qk::store_word(&slot.seq, last_word_of(record));
+  qk::store_word(word_of(slot, offsetof(qk_mem_ptr, seq)), last_word_of(record));
   qk::publish(slot.address, record.address);
 }
 
 inline void clear_slot(qk_mem_ptr& slot) {
-  auto* const bytes = reinterpret_cast<char*>(&slot);
 #pragma GCC unroll 6
-  for (std::uint64_t offset = 0; offset < kSlotBytes; offset += sizeof(std::uint64_t)) {
-    qk::store_word(bytes + offset, 0);
+  for (std::size_t offset = 0; offset < sizeof slot; offset += sizeof(std::uint64_t)) {
+    qk::store_word(word_of(slot, offset), 0);
   }
 }
 

@@ -43,7 +43,6 @@ class Mtx : private RealMtx {
   using RealMtx::Entry;
   using RealMtx::forget_waiters;
   using RealMtx::held;
-  using RealMtx::kFavourites;
   using RealMtx::wake_sleepers;
 };
 
