@@ -20,6 +20,7 @@ set(library_sources
   support/mtx.cpp
   support/number_set.cpp
   support/options.cpp
+  support/page_arena.cpp
   support/page_buffer.cpp
   support/process_barrier.cpp
   support/signal_names.cpp
