@@ -6,7 +6,7 @@
 #include <bit>
 #include <cerrno>
 #include <cstring>
-#include <new>
+#include <memory>
 #include <utility>
 
 #include "support/shared_variable.h"
@@ -20,7 +20,7 @@ constexpr std::size_t kPage = 4096;
 
 /** A class holds memory of a power of two. */
 int class_of(std::size_t bytes) {
-  return std::bit_width((std::max(bytes, kSmallest) - 1) / kSmallest);
+  return static_cast<int>(std::bit_width((std::max(bytes, kSmallest) - 1) / kSmallest));
 }
 
 std::size_t bytes_of_class(int number) { return kSmallest << number; }
@@ -65,7 +65,7 @@ void* PageArena::take(std::size_t bytes) noexcept {
 void PageArena::give_back(void* memory, std::size_t bytes) noexcept {
   if (memory == nullptr) return;
   const int number = class_of(bytes);
-  free_[number] = new (memory) Free{free_[number]};
+  free_[number] = std::construct_at(static_cast<Free*>(memory), Free{free_[number]});
 }
 
 }  // namespace qk
