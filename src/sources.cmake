@@ -30,6 +30,7 @@ set(library_sources
   support/text.cpp
   support/thread_id.cpp
 
+  formats/figures.cpp
   formats/trace_reader.cpp
   formats/trace_row.cpp
 
