@@ -22,6 +22,7 @@ set(library_sources
   support/options.cpp
   support/page_arena.cpp
   support/page_buffer.cpp
+  support/page_writer.cpp
   support/process_barrier.cpp
   support/signal_names.cpp
   support/stack_switch.cpp
@@ -29,8 +30,10 @@ set(library_sources
   support/system.cpp
   support/text.cpp
   support/thread_id.cpp
+  support/utf8.cpp
 
   formats/figures.cpp
+  formats/json.cpp
   formats/trace_reader.cpp
   formats/trace_row.cpp
 

@@ -3,14 +3,13 @@
 #include <sys/mman.h>
 
 #include <algorithm>
-#include <cstring>
 
 namespace qk {
 
 bool PageBuffer::append(std::string_view text) noexcept {
   if (text.size() > size_ - used_ && !grow(used_ + text.size())) return false;
-  std::memcpy(bytes_ + used_, text.data(), text.size());
-  used_ += text.size();
+  // Not memcpy(), because an empty text can have a null address, as the buffer has at first.
+  used_ += text.copy(bytes_ + used_, text.size());
   return true;
 }
 

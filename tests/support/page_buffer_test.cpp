@@ -24,6 +24,16 @@ TEST(PageBuffer, KeepsAllTextAsItGrows) {
   buffer.clear();
 }
 
+TEST(PageBuffer, TakesEmptyTexts) {
+  qk::PageBuffer buffer;
+  EXPECT_TRUE(buffer.append(""));
+  EXPECT_TRUE(buffer.append({}));
+  EXPECT_TRUE(buffer.append("a"));
+  EXPECT_TRUE(buffer.append({}));
+  EXPECT_EQ(buffer.text(), "a");
+  buffer.clear();
+}
+
 #if !defined(__SANITIZE_THREAD__) && !defined(__SANITIZE_ADDRESS__)
 TEST(PageBuffer, KeepsItsTextIfThereIsNoMemory) {
   qk::PageBuffer buffer;
