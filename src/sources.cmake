@@ -34,6 +34,7 @@ set(library_sources
 
   formats/figures.cpp
   formats/json.cpp
+  formats/openmetrics.cpp
   formats/trace_reader.cpp
   formats/trace_row.cpp
 
