@@ -33,8 +33,10 @@ set(library_sources
   support/utf8.cpp
 
   formats/figures.cpp
+  formats/intern_table.cpp
   formats/json.cpp
   formats/openmetrics.cpp
+  formats/pprof.cpp
   formats/trace_reader.cpp
   formats/trace_row.cpp
 
