@@ -9,6 +9,7 @@ set(library_sources
   support/end_runner.cpp
   support/ending_signals.cpp
   support/exit_handlers.cpp
+  support/file_names.cpp
   support/format.cpp
   support/hash.cpp
   support/heap_counter.cpp
