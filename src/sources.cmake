@@ -9,6 +9,7 @@ set(library_sources
   support/end_runner.cpp
   support/ending_signals.cpp
   support/exit_handlers.cpp
+  support/fifo.cpp
   support/file_names.cpp
   support/format.cpp
   support/hash.cpp
@@ -25,6 +26,7 @@ set(library_sources
   support/page_buffer.cpp
   support/page_writer.cpp
   support/process_barrier.cpp
+  support/replaced_file.cpp
   support/signal_names.cpp
   support/stack_switch.cpp
   support/status.cpp

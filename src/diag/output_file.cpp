@@ -7,9 +7,9 @@
 
 #include <atomic>
 #include <cerrno>
-#include <ctime>
 #include <iterator>
 
+#include "support/fifo.h"
 #include "support/no_cancellation.h"
 #include "support/shared_variable.h"
 #include "support/shortcuts.h"
@@ -18,34 +18,15 @@
 namespace qk::mem {
 namespace {
 
-constexpr int kAttempts = 100;
-constexpr timespec kBetweenAttempts = {0, 10000000};  // 10 ms
-
-bool is_fifo(const char* name) {
-  struct stat status = {};
-  return ::stat(name, &status) == 0 && S_ISFIFO(status.st_mode);
-}
-
-/** -1, with errno, if there is no reader after the last attempt. */
-int open_fifo(const char* name) {
-  for (int attempt = 1;; ++attempt) {
-    const int descriptor = ::open(name, O_WRONLY | O_NONBLOCK | O_CLOEXEC);
-    if (descriptor >= 0 || errno != ENXIO || attempt == kAttempts) return descriptor;
-    ::nanosleep(&kBetweenAttempts, nullptr);
-  }
-}
-
 void close_keeping_errno(int descriptor) {
   const int error = errno;
   ::close(descriptor);
   errno = error;
 }
 
-/** Opening a FIFO without a reader would wait for one, and hang the program's start. */
 FILE* open_fifo_stream(const char* name, const char* mode) {
-  const int descriptor = open_fifo(name);
+  const int descriptor = qk::open_fifo(name);
   if (descriptor < 0) return nullptr;
-  ::fcntl(descriptor, F_SETFL, ::fcntl(descriptor, F_GETFL) & ~O_NONBLOCK);
   FILE* stream = ::fdopen(descriptor, mode);
   if (stream == nullptr) close_keeping_errno(descriptor);
   return stream;
@@ -84,7 +65,7 @@ FILE* open_file_stream(const char* name, const char* mode) {
 }
 
 FILE* open_stream(const char* name, const char* mode) {
-  return is_fifo(name) ? open_fifo_stream(name, mode) : open_file_stream(name, mode);
+  return qk::is_fifo(name) ? open_fifo_stream(name, mode) : open_file_stream(name, mode);
 }
 
 }  // namespace
