@@ -21,7 +21,9 @@ set(library_sources
   support/modules.cpp
   support/mtx.cpp
   support/number_set.cpp
+  support/option_words.cpp
   support/options.cpp
+  support/own_message.cpp
   support/page_arena.cpp
   support/page_buffer.cpp
   support/page_writer.cpp
@@ -57,6 +59,23 @@ set(library_sources
   diag/output_file.cpp
   diag/trace_file.cpp
 
+  profile/address_table.cpp
+  profile/booking.cpp
+  profile/events.cpp
+  profile/labels.cpp
+  profile/marks.cpp
+  profile/notes.cpp
+  profile/options.cpp
+  profile/pool.cpp
+  profile/site_table.cpp
+  profile/state.cpp
+
+  profile/report/destination.cpp
+  profile/report/place.cpp
+  profile/report/report.cpp
+  profile/report/rows.cpp
+  profile/report/text_report.cpp
+
   table/block_index.cpp
   table/blocks.cpp
   table/first_fit.cpp
@@ -82,6 +101,7 @@ set(library_sources
   alloc/registration.cpp
   alloc/shared_steps.cpp
   alloc/strdup.cpp
+  alloc/unrecorded.cpp
 
   handle/clear.cpp
   handle/create.cpp
@@ -99,6 +119,8 @@ set(library_sources
   config/dump_config.cpp
   config/log_destination.cpp
   config/module_options.cpp
+  config/profile_config.cpp
+  config/profile_options.cpp
   config/refusal.cpp
 
   report/baseline.cpp

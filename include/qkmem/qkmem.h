@@ -9,6 +9,7 @@
  *   QK_MEM_DEBUG    which routines are watched and where the log is, see qk_mem_debug_config()
  *   QK_MEM_OPTIONS  heap sizes in the log, and the trace file, see qk_mem_options()
  *   QK_MEM_DUMP     the sections of the report, see qk_mem_dump_config()
+ *   QK_MEM_PROFILE  memory by the places that allocate it, see qkmem/profile.h
  *
  * Conventions. They hold for every function unless its comment says otherwise.
  *

@@ -3,10 +3,11 @@
 
 usage: check_exports.py LIBRARY NM COMPILER ROOT
 
-The interface is the functions with C linkage that the public header and what it includes declare,
+The interface is the functions with C linkage that the public headers for C declare,
 and the members and tables of the classes of namespace qk.
 """
 
+import pathlib
 import re
 import subprocess
 import sys
@@ -20,10 +21,13 @@ def output_of(*command):
 
 
 def declared_functions(compiler, root):
-    """The names in the preprocessed header, which has no comments and macros."""
-    text = output_of(compiler, "-x", "c++", "-std=c++20", "-E", "-P", "-I", f"{root}/include",
-                     f"{root}/include/qkmem/qkmem.h")
-    return set(FUNCTION.findall(text))
+    """The names in the preprocessed headers, which have no comments and macros."""
+    names = set()
+    for header in pathlib.Path(root, "include/qkmem").glob("*.h"):
+        text = output_of(compiler, "-x", "c++", "-std=c++20", "-E", "-P", "-I", f"{root}/include",
+                         str(header))
+        names |= set(FUNCTION.findall(text))
+    return names
 
 
 def exported_symbols(library, nm):

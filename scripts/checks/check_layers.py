@@ -13,6 +13,7 @@ import sys
 
 STATUS = "qkmem/status.h"
 C_HEADER = "qkmem/qkmem.h"
+PROFILE_HEADER = "qkmem/profile.h"
 FRONT = "qkmem/qkmem.hpp"
 HANDLE = "qkmem/handle.hpp"
 
@@ -22,16 +23,19 @@ SUPPORT = [STATUS]
 FORMATS = SUPPORT + ["src/support"]
 CORE = FORMATS + ["src/formats", C_HEADER]
 DIAG = CORE + ["src/core"]
+# What the profile keeps. Tables tell it of records, and its reports read it.
+PROFILE = CORE + ["src/core", PROFILE_HEADER]
 # Tables know nothing of the log and the trace file: they answer, and their callers announce.
-TABLE = CORE + ["src/core"]
-ACCOUNTING = DIAG + ["src/diag", "src/table", "src/history"]
+TABLE = PROFILE + ["src/profile"]
+ACCOUNTING = DIAG + ["src/diag", "src/profile", "src/table", "src/history"]
 BESIDE = ACCOUNTING + ["src/accounting"]
-ENTRY = BESIDE + ["src/check", "src/profile"]
+ENTRY = BESIDE + [PROFILE_HEADER, "src/check", "src/profile/report"]
 LIFE = ENTRY + ["src/alloc", "src/handle", "src/config", "src/report"]
 
 ALLOWED = {
     "include/qkmem/status.h": [],
     "include/qkmem/qkmem.h": [STATUS],
+    "include/qkmem/profile.h": [],
     "include/qkmem/arrays.hpp": [C_HEADER],
     "include/qkmem/handle.hpp": [C_HEADER],
     "include/qkmem/containers.hpp": [HANDLE],
@@ -46,7 +50,8 @@ ALLOWED = {
     "src/accounting": ACCOUNTING,
     "src/history": TABLE,
     "src/check": BESIDE,
-    "src/profile": BESIDE,
+    "src/profile": PROFILE,
+    "src/profile/report": DIAG + ["src/diag", "src/profile", "src/symbols"],
     "src/alloc": ENTRY,
     "src/handle": ENTRY,
     "src/config": ENTRY,

@@ -4,6 +4,7 @@
 #include "accounting/pieces.h"
 #include "accounting/recording.h"
 #include "core/registry.h"
+#include "profile/notes.h"
 #include "support/format.h"
 #include "table/record_steps.h"
 
@@ -25,7 +26,9 @@ qk_mem_ptr* qk_mem_new_ptr(qk_mem_handle* handle, void* address, unsigned char k
   qk_mem_ptr record = {};
   record.address = address;
   record.kind = kind;
-  if (!insert_or_grow(*handle, record, EventCount::kNotCounted, context)) return nullptr;
+  if (!insert_or_grow(*handle, record, EventCount::kNotCounted, profile::kNoSite, context)) {
+    return nullptr;
+  }
   const qk_mem_ptr_array& array = array_of(*handle, address);
   return &array.ptrs[array.last];
 }
@@ -41,7 +44,9 @@ void qk_mem_free_ptr(qk_mem_handle* handle, qk_mem_ptr* record) {
   const HandleLock lock(*handle);
   qk_mem_ptr_array& array = array_of(*handle, record->address);
   const std::int32_t index = find_slot(array, record->address);
-  if (index > 0) vacate(*handle, array, index, record->kind, qk::is_single_threaded());
+  if (index <= 0) return;
+  if (profile::is_watched(*handle)) profile::note_gone(*handle, {array, index});
+  vacate(*handle, array, index, record->kind, qk::is_single_threaded());
 }
 
 void* qk_mem_block_alloc(qk_mem_handle* handle, std::size_t size, int alignment, const char* file,

@@ -1,5 +1,6 @@
 #include "accounting/recording.h"
 
+#include "core/kinds.h"
 #include "diag/event.h"
 #include "diag/failure.h"
 #include "diag/log.h"
@@ -33,9 +34,10 @@ void warn_of_lost_array(const CallContext& context) {
 }  // namespace
 
 std::optional<qk_mem_ptr> insert_or_grow(qk_mem_handle& handle, const qk_mem_ptr& record,
-                                         EventCount event, const CallContext& context) {
+                                         EventCount event, std::uint32_t site,
+                                         const CallContext& context) {
   while (true) {
-    const Insertion insertion = insert_pointer(handle, record, event);
+    const Insertion insertion = insert_pointer(handle, record, event, site);
     switch (insertion.result) {
       case InsertResult::kInserted:
         return insertion.record;
@@ -59,7 +61,9 @@ std::optional<qk_mem_ptr> record_pointer(qk_mem_handle& handle, void* address, u
                              .line = static_cast<std::uint16_t>(context.line),
                              .kind = kind,
                              .baselined = 0};
-  return insert_or_grow(handle, record, EventCount::kCounted, context);
+  const std::uint32_t site =
+      belongs_to_program(kind) ? site_for(handle, context) : profile::kNoSite;
+  return insert_or_grow(handle, record, EventCount::kCounted, site, context);
 }
 
 }  // namespace qk::mem

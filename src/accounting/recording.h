@@ -4,19 +4,29 @@
 #include <optional>
 
 #include "diag/call_context.h"
+#include "profile/notes.h"
 #include "table/pointer_table.h"
 
 /** Records pointers. Growth of the table is announced. */
 namespace qk::mem {
 
 /**
- * Inserts a record, and numbers it if the event is counted. Grows the array when it is full.
+ * Inserts a record, and numbers it if the event is counted. Grows the array when it is full. `site`
+ * is the record's site in the profile, if it has one.
  *
  * @return the record; nothing if there is no slot for it, which is reported. A failed growth also
  *         sets the error code.
  */
 std::optional<qk_mem_ptr> insert_or_grow(qk_mem_handle& handle, const qk_mem_ptr& record,
-                                         EventCount event, const CallContext& context);
+                                         EventCount event, std::uint32_t site,
+                                         const CallContext& context);
+
+/** The site of the program's memory in the profile; none if the profile doesn't watch the handle. */
+[[nodiscard]] inline std::uint32_t site_for(const qk_mem_handle& handle,
+                                            const CallContext& context) {
+  return profile::is_watched(handle) ? profile::site_of(handle, context.file(), context.line)
+                                     : profile::kNoSite;
+}
 
 /** Records a pointer at the caller's location and counts the event. Returns as above. */
 std::optional<qk_mem_ptr> record_pointer(qk_mem_handle& handle, void* address, unsigned char kind,

@@ -4,6 +4,7 @@
 #include "accounting/pieces.h"
 #include "alloc/fast_path.h"
 #include "alloc/shared_steps.h"
+#include "alloc/unrecorded.h"
 #include "diag/log.h"
 #include "support/system_memory.h"
 
@@ -59,8 +60,10 @@ void* allocate_zeroed_piece(qk_mem_handle& handle, std::size_t num, std::size_t 
 [[gnu::noinline]] void* calloc_slow_path(int hid, std::size_t num, std::size_t size, int alignment,
                                          const char* file, int line) {
   ensure_started();
-  if (bypasses_tracking(hid)) return calloc_untracked(num, size);
   const CallContext context = calloc_context(file, line);
+  if (bypasses_tracking(hid)) {
+    return note_direct(calloc_untracked(num, size), product(num, size), context);
+  }
   qk_mem_handle* handle = look_up_handle(hid, context);
   if (handle == nullptr) return nullptr;
   if (checks_misuse(context)) warn_of_misuse(*handle, num, size, alignment, context);
@@ -72,12 +75,12 @@ void* allocate_zeroed_piece(qk_mem_handle& handle, std::size_t num, std::size_t 
   return piece;
 }
 
-template <class Lock>
+template <class Handling>
 [[gnu::noinline]] void* calloc_recorded(qk_mem_handle& handle, std::size_t num, std::size_t size,
                                         const char* file, int line) {
   void* memory = user_memory::allocate_zeroed(num, size);
-  if (memory != nullptr &&
-      record_fast<Lock>(handle, memory, kind::kCalloc, num, size, qk::name_in_path(file), line)) {
+  if (memory != nullptr && record_fast<Handling>(handle, memory, kind::kCalloc, num, size,
+                                                 qk::name_in_path(file), line)) {
     return memory;
   }
   return finish_calloc(handle, memory, num, size, calloc_context(file, line));
@@ -89,8 +92,8 @@ template <class Lock>
   if (bypasses_tracking_fast(hid)) return calloc_untracked(num, size);
   return on_recording_handle(
       hid, Routine::kCalloc,
-      [&]<class Lock>(qk_mem_handle& handle) {
-        return calloc_recorded<Lock>(handle, num, size, file, line);
+      [&]<class Handling>(qk_mem_handle& handle) {
+        return calloc_recorded<Handling>(handle, num, size, file, line);
       },
       [&] { return slow_path(hid, num, size, alignment, file, line); });
 }

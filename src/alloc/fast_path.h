@@ -8,6 +8,7 @@
 #include "core/kinds.h"
 #include "core/registry.h"
 #include "core/roads.h"
+#include "profile/notes.h"
 #include "support/known_paths.h"
 #include "table/pointer_table.h"
 #include "table/record_steps.h"
@@ -60,9 +61,24 @@ class FavouriteLock {
 template <class Lock>
 using QuickLock = std::conditional_t<std::is_same_v<Lock, NoLock>, NoLock, FavouriteLock>;
 
+/** What the records of a handle need: its lock, and notes for the profile. */
+template <class LockType, bool kIsWatched>
+struct Needs {
+  using Lock = LockType;
+  static constexpr bool kWatched = kIsWatched;
+};
+
+/** The site of an allocation on a watched handle, see profile::site_of(). `file` is the name alone. */
+template <class Handling>
+[[nodiscard, gnu::always_inline]] inline std::uint32_t site_for(const qk_mem_handle& handle,
+                                                                const char* file, int line) {
+  if constexpr (Handling::kWatched) return profile::site_of(handle, file, line);
+  return profile::kNoSite;
+}
+
 /**
- * Calls `f` with the handle of a number and the type of lock that it needs, if the calls of a
- * routine on it record and do nothing else. Otherwise calls `slow`.
+ * Calls `f` with the handle of a number and what it needs, if the calls of a routine on it record
+ * and do nothing else. Otherwise calls `slow`.
  */
 template <class Call, class SlowCall>
 [[gnu::always_inline]] inline auto on_recording_handle(int hid, Routine routine, Call f,
@@ -71,8 +87,12 @@ template <class Call, class SlowCall>
   if (handle != nullptr) [[likely]] {
     const Road road = road_of(*handle, routine);
     if (road == Road::kRecords) [[likely]]
-      return f.template operator()<NoLock>(*handle);
-    if (road == Road::kRecordsLocked) return f.template operator()<HandleLock>(*handle);
+      return f.template operator()<Needs<NoLock, false>>(*handle);
+    if (road == Road::kRecordsLocked)
+      return f.template operator()<Needs<HandleLock, false>>(*handle);
+    if (road == Road::kRecordsWatched) return f.template operator()<Needs<NoLock, true>>(*handle);
+    if (road == Road::kRecordsWatchedLocked)
+      return f.template operator()<Needs<HandleLock, true>>(*handle);
   }
   return slow();
 }
@@ -115,44 +135,51 @@ struct Place {
 }
 
 /** Records memory in a slot that was just taken. */
+template <class Handling>
 [[gnu::always_inline]] inline void fill_slot_fast(qk_mem_handle& handle, qk_mem_ptr_array& array,
-                                                  std::int32_t index, qk_mem_ptr record) {
+                                                  std::int32_t index, qk_mem_ptr record,
+                                                  std::uint32_t site) {
   with_single_threaded([&](bool single_threaded) __attribute__((always_inline)) {
     record.seq = qk::add(Qk_mem_seq, 1, single_threaded);
     fill_slot(handle, array, index, record, charged_to(record.kind), single_threaded);
   });
+  if constexpr (Handling::kWatched) profile::note_made(handle, {array, index}, site);
 }
 
 /** Does what record_fast() does, under the handle's lock. */
+template <class Handling>
 [[nodiscard, gnu::always_inline]] inline bool record_locked(qk_mem_handle& handle, void* address,
                                                             unsigned char kind, std::uint64_t count,
                                                             std::uint64_t size, const char* file,
-                                                            int line) {
+                                                            int line, std::uint32_t site) {
   qk_mem_ptr_array& array = array_of(handle, address);
   const std::int32_t index = take_free_slot(array);
   if (index == kNoSlot) [[unlikely]]
     return false;
-  fill_slot_fast(handle, array, index, unnumbered(address, kind, count, size, file, line));
+  fill_slot_fast<Handling>(handle, array, index, unnumbered(address, kind, count, size, file, line),
+                           site);
   return true;
 }
 
 /** Records an allocation, unless that takes a larger array. `file` is the name alone. */
-template <class Lock>
+template <class Handling>
 [[nodiscard, gnu::always_inline]] inline bool record_fast(qk_mem_handle& handle, void* address,
                                                           unsigned char kind, std::uint64_t count,
                                                           std::uint64_t size, const char* file,
                                                           int line) {
-  const Lock lock(handle);
-  return record_locked(handle, address, kind, count, size, file, line);
+  const std::uint32_t site = site_for<Handling>(handle, file, line);
+  const typename Handling::Lock lock(handle);
+  return record_locked<Handling>(handle, address, kind, count, size, file, line, site);
 }
 
 /** The same if a slot of a small array is free, which is the usual case and needs few registers. */
-template <class Lock>
+template <class Handling>
 [[nodiscard, gnu::always_inline]] inline bool record_in_small_fast(
     qk_mem_handle& handle, void* address, unsigned char kind, std::uint64_t count,
     std::uint64_t size, const char* file, int line) {
+  const std::uint32_t site = site_for<Handling>(handle, file, line);
   qk_mem_ptr_array& array = array_of(handle, address);
-  const QuickLock<Lock> lock(handle);
+  const QuickLock<typename Handling::Lock> lock(handle);
   if (!is_held(lock)) [[unlikely]]
     return false;
   const std::int32_t index = take_free_slot_of_small(array);
@@ -163,21 +190,24 @@ template <class Lock>
     record.seq = qk::add(Qk_mem_seq, 1, single_threaded);
     fill_slot_of_small(handle, array, index, record, charged_to(kind), single_threaded);
   });
+  if constexpr (Handling::kWatched) profile::note_made(handle, {array, index}, site);
   return true;
 }
 
 /** The same for the memory that a realloc has returned, see take_slot_again_fast(). */
-template <class Lock>
+template <class Handling>
 [[nodiscard, gnu::always_inline]] inline bool record_again_fast(qk_mem_handle& handle, Place old,
                                                                 void* address, std::uint64_t size,
                                                                 const char* path, int line) {
   const char* file = qk::name_in_path(path);
+  const std::uint32_t site = site_for<Handling>(handle, file, line);
   qk_mem_ptr_array& array = array_of(handle, address);
-  const Lock lock(handle);
+  const typename Handling::Lock lock(handle);
   const std::int32_t index = take_slot_again_fast(handle, array, old);
   if (index == kNoSlot) [[unlikely]]
     return false;
-  fill_slot_fast(handle, array, index, unnumbered(address, kind::kRealloc, 1, size, file, line));
+  fill_slot_fast<Handling>(handle, array, index,
+                           unnumbered(address, kind::kRealloc, 1, size, file, line), site);
   return true;
 }
 
@@ -219,52 +249,60 @@ template <class Lock, class Find, class Steps>
  * Removes the record of an address from an ordinary handle, and counts the event. False, and nothing
  * has changed, if there is no record.
  */
-template <class Lock>
+template <class Handling>
 [[nodiscard, gnu::always_inline]] inline bool remove_fast(qk_mem_handle& handle,
                                                           const void* address) {
   const auto remove = [&](qk_mem_ptr_array & array, std::int32_t index, bool single_threaded)
       __attribute__((always_inline)) {
+    if constexpr (Handling::kWatched) profile::note_gone(handle, {array, index});
     remove_record(handle, array, index, ChargedTo::kData, single_threaded);
     qk::add_only(Qk_mem_seq, 1, single_threaded);
   };
-  return change_slot_of<Lock>(handle, address, find_slot_of_data, remove) != kNoSlot;
+  return change_slot_of<typename Handling::Lock>(handle, address, find_slot_of_data, remove) !=
+         kNoSlot;
 }
 
 /** The same for a small array in the usual case. In others it fails although it need not. */
-template <class Lock>
+template <class Handling>
 [[nodiscard, gnu::always_inline]] inline bool remove_from_small_fast(qk_mem_handle& handle,
                                                                      const void* address) {
   const auto remove = [&](qk_mem_ptr_array & array, std::int32_t index, bool single_threaded)
       __attribute__((always_inline)) {
+    if constexpr (Handling::kWatched) profile::note_gone(handle, {array, index});
     remove_from_small(handle, array, index, ChargedTo::kData, single_threaded);
     qk::add_only(Qk_mem_seq, 1, single_threaded);
   };
-  return change_slot_of<QuickLock<Lock>>(handle, address, find_slot_in_small, remove) != kNoSlot;
+  return change_slot_of<QuickLock<typename Handling::Lock>>(handle, address, find_slot_in_small,
+                                                            remove) != kNoSlot;
 }
 
 /**
  * Sets the record of an address aside for a realloc, see set_aside_pointer(). Nothing has changed if
  * the slot in the result is kNoSlot: there is no record then.
  */
-template <class Lock>
+template <class Handling>
 [[nodiscard, gnu::always_inline]] inline Place set_aside_fast(qk_mem_handle& handle,
                                                               void* address) {
   const auto hide = [&](qk_mem_ptr_array & array, std::int32_t index, bool single_threaded)
       __attribute__((always_inline)) {
+    if constexpr (Handling::kWatched) profile::note_set_aside(handle, {array, index});
     set_aside(handle, array, index, ChargedTo::kData, single_threaded);
   };
-  return {address, change_slot_of<Lock>(handle, address, find_slot_of_data, hide)};
+  return {address,
+          change_slot_of<typename Handling::Lock>(handle, address, find_slot_of_data, hide)};
 }
 
 /** The same for a small array in the usual case. In others it fails although it need not. */
-template <class Lock>
+template <class Handling>
 [[nodiscard, gnu::always_inline]] inline Place set_aside_in_small_fast(qk_mem_handle& handle,
                                                                        void* address) {
   const auto hide = [&](qk_mem_ptr_array & array, std::int32_t index, bool single_threaded)
       __attribute__((always_inline)) {
+    if constexpr (Handling::kWatched) profile::note_set_aside(handle, {array, index});
     set_aside_in_small(handle, array, index, ChargedTo::kData, single_threaded);
   };
-  return {address, change_slot_of<QuickLock<Lock>>(handle, address, find_slot_in_small, hide)};
+  return {address, change_slot_of<QuickLock<typename Handling::Lock>>(handle, address,
+                                                                      find_slot_in_small, hide)};
 }
 
 /**
@@ -272,15 +310,16 @@ template <class Lock>
  * slot or the path is not remembered. As long as the array is small, the record is still set aside
  * in its slot.
  */
-template <class Lock>
+template <class Handling>
 [[nodiscard, gnu::always_inline]] inline bool record_in_place_fast(qk_mem_handle& handle,
                                                                    Place place, std::uint64_t size,
                                                                    const char* path, int line) {
   const char* file = nullptr;
   if (!qk::find_known_name(path, file)) [[unlikely]]
     return false;
+  const std::uint32_t site = site_for<Handling>(handle, file, line);
   qk_mem_ptr_array& array = array_of(handle, place.address);
-  const QuickLock<Lock> lock(handle);
+  const QuickLock<typename Handling::Lock> lock(handle);
   if (!is_held(lock)) [[unlikely]]
     return false;
   if (!is_small(array) || !is_first_choice_in_small(array, place.index)) [[unlikely]]
@@ -290,6 +329,7 @@ template <class Lock>
     record.seq = qk::add(Qk_mem_seq, 1, single_threaded);
     refill_slot_of_small(handle, array, place.index, record, ChargedTo::kData, single_threaded);
   });
+  if constexpr (Handling::kWatched) profile::note_made(handle, {array, place.index}, site);
   return true;
 }
 

@@ -3,6 +3,7 @@
 #include "accounting/walks.h"
 #include "alloc/fast_path.h"
 #include "alloc/shared_steps.h"
+#include "alloc/unrecorded.h"
 #include "diag/log.h"
 #include "support/system_memory.h"
 
@@ -49,6 +50,8 @@ std::optional<Removed> free_memory(qk_mem_handle& handle, void* ptr, const CallC
   if (ptr != nullptr && keeps_records(handle)) {
     removed = remove_pointer(handle, ptr, Removal::kByFree);
     if (!removed && logs_errors(context)) warn_not_found(context, handle.id, as_number(ptr));
+  } else if (ptr != nullptr) {
+    note_unrecorded_gone(handle, ptr);
   }
   user_memory::release(ptr);
   return removed;
@@ -91,25 +94,25 @@ void announce_free(const qk_mem_handle& handle, const qk_mem_ptr& record,
 
 [[gnu::noinline]] void free_slow_path(int hid, void* ptr, const char* file, int line) {
   ensure_started();
-  if (bypasses_tracking(hid)) return user_memory::release(ptr);
+  if (bypasses_tracking(hid)) return user_memory::release(note_direct_gone(ptr));
   const CallContext context = free_context(file, line);
   qk_mem_handle* handle = look_up_handle(hid, context);
   if (handle != nullptr) free_on_handle(*handle, ptr, context);
 }
 
-template <class Lock>
+template <class Handling>
 [[gnu::noinline]] void free_searched(qk_mem_handle& handle, void* ptr, const char* file, int line) {
-  if (!remove_fast<Lock>(handle, ptr)) {
+  if (!remove_fast<Handling>(handle, ptr)) {
     return free_on_handle(handle, ptr, free_context(file, line));
   }
   user_memory::release(ptr);
 }
 
 /** The usual case is a function of its own, because it needs few registers. */
-template <class Lock>
+template <class Handling>
 [[gnu::noinline]] void free_recorded(qk_mem_handle& handle, void* ptr, const char* file, int line) {
-  if (!remove_from_small_fast<Lock>(handle, ptr)) {
-    return free_searched<Lock>(handle, ptr, file, line);
+  if (!remove_from_small_fast<Handling>(handle, ptr)) {
+    return free_searched<Handling>(handle, ptr, file, line);
   }
   user_memory::release(ptr);
 }
@@ -119,7 +122,9 @@ template <class Lock>
   if (bypasses_tracking_fast(hid)) return user_memory::release(ptr);
   on_recording_handle(
       hid, Routine::kFree,
-      [&]<class Lock>(qk_mem_handle& handle) { free_recorded<Lock>(handle, ptr, file, line); },
+      [&]<class Handling>(qk_mem_handle& handle) {
+        free_recorded<Handling>(handle, ptr, file, line);
+      },
       [&] { slow_path(hid, ptr, file, line); });
 }
 

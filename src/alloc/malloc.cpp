@@ -2,6 +2,7 @@
 #include "accounting/pieces.h"
 #include "alloc/fast_path.h"
 #include "alloc/shared_steps.h"
+#include "alloc/unrecorded.h"
 #include "diag/log.h"
 #include "support/system_memory.h"
 #include "table/blocks.h"
@@ -50,8 +51,10 @@ void warn_of_misuse(const qk_mem_handle& handle, std::size_t size, int alignment
 [[gnu::noinline]] void* malloc_slow_path(int hid, std::size_t size, int alignment, const char* file,
                                          int line) {
   ensure_started();
-  if (bypasses_tracking(hid)) return untracked(user_memory::allocate(size));
   const CallContext context = malloc_context(file, line);
+  if (bypasses_tracking(hid)) {
+    return note_direct(untracked(user_memory::allocate(size)), size, context);
+  }
   qk_mem_handle* handle = look_up_handle(hid, context);
   return handle == nullptr ? nullptr : malloc_on_handle(*handle, size, alignment, context);
 }
@@ -63,11 +66,12 @@ void warn_of_misuse(const qk_mem_handle& handle, std::size_t size, int alignment
 }
 
 /** `name` is null if the path has to be searched for it. */
-template <class Lock>
+template <class Handling>
 [[gnu::noinline]] void* record_malloc(qk_mem_handle& handle, void* memory, std::size_t size,
                                       const char* name, const char* path, int line) {
   if (name == nullptr) name = qk::search_path(path);
-  if (memory != nullptr && record_fast<Lock>(handle, memory, kind::kMalloc, 1, size, name, line)) {
+  if (memory != nullptr &&
+      record_fast<Handling>(handle, memory, kind::kMalloc, 1, size, name, line)) {
     return memory;
   }
   return finish_malloc(handle, memory, size, malloc_context(path, line));
@@ -77,14 +81,14 @@ template <class Lock>
  * The usual case is a function of its own, because it needs few registers. Its parameters are in
  * the places where the caller has them.
  */
-template <class Lock>
+template <class Handling>
 [[gnu::noipa]] void* malloc_recorded(qk_mem_handle& handle, std::size_t size, int /*alignment*/,
                                      const char* path, int line) {
   void* memory = user_memory::allocate(size);
   const char* name = nullptr;
   if (memory == nullptr || !qk::find_known_name(path, name) ||
-      !record_in_small_fast<Lock>(handle, memory, kind::kMalloc, 1, size, name, line)) {
-    return record_malloc<Lock>(handle, memory, size, name, path, line);
+      !record_in_small_fast<Handling>(handle, memory, kind::kMalloc, 1, size, name, line)) {
+    return record_malloc<Handling>(handle, memory, size, name, path, line);
   }
   return memory;
 }
@@ -128,7 +132,8 @@ template <class Lock>
     if (piece == nullptr) [[unlikely]]
       piece = take_piece(handle, size, alignment);
     if (piece != nullptr &&
-        record_locked(handle, piece, as_piece(kind::kMalloc), 1, size, name, line)) {
+        record_locked<Needs<Lock, false>>(handle, piece, as_piece(kind::kMalloc), 1, size, name,
+                                          line, profile::kNoSite)) {
       return piece;
     }
   }
@@ -146,12 +151,16 @@ template <class Lock>
     return slow_path(hid, size, alignment, file, line);
   const Road road = road_of(*handle, Routine::kMalloc);
   if (road == Road::kRecords) [[likely]]
-    return malloc_recorded<NoLock>(*handle, size, alignment, file, line);
+    return malloc_recorded<Needs<NoLock, false>>(*handle, size, alignment, file, line);
   // A piece takes so little that the jump by a table, which the switch is, would show.
   if (road == Road::kPieces) return piece_unrecorded<NoLock>(*handle, size, alignment, file, line);
   switch (road) {
     case Road::kRecordsLocked:
-      return malloc_recorded<HandleLock>(*handle, size, alignment, file, line);
+      return malloc_recorded<Needs<HandleLock, false>>(*handle, size, alignment, file, line);
+    case Road::kRecordsWatched:
+      return malloc_recorded<Needs<NoLock, true>>(*handle, size, alignment, file, line);
+    case Road::kRecordsWatchedLocked:
+      return malloc_recorded<Needs<HandleLock, true>>(*handle, size, alignment, file, line);
     case Road::kPiecesLocked:
       return piece_unrecorded<HandleLock>(*handle, size, alignment, file, line);
     case Road::kRecordedPieces:

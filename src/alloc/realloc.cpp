@@ -5,6 +5,7 @@
 #include "accounting/walks.h"
 #include "alloc/fast_path.h"
 #include "alloc/shared_steps.h"
+#include "alloc/unrecorded.h"
 #include "diag/heap.h"
 #include "diag/log.h"
 #include "diag/trace_file.h"
@@ -70,11 +71,14 @@ struct Resized {
  * Resizes memory of the system's allocator. Its record is set aside first, because another thread
  * can be given the old address at once.
  */
-Resized resize_memory(qk_mem_handle& handle, void* ptr, std::size_t size) {
+Resized resize_memory(qk_mem_handle& handle, void* ptr, std::size_t size,
+                      const CallContext& context) {
   Resized resized;
-  if (ptr != nullptr && handle.track != 0) {
-    resized.old = set_aside_pointer(handle, ptr);
+  if (handle.track == 0) {
+    resized.memory = UnrecordedRealloc(&handle, ptr).resize(ptr, size, context);
+    return resized;
   }
+  if (ptr != nullptr) resized.old = set_aside_pointer(handle, ptr);
   resized.memory = user_memory::resize(ptr, size);
   if (resized.old && resized.memory != nullptr) free_place_of(handle, *resized.old);
   return resized;
@@ -180,8 +184,11 @@ void record_resized(qk_mem_handle& handle, const Resized& resized, std::size_t s
 void* realloc_piece(qk_mem_handle& handle, void* ptr, std::size_t size, int alignment,
                     const CallContext& context) {
   const Resized resized = resize_piece(handle, ptr, size, alignment, context);
-  if (resized.memory != nullptr && handle.track != 0) {
+  if (resized.memory == nullptr) return nullptr;
+  if (handle.track != 0) {
     record_resized(handle, resized, size, context);
+  } else {
+    note_unrecorded(handle, resized.memory, size, context);
   }
   return resized.memory;
 }
@@ -191,7 +198,7 @@ void* realloc_piece(qk_mem_handle& handle, void* ptr, std::size_t size, int alig
   if (is_walked(handle) && !take_back_from_walk(handle, ptr)) return nullptr;
   if (checks_misuse(context)) warn_of_misuse(handle, ptr, size, alignment, context);
   if (is_blockmgmt(handle)) return realloc_piece(handle, ptr, size, alignment, context);
-  return finish_realloc(handle, resize_memory(handle, ptr, size), ptr, size, context);
+  return finish_realloc(handle, resize_memory(handle, ptr, size, context), ptr, size, context);
 }
 
 /** A function of its own: it is the only part of the fast path that needs a stack. */
@@ -202,8 +209,10 @@ void* realloc_piece(qk_mem_handle& handle, void* ptr, std::size_t size, int alig
 [[gnu::noinline]] void* realloc_slow_path(int hid, void* ptr, std::size_t size, int alignment,
                                           const char* file, int line) {
   ensure_started();
-  if (bypasses_tracking(hid)) return realloc_untracked(ptr, size);
   const CallContext context = realloc_context(file, line);
+  if (bypasses_tracking(hid)) {
+    return untracked(UnrecordedRealloc(watched_data_handle(), ptr).resize(ptr, size, context));
+  }
   qk_mem_handle* handle = look_up_handle(hid, context);
   return handle == nullptr ? nullptr : realloc_on_handle(*handle, ptr, size, alignment, context);
 }
@@ -217,37 +226,37 @@ void* realloc_piece(qk_mem_handle& handle, void* ptr, std::size_t size, int alig
 }
 
 /** Records what the system's allocator has returned for memory whose record is set aside. */
-template <class Lock>
+template <class Handling>
 [[gnu::noinline]] void* record_resized_fast(qk_mem_handle& handle, Place old, void* memory,
                                             std::size_t size, const char* file, int line) {
-  if (memory != nullptr && record_again_fast<Lock>(handle, old, memory, size, file, line)) {
+  if (memory != nullptr && record_again_fast<Handling>(handle, old, memory, size, file, line)) {
     return memory;
   }
   return finish_unusual(handle, old, memory, size, file, line);
 }
 
-template <class Lock>
+template <class Handling>
 [[gnu::noinline]] void* realloc_searched(qk_mem_handle& handle, void* ptr, std::size_t size,
                                          int alignment, const char* file, int line) {
-  const Place old = set_aside_fast<Lock>(handle, ptr);
+  const Place old = set_aside_fast<Handling>(handle, ptr);
   if (old.index == kNoSlot) {
     return realloc_on_handle(handle, ptr, size, alignment, realloc_context(file, line));
   }
   void* memory = user_memory::resize(ptr, size);
-  return record_resized_fast<Lock>(handle, old, memory, size, file, line);
+  return record_resized_fast<Handling>(handle, old, memory, size, file, line);
 }
 
 /** The usual cases are in functions of their own, because they need few registers. */
-template <class Lock>
+template <class Handling>
 [[gnu::noinline]] void* realloc_recorded(qk_mem_handle& handle, void* ptr, std::size_t size,
                                          int alignment, const char* file, int line) {
-  const Place old = set_aside_in_small_fast<Lock>(handle, ptr);
+  const Place old = set_aside_in_small_fast<Handling>(handle, ptr);
   if (old.index == kNoSlot) {
-    return realloc_searched<Lock>(handle, ptr, size, alignment, file, line);
+    return realloc_searched<Handling>(handle, ptr, size, alignment, file, line);
   }
   void* memory = user_memory::resize(ptr, size);
-  if (memory == ptr && record_in_place_fast<Lock>(handle, old, size, file, line)) return memory;
-  return record_resized_fast<Lock>(handle, old, memory, size, file, line);
+  if (memory == ptr && record_in_place_fast<Handling>(handle, old, size, file, line)) return memory;
+  return record_resized_fast<Handling>(handle, old, memory, size, file, line);
 }
 
 [[gnu::always_inline]] inline void* realloc_fast_path(int hid, void* ptr, std::size_t size,
@@ -256,8 +265,8 @@ template <class Lock>
   if (bypasses_tracking_fast(hid)) return realloc_untracked(ptr, size);
   return on_recording_handle(
       hid, Routine::kRealloc,
-      [&]<class Lock>(qk_mem_handle& handle) {
-        return realloc_recorded<Lock>(handle, ptr, size, alignment, file, line);
+      [&]<class Handling>(qk_mem_handle& handle) {
+        return realloc_recorded<Handling>(handle, ptr, size, alignment, file, line);
       },
       [&] { return slow_path(hid, ptr, size, alignment, file, line); });
 }

@@ -1,5 +1,7 @@
 #include "alloc/shared_steps.h"
 
+#include "alloc/unrecorded.h"
+
 namespace qk::mem {
 
 void report_failed_malloc(std::size_t size, const CallContext& context) {
@@ -8,7 +10,10 @@ void report_failed_malloc(std::size_t size, const CallContext& context) {
 
 void record_allocation(qk_mem_handle& handle, void* memory, unsigned char kind,
                        const Contents& contents, const CallContext& context) {
-  if (handle.track == 0) return;
+  if (handle.track == 0) {
+    note_unrecorded(handle, memory, contents.count * contents.size, context);
+    return;
+  }
   const auto record = record_pointer(handle, memory, kind_on(handle, kind), contents, context);
   if (!record) return;
   announce_recorded(lines::kAllocated, context, handle.id, *record,

@@ -3,6 +3,7 @@
 
 #include "accounting/pieces.h"
 #include "alloc/shared_steps.h"
+#include "alloc/unrecorded.h"
 #include "diag/log.h"
 #include "support/system_memory.h"
 
@@ -42,16 +43,20 @@ void* strdup_on_handle(qk_mem_handle& handle, const char* str, const CallContext
   return memory;
 }
 
+void* copy_directly(const char* str, const CallContext& context) {
+  return note_direct(untracked(user_memory::copy_of(str)), std::strlen(str) + 1, context);
+}
+
 }  // namespace
 }  // namespace qk::mem
 
 extern "C" char* qk_mem_istrdup(int hid, const char* str, const char* file, int line) {
   using namespace qk::mem;
   ensure_started();
-  if (bypasses_tracking(hid)) {
-    return str == nullptr ? nullptr : static_cast<char*>(untracked(qk::user_memory::copy_of(str)));
-  }
   const CallContext context(Routine::kStrdup, file, line);
+  if (bypasses_tracking(hid)) {
+    return str == nullptr ? nullptr : static_cast<char*>(copy_directly(str, context));
+  }
   qk_mem_handle* handle = look_up_handle(hid, context);
   if (handle == nullptr) return nullptr;
   if (str == nullptr) {

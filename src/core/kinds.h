@@ -29,6 +29,11 @@ namespace qk::mem {
   return kind == kind::kHandleMemory || kind == kind::kTracker;
 }
 
+/** Whether a record stands for memory that the program has asked for. */
+[[nodiscard]] constexpr bool belongs_to_program(unsigned char kind) {
+  return !is_management(kind) && kind != kind::kBlock;
+}
+
 }  // namespace qk::mem
 
 #endif  // QKMEM_CORE_KINDS_H_

@@ -136,6 +136,7 @@ struct qk_mem_handle {
   qk_mem_block* blocks;
   const char* file;
   std::int32_t line;
+  std::uint32_t profile_pool;  // number of its pool in the profile; 0 if it is not watched
   qk_mem_ptr_array ptrs[8];
   qk::Mtx* mtx;                      // null unless MULTITHREADED
   qk::mem::BlockIndex* block_index;  // null until a search in many blocks

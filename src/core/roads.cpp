@@ -23,14 +23,21 @@ Road with_lock_of(const qk_mem_handle& handle, Road unlocked, Road locked) {
 
 Road find_road(const qk_mem_handle& handle, Routine routine) {
   if (!qk::kShortcuts || !is_unobserved(switches_of(routine))) return Road::kSlow;
+  const bool is_watched = qk::load(handle.profile_pool) != 0;
   if (!is_blockmgmt(handle)) {
-    return handle.track == 0 ? Road::kSlow
-                             : with_lock_of(handle, Road::kRecords, Road::kRecordsLocked);
+    if (handle.track == 0) return Road::kSlow;
+    return is_watched ? with_lock_of(handle, Road::kRecordsWatched, Road::kRecordsWatchedLocked)
+                      : with_lock_of(handle, Road::kRecords, Road::kRecordsLocked);
   }
-  if (routine != Routine::kMalloc) return Road::kSlow;
+  if (routine != Routine::kMalloc || is_watched) return Road::kSlow;
   return handle.track == 0
              ? with_lock_of(handle, Road::kPieces, Road::kPiecesLocked)
              : with_lock_of(handle, Road::kRecordedPieces, Road::kRecordedPiecesLocked);
+}
+
+bool is_data_handle_watched() {
+  const qk_mem_handle* const handle = handle_slots().numbered(QK_MEM_DATA_HANDLE);
+  return handle != nullptr && qk::load(handle->profile_pool) != 0;
 }
 
 constexpr Routine kFastRoutines[] = {Routine::kMalloc, Routine::kCalloc, Routine::kRealloc,
@@ -51,7 +58,8 @@ void settle_roads(qk_mem_handle& handle) {
 
 void settle_all_roads() {
   assert_registry_held();
-  const bool is_bypassed = qk::kShortcuts && is_started() && !debugging();
+  const bool is_bypassed =
+      qk::kShortcuts && is_started() && !debugging() && !is_data_handle_watched();
   qk::store(data_handle_is_bypassed, is_bypassed ? 1 : 0);
   for_each_handle(settle_roads);
 }

@@ -18,7 +18,9 @@ namespace qk::mem {
 enum class Road : std::uint8_t {
   kSlow,  // in every case that is not below, and zero: so begins a handle
   kRecords,
-  kRecordsLocked,  // under the handle's lock
+  kRecordsLocked,   // under the handle's lock
+  kRecordsWatched,  // by the profile
+  kRecordsWatchedLocked,
   kPieces,
   kPiecesLocked,
   kRecordedPieces,

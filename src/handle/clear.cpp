@@ -6,6 +6,7 @@
 #include "diag/event.h"
 #include "diag/log.h"
 #include "handle/release_walk.h"
+#include "profile/notes.h"
 #include "table/blocks.h"
 #include "table/pointer_table.h"
 #include "table/slot.h"
@@ -74,6 +75,13 @@ void release_contents(qk_mem_handle& handle, const CallContext& context) {
   release_records(handle, context, rules);
 }
 
+/** Pieces without records, as far as the profile knows of them. */
+void note_pieces_gone(qk_mem_handle& handle) {
+  if (!profile::is_watched(handle)) return;
+  const HandleLock lock(handle);
+  profile::note_all_gone(handle);
+}
+
 int refuse_ordinary_handle(int hid, const CallContext& context) {
   Qk_mem_error.set(QK_MEM_ERROR_HANDLE);
   if (logs_errors(context)) {
@@ -94,6 +102,7 @@ extern "C" int qk_mem_iclear_handle(int hid, const char* file, int line) {
   if (handle == nullptr) return qk_mem_error();
   if (!is_blockmgmt(*handle)) return refuse_ordinary_handle(hid, context);
   if (keeps_records(*handle)) release_contents(*handle, context);
+  if (handle->track == 0) note_pieces_gone(*handle);
   reset_blocks(*handle);
   next_seq();
   announce_handle_gone(context, *handle, event::kHandleCleared);

@@ -13,6 +13,7 @@
 #include "diag/event.h"
 #include "diag/log.h"
 #include "handle/release_walk.h"
+#include "profile/notes.h"
 #include "support/system_memory.h"
 #include "table/pointer_table.h"
 #include "table/slot.h"
@@ -138,6 +139,11 @@ void release_mutex(qk_mem_handle& handle) {
   own_memory::destroy(std::exchange(handle.mtx, nullptr));
 }
 
+void note_deleted(qk_mem_handle& handle) {
+  const HandleLock lock(handle);
+  profile::note_deleted(handle);
+}
+
 void unregister(qk_mem_handle* handle) {
   const RegistryLock lock;
   unlist_handle(*handle);
@@ -222,6 +228,7 @@ extern "C" int qk_mem_idel_handle(int hid, const char* file, int line) {
   release_blocks(*handle, context);
   if (has_records || handle->track_blocks != 0) release_arrays(*handle, context);
   subtract_from_tag(*handle);
+  if (profile::is_watched(*handle)) note_deleted(*handle);
   release_mutex(*handle);
   next_seq();
   announce_handle_gone(context, *handle, event::kHandleDeleted);

@@ -12,6 +12,8 @@
 #include "diag/log.h"
 #include "diag/trace_file.h"
 #include "handle/destroy.h"
+#include "profile/report/report.h"
+#include "profile/state.h"
 #include "report/report.h"
 #include "support/live_threads.h"
 #include "support/no_cancellation.h"
@@ -120,12 +122,14 @@ extern "C" void qk_mem_cleanup(int sig) {
   if (FILE* log = qk::acquire(Qk_mem_log); sig >= 1 && log != nullptr) provide_log_buffer(log);
   log_end(sig);
   if (!qk_signal_safe(sig)) return;
+  profile::freeze();
   if (sig >= 1) {
     clean_up_for_signal();
   } else {
     clean_up_at_exit();
   }
   const RegistryLock lock;
+  profile::write_report(profile::Occasion::kEnd);
   replace_log(nullptr);
   close_trace_file();
 }

@@ -6,6 +6,7 @@
 #include "core/registry.h"
 #include "diag/log.h"
 #include "diag/trace_file.h"
+#include "profile/state.h"
 
 namespace qk::mem {
 namespace {
@@ -24,10 +25,12 @@ void before_fork() QK_UNCHECKED_LOCKING {
   for_each_handle(lock_handle);
   hold_log();
   Qk_mem_error.lock();
+  profile::growth_lock.lock();
   flush_trace_file();
 }
 
 void after_fork() QK_UNCHECKED_LOCKING {
+  profile::growth_lock.unlock();
   Qk_mem_error.unlock();
   let_log_go();
   for_each_handle(unlock_handle);
@@ -40,6 +43,7 @@ void forget_waiters_of(const qk_mem_handle& handle) {
 
 /** The child's only thread is a copy of the one that took the locks. */
 void after_fork_in_child() QK_UNCHECKED_LOCKING {
+  profile::growth_lock.forget_waiters();
   Qk_mem_error.forget_waiters();
   forget_log_waiters();
   for_each_handle(forget_waiters_of);

@@ -1,5 +1,6 @@
 // Start-up, at the first call.
 #include "config/debug_config.h"
+#include "config/profile_config.h"
 #include "core/handle_array.h"
 #include "core/own_locations.h"
 #include "core/registry.h"
@@ -91,6 +92,7 @@ void start_up() {
     return;
   }
   log_configuration(status);
+  configure_profile_from_environment();
   qk::find_allocator_code();
   qk::put_off_end_while(is_busy);
   if (register_exit_handler(status) && create_overhead_handle()) create_data_handle();

@@ -6,7 +6,7 @@
 #include <span>
 #include <string_view>
 
-#include "support/text.h"
+#include "support/option_words.h"
 
 namespace {
 
@@ -18,79 +18,20 @@ struct Mismatch {
   std::string_view keyword;
 };
 
-/** A keyword and what follows its equals sign, as in the string. */
-struct Word {
-  std::string_view keyword;
-  bool has_equals;
-  bool quote_open;
-  char* value;  // null when there is none
-};
-
-bool is_blank(char c) { return c == ' ' || c == '\t'; }
-
-bool is_separator(char c) { return is_blank(c) || c == ','; }
-
-bool equal_ignoring_case(std::string_view left, std::string_view right) {
-  return std::equal(left.begin(), left.end(), right.begin(), right.end(),
-                    [](char l, char r) { return qk::lower(l) == qk::lower(r); });
-}
-
-/** Splits an option string into words. Terminates each value in place when it reaches it. */
-class Scanner {
- public:
-  explicit Scanner(char* options) : next_(options) {}
-
-  std::optional<Word> next_word() {
-    while (is_separator(*next_)) ++next_;
-    if (*next_ == '\0') return std::nullopt;
-    const char* begin = next_;
-    while (*next_ != '\0' && *next_ != '=' && !is_separator(*next_)) ++next_;
-    Word word{std::string_view(begin, static_cast<std::size_t>(next_ - begin)), *next_ == '=',
-              false, nullptr};
-    if (word.has_equals) {
-      ++next_;
-      read_value(word);
-    }
-    return word;
-  }
-
- private:
-  void read_value(Word& word) {
-    const char quote = *next_;
-    const bool quoted = quote == '\'' || quote == '"';
-    if (quoted) ++next_;
-    char* const begin = next_;
-    char* const end = quoted ? std::strchr(begin, quote) : end_of_plain_value();
-    word.quote_open = end == nullptr;
-    if (word.quote_open) return;
-    next_ = *end == '\0' ? end : end + 1;
-    *end = '\0';
-    if (end != begin) word.value = begin;
-  }
-
-  [[nodiscard]] char* end_of_plain_value() const {
-    char* end = next_;
-    while (*end != '\0' && !is_blank(*end)) ++end;
-    return end;
-  }
-
-  char* next_;
-};
-
 std::string_view keyword_of(const qk_option_keyword& entry) {
   return {entry.keyword, strnlen(entry.keyword, sizeof entry.keyword)};
 }
 
 bool abbreviates(std::string_view word, const qk_option_keyword& entry) {
   return entry.abbrev != 0 && word.size() >= entry.abbrev &&
-         equal_ignoring_case(word, keyword_of(entry).substr(0, word.size()));
+         qk::equal_ignoring_case(word, keyword_of(entry).substr(0, word.size()));
 }
 
 /** Returns null if no entry matches. */
 qk_option_keyword* find_entry(Table table, std::string_view word) {
   if (word.empty()) return nullptr;
   for (qk_option_keyword& entry : table) {
-    if (equal_ignoring_case(word, keyword_of(entry))) return &entry;
+    if (qk::equal_ignoring_case(word, keyword_of(entry))) return &entry;
   }
   for (qk_option_keyword& entry : table) {
     if (abbreviates(word, entry)) return &entry;
@@ -99,14 +40,14 @@ qk_option_keyword* find_entry(Table table, std::string_view word) {
 }
 
 /** Returns the error code of a word whose keyword is that of `entry`; 0 if there is no error. */
-std::int32_t fault_of(const Word& word, const qk_option_keyword& entry) {
+std::int32_t fault_of(const qk::OptionWord& word, const qk_option_keyword& entry) {
   if (entry.value_kind == qk::kNoValue && word.has_equals) return qk::kValueNotAllowed;
   if (word.quote_open) return qk::kQuoteNotClosed;
   if (entry.value_kind == qk::kRequiredValue && word.value == nullptr) return qk::kValueMissing;
   return 0;
 }
 
-std::optional<Mismatch> apply(const Word& word, Table table) {
+std::optional<Mismatch> apply(const qk::OptionWord& word, Table table) {
   qk_option_keyword* const entry = find_entry(table, word.keyword);
   if (entry == nullptr) return Mismatch{qk::kUnknownKeyword, word.keyword};
   if (const std::int32_t fault = fault_of(word, *entry); fault != 0) {
@@ -130,8 +71,8 @@ int process(char* options, Table table, qk_option_error* error) {
     entry.value = nullptr;
   }
   if (options == nullptr) return 0;
-  Scanner scanner(options);
-  while (const std::optional<Word> word = scanner.next_word()) {
+  qk::OptionScanner scanner(options);
+  while (const std::optional<qk::OptionWord> word = scanner.next_word()) {
     const std::optional<Mismatch> mismatch = apply(*word, table);
     if (!mismatch) continue;
     if (error != nullptr) describe(*mismatch, *error);

@@ -82,6 +82,21 @@ inline void set_bits(T& variable, std::type_identity_t<T> bits) noexcept {
   }
 }
 
+/** Sets a flag to 1, and returns whether it was set. publish() of 0 lets the next thread in. */
+[[nodiscard]] inline bool set_flag(std::uint8_t& flag) noexcept {
+  return atomic(flag).exchange(1, std::memory_order_acquire) != 0;
+}
+
+/**
+ * Replaces `expected` by a new value. False if the variable has another value, which `expected` gets
+ * then; now and then also for no reason.
+ */
+template <class T>
+[[nodiscard]] inline bool replace(T& variable, T& expected,
+                                  std::type_identity_t<T> value) noexcept {
+  return atomic(variable).compare_exchange_weak(expected, value, std::memory_order_relaxed);
+}
+
 template <class T>
 inline T subtract(T& variable, std::type_identity_t<T> by) noexcept {
   return add(variable, static_cast<T>(T{0} - by));

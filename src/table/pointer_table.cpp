@@ -1,6 +1,7 @@
 #include "table/pointer_table.h"
 
 #include "core/registry.h"
+#include "profile/notes.h"
 #include "table/record_steps.h"
 #include "table/slot.h"
 
@@ -39,7 +40,8 @@ void begin_array(qk_mem_handle& handle, qk_mem_ptr_array& array) {
 
 }  // namespace
 
-Insertion insert_pointer(qk_mem_handle& handle, qk_mem_ptr record, EventCount event) {
+Insertion insert_pointer(qk_mem_handle& handle, qk_mem_ptr record, EventCount event,
+                         std::uint32_t site) {
   qk_mem_ptr_array& array = array_of(handle, record.address);
   const HandleLock lock(handle);
   if (is_full(array)) return {InsertResult::kArrayFull};
@@ -47,6 +49,7 @@ Insertion insert_pointer(qk_mem_handle& handle, qk_mem_ptr record, EventCount ev
   if (index == kNoSlot) return {InsertResult::kArrayLost};
   if (event == EventCount::kCounted) record.seq = next_seq();
   fill_slot(handle, array, index, record, charged_to(record.kind), qk::is_single_threaded());
+  if (profile::is_watched(handle)) profile::note_made(handle, {array, index}, site);
   return {InsertResult::kInserted, record};
 }
 
@@ -73,6 +76,7 @@ std::optional<Removed> remove_pointer(qk_mem_handle& handle, const void* address
   if (index == kNoSlot) return std::nullopt;
   const qk_mem_ptr record = read_slot(array.ptrs[index]);
   const ChargedTo sum = sum_for(handle, removal, record.kind);
+  if (index != 0 && profile::is_watched(handle)) profile::note_gone(handle, {array, index});
   remove_record(handle, array, index, sum, qk::is_single_threaded());
   return Removed{record, index, sum};
 }
@@ -84,6 +88,7 @@ std::optional<Removed> set_aside_pointer(qk_mem_handle& handle, const void* addr
   if (index == kNoSlot) return std::nullopt;
   const qk_mem_ptr record = read_slot(array.ptrs[index]);
   const ChargedTo sum = sum_for(handle, Removal::kByRealloc, record.kind);
+  if (index != 0 && profile::is_watched(handle)) profile::note_set_aside(handle, {array, index});
   set_aside(handle, array, index, sum, qk::is_single_threaded());
   return Removed{record, index, sum};
 }
@@ -101,6 +106,9 @@ void restore_pointer(qk_mem_handle& handle, const Removed& set_aside) {
   if (set_aside.index != 0 && !is_set_aside(array, set_aside.index)) return;
   put_back(handle, array, set_aside.index, set_aside.record, set_aside.charged_to,
            qk::is_single_threaded());
+  if (set_aside.index != 0 && profile::is_watched(handle)) {
+    profile::note_back(handle, {array, set_aside.index});
+  }
 }
 
 void free_place_of(qk_mem_handle& handle, const Removed& set_aside) {
@@ -118,6 +126,7 @@ std::optional<qk_mem_ptr> find_pointer(qk_mem_handle& handle, const void* addres
 
 void remove_visited(qk_mem_handle& handle, qk_mem_ptr_array& array, std::int32_t index) {
   assert_held(handle);
+  if (profile::is_watched(handle)) profile::note_gone(handle, {array, index});
   vacate(handle, array, index, kClearedKind, qk::is_single_threaded());
 }
 

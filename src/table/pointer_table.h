@@ -41,9 +41,10 @@ struct Insertion {
 
 /**
  * Inserts a record and adds it to the sums that its kind is charged to. `record.seq` is replaced
- * where the event is counted.
+ * where the event is counted. `site` is the record's site in the profile, if it has one.
  */
-[[nodiscard]] Insertion insert_pointer(qk_mem_handle& handle, qk_mem_ptr record, EventCount event);
+[[nodiscard]] Insertion insert_pointer(qk_mem_handle& handle, qk_mem_ptr record, EventCount event,
+                                       std::uint32_t site);
 
 /** What became of an array that was full. */
 struct ArrayGrowth {

@@ -33,6 +33,7 @@ void set_environment(const Environment& environment) {
   set_variable("QK_MEM_DEBUG", environment.debug);
   set_variable("QK_MEM_OPTIONS", environment.options);
   set_variable("QK_MEM_DUMP", environment.dump);
+  if (!environment.profile.empty()) set_variable("QK_MEM_PROFILE", environment.profile);
 }
 
 std::string make_folder() {

@@ -13,9 +13,10 @@ namespace kit {
 
 /** The environment variables that the library reads at its first call; "" means unset. */
 struct Environment {
-  std::string debug;    // QK_MEM_DEBUG
-  std::string options;  // QK_MEM_OPTIONS
-  std::string dump;     // QK_MEM_DUMP
+  std::string debug;         // QK_MEM_DEBUG
+  std::string options;       // QK_MEM_OPTIONS
+  std::string dump;          // QK_MEM_DUMP
+  std::string profile = {};  // QK_MEM_PROFILE; "" leaves it as it is: it changes no other output
 };
 
 /**

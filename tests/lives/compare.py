@@ -1,9 +1,10 @@
 #!/usr/bin/env python3
-"""Checks that two builds of the library behave the same in random programs.
+"""Checks that two builds of the library behave the same in random programs, and the first one with
+the profile on as well.
 
 usage: compare.py FIRST SECOND [--seeds N] [--from SEED] [--keep]
 
-Runs the lives of N seeds, 200 by default, with both programs, and compares all files that they
+Runs the lives of N seeds, 200 by default, in all three ways, and compares all files that they
 leave, and how they end. --keep leaves the folders of the first life that differs.
 """
 
@@ -20,11 +21,11 @@ import tempfile
 SECONDS = 40  # of a life that hangs
 
 
-def live(program, seed, folder):
-    """Runs one life in an empty folder, with nothing in the environment."""
+def live(program, seed, folder, environment):
+    """Runs one life in an empty folder, with nothing else in the environment."""
     folder.mkdir(parents=True)
     with open(folder / "stdout.txt", "wb") as out, open(folder / "stderr.txt", "wb") as err:
-        process = subprocess.Popen([program, str(seed)], cwd=folder, env={}, stdout=out, stderr=err,
+        process = subprocess.Popen([program, str(seed)], cwd=folder, env=environment, stdout=out, stderr=err,
                                    stdin=subprocess.DEVNULL, start_new_session=True)
     try:
         end = process.wait(SECONDS)
@@ -59,11 +60,14 @@ def differences(one, other):
 
 def compare(programs, seed, root):
     """Returns the seed, what differs, and the bytes that were compared."""
-    folders = [root / str(seed) / name for name in ("first", "second")]
-    for program, folder in zip(programs, folders):
-        live(program, seed, folder)
+    ways = {"first": (programs[0], {}), "second": (programs[1], {}),
+            "profiled": (programs[0], {"QK_MEM_PROFILE": "SITES PEAK REPORT=/dev/null"})}
+    folders = [root / str(seed) / name for name in ways]
+    for folder, (program, environment) in zip(folders, ways.values()):
+        live(program, seed, folder, environment)
     size = sum(path.stat().st_size for path in folders[0].iterdir())
-    found = list(differences(*folders))
+    found = [f"{folder.name}: {text}" for folder in folders[1:]
+             for text in differences(folders[0], folder)]
     if not found:
         shutil.rmtree(root / str(seed))
     return seed, found, size

@@ -1,0 +1,82 @@
+/**
+ * The profile of qkmem: memory by the places that allocate it. It tells which lines of the program
+ * hold memory, which held it when most was in use, and which allocate blocks that are freed at once.
+ *
+ * It stands beside the records, logs and reports of qkmem/qkmem.h and changes none of them. It needs
+ * no switch of theirs, and also follows memory that has no record: that of the data handle, and
+ * pieces of blocks. Its tables lie in mappings of their own, never in the program's heap.
+ *
+ * The environment variable QK_MEM_PROFILE switches it on in a program that is already built:
+ *
+ *   QK_MEM_PROFILE=SITES ./program
+ *
+ * The conventions of qkmem/qkmem.h hold here too.
+ */
+#ifndef QKMEM_PROFILE_H_
+#define QKMEM_PROFILE_H_
+
+#pragma GCC visibility push(default)
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/**
+ * Switches the profile on, or changes what it reports.
+ *
+ * @param options  keywords, separated as in other option strings, of any length:
+ *                 SITES            account by handle, file and line; every other keyword implies it
+ *                 PEAK             report what each site held when the whole was largest
+ *                 TOP=n            sites in each part of the report, 20 unless given; 0 for all
+ *                 SORT=order       BYTES held (unless given), BLOCKS held, PEAK: bytes held at the
+ *                                  peak, MADE: bytes ever allocated, SHORT: blocks freed soon
+ *                 REPORT=name      STDERR (unless given), STDOUT, or a file
+ *                 MAX=bytes        of the profile's own memory, 256M unless given. What does not fit
+ *                                  is reported as not recorded
+ *                 Numbers of bytes can end with K, M or G. Null and "" switch the profile off: new
+ *                 allocations are not followed, earlier ones are until they are freed.
+ * @return 0, or the code of the first mistake, which is also the thread's error code: 10041 to 10044,
+ *         5022 for a value that is not understood, 5012 if there is no memory. A word that is not
+ *         understood is named on standard error, with the nearest keyword, and the rest is used.
+ *
+ * Memory that was allocated before is reported in one line. Starts the library up. Any thread.
+ */
+int qk_mem_profile_config(const char* options);
+
+/**
+ * Puts a label on what the calling thread allocates until qk_mem_pop_site(). The profile then tells
+ * the allocations of one line apart by their labels, and shows these. It is cheaper than a call
+ * stack.
+ *
+ * @param label  copied, and cut to 55 characters. Null is "(null)". Labels nest: one that is pushed
+ *               while another one is in force is shown inside it.
+ *
+ * Each label costs some 70 bytes for the life of the process, so a label should say what is done,
+ * not for which of a million customers. Starts the library up, so that QK_MEM_PROFILE is known.
+ * While the profile is off, labels are not kept. Any thread.
+ */
+void qk_mem_push_site(const char* label);
+
+/** Ends the calling thread's innermost label. Does nothing if it has none. */
+void qk_mem_pop_site(void);
+
+#ifdef __cplusplus
+} /* extern "C" */
+
+namespace qk {
+
+/** Labels what the calling thread allocates while it is in a scope, see qk_mem_push_site(). */
+class Site {
+ public:
+  explicit Site(const char* label) { qk_mem_push_site(label); }
+  Site(const Site&) = delete;
+  Site& operator=(const Site&) = delete;
+  ~Site() { qk_mem_pop_site(); }
+};
+
+} /* namespace qk */
+#endif
+
+#pragma GCC visibility pop
+
+#endif /* QKMEM_PROFILE_H_ */

@@ -1,0 +1,94 @@
+// Configuration of the profile, while the program runs and from the environment.
+#include "config/profile_config.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+#include "config/profile_options.h"
+#include "core/handle_array.h"
+#include "core/registry.h"
+#include "core/roads.h"
+#include "core/upcalls.h"
+#include "profile/notes.h"
+#include "profile/pool.h"
+#include "profile/state.h"
+#include "qkmem/profile.h"
+#include "support/mtx_lock.h"
+#include "support/system.h"
+#include "table/slot.h"
+
+namespace qk::mem {
+namespace {
+
+/** A copy of an option string that stays, in the profile's own memory. Null if there is none. */
+char* keep_text(const char* text) {
+  const std::size_t bytes = std::strlen(text) + 1;
+  const qk::MtxLock lock(profile::growth_lock);
+  void* const copy = profile::arena.take(bytes);
+  return copy == nullptr ? nullptr : static_cast<char*>(std::memcpy(copy, text, bytes));
+}
+
+/** Books the records that a handle has already. */
+void note_present_records(qk_mem_handle& handle) {
+  for (qk_mem_ptr_array& array : handle.ptrs) {
+    const std::int32_t slots = slots_of(array);
+    for (std::int32_t index = 1; index < slots; ++index) {
+      if (recorded_address(array.ptrs[index]) == nullptr) continue;
+      profile::note_from_before(handle, {array, index});
+    }
+  }
+}
+
+/** From one moment on, under the handle's lock, all its calls tell the profile of its memory. */
+void watch(qk_mem_handle& handle) QK_REQUIRES(Qk_mem_mtx) {
+  assert_registry_held();
+  if (profile::is_watched(handle)) return;
+  const profile::Pool* const pool = profile::provide_pool(handle);
+  if (pool == nullptr) return;
+  const HandleLock lock(handle);
+  profile::watch_handle(handle, *pool);
+  note_present_records(handle);
+}
+
+void switch_on() QK_REQUIRES(Qk_mem_mtx) {
+  assert_registry_held();
+  profile::start();
+  for_each_handle(watch);
+  settle_all_roads();
+}
+
+std::int32_t configure(const char* source, const char* text) QK_REQUIRES(Qk_mem_mtx) {
+  assert_registry_held();
+  char* const own_text = keep_text(text);
+  if (own_text == nullptr) return qk_error_no(ENOMEM);
+  profile::Options options;
+  const std::int32_t mistake = read_profile_options(source, own_text, options);
+  profile::set_options(options);
+  switch_on();
+  return mistake;
+}
+
+}  // namespace
+
+void configure_profile_from_environment() {
+  const char* const value = ::secure_getenv("QK_MEM_PROFILE");
+  if (value == nullptr || *value == '\0') return;
+  const RegistryLock lock;
+  configure("QK_MEM_PROFILE", value);
+}
+
+}  // namespace qk::mem
+
+extern "C" int qk_mem_profile_config(const char* options) {
+  using namespace qk::mem;
+  ensure_started();
+  const RegistryLock lock;
+  if (options == nullptr || *options == '\0') {
+    profile::stop();
+    return 0;
+  }
+  const int mistake = configure("qk_mem_profile_config", options);
+  if (mistake != 0) Qk_mem_error.set(mistake);
+  return mistake;
+}

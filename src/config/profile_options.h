@@ -1,0 +1,26 @@
+#ifndef QKMEM_CONFIG_PROFILE_OPTIONS_H_
+#define QKMEM_CONFIG_PROFILE_OPTIONS_H_
+
+#include <cstdint>
+
+#include "profile/options.h"
+
+namespace qk::mem {
+
+/**
+ * Reads the options of the profile, which have no limit of their length. Each word that is not
+ * understood is named on standard error, with the nearest keyword, and the rest is used: with a
+ * mistake in the options a report must never look as if nothing leaked.
+ *
+ * @param source   what the options come from, for the messages.
+ * @param text     is written into. Values in the result point into it.
+ * @param options  is filled.
+ * @return 0, or the code of the first mistake: 10041 to 10044 as of other option strings, 5022 for a
+ *         value that is not understood.
+ */
+[[nodiscard]] std::int32_t read_profile_options(const char* source, char* text,
+                                                profile::Options& options);
+
+}  // namespace qk::mem
+
+#endif  // QKMEM_CONFIG_PROFILE_OPTIONS_H_

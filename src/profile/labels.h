@@ -1,0 +1,35 @@
+#ifndef QKMEM_PROFILE_LABELS_H_
+#define QKMEM_PROFILE_LABELS_H_
+
+#include <cstdint>
+
+/**
+ * Labels that threads put on their allocations: cheaper than a call stack, and in the program's own
+ * words. They nest, so a label is a node of a tree, and its number stands for it and all around it.
+ */
+namespace qk::mem::profile {
+
+/** A label inside another one. */
+struct Label {
+  std::uint32_t outer;           // number of the label around it; 0 for none
+  std::uint32_t next_in_bucket;  // of the hash table that finds labels; 0 for none
+  char text[56];                 // cut if it was longer
+};
+
+/** The label of the calling thread; 0 for none. */
+[[nodiscard]] std::uint32_t label_of_thread();
+
+/**
+ * Sets the calling thread's label inside the present one. Without memory, and while the profile was
+ * never on, the label stays as it is.
+ */
+void push_label(const char* text);
+
+/** Returns to the label before the last push_label(). Does nothing if there is none. */
+void pop_label();
+
+[[nodiscard]] const Label& label(std::uint32_t number);
+
+}  // namespace qk::mem::profile
+
+#endif  // QKMEM_PROFILE_LABELS_H_

@@ -1,0 +1,53 @@
+#ifndef QKMEM_PROFILE_MARKS_H_
+#define QKMEM_PROFILE_MARKS_H_
+
+#include <cstdint>
+
+#include "profile/site.h"
+#include "profile/state.h"
+
+namespace qk::mem::profile {
+
+/** Which site allocated a block, and when. It stands beside the block's record. */
+struct Mark {
+  std::uint32_t site;   // the lower kSiteBits; the other bits are free
+  std::uint32_t event;  // the lower half of its number
+
+  [[nodiscard]] std::uint32_t site_number() const { return site & ((1U << kSiteBits) - 1); }
+};
+
+/**
+ * The marks of one pointer array, by slot. Every record that is written into a slot leaves its
+ * mark, so that of a free slot doesn't matter. The caller holds the lock of the handle.
+ */
+class Marks {
+ public:
+  /** The mark of a slot; null if there was no memory for it. */
+  [[nodiscard]] Mark* of(std::int32_t slot) {
+    return static_cast<std::uint32_t>(slot) < capacity_ ? &marks_[slot] : nullptr;
+  }
+
+  /**
+   * The same, and makes room for it. Once there was no memory there is no more room: the slots that
+   * have gone without a mark must not seem to have one.
+   */
+  [[nodiscard]] Mark* provide(std::int32_t slot) {
+    if (static_cast<std::uint32_t>(slot) >= capacity_ && !is_full_) [[unlikely]]
+      make_room(static_cast<std::uint32_t>(slot) + 1);
+    return of(slot);
+  }
+
+  /** Drops all marks. */
+  void release();
+
+ private:
+  void make_room(std::uint32_t least);
+
+  Mark* marks_;
+  std::uint32_t capacity_;
+  bool is_full_;
+};
+
+}  // namespace qk::mem::profile
+
+#endif  // QKMEM_PROFILE_MARKS_H_

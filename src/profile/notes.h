@@ -1,0 +1,76 @@
+#ifndef QKMEM_PROFILE_NOTES_H_
+#define QKMEM_PROFILE_NOTES_H_
+
+#include <cstdint>
+#include <optional>
+
+#include "core/records.h"
+#include "profile/address_table.h"
+#include "profile/pool.h"
+#include "profile/site.h"
+
+/**
+ * What the profile is told of memory on watched handles: each record that is written or released,
+ * and memory without a record. Whoever writes a record into a slot of a watched handle notes it,
+ * also if it belongs to no site: a mark that is left from an earlier record would be taken for its.
+ *
+ * The caller holds the lock of the handle, except with site_of().
+ */
+namespace qk::mem::profile {
+
+/** A record's place: a slot of one of the handle's arrays. */
+struct SlotPlace {
+  qk_mem_ptr_array& array;
+  std::int32_t index;
+};
+
+/**
+ * The site of an allocation: the caller's place, stack and label. To be called before any lock is
+ * taken, since an unwinder can wait for the dynamic linker.
+ *
+ * @param file  the name alone.
+ * @return kNoSite if new allocations are not booked.
+ */
+[[nodiscard]] std::uint32_t site_of(const qk_mem_handle& handle, const char* file, int line);
+
+/** A record was written into a slot. Its site can be kNoSite. */
+void note_made(qk_mem_handle& handle, SlotPlace place, std::uint32_t site);
+
+/** The record in a slot will be released next. */
+void note_gone(qk_mem_handle& handle, SlotPlace place);
+
+/** The same for a realloc: its event is counted when the memory is recorded again. */
+void note_set_aside(qk_mem_handle& handle, SlotPlace place);
+
+/** A record that was set aside is back in its slot. */
+void note_back(qk_mem_handle& handle, SlotPlace place);
+
+/** The record in a slot was live before the handle was watched. */
+void note_from_before(qk_mem_handle& handle, SlotPlace place);
+
+/** Memory was allocated that the core does not record. */
+void note_unrecorded(qk_mem_handle& handle, const void* address, std::uint64_t bytes,
+                     std::uint32_t site);
+
+/** The same for a piece of a block, which stays until the handle is cleared. */
+void note_piece(qk_mem_handle& handle, std::uint64_t bytes, std::uint32_t site);
+
+/** Memory without a record will be released. */
+void note_unrecorded_gone(qk_mem_handle& handle, const void* address);
+
+/** The same for a realloc. Returns what is known of the memory. */
+[[nodiscard]] std::optional<Unrecorded> note_unrecorded_set_aside(qk_mem_handle& handle,
+                                                                  const void* address);
+
+/** Memory that was set aside could not be resized. */
+void note_unrecorded_back(qk_mem_handle& handle, const Unrecorded& memory);
+
+/** The handle has no memory any more: it was cleared. */
+void note_all_gone(qk_mem_handle& handle);
+
+/** The handle is deleted, after all its memory. */
+void note_deleted(qk_mem_handle& handle);
+
+}  // namespace qk::mem::profile
+
+#endif  // QKMEM_PROFILE_NOTES_H_

@@ -1,0 +1,41 @@
+#ifndef QKMEM_PROFILE_OPTIONS_H_
+#define QKMEM_PROFILE_OPTIONS_H_
+
+#include <cstdint>
+
+/** What the profile keeps and reports, as the program or its user has configured it. */
+namespace qk::mem::profile {
+
+enum class Sort : std::uint8_t {
+  kBytes,
+  kBlocks,
+  kPeak,  // bytes when the whole was largest
+  kMade,  // bytes ever made
+  kShort  // blocks that were released soon
+};
+
+enum class Format : std::uint8_t { kText, kJson, kPprof, kOpenMetrics };
+
+inline constexpr std::uint32_t kDefaultTop = 20;
+inline constexpr std::uint32_t kDefaultDepth = 16;
+inline constexpr std::uint32_t kMaxDepth = 64;
+inline constexpr std::uint64_t kDefaultMaxBytes = std::uint64_t{256} << 20;
+
+struct Options {
+  std::uint32_t depth = 0;  // frames of a stack; 0 for no stacks
+  bool peak = false;
+  std::uint32_t top = kDefaultTop;  // sites shown; 0 for all
+  Sort sort = Sort::kBytes;
+  Format format = Format::kText;
+  const char* report = "STDERR";  // or STDOUT, LOG, or the pattern of a file name
+  const char* skip = nullptr;     // functions whose frames are not shown
+  std::uint64_t max_bytes = kDefaultMaxBytes;
+};
+
+/** The options, whose texts stay valid until the process ends. For holders of the registry's lock. */
+[[nodiscard]] const Options& options();
+void set_options(const Options& now);
+
+}  // namespace qk::mem::profile
+
+#endif  // QKMEM_PROFILE_OPTIONS_H_

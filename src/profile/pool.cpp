@@ -1,0 +1,102 @@
+#include "profile/pool.h"
+
+#include <cstring>
+
+#include "core/kinds.h"
+#include "core/registry.h"
+#include "profile/site_table.h"
+#include "support/mtx_lock.h"
+
+namespace qk::mem::profile {
+
+constinit qk::NumberedStore<Pool> pools;
+constinit qk::NumberedStore<PoolsOfNumber> pools_by_number;
+constinit qk::NumberedStore<TagLevel> tag_levels;
+constinit Level whole = {};
+constinit std::uint64_t peak_epoch = 0;
+constinit std::uint32_t handles_left_out = 0;
+
+namespace {
+
+std::uint32_t find_or_add_tag(const char* name) QK_REQUIRES(growth_lock) {
+  assert_growth_held();
+  for (std::uint32_t number = 1; number <= tag_levels.count(); ++number) {
+    if (std::strcmp(tag_levels.at(number).name, name) == 0) return number;
+  }
+  const std::uint32_t number = tag_levels.add(arena);
+  if (number == 0) return 0;
+  std::memcpy(tag_levels.at(number).name, name, sizeof TagLevel::name);
+  tag_levels.publish_added();
+  return number;
+}
+
+/** The entry of a handle's number, or null. Handles take the lowest free numbers. */
+PoolsOfNumber* pools_of_number(std::int32_t hid) QK_REQUIRES(growth_lock) {
+  assert_growth_held();
+  const auto wanted = static_cast<std::uint32_t>(hid);
+  while (pools_by_number.count() < wanted) {
+    if (pools_by_number.add(arena) == 0) return nullptr;
+    pools_by_number.publish_added();
+  }
+  return &pools_by_number.at(wanted);
+}
+
+Pool* find_pool(const PoolsOfNumber& of_number, std::uint32_t tag) {
+  for (std::uint32_t number = of_number.newest; number != 0;
+       number = pools.at(number).same_number) {
+    if (pools.at(number).tag == tag) return &pools.at(number);
+  }
+  return nullptr;
+}
+
+Pool* add_pool(PoolsOfNumber& of_number, std::int32_t hid, std::uint32_t tag)
+    QK_REQUIRES(growth_lock) {
+  assert_growth_held();
+  const std::uint32_t number = pools.add(arena);
+  if (number == 0) return nullptr;
+  Pool& pool = pools.at(number);
+  pool.number = number;
+  pool.hid = hid;
+  pool.tag = tag;
+  pool.same_number = of_number.newest;
+  pool.from_before.key.pool = number;
+  pool.not_recorded.key.pool = number;
+  of_number.newest = number;
+  pools.publish_added();
+  return &pool;
+}
+
+Pool* find_or_add_pool(const qk_mem_handle& handle) {
+  const qk::MtxLock lock(growth_lock);
+  const std::uint32_t tag = find_or_add_tag(handle.tag->name);
+  PoolsOfNumber* const of_number = pools_of_number(handle.id);
+  if (tag == 0 || of_number == nullptr) return nullptr;
+  Pool* const pool = find_pool(*of_number, tag);
+  return pool != nullptr ? pool : add_pool(*of_number, handle.id, tag);
+}
+
+}  // namespace
+
+Pool* provide_pool(const qk_mem_handle& handle) {
+  Pool* const pool = find_or_add_pool(handle);
+  if (pool == nullptr) {
+    qk::add(handles_left_out, 1);
+    return nullptr;
+  }
+  pool->is_blockmgmt = is_blockmgmt(handle) ? 1 : 0;
+  pool->is_autofree = handle.autofree != 0 ? 1 : 0;
+  qk::store(pool->is_alive, 1);
+  return pool;
+}
+
+void watch_handle(qk_mem_handle& handle, const Pool& pool) {
+  qk::publish(handle.profile_pool, pool.number);
+}
+
+Site& site_in(Pool& pool, std::uint32_t number) {
+  if (number == kFromBeforeSite) return pool.from_before;
+  if (number == kNotRecordedSite) return pool.not_recorded;
+  return sites.at(number);
+}
+
+}  // namespace qk::mem::profile

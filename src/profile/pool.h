@@ -1,0 +1,95 @@
+#ifndef QKMEM_PROFILE_POOL_H_
+#define QKMEM_PROFILE_POOL_H_
+
+#include <cstdint>
+
+#include "core/records.h"
+#include "profile/address_table.h"
+#include "profile/events.h"
+#include "profile/levels.h"
+#include "profile/marks.h"
+#include "profile/site.h"
+#include "profile/state.h"
+#include "support/numbered_store.h"
+
+/**
+ * What the profile knows of handles, tags and the whole. A pool stands for the handles of one number
+ * and tag, one after the other: at most one of them is alive.
+ */
+namespace qk::mem::profile {
+
+/** All handles of one tag. */
+struct TagLevel {
+  char name[8];
+  Level level;
+};
+
+/** Its figures change under the lock of its handle, and are read without it. */
+struct Pool {
+  std::uint32_t number;
+  std::int32_t hid;
+  std::uint32_t tag;          // number of a TagLevel
+  std::uint32_t same_number;  // another pool of the handle's number; 0 for none
+  std::uint32_t first_site;   // the others follow by Site::next_of_pool
+  std::uint32_t recent_site;  // that was looked for most recently
+  std::uint8_t is_blockmgmt;
+  std::uint8_t is_autofree;
+  std::uint8_t is_alive;
+  Level level;
+  std::uint64_t live_blocks;
+  std::uint64_t made_bytes;
+  std::uint64_t made_blocks;
+  std::int64_t not_passed_on;  // bytes that tag and whole don't have yet
+  EventRange numbers;
+  Site from_before;   // memory that was live when the profile was switched on
+  Site not_recorded;  // memory that did not fit into the profile's own
+  AddressTable unrecorded;
+  Marks marks[kArraysPerHandle];
+};
+
+/** The pools of a handle's number. */
+struct PoolsOfNumber {
+  std::uint32_t newest;  // the others follow by Pool::same_number
+};
+
+extern qk::NumberedStore<Pool> pools;
+extern qk::NumberedStore<PoolsOfNumber> pools_by_number;
+extern qk::NumberedStore<TagLevel> tag_levels;
+extern Level whole;
+
+/**
+ * Counts the times at which the whole was largest. A site that changes notes first what it held, if
+ * that was before the latest of them: so the division of the peak needs no copy of all sites.
+ */
+extern std::uint64_t peak_epoch;
+
+/** Handles for which there was no memory. */
+extern std::uint32_t handles_left_out;
+
+/** Finds or makes the pool of a handle that is not watched yet. Null if there is no memory. */
+[[nodiscard]] Pool* provide_pool(const qk_mem_handle& handle);
+
+/** Lets the profile watch a handle from now on, with its pool. */
+void watch_handle(qk_mem_handle& handle, const Pool& pool);
+
+/** Whether the profile watches a handle. */
+[[nodiscard]] inline bool is_watched(const qk_mem_handle& handle) {
+  return qk::acquire(handle.profile_pool) != 0;
+}
+
+[[nodiscard]] inline Pool& pool_of(const qk_mem_handle& handle) {
+  return pools.at(qk::acquire(handle.profile_pool));
+}
+
+/** The site of a pool by its number, which is not kNoSite. */
+[[nodiscard]] Site& site_in(Pool& pool, std::uint32_t number);
+
+/** Bytes that a site held when the whole was largest. */
+[[nodiscard]] inline std::uint64_t bytes_at_peak(const Site& site) {
+  return qk::load(site.epoch) == qk::load(peak_epoch) ? qk::load(site.bytes_at_peak)
+                                                      : qk::load(site.live_bytes);
+}
+
+}  // namespace qk::mem::profile
+
+#endif  // QKMEM_PROFILE_POOL_H_

@@ -1,0 +1,77 @@
+#include "profile/report/destination.h"
+
+#include <linux/limits.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdint>
+
+#include "diag/log.h"
+#include "profile/events.h"
+#include "support/file_names.h"
+#include "support/line.h"
+#include "support/option_words.h"
+#include "support/own_message.h"
+#include "support/replaced_file.h"
+#include "support/system.h"
+
+namespace qk::mem::profile {
+namespace {
+
+constinit std::uint64_t reports = 0;
+constinit bool has_complained = false;
+
+void complain(std::string_view name, std::string_view why) {
+  if (has_complained) return;
+  has_complained = true;
+  qk::Line line;
+  line.put("qkmem: no report in '").put(name).put("': ").put(why).put('\n');
+  qk::write_message(line.finish());
+}
+
+void complain(std::string_view name, int error) {
+  char why[128];
+  complain(name, qk_error_msg_r(error, why, sizeof why));
+}
+
+void write_to_log(std::string_view text) {
+  while (!text.empty()) {
+    const std::size_t length = std::min(text.find('\n'), text.size() - 1) + 1;
+    qk_mem_write_log("%.*s", static_cast<int>(length), text.data());
+    text.remove_prefix(length);
+  }
+}
+
+void write_to_descriptor(int descriptor, const char* name, std::string_view text) {
+  const int error = qk::write_text(descriptor, text);
+  if (error != 0) complain(name, error);
+}
+
+void write_to_file(const char* pattern, std::string_view text) {
+  constexpr std::int64_t kNanoseconds = 1'000'000'000;
+  const qk::FileNameFacts facts = {
+      .start = static_cast<std::int64_t>(start_of_clock()) / kNanoseconds, .number = reports};
+  std::array<char, PATH_MAX> name = {};
+  if (!qk::expand_file_name(pattern, facts, name).fits) return complain(pattern, ENAMETOOLONG);
+  const int error = qk::write_replaced_file(name.data(), text);
+  if (error != 0) complain(name.data(), error);
+}
+
+}  // namespace
+
+void deliver(const char* report, std::string_view text) {
+  ++reports;
+  if (equal_ignoring_case(report, "STDERR")) {
+    write_to_descriptor(STDERR_FILENO, report, text);
+  } else if (equal_ignoring_case(report, "STDOUT")) {
+    write_to_descriptor(STDOUT_FILENO, report, text);
+  } else if (equal_ignoring_case(report, "LOG")) {
+    write_to_log(text);
+  } else {
+    write_to_file(report, text);
+  }
+}
+
+}  // namespace qk::mem::profile

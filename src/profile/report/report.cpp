@@ -1,0 +1,19 @@
+#include "profile/report/report.h"
+
+#include "profile/report/destination.h"
+#include "profile/state.h"
+
+namespace qk::mem::profile {
+
+void write_report(Occasion occasion) {
+  if (!was_ever_on()) return;
+  Rows rows(rows_needed());
+  collect_rows(rows);
+  qk::PageBuffer text;
+  qk::PageWriter out(text);
+  put_text_report(out, rows, options(), occasion);
+  deliver(options().report, text.text());
+  text.clear();
+}
+
+}  // namespace qk::mem::profile

@@ -1,0 +1,13 @@
+#ifndef QKMEM_PROFILE_REPORT_REPORT_H_
+#define QKMEM_PROFILE_REPORT_REPORT_H_
+
+#include "profile/report/text_report.h"
+
+namespace qk::mem::profile {
+
+/** Writes the report where the options say, if the profile was ever on. For signal handlers too. */
+void write_report(Occasion occasion);
+
+}  // namespace qk::mem::profile
+
+#endif  // QKMEM_PROFILE_REPORT_REPORT_H_

@@ -1,0 +1,121 @@
+#include "profile/report/rows.h"
+
+#include <algorithm>
+#include <cstring>
+#include <tuple>
+
+#include "profile/site_table.h"
+#include "support/shared_variable.h"
+
+namespace qk::mem::profile {
+namespace {
+
+Row row_of(const Site& site, RowKind kind, std::uint64_t now) {
+  Row row = {};
+  row.kind = kind;
+  row.is_autofree = qk::load(pools.at(site.key.pool).is_autofree) != 0;
+  // What belongs to no place is one row for all handles.
+  if (kind == RowKind::kSite) row.key = site.key;
+  row.live_bytes = qk::load(site.live_bytes);
+  row.live_blocks = qk::load(site.live_blocks);
+  row.bytes_at_peak = bytes_at_peak(site);
+  row.highest_bytes = qk::load(site.highest_bytes);
+  row.made_bytes = qk::load(site.made_bytes);
+  row.made_blocks = qk::load(site.made_blocks);
+  row.largest_block = qk::load(site.largest_block);
+  row.freed_soon = qk::load(site.freed_soon);
+  row.sum_of_lives = qk::load(site.lives) + row.live_blocks * now;
+  row.first_event = qk::load(site.first_event);
+  row.last_event = qk::load(site.last_event);
+  return row;
+}
+
+void add_row(Rows& rows, const Site& site, RowKind kind, std::uint64_t now) {
+  if (qk::load(site.made_blocks) != 0) rows.push_back(row_of(site, kind, now));
+}
+
+std::strong_ordering compare_files(const char* left, const char* right) {
+  if (left == right) return std::strong_ordering::equal;
+  if (left == nullptr || right == nullptr) return left <=> right;
+  return std::strcmp(left, right) <=> 0;
+}
+
+/** The order of places in a report. Equal rows are of the same place. */
+std::strong_ordering compare_places(const Row& left, const Row& right) {
+  if (const auto order = left.kind <=> right.kind; order != 0) return order;
+  if (const auto order = compare_files(left.key.file, right.key.file); order != 0) return order;
+  return std::tie(left.key.line, left.key.pool, left.key.stack, left.key.label,
+                  left.is_autofree) <=> std::tie(right.key.line, right.key.pool, right.key.stack,
+                                                 right.key.label, right.is_autofree);
+}
+
+void add_figures(Row& sum, const Row& row) {
+  sum.live_bytes += row.live_bytes;
+  sum.live_blocks += row.live_blocks;
+  sum.bytes_at_peak += row.bytes_at_peak;
+  sum.highest_bytes += row.highest_bytes;  // at most: they can have been highest at different times
+  sum.made_bytes += row.made_bytes;
+  sum.made_blocks += row.made_blocks;
+  sum.largest_block = std::max(sum.largest_block, row.largest_block);
+  sum.freed_soon += row.freed_soon;
+  sum.sum_of_lives += row.sum_of_lives;
+  sum.first_event = std::min(sum.first_event, row.first_event);
+  sum.last_event = std::max(sum.last_event, row.last_event);
+}
+
+void merge_equal_places(Rows& rows) {
+  std::sort(rows.begin(), rows.end(),
+            [](const Row& left, const Row& right) { return compare_places(left, right) < 0; });
+  std::size_t kept = 0;
+  for (std::size_t i = 0; i < rows.size(); ++i) {
+    if (kept != 0 && compare_places(rows[kept - 1], rows[i]) == 0) {
+      add_figures(rows[kept - 1], rows[i]);
+    } else {
+      rows[kept++] = rows[i];
+    }
+  }
+  rows.shrink(kept);
+}
+
+std::uint64_t figure_of(const Row& row, Sort order) {
+  switch (order) {
+    case Sort::kBytes:
+      return row.live_bytes;
+    case Sort::kBlocks:
+      return row.live_blocks;
+    case Sort::kPeak:
+      return row.bytes_at_peak;
+    case Sort::kMade:
+      return row.made_bytes;
+    case Sort::kShort:
+      return row.freed_soon;
+  }
+  return 0;
+}
+
+}  // namespace
+
+std::size_t rows_needed() { return sites.count() + std::size_t{2} * pools.count(); }
+
+void collect_rows(Rows& rows) {
+  const std::uint64_t now = events_so_far();
+  for (std::uint32_t number = 1; number <= sites.count(); ++number) {
+    add_row(rows, sites.at(number), RowKind::kSite, now);
+  }
+  for (std::uint32_t number = 1; number <= pools.count(); ++number) {
+    add_row(rows, pools.at(number).from_before, RowKind::kFromBefore, now);
+    add_row(rows, pools.at(number).not_recorded, RowKind::kNotRecorded, now);
+  }
+  merge_equal_places(rows);
+}
+
+void sort_rows(std::span<Row> rows, Sort order) {
+  std::sort(rows.begin(), rows.end(), [order](const Row& left, const Row& right) {
+    const std::uint64_t of_left = figure_of(left, order);
+    const std::uint64_t of_right = figure_of(right, order);
+    if (of_left != of_right) return of_left > of_right;
+    return compare_places(left, right) < 0;
+  });
+}
+
+}  // namespace qk::mem::profile

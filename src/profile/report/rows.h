@@ -1,0 +1,54 @@
+#ifndef QKMEM_PROFILE_REPORT_ROWS_H_
+#define QKMEM_PROFILE_REPORT_ROWS_H_
+
+#include <cstdint>
+#include <span>
+
+#include "profile/options.h"
+#include "profile/pool.h"
+#include "support/mapped_array.h"
+
+/** The figures of all sites at one moment, for a report. */
+namespace qk::mem::profile {
+
+/** What a row is about. */
+enum class RowKind : std::uint8_t {
+  kSite,
+  kFromBefore,  // memory from before the profile was switched on
+  kNotRecorded  // memory that the profile had no room for
+};
+
+struct Row {
+  RowKind kind;
+  bool is_autofree;  // its handle is deleted when the program ends
+  SiteKey key;
+  std::uint64_t live_bytes;
+  std::uint64_t live_blocks;
+  std::uint64_t bytes_at_peak;
+  std::uint64_t highest_bytes;
+  std::uint64_t made_bytes;
+  std::uint64_t made_blocks;
+  std::uint64_t largest_block;
+  std::uint64_t freed_soon;
+  std::uint64_t sum_of_lives;  // of all blocks so far, in events
+  std::uint64_t first_event;
+  std::uint64_t last_event;
+};
+
+using Rows = qk::MappedArray<Row>;
+
+/** How many rows collect_rows() needs room for. */
+[[nodiscard]] std::size_t rows_needed();
+
+/**
+ * Adds a row for each site that has ever allocated. Sites whose file has the same name at another
+ * address are one row.
+ */
+void collect_rows(Rows& rows);
+
+/** Sorts rows by a figure, the largest first, and rows with equal figures by their place. */
+void sort_rows(std::span<Row> rows, Sort order);
+
+}  // namespace qk::mem::profile
+
+#endif  // QKMEM_PROFILE_REPORT_ROWS_H_

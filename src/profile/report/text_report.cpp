@@ -1,0 +1,206 @@
+#include "profile/report/text_report.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+
+#include "formats/figures.h"
+#include "profile/events.h"
+#include "profile/report/place.h"
+#include "profile/report/table.h"
+#include "support/line.h"
+#include "support/shared_variable.h"
+
+namespace qk::mem::profile {
+namespace {
+
+/** Sums of rows. */
+struct Sums {
+  std::uint64_t sites = 0;
+  std::uint64_t bytes = 0;
+  std::uint64_t blocks = 0;
+
+  void add(const Row& row) {
+    if (row.live_blocks == 0) return;
+    ++sites;
+    bytes += row.live_bytes;
+    blocks += row.live_blocks;
+  }
+};
+
+struct Verdict {
+  Sums held;
+  Sums autofree;  // released with their handles when the program ends
+  std::uint64_t made_bytes = 0;
+  std::uint64_t made_blocks = 0;
+};
+
+bool ends_with_handle(const Row& row, Occasion occasion) {
+  return occasion == Occasion::kEnd && row.is_autofree;
+}
+
+Verdict judge(const Rows& rows, Occasion occasion) {
+  Verdict verdict;
+  for (const Row& row : rows) {
+    (ends_with_handle(row, occasion) ? verdict.autofree : verdict.held).add(row);
+    verdict.made_bytes += row.made_bytes;
+    verdict.made_blocks += row.made_blocks;
+  }
+  return verdict;
+}
+
+std::string_view plural(std::uint64_t count) { return count == 1 ? "" : "s"; }
+
+void put_amount(qk::Line& line, std::uint64_t bytes, std::uint64_t blocks) {
+  line.put(size_figure(bytes).text()).put(" in ").put(count_figure(blocks).text());
+  line.put(" block").put(plural(blocks));
+}
+
+/** A time since the start: to a tenth of a second, since the clock is a coarse one. */
+Figure time_figure(std::uint64_t nanoseconds) {
+  constexpr std::uint64_t kTenth = 100'000'000;
+  if (nanoseconds >= 600 * kTenth) return duration_figure(nanoseconds);
+  return Figure([=](qk::Cursor& cursor) {
+    cursor.number(nanoseconds / (10 * kTenth)).put('.').number(nanoseconds / kTenth % 10).put(" s");
+  });
+}
+
+void put_peak(qk::Line& line) {
+  const std::uint64_t event = qk::load(whole.highest_event);
+  line.put("; peak ").put(size_figure(qk::load(whole.highest)).text()).put(" at ");
+  line.put(time_figure(time_of_event(event)).text());
+  line.put(" (event ").put(count_figure(event).text()).put(")");
+}
+
+void put_verdict(qk::PageWriter& out, const Verdict& verdict, Occasion occasion) {
+  qk::Line line;
+  line.put("qkmem: ");
+  const Sums& held = verdict.held;
+  if (held.blocks == 0) {
+    line.put("nothing is held; ").put(count_figure(verdict.made_blocks).text());
+    line.put(" allocation").put(plural(verdict.made_blocks)).put(" of ");
+    line.put(size_figure(verdict.made_bytes).text());
+    line.put(verdict.made_blocks == 1 ? " was watched" : " were watched");
+  } else {
+    line.put(count_figure(held.sites).text()).put(" site").put(plural(held.sites));
+    if (occasion == Occasion::kEnd) line.put(" still");
+    line.put(held.sites == 1 ? " holds " : " hold ");
+    put_amount(line, held.bytes, held.blocks);
+  }
+  if (verdict.made_blocks != 0) put_peak(line);
+  out.put(line.put('\n').finish());
+  if (verdict.autofree.blocks == 0) return;
+  qk::Line autofree;
+  put_amount(autofree.put("qkmem: "), verdict.autofree.bytes, verdict.autofree.blocks);
+  out.put(autofree.put(" of AUTOFREE handles go with them\n").finish());
+}
+
+/** Sites of few short-lived blocks are not worth a line. */
+constexpr std::uint64_t kLeastFreedSoon = 1000;
+
+bool churns(const Row& row) {
+  return row.freed_soon >= kLeastFreedSoon && 2 * row.freed_soon >= row.made_blocks;
+}
+
+/** The number and the tag of a row's handle. */
+Figure handle_figure(const Row& row) {
+  return Figure([&row](qk::Cursor& cursor) {
+    if (row.kind != RowKind::kSite) return;
+    const Pool& pool = pools.at(row.key.pool);
+    cursor.number(static_cast<std::uint64_t>(pool.hid));
+    const char* const tag = tag_levels.at(pool.tag).name;
+    if (*tag != '\0') cursor.put(' ').put(tag);
+  });
+}
+
+/** One part of a report: which rows it shows, and in which order. */
+struct Part {
+  std::string_view title;  // a line of its own; none if it is empty
+  Sort order;
+  bool (*wants)(const Row& row);
+};
+
+/** Appends a part, if there is a row for it. */
+template <std::size_t N, class CellsOf>
+void put_part(qk::PageWriter& out, std::span<Row> all, const Part& part, std::uint32_t top,
+              const Headings<N>& headings, CellsOf cells_of) {
+  const auto end = std::partition(all.begin(), all.end(), part.wants);
+  const std::span<Row> wanted(all.begin(), end);
+  if (wanted.empty()) return;
+  sort_rows(wanted, part.order);
+  const std::size_t shown = top == 0 ? wanted.size() : std::min<std::size_t>(wanted.size(), top);
+  if (!part.title.empty()) out.put(part.title);
+  put_table<N>(out, headings, wanted.first(shown), cells_of, put_place);
+  const std::size_t rest = wanted.size() - shown;
+  if (rest == 0) return;
+  qk::Line line;
+  line.put("  and ").put(count_figure(rest).text()).put(" more site").put(plural(rest));
+  out.put(line.put(" (TOP=0 shows all)\n").finish());
+}
+
+void put_held(qk::PageWriter& out, std::span<Row> rows, const Options& options,
+              std::uint64_t all_bytes) {
+  const Part part = {"", options.sort, [](const Row& row) { return row.live_blocks != 0; }};
+  put_part<5>(out, rows, part, options.top, {"bytes", "blocks", "share", "made", "handle", "site"},
+              [=](const Row& row) {
+                return Cells<5>{size_figure(row.live_bytes), count_figure(row.live_blocks),
+                                percent_figure(row.live_bytes, all_bytes),
+                                count_figure(row.made_blocks), handle_figure(row)};
+              });
+}
+
+void put_held_at_peak(qk::PageWriter& out, std::span<Row> rows, const Options& options) {
+  const std::uint64_t all_bytes = qk::load(whole.highest);
+  const Part part = {"qkmem: held at the peak\n", Sort::kPeak,
+                     [](const Row& row) { return row.bytes_at_peak != 0; }};
+  put_part<4>(out, rows, part, options.top, {"at peak", "share", "now", "handle", "site"},
+              [=](const Row& row) {
+                return Cells<4>{size_figure(row.bytes_at_peak),
+                                percent_figure(row.bytes_at_peak, all_bytes),
+                                size_figure(row.live_bytes), handle_figure(row)};
+              });
+}
+
+void put_churn(qk::PageWriter& out, std::span<Row> rows, const Options& options) {
+  const Part part = {"qkmem: churn, blocks that were freed within 16 events\n", Sort::kShort,
+                     churns};
+  put_part<5>(
+      out, rows, part, options.top,
+      {"freed soon", "made", "bytes made", "mean life", "handle", "site"}, [](const Row& row) {
+        return Cells<5>{count_figure(row.freed_soon), count_figure(row.made_blocks),
+                        size_figure(row.made_bytes),
+                        count_figure(row.sum_of_lives / row.made_blocks), handle_figure(row)};
+      });
+}
+
+void put_left_out(qk::PageWriter& out) {
+  const std::uint32_t handles = qk::load(handles_left_out);
+  if (handles == 0) return;
+  qk::Line line;
+  line.put("qkmem: ").put(count_figure(handles).text()).put(" handle").put(plural(handles));
+  line.put(handles == 1 ? " was" : " were");
+  out.put(line.put(" not watched: MAX is too small\n").finish());
+}
+
+void put_own_memory(qk::PageWriter& out) {
+  qk::Line line;
+  line.put("qkmem: the profile took ").put(size_figure(arena.mapped()).text());
+  out.put(line.put(" of its own\n").finish());
+}
+
+}  // namespace
+
+void put_text_report(qk::PageWriter& out, Rows& rows, const Options& options, Occasion occasion) {
+  const Verdict verdict = judge(rows, occasion);
+  put_verdict(out, verdict, occasion);
+  const auto held_end = std::partition(rows.begin(), rows.end(), [occasion](const Row& row) {
+    return !ends_with_handle(row, occasion);
+  });
+  put_held(out, {rows.begin(), held_end}, options, verdict.held.bytes);
+  if (options.peak) put_held_at_peak(out, {rows.begin(), rows.end()}, options);
+  put_churn(out, {rows.begin(), rows.end()}, options);
+  put_left_out(out);
+  if (verdict.made_blocks != 0) put_own_memory(out);
+}
+
+}  // namespace qk::mem::profile

@@ -1,0 +1,25 @@
+#ifndef QKMEM_PROFILE_REPORT_TEXT_REPORT_H_
+#define QKMEM_PROFILE_REPORT_TEXT_REPORT_H_
+
+#include "profile/options.h"
+#include "profile/report/rows.h"
+#include "support/page_writer.h"
+
+namespace qk::mem::profile {
+
+/** Why a report is made. */
+enum class Occasion : std::uint8_t {
+  kRunning,  // the program goes on
+  kEnd       // it ends: AUTOFREE handles are deleted next
+};
+
+/**
+ * Appends the report for people: a verdict in one line, then the sites that hold memory, those that
+ * held it at the peak, and those whose blocks are freed at once; each part only if it has something
+ * to say. Sorts the rows. Calls no allocator.
+ */
+void put_text_report(qk::PageWriter& out, Rows& rows, const Options& options, Occasion occasion);
+
+}  // namespace qk::mem::profile
+
+#endif  // QKMEM_PROFILE_REPORT_TEXT_REPORT_H_

@@ -1,0 +1,38 @@
+#include "profile/state.h"
+
+#include <unistd.h>
+
+#include "profile/events.h"
+
+namespace qk::mem::profile {
+
+constinit std::uint8_t state = static_cast<std::uint8_t>(State::kOff);
+constinit qk::Mtx growth_lock;
+constinit qk::PageArena arena;
+
+namespace {
+
+constinit std::uint8_t has_figures = 0;
+
+void set_state(State now) { qk::store(state, static_cast<std::uint8_t>(now)); }
+
+}  // namespace
+
+void start() {
+  if (is_frozen()) return;
+  start_event_clock();
+  qk::store(has_figures, 1);
+  set_state(State::kOn);
+}
+
+void stop() {
+  if (is_on()) set_state(State::kOff);
+}
+
+void freeze() {
+  if (was_ever_on()) set_state(State::kFrozen);
+}
+
+bool was_ever_on() { return qk::load(has_figures) != 0; }
+
+}  // namespace qk::mem::profile

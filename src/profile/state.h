@@ -1,0 +1,53 @@
+#ifndef QKMEM_PROFILE_STATE_H_
+#define QKMEM_PROFILE_STATE_H_
+
+#include <cstdint>
+
+#include "support/mtx.h"
+#include "support/page_arena.h"
+#include "support/shared_variable.h"
+
+/**
+ * Whether the profile is on, and what its tables share. They lie in mappings of their own: the
+ * program's heap looks the same with and without the profile.
+ *
+ * Figures change under the lock of the handle that they belong to. The profile's own lock guards
+ * what makes tables grow; no other lock is taken under it.
+ */
+namespace qk::mem::profile {
+
+enum class State : std::uint8_t {
+  kOff,
+  kOn,
+  kFrozen  // the program ends: the figures stay as they are for the report
+};
+
+extern std::uint8_t state;
+extern qk::Mtx growth_lock;
+extern qk::PageArena arena QK_GUARDED_BY(growth_lock);
+
+/** To be called first in functions that rely on the growth lock. */
+inline void assert_growth_held() QK_ASSERTS_HELD(growth_lock) { growth_lock.assert_held(); }
+
+[[nodiscard]] inline State state_now() { return static_cast<State>(qk::load(state)); }
+
+/** Whether new allocations are booked. */
+[[nodiscard]] inline bool is_on() { return state_now() == State::kOn; }
+
+[[nodiscard]] inline bool is_frozen() { return state_now() == State::kFrozen; }
+
+/** Books what is allocated from now on. */
+void start();
+
+/** Books no new allocations from now on. Blocks that were booked are followed to their release. */
+void stop();
+
+/** Keeps the figures as they are from now on, if the profile was ever on. */
+void freeze();
+
+/** Whether there is something to report. */
+[[nodiscard]] bool was_ever_on();
+
+}  // namespace qk::mem::profile
+
+#endif  // QKMEM_PROFILE_STATE_H_

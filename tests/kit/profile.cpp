@@ -1,0 +1,159 @@
+#include "tests/kit/profile.h"
+
+#include <cstring>
+#include <regex>
+
+#include "core/handle_array.h"
+#include "core/kinds.h"
+#include "profile/report/text_report.h"
+#include "profile/site_table.h"
+#include "qkmem/profile.h"
+#include "table/slot.h"
+#include "tests/kit/scene.h"
+
+namespace kit {
+namespace {
+
+using namespace qk::mem;
+namespace profile = qk::mem::profile;
+using profile::Row;
+using profile::Site;
+
+template <class Wanted>
+Row find_row(Wanted wanted) {
+  profile::Rows rows(profile::rows_needed());
+  profile::collect_rows(rows);
+  for (const Row& row : rows) {
+    if (wanted(row)) return row;
+  }
+  return {};
+}
+
+std::string amount(std::uint64_t blocks, std::uint64_t bytes) {
+  return std::to_string(blocks) + " for " + std::to_string(bytes);
+}
+
+struct Sums {
+  std::uint64_t bytes = 0;
+  std::uint64_t blocks = 0;
+  std::uint64_t at_peak = 0;
+
+  void add(const Site& site) {
+    bytes += site.live_bytes;
+    blocks += site.live_blocks;
+    at_peak += profile::bytes_at_peak(site);
+  }
+  [[nodiscard]] std::string text() const { return amount(blocks, bytes); }
+};
+
+Sums sums_of(const profile::Pool& pool) {
+  Sums sums;
+  sums.add(pool.from_before);
+  sums.add(pool.not_recorded);
+  for (std::uint32_t number = pool.first_site; number != profile::kNoSite;
+       number = profile::sites.at(number).next_of_pool) {
+    sums.add(profile::sites.at(number));
+  }
+  return sums;
+}
+
+/** The program's memory in the records of a handle. */
+Sums recorded_on(const qk_mem_handle& handle) {
+  Sums sums;
+  const RegistryLock lock;
+  for_each_record(handle, [&](const qk_mem_ptr& record) {
+    if (!belongs_to_program(record.kind)) return;
+    sums.bytes += bytes_of(record);
+    ++sums.blocks;
+  });
+  return sums;
+}
+
+class Errors {
+ public:
+  void expect_equal(const std::string& what, const std::string& left, const std::string& right) {
+    if (left != right) text_ += what + ": " + left + ", but " + right + "\n";
+  }
+  void expect_equal(const std::string& what, std::uint64_t left, std::uint64_t right) {
+    expect_equal(what, std::to_string(left), std::to_string(right));
+  }
+  [[nodiscard]] const std::string& text() const { return text_; }
+
+ private:
+  std::string text_;
+};
+
+std::string name_of(const profile::Pool& pool) { return "handle " + std::to_string(pool.hid); }
+
+void check_pool(const profile::Pool& pool, Errors& errors) {
+  const Sums sums = sums_of(pool);
+  errors.expect_equal(name_of(pool) + " and its sites", amount(pool.live_blocks, pool.level.live),
+                      sums.text());
+}
+
+void check_handle(const qk_mem_handle& handle, Errors& errors) {
+  if (!profile::is_watched(handle) || handle.track == 0) return;
+  const profile::Pool& pool = profile::pool_of(handle);
+  errors.expect_equal(name_of(pool) + " and its records", amount(pool.live_blocks, pool.level.live),
+                      recorded_on(handle).text());
+}
+
+}  // namespace
+
+Row site_at(std::string_view file, std::uint32_t line) {
+  return find_row([=](const Row& row) {
+    return row.kind == profile::RowKind::kSite && row.key.line == line && row.key.file == file;
+  });
+}
+
+Row site_above(std::string_view file, int line) {
+  return site_at(file.substr(file.rfind('/') + 1), static_cast<std::uint32_t>(line - 1));
+}
+
+Row row_of(profile::RowKind kind) {
+  return find_row([=](const Row& row) { return row.kind == kind; });
+}
+
+std::string held_by(const Row& row) {
+  return amount(row.live_blocks, row.live_bytes) + ", made " +
+         amount(row.made_blocks, row.made_bytes);
+}
+
+const profile::Pool& pool_of(int hid) { return profile::pool_of(handle_of(hid)); }
+
+std::string profile_errors() {
+  Errors errors;
+  std::uint64_t live = 0;
+  std::uint64_t at_peak = 0;
+  for (std::uint32_t number = 1; number <= profile::pools.count(); ++number) {
+    const profile::Pool& pool = profile::pools.at(number);
+    check_pool(pool, errors);
+    live += pool.level.live - static_cast<std::uint64_t>(pool.not_passed_on);
+    at_peak += sums_of(pool).at_peak;
+  }
+  errors.expect_equal("the whole and its handles", profile::whole.live, live);
+  errors.expect_equal("the peak and its sites", profile::whole.highest, at_peak);
+  std::uint64_t of_tags = 0;
+  for (std::uint32_t number = 1; number <= profile::tag_levels.count(); ++number) {
+    of_tags += profile::tag_levels.at(number).level.live;
+  }
+  errors.expect_equal("the whole and its tags", profile::whole.live, of_tags);
+  const RegistryLock lock;
+  for_each_handle([&](const qk_mem_handle& handle) { check_handle(handle, errors); });
+  return errors.text();
+}
+
+std::string text_report(const char* options, profile::Occasion occasion) {
+  EXPECT_EQ(0, qk_mem_profile_config(options));
+  profile::Rows rows(profile::rows_needed());
+  profile::collect_rows(rows);
+  qk::PageBuffer buffer;
+  qk::PageWriter out(buffer);
+  profile::put_text_report(out, rows, profile::options(), occasion);
+  const std::string text(buffer.text());
+  buffer.clear();
+  const std::string timed = std::regex_replace(text, std::regex("at [0-9.]+ s "), "at T s ");
+  return std::regex_replace(timed, std::regex("profile took [0-9.]+ .iB"), "profile took M");
+}
+
+}  // namespace kit
