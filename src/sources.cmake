@@ -35,6 +35,7 @@ set(library_sources
   support/system.cpp
   support/text.cpp
   support/thread_id.cpp
+  support/unwinder.cpp
   support/utf8.cpp
 
   formats/figures.cpp

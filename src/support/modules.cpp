@@ -23,7 +23,8 @@ Module module_of(const dl_phdr_info& info, std::uintptr_t address) {
     if ((header.p_flags & PF_X) != 0 && range.has(address)) module.code = range;
     if ((header.p_flags & PF_W) != 0) module.data = range;
   }
-  module.is_program = info.dlpi_name == nullptr || info.dlpi_name[0] == '\0';
+  if (info.dlpi_name != nullptr) module.path = info.dlpi_name;
+  module.is_program = module.path[0] == '\0';
   return module;
 }
 

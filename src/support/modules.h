@@ -18,6 +18,7 @@ struct Module {
   AddressRange code;
   AddressRange data;  // its variables; empty if it has none
   bool is_program = false;
+  const char* path = "";  // as it was loaded by, valid as long as it is; empty for the program
 };
 
 /**
