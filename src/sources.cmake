@@ -124,6 +124,8 @@ set(library_sources
   config/profile_options.cpp
   config/refusal.cpp
 
+  profile/stack_table.cpp
+
   report/baseline.cpp
   report/comparison.cpp
   report/details.cpp
