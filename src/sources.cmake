@@ -38,6 +38,14 @@ set(library_sources
   support/unwinder.cpp
   support/utf8.cpp
 
+  symbols/build_id.cpp
+  symbols/debug_info.cpp
+  symbols/elf_file.cpp
+  symbols/folding.cpp
+  symbols/libdw.cpp
+  symbols/module_list.cpp
+  symbols/names.cpp
+
   formats/figures.cpp
   formats/intern_table.cpp
   formats/json.cpp

@@ -21,7 +21,7 @@ HANDLE = "qkmem/handle.hpp"
 # don't exist yet, for planned features.
 SUPPORT = [STATUS]
 FORMATS = SUPPORT + ["src/support"]
-CORE = FORMATS + ["src/formats", C_HEADER]
+CORE = FORMATS + ["src/formats", "src/symbols", C_HEADER]
 DIAG = CORE + ["src/core"]
 # What the profile keeps. Tables tell it of records, and its reports read it.
 PROFILE = CORE + ["src/core", PROFILE_HEADER]
@@ -43,6 +43,7 @@ ALLOWED = {
     "include/qkmem/qkmem.hpp": ["qkmem/arrays.hpp", "qkmem/containers.hpp", HANDLE,
                                 "qkmem/objects.hpp"],
     "src/support": SUPPORT,
+    "src/symbols": FORMATS,
     "src/formats": FORMATS,
     "src/core": CORE,
     "src/diag": DIAG,
