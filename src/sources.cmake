@@ -18,6 +18,7 @@ set(library_sources
   support/known_paths.cpp
   support/line.cpp
   support/live_threads.cpp
+  support/load_library.cpp
   support/modules.cpp
   support/mtx.cpp
   support/number_set.cpp

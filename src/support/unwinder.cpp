@@ -1,6 +1,5 @@
 #include "support/unwinder.h"
 
-#include <dlfcn.h>
 #include <unwind.h>
 
 #include <algorithm>
@@ -8,12 +7,9 @@
 #include <string_view>
 
 #include "support/keep_errno.h"
+#include "support/load_library.h"
 #include "support/modules.h"
 #include "support/text.h"
-
-// Weak, so that a static program needn't have them. It has the run-time's unwinder.
-#pragma weak dlopen
-#pragma weak dlsym
 
 namespace qk {
 namespace {
@@ -84,13 +80,10 @@ int walk_from(const void* caller, const Unwinder& unwinder, std::uintptr_t* fram
 const Unwinder kRuntimeUnwinder = {"the C++ run-time", walk_by_runtime};
 
 const Unwinder& load_unwinder() noexcept {
-  if (dlopen == nullptr || dlsym == nullptr) return kRuntimeUnwinder;
-  const KeepErrno keep;
-  void* const library = dlopen("libunwind.so.8", RTLD_NOW | RTLD_LOCAL);
-  if (library == nullptr) return kRuntimeUnwinder;
-  void* const function = dlsym(library, "unw_backtrace");
-  if (function == nullptr) return kRuntimeUnwinder;
-  static const Unwinder found = {"libunwind", reinterpret_cast<int (*)(void**, int)>(function)};
+  int (*walk)(void**, int) = nullptr;
+  void* const library = load_library("libunwind.so.8");
+  if (library == nullptr || !find_function(library, "unw_backtrace", walk)) return kRuntimeUnwinder;
+  static const Unwinder found = {"libunwind", walk};
   return found;
 }
 

@@ -23,7 +23,8 @@ extern const Unwinder kRuntimeUnwinder;
 /**
  * Returns the fastest one that the machine has: libunwind's, which is loaded now and stays, or else
  * the run-time's. It is never linked: it would take throws over, which then take 20 times as long.
- * Allocates. Threads: any.
+ * It keeps what it learns of code by its address, so that it can be wrong once a library is loaded
+ * where another one was. Allocates. Threads: any.
  */
 [[nodiscard]] const Unwinder& load_unwinder() noexcept;
 

@@ -29,6 +29,12 @@ constexpr std::string_view kSystemModules[] = {"libc.so.", "libpthread.so.", "ld
 
 constexpr std::string_view kLibraryModules[] = {"libstdc++.so.", "libc++.so.", "libqkmem.so"};
 
+/** Headers of the C++ library and of this one. With little debug information names lack scopes. */
+bool is_in_header_of_library(std::string_view file) {
+  return file.find("/include/c++/") != std::string_view::npos ||
+         file.find("/include/qkmem/") != std::string_view::npos;
+}
+
 bool is_starter(std::string_view function) {
   return function.starts_with("__libc_start_") ||
          std::find(std::begin(kStarters), std::end(kStarters), function) != std::end(kStarters);
@@ -123,6 +129,7 @@ bool is_folded(const Frame& frame, std::string_view skip) noexcept {
   const std::string_view module = frame.module == nullptr ? "" : frame.module->name();
   if (begins_with_one_of(function, kLibraries) || is_starter(function)) return true;
   if (begins_with_one_of(module, kLibraryModules)) return true;
+  if (is_in_header_of_library(frame.file)) return true;
   if (function.empty() && begins_with_one_of(module, kSystemModules)) return true;
   return (!function.empty() && matches_one_of(function, skip)) ||
          (!module.empty() && matches_one_of(module, skip));

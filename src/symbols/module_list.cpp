@@ -67,6 +67,15 @@ bool is_same(const KnownModule& one, const KnownModule& other) {
          std::strcmp(one.path, other.path) == 0;
 }
 
+bool overlap(const KnownModule& one, const KnownModule& other) {
+  const auto meets_other = [&other](const AddressRange& range) {
+    return std::any_of(other.code, other.code + other.code_ranges, [&range](const auto& another) {
+      return range.begin < another.end && another.begin < range.end;
+    });
+  };
+  return std::any_of(one.code, one.code + one.code_ranges, meets_other);
+}
+
 struct Refresh {
   ModuleList* list;
   bool is_first = true;
@@ -132,6 +141,12 @@ bool ModuleList::note(const dl_phdr_info& info) noexcept {
   return true;
 }
 
+bool ModuleList::overlaps_known(const KnownModule& module) const noexcept {
+  const KnownModule* known = newest_;
+  while (known != nullptr && !overlap(*known, module)) known = known->next;
+  return known != nullptr;
+}
+
 KnownModule* ModuleList::find_same(const KnownModule& module) noexcept {
   KnownModule* known = newest_;
   while (known != nullptr && !is_same(*known, module)) {
@@ -149,6 +164,7 @@ bool ModuleList::add(KnownModule module) noexcept {
     arena_.give_back(memory, sizeof module);
     return false;
   }
+  if (overlaps_known(module)) store(reuses_addresses_, true);
   module.path = static_cast<const char*>(std::memcpy(path, module.path, bytes));
   module.next = newest_;
   module.last_seen_in_refresh = refreshes_;
@@ -167,6 +183,8 @@ const KnownModule* ModuleList::find(std::uintptr_t address) const noexcept {
 }
 
 const KnownModule* ModuleList::newest() const noexcept { return acquire(newest_); }
+
+bool ModuleList::reuses_addresses() const noexcept { return load(reuses_addresses_); }
 
 std::uint64_t ModuleList::version() const noexcept { return acquire(version_); }
 

@@ -69,18 +69,27 @@ class ModuleList {
   /** A number that changes whenever find() can answer differently. */
   [[nodiscard]] std::uint64_t version() const noexcept;
 
+  /**
+   * Whether a module was loaded where another one had been. libunwind keeps what it has learned of
+   * code by its address: stacks through the new module can then be wrong, and the run-time's
+   * unwinder is the one to use. Threads: any.
+   */
+  [[nodiscard]] bool reuses_addresses() const noexcept;
+
   /** Bytes of the list's own memory. */
   [[nodiscard]] std::uint64_t mapped() const noexcept { return arena_.mapped(); }
 
  private:
   [[nodiscard]] static int visit(dl_phdr_info* info, std::size_t size, void* data) noexcept;
   [[nodiscard]] bool note(const dl_phdr_info& info) noexcept;
+  [[nodiscard]] bool overlaps_known(const KnownModule& module) const noexcept;
   [[nodiscard]] KnownModule* find_same(const KnownModule& module) noexcept;
   [[nodiscard]] bool add(KnownModule module) noexcept;
 
   PageArena arena_;
   KnownModule* newest_ = nullptr;
   std::uint64_t version_ = 0;
+  bool reuses_addresses_ = false;
   std::atomic<bool> is_refreshing_ = false;
   // Only refresh() uses these.
   std::uint64_t refreshes_ = 0;

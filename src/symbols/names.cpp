@@ -12,7 +12,7 @@
 namespace qk {
 namespace {
 
-constexpr int kMostInlined = 32;  // functions at one address
+constexpr int kMostAtOnce = 64;  // functions at one address, one inlined in another
 
 /** The number of places of the first table. */
 constexpr std::size_t kFirstSize = 1024;
@@ -23,9 +23,11 @@ bool is_mangled(std::string_view function) { return function.starts_with("_Z"); 
 
 /** Without what compilers append to the names of a function's parts and variants. */
 std::string_view without_variant(std::string_view function) {
-  const std::size_t end =
-      function.ends_with(']') ? function.find(" [clone ") : function.find_first_of(".@", 1);
-  return function.substr(0, end);
+  for (const std::string_view variant :
+       {" [clone ", ".cold", ".constprop.", ".isra.", ".part.", ".lto_priv.", ".llvm.", "@"}) {
+    function = function.substr(0, function.find(variant));
+  }
+  return function;
 }
 
 /** The path of separate debug information; empty without a build id. */
@@ -158,19 +160,13 @@ bool Names::ensure_room() noexcept {
 
 Names::Named* Names::look_up(std::uintptr_t address) noexcept {
   const std::uint64_t version = modules_->version();
-  Frame frames[kMostInlined] = {plain_frame(*modules_, address)};
+  Frame frames[kMostAtOnce] = {plain_frame(*modules_, address)};
   int count = 0;
   Opened* const opened = frames[0].module == nullptr ? nullptr : open(*frames[0].module);
   if (opened != nullptr) {
     const Frame plain = frames[0];
     count = frames_by_debug_info(*opened, plain, frames);
-    Frame& outermost = frames[count == 0 ? 0 : count - 1];
-    // Debug information can name a function without its scope; the linker's name has it.
-    if (const std::string_view linked = function_at(*opened, plain.offset);
-        outermost.function.empty() ||
-        (is_mangled(linked) && outermost.function.find('(') == std::string_view::npos)) {
-      outermost.function = readable(linked);
-    }
+    if (count == 0) frames[0].function = readable(function_at(*opened, plain.offset));
   }
   count = std::max(count, 1);
   const auto bytes = static_cast<std::size_t>(count) * sizeof(Frame);
@@ -183,11 +179,11 @@ Names::Named* Names::look_up(std::uintptr_t address) noexcept {
   return named;
 }
 
-/** Writes at most kMostInlined frames, and returns how many. */
+/** Writes at most kMostAtOnce frames, and returns how many. */
 int Names::frames_by_debug_info(Opened& opened, const Frame& plain, Frame* frames) noexcept {
   if (!opened.debug_info.is_open()) return 0;
-  SourceFrame found[kMostInlined];
-  const int count = opened.debug_info.frames_at(plain.offset, found, kMostInlined);
+  SourceFrame found[kMostAtOnce];
+  const int count = opened.debug_info.frames_at(plain.offset, found, kMostAtOnce);
   std::transform(found, found + count, frames, [&](const SourceFrame& source) {
     Frame frame = plain;
     const bool is_linked = source.linkage_name != nullptr;
@@ -196,6 +192,12 @@ int Names::frames_by_debug_info(Opened& opened, const Frame& plain, Frame* frame
     frame.line = source.line;
     return frame;
   });
+  if (count == 0 || found[count - 1].linkage_name != nullptr) return count;
+  // It may have no name, or in C++ one without its scope. The linker's name has that.
+  const std::string_view linked = function_at(opened, plain.offset);
+  if (found[count - 1].name == nullptr || is_mangled(linked)) {
+    frames[count - 1].function = readable(linked);
+  }
   return count;
 }
 

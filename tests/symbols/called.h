@@ -13,13 +13,14 @@
 namespace called {
 
 inline constexpr const char* kWithDebugInfo = QKMEM_CALLED_FOLDER "/libcalled_debug.so";
+inline constexpr const char* kWithLines = QKMEM_CALLED_FOLDER "/libcalled_lines.so";
 inline constexpr const char* kWithSymbols = QKMEM_CALLED_FOLDER "/libcalled_symbols.so";
 inline constexpr const char* kStripped = QKMEM_CALLED_FOLDER "/libcalled_stripped.so";
 
 /** Has the debug information of the stripped one. */
 inline constexpr const char* kDebugFolder = QKMEM_CALLED_FOLDER "/debug";
 
-/** Of the first and the last one. The other one has none. */
+/** Of the first and the last one. */
 inline constexpr const char* kDebugId = "0123456789abcdef0123456789abcdef01234567";
 inline constexpr const char* kStrippedId = "fedcba9876543210fedcba9876543210fedcba98";
 

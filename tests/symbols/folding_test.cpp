@@ -67,6 +67,16 @@ TEST(Folding, HidesTheCppLibrary) {
   EXPECT_TRUE(folds("_Znwm"));
 }
 
+TEST(Folding, HidesFunctionsInHeadersOfTheLibraries) {
+  Frame frame = frame_of("push_back");
+  frame.file = "/usr/include/c++/12/bits/stl_vector.h";
+  EXPECT_TRUE(is_folded(frame, ""));
+  frame.file = "/usr/include/qkmem/containers.hpp";
+  EXPECT_TRUE(is_folded(frame, ""));
+  frame.file = "/home/me/app/stl_vector.h";
+  EXPECT_FALSE(is_folded(frame, ""));
+}
+
 TEST(Folding, HidesWhatStartsProgramsAndThreads) {
   for (const char* const function :
        {"_start", "__libc_start_main", "__libc_start_main_impl", "__libc_start_call_main",

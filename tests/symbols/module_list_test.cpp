@@ -129,22 +129,43 @@ TEST_F(Modules, AreListedOnce) {
   EXPECT_EQ(count(modules_), before + 1);
 }
 
+bool overlap(const KnownModule& one, const KnownModule& other) {
+  return one.code[0].begin < other.code[0].end && other.code[0].begin < one.code[0].end;
+}
+
+/** The dynamic linker decides where the second library goes; usually it takes the same place. */
 TEST_F(Modules, GiveWayToOthersThatAreLoadedInTheirPlace) {
-  Addresses first;
+  const KnownModule* first = nullptr;
   {
     Library library(called::kWithDebugInfo);
-    first = library.stack_in("call_back");
     modules_.refresh();
+    first = called_module(modules_, library.stack_in("call_back"), "libcalled_debug.so");
+    ASSERT_NE(first, nullptr);
   }
-  Library library(called::kWithSymbols);
-  const Addresses second = library.stack_in("call_back");
   modules_.refresh();
-  const KnownModule* const loaded = called_module(modules_, second, "libcalled_symbols.so");
-  ASSERT_NE(loaded, nullptr);
-  EXPECT_TRUE(loaded->is_loaded);
-  const KnownModule* const unloaded = called_module(modules_, first, "libcalled_debug.so");
-  const bool is_in_same_place = unloaded == nullptr;
-  EXPECT_TRUE(is_in_same_place || unloaded->base != loaded->base);
+  EXPECT_FALSE(modules_.reuses_addresses());
+  Library library(called::kWithSymbols);
+  modules_.refresh();
+  const KnownModule* const second =
+      called_module(modules_, library.stack_in("call_back"), "libcalled_symbols.so");
+  ASSERT_NE(second, nullptr);
+  EXPECT_TRUE(second->is_loaded);
+  EXPECT_EQ(modules_.reuses_addresses(), overlap(*first, *second));
+}
+
+TEST_F(Modules, AreTheSameWhenTheyAreLoadedAgainInTheirPlace) {
+  std::optional<std::uintptr_t> base;
+  for (int i = 0; i < 3; ++i) {
+    Library library(called::kWithDebugInfo);
+    modules_.refresh();
+    const KnownModule* const module =
+        called_module(modules_, library.stack_in("call_back"), "libcalled_debug.so");
+    ASSERT_NE(module, nullptr);
+    EXPECT_TRUE(module->is_loaded);
+    const bool is_in_its_place = base.value_or(module->base) == module->base;
+    EXPECT_FALSE(is_in_its_place && modules_.reuses_addresses());
+    base = module->base;
+  }
 }
 
 TEST_F(Modules, OfRelativePathsAreKnownByAbsoluteOnes) {

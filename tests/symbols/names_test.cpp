@@ -6,7 +6,10 @@
 #include <algorithm>
 #include <cstdint>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include "support/text.h"
@@ -114,6 +117,20 @@ TEST_F(Names, HaveFilesLinesAndInlinedCallsFromDebugInfo) {
   EXPECT_EQ(lines_in(called::kWithDebugInfo), has_libdw ? kFromDebugInfo : kFromSymbols);
 }
 
+TEST_F(Names, HaveTheirScopeWhereDebugInfoHasOnlyLines) {
+  Lines lines = lines_in(called::kWithLines);
+  if (qk::dwarf::load() == nullptr) {
+    EXPECT_EQ(lines, kFromSymbols);
+    return;
+  }
+  ASSERT_EQ(lines.size(), 3U);
+  // Compilers differ in what they note of inlined functions then.
+  EXPECT_NE(lines[0].find("inlined"), std::string::npos);
+  EXPECT_TRUE(lines[0].ends_with(" called_library.cpp:100"));
+  EXPECT_EQ(lines[1], kFromDebugInfo[1]);
+  EXPECT_EQ(lines[2], kFromDebugInfo[2]);
+}
+
 TEST_F(Names, ComeFromDebugInfoInAFileOfItsOwn) {
   const bool has_libdw = qk::dwarf::load() != nullptr;
   EXPECT_EQ(lines_in(called::kStripped), has_libdw ? kFromDebugInfo : kFromSymbols);
@@ -136,6 +153,11 @@ TEST_F(Names, AreMangledAndNeedNoHeapByTheSymbolTable) {
   kit::let_succeed();
   EXPECT_FALSE(failed);
   EXPECT_EQ(lines_of(stack), (Lines{"_ZN6called6Widget3runEiPFvPvES1_", "call_back"}));
+}
+
+TEST_F(Names, ComeFromTheSymbolTableInAFileOfItsOwn) {
+  names_.set_named_by(qk::NamedBy::kSymbolTables);
+  EXPECT_EQ(lines_in(called::kStripped), (Lines{"_ZN6called6Widget3runEiPFvPvES1_", "call_back"}));
 }
 
 TEST_F(Names, AreModuleAndOffsetWithoutASymbol) {
@@ -217,6 +239,27 @@ TEST_F(Names, AreOfTheModuleThatIsInTheSamePlaceNow) {
   EXPECT_EQ(lines_in(called::kWithSymbols), kFromSymbols);
 }
 
+TEST_F(Names, LeaveNoFileOpenOrMappedWhenTheyAreClosed) {
+  const Folder folder;
+  const std::string copy = folder.file("libcalled_copy.so");
+  copy_over(called::kWithDebugInfo, copy);
+  Addresses stack;
+  {
+    Library library(copy.c_str());
+    modules_.refresh();
+    stack = library.stack_in("call_back");
+  }
+  EXPECT_FALSE(lines_of(stack).empty());
+  names_.close();
+  std::ifstream maps("/proc/self/maps");
+  const std::string mapped{std::istreambuf_iterator<char>(maps), {}};
+  EXPECT_EQ(mapped.find(copy), std::string::npos);
+  for (const auto& file : std::filesystem::directory_iterator("/proc/self/fd")) {
+    std::error_code gone;
+    EXPECT_NE(std::filesystem::read_symlink(file.path(), gone), copy);
+  }
+}
+
 TEST_F(Names, CanBeAskedForAgainAfterTheFilesWereClosed) {
   names_.close();
   Library library(called::kWithSymbols);
@@ -230,14 +273,18 @@ TEST_F(Names, CanBeAskedForAgainAfterTheFilesWereClosed) {
 }
 
 TEST_F(Names, EndWhereThereIsNoRoom) {
-  Library library(called::kWithSymbols);
+  Library library(called::kWithDebugInfo);
   modules_.refresh();
   const Addresses stack = library.stack_in("call_back");
-  Frame frames[2];
   const int depth = static_cast<int>(stack.size());
-  EXPECT_EQ(names_.frames_of(stack.data(), depth, frames, 0), 0);
-  EXPECT_EQ(names_.frames_of(stack.data(), depth, frames, 2), 2);
-  EXPECT_EQ(names_.frames_of(stack.data(), 0, frames, 2), 0);
+  const int all = static_cast<int>(frames_of(stack).size());
+  for (int most = 0; most <= all; ++most) {
+    std::vector<Frame> frames(static_cast<std::size_t>(all) + 1);
+    EXPECT_EQ(names_.frames_of(stack.data(), depth, frames.data(), most), most);
+    EXPECT_EQ(text_of(frames[static_cast<std::size_t>(most)]), "0x0");
+  }
+  Frame frame;
+  EXPECT_EQ(names_.frames_of(stack.data(), 0, &frame, 1), 0);
 }
 
 TEST_F(Names, AreNumbersOutsideOfAllModules) {
@@ -246,15 +293,16 @@ TEST_F(Names, AreNumbersOutsideOfAllModules) {
   EXPECT_EQ(text_of(frames_of({0}).at(0)), "0x0");
 }
 
-TEST_F(Names, AreKeptForManyAddresses) {
+TEST_F(Names, AreLookedUpOnceForEachAddress) {
   modules_.refresh();
-  Addresses many;
-  for (std::uintptr_t i = 1; i <= 5000; ++i) many.push_back(i * 16);
+  std::uint64_t mapped = 0;
   for (int round = 0; round < 2; ++round) {
-    for (const std::uintptr_t address : many) {
+    for (std::uintptr_t address = 16; address <= 80000; address += 16) {
       ASSERT_EQ(frames_of({address}).at(0).offset, address - 1);
     }
+    if (round == 0) mapped = names_.mapped();
   }
+  EXPECT_EQ(names_.mapped(), mapped);
 }
 
 TEST(PlainFrame, HasModuleBuildIdAndOffsetOnly) {

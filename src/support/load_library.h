@@ -1,0 +1,26 @@
+#ifndef SUPPORT_LOAD_LIBRARY_H_
+#define SUPPORT_LOAD_LIBRARY_H_
+
+namespace qk {
+
+/**
+ * Loads a shared library, which this one does without if the machine doesn't have it. It stays
+ * loaded, and stays out of the way: nothing else finds its functions. Null if there is none, and in
+ * static programs. Allocates. Keeps errno. Threads: any.
+ */
+[[nodiscard]] void* load_library(const char* file) noexcept;
+
+/** Sets `function` to the library's function of this name. Returns false if there is none. */
+[[nodiscard]] bool find_function(void* library, const char* name, void*& function) noexcept;
+
+template <class Function>
+[[nodiscard]] bool find_function(void* library, const char* name, Function*& function) noexcept {
+  void* found = nullptr;
+  const bool is_found = find_function(library, name, found);
+  function = reinterpret_cast<Function*>(found);
+  return is_found;
+}
+
+}  // namespace qk
+
+#endif  // SUPPORT_LOAD_LIBRARY_H_
