@@ -78,8 +78,10 @@ set(library_sources
   profile/options.cpp
   profile/pool.cpp
   profile/site_table.cpp
+  profile/stacks.cpp
   profile/state.cpp
 
+  profile/report/callers.cpp
   profile/report/destination.cpp
   profile/report/place.cpp
   profile/report/report.cpp

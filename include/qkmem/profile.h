@@ -26,11 +26,18 @@ extern "C" {
  *
  * @param options  keywords, separated as in other option strings, of any length:
  *                 SITES            account by handle, file and line; every other keyword implies it
+ *                 STACKS[=depth]   tell the callers of one line apart, and show them: 16 frames of
+ *                                  each allocation's call stack, or so many, at most 64
+ *                 SKIP=patterns    functions and modules, separated by commas, whose frames are not
+ *                                  shown: those of adapters, so that their callers are. A pattern
+ *                                  with * or ? matches a whole name, any other a part of it
  *                 PEAK             report what each site held when the whole was largest
  *                 TOP=n            sites in each part of the report, 20 unless given; 0 for all
  *                 SORT=order       BYTES held (unless given), BLOCKS held, PEAK: bytes held at the
  *                                  peak, MADE: bytes ever allocated, SHORT: blocks freed soon
- *                 REPORT=name      STDERR (unless given), STDOUT, or a file
+ *                 REPORT=name      STDERR (unless given), STDOUT, LOG, or a file, in whose name %p
+ *                                  is the process, %n the program, %h the host, %t the start, %i
+ *                                  the number of the report and %% a %
  *                 MAX=bytes        of the profile's own memory, 256M unless given. What does not fit
  *                                  is reported as not recorded
  *                 Numbers of bytes can end with K, M or G. Null and "" switch the profile off: new
@@ -39,7 +46,9 @@ extern "C" {
  *         5022 for a value that is not understood, 5012 if there is no memory. A word that is not
  *         understood is named on standard error, with the nearest keyword, and the rest is used.
  *
- * Memory that was allocated before is reported in one line. Starts the library up. Any thread.
+ * Memory that was allocated before is reported in one line. The profile takes nothing from the
+ * program's heap, except that STACKS loads an unwinder once, and that functions get their names when
+ * the report at the end is written. Starts the library up. Any thread.
  */
 int qk_mem_profile_config(const char* options);
 

@@ -12,6 +12,7 @@
 #include "core/upcalls.h"
 #include "profile/notes.h"
 #include "profile/pool.h"
+#include "profile/stacks.h"
 #include "profile/state.h"
 #include "qkmem/profile.h"
 #include "support/mtx_lock.h"
@@ -58,24 +59,37 @@ void switch_on() QK_REQUIRES(Qk_mem_mtx) {
   settle_all_roads();
 }
 
-std::int32_t configure(const char* source, const char* text) QK_REQUIRES(Qk_mem_mtx) {
-  assert_registry_held();
+std::int32_t configure(const char* source, const char* text) {
   char* const own_text = keep_text(text);
   if (own_text == nullptr) return qk_error_no(ENOMEM);
   profile::Options options;
   const std::int32_t mistake = read_profile_options(source, own_text, options);
+  if (options.depth != 0) profile::prepare_stack_capture();
+  const RegistryLock lock;
   profile::set_options(options);
+  profile::set_stack_depth(options.depth);
   switch_on();
   return mistake;
+}
+
+const char* asked_by_environment() {
+  const char* const value = ::secure_getenv("QK_MEM_PROFILE");
+  return value == nullptr || *value == '\0' ? nullptr : value;
+}
+
+/**
+ * Before main(), because the start-up holds a lock while it configures the profile, and loading a
+ * library under a lock is safe with one thread only.
+ */
+[[gnu::constructor(101)]] void prepare_stacks_from_the_start() {
+  const char* const text = asked_by_environment();
+  if (text != nullptr && mentions_stacks(text)) profile::prepare_stack_capture();
 }
 
 }  // namespace
 
 void configure_profile_from_environment() {
-  const char* const value = ::secure_getenv("QK_MEM_PROFILE");
-  if (value == nullptr || *value == '\0') return;
-  const RegistryLock lock;
-  configure("QK_MEM_PROFILE", value);
+  if (const char* const text = asked_by_environment()) configure("QK_MEM_PROFILE", text);
 }
 
 }  // namespace qk::mem
@@ -83,7 +97,6 @@ void configure_profile_from_environment() {
 extern "C" int qk_mem_profile_config(const char* options) {
   using namespace qk::mem;
   ensure_started();
-  const RegistryLock lock;
   if (options == nullptr || *options == '\0') {
     profile::stop();
     return 0;

@@ -4,6 +4,7 @@
 #include <array>
 #include <cerrno>
 #include <charconv>
+#include <cstring>
 #include <optional>
 #include <string_view>
 
@@ -107,6 +108,8 @@ bool set_peak(Options& options, const char* /*value*/) {
   return true;
 }
 
+constexpr char kStacks[] = "STACKS";
+
 struct Keyword {
   std::string_view name;
   std::uint8_t value_kind;
@@ -115,7 +118,7 @@ struct Keyword {
 
 constexpr std::array<Keyword, 9> kKeywords = {{
     {"SITES", qk::kNoValue, set_sites},
-    {"STACKS", qk::kOptionalValue, set_depth},
+    {kStacks, qk::kOptionalValue, set_depth},
     {"PEAK", qk::kNoValue, set_peak},
     {"TOP", qk::kRequiredValue, set_top},
     {"SORT", qk::kRequiredValue, set_sort},
@@ -197,6 +200,8 @@ std::int32_t apply(const char* source, const OptionWord& word, Options& options)
 }
 
 }  // namespace
+
+bool mentions_stacks(const char* text) { return ::strcasestr(text, kStacks) != nullptr; }
 
 std::int32_t read_profile_options(const char* source, char* text, Options& options) {
   options = {};

@@ -21,6 +21,9 @@ namespace qk::mem {
 [[nodiscard]] std::int32_t read_profile_options(const char* source, char* text,
                                                 profile::Options& options);
 
+/** Whether an option string asks for stacks, or seems to. */
+[[nodiscard]] bool mentions_stacks(const char* text);
+
 }  // namespace qk::mem
 
 #endif  // QKMEM_CONFIG_PROFILE_OPTIONS_H_

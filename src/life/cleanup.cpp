@@ -129,7 +129,8 @@ extern "C" void qk_mem_cleanup(int sig) {
     clean_up_at_exit();
   }
   const RegistryLock lock;
-  profile::write_report(profile::Occasion::kEnd);
+  profile::write_report(profile::Occasion::kEnd,
+                        sig >= 1 ? profile::Naming::kAtASignal : profile::Naming::kComplete);
   replace_log(nullptr);
   close_trace_file();
 }

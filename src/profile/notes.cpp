@@ -5,6 +5,7 @@
 #include "profile/booking.h"
 #include "profile/labels.h"
 #include "profile/site_table.h"
+#include "profile/stacks.h"
 #include "support/mtx_lock.h"
 
 namespace qk::mem::profile {
@@ -46,7 +47,8 @@ std::uint32_t site_of(const qk_mem_handle& handle, const char* file, int line) {
   if (!is_on()) return kNoSite;
   const std::uint32_t pool_number = qk::acquire(handle.profile_pool);
   Pool& pool = pools.at(pool_number);
-  const SiteKey key = {file, static_cast<std::uint32_t>(line), pool_number, 0, label_of_thread()};
+  const SiteKey key = {file, static_cast<std::uint32_t>(line), pool_number, stack_of_caller(),
+                       label_of_thread()};
   const std::uint32_t recent = qk::acquire(pool.recent_site);
   if (recent != kNoSite && sites.at(recent).key == key) [[likely]]
     return recent;

@@ -124,6 +124,21 @@ std::string_view without_return_type(std::string_view function) noexcept {
   return function.substr(begin);
 }
 
+std::string_view without_types(std::string_view function) noexcept {
+  function = without_return_type(function);
+  int depth = 0;
+  for (std::size_t i = 0; i < function.size(); ++i) {
+    const char c = function[i];
+    if (depth == 0 && c == '(' && !is_in_name(function, i) &&
+        !function.substr(0, i).ends_with("operator")) {
+      return function.substr(0, i);
+    }
+    if (opens(c)) ++depth;
+    if (closes(c)) --depth;
+  }
+  return function;
+}
+
 bool is_folded(const Frame& frame, std::string_view skip) noexcept {
   const std::string_view function = without_return_type(frame.function);
   const std::string_view module = frame.module == nullptr ? "" : frame.module->name();

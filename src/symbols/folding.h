@@ -17,6 +17,9 @@ namespace qk {
 /** A demangled name without the return type that names of templates begin with. */
 [[nodiscard]] std::string_view without_return_type(std::string_view function) noexcept;
 
+/** A demangled name without return type and parameters: "qk::Site::Site". */
+[[nodiscard]] std::string_view without_types(std::string_view function) noexcept;
+
 /**
  * Whether a frame is of this library, of the C++ library, or of what starts programs and threads,
  * or matches one of the patterns, by its function or by its module's file name. Patterns are

@@ -147,9 +147,11 @@ std::string text_report(const char* options, profile::Occasion occasion) {
   EXPECT_EQ(0, qk_mem_profile_config(options));
   profile::Rows rows(profile::rows_needed());
   profile::collect_rows(rows);
+  profile::ShownFrames frames(profile::frames_needed(rows));
+  profile::name_callers(rows, frames, profile::Naming::kComplete, profile::options().skip);
   qk::PageBuffer buffer;
   qk::PageWriter out(buffer);
-  profile::put_text_report(out, rows, profile::options(), occasion);
+  profile::put_text_report(out, rows, frames, profile::options(), occasion);
   const std::string text(buffer.text());
   buffer.clear();
   const std::string timed = std::regex_replace(text, std::regex("at [0-9.]+ s "), "at T s ");

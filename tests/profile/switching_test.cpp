@@ -96,7 +96,8 @@ TEST(Profile, TakesNothingFromTheHeap) {
   kit::fail_all_requests();
   EXPECT_EQ(0, qk_mem_profile_config("SITES PEAK REPORT=/dev/null"));
   qk_mem_free(pool, held);
-  qk::mem::profile::write_report(qk::mem::profile::Occasion::kRunning);
+  qk::mem::profile::write_report(qk::mem::profile::Occasion::kRunning,
+                                 qk::mem::profile::Naming::kComplete);
   EXPECT_FALSE(kit::has_failed());
   kit::let_succeed();
 }

@@ -16,9 +16,18 @@ void put_label(qk::Line& line, std::uint32_t number) {
   line.put(innermost.text);
 }
 
+void put_site(qk::Line& line, const Row& row, const ShownFrames& frames) {
+  put_function_of_site(line, row, frames);
+  line.put(row.key.file).put(':').number(row.key.line);
+  if (row.key.label == 0) return;
+  put_label(line.put(" ["), row.key.label);
+  line.put(']');
+}
+
 }  // namespace
 
-void put_place(qk::Line& line, const Row& row, std::size_t /*width*/) {
+void put_place(qk::Line& line, const Row& row, const ShownFrames& frames, std::size_t width) {
+  const std::size_t begin = line.length();
   switch (row.kind) {
     case RowKind::kFromBefore:
       line.put("(from before the profile was on)");
@@ -27,12 +36,9 @@ void put_place(qk::Line& line, const Row& row, std::size_t /*width*/) {
       line.put("(not recorded: the profile had no memory left)");
       return;
     case RowKind::kSite:
-      line.put(row.key.file).put(':').number(row.key.line);
-      if (row.key.label == 0) return;
-      line.put(" [");
-      put_label(line, row.key.label);
-      line.put(']');
-      return;
+      put_site(line, row, frames);
+      const std::size_t taken = line.length() - begin;
+      put_callers(line, row, frames, taken < width ? width - taken : 0);
   }
 }
 

@@ -3,13 +3,17 @@
 
 #include <cstddef>
 
+#include "profile/report/callers.h"
 #include "profile/report/rows.h"
 #include "support/line.h"
 
 namespace qk::mem::profile {
 
-/** Appends what a row is about, as people read it, in at most `width` bytes. */
-void put_place(qk::Line& line, const Row& row, std::size_t width);
+/**
+ * Appends what a row is about, as people read it: the place that the program has named, its label,
+ * and its callers as far as they fit into `width` bytes.
+ */
+void put_place(qk::Line& line, const Row& row, const ShownFrames& frames, std::size_t width);
 
 }  // namespace qk::mem::profile
 

@@ -5,8 +5,11 @@
 
 namespace qk::mem::profile {
 
-/** Writes the report where the options say, if the profile was ever on. For signal handlers too. */
-void write_report(Occasion occasion);
+/**
+ * Writes the report where the options say, if the profile was ever on. For signal handlers with
+ * Naming::kAtASignal.
+ */
+void write_report(Occasion occasion, Naming naming);
 
 }  // namespace qk::mem::profile
 

@@ -34,12 +34,6 @@ void add_row(Rows& rows, const Site& site, RowKind kind, std::uint64_t now) {
   if (qk::load(site.made_blocks) != 0) rows.push_back(row_of(site, kind, now));
 }
 
-std::strong_ordering compare_files(const char* left, const char* right) {
-  if (left == right) return std::strong_ordering::equal;
-  if (left == nullptr || right == nullptr) return left <=> right;
-  return std::strcmp(left, right) <=> 0;
-}
-
 /** The order of places in a report. Equal rows are of the same place. */
 std::strong_ordering compare_places(const Row& left, const Row& right) {
   if (const auto order = left.kind <=> right.kind; order != 0) return order;
@@ -49,32 +43,11 @@ std::strong_ordering compare_places(const Row& left, const Row& right) {
                                                  right.key.label, right.is_autofree);
 }
 
-void add_figures(Row& sum, const Row& row) {
-  sum.live_bytes += row.live_bytes;
-  sum.live_blocks += row.live_blocks;
-  sum.bytes_at_peak += row.bytes_at_peak;
-  sum.highest_bytes += row.highest_bytes;  // at most: they can have been highest at different times
-  sum.made_bytes += row.made_bytes;
-  sum.made_blocks += row.made_blocks;
-  sum.largest_block = std::max(sum.largest_block, row.largest_block);
-  sum.freed_soon += row.freed_soon;
-  sum.sum_of_lives += row.sum_of_lives;
-  sum.first_event = std::min(sum.first_event, row.first_event);
-  sum.last_event = std::max(sum.last_event, row.last_event);
-}
-
 void merge_equal_places(Rows& rows) {
   std::sort(rows.begin(), rows.end(),
             [](const Row& left, const Row& right) { return compare_places(left, right) < 0; });
-  std::size_t kept = 0;
-  for (std::size_t i = 0; i < rows.size(); ++i) {
-    if (kept != 0 && compare_places(rows[kept - 1], rows[i]) == 0) {
-      add_figures(rows[kept - 1], rows[i]);
-    } else {
-      rows[kept++] = rows[i];
-    }
-  }
-  rows.shrink(kept);
+  merge_neighbours(
+      rows, [](const Row& left, const Row& right) { return compare_places(left, right) == 0; });
 }
 
 std::uint64_t figure_of(const Row& row, Sort order) {
@@ -94,6 +67,27 @@ std::uint64_t figure_of(const Row& row, Sort order) {
 }
 
 }  // namespace
+
+std::strong_ordering compare_files(const char* left, const char* right) {
+  if (left == right) return std::strong_ordering::equal;
+  if (left == nullptr || right == nullptr) return left <=> right;
+  return std::strcmp(left, right) <=> 0;
+}
+
+void add_figures(Row& sum, const Row& row) {
+  sum.live_bytes += row.live_bytes;
+  sum.live_blocks += row.live_blocks;
+  sum.bytes_at_peak += row.bytes_at_peak;
+  sum.highest_bytes += row.highest_bytes;  // at most: they can have been highest at different times
+  sum.made_bytes += row.made_bytes;
+  sum.made_blocks += row.made_blocks;
+  sum.largest_block = std::max(sum.largest_block, row.largest_block);
+  sum.freed_soon += row.freed_soon;
+  sum.sum_of_lives += row.sum_of_lives;
+  sum.first_event = std::min(sum.first_event, row.first_event);
+  sum.last_event = std::max(sum.last_event, row.last_event);
+  sum.stacks += row.stacks;
+}
 
 std::size_t rows_needed() { return sites.count() + std::size_t{2} * pools.count(); }
 

@@ -1,6 +1,7 @@
 #ifndef QKMEM_PROFILE_REPORT_ROWS_H_
 #define QKMEM_PROFILE_REPORT_ROWS_H_
 
+#include <compare>
 #include <cstdint>
 #include <span>
 
@@ -33,6 +34,11 @@ struct Row {
   std::uint64_t sum_of_lives;  // of all blocks so far, in events
   std::uint64_t first_event;
   std::uint64_t last_event;
+  // Given by name_callers().
+  std::uint32_t first_frame;  // in its ShownFrames
+  std::uint32_t frame_count;
+  std::uint32_t stacks;  // that led here
+  bool begins_at_site;   // the first frame is the one with the place, and not a caller of it
 };
 
 using Rows = qk::MappedArray<Row>;
@@ -45,6 +51,26 @@ using Rows = qk::MappedArray<Row>;
  * address are one row.
  */
 void collect_rows(Rows& rows);
+
+/** Adds the figures of a row to another one of the same place. */
+void add_figures(Row& sum, const Row& row);
+
+/** The order of file names in reports. */
+[[nodiscard]] std::strong_ordering compare_files(const char* left, const char* right);
+
+/** Makes one row of neighbours that are the same to `is_same`. */
+template <class IsSame>
+void merge_neighbours(Rows& rows, IsSame is_same) {
+  std::size_t kept = 0;
+  for (std::size_t i = 0; i < rows.size(); ++i) {
+    if (kept != 0 && is_same(rows[kept - 1], rows[i])) {
+      add_figures(rows[kept - 1], rows[i]);
+    } else {
+      rows[kept++] = rows[i];
+    }
+  }
+  rows.shrink(kept);
+}
 
 /** Sorts rows by a figure, the largest first, and rows with equal figures by their place. */
 void sort_rows(std::span<Row> rows, Sort order);

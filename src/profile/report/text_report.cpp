@@ -122,15 +122,18 @@ struct Part {
 
 /** Appends a part, if there is a row for it. */
 template <std::size_t N, class CellsOf>
-void put_part(qk::PageWriter& out, std::span<Row> all, const Part& part, std::uint32_t top,
-              const Headings<N>& headings, CellsOf cells_of) {
+void put_part(qk::PageWriter& out, std::span<Row> all, const ShownFrames& frames, const Part& part,
+              std::uint32_t top, const Headings<N>& headings, CellsOf cells_of) {
   const auto end = std::partition(all.begin(), all.end(), part.wants);
   const std::span<Row> wanted(all.begin(), end);
   if (wanted.empty()) return;
   sort_rows(wanted, part.order);
   const std::size_t shown = top == 0 ? wanted.size() : std::min<std::size_t>(wanted.size(), top);
   if (!part.title.empty()) out.put(part.title);
-  put_table<N>(out, headings, wanted.first(shown), cells_of, put_place);
+  put_table<N>(out, headings, wanted.first(shown), cells_of,
+               [&frames](qk::Line& line, const Row& row, std::size_t width) {
+                 put_place(line, row, frames, width);
+               });
   const std::size_t rest = wanted.size() - shown;
   if (rest == 0) return;
   qk::Line line;
@@ -138,22 +141,23 @@ void put_part(qk::PageWriter& out, std::span<Row> all, const Part& part, std::ui
   out.put(line.put(" (TOP=0 shows all)\n").finish());
 }
 
-void put_held(qk::PageWriter& out, std::span<Row> rows, const Options& options,
-              std::uint64_t all_bytes) {
+void put_held(qk::PageWriter& out, std::span<Row> rows, const ShownFrames& frames,
+              const Options& options, std::uint64_t all_bytes) {
   const Part part = {"", options.sort, [](const Row& row) { return row.live_blocks != 0; }};
-  put_part<5>(out, rows, part, options.top, {"bytes", "blocks", "share", "made", "handle", "site"},
-              [=](const Row& row) {
+  put_part<5>(out, rows, frames, part, options.top,
+              {"bytes", "blocks", "share", "made", "handle", "site"}, [=](const Row& row) {
                 return Cells<5>{size_figure(row.live_bytes), count_figure(row.live_blocks),
                                 percent_figure(row.live_bytes, all_bytes),
                                 count_figure(row.made_blocks), handle_figure(row)};
               });
 }
 
-void put_held_at_peak(qk::PageWriter& out, std::span<Row> rows, const Options& options) {
+void put_held_at_peak(qk::PageWriter& out, std::span<Row> rows, const ShownFrames& frames,
+                      const Options& options) {
   const std::uint64_t all_bytes = qk::load(whole.highest);
   const Part part = {"qkmem: held at the peak\n", Sort::kPeak,
                      [](const Row& row) { return row.bytes_at_peak != 0; }};
-  put_part<4>(out, rows, part, options.top, {"at peak", "share", "now", "handle", "site"},
+  put_part<4>(out, rows, frames, part, options.top, {"at peak", "share", "now", "handle", "site"},
               [=](const Row& row) {
                 return Cells<4>{size_figure(row.bytes_at_peak),
                                 percent_figure(row.bytes_at_peak, all_bytes),
@@ -161,11 +165,12 @@ void put_held_at_peak(qk::PageWriter& out, std::span<Row> rows, const Options& o
               });
 }
 
-void put_churn(qk::PageWriter& out, std::span<Row> rows, const Options& options) {
+void put_churn(qk::PageWriter& out, std::span<Row> rows, const ShownFrames& frames,
+               const Options& options) {
   const Part part = {"qkmem: churn, blocks that were freed within 16 events\n", Sort::kShort,
                      churns};
   put_part<5>(
-      out, rows, part, options.top,
+      out, rows, frames, part, options.top,
       {"freed soon", "made", "bytes made", "mean life", "handle", "site"}, [](const Row& row) {
         return Cells<5>{count_figure(row.freed_soon), count_figure(row.made_blocks),
                         size_figure(row.made_bytes),
@@ -190,15 +195,16 @@ void put_own_memory(qk::PageWriter& out) {
 
 }  // namespace
 
-void put_text_report(qk::PageWriter& out, Rows& rows, const Options& options, Occasion occasion) {
+void put_text_report(qk::PageWriter& out, Rows& rows, const ShownFrames& frames,
+                     const Options& options, Occasion occasion) {
   const Verdict verdict = judge(rows, occasion);
   put_verdict(out, verdict, occasion);
   const auto held_end = std::partition(rows.begin(), rows.end(), [occasion](const Row& row) {
     return !ends_with_handle(row, occasion);
   });
-  put_held(out, {rows.begin(), held_end}, options, verdict.held.bytes);
-  if (options.peak) put_held_at_peak(out, {rows.begin(), rows.end()}, options);
-  put_churn(out, {rows.begin(), rows.end()}, options);
+  put_held(out, {rows.begin(), held_end}, frames, options, verdict.held.bytes);
+  if (options.peak) put_held_at_peak(out, {rows.begin(), rows.end()}, frames, options);
+  put_churn(out, {rows.begin(), rows.end()}, frames, options);
   put_left_out(out);
   if (verdict.made_blocks != 0) put_own_memory(out);
 }

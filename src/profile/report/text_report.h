@@ -2,6 +2,7 @@
 #define QKMEM_PROFILE_REPORT_TEXT_REPORT_H_
 
 #include "profile/options.h"
+#include "profile/report/callers.h"
 #include "profile/report/rows.h"
 #include "support/page_writer.h"
 
@@ -18,7 +19,8 @@ enum class Occasion : std::uint8_t {
  * held it at the peak, and those whose blocks are freed at once; each part only if it has something
  * to say. Sorts the rows. Calls no allocator.
  */
-void put_text_report(qk::PageWriter& out, Rows& rows, const Options& options, Occasion occasion);
+void put_text_report(qk::PageWriter& out, Rows& rows, const ShownFrames& frames,
+                     const Options& options, Occasion occasion);
 
 }  // namespace qk::mem::profile
 

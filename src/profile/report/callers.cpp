@@ -1,0 +1,163 @@
+#include "profile/report/callers.h"
+
+#include <algorithm>
+#include <array>
+#include <span>
+#include <string_view>
+#include <tuple>
+
+#include "profile/stacks.h"
+#include "symbols/folding.h"
+
+namespace qk::mem::profile {
+namespace {
+
+/** Inlined calls have frames of their own. */
+constexpr int kMostNamed = 4 * qk::kMostFrames;
+using NamedFrames = std::array<qk::Frame, kMostNamed>;
+
+constinit qk::Names names(modules);
+
+int name_frames(const Stack& stack, Naming naming, NamedFrames& frames) {
+  if (naming == Naming::kComplete) {
+    return names.frames_of(stack.frames, stack.depth, frames.data(), kMostNamed);
+  }
+  for (int i = 0; i < stack.depth; ++i) frames[i] = plain_frame(modules, stack.frames[i]);
+  return stack.depth;
+}
+
+std::string_view file_name(const qk::Frame& frame) {
+  return frame.file.substr(frame.file.rfind('/') + 1);
+}
+
+/** A program that contains the library has its frames at the beginning of its stacks. */
+bool is_inside_library(const qk::Frame& frame) {
+  const std::string_view function = qk::without_return_type(frame.function);
+  return function.starts_with("qk_mem_") || function.starts_with("qk::mem::") ||
+         function.starts_with("qk::capture_stack");
+}
+
+/**
+ * Whether the frame that has called the library is shown. It has the place that the row is named
+ * by; otherwise that place is in an adapter, or in a header of the library.
+ */
+bool shows_site(std::span<const qk::Frame> frames, std::string_view skip) {
+  const auto caller = std::find_if_not(frames.begin(), frames.end(), is_inside_library);
+  return caller != frames.end() && !caller->function.empty() && !qk::is_folded(*caller, skip);
+}
+
+void give_frames(Row& row, ShownFrames& shown, Naming naming, std::string_view skip) {
+  NamedFrames frames;
+  int count = name_frames(stack_numbered(row.key.stack), naming, frames);
+  row.begins_at_site = shows_site({frames.data(), static_cast<std::size_t>(count)}, skip);
+  count = qk::visible_frames(frames.data(), count, skip);
+  row.first_frame = static_cast<std::uint32_t>(shown.size());
+  row.stacks = 1;
+  for (int i = 0; i < std::min<int>(count, kShownFrames); ++i) {
+    if (shown.push_back(frames[i])) ++row.frame_count;
+  }
+}
+
+std::strong_ordering compare_frames(const qk::Frame& left, const qk::Frame& right) {
+  if (const auto order = left.function <=> right.function; order != 0) return order;
+  if (const auto order = left.file <=> right.file; order != 0) return order;
+  if (const auto order = left.line <=> right.line; order != 0) return order;
+  // Without a name, the place in the module tells functions apart.
+  return left.function.empty() ? left.offset <=> right.offset : std::strong_ordering::equal;
+}
+
+/** The frame of the program by which rows of one place are told apart; null if the place will do. */
+const qk::Frame* telling_frame(const Row& row, const ShownFrames& frames) {
+  return row.frame_count == 0 || row.begins_at_site ? nullptr : &frames[row.first_frame];
+}
+
+std::strong_ordering compare_callers(const Row& left, const Row& right, const ShownFrames& frames) {
+  if (const auto order = left.kind <=> right.kind; order != 0) return order;
+  if (const auto order = compare_files(left.key.file, right.key.file); order != 0) return order;
+  const auto order = std::tie(left.key.line, left.key.pool, left.key.label, left.is_autofree) <=>
+                     std::tie(right.key.line, right.key.pool, right.key.label, right.is_autofree);
+  if (order != 0) return order;
+  const qk::Frame* const of_left = telling_frame(left, frames);
+  const qk::Frame* const of_right = telling_frame(right, frames);
+  if (of_left == nullptr || of_right == nullptr) {
+    return (of_left != nullptr) <=> (of_right != nullptr);
+  }
+  return compare_frames(*of_left, *of_right);
+}
+
+/** The row that holds most comes first, and lends its frames to the others. */
+void merge_equal_callers(Rows& rows, const ShownFrames& frames) {
+  std::sort(rows.begin(), rows.end(), [&](const Row& left, const Row& right) {
+    if (const auto order = compare_callers(left, right, frames); order != 0) return order < 0;
+    return std::tie(left.live_bytes, left.made_bytes, right.key.stack) >
+           std::tie(right.live_bytes, right.made_bytes, left.key.stack);
+  });
+  merge_neighbours(rows, [&](const Row& left, const Row& right) {
+    return compare_callers(left, right, frames) == 0;
+  });
+}
+
+/** A function's name without its types, and without anonymous namespaces: they tell nothing. */
+void put_name(qk::Line& line, const qk::Frame& frame) {
+  constexpr std::string_view kAnonymous = "(anonymous namespace)::";
+  std::string_view function = qk::without_types(frame.function);
+  for (std::size_t at = function.find(kAnonymous); at != std::string_view::npos;
+       at = function.find(kAnonymous)) {
+    line.put(function.substr(0, at));
+    function.remove_prefix(at + kAnonymous.size());
+  }
+  line.put(function);
+}
+
+/** A frame as "function file:line", as far as that is known. */
+void put_frame(qk::Line& line, const qk::Frame& frame) {
+  if (frame.function.empty()) {
+    qk::put_function(line, frame);
+  } else {
+    put_name(line, frame);
+  }
+  if (frame.file.empty()) return;
+  line.put(' ').put(file_name(frame));
+  if (frame.line > 0) line.put(':').number(static_cast<std::uint64_t>(frame.line));
+}
+
+}  // namespace
+
+std::size_t frames_needed(const Rows& rows) {
+  const auto with_stack =
+      std::count_if(rows.begin(), rows.end(), [](const Row& row) { return row.key.stack != 0; });
+  return static_cast<std::size_t>(with_stack) * kShownFrames;
+}
+
+void name_callers(Rows& rows, ShownFrames& frames, Naming naming, const char* skip) {
+  for (Row& row : rows) {
+    if (row.key.stack != 0) give_frames(row, frames, naming, skip == nullptr ? "" : skip);
+  }
+  names.close();
+  merge_equal_callers(rows, frames);
+}
+
+void put_function_of_site(qk::Line& line, const Row& row, const ShownFrames& frames) {
+  if (row.frame_count == 0 || !row.begins_at_site) return;
+  put_name(line, frames[row.first_frame]);
+  line.put(' ');
+}
+
+void put_callers(qk::Line& line, const Row& row, const ShownFrames& frames, std::size_t width) {
+  constexpr std::string_view kMore = " < \u2026";
+  const std::size_t end = line.length() + width;
+  // One caller is shown at any rate: without it a stack tells nothing.
+  const std::uint32_t first = row.begins_at_site ? 1 : 0;
+  for (std::uint32_t i = first; i < row.frame_count; ++i) {
+    qk::Line caller;
+    put_frame(caller.put(" < "), frames[row.first_frame + i]);
+    const bool fits = line.length() + caller.length() + kMore.size() <= end;
+    if (!fits && i != first) {
+      line.put(kMore);
+      return;
+    }
+    line.put(caller.finish());
+  }
+}
+
+}  // namespace qk::mem::profile

@@ -1,0 +1,77 @@
+#include "profile/stacks.h"
+
+#include <algorithm>
+
+#include "profile/state.h"
+#include "support/modules.h"
+#include "support/mtx_lock.h"
+#include "support/shared_variable.h"
+#include "support/unwinder.h"
+
+namespace qk::mem::profile {
+
+constinit qk::ModuleList modules;
+
+namespace {
+
+constinit StackTable stacks(arena);
+constinit std::uint32_t stack_depth = 0;
+constinit std::uint8_t is_prepared = 0;
+constinit std::uint8_t uses_slow_unwinder = 0;
+
+/**
+ * In a program that contains the library, stacks begin with frames of it, which can't be told from
+ * others without their names.
+ */
+constinit std::uint32_t own_frames = 0;
+
+/** The most that lead from an entry point to the capture of the stack. */
+constexpr std::uint32_t kMostOwnFrames = 6;
+
+/**
+ * A stack that was not seen before can lead through modules that were not either. If one lies where
+ * another one was, libunwind would mistake it for that.
+ */
+void look_for_new_modules() {
+  modules.refresh();
+  if (modules.reuses_addresses() && !qk::set_flag(uses_slow_unwinder)) {
+    qk::prepare_stacks(qk::kRuntimeUnwinder);
+  }
+}
+
+[[gnu::noinline]] std::uint32_t add_stack(const Stack& stack) {
+  look_for_new_modules();
+  const qk::MtxLock lock(growth_lock);
+  return stacks.intern(stack).value_or(0);
+}
+
+}  // namespace
+
+void prepare_stack_capture() {
+  if (qk::set_flag(is_prepared)) return;
+  modules.refresh();
+  if (qk::module_with(reinterpret_cast<std::uintptr_t>(&prepare_stack_capture)).is_program) {
+    own_frames = kMostOwnFrames;
+  }
+  qk::prepare_stacks(qk::load_unwinder());
+}
+
+void set_stack_depth(std::uint32_t depth) {
+  qk::store(stack_depth, depth == 0 ? 0 : depth + own_frames);
+}
+
+std::uint32_t stack_of_caller() {
+  const std::uint32_t depth = qk::load(stack_depth);
+  if (depth == 0) [[likely]]
+    return 0;
+  std::uintptr_t frames[qk::kMostFrames];
+  const Stack stack = {
+      frames,
+      qk::capture_stack(frames, static_cast<int>(std::min<std::uint32_t>(depth, qk::kMostFrames)))};
+  const std::uint32_t number = stacks.find(stack);
+  return number != 0 || stack.depth == 0 ? number : add_stack(stack);
+}
+
+Stack stack_numbered(std::uint32_t number) { return stacks.stack(number); }
+
+}  // namespace qk::mem::profile
