@@ -18,6 +18,10 @@ void* load_library(const char* file) noexcept {
   return open(file, RTLD_NOW | RTLD_LOCAL);
 }
 
+bool process_has(const char* function) noexcept {
+  return dlsym != nullptr && dlsym(RTLD_DEFAULT, function) != nullptr;
+}
+
 bool find_function(void* library, const char* name, void*& function) noexcept {
   function = dlsym(library, name);
   return function != nullptr;

@@ -10,6 +10,9 @@ namespace qk {
  */
 [[nodiscard]] void* load_library(const char* file) noexcept;
 
+/** Whether the program, or a library that it was linked with, has a function. Threads: any. */
+[[nodiscard]] bool process_has(const char* function) noexcept;
+
 /** Sets `function` to the library's function of this name. Returns false if there is none. */
 [[nodiscard]] bool find_function(void* library, const char* name, void*& function) noexcept;
 

@@ -80,6 +80,9 @@ int walk_from(const void* caller, const Unwinder& unwinder, std::uintptr_t* fram
 const Unwinder kRuntimeUnwinder = {"the C++ run-time", walk_by_runtime};
 
 const Unwinder& load_unwinder() noexcept {
+  // libunwind locks a mutex when a thread ends. The thread sanitizer then no longer knows the
+  // thread, and crashes.
+  if (process_has("__tsan_init")) return kRuntimeUnwinder;
   int (*walk)(void**, int) = nullptr;
   void* const library = load_library("libunwind.so.8");
   if (library == nullptr || !find_function(library, "unw_backtrace", walk)) return kRuntimeUnwinder;

@@ -49,7 +49,9 @@ inline constexpr int kMostFrames = 64;
  * already, because the unwinder has called an allocator that calls it.
  *
  * Takes no lock and allocates nothing, except what an unwinder does in a thread's first call and
- * with code that it has not seen before. Keeps errno. Threads: any.
+ * with code that it has not seen before: libunwind then takes locks of its own and of the dynamic
+ * linker. So capture before taking a lock that a thread inside the dynamic linker can wait for.
+ * Keeps errno. Threads: any.
  */
 [[nodiscard]] int capture_stack(std::uintptr_t* frames, int most) noexcept;
 

@@ -27,4 +27,9 @@ TEST(LoadedLibrary, IsNullAndLeavesErrnoIfThereIsNone) {
   EXPECT_EQ(errno, 4242);
 }
 
+TEST(Process, HasFunctionsOfTheLibrariesThatItIsLinkedWith) {
+  EXPECT_TRUE(qk::process_has("malloc"));
+  EXPECT_FALSE(qk::process_has("no_function_of_this_name"));
+}
+
 }  // namespace
