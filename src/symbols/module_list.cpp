@@ -17,14 +17,15 @@ namespace {
 
 /** A path of any module. */
 struct Path {
-  char text[2 * PATH_MAX] = {};
+  char text[2 * PATH_MAX];
 };
 
 /** The path of a module: the program's by a link of the system, a relative one made absolute. */
 void find_path(const dl_phdr_info& info, Path& path) {
   const char* const name = info.dlpi_name == nullptr ? "" : info.dlpi_name;
   if (name[0] == '\0') {
-    if (readlink("/proc/self/exe", path.text, PATH_MAX - 1) < 0) path.text[0] = '\0';
+    const ssize_t length = readlink("/proc/self/exe", path.text, PATH_MAX);
+    path.text[std::max<ssize_t>(length, 0)] = '\0';
     return;
   }
   std::size_t length = 0;

@@ -12,6 +12,8 @@ namespace called {
   asm volatile("" : : : "memory");
 }
 
+namespace {
+
 struct Widget {
   [[gnu::noinline]] void run(int times, Callback callback, void* data) {
     for (int i = 0; i < times; ++i) {
@@ -21,6 +23,7 @@ struct Widget {
   }
 };
 
+}  // namespace
 }  // namespace called
 
 extern "C" {
@@ -30,6 +33,10 @@ extern "C" {
   called::Widget().run(1, callback, data);
   asm volatile("" : : : "memory");
 }
+
+// A second name, as those that C libraries have for their own use.
+[[gnu::visibility("default"), gnu::alias("call_back")]] void __call_back(Callback callback,
+                                                                         void* data);
 
 [[gnu::visibility("default")]] void call_back_for_each(Callback callback, void* data) {
   void* const each[] = {data};

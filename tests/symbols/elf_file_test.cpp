@@ -103,7 +103,8 @@ TEST_F(ElfFile, IsNoFolderNoTextAndNothing) {
 TEST_F(ElfFile, HarmsNothingWhereverItIsCutOff) {
   const std::string whole = read(called::kWithDebugInfo);
   ASSERT_GT(whole.size(), 4000U);
-  for (std::size_t length = 0; length < whole.size(); length += 1 + whole.size() / 97) {
+  for (std::size_t length = 0; length < whole.size();
+       length += length < 100 ? 1 : 1 + whole.size() / 97) {
     write(std::string_view(whole).substr(0, length));
     ask_all();
   }
@@ -129,6 +130,21 @@ TEST_F(ElfFile, HarmsNothingWithDamagedSections) {
     }
     bytes[at] = before;
   }
+}
+
+TEST_F(ElfFile, HasNoFunctionsOutsideOfItsCode) {
+  ASSERT_TRUE(file_.open(called::kWithDebugInfo));
+  EXPECT_EQ(file_.function_at(0, arena_), "");
+  EXPECT_EQ(file_.function_at(UINT64_MAX, arena_), "");
+  file_.close();
+  const qk::dwarf::Functions* const libdw = qk::dwarf::load();
+  if (libdw == nullptr) return;
+  qk::DebugInfo debug_info;
+  ASSERT_TRUE(debug_info.open(called::kWithDebugInfo, *libdw, arena_));
+  qk::SourceFrame frame = {};
+  EXPECT_EQ(debug_info.frames_at(0, &frame, 1), 0);
+  EXPECT_EQ(debug_info.frames_at(UINT64_MAX, &frame, 1), 0);
+  debug_info.close();
 }
 
 TEST(BuildId, IsFoundBehindOtherNotes) {

@@ -51,6 +51,7 @@ TEST(Folding, HidesThisLibrary) {
   EXPECT_TRUE(folds("qk::Handle::make<app::Thing>(int)"));
   EXPECT_TRUE(folds("_ZN2qk6HandleC1Ev"));
   EXPECT_FALSE(folds("app::qk_mem_user()"));
+  EXPECT_FALSE(folds("qk_memory_of_app"));
   EXPECT_FALSE(folds("qkmaker"));
 }
 
@@ -167,6 +168,7 @@ TEST(ReturnTypes, AreLeftOut) {
   EXPECT_EQ(without_return_type("decltype (a(b)) c::d<e>(f)"), "c::d<e>(f)");
   EXPECT_EQ(without_return_type("void (*a::b<c>(d))(e)"), "a::b<c>(d))(e)");
   EXPECT_EQ(without_return_type("bool operator< <a>(b, c)"), "operator< <a>(b, c)");
+  EXPECT_EQ(without_return_type("(anonymous namespace)::a b::c<d>(e)"), "b::c<d>(e)");
   EXPECT_EQ(without_return_type("a::cooperator b(c)"), "b(c)");
   EXPECT_EQ(without_return_type(""), "");
 }

@@ -101,12 +101,13 @@ class NamesTest : public ::testing::Test {
 
 const Lines kFromDebugInfo = {
     "called::inlined(void (*)(void*), void*) called_library.cpp:100",
-    "called::Widget::run(int, void (*)(void*), void*) called_library.cpp:200",
+    "called::(anonymous namespace)::Widget::run(int, void (*)(void*), void*)"
+    " called_library.cpp:200",
     "call_back called_library.cpp:300",
 };
 
 const Lines kFromSymbols = {
-    "called::Widget::run(int, void (*)(void*), void*)",
+    "called::(anonymous namespace)::Widget::run(int, void (*)(void*), void*)",
     "call_back",
 };
 
@@ -152,12 +153,14 @@ TEST_F(Names, AreMangledAndNeedNoHeapByTheSymbolTable) {
   const bool failed = kit::has_failed();
   kit::let_succeed();
   EXPECT_FALSE(failed);
-  EXPECT_EQ(lines_of(stack), (Lines{"_ZN6called6Widget3runEiPFvPvES1_", "call_back"}));
+  EXPECT_EQ(lines_of(stack),
+            (Lines{"_ZN6called12_GLOBAL__N_16Widget3runEiPFvPvES2_", "call_back"}));
 }
 
 TEST_F(Names, ComeFromTheSymbolTableInAFileOfItsOwn) {
   names_.set_named_by(qk::NamedBy::kSymbolTables);
-  EXPECT_EQ(lines_in(called::kStripped), (Lines{"_ZN6called6Widget3runEiPFvPvES1_", "call_back"}));
+  EXPECT_EQ(lines_in(called::kStripped),
+            (Lines{"_ZN6called12_GLOBAL__N_16Widget3runEiPFvPvES2_", "call_back"}));
 }
 
 TEST_F(Names, AreModuleAndOffsetWithoutASymbol) {
