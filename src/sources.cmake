@@ -83,7 +83,10 @@ set(library_sources
 
   profile/report/callers.cpp
   profile/report/destination.cpp
+  profile/report/json_report.cpp
+  profile/report/metrics_report.cpp
   profile/report/place.cpp
+  profile/report/pprof_report.cpp
   profile/report/report.cpp
   profile/report/rows.cpp
   profile/report/text_report.cpp

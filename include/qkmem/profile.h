@@ -38,6 +38,10 @@ extern "C" {
  *                 REPORT=name      STDERR (unless given), STDOUT, LOG, or a file, in whose name %p
  *                                  is the process, %n the program, %h the host, %t the start, %i
  *                                  the number of the report and %% a %
+ *                 FORMAT=form      TEXT (unless given), for people; JSON, all figures; PPROF, for `go
+ *                                  tool pprof` and servers that take its profiles, not compressed;
+ *                                  OPENMETRICS, figures of the process, its tags and handles for
+ *                                  collectors. Times are in nanoseconds, all other figures exact
  *                 MAX=bytes        of the profile's own memory, 256M unless given. What does not fit
  *                                  is reported as not recorded
  *                 Numbers of bytes can end with K, M or G. Null and "" switch the profile off: new

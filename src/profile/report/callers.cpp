@@ -1,30 +1,16 @@
 #include "profile/report/callers.h"
 
 #include <algorithm>
-#include <array>
 #include <span>
 #include <string_view>
 #include <tuple>
 
-#include "profile/stacks.h"
 #include "symbols/folding.h"
 
 namespace qk::mem::profile {
 namespace {
 
-/** Inlined calls have frames of their own. */
-constexpr int kMostNamed = 4 * qk::kMostFrames;
-using NamedFrames = std::array<qk::Frame, kMostNamed>;
-
 constinit qk::Names names(modules);
-
-int name_frames(const Stack& stack, Naming naming, NamedFrames& frames) {
-  if (naming == Naming::kComplete) {
-    return names.frames_of(stack.frames, stack.depth, frames.data(), kMostNamed);
-  }
-  for (int i = 0; i < stack.depth; ++i) frames[i] = plain_frame(modules, stack.frames[i]);
-  return stack.depth;
-}
 
 std::string_view file_name(const qk::Frame& frame) {
   return frame.file.substr(frame.file.rfind('/') + 1);
@@ -38,18 +24,31 @@ bool is_inside_library(const qk::Frame& frame) {
 }
 
 /**
- * Whether the frame that has called the library is shown. It has the place that the row is named
- * by; otherwise that place is in an adapter, or in a header of the library.
+ * Whether a frame can have the place of a row, as far as its line is known. A function that ends
+ * with the call may have left no frame, and its caller's is the first. The lines of a call and of
+ * its debug information differ if it takes several.
  */
-bool shows_site(std::span<const qk::Frame> frames, std::string_view skip) {
+bool can_have_place(const qk::Frame& frame, const SiteKey& key) {
+  constexpr std::int64_t kLines = 2;
+  if (frame.file.empty() || key.file == nullptr) return true;
+  const std::int64_t distance = std::int64_t{frame.line} - std::int64_t{key.line};
+  return file_name(frame) == key.file && distance >= -kLines && distance <= kLines;
+}
+
+/**
+ * Whether the frame that has called the library is shown, and has the place that the row is named
+ * by. Otherwise that place is in an adapter, in a header, or has no frame.
+ */
+bool shows_site(std::span<const qk::Frame> frames, const SiteKey& key, std::string_view skip) {
   const auto caller = std::find_if_not(frames.begin(), frames.end(), is_inside_library);
-  return caller != frames.end() && !caller->function.empty() && !qk::is_folded(*caller, skip);
+  return caller != frames.end() && !caller->function.empty() && !qk::is_folded(*caller, skip) &&
+         can_have_place(*caller, key);
 }
 
 void give_frames(Row& row, ShownFrames& shown, Naming naming, std::string_view skip) {
   NamedFrames frames;
   int count = name_frames(stack_numbered(row.key.stack), naming, frames);
-  row.begins_at_site = shows_site({frames.data(), static_cast<std::size_t>(count)}, skip);
+  row.begins_at_site = shows_site({frames.data(), static_cast<std::size_t>(count)}, row.key, skip);
   count = qk::visible_frames(frames.data(), count, skip);
   row.first_frame = static_cast<std::uint32_t>(shown.size());
   row.stacks = 1;
@@ -123,6 +122,28 @@ void put_frame(qk::Line& line, const qk::Frame& frame) {
 
 }  // namespace
 
+int name_frames(const Stack& stack, Naming naming, NamedFrames& frames) {
+  if (naming == Naming::kComplete) {
+    return names.frames_of(stack.frames, stack.depth, frames.data(), kMostNamed);
+  }
+  for (int i = 0; i < stack.depth; ++i) frames[i] = plain_frame(modules, stack.frames[i]);
+  return stack.depth;
+}
+
+Stack program_stack(const Row& row, Naming naming) {
+  Stack stack = stack_numbered(row.key.stack);
+  NamedFrames frames;
+  while (stack.depth > 1) {
+    const int count = name_frames({stack.frames, 1}, naming, frames);
+    if (count == 0 || !is_inside_library(frames[count - 1])) break;
+    ++stack.frames;
+    --stack.depth;
+  }
+  return stack;
+}
+
+void close_names() { names.close(); }
+
 std::size_t frames_needed(const Rows& rows) {
   const auto with_stack =
       std::count_if(rows.begin(), rows.end(), [](const Row& row) { return row.key.stack != 0; });
@@ -133,7 +154,7 @@ void name_callers(Rows& rows, ShownFrames& frames, Naming naming, const char* sk
   for (Row& row : rows) {
     if (row.key.stack != 0) give_frames(row, frames, naming, skip == nullptr ? "" : skip);
   }
-  names.close();
+  close_names();
   merge_equal_callers(rows, frames);
 }
 

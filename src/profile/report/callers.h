@@ -1,9 +1,11 @@
 #ifndef QKMEM_PROFILE_REPORT_CALLERS_H_
 #define QKMEM_PROFILE_REPORT_CALLERS_H_
 
+#include <array>
 #include <cstddef>
 
 #include "profile/report/rows.h"
+#include "profile/stacks.h"
 #include "support/line.h"
 #include "support/mapped_array.h"
 #include "symbols/names.h"
@@ -19,6 +21,19 @@ enum class Naming : std::uint8_t {
   kComplete,   // functions, files, lines, inlined calls; uses the heap
   kAtASignal,  // modules and offsets
 };
+
+/** The frames of one stack. Inlined calls have frames of their own. */
+inline constexpr int kMostNamed = 4 * qk::kMostFrames;
+using NamedFrames = std::array<qk::Frame, kMostNamed>;
+
+/** Names the frames of a stack, innermost first. Returns how many there are. Their texts stay. */
+[[nodiscard]] int name_frames(const Stack& stack, Naming naming, NamedFrames& frames);
+
+/** The stack of a row without the calls inside the library, as far as these have names. */
+[[nodiscard]] Stack program_stack(const Row& row, Naming naming);
+
+/** To be called when a report is complete. */
+void close_names();
 
 /** The frames that reports show, of all rows that have a stack. Must stay while the rows are used. */
 using ShownFrames = qk::MappedArray<qk::Frame>;

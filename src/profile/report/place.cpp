@@ -4,9 +4,6 @@
 
 namespace qk::mem::profile {
 
-namespace {
-
-/** The outermost label first. */
 void put_label(qk::Line& line, std::uint32_t number) {
   const Label& innermost = label(number);
   if (innermost.outer != 0) {
@@ -16,30 +13,29 @@ void put_label(qk::Line& line, std::uint32_t number) {
   line.put(innermost.text);
 }
 
-void put_site(qk::Line& line, const Row& row, const ShownFrames& frames) {
-  put_function_of_site(line, row, frames);
-  line.put(row.key.file).put(':').number(row.key.line);
-  if (row.key.label == 0) return;
-  put_label(line.put(" ["), row.key.label);
-  line.put(']');
-}
-
-}  // namespace
-
-void put_place(qk::Line& line, const Row& row, const ShownFrames& frames, std::size_t width) {
-  const std::size_t begin = line.length();
+void put_bare_place(qk::Line& line, const Row& row) {
   switch (row.kind) {
     case RowKind::kFromBefore:
       line.put("(from before the profile was on)");
-      return;
+      break;
     case RowKind::kNotRecorded:
       line.put("(not recorded: the profile had no memory left)");
-      return;
+      break;
     case RowKind::kSite:
-      put_site(line, row, frames);
-      const std::size_t taken = line.length() - begin;
-      put_callers(line, row, frames, taken < width ? width - taken : 0);
+      line.put(row.key.file).put(':').number(row.key.line);
   }
+}
+
+void put_place(qk::Line& line, const Row& row, const ShownFrames& frames, std::size_t width) {
+  const std::size_t begin = line.length();
+  put_function_of_site(line, row, frames);
+  put_bare_place(line, row);
+  if (row.key.label != 0) {
+    put_label(line.put(" ["), row.key.label);
+    line.put(']');
+  }
+  const std::size_t taken = line.length() - begin;
+  put_callers(line, row, frames, taken < width ? width - taken : 0);
 }
 
 }  // namespace qk::mem::profile

@@ -9,6 +9,12 @@
 
 namespace qk::mem::profile {
 
+/** Appends a label, the outermost first: "outer > inner". */
+void put_label(qk::Line& line, std::uint32_t number);
+
+/** Appends the place that the program has named, or what stands for it. */
+void put_bare_place(qk::Line& line, const Row& row);
+
 /**
  * Appends what a row is about, as people read it: the place that the program has named, its label,
  * and its callers as far as they fit into `width` bytes.

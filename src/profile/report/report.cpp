@@ -1,19 +1,43 @@
 #include "profile/report/report.h"
 
 #include "profile/report/destination.h"
+#include "profile/report/json_report.h"
+#include "profile/report/metrics_report.h"
+#include "profile/report/pprof_report.h"
 #include "profile/state.h"
+#include "support/page_buffer.h"
 
 namespace qk::mem::profile {
+namespace {
+
+void put_text(qk::PageBuffer& text, Rows& rows, Occasion occasion, Naming naming) {
+  ShownFrames frames(frames_needed(rows));
+  if (frames.capacity() != 0) name_callers(rows, frames, naming, options().skip);
+  qk::PageWriter out(text);
+  put_text_report(out, rows, frames, options(), occasion);
+}
+
+void put_report(qk::PageBuffer& text, Rows& rows, Occasion occasion, Naming naming) {
+  switch (options().format) {
+    case Format::kText:
+      return put_text(text, rows, occasion, naming);
+    case Format::kJson:
+      return put_json_report(text, rows, naming);
+    case Format::kPprof:
+      return put_pprof_report(text, rows, naming);
+    case Format::kOpenMetrics:
+      return put_metrics_report(text);
+  }
+}
+
+}  // namespace
 
 void write_report(Occasion occasion, Naming naming) {
   if (!was_ever_on()) return;
   Rows rows(rows_needed());
   collect_rows(rows);
-  ShownFrames frames(frames_needed(rows));
-  if (frames.capacity() != 0) name_callers(rows, frames, naming, options().skip);
   qk::PageBuffer text;
-  qk::PageWriter out(text);
-  put_text_report(out, rows, frames, options(), occasion);
+  put_report(text, rows, occasion, naming);
   deliver(options().report, text.text());
   text.clear();
 }

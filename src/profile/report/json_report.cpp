@@ -1,0 +1,168 @@
+#include "profile/report/json_report.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdint>
+
+#include "formats/json.h"
+#include "profile/events.h"
+#include "profile/labels.h"
+#include "profile/report/place.h"
+#include "profile/stacks.h"
+#include "profile/state.h"
+#include "support/line.h"
+#include "support/shared_variable.h"
+#include "support/unwinder.h"
+
+namespace qk::mem::profile {
+namespace {
+
+void put_number(JsonWriter& json, std::string_view key, std::uint64_t value) {
+  json.key(key).number(value);
+}
+
+void put_text(JsonWriter& json, std::string_view key, std::string_view text) {
+  json.key(key).text(text);
+}
+
+void put_level(JsonWriter& json, const Level& level) {
+  const std::uint64_t event = qk::load(level.highest_event);
+  put_number(json, "peak_bytes", qk::load(level.highest));
+  put_number(json, "peak_event", event);
+  put_number(json, "peak_time_ns", time_of_event(event));
+}
+
+void put_whole(JsonWriter& json, const Rows& rows) {
+  std::uint64_t live_bytes = 0;
+  std::uint64_t live_blocks = 0;
+  std::uint64_t made_bytes = 0;
+  std::uint64_t made_blocks = 0;
+  for (const Row& row : rows) {
+    live_bytes += row.live_bytes;
+    live_blocks += row.live_blocks;
+    made_bytes += row.made_bytes;
+    made_blocks += row.made_blocks;
+  }
+  put_number(json, "live_bytes", live_bytes);
+  put_number(json, "live_blocks", live_blocks);
+  put_number(json, "made_bytes", made_bytes);
+  put_number(json, "made_blocks", made_blocks);
+  put_level(json, whole);
+}
+
+void put_handles(JsonWriter& json) {
+  json.start_line().key("handles").begin_array();
+  for (std::uint32_t number = 1; number <= pools.count(); ++number) {
+    const Pool& pool = pools.at(number);
+    json.start_line().begin_object();
+    put_number(json, "handle", static_cast<std::uint64_t>(pool.hid));
+    put_text(json, "tag", tag_levels.at(pool.tag).name);
+    json.key("is_alive").boolean(qk::load(pool.is_alive) != 0);
+    json.key("is_autofree").boolean(qk::load(pool.is_autofree) != 0);
+    put_number(json, "live_bytes", qk::load(pool.level.live));
+    put_number(json, "live_blocks", qk::load(pool.live_blocks));
+    put_number(json, "made_bytes", qk::load(pool.made_bytes));
+    put_number(json, "made_blocks", qk::load(pool.made_blocks));
+    put_level(json, pool.level);
+    json.end_object();
+  }
+  json.end_array();
+}
+
+void put_tags(JsonWriter& json) {
+  json.start_line().key("tags").begin_array();
+  for (std::uint32_t number = 1; number <= tag_levels.count(); ++number) {
+    const TagLevel& tag = tag_levels.at(number);
+    json.start_line().begin_object();
+    put_text(json, "tag", tag.name);
+    put_number(json, "live_bytes", qk::load(tag.level.live));
+    put_level(json, tag.level);
+    json.end_object();
+  }
+  json.end_array();
+}
+
+void put_frame(JsonWriter& json, const qk::Frame& frame) {
+  json.begin_object();
+  if (!frame.function.empty()) put_text(json, "function", frame.function);
+  if (!frame.file.empty()) put_text(json, "file", frame.file);
+  if (frame.line > 0) put_number(json, "line", static_cast<std::uint64_t>(frame.line));
+  if (frame.module != nullptr) {
+    put_text(json, "module", frame.module->path);
+    put_text(json, "build_id", frame.module->build_id.text());
+    put_number(json, "offset", frame.offset);
+  }
+  json.end_object();
+}
+
+void put_stack(JsonWriter& json, const Stack& stack, Naming naming) {
+  NamedFrames frames;
+  const int count = name_frames(stack, naming, frames);
+  json.key("stack").begin_array();
+  for (int i = 0; i < count; ++i) put_frame(json, frames[i]);
+  json.end_array();
+}
+
+void put_place(JsonWriter& json, const Row& row) {
+  if (row.kind != RowKind::kSite) {
+    qk::Line place;
+    put_bare_place(place, row);
+    put_text(json, "place", place.finish());
+    return;
+  }
+  const Pool& pool = pools.at(row.key.pool);
+  put_text(json, "file", row.key.file == nullptr ? "" : row.key.file);
+  put_number(json, "line", row.key.line);
+  put_number(json, "handle", static_cast<std::uint64_t>(pool.hid));
+  put_text(json, "tag", tag_levels.at(pool.tag).name);
+  if (row.key.label == 0) return;
+  qk::Line label;
+  put_label(label, row.key.label);
+  put_text(json, "label", label.finish());
+}
+
+void put_site(JsonWriter& json, const Row& row, Naming naming) {
+  json.start_line().begin_object();
+  put_place(json, row);
+  put_number(json, "live_bytes", row.live_bytes);
+  put_number(json, "live_blocks", row.live_blocks);
+  put_number(json, "bytes_at_peak", row.bytes_at_peak);
+  put_number(json, "highest_bytes", row.highest_bytes);
+  put_number(json, "made_bytes", row.made_bytes);
+  put_number(json, "made_blocks", row.made_blocks);
+  put_number(json, "largest_block", row.largest_block);
+  put_number(json, "freed_soon", row.freed_soon);
+  put_number(json, "sum_of_lives", row.sum_of_lives);
+  put_number(json, "first_event", row.first_event);
+  put_number(json, "last_event", row.last_event);
+  put_number(json, "first_time_ns", time_of_event(row.first_event));
+  put_number(json, "last_time_ns", time_of_event(row.last_event));
+  if (row.key.stack != 0) put_stack(json, program_stack(row, naming), naming);
+  json.end_object();
+}
+
+}  // namespace
+
+void put_json_report(qk::PageBuffer& out, const Rows& rows, Naming naming) {
+  JsonWriter json(out);
+  json.begin_object();
+  put_text(json, "program", program_invocation_short_name);
+  put_number(json, "process", static_cast<std::uint64_t>(getpid()));
+  put_number(json, "start_ns", start_of_clock());
+  put_number(json, "duration_ns", time_now());
+  put_number(json, "clock_precision_ns", clock_precision());
+  put_number(json, "events", events_so_far());
+  put_text(json, "unwinder", qk::unwinder_name());
+  put_number(json, "own_bytes", arena.mapped());
+  put_number(json, "handles_left_out", qk::load(handles_left_out));
+  put_whole(json, rows);
+  put_handles(json);
+  put_tags(json);
+  json.start_line().key("sites").begin_array();
+  for (const Row& row : rows) put_site(json, row, naming);
+  json.end_array().end_object();
+  close_names();
+}
+
+}  // namespace qk::mem::profile

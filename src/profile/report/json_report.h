@@ -1,0 +1,18 @@
+#ifndef QKMEM_PROFILE_REPORT_JSON_REPORT_H_
+#define QKMEM_PROFILE_REPORT_JSON_REPORT_H_
+
+#include "profile/report/callers.h"
+#include "profile/report/rows.h"
+#include "support/page_buffer.h"
+
+namespace qk::mem::profile {
+
+/**
+ * Writes all figures as one JSON object, for programs: bytes, events and nanoseconds, exact. Each
+ * handle, tag and site has a line of its own.
+ */
+void put_json_report(qk::PageBuffer& out, const Rows& rows, Naming naming);
+
+}  // namespace qk::mem::profile
+
+#endif  // QKMEM_PROFILE_REPORT_JSON_REPORT_H_

@@ -1,0 +1,18 @@
+#ifndef QKMEM_PROFILE_REPORT_PPROF_REPORT_H_
+#define QKMEM_PROFILE_REPORT_PPROF_REPORT_H_
+
+#include "profile/report/callers.h"
+#include "profile/report/rows.h"
+#include "support/page_buffer.h"
+
+namespace qk::mem::profile {
+
+/**
+ * Writes rows as a profile for `go tool pprof`. The innermost location of a sample is the place that
+ * the program has named; the call stack, if there is one, stands around it.
+ */
+void put_pprof_report(qk::PageBuffer& out, const Rows& rows, Naming naming);
+
+}  // namespace qk::mem::profile
+
+#endif  // QKMEM_PROFILE_REPORT_PPROF_REPORT_H_
