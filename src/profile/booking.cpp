@@ -5,9 +5,6 @@
 namespace qk::mem::profile {
 namespace {
 
-/** With several threads a handle passes its bytes on in steps of this size. */
-constexpr std::int64_t kStep = 4096;
-
 constexpr std::uint64_t kMinusOne = UINT64_MAX;
 
 /** To be called before a site's live bytes change. */
@@ -40,8 +37,9 @@ void Booking::pass_on_alone(std::int64_t bytes) const {
 }
 
 void Booking::pass_on_shared(std::int64_t bytes) const {
+  if (qk::load(was_passed_on_in_steps) == 0) qk::store(was_passed_on_in_steps, 1);
   const std::int64_t sum = pool_.not_passed_on + bytes;
-  if (sum > -kStep && sum < kStep) {
+  if (sum > -kPassedOnInSteps && sum < kPassedOnInSteps) {
     qk::store(pool_.not_passed_on, sum);
     return;
   }

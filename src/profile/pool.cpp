@@ -15,6 +15,7 @@ constinit qk::NumberedStore<TagLevel> tag_levels;
 constinit Level whole = {};
 constinit std::uint64_t peak_epoch = 0;
 constinit std::uint32_t handles_left_out = 0;
+constinit std::uint8_t was_passed_on_in_steps = 0;
 
 namespace {
 
@@ -91,6 +92,23 @@ Pool* provide_pool(const qk_mem_handle& handle) {
 
 void watch_handle(qk_mem_handle& handle, const Pool& pool) {
   qk::publish(handle.profile_pool, pool.number);
+}
+
+Level whole_now() {
+  Level level = {0, qk::load(whole.highest), qk::load(whole.highest_event)};
+  for (std::uint32_t number = 1; number <= pools.count(); ++number) {
+    level.live += qk::load(pools.at(number).level.live);
+  }
+  if (level.live > level.highest) {
+    level.highest = level.live;
+    level.highest_event = events_so_far();
+  }
+  return level;
+}
+
+std::uint64_t peak_tolerance() {
+  return qk::load(was_passed_on_in_steps) == 0 ? 0
+                                               : std::uint64_t{pools.count()} * kPassedOnInSteps;
 }
 
 Site& site_in(Pool& pool, std::uint32_t number) {

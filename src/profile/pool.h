@@ -63,6 +63,18 @@ extern Level whole;
  */
 extern std::uint64_t peak_epoch;
 
+/** What a handle can hold back of its bytes while there are several threads. */
+inline constexpr std::int64_t kPassedOnInSteps = 4096;
+
+/** Whether bytes were ever passed on in steps, so that peaks are not exact. */
+extern std::uint8_t was_passed_on_in_steps;
+
+/** The whole with what handles have not passed on, and the highest level as far as it is known. */
+[[nodiscard]] Level whole_now();
+
+/** Bytes by which the highest level can differ from what it was. */
+[[nodiscard]] std::uint64_t peak_tolerance();
+
 /** Handles for which there was no memory. */
 extern std::uint32_t handles_left_out;
 

@@ -155,7 +155,9 @@ std::string text_report(const char* options, profile::Occasion occasion) {
   const std::string text(buffer.text());
   buffer.clear();
   const std::string timed = std::regex_replace(text, std::regex("at [0-9.]+ s "), "at T s ");
-  return std::regex_replace(timed, std::regex("profile took [0-9.]+ .iB"), "profile took M");
+  const std::string exact =
+      std::regex_replace(timed, std::regex(R"( \(within [0-9.,]+ .?i?B\))"), "");
+  return std::regex_replace(exact, std::regex("profile took [0-9.]+ .iB"), "profile took M");
 }
 
 }  // namespace kit

@@ -32,7 +32,10 @@ namespace kit {
  */
 [[nodiscard]] std::string profile_errors();
 
-/** The text report, with the time of the peak as "T s" and the profile's own memory as "M". */
+/**
+ * The text report, with the time of the peak as "T s" and the profile's own memory as "M", and
+ * without the tolerance of the peak.
+ */
 [[nodiscard]] std::string text_report(
     const char* options,
     qk::mem::profile::Occasion occasion = qk::mem::profile::Occasion::kRunning);

@@ -1,7 +1,7 @@
 #include "profile/report/callers.h"
 
 #include <algorithm>
-#include <span>
+#include <iterator>
 #include <string_view>
 #include <tuple>
 
@@ -16,11 +16,36 @@ std::string_view file_name(const qk::Frame& frame) {
   return frame.file.substr(frame.file.rfind('/') + 1);
 }
 
-/** A program that contains the library has its frames at the beginning of its stacks. */
+/** The folders whose functions lead from an allocation to here. */
+constexpr std::string_view kOwnFolders[] = {"accounting/", "alloc/", "profile/", "support/",
+                                            "table/"};
+
+/** Whether a file is one of the library's, which lies where this one does. */
+bool is_own_file(std::string_view file) {
+  constexpr std::string_view kThis = __FILE__;
+  constexpr std::string_view kRoot = kThis.substr(0, kThis.rfind("profile/report/"));
+  const std::size_t at = file.rfind(kRoot);
+  if (at == std::string_view::npos) return false;
+  const std::string_view inside = file.substr(at + kRoot.size());
+  return std::any_of(std::begin(kOwnFolders), std::end(kOwnFolders),
+                     [inside](std::string_view folder) { return inside.starts_with(folder); });
+}
+
+/**
+ * A program that contains the library has its frames at the beginning of its stacks. With little
+ * debug information the names lack their scopes, but then there are files.
+ */
 bool is_inside_library(const qk::Frame& frame) {
   const std::string_view function = qk::without_return_type(frame.function);
   return function.starts_with("qk_mem_") || function.starts_with("qk::mem::") ||
-         function.starts_with("qk::capture_stack");
+         function.starts_with("qk::capture_stack") || is_own_file(frame.file);
+}
+
+/** Takes the frames inside the library out of a stack. Returns how many remain. */
+int leave_library(NamedFrames& frames, int count) {
+  const auto end = frames.begin() + count;
+  const auto caller = std::find_if_not(frames.begin(), end, is_inside_library);
+  return static_cast<int>(std::copy(caller, end, frames.begin()) - frames.begin());
 }
 
 /**
@@ -39,16 +64,15 @@ bool can_have_place(const qk::Frame& frame, const SiteKey& key) {
  * Whether the frame that has called the library is shown, and has the place that the row is named
  * by. Otherwise that place is in an adapter, in a header, or has no frame.
  */
-bool shows_site(std::span<const qk::Frame> frames, const SiteKey& key, std::string_view skip) {
-  const auto caller = std::find_if_not(frames.begin(), frames.end(), is_inside_library);
-  return caller != frames.end() && !caller->function.empty() && !qk::is_folded(*caller, skip) &&
-         can_have_place(*caller, key);
+bool shows_site(const qk::Frame& caller, const SiteKey& key, std::string_view skip) {
+  return !caller.function.empty() && !qk::is_folded(caller, skip) && can_have_place(caller, key);
 }
 
 void give_frames(Row& row, ShownFrames& shown, Naming naming, std::string_view skip) {
   NamedFrames frames;
   int count = name_frames(stack_numbered(row.key.stack), naming, frames);
-  row.begins_at_site = shows_site({frames.data(), static_cast<std::size_t>(count)}, row.key, skip);
+  count = leave_library(frames, count);
+  row.begins_at_site = count != 0 && shows_site(frames[0], row.key, skip);
   count = qk::visible_frames(frames.data(), count, skip);
   row.first_frame = static_cast<std::uint32_t>(shown.size());
   row.stacks = 1;

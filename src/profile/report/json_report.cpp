@@ -48,7 +48,8 @@ void put_whole(JsonWriter& json, const Rows& rows) {
   put_number(json, "live_blocks", live_blocks);
   put_number(json, "made_bytes", made_bytes);
   put_number(json, "made_blocks", made_blocks);
-  put_level(json, whole);
+  put_level(json, whole_now());
+  put_number(json, "peak_tolerance_bytes", peak_tolerance());
 }
 
 void put_handles(JsonWriter& json) {

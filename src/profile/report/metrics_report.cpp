@@ -64,7 +64,7 @@ void put_metrics_report(qk::PageBuffer& out) {
   writer.begin(MetricFamily::kAllocations);
   writer.sample({}, as_value(made));
   writer.begin(MetricFamily::kPeakBytes);
-  writer.sample({}, as_value(qk::load(whole.highest)));
+  writer.sample({}, as_value(whole_now().highest));
   writer.begin(MetricFamily::kUntrackedBytes);
   writer.sample({}, as_value(untracked));
   // Without memory the buffer ends early, and the text without its last line.

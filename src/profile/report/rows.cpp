@@ -30,8 +30,17 @@ Row row_of(const Site& site, RowKind kind, std::uint64_t now) {
   return row;
 }
 
-void add_row(Rows& rows, const Site& site, RowKind kind, std::uint64_t now) {
-  if (qk::load(site.made_blocks) != 0) rows.push_back(row_of(site, kind, now));
+/** When the rows are collected. */
+struct Moment {
+  std::uint64_t event;
+  bool is_peak;  // more is held than ever before, as far as handles have told
+};
+
+void add_row(Rows& rows, const Site& site, RowKind kind, Moment now) {
+  if (qk::load(site.made_blocks) == 0) return;
+  Row row = row_of(site, kind, now.event);
+  if (now.is_peak) row.bytes_at_peak = row.live_bytes;
+  rows.push_back(row);
 }
 
 /** The order of places in a report. Equal rows are of the same place. */
@@ -92,7 +101,7 @@ void add_figures(Row& sum, const Row& row) {
 std::size_t rows_needed() { return sites.count() + std::size_t{2} * pools.count(); }
 
 void collect_rows(Rows& rows) {
-  const std::uint64_t now = events_so_far();
+  const Moment now = {events_so_far(), whole_now().highest > qk::load(whole.highest)};
   for (std::uint32_t number = 1; number <= sites.count(); ++number) {
     add_row(rows, sites.at(number), RowKind::kSite, now);
   }

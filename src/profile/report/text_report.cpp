@@ -66,8 +66,13 @@ Figure time_figure(std::uint64_t nanoseconds) {
 }
 
 void put_peak(qk::Line& line) {
-  const std::uint64_t event = qk::load(whole.highest_event);
-  line.put("; peak ").put(size_figure(qk::load(whole.highest)).text()).put(" at ");
+  const Level peak = whole_now();
+  const std::uint64_t event = peak.highest_event;
+  line.put("; peak ").put(size_figure(peak.highest).text());
+  if (peak_tolerance() != 0) {
+    line.put(" (within ").put(size_figure(peak_tolerance()).text()).put(")");
+  }
+  line.put(" at ");
   line.put(time_figure(time_of_event(event)).text());
   line.put(" (event ").put(count_figure(event).text()).put(")");
 }
@@ -154,7 +159,7 @@ void put_held(qk::PageWriter& out, std::span<Row> rows, const ShownFrames& frame
 
 void put_held_at_peak(qk::PageWriter& out, std::span<Row> rows, const ShownFrames& frames,
                       const Options& options) {
-  const std::uint64_t all_bytes = qk::load(whole.highest);
+  const std::uint64_t all_bytes = whole_now().highest;
   const Part part = {"qkmem: held at the peak\n", Sort::kPeak,
                      [](const Row& row) { return row.bytes_at_peak != 0; }};
   put_part<4>(out, rows, frames, part, options.top, {"at peak", "share", "now", "handle", "site"},
