@@ -71,6 +71,7 @@ set(library_sources
 
   profile/address_table.cpp
   profile/booking.cpp
+  profile/due.cpp
   profile/events.cpp
   profile/labels.cpp
   profile/marks.cpp
@@ -136,6 +137,7 @@ set(library_sources
   config/module_options.cpp
   config/profile_config.cpp
   config/profile_options.cpp
+  config/profile_schedule.cpp
   config/refusal.cpp
 
   profile/stack_table.cpp

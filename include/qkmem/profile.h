@@ -42,6 +42,10 @@ extern "C" {
  *                                  tool pprof` and servers that take its profiles, not compressed;
  *                                  OPENMETRICS, figures of the process, its tags and handles for
  *                                  collectors. Times are in nanoseconds, all other figures exact
+ *                 EVERY=seconds    write the report also while the program runs, at the first event
+ *                                  after that time. A file is replaced at once
+ *                 CONTROL=file     look at this file once a second. Whenever it has changed, its
+ *                                  lines are done: on, off, report, reset (count anew)
  *                 MAX=bytes        of the profile's own memory, 256M unless given. What does not fit
  *                                  is reported as not recorded
  *                 Numbers of bytes can end with K, M or G. Null and "" switch the profile off: new
@@ -55,6 +59,12 @@ extern "C" {
  * the report at the end is written. Starts the library up. Any thread.
  */
 int qk_mem_profile_config(const char* options);
+
+/**
+ * Does what EVERY and CONTROL ask for, if its time has come. For programs that are idle: otherwise
+ * their allocations do it. Any thread.
+ */
+void qk_mem_profile_tick(void);
 
 /**
  * Puts a label on what the calling thread allocates until qk_mem_pop_site(). The profile then tells

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "config/profile_options.h"
+#include "config/profile_schedule.h"
 #include "core/handle_array.h"
 #include "core/registry.h"
 #include "core/roads.h"
@@ -69,6 +70,7 @@ std::int32_t configure(const char* source, const char* text) {
   profile::set_options(options);
   profile::set_stack_depth(options.depth);
   switch_on();
+  schedule_profile(options);
   return mistake;
 }
 
@@ -88,6 +90,21 @@ const char* asked_by_environment() {
 
 }  // namespace
 
+void resume_profile() {
+  const RegistryLock lock;
+  switch_on();
+}
+
+void reset_profile() {
+  const RegistryLock lock;
+  for_each_handle([](qk_mem_handle& handle) {
+    if (!profile::is_watched(handle)) return;
+    const HandleLock handle_lock(handle);
+    profile::note_reset(handle);
+  });
+  profile::reset_levels();
+}
+
 void configure_profile_from_environment() {
   if (const char* const text = asked_by_environment()) configure("QK_MEM_PROFILE", text);
 }
@@ -98,6 +115,7 @@ extern "C" int qk_mem_profile_config(const char* options) {
   using namespace qk::mem;
   ensure_started();
   if (options == nullptr || *options == '\0') {
+    end_profile_schedule();
     profile::stop();
     return 0;
   }

@@ -95,6 +95,19 @@ bool set_skip(Options& options, const char* value) {
   return true;
 }
 
+bool set_every(Options& options, const char* value) {
+  constexpr std::uint64_t kCentury = std::uint64_t{100} * 366 * 86400;
+  const auto seconds = read_number(value, kCentury);
+  if (!seconds || *seconds == 0) return false;
+  options.every_seconds = *seconds;
+  return true;
+}
+
+bool set_control(Options& options, const char* value) {
+  options.control = value;
+  return true;
+}
+
 bool set_max(Options& options, const char* value) {
   const auto bytes = read_bytes(value);
   if (bytes) options.max_bytes = *bytes;
@@ -116,7 +129,7 @@ struct Keyword {
   bool (*set)(Options& options, const char* value);  // false if the value is not understood
 };
 
-constexpr std::array<Keyword, 9> kKeywords = {{
+constexpr std::array<Keyword, 11> kKeywords = {{
     {"SITES", qk::kNoValue, set_sites},
     {kStacks, qk::kOptionalValue, set_depth},
     {"PEAK", qk::kNoValue, set_peak},
@@ -125,6 +138,8 @@ constexpr std::array<Keyword, 9> kKeywords = {{
     {"REPORT", qk::kRequiredValue, set_report},
     {"FORMAT", qk::kRequiredValue, set_format},
     {"SKIP", qk::kRequiredValue, set_skip},
+    {"EVERY", qk::kRequiredValue, set_every},
+    {"CONTROL", qk::kRequiredValue, set_control},
     {"MAX", qk::kRequiredValue, set_max},
 }};
 

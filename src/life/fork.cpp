@@ -6,6 +6,9 @@
 #include "core/registry.h"
 #include "diag/log.h"
 #include "diag/trace_file.h"
+#include "profile/due.h"
+#include "profile/events.h"
+#include "profile/report/report.h"
 #include "profile/state.h"
 
 namespace qk::mem {
@@ -25,12 +28,14 @@ void before_fork() QK_UNCHECKED_LOCKING {
   for_each_handle(lock_handle);
   hold_log();
   Qk_mem_error.lock();
+  profile::report_lock.lock();
   profile::growth_lock.lock();
   flush_trace_file();
 }
 
 void after_fork() QK_UNCHECKED_LOCKING {
   profile::growth_lock.unlock();
+  profile::report_lock.unlock();
   Qk_mem_error.unlock();
   let_log_go();
   for_each_handle(unlock_handle);
@@ -44,6 +49,9 @@ void forget_waiters_of(const qk_mem_handle& handle) {
 /** The child's only thread is a copy of the one that took the locks. */
 void after_fork_in_child() QK_UNCHECKED_LOCKING {
   profile::growth_lock.forget_waiters();
+  profile::report_lock.forget_waiters();
+  profile::forget_clock_reader();
+  profile::forget_due_worker();
   Qk_mem_error.forget_waiters();
   forget_log_waiters();
   for_each_handle(forget_waiters_of);

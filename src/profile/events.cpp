@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "profile/due.h"
 #include "profile/state.h"
 #include "support/mtx_lock.h"
 #include "support/shared_variable.h"
@@ -92,6 +93,7 @@ bool note_time(std::uint64_t event) {
   const std::uint64_t now = time_now();
   if (now == qk::load(last_time)) return false;
   qk::store(last_time, now);
+  note_reading(now);
   // A thread that comes while another one is here leaves no entry, which costs some precision.
   if (qk::acquire(moments) == nullptr || qk::set_flag(is_noting)) return true;
   append_moment({event, now});
@@ -171,5 +173,7 @@ std::uint64_t clock_precision() {
   clock_getres(CLOCK_MONOTONIC_COARSE, &tick);
   return std::max(static_cast<std::uint64_t>(tick.tv_nsec), qk::load(least_gap));
 }
+
+void forget_clock_reader() { qk::store(is_noting, 0); }
 
 }  // namespace qk::mem::profile

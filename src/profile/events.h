@@ -48,6 +48,9 @@ void start_event_clock();
 /** Nanoseconds by which the time of an event can be too small. */
 [[nodiscard]] std::uint64_t clock_precision();
 
+/** In the child of a fork no other thread is reading the clock. */
+void forget_clock_reader();
+
 }  // namespace qk::mem::profile
 
 #endif  // QKMEM_PROFILE_EVENTS_H_

@@ -38,6 +38,9 @@ inline bool raise_shared(Level& level, std::int64_t bytes, std::uint64_t event) 
   return false;
 }
 
+/** Takes the present level for the highest. */
+inline void reset_level(Level& level) { qk::store(level.highest, qk::load(level.live)); }
+
 }  // namespace qk::mem::profile
 
 #endif  // QKMEM_PROFILE_LEVELS_H_

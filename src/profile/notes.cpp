@@ -3,6 +3,7 @@
 #include "core/kinds.h"
 #include "core/registry.h"
 #include "profile/booking.h"
+#include "profile/due.h"
 #include "profile/labels.h"
 #include "profile/site_table.h"
 #include "profile/stacks.h"
@@ -34,6 +35,27 @@ Mark mark_of(const qk_mem_handle& handle, Pool& pool, SlotPlace place) {
 /** Whether the block of a mark was booked, and its release is to be. */
 bool is_booked(Mark mark) { return mark.site_number() != kNoSite && !is_frozen(); }
 
+/** Calls `visit` with all sites of a pool. */
+template <class Visit>
+void for_each_site(Pool& pool, Visit visit) {
+  visit(pool.from_before);
+  visit(pool.not_recorded);
+  for (std::uint32_t number = qk::acquire(pool.first_site); number != kNoSite;
+       number = sites.at(number).next_of_pool) {
+    visit(sites.at(number));
+  }
+}
+
+/** What is live counts as made at this event. */
+void reset(Site& site, std::uint64_t now) {
+  const std::uint64_t blocks = qk::load(site.live_blocks);
+  qk::store(site.made_bytes, qk::load(site.live_bytes));
+  qk::store(site.made_blocks, blocks);
+  qk::store(site.highest_bytes, qk::load(site.live_bytes));
+  qk::store(site.freed_soon, 0);
+  qk::store(site.lives, 0 - blocks * now);
+}
+
 [[gnu::noinline]] std::uint32_t find_or_add_site(Pool& pool, const SiteKey& key) {
   const std::uint32_t present = sites.find(key);
   if (present != kNoSite) return present;
@@ -44,7 +66,12 @@ bool is_booked(Mark mark) { return mark.site_number() != kNoSite && !is_frozen()
 }  // namespace
 
 std::uint32_t site_of(const qk_mem_handle& handle, const char* file, int line) {
-  if (!is_on()) return kNoSite;
+  if (!is_on()) {
+    look_at_clock();
+    return kNoSite;
+  }
+  if (qk::load(is_due) != 0) [[unlikely]]
+    do_due_work();
   const std::uint32_t pool_number = qk::acquire(handle.profile_pool);
   Pool& pool = pools.at(pool_number);
   const SiteKey key = {file, static_cast<std::uint32_t>(line), pool_number, stack_of_caller(),
@@ -147,12 +174,17 @@ void note_all_gone(qk_mem_handle& handle) {
   Pool& pool = pool_of(handle);
   if (is_frozen() || qk::load(pool.live_blocks) == 0) return;
   const Booking booking = Booking::of_next_event(pool);
-  booking.all_gone(pool.from_before);
-  booking.all_gone(pool.not_recorded);
-  for (std::uint32_t number = qk::acquire(pool.first_site); number != kNoSite;
-       number = sites.at(number).next_of_pool) {
-    booking.all_gone(sites.at(number));
-  }
+  for_each_site(pool, [&booking](Site& site) { booking.all_gone(site); });
+}
+
+void note_reset(qk_mem_handle& handle) {
+  assert_held(handle);
+  Pool& pool = pool_of(handle);
+  qk::store(pool.made_bytes, qk::load(pool.level.live));
+  qk::store(pool.made_blocks, qk::load(pool.live_blocks));
+  reset_level(pool.level);
+  const std::uint64_t now = events_so_far();
+  for_each_site(pool, [now](Site& site) { reset(site, now); });
 }
 
 void note_deleted(qk_mem_handle& handle) {

@@ -68,6 +68,9 @@ void note_unrecorded_back(qk_mem_handle& handle, const Unrecorded& memory);
 /** The handle has no memory any more: it was cleared. */
 void note_all_gone(qk_mem_handle& handle);
 
+/** Counts what the handle's sites have made and what was highest anew. */
+void note_reset(qk_mem_handle& handle);
+
 /** The handle is deleted, after all its memory. */
 void note_deleted(qk_mem_handle& handle);
 

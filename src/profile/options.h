@@ -30,6 +30,8 @@ struct Options {
   const char* report = "STDERR";  // or STDOUT, LOG, or the pattern of a file name
   const char* skip = nullptr;     // functions whose frames are not shown
   std::uint64_t max_bytes = kDefaultMaxBytes;
+  std::uint64_t every_seconds = 0;  // between reports while the program runs; 0 for none
+  const char* control = nullptr;    // a file with commands
 };
 
 /** The options, whose texts stay valid until the process ends. For holders of the registry's lock. */

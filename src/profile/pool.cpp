@@ -106,6 +106,15 @@ Level whole_now() {
   return level;
 }
 
+void reset_levels() {
+  reset_level(whole);
+  qk::store(whole.highest_event, events_so_far());
+  qk::add(peak_epoch, 1);
+  for (std::uint32_t number = 1; number <= tag_levels.count(); ++number) {
+    reset_level(tag_levels.at(number).level);
+  }
+}
+
 std::uint64_t peak_tolerance() {
   return qk::load(was_passed_on_in_steps) == 0 ? 0
                                                : std::uint64_t{pools.count()} * kPassedOnInSteps;

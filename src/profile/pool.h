@@ -72,6 +72,9 @@ extern std::uint8_t was_passed_on_in_steps;
 /** The whole with what handles have not passed on, and the highest level as far as it is known. */
 [[nodiscard]] Level whole_now();
 
+/** Takes the present levels of the whole and the tags for the highest. */
+void reset_levels();
+
 /** Bytes by which the highest level can differ from what it was. */
 [[nodiscard]] std::uint64_t peak_tolerance();
 

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include "profile/due.h"
 #include "profile/events.h"
 
 namespace qk::mem::profile {
@@ -13,6 +14,7 @@ constinit qk::PageArena arena;
 namespace {
 
 constinit std::uint8_t has_figures = 0;
+constinit pid_t process = 0;
 
 void set_state(State now) { qk::store(state, static_cast<std::uint8_t>(now)); }
 
@@ -21,6 +23,7 @@ void set_state(State now) { qk::store(state, static_cast<std::uint8_t>(now)); }
 void start() {
   if (is_frozen()) return;
   start_event_clock();
+  if (process == 0) process = getpid();
   qk::store(has_figures, 1);
   set_state(State::kOn);
 }
@@ -30,8 +33,11 @@ void stop() {
 }
 
 void freeze() {
+  set_due_work(nullptr, kNever);
   if (was_ever_on()) set_state(State::kFrozen);
 }
+
+int first_process() { return process; }
 
 bool was_ever_on() { return qk::load(has_figures) != 0; }
 

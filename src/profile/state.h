@@ -45,6 +45,9 @@ void stop();
 /** Keeps the figures as they are from now on, if the profile was ever on. */
 void freeze();
 
+/** The process that the profile was switched on in. A fork takes it over into another one. */
+[[nodiscard]] int first_process();
+
 /** Whether there is something to report. */
 [[nodiscard]] bool was_ever_on();
 

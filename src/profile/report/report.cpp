@@ -1,13 +1,19 @@
 #include "profile/report/report.h"
 
+#include <optional>
+
 #include "profile/report/destination.h"
 #include "profile/report/json_report.h"
 #include "profile/report/metrics_report.h"
 #include "profile/report/pprof_report.h"
 #include "profile/state.h"
+#include "support/mtx_lock.h"
 #include "support/page_buffer.h"
 
 namespace qk::mem::profile {
+
+constinit qk::Mtx report_lock;
+
 namespace {
 
 void put_text(qk::PageBuffer& text, Rows& rows, Occasion occasion, Naming naming) {
@@ -34,6 +40,9 @@ void put_report(qk::PageBuffer& text, Rows& rows, Occasion occasion, Naming nami
 
 void write_report(Occasion occasion, Naming naming) {
   if (!was_ever_on()) return;
+  // At a signal another thread can have the lock for ever, but nothing that it guards is used.
+  std::optional<qk::MtxLock> lock;
+  if (naming == Naming::kComplete) lock.emplace(report_lock);
   Rows rows(rows_needed());
   collect_rows(rows);
   qk::PageBuffer text;

@@ -2,6 +2,7 @@
 #define QKMEM_PROFILE_REPORT_REPORT_H_
 
 #include "profile/report/text_report.h"
+#include "support/mtx.h"
 
 namespace qk::mem::profile {
 
@@ -10,6 +11,9 @@ namespace qk::mem::profile {
  * Naming::kAtASignal.
  */
 void write_report(Occasion occasion, Naming naming);
+
+/** Guards what names functions, and the number of the report. Comes after the registry's lock. */
+extern qk::Mtx report_lock;
 
 }  // namespace qk::mem::profile
 

@@ -77,9 +77,17 @@ void put_peak(qk::Line& line) {
   line.put(" (event ").put(count_figure(event).text()).put(")");
 }
 
+/** Reports of several processes can go to the same place. */
+void put_process(qk::Line& line) {
+  const pid_t process = getpid();
+  if (process == first_process()) return;
+  line.put("process ").number(static_cast<std::uint64_t>(process)).put(": ");
+}
+
 void put_verdict(qk::PageWriter& out, const Verdict& verdict, Occasion occasion) {
   qk::Line line;
   line.put("qkmem: ");
+  put_process(line);
   const Sums& held = verdict.held;
   if (held.blocks == 0) {
     line.put("nothing is held; ").put(count_figure(verdict.made_blocks).text());

@@ -1,0 +1,135 @@
+// What the profile does at intervals: reports, and the commands of the control file.
+#include "config/profile_schedule.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <string_view>
+
+#include "config/profile_config.h"
+#include "profile/due.h"
+#include "profile/events.h"
+#include "profile/report/report.h"
+#include "qkmem/profile.h"
+#include "support/keep_errno.h"
+#include "support/line.h"
+#include "support/no_cancellation.h"
+#include "support/option_words.h"
+#include "support/own_message.h"
+
+namespace qk::mem {
+namespace {
+
+constexpr std::uint64_t kSecond = 1'000'000'000;
+
+constinit std::uint64_t report_interval = 0;  // 0 for no reports
+constinit std::uint64_t next_report = profile::kNever;
+constinit const char* control_file = nullptr;
+constinit std::uint64_t next_look = profile::kNever;
+
+void report_now() {
+  profile::write_report(profile::Occasion::kRunning, profile::Naming::kComplete);
+}
+
+/** What tells a version of a file from the next one. */
+struct Version {
+  ino_t inode = 0;
+  off_t size = 0;
+  timespec changed = {};
+
+  [[nodiscard]] bool operator==(const Version& other) const {
+    return inode == other.inode && size == other.size && changed.tv_sec == other.changed.tv_sec &&
+           changed.tv_nsec == other.changed.tv_nsec;
+  }
+};
+
+constinit Version version_done;
+
+struct Command {
+  std::string_view word;
+  void (*run)();
+};
+
+constexpr Command kCommands[] = {
+    {"on", resume_profile},
+    {"off", profile::stop},
+    {"report", report_now},
+    {"reset", reset_profile},
+};
+
+void run_command(std::string_view word) {
+  for (const Command& command : kCommands) {
+    if (equal_ignoring_case(word, command.word)) return command.run();
+  }
+  qk::Line line;
+  line.put("qkmem: unknown command '").put(word).put("' in ").put(control_file);
+  qk::write_message(line.put("; there are on, off, report and reset\n").finish());
+}
+
+void run_commands(std::string_view text) {
+  while (!text.empty()) {
+    const std::size_t length = std::min(text.find('\n'), text.size());
+    std::string_view word = text.substr(0, length);
+    text.remove_prefix(std::min(length + 1, text.size()));
+    while (!word.empty() && (word.back() == ' ' || word.back() == '\r')) word.remove_suffix(1);
+    if (!word.empty()) run_command(word);
+  }
+}
+
+/** The contents of the control file, if it has changed since the last time. */
+std::string_view read_changed(char* text, std::size_t size) {
+  const int file = ::open(control_file, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+  if (file < 0) return {};
+  struct stat status = {};
+  std::string_view contents;
+  if (::fstat(file, &status) == 0) {
+    const Version version = {status.st_ino, status.st_size, status.st_mtim};
+    const bool is_new = !(version == version_done);
+    version_done = version;
+    const ssize_t length = is_new ? ::read(file, text, size) : 0;
+    if (length > 0) contents = {text, static_cast<std::size_t>(length)};
+  }
+  ::close(file);
+  return contents;
+}
+
+void look_at_control_file() {
+  const qk::KeepErrno keep_errno;
+  const qk::NoCancellation no_cancellation;
+  char text[1024];
+  run_commands(read_changed(text, sizeof text));
+}
+
+std::uint64_t do_scheduled_work(std::uint64_t now) {
+  if (now >= next_look) {
+    next_look = now + kSecond;
+    look_at_control_file();
+  }
+  if (now >= next_report) {
+    next_report = now + report_interval;
+    report_now();
+  }
+  return std::min(next_look, next_report);
+}
+
+}  // namespace
+
+void schedule_profile(const profile::Options& options) {
+  profile::set_due_work(nullptr, profile::kNever);
+  const std::uint64_t now = profile::time_now();
+  report_interval = options.every_seconds * kSecond;
+  next_report = report_interval == 0 ? profile::kNever : now + report_interval;
+  control_file = options.control;
+  next_look = control_file == nullptr ? profile::kNever : now;
+  version_done = {};
+  profile::set_due_work(do_scheduled_work, std::min(next_look, next_report));
+}
+
+void end_profile_schedule() { profile::set_due_work(nullptr, profile::kNever); }
+
+}  // namespace qk::mem
+
+extern "C" void qk_mem_profile_tick(void) { qk::mem::profile::look_at_clock(); }
