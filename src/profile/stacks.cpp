@@ -26,7 +26,7 @@ constinit std::uint8_t uses_slow_unwinder = 0;
 constinit std::uint32_t own_frames = 0;
 
 /** The most that lead from an entry point to the capture of the stack. */
-constexpr std::uint32_t kMostOwnFrames = 6;
+constexpr std::uint32_t kMostOwnFrames = 12;
 
 /**
  * A stack that was not seen before can lead through modules that were not either. If one lies where
