@@ -1,0 +1,124 @@
+"""Runs a server with a seeded fault, and looks for the guilty line in the profile's report.
+
+usage: seeded_test.py PROGRAM FAULT   ("none": looks at the server without a fault)
+
+The program is tests/seeded/. A fault's line has the comment "guilty: FAULT". It must be in the
+first row of its part of the report. Of the rows that hold memory at the end, it can be the second one:
+what is meant to be kept can be more than what leaks.
+"""
+
+import os
+import pathlib
+import re
+import subprocess
+import sys
+import tempfile
+
+SOURCES = pathlib.Path(__file__).resolve().parent
+
+HELD, PEAK, CHURN = "still hold", "held at the peak", "churn"
+
+# The part of the report that shows a fault, and the setting that docs/finding.md recommends.
+PARTS = {
+    "error_path": (HELD, "SITES"),
+    "one_of_many": (HELD, "SITES"),
+    "big_block": (HELD, "SITES"),
+    "cache": (HELD, "SITES"),
+    "phases": (HELD, "SITES"),
+    "peak": (PEAK, "PEAK"),
+    "churn": (CHURN, "SITES"),
+    "constructor": (HELD, "SITES"),
+    "thread": (HELD, "SITES"),
+    "callback": (HELD, "SITES"),
+}
+
+# Innocent rows that may stand above the guilty one.
+ROWS_ABOVE = {HELD: 1, PEAK: 0, CHURN: 0}
+
+ROW = re.compile(r"^ .*  (\S+\.cpp:\d+)(?: \[(.*)\])?$")
+
+
+def run(program, fault, **settings):
+    """The standard error of the program, with only the given QK_MEM_ variables."""
+    environment = {name: value for name, value in os.environ.items()
+                   if not name.startswith("QK_MEM_")}
+    environment.update({f"QK_MEM_{name}": value for name, value in settings.items()})
+    with tempfile.TemporaryDirectory() as folder:
+        result = subprocess.run([program, fault], cwd=folder, env=environment, text=True,
+                                stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, timeout=50,
+                                check=True)
+    return result.stderr
+
+
+def marked(comment):
+    """The place of the one line with a comment, and the line."""
+    found = [(f"{source.name}:{number}", line)
+             for source in sorted(SOURCES.glob("*.cpp"))
+             for number, line in enumerate(source.read_text(encoding="ascii").splitlines(), start=1)
+             if line.endswith(f"// {comment}")]
+    assert len(found) <= 1, f"{len(found)} lines have the comment {comment}"
+    return found[0] if found else (None, "")
+
+
+def guilty_row(fault):
+    """The place and the label that lead to a fault. The label is None if the fault has none."""
+    place, _ = marked(f"guilty: {fault}")
+    assert place, f"no line has the comment guilty: {fault}"
+    _, line = marked(f"label: {fault}")
+    label = re.search(r'"(.*)"', line)
+    return place, label[1] if label else None
+
+
+def rows_of(report, part):
+    """The places and labels of a part, from the first row to the last."""
+    lines = iter(report.splitlines())
+    for line in lines:
+        if line.startswith("qkmem: ") and part in line:
+            break
+    rows = []
+    for line in lines:
+        if rows and line.startswith("qkmem: "):
+            break
+        row = ROW.match(line)
+        if row:
+            rows.append(row.groups())
+    return rows
+
+
+def check_fault(program, fault):
+    part, setting = PARTS[fault]
+    report = run(program, fault, PROFILE=setting)
+    guilty = guilty_row(fault)
+    rows = rows_of(report, part)
+    if guilty not in rows[:ROWS_ABOVE[part] + 1]:
+        sys.exit(f"{guilty} is not at the top of the part '{part}':\n{report}")
+    # A row with another label is of an innocent step.
+    if guilty in rows_of(run(program, "none", PROFILE=setting), part):
+        sys.exit(f"{guilty} is reported without the fault too")
+    print(f"{fault}: row {rows.index(guilty) + 1} of {len(rows)}")
+
+
+def check_innocents(program):
+    """The server must be large enough to hide a fault, or it would be no art to find one."""
+    log = run(program, "none", DEBUG="LOG=STDERR DEBUG")
+    places = set(re.findall(r" (server\.cpp:\d+)$",
+                            "\n".join(line for line in log.splitlines() if "alloc" in line
+                                      or "strdup" in line), re.MULTILINE))
+    held = rows_of(run(program, "none", PROFILE="TOP=0"), HELD)
+    print(f"{len(places)} innocent places, of which {len(held)} hold memory at the end")
+    if len(places) < 40 or len(held) < 5:
+        sys.exit("that is too few")
+
+
+def main():
+    if len(sys.argv) != 3:
+        sys.exit(__doc__)
+    program, fault = pathlib.Path(sys.argv[1]).resolve(), sys.argv[2]
+    if fault == "none":
+        check_innocents(program)
+    else:
+        check_fault(program, fault)
+
+
+if __name__ == "__main__":
+    main()
