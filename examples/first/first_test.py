@@ -44,6 +44,18 @@ class First(Example):
         self.assertEqual([line for line in lines if line not in printed], [])
         self.assertEqual(pointer_rows(lines), pointer_rows(printed))
 
+    def test_readme_shows_the_profile_of_this_program(self):
+        readme = (SOURCES.parent.parent / "README.md").read_text(encoding="utf-8")
+        setting, shown = re.search(r"\$ QK_MEM_PROFILE=(\w+) build/first\n([^`]*)```",
+                                   readme).groups()
+        result = self.run_program(PROFILE=setting)
+        self.assertEqual(without_times(result.stdout + result.stderr), without_times(shown))
+
+
+def without_times(profile):
+    """The report without when the peak was, and without the memory of the profile itself."""
+    return re.sub(r"(?<= at )\S+ s(?= \(event)|(?<=profile took ).*(?= of its own)", "*", profile)
+
 
 # Stands in the README for lines of the output that it doesn't show.
 LEFT_OUT = "..."
