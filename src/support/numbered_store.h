@@ -24,7 +24,7 @@ class NumberedStore {
 
   /** Adds an object whose bytes are zero. Returns its number, or 0 if there is no memory. */
   [[nodiscard]] std::uint32_t add(PageArena& arena) noexcept {
-    static_assert(std::is_trivially_destructible_v<T>);
+    static_assert(std::is_trivially_destructible_v<T> && alignof(T) <= PageArena::kAlignment);
     const std::uint32_t number = next_ + 1;
     const Place place = place_of(number);
     if (place.chunk >= kChunks) return 0;

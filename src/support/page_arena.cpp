@@ -48,7 +48,9 @@ void* PageArena::carve(std::size_t bytes) noexcept {
     next_ = chunk;
     left_ = kChunk;
   }
-  left_ -= bytes;
+  const std::size_t gap = left_ % std::min(bytes, kAlignment);  // a chunk ends at a page's end
+  next_ += gap;
+  left_ -= gap + bytes;
   return std::exchange(next_, next_ + bytes);
 }
 

@@ -21,9 +21,12 @@ class PageArena {
   /** Sets how many bytes the mappings may have together. What is mapped already stays. */
   void set_limit(std::uint64_t bytes) noexcept { limit_ = bytes; }
 
+  /** The alignment of memory of so many bytes or more: a line of the processor's cache. */
+  static constexpr std::size_t kAlignment = 64;
+
   /**
-   * Returns memory that is zero and aligned to 16. Null, with errno as it was, if the limit or the
-   * system refuses.
+   * Returns memory that is zero and aligned to kAlignment, or to 16 if it is smaller than that.
+   * Null, with errno as it was, if the limit or the system refuses.
    */
   [[nodiscard]] void* take(std::size_t bytes) noexcept;
 

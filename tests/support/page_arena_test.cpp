@@ -20,6 +20,16 @@ TEST(PageArena, GivesMemoryThatIsZeroAndAligned) {
   }
 }
 
+TEST(PageArena, AlignsWhatHasTheSizeOfACacheLine) {
+  qk::PageArena arena;
+  for (int i = 0; i < 3000; ++i) {
+    ASSERT_NE(nullptr, arena.take(16));
+    for (const std::size_t bytes : {64, 100, 3000}) {
+      ASSERT_EQ(0U, reinterpret_cast<std::uintptr_t>(arena.take(bytes)) % 64) << bytes;
+    }
+  }
+}
+
 TEST(PageArena, ReusesWhatIsGivenBackAndClearsIt) {
   qk::PageArena arena;
   void* const memory = arena.take(100);
