@@ -60,7 +60,7 @@ class NumberedStore {
 
   static constexpr Place place_of(std::uint32_t number) noexcept {
     const std::uint32_t position = number - 1 + (1U << kFirstBits);
-    const int chunk = std::bit_width(position) - 1 - kFirstBits;
+    const auto chunk = static_cast<int>(std::bit_width(position) - 1 - kFirstBits);
     return {chunk, position - (1U << (chunk + kFirstBits))};
   }
 
