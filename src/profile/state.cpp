@@ -37,6 +37,8 @@ void freeze() {
   if (was_ever_on()) set_state(State::kFrozen);
 }
 
+std::uint64_t own_bytes() QK_UNCHECKED_LOCKING { return arena.mapped(); }
+
 int first_process() { return process; }
 
 bool was_ever_on() { return qk::load(has_figures) != 0; }

@@ -48,6 +48,9 @@ void freeze();
 /** The process that the profile was switched on in. A fork takes it over into another one. */
 [[nodiscard]] int first_process();
 
+/** Bytes of the tables' mappings. Takes no lock: they can grow meanwhile. */
+[[nodiscard]] std::uint64_t own_bytes() QK_UNCHECKED_LOCKING;
+
 /** Whether there is something to report. */
 [[nodiscard]] bool was_ever_on();
 

@@ -10,9 +10,7 @@
 namespace {
 
 /** The comparison keeps the call from being the last thing that the function does. */
-[[gnu::noipa]] bool take(int hid, std::size_t size) {
-  return qk_mem_malloc(hid, size) != nullptr;
-}
+[[gnu::noipa]] bool take(int hid, std::size_t size) { return qk_mem_malloc(hid, size) != nullptr; }
 
 [[gnu::noinline]] void keep_some(int hid) {
   const qk::Site label("keeping \"some\"");

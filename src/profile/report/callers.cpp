@@ -82,9 +82,9 @@ void give_frames(Row& row, ShownFrames& shown, Naming naming, std::string_view s
 }
 
 std::strong_ordering compare_frames(const qk::Frame& left, const qk::Frame& right) {
-  if (const auto order = left.function <=> right.function; order != 0) return order;
-  if (const auto order = left.file <=> right.file; order != 0) return order;
-  if (const auto order = left.line <=> right.line; order != 0) return order;
+  if (const auto order = left.function <=> right.function; std::is_neq(order)) return order;
+  if (const auto order = left.file <=> right.file; std::is_neq(order)) return order;
+  if (const auto order = left.line <=> right.line; std::is_neq(order)) return order;
   // Without a name, the place in the module tells functions apart.
   return left.function.empty() ? left.offset <=> right.offset : std::strong_ordering::equal;
 }
@@ -95,11 +95,12 @@ const qk::Frame* telling_frame(const Row& row, const ShownFrames& frames) {
 }
 
 std::strong_ordering compare_callers(const Row& left, const Row& right, const ShownFrames& frames) {
-  if (const auto order = left.kind <=> right.kind; order != 0) return order;
-  if (const auto order = compare_files(left.key.file, right.key.file); order != 0) return order;
+  if (const auto order = left.kind <=> right.kind; std::is_neq(order)) return order;
+  if (const auto order = compare_files(left.key.file, right.key.file); std::is_neq(order))
+    return order;
   const auto order = std::tie(left.key.line, left.key.pool, left.key.label, left.is_autofree) <=>
                      std::tie(right.key.line, right.key.pool, right.key.label, right.is_autofree);
-  if (order != 0) return order;
+  if (std::is_neq(order)) return order;
   const qk::Frame* const of_left = telling_frame(left, frames);
   const qk::Frame* const of_right = telling_frame(right, frames);
   if (of_left == nullptr || of_right == nullptr) {
@@ -111,12 +112,13 @@ std::strong_ordering compare_callers(const Row& left, const Row& right, const Sh
 /** The row that holds most comes first, and lends its frames to the others. */
 void merge_equal_callers(Rows& rows, const ShownFrames& frames) {
   std::sort(rows.begin(), rows.end(), [&](const Row& left, const Row& right) {
-    if (const auto order = compare_callers(left, right, frames); order != 0) return order < 0;
+    if (const auto order = compare_callers(left, right, frames); std::is_neq(order))
+      return std::is_lt(order);
     return std::tie(left.live_bytes, left.made_bytes, right.key.stack) >
            std::tie(right.live_bytes, right.made_bytes, left.key.stack);
   });
   merge_neighbours(rows, [&](const Row& left, const Row& right) {
-    return compare_callers(left, right, frames) == 0;
+    return std::is_eq(compare_callers(left, right, frames));
   });
 }
 

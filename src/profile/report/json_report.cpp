@@ -155,7 +155,7 @@ void put_json_report(qk::PageBuffer& out, const Rows& rows, Naming naming) {
   put_number(json, "clock_precision_ns", clock_precision());
   put_number(json, "events", events_so_far());
   put_text(json, "unwinder", qk::unwinder_name());
-  put_number(json, "own_bytes", arena.mapped());
+  put_number(json, "own_bytes", own_bytes());
   put_number(json, "handles_left_out", qk::load(handles_left_out));
   put_whole(json, rows);
   put_handles(json);

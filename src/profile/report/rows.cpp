@@ -45,18 +45,21 @@ void add_row(Rows& rows, const Site& site, RowKind kind, Moment now) {
 
 /** The order of places in a report. Equal rows are of the same place. */
 std::strong_ordering compare_places(const Row& left, const Row& right) {
-  if (const auto order = left.kind <=> right.kind; order != 0) return order;
-  if (const auto order = compare_files(left.key.file, right.key.file); order != 0) return order;
+  if (const auto order = left.kind <=> right.kind; std::is_neq(order)) return order;
+  if (const auto order = compare_files(left.key.file, right.key.file); std::is_neq(order))
+    return order;
   return std::tie(left.key.line, left.key.pool, left.key.stack, left.key.label,
                   left.is_autofree) <=> std::tie(right.key.line, right.key.pool, right.key.stack,
                                                  right.key.label, right.is_autofree);
 }
 
 void merge_equal_places(Rows& rows) {
-  std::sort(rows.begin(), rows.end(),
-            [](const Row& left, const Row& right) { return compare_places(left, right) < 0; });
-  merge_neighbours(
-      rows, [](const Row& left, const Row& right) { return compare_places(left, right) == 0; });
+  std::sort(rows.begin(), rows.end(), [](const Row& left, const Row& right) {
+    return std::is_lt(compare_places(left, right));
+  });
+  merge_neighbours(rows, [](const Row& left, const Row& right) {
+    return std::is_eq(compare_places(left, right));
+  });
 }
 
 std::uint64_t figure_of(const Row& row, Sort order) {
@@ -117,7 +120,7 @@ void sort_rows(std::span<Row> rows, Sort order) {
     const std::uint64_t of_left = figure_of(left, order);
     const std::uint64_t of_right = figure_of(right, order);
     if (of_left != of_right) return of_left > of_right;
-    return compare_places(left, right) < 0;
+    return std::is_lt(compare_places(left, right));
   });
 }
 

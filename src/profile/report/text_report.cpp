@@ -202,7 +202,7 @@ void put_left_out(qk::PageWriter& out) {
 
 void put_own_memory(qk::PageWriter& out) {
   qk::Line line;
-  line.put("qkmem: the profile took ").put(size_figure(arena.mapped()).text());
+  line.put("qkmem: the profile took ").put(size_figure(own_bytes()).text());
   out.put(line.put(" of its own\n").finish());
 }
 
