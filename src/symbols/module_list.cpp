@@ -20,9 +20,20 @@ struct Path {
   char text[2 * PATH_MAX];
 };
 
+/**
+ * Copies a name of the dynamic linker, under whose lock it is written and read: the thread sanitizer
+ * sees nothing of that lock, but would see a function of the C library.
+ */
+[[gnu::no_sanitize("thread")]] void copy_name(char* to, std::size_t size, const char* name) {
+  const volatile char* from = name;
+  while (--size != 0 && *from != '\0') *to++ = *from++;
+  *to = '\0';
+}
+
 /** The path of a module: the program's by a link of the system, a relative one made absolute. */
 void find_path(const dl_phdr_info& info, Path& path) {
-  const char* const name = info.dlpi_name == nullptr ? "" : info.dlpi_name;
+  char name[PATH_MAX];
+  copy_name(name, sizeof name, info.dlpi_name == nullptr ? "" : info.dlpi_name);
   if (name[0] == '\0') {
     const ssize_t length = readlink("/proc/self/exe", path.text, PATH_MAX);
     path.text[std::max<ssize_t>(length, 0)] = '\0';
