@@ -1,10 +1,11 @@
 /**
  * The profile of qkmem: memory by the places that allocate it. It tells which lines of the program
- * hold memory, which held it when most was in use, and which allocate blocks that are freed at once.
+ * hold memory, which held it when most was in use, and which allocate blocks that are freed at
+ * once.
  *
- * It stands beside the records, logs and reports of qkmem/qkmem.h and changes none of them. It needs
- * no switch of theirs, and also follows memory that has no record: that of the data handle, and
- * pieces of blocks. Its tables lie in mappings of their own, never in the program's heap.
+ * It stands beside the records, logs and reports of qkmem/qkmem.h and changes none of them. It
+ * needs no switch of theirs, and also follows memory that has no record: that of the data handle,
+ * and pieces of blocks. Its tables lie in mappings of their own, never in the program's heap.
  *
  * The environment variable QK_MEM_PROFILE switches it on in a program that is already built:
  *
@@ -38,25 +39,26 @@ extern "C" {
  *                 REPORT=name      STDERR (unless given), STDOUT, LOG, or a file, in whose name %p
  *                                  is the process, %n the program, %h the host, %t the start, %i
  *                                  the number of the report and %% a %
- *                 FORMAT=form      TEXT (unless given), for people; JSON, all figures; PPROF, for `go
- *                                  tool pprof` and servers that take its profiles, not compressed;
- *                                  OPENMETRICS, figures of the process, its tags and handles for
- *                                  collectors. Times are in nanoseconds, all other figures exact
+ *                 FORMAT=form      TEXT (unless given), for people; JSON, all figures, exact, times
+ *                                  in nanoseconds; PPROF, for `go tool pprof` and servers that take
+ *                                  its profiles, not compressed; OPENMETRICS, figures of the
+ *                                  process, its tags and handles for collectors
  *                 EVERY=seconds    write the report also while the program runs, at the first event
  *                                  after that time. A file is replaced at once
  *                 CONTROL=file     look at this file once a second. Whenever it has changed, its
  *                                  lines are done: on, off, report, reset (count anew)
- *                 MAX=bytes        of the profile's own memory, 256M unless given. What does not fit
- *                                  is reported as not recorded
+ *                 MAX=bytes        of the profile's own memory, 256M unless given. What does not
+ *                                  fit is reported as not recorded
  *                 Numbers of bytes can end with K, M or G. Null and "" switch the profile off: new
  *                 allocations are not followed, earlier ones are until they are freed.
- * @return 0, or the code of the first mistake, which is also the thread's error code: 10041 to 10044,
- *         5022 for a value that is not understood, 5012 if there is no memory. A word that is not
- *         understood is named on standard error, with the nearest keyword, and the rest is used.
+ * @return 0, or the code of the first mistake, which is also the thread's error code: 10041 to
+ *         10044, 5022 for a value that is not understood, 5012 if there is no memory. A word that
+ *         is not understood is named on standard error, with the nearest keyword, and the rest is
+ *         used.
  *
  * Memory that was allocated before is reported in one line. The profile takes nothing from the
- * program's heap, except that STACKS loads an unwinder once, and that functions get their names when
- * the report at the end is written. Starts the library up. Any thread.
+ * program's heap, except that STACKS loads an unwinder once, and that functions get their names
+ * when a report is written. Starts the library up. Any thread.
  */
 int qk_mem_profile_config(const char* options);
 

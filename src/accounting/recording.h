@@ -21,7 +21,7 @@ std::optional<qk_mem_ptr> insert_or_grow(qk_mem_handle& handle, const qk_mem_ptr
                                          EventCount event, std::uint32_t site,
                                          const CallContext& context);
 
-/** The site of the program's memory in the profile; none if the profile doesn't watch the handle. */
+/** The site of the program's memory; none if the profile doesn't watch the handle. */
 [[nodiscard]] inline std::uint32_t site_for(const qk_mem_handle& handle,
                                             const CallContext& context) {
   return profile::is_watched(handle) ? profile::site_of(handle, context.file(), context.line)

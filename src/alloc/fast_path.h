@@ -68,7 +68,7 @@ struct Needs {
   static constexpr bool kWatched = kIsWatched;
 };
 
-/** The site of an allocation on a watched handle, see profile::site_of(). `file` is the name alone. */
+/** The site of an allocation if its handle is watched. `file` is the name alone. */
 template <class Handling>
 [[nodiscard, gnu::always_inline]] inline std::uint32_t site_for(const qk_mem_handle& handle,
                                                                 const char* file, int line) {

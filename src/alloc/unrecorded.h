@@ -25,7 +25,7 @@ void note_unrecorded_gone(qk_mem_handle& handle, const void* memory);
 void* note_direct(void* memory, std::uint64_t bytes, const CallContext& context);
 void* note_direct_gone(void* memory);
 
-/** One realloc of memory without a record. Other threads can get the old address once it is free. */
+/** A realloc of memory without a record. Other threads can get the old address once it is free. */
 class UnrecordedRealloc {
  public:
   /** `handle` is null if no handle is to be told. */

@@ -15,8 +15,8 @@ namespace qk::mem {
  * @param source   what the options come from, for the messages.
  * @param text     is written into. Values in the result point into it.
  * @param options  is filled.
- * @return 0, or the code of the first mistake: 10041 to 10044 as of other option strings, 5022 for a
- *         value that is not understood.
+ * @return 0, or the code of the first mistake: 10041 to 10044 as of other option strings, 5022 for
+ *         a value that is not understood.
  */
 [[nodiscard]] std::int32_t read_profile_options(const char* source, char* text,
                                                 profile::Options& options);

@@ -15,8 +15,8 @@ namespace qk::mem::profile {
 extern std::uint8_t is_due;
 
 /**
- * Sets what does the work: it is called with the time, by one thread at a time, and returns the time
- * of the next call; kNever for none.
+ * Sets what does the work: it is called with the time, by one thread at a time, and returns that of
+ * the next call; kNever for none.
  */
 using DueWork = std::uint64_t (*)(std::uint64_t now);
 inline constexpr std::uint64_t kNever = UINT64_MAX;

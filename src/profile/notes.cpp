@@ -32,8 +32,15 @@ Mark mark_of(const qk_mem_handle& handle, Pool& pool, SlotPlace place) {
   return {belongs_to_program(place) ? kNotRecordedSite : kNoSite, 0};
 }
 
-/** Whether the block of a mark was booked, and its release is to be. */
-bool is_booked(Mark mark) { return mark.site_number() != kNoSite && !is_frozen(); }
+/** Calls `book` with the pool, the mark and the bytes of a record whose block was booked. */
+template <class Book>
+[[gnu::always_inline]] inline void with_booked_block(qk_mem_handle& handle, SlotPlace place,
+                                                     Book book) {
+  assert_held(handle);
+  Pool& pool = pool_of(handle);
+  const Mark mark = mark_of(handle, pool, place);
+  if (mark.site_number() != kNoSite && !is_frozen()) book(pool, mark, bytes_in(place));
+}
 
 /** Calls `visit` with all sites of a pool. */
 template <class Visit>
@@ -99,24 +106,21 @@ void note_made(qk_mem_handle& handle, SlotPlace place, std::uint32_t site) {
 }
 
 void note_gone(qk_mem_handle& handle, SlotPlace place) {
-  assert_held(handle);
-  Pool& pool = pool_of(handle);
-  const Mark mark = mark_of(handle, pool, place);
-  if (is_booked(mark)) Booking::of_next_event(pool).gone(mark, bytes_in(place));
+  with_booked_block(handle, place, [](Pool& pool, Mark mark, std::uint64_t bytes) {
+    Booking::of_next_event(pool).gone(mark, bytes);
+  });
 }
 
 void note_set_aside(qk_mem_handle& handle, SlotPlace place) {
-  assert_held(handle);
-  Pool& pool = pool_of(handle);
-  const Mark mark = mark_of(handle, pool, place);
-  if (is_booked(mark)) Booking::of_coming_event(pool).gone(mark, bytes_in(place));
+  with_booked_block(handle, place, [](Pool& pool, Mark mark, std::uint64_t bytes) {
+    Booking::of_coming_event(pool).gone(mark, bytes);
+  });
 }
 
 void note_back(qk_mem_handle& handle, SlotPlace place) {
-  assert_held(handle);
-  Pool& pool = pool_of(handle);
-  const Mark mark = mark_of(handle, pool, place);
-  if (is_booked(mark)) Booking::of_coming_event(pool).back(mark, bytes_in(place));
+  with_booked_block(handle, place, [](Pool& pool, Mark mark, std::uint64_t bytes) {
+    Booking::of_coming_event(pool).back(mark, bytes);
+  });
 }
 
 void note_from_before(qk_mem_handle& handle, SlotPlace place) {

@@ -34,7 +34,7 @@ struct Options {
   const char* control = nullptr;    // a file with commands
 };
 
-/** The options, whose texts stay valid until the process ends. For holders of the registry's lock. */
+/** The options. Their texts stay until the process ends. For holders of the registry's lock. */
 [[nodiscard]] const Options& options();
 void set_options(const Options& now);
 

@@ -13,8 +13,8 @@
 #include "support/numbered_store.h"
 
 /**
- * What the profile knows of handles, tags and the whole. A pool stands for the handles of one number
- * and tag, one after the other: at most one of them is alive.
+ * What the profile knows of handles, tags and the whole. A pool stands for the handles of one
+ * number and tag, one after the other: at most one of them is alive.
  */
 namespace qk::mem::profile {
 

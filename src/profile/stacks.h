@@ -19,8 +19,8 @@ void prepare_stack_capture();
 void set_stack_depth(std::uint32_t depth);
 
 /**
- * The number of the calling thread's stack; 0 without one. To be called before any lock is taken: an
- * unwinder can wait for the dynamic linker.
+ * The number of the calling thread's stack; 0 without one. To be called before any lock is taken,
+ * since an unwinder can wait for the dynamic linker.
  */
 [[nodiscard]] std::uint32_t stack_of_caller();
 

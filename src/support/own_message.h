@@ -7,8 +7,8 @@
 namespace qk {
 
 /**
- * Writes a text to a descriptor. Returns 0, or the number of the system's error. errno is preserved.
- * The calling thread is not cancelled meanwhile.
+ * Writes a text to a descriptor. Returns 0, or the number of the system's error. errno is
+ * preserved. The calling thread is not cancelled meanwhile.
  */
 [[nodiscard]] int write_text(int descriptor, std::string_view text) noexcept;
 

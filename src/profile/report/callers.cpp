@@ -89,7 +89,7 @@ std::strong_ordering compare_frames(const qk::Frame& left, const qk::Frame& righ
   return left.function.empty() ? left.offset <=> right.offset : std::strong_ordering::equal;
 }
 
-/** The frame of the program by which rows of one place are told apart; null if the place will do. */
+/** The frame of the program that tells rows of one place apart; null if the place will do. */
 const qk::Frame* telling_frame(const Row& row, const ShownFrames& frames) {
   return row.frame_count == 0 || row.begins_at_site ? nullptr : &frames[row.first_frame];
 }

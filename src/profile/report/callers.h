@@ -35,16 +35,16 @@ using NamedFrames = std::array<qk::Frame, kMostNamed>;
 /** To be called when a report is complete. */
 void close_names();
 
-/** The frames that reports show, of all rows that have a stack. Must stay while the rows are used. */
+/** The frames that reports show, of all rows with a stack. Must stay while the rows are used. */
 using ShownFrames = qk::MappedArray<qk::Frame>;
 
 /** How many frames name_callers() needs room for. */
 [[nodiscard]] std::size_t frames_needed(const Rows& rows);
 
 /**
- * Gives the rows that have a stack their frames: those of the program, without the library's own, the
- * C++ library's and those that `skip` matches. Rows of one place that the same call of the program
- * has led to become one row, with the frames of the one that holds most.
+ * Gives the rows that have a stack their frames: those of the program, without the library's own,
+ * the C++ library's and those that `skip` matches. Rows of one place that the same call of the
+ * program has led to become one row, with the frames of the one that holds most.
  */
 void name_callers(Rows& rows, ShownFrames& frames, Naming naming, const char* skip);
 

@@ -8,8 +8,8 @@
 namespace qk::mem::profile {
 
 /**
- * Writes rows as a profile for `go tool pprof`. The innermost location of a sample is the place that
- * the program has named; the call stack, if there is one, stands around it.
+ * Writes rows as a profile for `go tool pprof`. The innermost location of a sample is the place
+ * that the program has named; the call stack, if there is one, stands around it.
  */
 void put_pprof_report(qk::PageBuffer& out, const Rows& rows, Naming naming);
 
