@@ -1,5 +1,6 @@
 #include "profile/labels.h"
 
+#include <climits>
 #include <cstring>
 
 #include "core/upcalls.h"
@@ -7,8 +8,8 @@
 #include "qkmem/profile.h"
 #include "support/hash.h"
 #include "support/mtx_lock.h"
+#include "support/number_index.h"
 #include "support/numbered_store.h"
-#include "support/shared_variable.h"
 #include "support/text.h"
 
 namespace qk::mem::profile {
@@ -16,8 +17,7 @@ namespace {
 
 constinit qk::NumberedStore<Label> labels;
 
-constexpr int kBuckets = 256;
-constinit std::uint32_t buckets[kBuckets] = {};  // the newest label of each
+constinit qk::NumberIndex index_of_labels;
 
 /**
  * What a thread has pushed. In the thread's static memory, because the first use of any other
@@ -29,32 +29,26 @@ struct Nesting {
 };
 [[gnu::tls_model("initial-exec")]] constinit thread_local Nesting nesting = {};
 
-std::uint32_t& bucket_of(std::uint32_t outer, const char* text) {
-  return buckets[qk_hash(text, kBuckets, static_cast<int>(outer))];
+std::uint32_t hash_of(std::uint32_t outer, const char* text) {
+  return static_cast<std::uint32_t>(qk_hash(text, INT_MAX, static_cast<int>(outer)));
 }
 
-std::uint32_t find(const std::uint32_t& bucket, std::uint32_t outer, const char* text) {
-  std::uint32_t number = qk::acquire(bucket);
-  while (number != 0) {
+std::uint32_t find(std::uint32_t outer, const char* text) {
+  return index_of_labels.find(hash_of(outer, text), [=](std::uint32_t number) {
     const Label& label = labels.at(number);
-    if (label.outer == outer && std::strcmp(label.text, text) == 0) break;
-    number = label.next_in_bucket;
-  }
-  return number;
+    return label.outer == outer && std::strcmp(label.text, text) == 0;
+  });
 }
 
 std::uint32_t number_of(std::uint32_t outer, const char* text) {
-  std::uint32_t& bucket = bucket_of(outer, text);
-  if (const std::uint32_t present = find(bucket, outer, text); present != 0) return present;
+  if (const std::uint32_t present = find(outer, text); present != 0) return present;
   const qk::MtxLock lock(growth_lock);
-  if (const std::uint32_t present = find(bucket, outer, text); present != 0) return present;
-  const std::uint32_t number = labels.add(arena);
+  if (const std::uint32_t present = find(outer, text); present != 0) return present;
+  const std::uint32_t number = index_of_labels.reserve(arena) ? labels.add(arena) : 0;
   if (number == 0) return 0;
   labels.at(number).outer = outer;
-  labels.at(number).next_in_bucket = bucket;
   qk::copy_text(labels.at(number).text, sizeof Label::text, text);
-  labels.publish_added();
-  qk::publish(bucket, number);
+  index_of_labels.add(hash_of(outer, text), number);
   return number;
 }
 

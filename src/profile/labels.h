@@ -11,9 +11,8 @@ namespace qk::mem::profile {
 
 /** A label inside another one. */
 struct Label {
-  std::uint32_t outer;           // number of the label around it; 0 for none
-  std::uint32_t next_in_bucket;  // of the hash table that finds labels; 0 for none
-  char text[56];                 // cut if it was longer
+  std::uint32_t outer;  // number of the label around it; 0 for none
+  char text[60];        // cut if it was longer
 };
 
 /** The label of the calling thread; 0 for none. */

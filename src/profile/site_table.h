@@ -5,6 +5,7 @@
 
 #include "profile/site.h"
 #include "profile/state.h"
+#include "support/number_index.h"
 #include "support/numbered_store.h"
 
 /** All sites of the process, by number and by key. Look-ups take no lock. */
@@ -32,13 +33,7 @@ class SiteTable {
   [[nodiscard]] std::uint32_t count() const { return sites_.count(); }
 
  private:
-  struct Buckets;
-
-  [[nodiscard]] bool has_room() const;
-  [[nodiscard]] bool replace_buckets() QK_REQUIRES(growth_lock);
-  void enter(Buckets& buckets, std::uint32_t number) const;
-
-  Buckets* buckets_ = nullptr;
+  qk::NumberIndex index_;
   qk::NumberedStore<Site> sites_;
 };
 

@@ -1,11 +1,8 @@
 #include "profile/stack_table.h"
 
 #include <array>
-#include <bit>
 #include <cstring>
 #include <utility>
-
-#include "support/shared_variable.h"
 
 namespace qk::mem {
 
@@ -59,42 +56,6 @@ std::uint32_t print_of(const Stack& stack) {
   return static_cast<std::uint32_t>(folded_product(sum, kOdd) >> 32);
 }
 
-/** A word of a hash table, never 0. */
-constexpr std::uint64_t word_of(std::uint32_t number, std::uint32_t print) {
-  return std::uint64_t{print} << 32 | number;
-}
-constexpr std::uint32_t number_in(std::uint64_t word) { return static_cast<std::uint32_t>(word); }
-constexpr std::uint32_t print_in(std::uint64_t word) {
-  return static_cast<std::uint32_t>(word >> 32);
-}
-
-constexpr std::size_t kFirstTable = 256;
-
-constexpr std::size_t words_of_table(int table) { return kFirstTable << table; }
-
-/** Puts a word in its place. Readers see it with all that was written before. */
-void put(std::uint64_t* words, std::size_t size, std::uint64_t word) {
-  std::size_t place = print_in(word) & (size - 1);
-  while (load(words[place]) != 0) place = (place + 1) & (size - 1);
-  publish(words[place], word);
-}
-
-constexpr std::size_t kFirstSegment = 64;
-
-constexpr std::size_t entries_of_segment(int segment) { return kFirstSegment << segment; }
-
-struct Place {
-  int segment;
-  std::size_t index;
-};
-
-/** Where the entry of a number above 0 is. */
-Place place_of(std::uint32_t number) {
-  const std::uint64_t shifted = number - 1 + std::uint64_t{kFirstSegment};
-  const int segment = static_cast<int>(std::bit_width(shifted / kFirstSegment)) - 1;
-  return {segment, shifted - entries_of_segment(segment)};
-}
-
 /** Entries are carved from chunks of this size, of which the arena wastes nothing. */
 constexpr std::size_t kChunk = std::size_t{1} << 14;
 
@@ -105,16 +66,8 @@ std::uint32_t StackTable::find(const Stack& stack) const noexcept {
 }
 
 std::uint32_t StackTable::find(const Stack& stack, std::uint32_t print) const noexcept {
-  const int in_use = acquire(tables_in_use_);
-  if (in_use == 0 || stack.depth <= 0) return 0;
-  const std::uint64_t* const words = tables_[in_use - 1];
-  const std::size_t mask = words_of_table(in_use - 1) - 1;
-  // It ends: a quarter of the words is free.
-  for (std::size_t place = print & mask;; place = (place + 1) & mask) {
-    const std::uint64_t word = acquire(words[place]);
-    if (word == 0) return 0;
-    if (print_in(word) == print && is(number_in(word), stack)) return number_in(word);
-  }
+  if (stack.depth <= 0) return 0;
+  return index_.find(print, [&](std::uint32_t number) { return is(number, stack); });
 }
 
 bool StackTable::is(std::uint32_t number, const Stack& stack) const noexcept {
@@ -127,57 +80,23 @@ std::optional<std::uint32_t> StackTable::intern(const Stack& stack) noexcept {
   if (stack.depth <= 0) return 0;
   const std::uint32_t print = print_of(stack);
   if (const std::uint32_t known = find(stack, print); known != 0) return known;
-  const std::uint32_t number = size_ + 1;
-  if (!ensure_table() || !ensure_segment(number)) return std::nullopt;
+  if (!index_.reserve(*arena_)) return std::nullopt;
   Entry* const entry = carve_entry(stack);
-  if (entry == nullptr) return std::nullopt;
-  const Place place = place_of(number);
-  publish(segments_[place.segment][place.index], entry);
-  put(tables_[tables_in_use_ - 1], words_of_table(tables_in_use_ - 1), word_of(number, print));
-  publish(size_, number);
+  const std::uint32_t number = entry == nullptr ? 0 : entries_.add(*arena_);
+  if (number == 0) return std::nullopt;
+  entries_.at(number) = entry;
+  entries_.publish_added();
+  index_.add(print, number);
   return number;
 }
 
 Stack StackTable::stack(std::uint32_t number) const noexcept {
-  if (number == 0) return {};
-  const Place place = place_of(number);
-  if (place.segment >= kSegments) return {};
-  const Entry* const* const entries = acquire(segments_[place.segment]);
-  const Entry* const entry = entries == nullptr ? nullptr : acquire(entries[place.index]);
-  if (entry == nullptr) return {};
+  if (number == 0 || number > entries_.count()) return {};
+  const Entry* const entry = entries_.at(number);
   return {entry->frames(), static_cast<int>(entry->depth)};
 }
 
-std::uint32_t StackTable::size() const noexcept { return acquire(size_); }
-
-/** Room for one more stack, with a quarter of the table free. */
-bool StackTable::ensure_table() noexcept {
-  const std::size_t used = std::size_t{size_} + 1;
-  if (tables_in_use_ != 0 && used <= words_of_table(tables_in_use_ - 1) / 4 * 3) return true;
-  if (tables_in_use_ == kTables) return false;
-  const std::size_t size = words_of_table(tables_in_use_);
-  auto* const words = static_cast<std::uint64_t*>(arena_->take(size * sizeof(std::uint64_t)));
-  if (words == nullptr) return false;
-  if (tables_in_use_ != 0) {
-    const std::uint64_t* const old = tables_[tables_in_use_ - 1];
-    for (std::size_t i = 0; i < words_of_table(tables_in_use_ - 1); ++i) {
-      if (const std::uint64_t word = load(old[i]); word != 0) put(words, size, word);
-    }
-  }
-  tables_[tables_in_use_] = words;
-  publish(tables_in_use_, tables_in_use_ + 1);
-  return true;
-}
-
-bool StackTable::ensure_segment(std::uint32_t number) noexcept {
-  const int segment = place_of(number).segment;
-  if (segment >= kSegments) return false;
-  if (segments_[segment] != nullptr) return true;
-  void* const memory = arena_->take(entries_of_segment(segment) * sizeof(Entry*));
-  if (memory == nullptr) return false;
-  publish(segments_[segment], static_cast<const Entry**>(memory));
-  return true;
-}
+std::uint32_t StackTable::size() const noexcept { return entries_.count(); }
 
 StackTable::Entry* StackTable::carve_entry(const Stack& stack) noexcept {
   const std::size_t bytes = sizeof(Entry) + bytes_of(stack);

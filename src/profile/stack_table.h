@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <optional>
 
+#include "support/number_index.h"
+#include "support/numbered_store.h"
 #include "support/page_arena.h"
 #include "support/unwinder.h"
 
@@ -51,23 +53,13 @@ class StackTable {
  private:
   struct Entry;
 
-  /** Segment 0 has the entries of the first 64 numbers, segment 1 of the next 128 and so on. */
-  static constexpr int kSegments = 26;
-
-  /** Each hash table has twice the size of the one before, in which readers can still be. */
-  static constexpr int kTables = 25;
-
   [[nodiscard]] std::uint32_t find(const Stack& stack, std::uint32_t print) const noexcept;
   [[nodiscard]] bool is(std::uint32_t number, const Stack& stack) const noexcept;
-  [[nodiscard]] bool ensure_table() noexcept;
-  [[nodiscard]] bool ensure_segment(std::uint32_t number) noexcept;
   [[nodiscard]] Entry* carve_entry(const Stack& stack) noexcept;
 
   PageArena* arena_;
-  const Entry** segments_[kSegments] = {};
-  std::uint64_t* tables_[kTables] = {};  // words: number and print of a stack, 0 if free
-  int tables_in_use_ = 0;                // only the last one is searched
-  std::uint32_t size_ = 0;
+  qk::NumberIndex index_;
+  qk::NumberedStore<const Entry*> entries_;
   char* next_ = nullptr;  // the rest of the chunk that entries are carved from
   std::size_t left_ = 0;
 };
