@@ -73,7 +73,7 @@ void qk_mem_profile_tick(void);
  * the allocations of one line apart by their labels, and shows these. It is cheaper than a call
  * stack.
  *
- * @param label  copied, and cut to 55 characters. Null is "(null)". Labels nest: one that is pushed
+ * @param label  copied, and cut to 59 characters. Null is "(null)". Labels nest: one that is pushed
  *               while another one is in force is shown inside it.
  *
  * Each label costs some 70 bytes for the life of the process, so a label should say what is done,

@@ -21,10 +21,10 @@ HANDLE = "qkmem/handle.hpp"
 # don't exist yet, for planned features.
 SUPPORT = [STATUS]
 FORMATS = SUPPORT + ["src/support"]
-CORE = FORMATS + ["src/formats", "src/symbols", C_HEADER]
+CORE = FORMATS + ["src/formats", C_HEADER]
 DIAG = CORE + ["src/core"]
 # What the profile keeps. Tables tell it of records, and its reports read it.
-PROFILE = CORE + ["src/core", PROFILE_HEADER]
+PROFILE = CORE + ["src/core", "src/symbols", PROFILE_HEADER]
 # Tables know nothing of the log and the trace file: they answer, and their callers announce.
 TABLE = PROFILE + ["src/profile"]
 ACCOUNTING = DIAG + ["src/diag", "src/profile", "src/table", "src/history"]

@@ -21,11 +21,6 @@
  */
 namespace qk::mem {
 
-/** The same check as bypasses_tracking(), made first. Never true before the start-up is over. */
-[[nodiscard]] inline bool bypasses_tracking_fast(int hid) {
-  return hid == QK_MEM_DATA_HANDLE && qk::load(data_handle_is_bypassed) != 0;
-}
-
 /** Takes the place of a lock on handles without a mutex. */
 struct NoLock {
   explicit NoLock(const qk_mem_handle& /*handle*/) {}

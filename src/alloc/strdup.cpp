@@ -4,6 +4,7 @@
 #include "accounting/pieces.h"
 #include "alloc/shared_steps.h"
 #include "alloc/unrecorded.h"
+#include "core/roads.h"
 #include "diag/log.h"
 #include "support/system_memory.h"
 
@@ -43,8 +44,9 @@ void* strdup_on_handle(qk_mem_handle& handle, const char* str, const CallContext
   return memory;
 }
 
-void* copy_directly(const char* str, const CallContext& context) {
-  return note_direct(untracked(user_memory::copy_of(str)), std::strlen(str) + 1, context);
+/** Null for null. */
+char* copy_untracked(const char* str) {
+  return str == nullptr ? nullptr : static_cast<char*>(untracked(user_memory::copy_of(str)));
 }
 
 }  // namespace
@@ -52,10 +54,13 @@ void* copy_directly(const char* str, const CallContext& context) {
 
 extern "C" char* qk_mem_istrdup(int hid, const char* str, const char* file, int line) {
   using namespace qk::mem;
+  if (bypasses_tracking_fast(hid)) return copy_untracked(str);
   ensure_started();
   const CallContext context(Routine::kStrdup, file, line);
   if (bypasses_tracking(hid)) {
-    return str == nullptr ? nullptr : static_cast<char*>(copy_directly(str, context));
+    char* const copy = copy_untracked(str);
+    return copy == nullptr ? nullptr
+                           : static_cast<char*>(note_direct(copy, std::strlen(copy) + 1, context));
   }
   qk_mem_handle* handle = look_up_handle(hid, context);
   if (handle == nullptr) return nullptr;

@@ -31,7 +31,7 @@ char* keep_text(const char* text) {
   return copy == nullptr ? nullptr : static_cast<char*>(std::memcpy(copy, text, bytes));
 }
 
-/** Books the records that a handle has already. */
+/** Books the records that are not booked yet. */
 void note_present_records(qk_mem_handle& handle) {
   for (qk_mem_ptr_array& array : handle.ptrs) {
     const std::int32_t slots = slots_of(array);
@@ -45,12 +45,9 @@ void note_present_records(qk_mem_handle& handle) {
 /** From one moment on, under the handle's lock, all its calls tell the profile of its memory. */
 void watch(qk_mem_handle& handle) QK_REQUIRES(Qk_mem_mtx) {
   assert_registry_held();
-  if (profile::is_watched(handle)) return;
-  const profile::Pool* const pool = profile::provide_pool(handle);
-  if (pool == nullptr) return;
   const HandleLock lock(handle);
-  profile::watch_handle(handle, *pool);
-  note_present_records(handle);
+  if (!profile::is_watched(handle)) profile::watch_handle(handle);
+  if (profile::is_watched(handle)) note_present_records(handle);
 }
 
 void switch_on() QK_REQUIRES(Qk_mem_mtx) {

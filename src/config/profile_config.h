@@ -6,7 +6,10 @@ namespace qk::mem {
 /** Switches the profile on if QK_MEM_PROFILE says so. Once, before there are handles. */
 void configure_profile_from_environment();
 
-/** Books new allocations again after profile::stop(), and what was allocated meanwhile. */
+/**
+ * Books new allocations again after profile::stop(). Records from meanwhile count as memory from
+ * before.
+ */
 void resume_profile();
 
 /**

@@ -1,5 +1,7 @@
 #include "config/profile_options.h"
 
+#include <linux/limits.h>
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -8,6 +10,7 @@
 #include <optional>
 #include <string_view>
 
+#include "support/file_names.h"
 #include "support/line.h"
 #include "support/option_words.h"
 #include "support/options.h"
@@ -85,7 +88,11 @@ bool set_format(Options& options, const char* value) {
   return format.has_value();
 }
 
+/** A pattern with a conversion that there isn't must not become the name of a file unnoticed. */
 bool set_report(Options& options, const char* value) {
+  std::array<char, PATH_MAX> name = {};
+  const qk::ExpandedName expanded = qk::expand_file_name(value, {}, name);
+  if (!expanded.fits || !expanded.unknown.empty()) return false;
   options.report = value;
   return true;
 }

@@ -19,12 +19,14 @@
 #include "support/no_cancellation.h"
 #include "support/option_words.h"
 #include "support/own_message.h"
+#include "support/shared_variable.h"
 
 namespace qk::mem {
 namespace {
 
 constexpr std::uint64_t kSecond = 1'000'000'000;
 
+// A thread can be at work while another one sets these.
 constinit std::uint64_t report_interval = 0;  // 0 for no reports
 constinit std::uint64_t next_report = profile::kNever;
 constinit const char* control_file = nullptr;
@@ -46,7 +48,8 @@ struct Version {
   }
 };
 
-constinit Version version_done;
+constinit Version version_done;                  // of the worker
+constinit std::uint8_t is_new_control_file = 0;  // and nothing of it was done
 
 struct Command {
   std::string_view word;
@@ -65,7 +68,7 @@ void run_command(std::string_view word) {
     if (equal_ignoring_case(word, command.word)) return command.run();
   }
   qk::Line line;
-  line.put("qkmem: unknown command '").put(word).put("' in ").put(control_file);
+  line.put("qkmem: unknown command '").put(word).put("' in ").put(qk::acquire(control_file));
   qk::write_message(line.put("; there are on, off, report and reset\n").finish());
 }
 
@@ -81,13 +84,15 @@ void run_commands(std::string_view text) {
 
 /** The contents of the control file, if it has changed since the last time. */
 std::string_view read_changed(char* text, std::size_t size) {
-  const int file = ::open(control_file, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+  const int file = ::open(qk::acquire(control_file), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
   if (file < 0) return {};
   struct stat status = {};
   std::string_view contents;
   if (::fstat(file, &status) == 0) {
     const Version version = {status.st_ino, status.st_size, status.st_mtim};
-    const bool is_new = !(version == version_done);
+    const bool is_first = qk::load(is_new_control_file) != 0;
+    qk::store(is_new_control_file, 0);
+    const bool is_new = is_first || !(version == version_done);
     version_done = version;
     const ssize_t length = is_new ? ::read(file, text, size) : 0;
     if (length > 0) contents = {text, static_cast<std::size_t>(length)};
@@ -97,6 +102,7 @@ std::string_view read_changed(char* text, std::size_t size) {
 }
 
 void look_at_control_file() {
+  if (qk::acquire(control_file) == nullptr) return;
   const qk::KeepErrno keep_errno;
   const qk::NoCancellation no_cancellation;
   char text[1024];
@@ -104,28 +110,30 @@ void look_at_control_file() {
 }
 
 std::uint64_t do_scheduled_work(std::uint64_t now) {
-  if (now >= next_look) {
-    next_look = now + kSecond;
+  if (now >= qk::load(next_look)) {
+    qk::store(next_look, now + kSecond);
     look_at_control_file();
   }
-  if (now >= next_report) {
-    next_report = now + report_interval;
+  if (now >= qk::load(next_report)) {
+    qk::store(next_report, now + qk::load(report_interval));
     report_now();
   }
-  return std::min(next_look, next_report);
+  return std::min(qk::load(next_look), qk::load(next_report));
 }
 
 }  // namespace
 
 void schedule_profile(const profile::Options& options) {
-  profile::set_due_work(nullptr, profile::kNever);
   const std::uint64_t now = profile::time_now();
-  report_interval = options.every_seconds * kSecond;
-  next_report = report_interval == 0 ? profile::kNever : now + report_interval;
-  control_file = options.control;
-  next_look = control_file == nullptr ? profile::kNever : now;
-  version_done = {};
-  profile::set_due_work(do_scheduled_work, std::min(next_look, next_report));
+  const std::uint64_t interval = options.every_seconds * kSecond;
+  const std::uint64_t first_report = interval == 0 ? profile::kNever : now + interval;
+  const std::uint64_t first_look = options.control == nullptr ? profile::kNever : now;
+  qk::store(report_interval, interval);
+  qk::store(next_report, first_report);
+  qk::store(is_new_control_file, 1);
+  qk::publish(control_file, options.control);
+  qk::store(next_look, first_look);
+  profile::set_due_work(do_scheduled_work, std::min(first_look, first_report));
 }
 
 void end_profile_schedule() { profile::set_due_work(nullptr, profile::kNever); }

@@ -36,6 +36,11 @@ enum class Road : std::uint8_t {
 /** Whether calls on the data handle go to the system's allocator and nothing else happens. */
 extern std::uint8_t data_handle_is_bypassed;
 
+/** The same of a call on any handle, asked first. Never true before the start-up is over. */
+[[nodiscard]] inline bool bypasses_tracking_fast(int hid) {
+  return hid == QK_MEM_DATA_HANDLE && qk::load(data_handle_is_bypassed) != 0;
+}
+
 /** To be called when the options of a handle are known, and when a survivor is back. */
 void settle_roads(qk_mem_handle& handle);
 

@@ -147,12 +147,6 @@ void decide_tracking(qk_mem_handle& handle) {
   handle.track_blocks = debug || (is_blockmgmt(handle) && has_reports());
 }
 
-/** Lets the profile watch a handle that is new. */
-void let_profile_watch(qk_mem_handle& handle) {
-  const profile::Pool* const pool = profile::provide_pool(handle);
-  if (pool != nullptr) profile::watch_handle(handle, *pool);
-}
-
 void announce_creation(const qk_mem_handle& handle, const CallContext& context) {
   if (logs_events(context)) {
     char blocksize[32] = "";
@@ -193,7 +187,7 @@ bool set_up(qk_mem_handle& handle, const HandleOptions& asked, const char* tag,
   assert_registry_held();
   if (!apply_options(handle, asked, context) || !apply_tag(handle, tag, context)) return false;
   decide_tracking(handle);
-  if (profile::is_on()) let_profile_watch(handle);
+  if (profile::is_on()) profile::watch_handle(handle);
   settle_roads(handle);
   handle.seq = next_seq();
   handle.file = context.file();

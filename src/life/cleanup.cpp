@@ -128,9 +128,9 @@ extern "C" void qk_mem_cleanup(int sig) {
   } else {
     clean_up_at_exit();
   }
-  const RegistryLock lock;
   profile::write_report(profile::Occasion::kEnd,
                         sig >= 1 ? profile::Naming::kAtASignal : profile::Naming::kComplete);
+  const RegistryLock lock;
   replace_log(nullptr);
   close_trace_file();
 }

@@ -141,7 +141,7 @@ std::uint64_t coming_event(const EventRange& range, bool single_threaded) {
 std::uint64_t events_so_far() { return qk::load(last_number); }
 
 void start_event_clock() {
-  if (moments != nullptr) return;
+  if (clock_began != 0) return;
   clock_began = read_clock(CLOCK_MONOTONIC_COARSE);
   day_time = read_clock(CLOCK_REALTIME);
   moment_room = kFirstMoments;

@@ -95,11 +95,12 @@ void note_made(qk_mem_handle& handle, SlotPlace place, std::uint32_t site) {
   assert_held(handle);
   Pool& pool = pool_of(handle);
   Mark* const mark = marks_of(handle, pool, place).provide(place.index);
+  // Without a mark, the release will be taken for that of memory that was not recorded.
+  if (mark == nullptr) site = belongs_to_program(place) ? kNotRecordedSite : kNoSite;
   if (site == kNoSite || is_frozen()) {
     if (mark != nullptr) *mark = {};
     return;
   }
-  if (mark == nullptr) site = kNotRecordedSite;
   const Booking booking = Booking::of_next_event(pool);
   if (mark != nullptr) *mark = booking.mark_for(site);
   booking.made(site_in(pool, site), bytes_in(place));
@@ -124,6 +125,9 @@ void note_back(qk_mem_handle& handle, SlotPlace place) {
 }
 
 void note_from_before(qk_mem_handle& handle, SlotPlace place) {
+  assert_held(handle);
+  const Mark* const mark = marks_of(handle, pool_of(handle), place).provide(place.index);
+  if (mark != nullptr && mark->site_number() != kNoSite) return;
   note_made(handle, place, belongs_to_program(place) ? kFromBeforeSite : kNoSite);
 }
 

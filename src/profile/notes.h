@@ -45,7 +45,7 @@ void note_set_aside(qk_mem_handle& handle, SlotPlace place);
 /** A record that was set aside is back in its slot. */
 void note_back(qk_mem_handle& handle, SlotPlace place);
 
-/** The record in a slot was live before the handle was watched. */
+/** The record in a slot was live before the profile was on. Does nothing if it is booked. */
 void note_from_before(qk_mem_handle& handle, SlotPlace place);
 
 /** Memory was allocated that the core does not record. */

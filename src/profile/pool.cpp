@@ -2,7 +2,6 @@
 
 #include <cstring>
 
-#include "core/kinds.h"
 #include "core/registry.h"
 #include "profile/site_table.h"
 #include "support/mtx_lock.h"
@@ -78,20 +77,24 @@ Pool* find_or_add_pool(const qk_mem_handle& handle) {
 
 }  // namespace
 
-Pool* provide_pool(const qk_mem_handle& handle) {
+void watch_handle(qk_mem_handle& handle) {
   Pool* const pool = find_or_add_pool(handle);
   if (pool == nullptr) {
     qk::add(handles_left_out, 1);
-    return nullptr;
+    return;
   }
-  pool->is_blockmgmt = is_blockmgmt(handle) ? 1 : 0;
-  pool->is_autofree = handle.autofree != 0 ? 1 : 0;
+  qk::store(pool->is_autofree, handle.autofree != 0 ? 1 : 0);
   qk::store(pool->is_alive, 1);
-  return pool;
+  qk::publish(handle.profile_pool, pool->number);
 }
 
-void watch_handle(qk_mem_handle& handle, const Pool& pool) {
-  qk::publish(handle.profile_pool, pool.number);
+std::uint64_t live_bytes_of_tag(std::uint32_t tag) {
+  std::uint64_t bytes = 0;
+  for (std::uint32_t number = 1; number <= pools.count(); ++number) {
+    const Pool& pool = pools.at(number);
+    if (pool.tag == tag) bytes += qk::load(pool.level.live);
+  }
+  return bytes;
 }
 
 Level whole_now() {

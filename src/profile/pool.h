@@ -32,7 +32,6 @@ struct Pool {
   std::uint32_t same_number;  // another pool of the handle's number; 0 for none
   std::uint32_t first_site;   // the others follow by Site::next_of_pool
   std::uint32_t recent_site;  // that was looked for most recently
-  std::uint8_t is_blockmgmt;
   std::uint8_t is_autofree;
   std::uint8_t is_alive;
   Level level;
@@ -81,11 +80,14 @@ void reset_levels();
 /** Handles for which there was no memory. */
 extern std::uint32_t handles_left_out;
 
-/** Finds or makes the pool of a handle that is not watched yet. Null if there is no memory. */
-[[nodiscard]] Pool* provide_pool(const qk_mem_handle& handle);
+/**
+ * Lets the profile watch a handle from now on, unless there is no memory for its pool. No other
+ * thread may be using the handle, or the caller holds its lock.
+ */
+void watch_handle(qk_mem_handle& handle);
 
-/** Lets the profile watch a handle from now on, with its pool. */
-void watch_handle(qk_mem_handle& handle, const Pool& pool);
+/** Bytes that the handles of a tag hold. */
+[[nodiscard]] std::uint64_t live_bytes_of_tag(std::uint32_t tag);
 
 /** Whether the profile watches a handle. */
 [[nodiscard]] inline bool is_watched(const qk_mem_handle& handle) {

@@ -27,7 +27,6 @@ struct SiteKey {
 struct alignas(64) Site {
   SiteKey key;
   std::uint32_t next_of_pool;  // another site of the same pool; 0 for none
-  std::uint32_t unused;
   std::uint64_t live_bytes;
   std::uint64_t live_blocks;
   std::uint64_t bytes_at_peak;  // when the whole was largest, if `epoch` is up to date

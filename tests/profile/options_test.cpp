@@ -63,6 +63,11 @@ TEST(ProfileOptions, NameValuesThatAreNotUnderstood) {
             configure("STACKS=65").text);
   EXPECT_EQ("qkmem: qk_mem_profile_config: MAX can't be '20000000000G'. The rest is used.\n",
             configure("MAX=20000000000G").text);
+  EXPECT_EQ("qkmem: qk_mem_profile_config: REPORT can't be 'report.%x'. The rest is used.\n",
+            configure("REPORT=report.%x").text);
+  EXPECT_STREQ("STDERR", profile::options().report);
+  EXPECT_EQ("qkmem: qk_mem_profile_config: EVERY can't be '0'. The rest is used.\n",
+            configure("EVERY=0").text);
   EXPECT_EQ("qkmem: qk_mem_profile_config: SORT can't be 'SIZE'. The rest is used.\n",
             configure("SORT=SIZE").text);
 }

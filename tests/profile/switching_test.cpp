@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <vector>
+
 #include "core/roads.h"
 #include "profile/report/report.h"
 #include "profile/state.h"
@@ -67,6 +69,7 @@ TEST(Profile, FollowsEarlierBlocksWhileItIsOff) {
   qk_mem_free(pool, early);
   EXPECT_EQ("0 for 0, made 1 for 10", held_by(kit::site_at("switching_test.cpp", line)));
   ASSERT_EQ(0, qk_mem_profile_config("SITES"));
+  EXPECT_EQ("1 for 20, made 1 for 20", held_by(row_of(RowKind::kFromBefore)));
   qk_mem_free(pool, unseen);
   EXPECT_EQ(0U, kit::pool_of(pool).level.live);
 }
@@ -86,6 +89,24 @@ TEST(Profile, BooksWhatDoesNotFitAsNotRecorded) {
   EXPECT_GE(400U << 10, qk::mem::profile::arena.mapped());
   for (void* block : blocks) qk_mem_free(pool, block);
   EXPECT_EQ(0U, kit::pool_of(pool).live_blocks);
+  EXPECT_EQ("", kit::profile_errors());
+}
+
+TEST(Profile, NeverReleasesMoreThanItHasBooked) {
+  const kit::Scene scene;
+  ASSERT_EQ(0, qk_mem_profile_config("MAX=300K"));
+  const Pool pool;
+  std::vector<void*> blocks;
+  const auto take_some = [&] {
+    for (int i = 0; i < 20000; ++i) blocks.push_back(qk_mem_malloc(pool, 16));
+  };
+  take_some();
+  ASSERT_NE(0U, row_of(RowKind::kNotRecorded).live_blocks);
+  ASSERT_EQ(0, qk_mem_profile_config(nullptr));
+  take_some();
+  for (void* block : blocks) qk_mem_free(pool, block);
+  EXPECT_EQ(0U, kit::pool_of(pool).live_blocks);
+  EXPECT_EQ(0U, kit::pool_of(pool).level.live);
   EXPECT_EQ("", kit::profile_errors());
 }
 

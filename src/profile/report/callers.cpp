@@ -75,7 +75,6 @@ void give_frames(Row& row, ShownFrames& shown, Naming naming, std::string_view s
   row.begins_at_site = count != 0 && shows_site(frames[0], row.key, skip);
   count = qk::visible_frames(frames.data(), count, skip);
   row.first_frame = static_cast<std::uint32_t>(shown.size());
-  row.stacks = 1;
   for (int i = 0; i < std::min<int>(count, kShownFrames); ++i) {
     if (shown.push_back(frames[i])) ++row.frame_count;
   }
@@ -180,7 +179,6 @@ void name_callers(Rows& rows, ShownFrames& frames, Naming naming, const char* sk
   for (Row& row : rows) {
     if (row.key.stack != 0) give_frames(row, frames, naming, skip == nullptr ? "" : skip);
   }
-  close_names();
   merge_equal_callers(rows, frames);
 }
 

@@ -32,7 +32,7 @@ using NamedFrames = std::array<qk::Frame, kMostNamed>;
 /** The stack of a row without the calls inside the library, as far as these have names. */
 [[nodiscard]] Stack program_stack(const Row& row, Naming naming);
 
-/** To be called when a report is complete. */
+/** To be called when a report with complete names is written. */
 void close_names();
 
 /** The frames that reports show, of all rows with a stack. Must stay while the rows are used. */

@@ -77,7 +77,7 @@ void put_tags(JsonWriter& json) {
     const TagLevel& tag = tag_levels.at(number);
     json.start_line().begin_object();
     put_text(json, "tag", tag.name);
-    put_number(json, "live_bytes", qk::load(tag.level.live));
+    put_number(json, "live_bytes", live_bytes_of_tag(number));
     put_level(json, tag.level);
     json.end_object();
   }
@@ -163,7 +163,6 @@ void put_json_report(qk::PageBuffer& out, const Rows& rows, Naming naming) {
   json.start_line().key("sites").begin_array();
   for (const Row& row : rows) put_site(json, row, naming);
   json.end_array().end_object();
-  close_names();
 }
 
 }  // namespace qk::mem::profile

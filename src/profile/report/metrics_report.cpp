@@ -31,21 +31,13 @@ MetricLabels labels_of(const Pool& pool) {
   return {.handle = pool.hid, .tag = tag_levels.at(pool.tag).name};
 }
 
-std::uint64_t bytes_of_tag(std::uint32_t tag) {
-  std::uint64_t bytes = 0;
-  for_each_pool([&](const Pool& pool) {
-    if (pool.tag == tag) bytes += qk::load(pool.level.live);
-  });
-  return bytes;
-}
-
 }  // namespace
 
 void put_metrics_report(qk::PageBuffer& out) {
   OpenMetricsWriter writer(program_invocation_short_name, getpid(), out);
   writer.begin(MetricFamily::kTagBytes);
   for (std::uint32_t tag = 1; tag <= tag_levels.count(); ++tag) {
-    writer.sample({.tag = tag_levels.at(tag).name}, as_value(bytes_of_tag(tag)));
+    writer.sample({.tag = tag_levels.at(tag).name}, as_value(live_bytes_of_tag(tag)));
   }
   writer.begin(MetricFamily::kHandleBytes);
   for_each_live_pool([&](const Pool& pool) {

@@ -13,7 +13,9 @@
 namespace qk::mem::profile {
 namespace {
 
+/** A signal can interrupt a report. */
 constinit qk::PageArena tables;
+constinit qk::PageArena tables_at_a_signal;
 
 constexpr int kMostLocations = qk::kMostFrames + 1;
 
@@ -30,7 +32,7 @@ class Report {
       : naming_(naming),
         writer_({.time_nanos = static_cast<std::int64_t>(start_of_clock()),
                  .duration_nanos = static_cast<std::int64_t>(time_now())},
-                out, tables) {
+                out, naming == Naming::kComplete ? tables : tables_at_a_signal) {
     add_mappings(modules.newest());
   }
 
@@ -129,7 +131,6 @@ class Report {
 void put_pprof_report(qk::PageBuffer& out, const Rows& rows, Naming naming) {
   Report report(out, naming);
   for (const Row& row : rows) report.add(row);
-  close_names();
 }
 
 }  // namespace qk::mem::profile

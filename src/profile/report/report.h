@@ -8,7 +8,8 @@ namespace qk::mem::profile {
 
 /**
  * Writes the report where the options say, if the profile was ever on. For signal handlers with
- * Naming::kAtASignal.
+ * Naming::kAtASignal. With complete names it can wait for the dynamic linker: a caller with the
+ * registry's lock could be what a thread in there waits for.
  */
 void write_report(Occasion occasion, Naming naming);
 

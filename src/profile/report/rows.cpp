@@ -98,7 +98,6 @@ void add_figures(Row& sum, const Row& row) {
   sum.sum_of_lives += row.sum_of_lives;
   sum.first_event = std::min(sum.first_event, row.first_event);
   sum.last_event = std::max(sum.last_event, row.last_event);
-  sum.stacks += row.stacks;
 }
 
 std::size_t rows_needed() { return sites.count() + std::size_t{2} * pools.count(); }

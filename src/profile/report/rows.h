@@ -37,8 +37,7 @@ struct Row {
   // Given by name_callers().
   std::uint32_t first_frame;  // in its ShownFrames
   std::uint32_t frame_count;
-  std::uint32_t stacks;  // that led here
-  bool begins_at_site;   // the first frame is the one with the place, and not a caller of it
+  bool begins_at_site;  // the first frame is the one with the place, and not a caller of it
 };
 
 using Rows = qk::MappedArray<Row>;
