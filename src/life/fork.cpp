@@ -26,18 +26,18 @@ void unlock_handle(const qk_mem_handle& handle) QK_UNCHECKED_LOCKING {
 void before_fork() QK_UNCHECKED_LOCKING {
   Qk_mem_mtx.lock();
   for_each_handle(lock_handle);
+  profile::report_lock.lock();
   hold_log();
   Qk_mem_error.lock();
-  profile::report_lock.lock();
   profile::growth_lock.lock();
   flush_trace_file();
 }
 
 void after_fork() QK_UNCHECKED_LOCKING {
   profile::growth_lock.unlock();
-  profile::report_lock.unlock();
   Qk_mem_error.unlock();
   let_log_go();
+  profile::report_lock.unlock();
   for_each_handle(unlock_handle);
   Qk_mem_mtx.unlock();
 }

@@ -13,7 +13,10 @@ namespace qk::mem::profile {
  */
 void write_report(Occasion occasion, Naming naming);
 
-/** Guards what names functions, and the number of the report. Comes after the registry's lock. */
+/**
+ * Guards what names functions, and the number of the report. Taken before the log's lock, since a
+ * report can go to the log.
+ */
 extern qk::Mtx report_lock;
 
 }  // namespace qk::mem::profile
