@@ -3,7 +3,6 @@
 #include <algorithm>
 
 #include "profile/state.h"
-#include "support/modules.h"
 #include "support/mtx_lock.h"
 #include "support/shared_variable.h"
 #include "support/unwinder.h"
@@ -20,8 +19,8 @@ constinit std::uint8_t is_prepared = 0;
 constinit std::uint8_t uses_slow_unwinder = 0;
 
 /**
- * In a program that contains the library, stacks begin with frames of it, which can't be told from
- * others without their names.
+ * In a program or a plug-in that contains the library, stacks begin with frames of it, which can't
+ * be told from others without their names.
  */
 constinit std::uint32_t own_frames = 0;
 
@@ -50,10 +49,8 @@ void look_for_new_modules() {
 void prepare_stack_capture() {
   if (qk::set_flag(is_prepared)) return;
   modules.refresh();
-  if (qk::module_with(reinterpret_cast<std::uintptr_t>(&prepare_stack_capture)).is_program) {
-    own_frames = kMostOwnFrames;
-  }
   qk::prepare_stacks(qk::load_unwinder());
+  if (!qk::stacks_leave_library_out()) own_frames = kMostOwnFrames;
 }
 
 void set_stack_depth(std::uint32_t depth) {

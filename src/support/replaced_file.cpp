@@ -1,7 +1,6 @@
 #include "support/replaced_file.h"
 
 #include <fcntl.h>
-#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -17,6 +16,7 @@
 #include "support/fifo.h"
 #include "support/keep_errno.h"
 #include "support/no_cancellation.h"
+#include "support/own_message.h"
 
 namespace qk {
 namespace {
@@ -46,32 +46,9 @@ class Path {
   char text_[PATH_MAX];
 };
 
-/** Waits until a descriptor that doesn't wait by itself can be written to again. */
-void wait_for(int descriptor) {
-  pollfd waiting = {.fd = descriptor, .events = POLLOUT, .revents = 0};
-  ::poll(&waiting, 1, -1);
-}
-
-/** 0, or the error. */
-int write_all(int descriptor, std::string_view text) {
-  while (!text.empty()) {
-    const ssize_t written = ::write(descriptor, text.data(), text.size());
-    if (written > 0) {
-      text.remove_prefix(static_cast<std::size_t>(written));
-    } else if (written == 0) {
-      return EIO;
-    } else if (errno == EAGAIN) {
-      wait_for(descriptor);
-    } else if (errno != EINTR) {
-      return errno;
-    }
-  }
-  return 0;
-}
-
 /** Writes to a descriptor and closes it: some systems report a full disk only then. */
 int write_and_close(int descriptor, std::string_view text) {
-  const int error = write_all(descriptor, text);
+  const int error = write_text(descriptor, text);
   const bool is_closed = ::close(descriptor) == 0 || errno == EINTR;
   return error == 0 && !is_closed ? errno : error;
 }
@@ -151,7 +128,7 @@ int write_to(Path& path, std::string_view text) {
   constexpr int kMostLinks = 40;  // as the system
   for (int links = 0; links <= kMostLinks; ++links) {
     const int descriptor = descriptor_of(path.text());
-    if (descriptor >= 0) return write_all(descriptor, text);
+    if (descriptor >= 0) return write_text(descriptor, text);
     const int followed = follow_link(path);
     if (followed < 0) return -followed;
     if (followed > 0) continue;

@@ -97,6 +97,8 @@ void prepare_stacks(const Unwinder& unwinder) noexcept {
   (void)capture_stack(frames, kMostFrames);
 }
 
+bool stacks_leave_library_out() noexcept { return own_code.end != 0; }
+
 const char* unwinder_name() noexcept {
   const Unwinder* const unwinder = unwinder_in_use.load(std::memory_order_acquire);
   return unwinder == nullptr ? "none" : unwinder->name;

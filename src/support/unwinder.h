@@ -34,6 +34,12 @@ extern const Unwinder kRuntimeUnwinder;
  */
 void prepare_stacks(const Unwinder& unwinder) noexcept;
 
+/**
+ * Whether capture_stack() can tell the library's own calls, and leaves them out. After
+ * prepare_stacks(). Threads: any.
+ */
+[[nodiscard]] bool stacks_leave_library_out() noexcept;
+
 /** What capture_stack() uses, for a report; "none" before prepare_stacks(). Threads: any. */
 [[nodiscard]] const char* unwinder_name() noexcept;
 
