@@ -19,12 +19,14 @@ class Goal:
         self.ratio = float(ratio)  # 0 for none
         self.multiple = float(multiple)  # 0 for none
         self.peer = peer
-        self.join = join  # "and" or "or", between the two
+        self.join = join  # "and" or "or", between the two; "above" adds the ratio to the peer's
 
     def __bool__(self):
         return self.ratio != 0 or self.multiple != 0
 
     def __str__(self):
+        if self.join == "above":
+            return f"{self.ratio:.2f} above {self.peer}"
         parts = []
         if self.ratio:
             parts.append(f"{self.ratio:.2f}")
@@ -36,6 +38,8 @@ class Goal:
 
     def reached(self, ratio, peers):
         """Whether a ratio reaches it, beside the ratios of the peers; None if a peer is missing."""
+        if self.join == "above":
+            return ratio <= self.ratio + peers[self.peer] if self.peer in peers else None
         verdicts = []
         if self.ratio:
             verdicts.append(ratio <= self.ratio)

@@ -161,6 +161,13 @@ class Goals(unittest.TestCase):
         self.assertIs(goal.reached(15.0, {"locked talloc": 15.0}), False)
         self.assertIs(goal.reached(16.1, {"locked talloc": 20.0}), False)
 
+    def test_ratio_can_be_above_that_of_a_peer(self):
+        goal = Goal("1.3", "1", "unprofiled", "above")
+        self.assertEqual(str(goal), "1.30 above unprofiled")
+        self.assertIs(goal.reached(3.5, {"unprofiled": 2.25}), True)
+        self.assertIs(goal.reached(3.6, {"unprofiled": 2.25}), False)
+        self.assertIs(goal.reached(3.5, {}), None)
+
     def test_missing_peer_is_said_where_it_decides(self):
         both = Goal("16", "1", "locked talloc", "and")
         either = Goal("2.2", "1.05", "talloc", "or")

@@ -33,17 +33,19 @@ struct Goal {
   double ratio = 0;       // 0 for none
   double multiple = 0;    // 0 for none
   const char* peer = "";  // the name of a contestant
-  bool needs_both = false;
+  const char* join = "or";
 
   constexpr Goal(double most) : ratio(most) {}  // not explicit: a number is the usual goal
-  constexpr Goal(double most, double times, const char* of, bool both)
-      : ratio(most), multiple(times), peer(of), needs_both(both) {}
+  constexpr Goal(double most, double times, const char* of, const char* by)
+      : ratio(most), multiple(times), peer(of), join(by) {}
 
   [[nodiscard]] constexpr Goal or_times(double times, const char* of) const {
-    return {ratio, times, of, false};
+    return {ratio, times, of, "or"};
   }
   /** Equal times don't reach it. */
-  [[nodiscard]] constexpr Goal and_below(const char* of) const { return {ratio, 1, of, true}; }
+  [[nodiscard]] constexpr Goal and_below(const char* of) const { return {ratio, 1, of, "and"}; }
+  /** The ratio is to be added to that of a contestant. */
+  [[nodiscard]] constexpr Goal above(const char* of) const { return {ratio, 1, of, "above"}; }
 };
 
 constexpr Goal kNoGoal = 0;

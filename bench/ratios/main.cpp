@@ -1,13 +1,15 @@
 // Measures one workload, runs one without measuring, or lists all. Output fields are tab-separated.
 //
 //   ratios                            name, title, number of operations and goal of each: a ratio,
-//                                     a multiple and its peer, "and" if both are needed, or "or"
+//                                     a multiple and its peer, and what joins the two: "or",
+//                                     "and" if both are needed, "above" if the ratio is added
 //   ratios WORKLOAD                   contestant, nanoseconds, ratio and its quartiles
 //   ratios WORKLOAD CONTESTANT TIMES  only runs it, to count its instructions
 //   ratios --many                     contestant, number of pieces, nanoseconds to allocate and to
 //                                     delete one of them
 //   ratios --left                     megabytes that stay after 100,000 handles came and went
 //   ratios --mtrace LIVE TIMES        nanoseconds, see bench/ratios/traces.cpp
+//   ratios --peer NAME                serves a process that measures, see bench/ratios/profiles.h
 //   ratios --build                    the compiler and the C library
 //   ratios --peers                    name, package and version of the optional peers
 #include <gnu/libc-version.h>
@@ -22,6 +24,7 @@
 #include "bench/ratios/left.h"
 #include "bench/ratios/many.h"
 #include "bench/ratios/mtraced.h"
+#include "bench/ratios/profiles.h"
 #include "bench/ratios/workloads.h"
 
 #ifdef HAVE_TALLOC
@@ -47,8 +50,7 @@ void list(const std::vector<Workload>& workloads) {
   for (const Workload& workload : workloads) {
     const Goal& goal = workload.goal;
     std::printf("%s\t%s\t%g\t%g\t%g\t%s\t%s\n", workload.name.c_str(), workload.title.c_str(),
-                workload.operations, goal.ratio, goal.multiple, goal.peer,
-                goal.needs_both ? "and" : "or");
+                workload.operations, goal.ratio, goal.multiple, goal.peer, goal.join);
   }
 }
 
@@ -111,6 +113,7 @@ void run(int argc, char** argv) {
   if (std::strcmp(argv[1], "--many") == 0) return print_many();
   if (std::strcmp(argv[1], "--left") == 0) return print_left();
   if (std::strcmp(argv[1], "--mtrace") == 0 && argc == 4) return print_mtraced(argv[2], argv[3]);
+  if (std::strcmp(argv[1], "--peer") == 0 && argc == 3) return serve_peer(argv[2]);
   const Workload& workload = find(workloads, argv[1]);
   if (argc == 4) {
     find(workload.contestants, argv[2]).start()(std::strtoul(argv[3], nullptr, 10));

@@ -38,6 +38,9 @@ std::vector<Workload> buffer_workloads();
 /** Pairs that write lines to a trace file. */
 std::vector<Workload> trace_workloads();
 
+/** Pairs with the profile on. */
+std::vector<Workload> profile_workloads();
+
 /** Reports of many live pointers. */
 std::vector<Workload> report_workloads();
 

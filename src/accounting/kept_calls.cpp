@@ -26,7 +26,7 @@ qk_mem_ptr* qk_mem_new_ptr(qk_mem_handle* handle, void* address, unsigned char k
   qk_mem_ptr record = {};
   record.address = address;
   record.kind = kind;
-  if (!insert_or_grow(*handle, record, EventCount::kNotCounted, profile::kNoSite, context)) {
+  if (!insert_or_grow(*handle, record, EventCount::kNotCounted, nullptr, context)) {
     return nullptr;
   }
   const qk_mem_ptr_array& array = array_of(*handle, address);

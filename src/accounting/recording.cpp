@@ -34,7 +34,7 @@ void warn_of_lost_array(const CallContext& context) {
 }  // namespace
 
 std::optional<qk_mem_ptr> insert_or_grow(qk_mem_handle& handle, const qk_mem_ptr& record,
-                                         EventCount event, std::uint32_t site,
+                                         EventCount event, profile::Site* site,
                                          const CallContext& context) {
   while (true) {
     const Insertion insertion = insert_pointer(handle, record, event, site);
@@ -61,8 +61,7 @@ std::optional<qk_mem_ptr> record_pointer(qk_mem_handle& handle, void* address, u
                              .line = static_cast<std::uint16_t>(context.line),
                              .kind = kind,
                              .baselined = 0};
-  const std::uint32_t site =
-      belongs_to_program(kind) ? site_for(handle, context) : profile::kNoSite;
+  profile::Site* const site = belongs_to_program(kind) ? site_for(handle, context) : nullptr;
   return insert_or_grow(handle, record, EventCount::kCounted, site, context);
 }
 

@@ -18,14 +18,14 @@ namespace qk::mem {
  *         sets the error code.
  */
 std::optional<qk_mem_ptr> insert_or_grow(qk_mem_handle& handle, const qk_mem_ptr& record,
-                                         EventCount event, std::uint32_t site,
+                                         EventCount event, profile::Site* site,
                                          const CallContext& context);
 
 /** The site of the program's memory; none if the profile doesn't watch the handle. */
-[[nodiscard]] inline std::uint32_t site_for(const qk_mem_handle& handle,
-                                            const CallContext& context) {
+[[nodiscard]] inline profile::Site* site_for(const qk_mem_handle& handle,
+                                             const CallContext& context) {
   return profile::is_watched(handle) ? profile::site_of(handle, context.file(), context.line)
-                                     : profile::kNoSite;
+                                     : nullptr;
 }
 
 /** Records a pointer at the caller's location and counts the event. Returns as above. */

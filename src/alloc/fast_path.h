@@ -8,7 +8,7 @@
 #include "core/kinds.h"
 #include "core/registry.h"
 #include "core/roads.h"
-#include "profile/notes.h"
+#include "profile/quick_notes.h"
 #include "support/known_paths.h"
 #include "table/pointer_table.h"
 #include "table/record_steps.h"
@@ -65,10 +65,10 @@ struct Needs {
 
 /** The site of an allocation if its handle is watched. `file` is the name alone. */
 template <class Handling>
-[[nodiscard, gnu::always_inline]] inline std::uint32_t site_for(const qk_mem_handle& handle,
-                                                                const char* file, int line) {
-  if constexpr (Handling::kWatched) return profile::site_of(handle, file, line);
-  return profile::kNoSite;
+[[nodiscard, gnu::always_inline]] inline profile::Site* site_for(const qk_mem_handle& handle,
+                                                                 const char* file, int line) {
+  if constexpr (Handling::kWatched) return profile::quick_site_of(handle, file, line);
+  return nullptr;
 }
 
 /**
@@ -129,16 +129,40 @@ struct Place {
   return {address, nullptr, file, count, size, 0, static_cast<std::uint16_t>(line), kind, 0};
 }
 
+/** Tells the profile of a record that was written into a slot. */
+template <class Handling>
+[[gnu::always_inline]] inline void note_made_fast(qk_mem_handle& handle, profile::SlotPlace place,
+                                                  profile::Site* site, const qk_mem_ptr& record,
+                                                  bool single_threaded) {
+  if constexpr (Handling::kWatched) {
+    if (!profile::quick_note_made(handle, place, site, bytes_of(record), single_threaded)) {
+      profile::note_made(handle, place, site);
+    }
+  }
+}
+
+/** Tells it of one that will be released next. False, and it has not been told, if that takes more. */
+template <class Handling>
+[[nodiscard, gnu::always_inline]] inline bool note_gone_fast(qk_mem_handle& handle,
+                                                             profile::SlotPlace place,
+                                                             std::uint64_t bytes,
+                                                             bool single_threaded) {
+  if constexpr (Handling::kWatched) {
+    return profile::quick_note_gone(handle, place, bytes, single_threaded);
+  }
+  return true;
+}
+
 /** Records memory in a slot that was just taken. */
 template <class Handling>
 [[gnu::always_inline]] inline void fill_slot_fast(qk_mem_handle& handle, qk_mem_ptr_array& array,
                                                   std::int32_t index, qk_mem_ptr record,
-                                                  std::uint32_t site) {
+                                                  profile::Site* site) {
   with_single_threaded([&](bool single_threaded) __attribute__((always_inline)) {
     record.seq = qk::add(Qk_mem_seq, 1, single_threaded);
     fill_slot(handle, array, index, record, charged_to(record.kind), single_threaded);
+    note_made_fast<Handling>(handle, {array, index}, site, record, single_threaded);
   });
-  if constexpr (Handling::kWatched) profile::note_made(handle, {array, index}, site);
 }
 
 /** Does what record_fast() does, under the handle's lock. */
@@ -146,7 +170,7 @@ template <class Handling>
 [[nodiscard, gnu::always_inline]] inline bool record_locked(qk_mem_handle& handle, void* address,
                                                             unsigned char kind, std::uint64_t count,
                                                             std::uint64_t size, const char* file,
-                                                            int line, std::uint32_t site) {
+                                                            int line, profile::Site* site) {
   qk_mem_ptr_array& array = array_of(handle, address);
   const std::int32_t index = take_free_slot(array);
   if (index == kNoSlot) [[unlikely]]
@@ -162,7 +186,7 @@ template <class Handling>
                                                           unsigned char kind, std::uint64_t count,
                                                           std::uint64_t size, const char* file,
                                                           int line) {
-  const std::uint32_t site = site_for<Handling>(handle, file, line);
+  profile::Site* const site = site_for<Handling>(handle, file, line);
   const typename Handling::Lock lock(handle);
   return record_locked<Handling>(handle, address, kind, count, size, file, line, site);
 }
@@ -172,7 +196,7 @@ template <class Handling>
 [[nodiscard, gnu::always_inline]] inline bool record_in_small_fast(
     qk_mem_handle& handle, void* address, unsigned char kind, std::uint64_t count,
     std::uint64_t size, const char* file, int line) {
-  const std::uint32_t site = site_for<Handling>(handle, file, line);
+  profile::Site* const site = site_for<Handling>(handle, file, line);
   qk_mem_ptr_array& array = array_of(handle, address);
   const QuickLock<typename Handling::Lock> lock(handle);
   if (!is_held(lock)) [[unlikely]]
@@ -184,8 +208,8 @@ template <class Handling>
   with_single_threaded([&](bool single_threaded) __attribute__((always_inline)) {
     record.seq = qk::add(Qk_mem_seq, 1, single_threaded);
     fill_slot_of_small(handle, array, index, record, charged_to(kind), single_threaded);
+    note_made_fast<Handling>(handle, {array, index}, site, record, single_threaded);
   });
-  if constexpr (Handling::kWatched) profile::note_made(handle, {array, index}, site);
   return true;
 }
 
@@ -195,7 +219,7 @@ template <class Handling>
                                                                 void* address, std::uint64_t size,
                                                                 const char* path, int line) {
   const char* file = qk::name_in_path(path);
-  const std::uint32_t site = site_for<Handling>(handle, file, line);
+  profile::Site* const site = site_for<Handling>(handle, file, line);
   qk_mem_ptr_array& array = array_of(handle, address);
   const typename Handling::Lock lock(handle);
   const std::int32_t index = take_slot_again_fast(handle, array, old);
@@ -221,7 +245,7 @@ template <class Handling>
 
 /**
  * Finds the slot of an address and takes `steps` with it, under the handle's lock. Returns kNoSlot,
- * and nothing has changed, if `find` finds none.
+ * and nothing has changed, if `find` finds none or `steps` returns false.
  */
 template <class Lock, class Find, class Steps>
 [[nodiscard, gnu::always_inline]] inline std::int32_t change_slot_of(qk_mem_handle& handle,
@@ -234,10 +258,11 @@ template <class Lock, class Find, class Steps>
   const std::int32_t index = find(array, address);
   if (index == kNoSlot) [[unlikely]]
     return kNoSlot;
+  bool has_changed = false;
   with_single_threaded([&](bool single_threaded) __attribute__((always_inline)) {
-    steps(array, index, single_threaded);
+    has_changed = steps(array, index, single_threaded);
   });
-  return index;
+  return has_changed ? index : kNoSlot;
 }
 
 /**
@@ -252,6 +277,7 @@ template <class Handling>
     if constexpr (Handling::kWatched) profile::note_gone(handle, {array, index});
     remove_record(handle, array, index, ChargedTo::kData, single_threaded);
     qk::add_only(Qk_mem_seq, 1, single_threaded);
+    return true;
   };
   return change_slot_of<typename Handling::Lock>(handle, address, find_slot_of_data, remove) !=
          kNoSlot;
@@ -263,9 +289,12 @@ template <class Handling>
                                                                      const void* address) {
   const auto remove = [&](qk_mem_ptr_array & array, std::int32_t index, bool single_threaded)
       __attribute__((always_inline)) {
-    if constexpr (Handling::kWatched) profile::note_gone(handle, {array, index});
-    remove_from_small(handle, array, index, ChargedTo::kData, single_threaded);
+    const std::uint64_t bytes = bytes_in(array.ptrs[index]);
+    if (!note_gone_fast<Handling>(handle, {array, index}, bytes, single_threaded)) [[unlikely]]
+      return false;
+    remove_from_small(handle, array, index, bytes, ChargedTo::kData, single_threaded);
     qk::add_only(Qk_mem_seq, 1, single_threaded);
+    return true;
   };
   return change_slot_of<QuickLock<typename Handling::Lock>>(handle, address, find_slot_in_small,
                                                             remove) != kNoSlot;
@@ -282,6 +311,7 @@ template <class Handling>
       __attribute__((always_inline)) {
     if constexpr (Handling::kWatched) profile::note_set_aside(handle, {array, index});
     set_aside(handle, array, index, ChargedTo::kData, single_threaded);
+    return true;
   };
   return {address,
           change_slot_of<typename Handling::Lock>(handle, address, find_slot_of_data, hide)};
@@ -295,6 +325,7 @@ template <class Handling>
       __attribute__((always_inline)) {
     if constexpr (Handling::kWatched) profile::note_set_aside(handle, {array, index});
     set_aside_in_small(handle, array, index, ChargedTo::kData, single_threaded);
+    return true;
   };
   return {address, change_slot_of<QuickLock<typename Handling::Lock>>(handle, address,
                                                                       find_slot_in_small, hide)};
@@ -312,7 +343,7 @@ template <class Handling>
   const char* file = nullptr;
   if (!qk::find_known_name(path, file)) [[unlikely]]
     return false;
-  const std::uint32_t site = site_for<Handling>(handle, file, line);
+  profile::Site* const site = site_for<Handling>(handle, file, line);
   qk_mem_ptr_array& array = array_of(handle, place.address);
   const QuickLock<typename Handling::Lock> lock(handle);
   if (!is_held(lock)) [[unlikely]]
@@ -323,8 +354,8 @@ template <class Handling>
   with_single_threaded([&](bool single_threaded) __attribute__((always_inline)) {
     record.seq = qk::add(Qk_mem_seq, 1, single_threaded);
     refill_slot_of_small(handle, array, place.index, record, ChargedTo::kData, single_threaded);
+    note_made_fast<Handling>(handle, {array, place.index}, site, record, single_threaded);
   });
-  if constexpr (Handling::kWatched) profile::note_made(handle, {array, place.index}, site);
   return true;
 }
 

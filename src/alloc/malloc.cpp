@@ -133,7 +133,7 @@ template <class Lock>
       piece = take_piece(handle, size, alignment);
     if (piece != nullptr &&
         record_locked<Needs<Lock, false>>(handle, piece, as_piece(kind::kMalloc), 1, size, name,
-                                          line, profile::kNoSite)) {
+                                          line, nullptr)) {
       return piece;
     }
   }

@@ -49,7 +49,10 @@ struct qk_mem_handle;
 
 namespace qk::mem {
 class BlockIndex;
+namespace profile {
+struct Pool;
 }
+}  // namespace qk::mem
 
 /** An accounting tag: the sums of all handles that carry it. */
 struct qk_mem_tag {
@@ -133,10 +136,10 @@ struct qk_mem_handle {
   std::uint8_t registered;         // something was registered on it at least once
   std::uint8_t is_walked;          // a walk takes notes, see accounting/walks.h
   std::uint8_t serves_containers;  // a container of the C++ front has asked for memory
-  qk_mem_block* blocks;
-  const char* file;
   std::int32_t line;
-  std::uint32_t profile_pool;  // number of its pool in the profile; 0 if it is not watched
+  const char* file;
+  qk_mem_block* blocks;
+  qk::mem::profile::Pool* profile_pool;  // null if the profile does not watch the handle
   qk_mem_ptr_array ptrs[8];
   qk::Mtx* mtx;                      // null unless MULTITHREADED
   qk::mem::BlockIndex* block_index;  // null until a search in many blocks

@@ -25,7 +25,7 @@ Road find_road(const qk_mem_handle& handle, Routine routine) {
   if (!qk::kShortcuts || !is_unobserved(switches_of(routine))) return Road::kSlow;
   // Its calls bypass the records. If the profile watches it, they must get far enough to tell.
   if (handle.id == QK_MEM_DATA_HANDLE && !debugging()) return Road::kSlow;
-  const bool is_watched = qk::load(handle.profile_pool) != 0;
+  const bool is_watched = qk::load(handle.profile_pool) != nullptr;
   if (!is_blockmgmt(handle)) {
     if (handle.track == 0) return Road::kSlow;
     return is_watched ? with_lock_of(handle, Road::kRecordsWatched, Road::kRecordsWatchedLocked)
@@ -39,7 +39,7 @@ Road find_road(const qk_mem_handle& handle, Routine routine) {
 
 bool is_data_handle_watched() {
   const qk_mem_handle* const handle = handle_slots().numbered(QK_MEM_DATA_HANDLE);
-  return handle != nullptr && qk::load(handle->profile_pool) != 0;
+  return handle != nullptr && qk::load(handle->profile_pool) != nullptr;
 }
 
 constexpr Routine kFastRoutines[] = {Routine::kMalloc, Routine::kCalloc, Routine::kRealloc,

@@ -4,54 +4,162 @@
 #include <cstdint>
 
 #include "profile/pool.h"
+#include "support/shared_variable.h"
 
 namespace qk::mem::profile {
 
 /**
- * One event of a pool: it changes the figures of a site, and the sums that the site is part of.
- * The caller holds the lock of the handle.
+ * One event of a pool: it changes the figures of a site, and the sums that the site is part of. The
+ * caller holds the lock of the handle. All is inline, since most calls of the program do it twice
+ * and it is hardly longer than its calls would be.
  */
 class Booking {
  public:
-  /** An event with a number of its own. */
-  [[nodiscard]] static Booking of_next_event(Pool& pool);
+  /**
+   * Whether the event that comes next is a usual one, with so many bytes more or less: its number
+   * is at hand, and whom the bytes have to be told is clear.
+   */
+  [[nodiscard, gnu::always_inline]] static bool is_usual(const Pool& pool, std::int64_t bytes,
+                                                         bool single_threaded) {
+    if (single_threaded) return pool.not_passed_on == 0;
+    return pool.numbers.left != 0 && is_held_back(pool.not_passed_on + bytes);
+  }
+
+  /** Such an event, with a number of its own. */
+  [[nodiscard, gnu::always_inline]] static Booking of_usual_event(Pool& pool,
+                                                                  bool single_threaded) {
+    return {pool, single_threaded ? Sharing::kAtOnce : Sharing::kHeldBack,
+            next_event(pool.numbers, single_threaded)};
+  }
+
+  /** The same in every case. */
+  [[nodiscard, gnu::always_inline]] static Booking of_next_event(Pool& pool) {
+    return {pool, Sharing::kAnyway, next_event(pool.numbers, qk::is_single_threaded())};
+  }
 
   /** Part of the event that comes next. */
-  [[nodiscard]] static Booking of_coming_event(Pool& pool);
+  [[nodiscard, gnu::always_inline]] static Booking of_coming_event(Pool& pool) {
+    return {pool, Sharing::kAnyway, coming_event(pool.numbers, qk::is_single_threaded())};
+  }
 
   /** What marks a block that is booked now. */
-  [[nodiscard]] Mark mark_for(std::uint32_t site) const {
-    return {site, static_cast<std::uint32_t>(event_)};
+  [[nodiscard, gnu::always_inline]] Mark mark_for(const Site& site) const {
+    return {site.number, static_cast<std::uint32_t>(event_)};
   }
 
   /** Books a new block. */
-  void made(Site& site, std::uint64_t bytes) const;
+  [[gnu::always_inline]] void made(Site& site, std::uint64_t bytes) const {
+    made_and_lost(site, bytes);
+    hold(site, bytes);
+  }
 
   /** Counts a new block, but not as one that is live. */
-  void made_and_lost(Site& site, std::uint64_t bytes) const;
+  [[gnu::always_inline]] void made_and_lost(Site& site, std::uint64_t bytes) const {
+    qk::bump(site.made_bytes, bytes);
+    qk::bump(site.made_blocks, 1);
+    if (bytes >= qk::load(site.above_largest)) [[unlikely]] {
+      qk::store(site.above_largest, bytes + 1);
+      if (qk::load(site.first_event) == 0) qk::store(site.first_event, event_);
+    }
+    qk::store(site.last_event, event_);
+  }
 
   /** Books the release of a block. */
-  void gone(Mark mark, std::uint64_t bytes) const;
+  [[gnu::always_inline]] void gone(Mark mark, std::uint64_t bytes) const {
+    Site& site = site_in(pool_, mark.site_number());
+    if (lived_shortly(mark)) qk::bump(site.freed_soon, 1);
+    let_go(site, 1, bytes);
+  }
 
   /** Undoes that. */
-  void back(Mark mark, std::uint64_t bytes) const;
+  [[gnu::always_inline]] void back(Mark mark, std::uint64_t bytes) const {
+    Site& site = site_in(pool_, mark.site_number());
+    if (lived_shortly(mark)) qk::bump(site.freed_soon, kMinusOne);
+    hold(site, bytes);
+  }
 
   /** Books the release of all blocks of a site. */
-  void all_gone(Site& site) const;
+  [[gnu::always_inline]] void all_gone(Site& site) const {
+    const std::uint64_t blocks = qk::load(site.live_blocks);
+    if (blocks != 0) let_go(site, blocks, qk::load(site.live_bytes));
+  }
 
  private:
-  Booking(Pool& pool, bool single_threaded, std::uint64_t event)
-      : pool_(pool), single_threaded_(single_threaded), event_(event) {}
+  static constexpr std::uint64_t kMinusOne = UINT64_MAX;
 
-  [[nodiscard]] bool lived_shortly(Mark mark) const;
-  void hold(Site& site, std::uint64_t bytes) const;
-  void let_go(Site& site, std::uint64_t blocks, std::uint64_t bytes) const;
-  void change_levels(std::int64_t bytes) const;
-  void pass_on_alone(std::int64_t bytes) const;
-  void pass_on_shared(std::int64_t bytes) const;
+  /** How tag and whole learn of bytes. */
+  enum class Sharing : std::uint8_t { kAtOnce, kHeldBack, kAnyway };
+
+  [[gnu::always_inline]] Booking(Pool& pool, Sharing sharing, std::uint64_t event)
+      : pool_(pool), sharing_(sharing), event_(event) {}
+
+  [[nodiscard, gnu::always_inline]] bool lived_shortly(Mark mark) const {
+    return static_cast<std::uint32_t>(event_) - mark.event <= kSoon;
+  }
+
+  [[gnu::always_inline]] void hold(Site& site, std::uint64_t bytes) const {
+    settle_peak(site);
+    const std::uint64_t live = qk::load(site.live_bytes) + bytes;
+    qk::store(site.live_bytes, live);
+    if (qk::is_below(site.highest_bytes, live)) qk::store(site.highest_bytes, live);
+    qk::bump(site.live_blocks, 1);
+    qk::bump(site.lives, 0 - event_);
+    raise_levels(bytes);
+  }
+
+  [[gnu::always_inline]] void let_go(Site& site, std::uint64_t blocks, std::uint64_t bytes) const {
+    settle_peak(site);
+    qk::bump(site.live_bytes, 0 - bytes);
+    qk::bump(site.live_blocks, 0 - blocks);
+    qk::bump(site.lives, blocks * event_);
+    lower_levels(bytes);
+  }
+
+  /** To be called before a site's live bytes change. */
+  [[gnu::always_inline]] static void settle_peak(Site& site) {
+    const std::uint64_t epoch = qk::load(peak_epoch);
+    if (qk::is_below(site.epoch, epoch)) [[unlikely]] {
+      qk::store(site.bytes_at_peak, qk::load(site.live_bytes));
+      qk::store(site.epoch, epoch);
+    }
+  }
+
+  [[gnu::always_inline]] void raise_levels(std::uint64_t bytes) const {
+    raise_alone(pool_.level, bytes, event_);
+    if (sharing_ == Sharing::kAtOnce) {
+      raise_alone(*pool_.tag_level, bytes, event_);
+      if (raise_alone(whole, bytes, event_)) qk::bump(peak_epoch, 1);
+    } else {
+      change_shared_levels(static_cast<std::int64_t>(bytes));
+    }
+  }
+
+  [[gnu::always_inline]] void lower_levels(std::uint64_t bytes) const {
+    lower_alone(pool_.level, bytes);
+    if (sharing_ == Sharing::kAtOnce) {
+      lower_alone(*pool_.tag_level, bytes);
+      lower_alone(whole, bytes);
+    } else {
+      change_shared_levels(-static_cast<std::int64_t>(bytes));
+    }
+  }
+
+  [[gnu::always_inline]] void change_shared_levels(std::int64_t bytes) const {
+    if (sharing_ == Sharing::kHeldBack) {
+      qk::bump(pool_.not_passed_on, bytes);
+    } else {
+      pass_on(pool_, bytes, event_);
+    }
+  }
+
+  /**
+   * With several threads a pool passes bytes on in steps. With one, it passes on at once what it has
+   * kept back since there were several.
+   */
+  static void pass_on(Pool& pool, std::int64_t bytes, std::uint64_t event);
 
   Pool& pool_;
-  bool single_threaded_;
+  Sharing sharing_;
   std::uint64_t event_;
 };
 

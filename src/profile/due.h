@@ -11,9 +11,6 @@
  */
 namespace qk::mem::profile {
 
-/** Set when a reading of the clock has found that something is due. */
-extern std::uint8_t is_due;
-
 /**
  * Sets what does the work: it is called with the time, by one thread at a time, and returns that of
  * the next call; kNever for none.
@@ -22,7 +19,7 @@ using DueWork = std::uint64_t (*)(std::uint64_t now);
 inline constexpr std::uint64_t kNever = UINT64_MAX;
 void set_due_work(DueWork work, std::uint64_t first_time);
 
-/** To be called with each time that is read from the clock. */
+/** To be called with each time that is read from the clock. Calls for attention to due work. */
 void note_reading(std::uint64_t now);
 
 /** Reads the clock if there is something to wait for, and does what is due. */

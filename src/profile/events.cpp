@@ -11,9 +11,12 @@
 #include "support/shared_variable.h"
 
 namespace qk::mem::profile {
+
+constinit EventCounter event_counter = {};
+
 namespace {
 
-constexpr std::uint64_t kMostBetweenReadings = 16;
+constexpr std::uint64_t kMostBetweenReadings = 32;
 
 /** When an event happened: not before this time, nor after that of the next entry. */
 struct Moment {
@@ -25,9 +28,7 @@ struct Moment {
 constexpr std::uint32_t kFirstMoments = 256;
 constexpr std::uint32_t kMostMoments = 65536;
 
-constinit std::uint64_t last_number = 0;
-constinit std::uint64_t next_reading = 0;  // the event, of a process with one thread
-constinit std::uint64_t step = 1;          // events between two readings there
+constinit std::uint64_t step = 1;  // events between two readings, in a process with one thread
 constinit std::uint64_t last_time = 0;
 constinit std::uint64_t least_gap = 0;    // between two entries
 constinit std::uint64_t clock_began = 0;  // by the coarse clock
@@ -105,40 +106,30 @@ std::uint64_t next_step(std::uint64_t before, bool clock_moved) {
   return clock_moved ? 1 : std::min(2 * before, kMostBetweenReadings);
 }
 
-[[gnu::noinline]] void read_clock_at(std::uint64_t event) {
-  step = next_step(step, note_time(event));
-  next_reading = event + step;
-}
-
-[[gnu::noinline]] void reserve(EventRange& range) {
-  const std::uint64_t batch = std::max<std::uint64_t>(range.batch, 1);
-  range.end = qk::add(last_number, batch);
-  range.last = range.end - batch;
-  range.batch = next_step(batch, note_time(range.last + 1));
-}
-
 }  // namespace
 
-std::uint64_t next_event(EventRange& range, bool single_threaded) {
-  if (single_threaded) [[likely]] {
-    const std::uint64_t event = qk::load(last_number) + 1;
-    qk::store(last_number, event);
-    if (event >= next_reading) [[unlikely]]
-      read_clock_at(event);
-    range.last = event;
-    range.end = event;
-    return event;
-  }
-  if (range.last == range.end) [[unlikely]]
-    reserve(range);
-  return ++range.last;
+void read_due_clock() {
+  qk::clear_bits(reasons_for_attention, attention::kClockIsDue);
+  // With several threads it is read when numbers are taken.
+  if (!qk::is_single_threaded()) return;
+  const std::uint64_t event = events_so_far() + 1;
+  step = next_step(step, note_time(event));
+  event_counter.next_reading = event + step - 1;
+}
+
+void reserve_numbers(EventRange& range) {
+  const std::uint64_t batch = std::max<std::uint64_t>(range.batch, 1);
+  range.last = qk::add(event_counter.last, batch) - batch;
+  range.left = batch;
+  range.batch = next_step(batch, note_time(range.last + 1));
+  qk::store(event_counter.has_seen_threads, 1);
 }
 
 std::uint64_t coming_event(const EventRange& range, bool single_threaded) {
-  return (single_threaded || range.last == range.end ? qk::load(last_number) : range.last) + 1;
+  return (single_threaded || range.left == 0 ? qk::load(event_counter.last) : range.last) + 1;
 }
 
-std::uint64_t events_so_far() { return qk::load(last_number); }
+std::uint64_t events_so_far() { return qk::load(event_counter.last); }
 
 void start_event_clock() {
   if (clock_began != 0) return;
@@ -146,6 +137,7 @@ void start_event_clock() {
   day_time = read_clock(CLOCK_REALTIME);
   moment_room = kFirstMoments;
   qk::publish(moments, take_moments(kFirstMoments));
+  qk::set_bits(reasons_for_attention, attention::kClockIsDue);
 }
 
 std::uint64_t time_now() { return read_clock(CLOCK_MONOTONIC_COARSE) - clock_began; }

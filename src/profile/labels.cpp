@@ -66,6 +66,7 @@ void push_label(const char* text) {
     ++nesting.lost;
   } else {
     nesting.label = number;
+    qk::set_bits(reasons_for_attention, attention::kLabels);
   }
 }
 

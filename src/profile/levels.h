@@ -15,17 +15,23 @@ struct Level {
 };
 
 /** Adds to a level that one thread at a time changes. Returns whether it is the highest now. */
-[[gnu::always_inline]] inline bool raise_alone(Level& level, std::int64_t bytes,
+[[gnu::always_inline]] inline bool raise_alone(Level& level, std::uint64_t bytes,
                                                std::uint64_t event) {
-  const std::uint64_t live = qk::load(level.live) + static_cast<std::uint64_t>(bytes);
+  const std::uint64_t live = qk::load(level.live) + bytes;
   qk::store(level.live, live);
-  if (live <= qk::load(level.highest)) return false;
+  if (!qk::is_below(level.highest, live)) [[likely]]
+    return false;
   qk::store(level.highest, live);
   qk::store(level.highest_event, event);
   return true;
 }
 
-/** The same for a level that several threads change. */
+/** Takes bytes away again. */
+[[gnu::always_inline]] inline void lower_alone(Level& level, std::uint64_t bytes) {
+  qk::bump(level.live, 0 - bytes);
+}
+
+/** Adds bytes, or takes some away, where several threads change a level. */
 inline bool raise_shared(Level& level, std::int64_t bytes, std::uint64_t event) {
   const std::uint64_t live = qk::add(level.live, static_cast<std::uint64_t>(bytes), false);
   if (bytes <= 0) return false;

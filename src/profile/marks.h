@@ -1,8 +1,10 @@
 #ifndef QKMEM_PROFILE_MARKS_H_
 #define QKMEM_PROFILE_MARKS_H_
 
+#include <cstddef>
 #include <cstdint>
 
+#include "core/records.h"
 #include "profile/site.h"
 #include "profile/state.h"
 
@@ -22,17 +24,22 @@ struct Mark {
  */
 class Marks {
  public:
-  /** The mark of a slot; null if there was no memory for it. */
-  [[nodiscard]] Mark* of(std::int32_t slot) {
-    return static_cast<std::uint32_t>(slot) < capacity_ ? &marks_[slot] : nullptr;
+  [[nodiscard]] bool has(std::int32_t slot) const {
+    return static_cast<std::uint32_t>(slot) < capacity_;
   }
+
+  /** The mark of a slot that has one. */
+  [[nodiscard]] Mark& at(std::int32_t slot) { return marks_[slot]; }
+
+  /** The mark of a slot; null if there was no memory for it. */
+  [[nodiscard]] Mark* of(std::int32_t slot) { return has(slot) ? &at(slot) : nullptr; }
 
   /**
    * The same, and makes room for it. Once there was no memory there is no more room: the slots that
    * have gone without a mark must not seem to have one.
    */
   [[nodiscard]] Mark* provide(std::int32_t slot) {
-    if (static_cast<std::uint32_t>(slot) >= capacity_ && !is_full_) [[unlikely]]
+    if (!has(slot) && !is_full_) [[unlikely]]
       make_room(static_cast<std::uint32_t>(slot) + 1);
     return of(slot);
   }
@@ -46,7 +53,10 @@ class Marks {
   Mark* marks_;
   std::uint32_t capacity_;
   bool is_full_;
+  // As far apart as the arrays, so that an array leads to its marks without a division.
+  [[maybe_unused]] std::byte unused_[sizeof(qk_mem_ptr_array) - 16];
 };
+static_assert(sizeof(Marks) == sizeof(qk_mem_ptr_array));
 
 }  // namespace qk::mem::profile
 

@@ -8,6 +8,7 @@
 #include "profile/site_table.h"
 #include "profile/stacks.h"
 #include "support/mtx_lock.h"
+#include "support/unwinder.h"
 
 namespace qk::mem::profile {
 namespace {
@@ -21,13 +22,9 @@ bool belongs_to_program(SlotPlace place) {
   return qk::mem::belongs_to_program(qk::load(place.array.ptrs[place.index].kind));
 }
 
-Marks& marks_of(const qk_mem_handle& handle, Pool& pool, SlotPlace place) {
-  return pool.marks[&place.array - handle.ptrs];
-}
-
 /** The mark of a record. Without one, memory of the program was booked as not recorded. */
 Mark mark_of(const qk_mem_handle& handle, Pool& pool, SlotPlace place) {
-  const Mark* const mark = marks_of(handle, pool, place).of(place.index);
+  const Mark* const mark = marks_of(handle, pool, place.array).of(place.index);
   if (mark != nullptr) return *mark;
   return {belongs_to_program(place) ? kNotRecordedSite : kNoSite, 0};
 }
@@ -42,17 +39,6 @@ template <class Book>
   if (mark.site_number() != kNoSite && !is_frozen()) book(pool, mark, bytes_in(place));
 }
 
-/** Calls `visit` with all sites of a pool. */
-template <class Visit>
-void for_each_site(Pool& pool, Visit visit) {
-  visit(pool.from_before);
-  visit(pool.not_recorded);
-  for (std::uint32_t number = qk::acquire(pool.first_site); number != kNoSite;
-       number = sites.at(number).next_of_pool) {
-    visit(sites.at(number));
-  }
-}
-
 /** What is live counts as made at this event. */
 void reset(Site& site, std::uint64_t now) {
   const std::uint64_t blocks = qk::load(site.live_blocks);
@@ -63,47 +49,63 @@ void reset(Site& site, std::uint64_t now) {
   qk::store(site.lives, 0 - blocks * now);
 }
 
-[[gnu::noinline]] std::uint32_t find_or_add_site(Pool& pool, const SiteKey& key) {
-  const std::uint32_t present = sites.find(key);
-  if (present != kNoSite) return present;
+[[gnu::noinline]] Site* add_site(Pool& pool, const SiteKey& key) {
   const qk::MtxLock lock(growth_lock);
-  return sites.find_or_add(key, pool.first_site);
+  Site* const site = sites.find_or_add(key, pool.first_site);
+  return site != nullptr ? site : &pool.not_recorded;
+}
+
+Site* find_or_add_site(Pool& pool, const SiteKey& key) {
+  Site* const site = sites.find(key);
+  if (site == nullptr) return add_site(pool, key);
+  qk::publish(pool.recent_site, site);
+  return site;
+}
+
+/**
+ * The number of the calling thread's stack. Inline: each call between the program's and this costs
+ * the walk a frame.
+ */
+[[gnu::always_inline]] inline std::uint32_t stack_of_caller(const void* entry) {
+  const int most = frames_to_capture(entry);
+  if (most == 0) return 0;
+  std::uintptr_t frames[qk::kMostFrames];
+  return number_of_stack({frames, qk::capture_stack(frames, most, entry)});
 }
 
 }  // namespace
 
-std::uint32_t site_of(const qk_mem_handle& handle, const char* file, int line) {
-  if (!is_on()) {
-    look_at_clock();
-    return kNoSite;
+Site* site_of(const qk_mem_handle& handle, const char* file, int line, const void* entry) {
+  std::uint32_t stack = 0;
+  if (needs_attention()) [[unlikely]] {
+    if (!is_on()) {
+      look_at_clock();
+      return nullptr;
+    }
+    if (needs_attention_for(attention::kClockIsDue)) read_due_clock();
+    if (needs_attention_for(attention::kWorkIsDue)) do_due_work();
+    stack = stack_of_caller(entry);
   }
-  if (qk::load(is_due) != 0) [[unlikely]]
-    do_due_work();
-  const std::uint32_t pool_number = qk::acquire(handle.profile_pool);
-  Pool& pool = pools.at(pool_number);
-  const SiteKey key = {file, static_cast<std::uint32_t>(line), pool_number, stack_of_caller(),
+  Pool& pool = pool_of(handle);
+  const SiteKey key = {file, static_cast<std::uint32_t>(line), pool.number, stack,
                        label_of_thread()};
-  const std::uint32_t recent = qk::acquire(pool.recent_site);
-  if (recent != kNoSite && sites.at(recent).key == key) [[likely]]
-    return recent;
-  const std::uint32_t site = find_or_add_site(pool, key);
-  if (site != kNotRecordedSite) qk::publish(pool.recent_site, site);
-  return site;
+  Site* const recent = qk::acquire(pool.recent_site);
+  return recent->key == key ? recent : find_or_add_site(pool, key);
 }
 
-void note_made(qk_mem_handle& handle, SlotPlace place, std::uint32_t site) {
+void note_made(qk_mem_handle& handle, SlotPlace place, Site* site) {
   assert_held(handle);
   Pool& pool = pool_of(handle);
-  Mark* const mark = marks_of(handle, pool, place).provide(place.index);
+  Mark* const mark = marks_of(handle, pool, place.array).provide(place.index);
   // Without a mark, the release will be taken for that of memory that was not recorded.
-  if (mark == nullptr) site = belongs_to_program(place) ? kNotRecordedSite : kNoSite;
-  if (site == kNoSite || is_frozen()) {
+  if (mark == nullptr) site = belongs_to_program(place) ? &pool.not_recorded : nullptr;
+  if (site == nullptr || is_frozen()) {
     if (mark != nullptr) *mark = {};
     return;
   }
   const Booking booking = Booking::of_next_event(pool);
-  if (mark != nullptr) *mark = booking.mark_for(site);
-  booking.made(site_in(pool, site), bytes_in(place));
+  if (mark != nullptr) *mark = booking.mark_for(*site);
+  booking.made(*site, bytes_in(place));
 }
 
 void note_gone(qk_mem_handle& handle, SlotPlace place) {
@@ -126,19 +128,19 @@ void note_back(qk_mem_handle& handle, SlotPlace place) {
 
 void note_from_before(qk_mem_handle& handle, SlotPlace place) {
   assert_held(handle);
-  const Mark* const mark = marks_of(handle, pool_of(handle), place).provide(place.index);
+  Pool& pool = pool_of(handle);
+  const Mark* const mark = marks_of(handle, pool, place.array).provide(place.index);
   if (mark != nullptr && mark->site_number() != kNoSite) return;
-  note_made(handle, place, belongs_to_program(place) ? kFromBeforeSite : kNoSite);
+  note_made(handle, place, belongs_to_program(place) ? &pool.from_before : nullptr);
 }
 
-void note_unrecorded(qk_mem_handle& handle, const void* address, std::uint64_t bytes,
-                     std::uint32_t site) {
+void note_unrecorded(qk_mem_handle& handle, const void* address, std::uint64_t bytes, Site* site) {
   assert_held(handle);
-  if (site == kNoSite || is_frozen()) return;
+  if (site == nullptr || is_frozen()) return;
   Pool& pool = pool_of(handle);
   const Booking booking = Booking::of_next_event(pool);
-  if (pool.unrecorded.add({address, bytes, booking.mark_for(site)})) {
-    booking.made(site_in(pool, site), bytes);
+  if (pool.unrecorded.add({address, bytes, booking.mark_for(*site)})) {
+    booking.made(*site, bytes);
   } else {
     // Its release could not be told from that of other memory.
     booking.made_and_lost(pool.not_recorded, bytes);
@@ -170,17 +172,16 @@ void note_unrecorded_back(qk_mem_handle& handle, const Unrecorded& memory) {
   Booking::of_coming_event(pool).back(memory.mark, memory.bytes);
 }
 
-void note_piece(qk_mem_handle& handle, std::uint64_t bytes, std::uint32_t site) {
+void note_piece(qk_mem_handle& handle, std::uint64_t bytes, Site* site) {
   assert_held(handle);
-  if (site == kNoSite || is_frozen()) return;
-  Pool& pool = pool_of(handle);
-  Booking::of_next_event(pool).made(site_in(pool, site), bytes);
+  if (site == nullptr || is_frozen()) return;
+  Booking::of_next_event(pool_of(handle)).made(*site, bytes);
 }
 
 void note_all_gone(qk_mem_handle& handle) {
   assert_held(handle);
   Pool& pool = pool_of(handle);
-  if (is_frozen() || qk::load(pool.live_blocks) == 0) return;
+  if (is_frozen() || sums_of(pool).live_blocks == 0) return;
   const Booking booking = Booking::of_next_event(pool);
   for_each_site(pool, [&booking](Site& site) { booking.all_gone(site); });
 }
@@ -188,8 +189,6 @@ void note_all_gone(qk_mem_handle& handle) {
 void note_reset(qk_mem_handle& handle) {
   assert_held(handle);
   Pool& pool = pool_of(handle);
-  qk::store(pool.made_bytes, qk::load(pool.level.live));
-  qk::store(pool.made_blocks, qk::load(pool.live_blocks));
   reset_level(pool.level);
   const std::uint64_t now = events_so_far();
   for_each_site(pool, [now](Site& site) { reset(site, now); });

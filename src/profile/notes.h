@@ -29,12 +29,14 @@ struct SlotPlace {
  * taken, since an unwinder can wait for the dynamic linker.
  *
  * @param file  the name alone.
- * @return kNoSite if new allocations are not booked.
+ * @param entry  where the program has called the library, if that is known: a return address.
+ * @return null if new allocations are not booked.
  */
-[[nodiscard]] std::uint32_t site_of(const qk_mem_handle& handle, const char* file, int line);
+[[nodiscard]] Site* site_of(const qk_mem_handle& handle, const char* file, int line,
+                            const void* entry = nullptr);
 
-/** A record was written into a slot. Its site can be kNoSite. */
-void note_made(qk_mem_handle& handle, SlotPlace place, std::uint32_t site);
+/** A record was written into a slot. Its site can be null: it has none. */
+void note_made(qk_mem_handle& handle, SlotPlace place, Site* site);
 
 /** The record in a slot will be released next. */
 void note_gone(qk_mem_handle& handle, SlotPlace place);
@@ -49,11 +51,10 @@ void note_back(qk_mem_handle& handle, SlotPlace place);
 void note_from_before(qk_mem_handle& handle, SlotPlace place);
 
 /** Memory was allocated that the core does not record. */
-void note_unrecorded(qk_mem_handle& handle, const void* address, std::uint64_t bytes,
-                     std::uint32_t site);
+void note_unrecorded(qk_mem_handle& handle, const void* address, std::uint64_t bytes, Site* site);
 
 /** The same for a piece of a block, which stays until the handle is cleared. */
-void note_piece(qk_mem_handle& handle, std::uint64_t bytes, std::uint32_t site);
+void note_piece(qk_mem_handle& handle, std::uint64_t bytes, Site* site);
 
 /** Memory without a record will be released. */
 void note_unrecorded_gone(qk_mem_handle& handle, const void* address);

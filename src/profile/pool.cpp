@@ -3,7 +3,6 @@
 #include <cstring>
 
 #include "core/registry.h"
-#include "profile/site_table.h"
 #include "support/mtx_lock.h"
 
 namespace qk::mem::profile {
@@ -14,7 +13,6 @@ constinit qk::NumberedStore<TagLevel> tag_levels;
 constinit Level whole = {};
 constinit std::uint64_t peak_epoch = 0;
 constinit std::uint32_t handles_left_out = 0;
-constinit std::uint8_t was_passed_on_in_steps = 0;
 
 namespace {
 
@@ -58,9 +56,14 @@ Pool* add_pool(PoolsOfNumber& of_number, std::int32_t hid, std::uint32_t tag)
   pool.number = number;
   pool.hid = hid;
   pool.tag = tag;
+  pool.tag_level = &tag_levels.at(tag).level;
   pool.same_number = of_number.newest;
   pool.from_before.key.pool = number;
+  pool.from_before.number = kFromBeforeSite;
+  pool.from_before.key.label = kNoLabel;
   pool.not_recorded.key.pool = number;
+  pool.not_recorded.number = kNotRecordedSite;
+  pool.recent_site = &pool.from_before;
   of_number.newest = number;
   pools.publish_added();
   return &pool;
@@ -85,7 +88,7 @@ void watch_handle(qk_mem_handle& handle) {
   }
   qk::store(pool->is_autofree, handle.autofree != 0 ? 1 : 0);
   qk::store(pool->is_alive, 1);
-  qk::publish(handle.profile_pool, pool->number);
+  qk::publish(handle.profile_pool, pool);
 }
 
 std::uint64_t live_bytes_of_tag(std::uint32_t tag) {
@@ -119,14 +122,19 @@ void reset_levels() {
 }
 
 std::uint64_t peak_tolerance() {
-  return qk::load(was_passed_on_in_steps) == 0 ? 0
-                                               : std::uint64_t{pools.count()} * kPassedOnInSteps;
+  return qk::load(event_counter.has_seen_threads) != 0
+             ? std::uint64_t{pools.count()} * kPassedOnInSteps
+             : 0;
 }
 
-Site& site_in(Pool& pool, std::uint32_t number) {
-  if (number == kFromBeforeSite) return pool.from_before;
-  if (number == kNotRecordedSite) return pool.not_recorded;
-  return sites.at(number);
+PoolSums sums_of(const Pool& pool) {
+  PoolSums sums = {};
+  for_each_site(pool, [&sums](const Site& site) {
+    sums.live_blocks += qk::load(site.live_blocks);
+    sums.made_bytes += qk::load(site.made_bytes);
+    sums.made_blocks += qk::load(site.made_blocks);
+  });
+  return sums;
 }
 
 }  // namespace qk::mem::profile

@@ -9,6 +9,7 @@
 #include "profile/levels.h"
 #include "profile/marks.h"
 #include "profile/site.h"
+#include "profile/site_table.h"
 #include "profile/state.h"
 #include "support/numbered_store.h"
 
@@ -26,24 +27,30 @@ struct TagLevel {
 
 /** Its figures change under the lock of its handle, and are read without it. */
 struct Pool {
+  // What each event needs comes first, in few lines of the processor's cache.
+  Site* recent_site;  // that was looked for most recently; `from_before` at first
+  Level level;
+  Level* tag_level;
+  std::int64_t not_passed_on;  // bytes that tag and whole don't have yet
+  EventRange numbers;
   std::uint32_t number;
   std::int32_t hid;
+  Marks marks[kArraysPerHandle];
   std::uint32_t tag;          // number of a TagLevel
   std::uint32_t same_number;  // another pool of the handle's number; 0 for none
   std::uint32_t first_site;   // the others follow by Site::next_of_pool
-  std::uint32_t recent_site;  // that was looked for most recently
   std::uint8_t is_autofree;
   std::uint8_t is_alive;
-  Level level;
+  AddressTable unrecorded;
+  Site from_before;   // memory that was live when the profile was switched on
+  Site not_recorded;  // memory that did not fit into the profile's own
+};
+
+/** What all sites of a pool have together, beside its level. */
+struct PoolSums {
   std::uint64_t live_blocks;
   std::uint64_t made_bytes;
   std::uint64_t made_blocks;
-  std::int64_t not_passed_on;  // bytes that tag and whole don't have yet
-  EventRange numbers;
-  Site from_before;   // memory that was live when the profile was switched on
-  Site not_recorded;  // memory that did not fit into the profile's own
-  AddressTable unrecorded;
-  Marks marks[kArraysPerHandle];
 };
 
 /** The pools of a handle's number. */
@@ -64,9 +71,9 @@ extern std::uint64_t peak_epoch;
 
 /** What a handle can hold back of its bytes while there are several threads. */
 inline constexpr std::int64_t kPassedOnInSteps = 4096;
-
-/** Whether bytes were ever passed on in steps, so that peaks are not exact. */
-extern std::uint8_t was_passed_on_in_steps;
+[[nodiscard]] constexpr bool is_held_back(std::int64_t bytes) {
+  return bytes > -kPassedOnInSteps && bytes < kPassedOnInSteps;
+}
 
 /** The whole with what handles have not passed on, and the highest level as far as it is known. */
 [[nodiscard]] Level whole_now();
@@ -91,15 +98,40 @@ void watch_handle(qk_mem_handle& handle);
 
 /** Whether the profile watches a handle. */
 [[nodiscard]] inline bool is_watched(const qk_mem_handle& handle) {
-  return qk::acquire(handle.profile_pool) != 0;
+  return qk::acquire(handle.profile_pool) != nullptr;
 }
 
 [[nodiscard]] inline Pool& pool_of(const qk_mem_handle& handle) {
-  return pools.at(qk::acquire(handle.profile_pool));
+  return *qk::acquire(handle.profile_pool);
+}
+
+/** The marks of one of a watched handle's arrays. */
+[[nodiscard]] inline Marks& marks_of(const qk_mem_handle& handle, Pool& pool,
+                                     const qk_mem_ptr_array& array) {
+  const auto* const first = reinterpret_cast<const char*>(handle.ptrs);
+  return reinterpret_cast<Marks&>(
+      reinterpret_cast<char*>(pool.marks)[reinterpret_cast<const char*>(&array) - first]);
 }
 
 /** The site of a pool by its number, which is not kNoSite. */
-[[nodiscard]] Site& site_in(Pool& pool, std::uint32_t number);
+[[nodiscard]] inline Site& site_in(Pool& pool, std::uint32_t number) {
+  if (number <= kMaxSites) [[likely]]
+    return sites.at(number);
+  return number == kFromBeforeSite ? pool.from_before : pool.not_recorded;
+}
+
+/** Calls `visit` with all sites of a pool. */
+template <class PoolOrConst, class Visit>
+void for_each_site(PoolOrConst& pool, Visit visit) {
+  visit(pool.from_before);
+  visit(pool.not_recorded);
+  for (std::uint32_t number = qk::acquire(pool.first_site); number != kNoSite;
+       number = sites.at(number).next_of_pool) {
+    visit(sites.at(number));
+  }
+}
+
+[[nodiscard]] PoolSums sums_of(const Pool& pool);
 
 /** Bytes that a site held when the whole was largest. */
 [[nodiscard]] inline std::uint64_t bytes_at_peak(const Site& site) {

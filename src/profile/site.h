@@ -20,12 +20,16 @@ struct SiteKey {
   [[nodiscard]] bool operator==(const SiteKey&) const = default;
 };
 
+/** The label of a site that no call is to find. */
+inline constexpr std::uint32_t kNoLabel = UINT32_MAX;
+
 /**
  * The figures change under the lock of the handle, and are read without it. Both cache lines
  * change with each allocation; a free needs the second one too.
  */
 struct alignas(64) Site {
   SiteKey key;
+  std::uint32_t number;
   std::uint32_t next_of_pool;  // another site of the same pool; 0 for none
   std::uint64_t live_bytes;
   std::uint64_t live_blocks;
@@ -34,9 +38,9 @@ struct alignas(64) Site {
   std::uint64_t highest_bytes;
   std::uint64_t made_bytes;
   std::uint64_t made_blocks;
-  std::uint64_t largest_block;
-  std::uint64_t freed_soon;  // blocks that lived for kSoon events at most
-  std::uint64_t lives;       // the events at which blocks were freed, less those of all allocations
+  std::uint64_t above_largest;  // one more than the largest block; 0 before the first one
+  std::uint64_t freed_soon;     // blocks that lived for kSoon events at most
+  std::uint64_t lives;  // the events at which blocks were freed, less those of all allocations
   std::uint64_t first_event;  // an allocation's
   std::uint64_t last_event;
 };

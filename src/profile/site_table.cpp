@@ -18,24 +18,26 @@ std::uint32_t hash_of(const SiteKey& key) {
 
 }  // namespace
 
-std::uint32_t SiteTable::find(const SiteKey& key) const {
-  return index_.find(hash_of(key),
-                     [&](std::uint32_t number) { return sites_.at(number).key == key; });
+Site* SiteTable::find(const SiteKey& key) const {
+  const std::uint32_t number = index_.find(
+      hash_of(key), [&](std::uint32_t candidate) { return sites_.at(candidate).key == key; });
+  return number == kNoSite ? nullptr : &sites_.at(number);
 }
 
-std::uint32_t SiteTable::find_or_add(const SiteKey& key, std::uint32_t& first_of_pool) {
+Site* SiteTable::find_or_add(const SiteKey& key, std::uint32_t& first_of_pool) {
   assert_growth_held();
-  const std::uint32_t present = find(key);
-  if (present != kNoSite) return present;
-  if (sites_.count() == kMaxSites || !index_.reserve(arena)) return kNotRecordedSite;
+  if (Site* const present = find(key); present != nullptr) return present;
+  if (sites_.count() == kMaxSites || !index_.reserve(arena)) return nullptr;
   const std::uint32_t number = sites_.add(arena);
-  if (number == 0) return kNotRecordedSite;
-  sites_.at(number).key = key;
-  sites_.at(number).next_of_pool = first_of_pool;
+  if (number == 0) return nullptr;
+  Site& site = sites_.at(number);
+  site.key = key;
+  site.number = number;
+  site.next_of_pool = first_of_pool;
   sites_.publish_added();
   qk::publish(first_of_pool, number);
   index_.add(hash_of(key), number);
-  return number;
+  return &site;
 }
 
 }  // namespace qk::mem::profile

@@ -15,16 +15,16 @@ class SiteTable {
  public:
   constexpr SiteTable() noexcept = default;
 
-  /** The number of a key's site; kNoSite if there is none yet. */
-  [[nodiscard]] std::uint32_t find(const SiteKey& key) const;
+  /** The site of a key; null if there is none yet. */
+  [[nodiscard]] Site* find(const SiteKey& key) const;
 
   /**
-   * Adds the site of a key, unless another thread has done so meanwhile. Returns its number, or
-   * kNotRecordedSite if there is no memory.
+   * Adds the site of a key, unless another thread has done so meanwhile. Returns null if there is
+   * no memory.
    *
    * @param first_of_pool  the first one in the list of sites that the new one becomes part of.
    */
-  [[nodiscard]] std::uint32_t find_or_add(const SiteKey& key, std::uint32_t& first_of_pool)
+  [[nodiscard]] Site* find_or_add(const SiteKey& key, std::uint32_t& first_of_pool)
       QK_REQUIRES(growth_lock);
 
   [[nodiscard]] Site& at(std::uint32_t number) const { return sites_.at(number); }

@@ -54,17 +54,22 @@ void prepare_stack_capture() {
 }
 
 void set_stack_depth(std::uint32_t depth) {
-  qk::store(stack_depth, depth == 0 ? 0 : depth + own_frames);
+  qk::store(stack_depth, depth);
+  if (depth == 0) {
+    qk::clear_bits(reasons_for_attention, attention::kStacks);
+  } else {
+    qk::set_bits(reasons_for_attention, attention::kStacks);
+  }
 }
 
-std::uint32_t stack_of_caller() {
+int frames_to_capture(const void* entry) {
   const std::uint32_t depth = qk::load(stack_depth);
-  if (depth == 0) [[likely]]
-    return 0;
-  std::uintptr_t frames[qk::kMostFrames];
-  const Stack stack = {
-      frames,
-      qk::capture_stack(frames, static_cast<int>(std::min<std::uint32_t>(depth, qk::kMostFrames)))};
+  if (depth == 0) return 0;
+  const std::uint32_t own = entry == nullptr ? own_frames : 0;
+  return static_cast<int>(std::min<std::uint32_t>(depth + own, qk::kMostFrames));
+}
+
+std::uint32_t number_of_stack(const Stack& stack) {
   const std::uint32_t number = stacks.find(stack);
   return number != 0 || stack.depth == 0 ? number : add_stack(stack);
 }

@@ -19,10 +19,16 @@ void prepare_stack_capture();
 void set_stack_depth(std::uint32_t depth);
 
 /**
- * The number of the calling thread's stack; 0 without one. To be called before any lock is taken,
- * since an unwinder can wait for the dynamic linker.
+ * How many frames a call is to capture; 0 for none. More than are kept, if the first ones can be of
+ * the library, which an entry tells, as in qk::capture_stack().
  */
-[[nodiscard]] std::uint32_t stack_of_caller();
+[[nodiscard]] int frames_to_capture(const void* entry);
+
+/**
+ * The number of a stack that was captured; 0 if it has no frames or there is no memory. To be called
+ * before any lock is taken, since a stack that is not known yet can wait for the dynamic linker.
+ */
+[[nodiscard]] std::uint32_t number_of_stack(const Stack& stack);
 
 /** The stack of a number. */
 [[nodiscard]] Stack stack_numbered(std::uint32_t number);

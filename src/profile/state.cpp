@@ -8,6 +8,7 @@
 namespace qk::mem::profile {
 
 constinit std::uint8_t state = static_cast<std::uint8_t>(State::kOff);
+constinit std::uint8_t reasons_for_attention = attention::kNotOn;
 constinit qk::Mtx growth_lock;
 constinit qk::PageArena arena;
 
@@ -16,7 +17,14 @@ namespace {
 constinit std::uint8_t has_figures = 0;
 constinit pid_t process = 0;
 
-void set_state(State now) { qk::store(state, static_cast<std::uint8_t>(now)); }
+void set_state(State now) {
+  qk::store(state, static_cast<std::uint8_t>(now));
+  if (now == State::kOn) {
+    qk::clear_bits(reasons_for_attention, attention::kNotOn);
+  } else {
+    qk::set_bits(reasons_for_attention, attention::kNotOn);
+  }
+}
 
 }  // namespace
 

@@ -29,12 +29,31 @@ extern qk::PageArena arena QK_GUARDED_BY(growth_lock);
 /** To be called first in functions that rely on the growth lock. */
 inline void assert_growth_held() QK_ASSERTS_HELD(growth_lock) { growth_lock.assert_held(); }
 
+/** Reasons for an allocation not to go the shortest way, each a bit. */
+namespace attention {
+inline constexpr std::uint8_t kNotOn = 1;       // the profile
+inline constexpr std::uint8_t kWorkIsDue = 2;   // see profile/due.h
+inline constexpr std::uint8_t kClockIsDue = 4;  // see profile/events.h
+inline constexpr std::uint8_t kStacks = 8;      // are kept
+inline constexpr std::uint8_t kLabels = 16;     // a thread has pushed one
+}  // namespace attention
+
+/** All reasons that there are: an allocation asks one question in place of many. */
+extern std::uint8_t reasons_for_attention;
+
+[[nodiscard]] inline bool needs_attention() { return !qk::is_equal(reasons_for_attention, 0); }
+[[nodiscard]] inline bool needs_attention_for(std::uint8_t reason) {
+  return (qk::load(reasons_for_attention) & reason) != 0;
+}
+
 [[nodiscard]] inline State state_now() { return static_cast<State>(qk::load(state)); }
 
 /** Whether new allocations are booked. */
 [[nodiscard]] inline bool is_on() { return state_now() == State::kOn; }
 
-[[nodiscard]] inline bool is_frozen() { return state_now() == State::kFrozen; }
+[[nodiscard]] inline bool is_frozen() {
+  return qk::is_equal(state, static_cast<std::uint8_t>(State::kFrozen));
+}
 
 /** Books what is allocated from now on. */
 void start();

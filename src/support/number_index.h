@@ -23,11 +23,12 @@ class NumberIndex {
   /** Returns the number with this hash for which `is_it` holds; 0 if there is none. */
   template <class IsIt>
   [[nodiscard]] std::uint32_t find(std::uint32_t hash, IsIt is_it) const noexcept {
-    const int tables = qk::acquire(count_);
-    if (tables == 0) return 0;
-    const std::uint64_t* const words = tables_[tables - 1];
-    const std::uint64_t mask = words_of(tables - 1) - 1;
-    // It ends: a quarter of the words is free.
+    // In this order. With the mask of an earlier table the search can fail, but stays inside.
+    const std::uint64_t mask = qk::acquire(mask_);
+    const std::uint64_t* const words = qk::acquire(words_);
+    if (words == nullptr) [[unlikely]]
+      return 0;
+    // It ends: half of the words are free.
     for (std::uint64_t i = hash & mask;; i = (i + 1) & mask) {
       const std::uint64_t word = qk::acquire(words[i]);
       if (word == 0) return 0;
@@ -37,19 +38,18 @@ class NumberIndex {
 
   /** Makes room for one more number. Returns false if there is no memory. */
   [[nodiscard]] bool reserve(PageArena& arena) noexcept {
-    return (count_ != 0 && 4 * (used_ + 1) <= 3 * words_of(count_ - 1)) || grow(arena);
+    return (words_ != nullptr && 2 * (used_ + 1) <= mask_ + 1) || grow(arena);
   }
 
   /** Adds a number that is not 0, after reserve(). Readers see all that was written before. */
   void add(std::uint32_t hash, std::uint32_t number) noexcept {
-    put(count_ - 1, std::uint64_t{hash} << 32 | number);
+    put(words_, mask_, std::uint64_t{hash} << 32 | number);
     ++used_;
   }
 
  private:
-  /** Each table has twice the words of the one before. Only the last one is searched. */
-  static constexpr int kTables = 25;
-  static constexpr std::uint64_t words_of(int table) { return std::uint64_t{256} << table; }
+  static constexpr std::uint64_t kFirstWords = 256;
+  static constexpr std::uint64_t kMostWords = std::uint64_t{1} << 32;  // a hash reaches no more
 
   // A word has a hash and a number; it is 0 if it is free.
   static constexpr std::uint32_t number_in(std::uint64_t word) {
@@ -59,28 +59,28 @@ class NumberIndex {
     return static_cast<std::uint32_t>(word >> 32);
   }
 
-  void put(int table, std::uint64_t word) noexcept {
-    std::uint64_t* const words = tables_[table];
-    const std::uint64_t mask = words_of(table) - 1;
+  static void put(std::uint64_t* words, std::uint64_t mask, std::uint64_t word) noexcept {
     std::uint64_t i = hash_in(word) & mask;
     while (qk::load(words[i]) != 0) i = (i + 1) & mask;
     qk::publish(words[i], word);
   }
 
   [[nodiscard]] bool grow(PageArena& arena) noexcept {
-    if (count_ == kTables) return false;
-    void* const words = arena.take(words_of(count_) * sizeof(std::uint64_t));
+    const std::uint64_t before = words_ == nullptr ? 0 : mask_ + 1;
+    if (before == kMostWords) return false;
+    const std::uint64_t count = before == 0 ? kFirstWords : 2 * before;
+    auto* const words = static_cast<std::uint64_t*>(arena.take(count * sizeof(std::uint64_t)));
     if (words == nullptr) return false;
-    tables_[count_] = static_cast<std::uint64_t*>(words);
-    for (std::uint64_t i = 0; count_ != 0 && i < words_of(count_ - 1); ++i) {
-      if (const std::uint64_t word = qk::load(tables_[count_ - 1][i]); word != 0) put(count_, word);
+    for (std::uint64_t i = 0; i < before; ++i) {
+      if (const std::uint64_t word = qk::load(words_[i]); word != 0) put(words, count - 1, word);
     }
-    qk::publish(count_, count_ + 1);
+    qk::publish(words_, words);
+    qk::publish(mask_, count - 1);
     return true;
   }
 
-  std::uint64_t* tables_[kTables] = {};
-  int count_ = 0;
+  std::uint64_t* words_ = nullptr;
+  std::uint64_t mask_ = 0;
   std::uint64_t used_ = 0;
 };
 

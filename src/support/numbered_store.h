@@ -1,7 +1,6 @@
 #ifndef SUPPORT_NUMBERED_STORE_H_
 #define SUPPORT_NUMBERED_STORE_H_
 
-#include <bit>
 #include <cstdint>
 #include <type_traits>
 
@@ -50,18 +49,19 @@ class NumberedStore {
   }
 
  private:
-  static constexpr int kFirstBits = 5;
-  static constexpr int kChunks = 20;
+  static constexpr std::uint32_t kFirstBits = 5;
+  static constexpr std::uint32_t kChunks = 20;
 
   struct Place {
-    int chunk;
+    std::uint32_t chunk;
     std::uint32_t index;
   };
 
-  static constexpr Place place_of(std::uint32_t number) noexcept {
+  [[gnu::always_inline]] static constexpr Place place_of(std::uint32_t number) noexcept {
     const std::uint32_t position = number - 1 + (1U << kFirstBits);
-    const auto chunk = static_cast<int>(std::bit_width(position) - 1 - kFirstBits);
-    return {chunk, position - (1U << (chunk + kFirstBits))};
+    // Not std::bit_width(), which has to think of 0.
+    const std::uint32_t highest_bit = 31U ^ static_cast<std::uint32_t>(__builtin_clz(position));
+    return {highest_bit - kFirstBits, position & ~(1U << highest_bit)};
   }
 
   T* chunks_[kChunks] = {};

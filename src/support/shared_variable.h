@@ -82,6 +82,16 @@ inline void set_bits(T& variable, std::type_identity_t<T> bits) noexcept {
   }
 }
 
+template <class T>
+inline void clear_bits(T& variable, std::type_identity_t<T> bits) noexcept {
+  const auto kept = static_cast<T>(~bits);
+  if (is_single_threaded()) [[likely]] {
+    store(variable, static_cast<T>(load(variable) & kept));
+  } else {
+    atomic(variable).fetch_and(kept, std::memory_order_relaxed);
+  }
+}
+
 /** Sets a flag to 1, and returns whether it was set. publish() of 0 lets the next thread in. */
 [[nodiscard]] inline bool set_flag(std::uint8_t& flag) noexcept {
   return atomic(flag).exchange(1, std::memory_order_acquire) != 0;
@@ -116,6 +126,32 @@ template <class T>
   }
 #endif
   store(variable, static_cast<T>(load(variable) + by));
+}
+
+/** Whether a variable is below a value: as load() and a comparison. */
+[[nodiscard, gnu::always_inline]] inline bool is_below(const std::uint64_t& variable,
+                                                       std::uint64_t value) noexcept {
+#ifdef __x86_64__
+  if constexpr (kAddsInMemory) {
+    bool below;
+    asm("cmpq %2, %1" : "=@ccb"(below) : "m"(variable), "er"(value));
+    return below;
+  }
+#endif
+  return load(variable) < value;
+}
+
+/** Whether a variable has a value, likewise. */
+[[nodiscard, gnu::always_inline]] inline bool is_equal(const std::uint8_t& variable,
+                                                       std::uint8_t value) noexcept {
+#ifdef __x86_64__
+  if constexpr (kAddsInMemory) {
+    bool equal;
+    asm("cmpb %2, %1" : "=@ccz"(equal) : "m"(variable), "iq"(value));
+    return equal;
+  }
+#endif
+  return load(variable) == value;
 }
 
 /** Adds as add() does, where nobody needs the new value. */

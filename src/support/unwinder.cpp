@@ -52,11 +52,14 @@ AddressRange find_own_code() {
 /** Frames that are walked on top of those asked for: this file's and the library's. */
 constexpr int kOwnFrames = 8;
 
-/** The first frames are of the unwinder and of this file, which `caller` called. */
-int skip_to_caller(void* const* addresses, int count, const void* caller) {
+/** As many as there are up to the entry on the library's short ways, if the compiler optimises. */
+constexpr int kFramesToEntry = 3;
+
+/** Finds where a stack begins: -1 if the address is not among the first ones. */
+int find_among_first(void* const* addresses, int count, const void* address) {
   void* const* const end = addresses + std::min(count, kOwnFrames);
-  void* const* const found = std::find(addresses, end, caller);
-  return found == end ? 0 : static_cast<int>(found - addresses);
+  void* const* const found = std::find(addresses, end, address);
+  return found == end ? -1 : static_cast<int>(found - addresses);
 }
 
 std::uintptr_t number_of(const void* address) { return reinterpret_cast<std::uintptr_t>(address); }
@@ -64,14 +67,39 @@ std::uintptr_t number_of(const void* address) { return reinterpret_cast<std::uin
 /** A return address can be the first one behind the code that has the call. */
 bool is_own(const void* return_address) { return own_code.has(number_of(return_address) - 1); }
 
-int walk_from(const void* caller, const Unwinder& unwinder, std::uintptr_t* frames, int most) {
-  void* addresses[kMostFrames + kOwnFrames];
-  int count = unwinder.walk(addresses, most + kOwnFrames);
-  while (count > 0 && addresses[count - 1] == nullptr) --count;  // the end of the stack
-  int first = skip_to_caller(addresses, count, caller);
-  while (first < count && is_own(addresses[first])) ++first;
-  const int kept = std::clamp(count - first, 0, most);
-  std::transform(addresses + first, addresses + first + kept, frames, number_of);
+/** Addresses of a stack, the first ones in this file. */
+struct Addresses {
+  void* all[kMostFrames + kOwnFrames];
+  int count;
+};
+
+[[gnu::always_inline]] inline void walk(const Unwinder& unwinder, int most, Addresses& addresses) {
+  addresses.count = unwinder.walk(addresses.all, most);
+  // The end of the stack.
+  while (addresses.count > 0 && addresses.all[addresses.count - 1] == nullptr) --addresses.count;
+}
+
+/** Walks as far as it takes to have `most` frames from the entry or the caller on. */
+[[gnu::always_inline]] inline int walk_to(const void* entry, const void* caller,
+                                          const Unwinder& unwinder, int most,
+                                          Addresses& addresses) {
+  if (entry != nullptr) {
+    walk(unwinder, most + kFramesToEntry, addresses);
+    const int first = find_among_first(addresses.all, addresses.count, entry);
+    if (first >= 0) return first;
+  }
+  walk(unwinder, most + kOwnFrames, addresses);
+  return std::max(0, find_among_first(addresses.all, addresses.count, caller));
+}
+
+[[gnu::always_inline]] inline int walk_from(const void* entry, const void* caller,
+                                            const Unwinder& unwinder, std::uintptr_t* frames,
+                                            int most) {
+  Addresses addresses;
+  int first = walk_to(entry, caller, unwinder, most, addresses);
+  while (first < addresses.count && is_own(addresses.all[first])) ++first;
+  const int kept = std::clamp(addresses.count - first, 0, most);
+  std::transform(addresses.all + first, addresses.all + first + kept, frames, number_of);
   return kept;
 }
 
@@ -104,13 +132,13 @@ const char* unwinder_name() noexcept {
   return unwinder == nullptr ? "none" : unwinder->name;
 }
 
-[[gnu::noinline]] int capture_stack(std::uintptr_t* frames, int most) noexcept {
+[[gnu::noinline]] int capture_stack(std::uintptr_t* frames, int most, const void* entry) noexcept {
   const Unwinder* const unwinder = unwinder_in_use.load(std::memory_order_acquire);
   if (unwinder == nullptr || is_capturing || most <= 0) return 0;
   const KeepErrno keep;
   is_capturing = true;
   const int count =
-      walk_from(__builtin_return_address(0), *unwinder, frames, std::min(most, kMostFrames));
+      walk_from(entry, __builtin_return_address(0), *unwinder, frames, std::min(most, kMostFrames));
   is_capturing = false;
   return count;
 }

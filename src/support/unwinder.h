@@ -51,7 +51,9 @@ inline constexpr int kMostFrames = 64;
  * and kMostFrames. Those in the shared library itself are left out at the beginning. In a program
  * that contains the library they can't be told from others without their names.
  *
- * Returns how many there are: 0 before prepare_stacks(), and 0 if the thread is inside the function
+ * @param entry  a return address in the stack, or null: if it is one of the first, the stack begins
+ *               with it. That saves the walk some frames, and tells the library's from others.
+ * @return how many there are: 0 before prepare_stacks(), and 0 if the thread is inside the function
  * already, because the unwinder has called an allocator that calls it.
  *
  * Takes no lock and allocates nothing, except what an unwinder does in a thread's first call and
@@ -59,7 +61,8 @@ inline constexpr int kMostFrames = 64;
  * linker. So capture before taking a lock that a thread inside the dynamic linker can wait for.
  * Keeps errno. Threads: any.
  */
-[[nodiscard]] int capture_stack(std::uintptr_t* frames, int most) noexcept;
+[[nodiscard]] int capture_stack(std::uintptr_t* frames, int most,
+                                const void* entry = nullptr) noexcept;
 
 }  // namespace qk
 

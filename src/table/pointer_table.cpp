@@ -41,7 +41,7 @@ void begin_array(qk_mem_handle& handle, qk_mem_ptr_array& array) {
 }  // namespace
 
 Insertion insert_pointer(qk_mem_handle& handle, qk_mem_ptr record, EventCount event,
-                         std::uint32_t site) {
+                         profile::Site* site) {
   qk_mem_ptr_array& array = array_of(handle, record.address);
   const HandleLock lock(handle);
   if (is_full(array)) return {InsertResult::kArrayFull};

@@ -6,6 +6,7 @@
 
 #include "core/records.h"
 #include "core/source_location.h"
+#include "profile/site.h"
 #include "table/charges.h"
 #include "table/pointer_array.h"
 
@@ -44,7 +45,7 @@ struct Insertion {
  * where the event is counted. `site` is the record's site in the profile, if it has one.
  */
 [[nodiscard]] Insertion insert_pointer(qk_mem_handle& handle, qk_mem_ptr record, EventCount event,
-                                       std::uint32_t site);
+                                       profile::Site* site);
 
 /** What became of an array that was full. */
 struct ArrayGrowth {

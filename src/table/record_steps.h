@@ -140,11 +140,10 @@ inline constexpr unsigned char kClearedKind = 0;
   count_out(handle, bytes, sum, single_threaded);
 }
 
-/** Does the same to a record of a small array, which is not the array's own. */
+/** Does the same to a record of a small array, which is not the array's own and has so many bytes. */
 [[gnu::always_inline]] inline void remove_from_small(qk_mem_handle& handle, qk_mem_ptr_array& array,
-                                                     std::int32_t index, ChargedTo sum,
-                                                     bool single_threaded) {
-  const std::uint64_t bytes = bytes_in(array.ptrs[index]);
+                                                     std::int32_t index, std::uint64_t bytes,
+                                                     ChargedTo sum, bool single_threaded) {
   free_slot_of_small(array, index);
   count_out(handle, bytes, sum, single_threaded);
 }

@@ -46,7 +46,7 @@ struct Sums {
   [[nodiscard]] std::string text() const { return amount(blocks, bytes); }
 };
 
-Sums sums_of(const profile::Pool& pool) {
+Sums figures_of(const profile::Pool& pool) {
   Sums sums;
   sums.add(pool.from_before);
   sums.add(pool.not_recorded);
@@ -86,15 +86,13 @@ class Errors {
 std::string name_of(const profile::Pool& pool) { return "handle " + std::to_string(pool.hid); }
 
 void check_pool(const profile::Pool& pool, Errors& errors) {
-  const Sums sums = sums_of(pool);
-  errors.expect_equal(name_of(pool) + " and its sites", amount(pool.live_blocks, pool.level.live),
-                      sums.text());
+  errors.expect_equal(name_of(pool) + " and its sites", pool.level.live, figures_of(pool).bytes);
 }
 
 void check_handle(const qk_mem_handle& handle, Errors& errors) {
   if (!profile::is_watched(handle) || handle.track == 0) return;
   const profile::Pool& pool = profile::pool_of(handle);
-  errors.expect_equal(name_of(pool) + " and its records", amount(pool.live_blocks, pool.level.live),
+  errors.expect_equal(name_of(pool) + " and its records", figures_of(pool).text(),
                       recorded_on(handle).text());
 }
 
@@ -121,6 +119,8 @@ std::string held_by(const Row& row) {
 
 const profile::Pool& pool_of(int hid) { return profile::pool_of(handle_of(hid)); }
 
+profile::PoolSums sums_of(int hid) { return profile::sums_of(pool_of(hid)); }
+
 std::string profile_errors() {
   Errors errors;
   std::uint64_t live = 0;
@@ -129,7 +129,7 @@ std::string profile_errors() {
     const profile::Pool& pool = profile::pools.at(number);
     check_pool(pool, errors);
     live += pool.level.live - static_cast<std::uint64_t>(pool.not_passed_on);
-    at_peak += sums_of(pool).at_peak;
+    at_peak += figures_of(pool).at_peak;
   }
   errors.expect_equal("the whole and its handles", profile::whole.live, live);
   // With several threads handles pass their bytes on in steps.

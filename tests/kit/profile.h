@@ -26,6 +26,9 @@ namespace kit {
 /** The pool of a handle. */
 [[nodiscard]] const qk::mem::profile::Pool& pool_of(int hid);
 
+/** What all its sites have together. */
+[[nodiscard]] qk::mem::profile::PoolSums sums_of(int hid);
+
 /**
  * What doesn't fit together in the profile, one line for each, or "". No other thread may be using
  * the library.

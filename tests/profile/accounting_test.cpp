@@ -55,8 +55,8 @@ TEST_F(Sites, AreThoseOfOneHandle) {
   const Pool pools[] = {Pool(), Pool()};
   for (const Pool& pool : pools) qk_mem_malloc(pool, 100);
   EXPECT_EQ("1 for 100, made 1 for 100", held_by(site_above()));
-  EXPECT_EQ(1U, kit::pool_of(pools[0]).live_blocks);
-  EXPECT_EQ(1U, kit::pool_of(pools[1]).live_blocks);
+  EXPECT_EQ(1U, kit::sums_of(pools[0]).live_blocks);
+  EXPECT_EQ(1U, kit::sums_of(pools[1]).live_blocks);
 }
 
 TEST_F(Sites, OfEqualFileNamesAreOneRow) {
@@ -91,7 +91,7 @@ TEST_F(Sites, FollowMemoryThroughLargeArrays) {
   for (void*& block : blocks) block = qk_mem_realloc(pool, block, 48);
   EXPECT_EQ("3000 for 144000, made 3000 for 144000", held_by(site_above()));
   for (int i = 0; i < kBlocks; i += 2) qk_mem_free(pool, blocks[i]);
-  EXPECT_EQ(1500U, kit::pool_of(pool).live_blocks);
+  EXPECT_EQ(1500U, kit::sums_of(pool).live_blocks);
 }
 
 TEST_F(Sites, KeepABlockThatCannotBeResized) {
@@ -109,7 +109,7 @@ TEST_F(Sites, LoseAllWhenTheHandleIsDeleted) {
   for (int i = 0; i < 200; ++i) qk_mem_malloc(hid, 10);
   EXPECT_EQ("200 for 2000, made 200 for 2000", held_by(site_above()));
   qk_mem_del_handle(hid);
-  EXPECT_EQ(0U, pool.live_blocks);
+  EXPECT_EQ(0U, qk::mem::profile::sums_of(pool).live_blocks);
   EXPECT_EQ(0U, pool.level.live);
   EXPECT_EQ(2000U, pool.level.highest);
 }
@@ -122,7 +122,7 @@ TEST_F(Sites, ContinueOnTheNextHandleOfTheNumberAndTag) {
     qk_mem_del_handle(hid);
   }
   const Pool other("", "ZZ");
-  EXPECT_EQ(0U, kit::pool_of(other).made_blocks);
+  EXPECT_EQ(0U, kit::sums_of(other).made_blocks);
 }
 
 TEST_F(Sites, FollowPiecesThatHaveRecords) {
@@ -171,11 +171,11 @@ TEST_F(Sites, FollowManyBlocksWithoutRecords) {
   for (int i = 0; i < kBlocks; ++i) blocks[i] = qk_mem_malloc(QK_MEM_DATA_HANDLE, 16);
   EXPECT_EQ("5000 for 80000, made 5000 for 80000", held_by(site_above()));
   for (int i = 0; i < kBlocks; i += 3) qk_mem_free(QK_MEM_DATA_HANDLE, blocks[i]);
-  EXPECT_EQ(3333U, kit::pool_of(QK_MEM_DATA_HANDLE).live_blocks);
+  EXPECT_EQ(3333U, kit::sums_of(QK_MEM_DATA_HANDLE).live_blocks);
   for (int i = 0; i < kBlocks; ++i) {
     if (i % 3 != 0) qk_mem_free(QK_MEM_DATA_HANDLE, blocks[i]);
   }
-  EXPECT_EQ(0U, kit::pool_of(QK_MEM_DATA_HANDLE).live_blocks);
+  EXPECT_EQ(0U, kit::sums_of(QK_MEM_DATA_HANDLE).live_blocks);
 }
 
 TEST_F(Sites, FollowRegisteredMemory) {
@@ -193,7 +193,7 @@ TEST_F(Sites, IgnoreFreesOfUnknownMemory) {
   qk_mem_free(pool, std::malloc(10));
   qk_mem_deregister(pool, 0, memory);
   qk_mem_free(QK_MEM_DATA_HANDLE, std::malloc(10));
-  EXPECT_EQ(0U, kit::pool_of(pool).made_blocks);
+  EXPECT_EQ(0U, kit::sums_of(pool).made_blocks);
 }
 
 TEST_F(Sites, KnowTheLargestBlockAndTheHighestLevel) {

@@ -83,12 +83,12 @@ TEST(Profile, BooksWhatDoesNotFitAsNotRecorded) {
     blocks[i] = qk_mem_imalloc(pool, 16, 16, "many.c", i);
   }
   EXPECT_NE(0U, row_of(RowKind::kNotRecorded).live_blocks);
-  EXPECT_EQ(20000U, kit::pool_of(pool).live_blocks);
+  EXPECT_EQ(20000U, kit::sums_of(pool).live_blocks);
   EXPECT_EQ(320000U, kit::pool_of(pool).level.live);
   EXPECT_EQ("", kit::profile_errors());
   EXPECT_GE(400U << 10, qk::mem::profile::arena.mapped());
   for (void* block : blocks) qk_mem_free(pool, block);
-  EXPECT_EQ(0U, kit::pool_of(pool).live_blocks);
+  EXPECT_EQ(0U, kit::sums_of(pool).live_blocks);
   EXPECT_EQ("", kit::profile_errors());
 }
 
@@ -105,7 +105,7 @@ TEST(Profile, NeverReleasesMoreThanItHasBooked) {
   ASSERT_EQ(0, qk_mem_profile_config(nullptr));
   take_some();
   for (void* block : blocks) qk_mem_free(pool, block);
-  EXPECT_EQ(0U, kit::pool_of(pool).live_blocks);
+  EXPECT_EQ(0U, kit::sums_of(pool).live_blocks);
   EXPECT_EQ(0U, kit::pool_of(pool).level.live);
   EXPECT_EQ("", kit::profile_errors());
 }

@@ -56,15 +56,16 @@ void put_handles(JsonWriter& json) {
   json.start_line().key("handles").begin_array();
   for (std::uint32_t number = 1; number <= pools.count(); ++number) {
     const Pool& pool = pools.at(number);
+    const PoolSums sums = sums_of(pool);
     json.start_line().begin_object();
     put_number(json, "handle", static_cast<std::uint64_t>(pool.hid));
     put_text(json, "tag", tag_levels.at(pool.tag).name);
     json.key("is_alive").boolean(qk::load(pool.is_alive) != 0);
     json.key("is_autofree").boolean(qk::load(pool.is_autofree) != 0);
     put_number(json, "live_bytes", qk::load(pool.level.live));
-    put_number(json, "live_blocks", qk::load(pool.live_blocks));
-    put_number(json, "made_bytes", qk::load(pool.made_bytes));
-    put_number(json, "made_blocks", qk::load(pool.made_blocks));
+    put_number(json, "live_blocks", sums.live_blocks);
+    put_number(json, "made_bytes", sums.made_bytes);
+    put_number(json, "made_blocks", sums.made_blocks);
     put_level(json, pool.level);
     json.end_object();
   }

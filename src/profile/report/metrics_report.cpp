@@ -45,12 +45,12 @@ void put_metrics_report(qk::PageBuffer& out) {
   });
   writer.begin(MetricFamily::kHandleBlocks);
   for_each_live_pool([&](const Pool& pool) {
-    writer.sample(labels_of(pool), as_value(qk::load(pool.live_blocks)));
+    writer.sample(labels_of(pool), as_value(sums_of(pool).live_blocks));
   });
   std::uint64_t made = 0;
   std::uint64_t untracked = 0;
   for_each_pool([&](const Pool& pool) {
-    made += qk::load(pool.made_blocks);
+    made += sums_of(pool).made_blocks;
     untracked += qk::load(pool.from_before.live_bytes) + qk::load(pool.not_recorded.live_bytes);
   });
   writer.begin(MetricFamily::kAllocations);

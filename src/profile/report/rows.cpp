@@ -22,7 +22,7 @@ Row row_of(const Site& site, RowKind kind, std::uint64_t now) {
   row.highest_bytes = qk::load(site.highest_bytes);
   row.made_bytes = qk::load(site.made_bytes);
   row.made_blocks = qk::load(site.made_blocks);
-  row.largest_block = qk::load(site.largest_block);
+  row.largest_block = qk::load(site.above_largest) - 1;
   row.freed_soon = qk::load(site.freed_soon);
   row.sum_of_lives = qk::load(site.lives) + row.live_blocks * now;
   row.first_event = qk::load(site.first_event);

@@ -1,0 +1,71 @@
+#ifndef QKMEM_PROFILE_QUICK_NOTES_H_
+#define QKMEM_PROFILE_QUICK_NOTES_H_
+
+#include "profile/booking.h"
+#include "profile/notes.h"
+
+/**
+ * The usual cases of profile/notes.h without a call, for the fast path. Whatever is unusual, they
+ * leave to the function that does it in all cases.
+ */
+namespace qk::mem::profile {
+
+/**
+ * As site_of(), in a function that the program's call leads to directly. Most calls come from where
+ * the one before came from.
+ */
+[[nodiscard, gnu::always_inline]] inline Site* quick_site_of(const qk_mem_handle& handle,
+                                                             const char* file, int line) {
+  if (!needs_attention()) [[likely]] {
+    Site* const recent = qk::acquire(pool_of(handle).recent_site);
+    const SiteKey& key = recent->key;
+    if (key.file == file && key.line == static_cast<std::uint32_t>(line) &&
+        (key.stack | key.label) == 0) [[likely]] {
+      return recent;
+    }
+  }
+  return site_of(handle, file, line, __builtin_return_address(0));
+}
+
+/**
+ * As note_made(), with the bytes of the record. False if the case is not usual, and nothing has
+ * changed. `single_threaded` is qk::is_single_threaded(), preferably as a constant.
+ */
+[[nodiscard, gnu::always_inline]] inline bool quick_note_made(qk_mem_handle& handle,
+                                                              SlotPlace place, Site* site,
+                                                              std::uint64_t bytes,
+                                                              bool single_threaded) {
+  Pool& pool = pool_of(handle);
+  Marks& marks = marks_of(handle, pool, place.array);
+  // An allocation has a site only if the profile is on, so that it need not be asked for here.
+  if (site == nullptr || !marks.has(place.index) ||
+      !Booking::is_usual(pool, static_cast<std::int64_t>(bytes), single_threaded)) [[unlikely]] {
+    return false;
+  }
+  // Were it const, GCC would keep it in memory.
+  Booking booking = Booking::of_usual_event(pool, single_threaded);
+  marks.at(place.index) = booking.mark_for(*site);
+  booking.made(*site, bytes);
+  return true;
+}
+
+/** As note_gone(), likewise. */
+[[nodiscard, gnu::always_inline]] inline bool quick_note_gone(qk_mem_handle& handle,
+                                                              SlotPlace place, std::uint64_t bytes,
+                                                              bool single_threaded) {
+  Pool& pool = pool_of(handle);
+  Marks& marks = marks_of(handle, pool, place.array);
+  if (!marks.has(place.index) || is_frozen()) [[unlikely]]
+    return false;
+  const Mark mark = marks.at(place.index);
+  if (mark.site_number() == kNoSite) return true;
+  if (!Booking::is_usual(pool, -static_cast<std::int64_t>(bytes), single_threaded)) [[unlikely]] {
+    return false;
+  }
+  Booking::of_usual_event(pool, single_threaded).gone(mark, bytes);
+  return true;
+}
+
+}  // namespace qk::mem::profile
+
+#endif  // QKMEM_PROFILE_QUICK_NOTES_H_
