@@ -21,6 +21,7 @@ set(library_sources
   support/load_library.cpp
   support/modules.cpp
   support/mtx.cpp
+  support/nearest_name.cpp
   support/number_set.cpp
   support/option_words.cpp
   support/options.cpp
@@ -79,17 +80,21 @@ set(library_sources
   profile/options.cpp
   profile/pool.cpp
   profile/site_table.cpp
+  profile/snapshots.cpp
   profile/stacks.cpp
   profile/state.cpp
 
   profile/report/callers.cpp
   profile/report/destination.cpp
+  profile/report/growth.cpp
+  profile/report/growth_report.cpp
   profile/report/json_report.cpp
   profile/report/metrics_report.cpp
   profile/report/place.cpp
   profile/report/pprof_report.cpp
   profile/report/report.cpp
   profile/report/rows.cpp
+  profile/report/text_parts.cpp
   profile/report/text_report.cpp
 
   table/block_index.cpp
@@ -137,7 +142,9 @@ set(library_sources
   config/module_options.cpp
   config/profile_config.cpp
   config/profile_options.cpp
+  config/profile_request.cpp
   config/profile_schedule.cpp
+  config/profile_words.cpp
   config/refusal.cpp
 
   profile/stack_table.cpp

@@ -16,6 +16,8 @@
 #ifndef QKMEM_PROFILE_H_
 #define QKMEM_PROFILE_H_
 
+#include <stdio.h>
+
 #pragma GCC visibility push(default)
 
 #ifdef __cplusplus
@@ -46,7 +48,9 @@ extern "C" {
  *                 EVERY=seconds    write the report also while the program runs, at the first event
  *                                  after that time. A file is replaced at once
  *                 CONTROL=file     look at this file once a second. Whenever it has changed, its
- *                                  lines are done: on, off, report, reset (count anew)
+ *                                  lines are done: on, off, report, report OPTIONS (see
+ *                                  qk_mem_profile_report()), reset (count anew), snapshot NAME
+ *                                  (see qk_mem_snapshot())
  *                 MAX=bytes        of the profile's own memory, 256M unless given. What does not
  *                                  fit is reported as not recorded
  *                 Numbers of bytes can end with K, M or G. Null and "" switch the profile off: new
@@ -84,6 +88,63 @@ void qk_mem_push_site(const char* label);
 
 /** Ends the calling thread's innermost label. Does nothing if it has none. */
 void qk_mem_pop_site(void);
+
+/**
+ * Keeps what each site holds now, and has ever made, under a name, so that
+ * qk_mem_profile_report() can tell what has grown since. There can be any number of snapshots.
+ *
+ * @param name  copied: 1 to 200 bytes of any kind. An older snapshot of that name is replaced.
+ * @return 0, or a code, which is also the thread's error code: 5014 for null; 5022 for a name that
+ *         is empty or too long; 5061 if the profile was never on; 5012 if MAX leaves no room, which
+ *         standard error is told too. The older snapshot stays then.
+ *
+ * It takes 32 bytes for each site, of the profile's own memory. The figures of all sites belong to
+ * one moment if no other thread uses the library meanwhile. Starts the library up. Any thread; not
+ * in a signal handler.
+ */
+int qk_mem_snapshot(const char* name);
+
+/**
+ * Forgets a snapshot. Its memory serves later ones.
+ *
+ * @return 0, or a code, which is also the thread's error code: 5014 for null, 5002 if there is no
+ *         snapshot of that name.
+ *
+ * Any thread; not in a signal handler.
+ */
+int qk_mem_drop_snapshot(const char* name);
+
+/**
+ * Writes the profile's report to a stream, or what has grown since a snapshot.
+ *
+ * @param stream   neither flushed nor closed.
+ * @param options  keywords, separated as in other option strings, of any length. What they don't
+ *                 say is as qk_mem_profile_config() has it; null and "" change nothing.
+ *                 PEAK, TOP=n, SORT=order, FORMAT=form, SKIP=patterns   as there
+ *                 SINCE=name       report growth: what sites hold more or less than at this
+ *                                  snapshot, the largest growth first
+ *                 UNTIL=name       up to this snapshot, and not up to now. Without SINCE, growth
+ *                                  since the profile was switched on
+ *                 HANDLE=n         growth on this handle only
+ *                 TAG=name         growth on handles of this tag only; NONE: on those without one
+ *                 FILE=pattern     growth of files only whose names have this in them. A pattern
+ *                                  with * or ? must match the whole name
+ *                 A word that is not understood is named on standard error, with the nearest
+ *                 keyword, and the rest is used.
+ * @return 0, or the first code, which is also the thread's error code: 10041 to 10044 and 5022 for
+ *         options, 5014 for a null stream, 5012 if there is no memory, 5000 plus the error of the
+ *         stream. With these codes a line in the stream says why it gets no report: 5061 if the
+ *         profile was never on, 5002 for a name that no snapshot has, 5022 for a period that ends
+ *         before it begins, and for growth with FORMAT=OPENMETRICS, which has no form for it.
+ *
+ * Growth has a sign. Sites that hold as much as before are only counted. Blocks that were made are
+ * those of the period; after a reset, those since then, with what was held at the reset. In a
+ * profile for pprof what has shrunk is negative, as it is with its -base. SORT=BLOCKS and MADE sort
+ * growth too; all else means BYTES.
+ *
+ * Starts the library up. Any thread; not in a signal handler.
+ */
+int qk_mem_profile_report(FILE* stream, const char* options);
 
 #ifdef __cplusplus
 } /* extern "C" */

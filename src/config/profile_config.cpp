@@ -13,6 +13,7 @@
 #include "core/upcalls.h"
 #include "profile/notes.h"
 #include "profile/pool.h"
+#include "profile/snapshots.h"
 #include "profile/stacks.h"
 #include "profile/state.h"
 #include "qkmem/profile.h"
@@ -94,6 +95,7 @@ void resume_profile() {
 
 void reset_profile() {
   const RegistryLock lock;
+  profile::count_reset();
   for_each_handle([](qk_mem_handle& handle) {
     if (!profile::is_watched(handle)) return;
     const HandleLock handle_lock(handle);

@@ -2,26 +2,24 @@
 
 #include <linux/limits.h>
 
-#include <algorithm>
 #include <array>
-#include <cerrno>
 #include <charconv>
 #include <cstring>
 #include <optional>
 #include <string_view>
 
+#include "config/profile_words.h"
 #include "support/file_names.h"
-#include "support/line.h"
 #include "support/option_words.h"
 #include "support/options.h"
-#include "support/own_message.h"
-#include "support/system.h"
 #include "support/text.h"
+#include "table/tags.h"
 
 namespace qk::mem {
 namespace {
 
 using profile::Format;
+using profile::GrowthQuery;
 using profile::Options;
 using profile::Sort;
 
@@ -130,96 +128,75 @@ bool set_peak(Options& options, const char* /*value*/) {
 
 constexpr char kStacks[] = "STACKS";
 
-struct Keyword {
-  std::string_view name;
-  std::uint8_t value_kind;
-  bool (*set)(Options& options, const char* value);  // false if the value is not understood
+constexpr ProfileKeyword<Options> kKeywords[] = {
+    {"SITES", qk::kNoValue, set_sites},         {kStacks, qk::kOptionalValue, set_depth},
+    {"PEAK", qk::kNoValue, set_peak},           {"TOP", qk::kRequiredValue, set_top},
+    {"SORT", qk::kRequiredValue, set_sort},     {"REPORT", qk::kRequiredValue, set_report},
+    {"FORMAT", qk::kRequiredValue, set_format}, {"SKIP", qk::kRequiredValue, set_skip},
+    {"EVERY", qk::kRequiredValue, set_every},   {"CONTROL", qk::kRequiredValue, set_control},
+    {"MAX", qk::kRequiredValue, set_max},
 };
 
-constexpr std::array<Keyword, 11> kKeywords = {{
-    {"SITES", qk::kNoValue, set_sites},
-    {kStacks, qk::kOptionalValue, set_depth},
-    {"PEAK", qk::kNoValue, set_peak},
-    {"TOP", qk::kRequiredValue, set_top},
-    {"SORT", qk::kRequiredValue, set_sort},
-    {"REPORT", qk::kRequiredValue, set_report},
-    {"FORMAT", qk::kRequiredValue, set_format},
-    {"SKIP", qk::kRequiredValue, set_skip},
-    {"EVERY", qk::kRequiredValue, set_every},
-    {"CONTROL", qk::kRequiredValue, set_control},
-    {"MAX", qk::kRequiredValue, set_max},
-}};
-
-/** How many letters have to be changed, added or removed to make one word of another. */
-std::size_t distance(std::string_view word, std::string_view name) {
-  constexpr std::size_t kLongest = 16;
-  if (word.size() > kLongest) return kLongest;
-  std::array<std::size_t, kLongest + 1> row = {};
-  for (std::size_t i = 0; i <= word.size(); ++i) row[i] = i;
-  for (std::size_t j = 0; j < name.size(); ++j) {
-    std::size_t diagonal = row[0];
-    row[0] = j + 1;
-    for (std::size_t i = 0; i < word.size(); ++i) {
-      const bool same = qk::lower(word[i]) == qk::lower(name[j]);
-      const std::size_t replaced = diagonal + (same ? 0 : 1);
-      diagonal = row[i + 1];
-      row[i + 1] = std::min({replaced, row[i] + 1, diagonal + 1});
-    }
-  }
-  return row[word.size()];
+bool set_since(GrowthQuery& query, const char* value) {
+  query.since = value;
+  return true;
 }
 
-std::string_view nearest_keyword(std::string_view word) {
-  const auto* const nearest = std::min_element(
-      kKeywords.begin(), kKeywords.end(), [word](const Keyword& left, const Keyword& right) {
-        return distance(word, left.name) < distance(word, right.name);
-      });
-  return nearest->name;
+bool set_until(GrowthQuery& query, const char* value) {
+  query.until = value;
+  return true;
 }
 
-const Keyword* find_keyword(std::string_view word) {
-  for (const Keyword& keyword : kKeywords) {
-    if (equal_ignoring_case(word, keyword.name)) return &keyword;
-  }
-  return nullptr;
+bool set_handle(GrowthQuery& query, const char* value) {
+  const auto handle = read_number(value, INT32_MAX);
+  if (!handle || *handle == 0) return false;
+  query.filter.handle = static_cast<std::int32_t>(*handle);
+  return true;
 }
 
-std::int32_t name_unknown(const char* source, std::string_view word) {
-  Line line;
-  line.put("qkmem: ").put(source).put(": unknown keyword '").put(word).put("'; is ");
-  line.put(nearest_keyword(word)).put(" meant? The rest is used.\n");
-  write_message(line.finish());
-  return qk::kUnknownKeyword;
+/** As in other filters, NONE stands for handles without a tag. */
+bool set_tag(GrowthQuery& query, const char* value) {
+  const bool is_none = equal_ignoring_case(value, "NONE");
+  if (!is_none && std::strlen(value) > kTagLength) return false;
+  query.filter.has_tag = true;
+  qk::copy_text(query.filter.tag, sizeof query.filter.tag, is_none ? "" : value);
+  qk::upper_case(query.filter.tag);
+  return true;
 }
 
-std::int32_t name_mistake(const char* source, std::string_view keyword, std::string_view mistake,
-                          std::int32_t code) {
-  Line line;
-  line.put("qkmem: ").put(source).put(": ").put(keyword).put(" ").put(mistake);
-  line.put(". The rest is used.\n");
-  write_message(line.finish());
-  return code;
+bool set_file(GrowthQuery& query, const char* value) {
+  query.filter.file = value;
+  return true;
 }
 
-/** Applies a word. Returns its mistake. */
-std::int32_t apply(const char* source, const OptionWord& word, Options& options) {
-  const Keyword* const keyword = find_keyword(word.keyword);
-  if (keyword == nullptr) return name_unknown(source, word.keyword);
-  if (keyword->value_kind == qk::kNoValue && word.has_equals) {
-    return name_mistake(source, keyword->name, "takes no value", qk::kValueNotAllowed);
-  }
-  if (word.quote_open) {
-    return name_mistake(source, keyword->name, "has a quote that is not closed",
-                        qk::kQuoteNotClosed);
-  }
-  if (keyword->value_kind == qk::kRequiredValue && word.value == nullptr) {
-    return name_mistake(source, keyword->name, "needs a value", qk::kValueMissing);
-  }
-  if (keyword->set(options, word.value)) return 0;
-  Line mistake;
-  mistake.put("can't be '").put(word.value).put("'");
-  return name_mistake(source, keyword->name, mistake.finish(), qk_error_no(EINVAL));
+constexpr ProfileKeyword<GrowthQuery> kFilterKeywords[] = {
+    {"HANDLE", qk::kRequiredValue, set_handle},
+    {"TAG", qk::kRequiredValue, set_tag},
+    {"FILE", qk::kRequiredValue, set_file},
+};
+
+template <auto Set>
+bool set_option(ReportRequest& request, const char* value) {
+  return Set(request.options, value);
 }
+
+template <auto Set>
+bool set_query(ReportRequest& request, const char* value) {
+  return Set(request.growth, value);
+}
+
+constexpr ProfileKeyword<ReportRequest> kReportKeywords[] = {
+    {"PEAK", qk::kNoValue, set_option<set_peak>},
+    {"TOP", qk::kRequiredValue, set_option<set_top>},
+    {"SORT", qk::kRequiredValue, set_option<set_sort>},
+    {"FORMAT", qk::kRequiredValue, set_option<set_format>},
+    {"SKIP", qk::kRequiredValue, set_option<set_skip>},
+    {"SINCE", qk::kRequiredValue, set_query<set_since>},
+    {"UNTIL", qk::kRequiredValue, set_query<set_until>},
+    {"HANDLE", qk::kRequiredValue, set_query<set_handle>},
+    {"TAG", qk::kRequiredValue, set_query<set_tag>},
+    {"FILE", qk::kRequiredValue, set_query<set_file>},
+};
 
 }  // namespace
 
@@ -227,14 +204,15 @@ bool mentions_stacks(const char* text) { return ::strcasestr(text, kStacks) != n
 
 std::int32_t read_profile_options(const char* source, char* text, Options& options) {
   options = {};
-  std::int32_t first_mistake = 0;
-  qk::OptionScanner scanner(text);
-  while (const auto word = scanner.next_word()) {
-    const std::int32_t mistake = apply(source, *word, options);
-    if (first_mistake == 0) first_mistake = mistake;
-    if (word->quote_open) break;
-  }
-  return first_mistake;
+  return read_profile_words<Options>(source, text, kKeywords, options);
+}
+
+std::int32_t read_report_options(const char* source, char* text, ReportRequest& request) {
+  return read_profile_words<ReportRequest>(source, text, kReportKeywords, request);
+}
+
+std::int32_t read_growth_filter(const char* source, char* text, profile::GrowthQuery& query) {
+  return read_profile_words<GrowthQuery>(source, text, kFilterKeywords, query);
 }
 
 }  // namespace qk::mem

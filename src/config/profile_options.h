@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "profile/options.h"
+#include "profile/report/growth.h"
 
 namespace qk::mem {
 
@@ -20,6 +21,20 @@ namespace qk::mem {
  */
 [[nodiscard]] std::int32_t read_profile_options(const char* source, char* text,
                                                 profile::Options& options);
+
+/** What a program asks of a report. */
+struct ReportRequest {
+  profile::Options options;
+  profile::GrowthQuery growth;
+};
+
+/** Reads the options of one report into a request that has those in force. As above. */
+[[nodiscard]] std::int32_t read_report_options(const char* source, char* text,
+                                               ReportRequest& request);
+
+/** Reads which sites' growth is wanted. As above. */
+[[nodiscard]] std::int32_t read_growth_filter(const char* source, char* text,
+                                              profile::GrowthQuery& query);
 
 /** Whether an option string asks for stacks, or seems to. */
 [[nodiscard]] bool mentions_stacks(const char* text);

@@ -6,13 +6,17 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdint>
 #include <string_view>
 
+#include "config/option_copy.h"
 #include "config/profile_config.h"
+#include "config/profile_options.h"
 #include "profile/due.h"
 #include "profile/events.h"
 #include "profile/report/report.h"
+#include "profile/snapshots.h"
 #include "qkmem/profile.h"
 #include "support/keep_errno.h"
 #include "support/line.h"
@@ -20,6 +24,7 @@
 #include "support/option_words.h"
 #include "support/own_message.h"
 #include "support/shared_variable.h"
+#include "support/system.h"
 
 namespace qk::mem {
 namespace {
@@ -51,34 +56,72 @@ struct Version {
 constinit Version version_done;                  // of the worker
 constinit std::uint8_t is_new_control_file = 0;  // and nothing of it was done
 
+void report_as_asked(std::string_view options) {
+  if (options.empty()) return report_now();
+  OptionCopy copy(options);
+  if (copy.text() == nullptr) return;
+  ReportRequest request = {profile::options_now(), {}};
+  // A mistake was named, and the rest is used.
+  static_cast<void>(read_report_options(qk::acquire(control_file), copy.text(), request));
+  profile::write_requested_report(request.options, request.growth);
+}
+
+/** A name can be between quotes, as in option strings. */
+std::string_view without_quotes(std::string_view name) {
+  const bool is_quoted = name.size() >= 2 && name.front() == name.back() &&
+                         (name.front() == '\'' || name.front() == '"');
+  return is_quoted ? name.substr(1, name.size() - 2) : name;
+}
+
+void take_named_snapshot(std::string_view name) {
+  if (profile::take_snapshot(without_quotes(name)) != qk_error_no(EINVAL)) return;
+  qk::write_message("qkmem: the name of a snapshot has 1 to 200 bytes\n");
+}
+
+/** What can follow a command's word. */
+enum class Argument : std::uint8_t { kNone, kOptional, kRequired };
+
 struct Command {
   std::string_view word;
-  void (*run)();
+  Argument argument;
+  void (*run)(std::string_view argument);
 };
 
 constexpr Command kCommands[] = {
-    {"on", resume_profile},
-    {"off", profile::stop},
-    {"report", report_now},
-    {"reset", reset_profile},
+    {"on", Argument::kNone, [](std::string_view) { resume_profile(); }},
+    {"off", Argument::kNone, [](std::string_view) { profile::stop(); }},
+    {"report", Argument::kOptional, report_as_asked},
+    {"reset", Argument::kNone, [](std::string_view) { reset_profile(); }},
+    {"snapshot", Argument::kRequired, take_named_snapshot},
 };
 
-void run_command(std::string_view word) {
+bool fits(Argument wanted, bool is_there) {
+  return wanted == Argument::kOptional || (wanted == Argument::kRequired) == is_there;
+}
+
+void run_command(std::string_view line) {
+  const std::size_t end = std::min(line.find(' '), line.size());
+  const std::string_view word = line.substr(0, end);
+  const std::string_view argument =
+      line.substr(std::min(line.find_first_not_of(' ', end), line.size()));
   for (const Command& command : kCommands) {
-    if (equal_ignoring_case(word, command.word)) return command.run();
+    if (equal_ignoring_case(word, command.word) && fits(command.argument, !argument.empty())) {
+      return command.run(argument);
+    }
   }
-  qk::Line line;
-  line.put("qkmem: unknown command '").put(word).put("' in ").put(qk::acquire(control_file));
-  qk::write_message(line.put("; there are on, off, report and reset\n").finish());
+  qk::Line message;
+  message.put("qkmem: unknown command '").put(line).put("' in ").put(qk::acquire(control_file));
+  message.put("; there are on, off, report, report OPTIONS, reset and snapshot NAME\n");
+  qk::write_message(message.finish());
 }
 
 void run_commands(std::string_view text) {
   while (!text.empty()) {
     const std::size_t length = std::min(text.find('\n'), text.size());
-    std::string_view word = text.substr(0, length);
+    std::string_view line = text.substr(0, length);
     text.remove_prefix(std::min(length + 1, text.size()));
-    while (!word.empty() && (word.back() == ' ' || word.back() == '\r')) word.remove_suffix(1);
-    if (!word.empty()) run_command(word);
+    while (!line.empty() && (line.back() == ' ' || line.back() == '\r')) line.remove_suffix(1);
+    if (!line.empty()) run_command(line);
   }
 }
 

@@ -134,14 +134,38 @@ void put_duration(Cursor& text, std::uint64_t nanoseconds) {
   }
 }
 
+void put_sign(Cursor& text, std::int64_t value) {
+  if (value != 0) text.put(value < 0 ? '-' : '+');
+}
+
+/** Without the sign, also of the least number. */
+std::uint64_t amount_of(std::int64_t value) {
+  const auto bits = static_cast<std::uint64_t>(value);
+  return value < 0 ? 0 - bits : bits;
+}
+
 }  // namespace
 
 Figure count_figure(std::uint64_t count) noexcept {
   return Figure([count](Cursor& text) { put_count(text, count); });
 }
 
+Figure count_change_figure(std::int64_t change) noexcept {
+  return Figure([change](Cursor& text) {
+    put_sign(text, change);
+    put_count(text, amount_of(change));
+  });
+}
+
 Figure size_figure(std::uint64_t bytes) noexcept {
   return Figure([bytes](Cursor& text) { put_size(text, bytes); });
+}
+
+Figure size_change_figure(std::int64_t bytes) noexcept {
+  return Figure([bytes](Cursor& text) {
+    put_sign(text, bytes);
+    put_size(text, amount_of(bytes));
+  });
 }
 
 Figure percent_figure(std::uint64_t part, std::uint64_t whole) noexcept {

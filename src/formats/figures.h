@@ -36,11 +36,17 @@ class Figure {
 /** A number with commas between thousands: "181,020". */
 [[nodiscard]] Figure count_figure(std::uint64_t count) noexcept;
 
+/** A difference of counts, with its sign: "+1,020", "-3", "0". */
+[[nodiscard]] Figure count_change_figure(std::int64_t change) noexcept;
+
 /**
  * A size with one decimal, in the unit that leaves fewer than 1,024 of it: "1.0 KiB". Bytes have no
  * decimal: "1,023 B". Halves are rounded up.
  */
 [[nodiscard]] Figure size_figure(std::uint64_t bytes) noexcept;
+
+/** A difference of sizes, with its sign: "+1.0 KiB", "-3 B", "0 B". */
+[[nodiscard]] Figure size_change_figure(std::int64_t bytes) noexcept;
 
 /**
  * A share as a percentage without decimals: "39%". Only nothing is "0%" and only all is "100%", so

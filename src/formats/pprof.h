@@ -60,6 +60,8 @@ struct PprofValues {
   std::int64_t alloc_space = 0;    // bytes
   std::int64_t inuse_objects = 0;  // now
   std::int64_t inuse_space = 0;
+
+  [[nodiscard]] bool operator==(const PprofValues&) const = default;
 };
 
 /**

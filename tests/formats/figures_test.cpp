@@ -6,9 +6,11 @@
 
 namespace {
 
+using qk::mem::count_change_figure;
 using qk::mem::count_figure;
 using qk::mem::duration_figure;
 using qk::mem::percent_figure;
+using qk::mem::size_change_figure;
 using qk::mem::size_figure;
 
 constexpr std::uint64_t kKiB = 1024;
@@ -38,6 +40,17 @@ TEST(CountFigure, HasCommasBetweenThousands) {
                         {1002003, "1,002,003"},
                         {UINT64_MAX, "18,446,744,073,709,551,615"}};
   for (const Case& c : cases) EXPECT_EQ(count_figure(c.number).text(), c.text);
+}
+
+TEST(ChangeFigures, HaveASignUnlessNothingHasChanged) {
+  EXPECT_EQ("+1,040", count_change_figure(1040).text());
+  EXPECT_EQ("-7", count_change_figure(-7).text());
+  EXPECT_EQ("0", count_change_figure(0).text());
+  EXPECT_EQ("-9,223,372,036,854,775,808", count_change_figure(INT64_MIN).text());
+  EXPECT_EQ("+1.5 KiB", size_change_figure(1536).text());
+  EXPECT_EQ("-1.5 KiB", size_change_figure(-1536).text());
+  EXPECT_EQ("0 B", size_change_figure(0).text());
+  EXPECT_EQ("-8.0 EiB", size_change_figure(INT64_MIN).text());
 }
 
 TEST(SizeFigure, IsInTheLargestUnitThatFits) {

@@ -1,10 +1,15 @@
 #include "tests/kit/profile.h"
 
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <regex>
 
+#include "config/profile_options.h"
 #include "core/handle_array.h"
 #include "core/kinds.h"
+#include "formats/figures.h"
+#include "profile/report/place.h"
 #include "profile/report/text_report.h"
 #include "profile/site_table.h"
 #include "qkmem/profile.h"
@@ -146,6 +151,31 @@ std::string profile_errors() {
   return errors.text();
 }
 
+namespace {
+
+/** Without what differs from run to run. */
+std::string without_chance(const std::string& text) {
+  const std::string timed = std::regex_replace(text, std::regex("at [0-9.]+ s "), "at T s ");
+  const std::string all_timed =
+      std::regex_replace(timed, std::regex(R"((\(event [0-9,]+, )[0-9.]+ s\))"), "$1T s)");
+  const std::string exact =
+      std::regex_replace(all_timed, std::regex(R"( \(within [0-9.,]+ .?i?B\))"), "");
+  return std::regex_replace(exact, std::regex("profile took [0-9.]+ .iB"), "profile took M");
+}
+
+/** Calls `visit` with the rows of what a report of growth is about, in the order of places. */
+template <class Visit>
+void with_growth(const char* options, Visit visit) {
+  std::string copy = options;
+  ReportRequest request;
+  EXPECT_EQ(0, read_report_options("test", copy.data(), request));
+  profile::Growth found;
+  EXPECT_EQ(profile::GrowthError::kNone, profile::collect_growth(found, request.growth));
+  for (const Row& row : found.rows) visit(row);
+}
+
+}  // namespace
+
 std::string text_report(const char* options, profile::Occasion occasion) {
   EXPECT_EQ(0, qk_mem_profile_config(options));
   profile::Rows rows(profile::rows_needed());
@@ -157,10 +187,42 @@ std::string text_report(const char* options, profile::Occasion occasion) {
   profile::put_text_report(out, rows, frames, profile::options(), occasion);
   const std::string text(buffer.text());
   buffer.clear();
-  const std::string timed = std::regex_replace(text, std::regex("at [0-9.]+ s "), "at T s ");
-  const std::string exact =
-      std::regex_replace(timed, std::regex(R"( \(within [0-9.,]+ .?i?B\))"), "");
-  return std::regex_replace(exact, std::regex("profile took [0-9.]+ .iB"), "profile took M");
+  return without_chance(text);
+}
+
+Requested requested(const char* options) {
+  char* text = nullptr;
+  std::size_t length = 0;
+  FILE* const stream = open_memstream(&text, &length);
+  const int code = qk_mem_profile_report(stream, options);
+  std::fclose(stream);
+  Requested result = {code, without_chance(std::string(text, length))};
+  std::free(text);
+  return result;
+}
+
+std::string growth(const char* options) {
+  std::string result;
+  with_growth(options, [&result](const Row& row) {
+    const profile::Change change = profile::change_of(row);
+    if (!change.is_growth() && !change.is_shrinkage()) return;
+    qk::Line line;
+    profile::put_bare_place(line.put(result.empty() ? "" : " "), row);
+    line.put(' ').put(count_change_figure(change.bytes).text());
+    line.put(" in ").put(count_change_figure(change.blocks).text());
+    result += line.finish();
+  });
+  return result;
+}
+
+profile::Change growth_at(const char* options, std::string_view file, std::uint32_t line) {
+  profile::Change result;
+  with_growth(options, [&](const Row& row) {
+    if (row.key.file != nullptr && row.key.file == file && row.key.line == line) {
+      result = profile::change_of(row);
+    }
+  });
+  return result;
 }
 
 }  // namespace kit

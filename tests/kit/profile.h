@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <string>
 
+#include "profile/report/growth.h"
 #include "profile/report/rows.h"
 #include "profile/report/text_report.h"
 
@@ -42,6 +43,20 @@ namespace kit {
 [[nodiscard]] std::string text_report(
     const char* options,
     qk::mem::profile::Occasion occasion = qk::mem::profile::Occasion::kRunning);
+
+/** What qk_mem_profile_report() has written, with times as "T s" and own memory as "M". */
+struct Requested {
+  int code;
+  std::string text;
+};
+[[nodiscard]] Requested requested(const char* options);
+
+/** What has grown or shrunk, by place, as "a.c:1 +100 in +1 a.c:2 -10 in -1". */
+[[nodiscard]] std::string growth(const char* options);
+
+/** The growth of a place in the sources. */
+[[nodiscard]] qk::mem::profile::Change growth_at(const char* options, std::string_view file,
+                                                 std::uint32_t line);
 
 }  // namespace kit
 

@@ -90,6 +90,35 @@ TEST(ControlFile, AsksForAReportOnceForEachChange) {
   EXPECT_EQ("", kit::contents("r.2"));
 }
 
+TEST(ControlFile, AsksForReportsWithOptionsOfTheirOwn) {
+  const kit::Scene scene;
+  ASSERT_EQ(0, qk_mem_profile_config("CONTROL=control REPORT=r.%i"));
+  const Pool pool;
+  take(pool, 1);
+  ASSERT_EQ(0, qk_mem_snapshot("mark"));
+  take(pool, 2);
+  testing::internal::CaptureStderr();
+  write_file("control", "report SINCE=mark TOPP=1\nreport FORMAT=JSON\n");
+  EXPECT_TRUE(tick_until([] { return !kit::contents("r.2").empty(); }));
+  EXPECT_EQ("qkmem: control: unknown keyword 'TOPP'; is TOP meant? The rest is used.\n",
+            testing::internal::GetCapturedStderr());
+  EXPECT_EQ(0U, kit::contents("r.1").find("qkmem: 1 site grew by 100 B in 1 block between"));
+  EXPECT_EQ(0U, kit::contents("r.2").find("{\"program\":"));
+}
+
+TEST(ControlFile, TakesNothingBehindOtherCommands) {
+  const kit::Scene scene;
+  write_file("control", "off now\nreport\n");
+  testing::internal::CaptureStderr();
+  ASSERT_EQ(0, qk_mem_profile_config("CONTROL=control REPORT=r"));
+  EXPECT_TRUE(tick_until([] { return !kit::contents("r").empty(); }));
+  EXPECT_EQ(
+      "qkmem: unknown command 'off now' in control; there are on, off, report, report OPTIONS, "
+      "reset and snapshot NAME\n",
+      testing::internal::GetCapturedStderr());
+  EXPECT_TRUE(qk::mem::profile::is_on());
+}
+
 TEST(ControlFile, ResetsWhatWasMadeAndHighest) {
   const kit::Scene scene;
   write_file("control", "");
@@ -113,8 +142,10 @@ TEST(ControlFile, NamesCommandsThatAreNotUnderstood) {
   testing::internal::CaptureStderr();
   ASSERT_EQ(0, qk_mem_profile_config("CONTROL=control REPORT=r"));
   EXPECT_TRUE(tick_until([] { return !kit::contents("r").empty(); }));
-  EXPECT_EQ("qkmem: unknown command 'stop' in control; there are on, off, report and reset\n",
-            testing::internal::GetCapturedStderr());
+  EXPECT_EQ(
+      "qkmem: unknown command 'stop' in control; there are on, off, report, report OPTIONS, "
+      "reset and snapshot NAME\n",
+      testing::internal::GetCapturedStderr());
 }
 
 TEST(ForkedChild, ReportsUnderItsOwnNumber) {

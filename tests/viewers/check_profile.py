@@ -18,10 +18,10 @@ from viewers import expect_equal, missing, run
 COLUMNS = ("made_blocks", "made_bytes", "live_blocks", "live_bytes")
 
 
-def report(program, rounds, options, name):
+def report(program, rounds, options, name, *growth):
     """Returns the path of the report of a run."""
     environment = dict(os.environ, QK_MEM_PROFILE=f"{options} REPORT={name}.%i")
-    ended = subprocess.run([program, str(rounds)], env=environment, capture_output=True)
+    ended = subprocess.run([program, str(rounds), *growth], env=environment, capture_output=True)
     expect_equal("exit code and output", (ended.returncode, ended.stdout, ended.stderr),
                  (0, b"", b""))
     return pathlib.Path(f"{name}.1")
@@ -32,7 +32,8 @@ def pprof(*arguments):
 
 
 def sums_of_pprof(profile):
-    rows = re.findall(r"^ +(\d+) +(\d+) +(\d+) +(\d+): ", pprof("-raw", profile), re.MULTILINE)
+    rows = re.findall(r"^ +(-?\d+) +(-?\d+) +(-?\d+) +(-?\d+): ", pprof("-raw", profile),
+                      re.MULTILINE)
     return [sum(map(int, column)) for column in zip(*rows)]
 
 
@@ -62,6 +63,23 @@ def check_pprof(program):
     expect_equal("callers of the labelled blocks",
                  re.findall(r"label: .*?profiled.cpp:\d+\s+(?:\S*::)?(\w+)\S*\s+(?:\S*::)?(\w+)",
                             trees, re.DOTALL), [("take", "keep_some")] * 2)
+
+
+def check_growth(program):
+    report(program, 3, "SITES FORMAT=JSON", "grown", "growth.json")
+    growth = json.loads(pathlib.Path("growth.json").read_text())
+    expect_equal("growth", (growth["made_blocks"], growth["made_bytes"], growth["grown_blocks"],
+                            growth["grown_bytes"]), (8, 8300, 5, 7700))
+    expect_equal("growth of the sites", [sum(site[name] for site in growth["sites"])
+                                         for name in ("grown_blocks", "grown_bytes")], [5, 7700])
+    expect_equal("shrinkage", [site["grown_bytes"] for site in growth["sites"]
+                               if site["grown_bytes"] < 0], [-500])
+    for options in ("SITES", "STACKS"):
+        report(program, 3, f"{options} FORMAT=PPROF", "grown", "growth.pb")
+        expect_equal(f"growth with {options}", sums_of_pprof("growth.pb"), [8, 8300, 5, 7700])
+        top = pprof("-top", "-unit=B", "growth.pb")
+        shrunk = re.findall(r"^ *(-\d+B) .*  (profiled.cpp:\d+)$", top, re.MULTILINE)
+        expect_equal(f"shrinkage with {options}", [amount for amount, _ in shrunk], ["-500B"])
 
 
 def check_metrics(program):
@@ -94,6 +112,7 @@ def main():
         os.chdir(folder)
         check_json(program)
         check_pprof(program)
+        check_growth(program)
         check_metrics(program)
         os.chdir("/")
 

@@ -144,7 +144,94 @@ void put_site(JsonWriter& json, const Row& row, Naming naming) {
   json.end_object();
 }
 
+void put_change(JsonWriter& json, const Change& change) {
+  json.key("grown_bytes").signed_number(change.bytes);
+  json.key("grown_blocks").signed_number(change.blocks);
+  put_number(json, "made_bytes", change.made_bytes);
+  put_number(json, "made_blocks", change.made_blocks);
+}
+
+/** The names of snapshots can be any texts; the start and the present have none. */
+void put_end(JsonWriter& json, std::string_view key, const PeriodEnd& end) {
+  json.key(key).begin_object().key("name");
+  if (end.name == nullptr) {
+    json.null();
+  } else {
+    json.text(end.name);
+  }
+  put_number(json, "event", end.event);
+  put_number(json, "time_ns", end.time);
+  json.end_object();
+}
+
+bool is_quiet(const Row& row) { return change_of(row) == Change{}; }
+
+void put_grown_handles(JsonWriter& json, const Rows& handles) {
+  json.start_line().key("handles").begin_array();
+  for (const Row& row : handles) {
+    if (is_quiet(row)) continue;
+    const Pool& pool = pools.at(row.key.pool);
+    json.start_line().begin_object();
+    put_number(json, "handle", static_cast<std::uint64_t>(pool.hid));
+    put_text(json, "tag", tag_levels.at(pool.tag).name);
+    put_change(json, change_of(row));
+    json.end_object();
+  }
+  json.end_array();
+}
+
+void put_grown_tags(JsonWriter& json, const Rows& handles) {
+  json.start_line().key("tags").begin_array();
+  for (std::uint32_t number = 1; number <= tag_levels.count(); ++number) {
+    Row sum = {};
+    for (const Row& row : handles) {
+      if (pools.at(row.key.pool).tag == number) add_figures(sum, row);
+    }
+    if (is_quiet(sum)) continue;
+    json.start_line().begin_object();
+    put_text(json, "tag", tag_levels.at(number).name);
+    put_change(json, change_of(sum));
+    json.end_object();
+  }
+  json.end_array();
+}
+
+void put_grown_sites(JsonWriter& json, const Rows& rows, Naming naming) {
+  json.start_line().key("sites").begin_array();
+  for (const Row& row : rows) {
+    if (is_quiet(row)) continue;
+    json.start_line().begin_object();
+    put_place(json, row);
+    put_change(json, change_of(row));
+    put_number(json, "live_bytes", row.live_bytes);
+    put_number(json, "live_blocks", row.live_blocks);
+    if (row.key.stack != 0) put_stack(json, program_stack(row, naming), naming);
+    json.end_object();
+  }
+  json.end_array();
+}
+
 }  // namespace
+
+void put_json_growth(qk::PageBuffer& out, Growth& growth, Naming naming) {
+  sort_by_growth({growth.rows.begin(), growth.rows.end()}, Sort::kBytes);
+  Row sum = {};
+  for (const Row& row : growth.handles) add_figures(sum, row);
+  JsonWriter json(out);
+  json.begin_object();
+  put_text(json, "program", program_invocation_short_name);
+  put_number(json, "process", static_cast<std::uint64_t>(getpid()));
+  put_number(json, "start_ns", start_of_clock());
+  put_number(json, "clock_precision_ns", clock_precision());
+  put_number(json, "own_bytes", own_bytes());
+  put_end(json, "since", growth.period.begin);
+  put_end(json, "until", growth.period.end);
+  put_change(json, change_of(sum));
+  put_grown_handles(json, growth.handles);
+  put_grown_tags(json, growth.handles);
+  put_grown_sites(json, growth.rows, naming);
+  json.end_object();
+}
 
 void put_json_report(qk::PageBuffer& out, const Rows& rows, Naming naming) {
   JsonWriter json(out);

@@ -2,6 +2,7 @@
 #define QKMEM_PROFILE_REPORT_JSON_REPORT_H_
 
 #include "profile/report/callers.h"
+#include "profile/report/growth.h"
 #include "profile/report/rows.h"
 #include "support/page_buffer.h"
 
@@ -12,6 +13,12 @@ namespace qk::mem::profile {
  * handle, tag and site has a line of its own.
  */
 void put_json_report(qk::PageBuffer& out, const Rows& rows, Naming naming);
+
+/**
+ * Writes the growth in a period as one JSON object, with signed numbers: of handles, tags and sites
+ * that hold more or less than before, or have allocated; the largest growth first. Sorts the rows.
+ */
+void put_json_growth(qk::PageBuffer& out, Growth& growth, Naming naming);
 
 }  // namespace qk::mem::profile
 

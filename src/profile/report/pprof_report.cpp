@@ -28,24 +28,27 @@ constexpr std::size_t kMostModules = 512;
 
 class Report {
  public:
-  Report(qk::PageBuffer& out, Naming naming)
+  /** @param begin, end  of the time that the profile covers, since the start of the clock. */
+  Report(qk::PageBuffer& out, Naming naming, std::uint64_t begin, std::uint64_t end)
       : naming_(naming),
-        writer_({.time_nanos = static_cast<std::int64_t>(start_of_clock()),
-                 .duration_nanos = static_cast<std::int64_t>(time_now())},
+        writer_({.time_nanos = static_cast<std::int64_t>(start_of_clock() + begin),
+                 .duration_nanos = static_cast<std::int64_t>(end - begin)},
                 out, naming == Naming::kComplete ? tables : tables_at_a_signal) {
     add_mappings(modules.newest());
   }
 
   void add(const Row& row) {
+    const Change change = change_of(row);
+    const PprofValues values = {.alloc_objects = static_cast<std::int64_t>(change.made_blocks),
+                                .alloc_space = static_cast<std::int64_t>(change.made_bytes),
+                                .inuse_objects = change.blocks,
+                                .inuse_space = change.bytes};
+    if (values == PprofValues{}) return;
     std::array<PprofLocation, kMostLocations> locations;
     std::size_t count = 0;
     locations[count++] = place_of(row);
     const Stack stack = program_stack(row, naming_);
     for (int i = 0; i < stack.depth; ++i) locations[count++] = location_of(stack.frames[i]);
-    const PprofValues values = {.alloc_objects = static_cast<std::int64_t>(row.made_blocks),
-                                .alloc_space = static_cast<std::int64_t>(row.made_bytes),
-                                .inuse_objects = static_cast<std::int64_t>(row.live_blocks),
-                                .inuse_space = static_cast<std::int64_t>(row.live_bytes)};
     add_sample(row, {locations.data(), count}, values);
   }
 
@@ -129,8 +132,13 @@ class Report {
 }  // namespace
 
 void put_pprof_report(qk::PageBuffer& out, const Rows& rows, Naming naming) {
-  Report report(out, naming);
+  Report report(out, naming, 0, time_now());
   for (const Row& row : rows) report.add(row);
+}
+
+void put_pprof_growth(qk::PageBuffer& out, const Growth& growth, Naming naming) {
+  Report report(out, naming, growth.period.begin.time, growth.period.end.time);
+  for (const Row& row : growth.rows) report.add(row);
 }
 
 }  // namespace qk::mem::profile

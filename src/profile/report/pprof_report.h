@@ -2,6 +2,7 @@
 #define QKMEM_PROFILE_REPORT_PPROF_REPORT_H_
 
 #include "profile/report/callers.h"
+#include "profile/report/growth.h"
 #include "profile/report/rows.h"
 #include "support/page_buffer.h"
 
@@ -12,6 +13,9 @@ namespace qk::mem::profile {
  * that the program has named; the call stack, if there is one, stands around it.
  */
 void put_pprof_report(qk::PageBuffer& out, const Rows& rows, Naming naming);
+
+/** The same for the growth in a period. What has shrunk has negative values. */
+void put_pprof_growth(qk::PageBuffer& out, const Growth& growth, Naming naming);
 
 }  // namespace qk::mem::profile
 

@@ -1,16 +1,21 @@
 #include "profile/report/report.h"
 
+#include <cerrno>
 #include <optional>
+#include <string_view>
 
 #include "core/registry.h"
 #include "profile/report/destination.h"
+#include "profile/report/growth_report.h"
 #include "profile/report/json_report.h"
 #include "profile/report/metrics_report.h"
 #include "profile/report/pprof_report.h"
 #include "profile/state.h"
+#include "support/line.h"
 #include "support/mtx_lock.h"
 #include "support/own_message.h"
 #include "support/page_buffer.h"
+#include "support/system.h"
 
 namespace qk::mem::profile {
 
@@ -40,12 +45,92 @@ void put_report(qk::PageBuffer& text, Rows& rows, const Options& options, Occasi
   }
 }
 
+/** False if there is no memory. */
+bool compose_report(qk::PageBuffer& text, const Options& options, Occasion occasion,
+                    Naming naming) {
+  const std::size_t needed = rows_needed();
+  Rows rows(needed);
+  if (rows.capacity() < needed) return false;
+  collect_rows(rows);
+  put_report(text, rows, options, occasion, naming);
+  return true;
+}
+
+void put_growth(qk::PageBuffer& text, Growth& growth, const Options& options) {
+  switch (options.format) {
+    case Format::kText: {
+      ShownFrames frames(frames_needed(growth.rows));
+      if (frames.capacity() != 0) {
+        name_callers(growth.rows, frames, Naming::kComplete, options.skip);
+      }
+      qk::PageWriter out(text);
+      return put_growth_report(out, growth, frames, options);
+    }
+    case Format::kJson:
+      return put_json_growth(text, growth, Naming::kComplete);
+    case Format::kPprof:
+      return put_pprof_growth(text, growth, Naming::kComplete);
+    case Format::kOpenMetrics:
+      break;
+  }
+}
+
+/** Appends a line in place of a report. Returns a system's error as a code. */
+std::int32_t put_instead(qk::PageBuffer& text, std::string_view line, int error) {
+  return text.append(line) ? qk_error_no(error) : qk_error_no(ENOMEM);
+}
+
+std::int32_t compose_growth(qk::PageBuffer& text, const Options& options,
+                            const GrowthQuery& query) {
+  if (options.format == Format::kOpenMetrics) {
+    return put_instead(text, "qkmem: OPENMETRICS has no form for growth\n", EINVAL);
+  }
+  Growth growth;
+  if (!growth.has_room()) return qk_error_no(ENOMEM);
+  const GrowthError error = collect_growth(growth, query);
+  if (error == GrowthError::kNone) {
+    put_growth(text, growth, options);
+    return 0;
+  }
+  qk::Line line;
+  put_growth_error(line, error, query);
+  return put_instead(text, line.finish(), error == GrowthError::kNoSnapshot ? ENOENT : EINVAL);
+}
+
+/** Appends what is asked for, or a line that says why not. Returns the code. */
+std::int32_t compose_requested(qk::PageBuffer& text, const Options& options,
+                               const GrowthQuery& growth) {
+  if (!was_ever_on()) return put_instead(text, "qkmem: the profile is off\n", ENODATA);
+  std::int32_t code = 0;
+  if (growth.is_asked()) {
+    code = compose_growth(text, options, growth);
+  } else if (!compose_report(text, options, Occasion::kRunning, Naming::kComplete)) {
+    code = qk_error_no(ENOMEM);
+  }
+  close_names();
+  return code;
+}
+
+}  // namespace
+
 Options options_now() {
   const RegistryLock lock;
   return options();
 }
 
-}  // namespace
+std::int32_t put_requested_report(qk::PageBuffer& text, const Options& options,
+                                  const GrowthQuery& growth) {
+  const qk::MtxLock lock(report_lock);
+  return compose_requested(text, options, growth);
+}
+
+void write_requested_report(const Options& options, const GrowthQuery& growth) {
+  const qk::MtxLock lock(report_lock);
+  qk::PageBuffer text;
+  static_cast<void>(compose_requested(text, options, growth));
+  deliver(options.report, text.text());
+  text.clear();
+}
 
 void write_report(Occasion occasion, Naming naming) {
   if (!was_ever_on()) return;
@@ -53,13 +138,10 @@ void write_report(Occasion occasion, Naming naming) {
   // At a signal another thread can have the lock for ever, but nothing that it guards is used.
   std::optional<qk::MtxLock> lock;
   if (naming == Naming::kComplete) lock.emplace(report_lock);
-  const std::size_t needed = rows_needed();
-  Rows rows(needed);
-  if (rows.capacity() < needed) return qk::write_message("qkmem: no memory for the report\n");
-  collect_rows(rows);
   qk::PageBuffer text;
-  put_report(text, rows, options, occasion, naming);
+  const bool has_room = compose_report(text, options, occasion, naming);
   if (naming == Naming::kComplete) close_names();
+  if (!has_room) return qk::write_message("qkmem: no memory for the report\n");
   deliver(options.report, text.text());
   text.clear();
 }

@@ -1,8 +1,13 @@
 #ifndef QKMEM_PROFILE_REPORT_REPORT_H_
 #define QKMEM_PROFILE_REPORT_REPORT_H_
 
+#include <cstdint>
+
+#include "profile/options.h"
+#include "profile/report/growth.h"
 #include "profile/report/text_report.h"
 #include "support/mtx.h"
+#include "support/page_buffer.h"
 
 namespace qk::mem::profile {
 
@@ -12,6 +17,21 @@ namespace qk::mem::profile {
  * registry's lock could be what a thread in there waits for.
  */
 void write_report(Occasion occasion, Naming naming);
+
+/** The options in force. */
+[[nodiscard]] Options options_now();
+
+/**
+ * Appends the report, or that of growth if one is asked for. If there is none, a line says why.
+ *
+ * @return 0; 5061 if the profile was never on; 5002 for an unknown snapshot; 5022 for a period that
+ *         ends before it begins, or a form that there isn't; 5012 if there is no memory.
+ */
+[[nodiscard]] std::int32_t put_requested_report(qk::PageBuffer& text, const Options& options,
+                                                const GrowthQuery& growth);
+
+/** Writes the same where the options say. */
+void write_requested_report(const Options& options, const GrowthQuery& growth);
 
 /**
  * Guards what names functions, and the number of the report. Taken before the log's lock, since a

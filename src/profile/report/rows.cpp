@@ -10,26 +10,6 @@
 namespace qk::mem::profile {
 namespace {
 
-Row row_of(const Site& site, RowKind kind, std::uint64_t now) {
-  Row row = {};
-  row.kind = kind;
-  row.is_autofree = qk::load(pools.at(site.key.pool).is_autofree) != 0;
-  // What belongs to no place is one row for all handles.
-  if (kind == RowKind::kSite) row.key = site.key;
-  row.live_bytes = qk::load(site.live_bytes);
-  row.live_blocks = qk::load(site.live_blocks);
-  row.bytes_at_peak = bytes_at_peak(site);
-  row.highest_bytes = qk::load(site.highest_bytes);
-  row.made_bytes = qk::load(site.made_bytes);
-  row.made_blocks = qk::load(site.made_blocks);
-  row.largest_block = qk::load(site.above_largest) - 1;
-  row.freed_soon = qk::load(site.freed_soon);
-  row.sum_of_lives = qk::load(site.lives) + row.live_blocks * now;
-  row.first_event = qk::load(site.first_event);
-  row.last_event = qk::load(site.last_event);
-  return row;
-}
-
 /** When the rows are collected. */
 struct Moment {
   std::uint64_t event;
@@ -41,25 +21,6 @@ void add_row(Rows& rows, const Site& site, RowKind kind, Moment now) {
   Row row = row_of(site, kind, now.event);
   if (now.is_peak) row.bytes_at_peak = row.live_bytes;
   rows.push_back(row);
-}
-
-/** The order of places in a report. Equal rows are of the same place. */
-std::strong_ordering compare_places(const Row& left, const Row& right) {
-  if (const auto order = left.kind <=> right.kind; std::is_neq(order)) return order;
-  if (const auto order = compare_files(left.key.file, right.key.file); std::is_neq(order))
-    return order;
-  return std::tie(left.key.line, left.key.pool, left.key.stack, left.key.label,
-                  left.is_autofree) <=> std::tie(right.key.line, right.key.pool, right.key.stack,
-                                                 right.key.label, right.is_autofree);
-}
-
-void merge_equal_places(Rows& rows) {
-  std::sort(rows.begin(), rows.end(), [](const Row& left, const Row& right) {
-    return std::is_lt(compare_places(left, right));
-  });
-  merge_neighbours(rows, [](const Row& left, const Row& right) {
-    return std::is_eq(compare_places(left, right));
-  });
 }
 
 std::uint64_t figure_of(const Row& row, Sort order) {
@@ -80,6 +41,26 @@ std::uint64_t figure_of(const Row& row, Sort order) {
 
 }  // namespace
 
+Row row_of(const Site& site, RowKind kind, std::uint64_t now) {
+  Row row = {};
+  row.kind = kind;
+  row.is_autofree = qk::load(pools.at(site.key.pool).is_autofree) != 0;
+  // What belongs to no place is one row for all handles.
+  if (kind == RowKind::kSite) row.key = site.key;
+  row.live_bytes = qk::load(site.live_bytes);
+  row.live_blocks = qk::load(site.live_blocks);
+  row.bytes_at_peak = bytes_at_peak(site);
+  row.highest_bytes = qk::load(site.highest_bytes);
+  row.made_bytes = qk::load(site.made_bytes);
+  row.made_blocks = qk::load(site.made_blocks);
+  row.largest_block = qk::load(site.above_largest) - 1;
+  row.freed_soon = qk::load(site.freed_soon);
+  row.sum_of_lives = qk::load(site.lives) + row.live_blocks * now;
+  row.first_event = qk::load(site.first_event);
+  row.last_event = qk::load(site.last_event);
+  return row;
+}
+
 std::strong_ordering compare_files(const char* left, const char* right) {
   if (left == right) return std::strong_ordering::equal;
   if (left == nullptr || right == nullptr) return left <=> right;
@@ -98,6 +79,28 @@ void add_figures(Row& sum, const Row& row) {
   sum.sum_of_lives += row.sum_of_lives;
   sum.first_event = std::min(sum.first_event, row.first_event);
   sum.last_event = std::max(sum.last_event, row.last_event);
+  sum.before.live_bytes += row.before.live_bytes;
+  sum.before.live_blocks += row.before.live_blocks;
+  sum.before.made_bytes += row.before.made_bytes;
+  sum.before.made_blocks += row.before.made_blocks;
+}
+
+std::strong_ordering compare_places(const Row& left, const Row& right) {
+  if (const auto order = left.kind <=> right.kind; std::is_neq(order)) return order;
+  if (const auto order = compare_files(left.key.file, right.key.file); std::is_neq(order))
+    return order;
+  return std::tie(left.key.line, left.key.pool, left.key.stack, left.key.label,
+                  left.is_autofree) <=> std::tie(right.key.line, right.key.pool, right.key.stack,
+                                                 right.key.label, right.is_autofree);
+}
+
+void merge_equal_places(Rows& rows) {
+  std::sort(rows.begin(), rows.end(), [](const Row& left, const Row& right) {
+    return std::is_lt(compare_places(left, right));
+  });
+  merge_neighbours(rows, [](const Row& left, const Row& right) {
+    return std::is_eq(compare_places(left, right));
+  });
 }
 
 std::size_t rows_needed() { return sites.count() + std::size_t{2} * pools.count(); }

@@ -7,6 +7,7 @@
 
 #include "profile/options.h"
 #include "profile/pool.h"
+#include "profile/snapshots.h"
 #include "support/mapped_array.h"
 
 /** The figures of all sites at one moment, for a report. */
@@ -34,6 +35,7 @@ struct Row {
   std::uint64_t sum_of_lives;  // of all blocks so far, in events
   std::uint64_t first_event;
   std::uint64_t last_event;
+  Figures before;  // at the beginning of a period, for its growth; otherwise all zero
   // Given by name_callers().
   std::uint32_t first_frame;  // in its ShownFrames
   std::uint32_t frame_count;
@@ -50,6 +52,15 @@ using Rows = qk::MappedArray<Row>;
  * address are one row.
  */
 void collect_rows(Rows& rows);
+
+/** The order of places in a report. Equal rows are of the same place. */
+[[nodiscard]] std::strong_ordering compare_places(const Row& left, const Row& right);
+
+/** The row of a site. What it lived through is told up to an event. */
+[[nodiscard]] Row row_of(const Site& site, RowKind kind, std::uint64_t now);
+
+/** Makes one row of those of the same place, in the order of places. */
+void merge_equal_places(Rows& rows);
 
 /** Adds the figures of a row to another one of the same place. */
 void add_figures(Row& sum, const Row& row);

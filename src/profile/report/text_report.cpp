@@ -1,13 +1,11 @@
 #include "profile/report/text_report.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 
 #include "formats/figures.h"
 #include "profile/events.h"
-#include "profile/report/place.h"
 #include "profile/report/table.h"
+#include "profile/report/text_parts.h"
 #include "support/line.h"
 #include "support/shared_variable.h"
 
@@ -49,22 +47,6 @@ Verdict judge(const Rows& rows, Occasion occasion) {
   return verdict;
 }
 
-std::string_view plural(std::uint64_t count) { return count == 1 ? "" : "s"; }
-
-void put_amount(qk::Line& line, std::uint64_t bytes, std::uint64_t blocks) {
-  line.put(size_figure(bytes).text()).put(" in ").put(count_figure(blocks).text());
-  line.put(" block").put(plural(blocks));
-}
-
-/** A time since the start: to a tenth of a second, since the clock is a coarse one. */
-Figure time_figure(std::uint64_t nanoseconds) {
-  constexpr std::uint64_t kTenth = 100'000'000;
-  if (nanoseconds >= 600 * kTenth) return duration_figure(nanoseconds);
-  return Figure([=](qk::Cursor& cursor) {
-    cursor.number(nanoseconds / (10 * kTenth)).put('.').number(nanoseconds / kTenth % 10).put(" s");
-  });
-}
-
 void put_peak(qk::Line& line) {
   const Level peak = whole_now();
   const std::uint64_t event = peak.highest_event;
@@ -77,17 +59,9 @@ void put_peak(qk::Line& line) {
   line.put(" (event ").put(count_figure(event).text()).put(")");
 }
 
-/** Reports of several processes can go to the same place. */
-void put_process(qk::Line& line) {
-  const pid_t process = getpid();
-  if (process == first_process()) return;
-  line.put("process ").number(static_cast<std::uint64_t>(process)).put(": ");
-}
-
 void put_verdict(qk::PageWriter& out, const Verdict& verdict, Occasion occasion) {
   qk::Line line;
-  line.put("qkmem: ");
-  put_process(line);
+  put_heading(line);
   const Sums& held = verdict.held;
   if (held.blocks == 0) {
     line.put("nothing is held; ").put(count_figure(verdict.made_blocks).text());
@@ -115,17 +89,6 @@ bool churns(const Row& row) {
   return row.freed_soon >= kLeastFreedSoon && 2 * row.freed_soon >= row.made_blocks;
 }
 
-/** The number and the tag of a row's handle. */
-Figure handle_figure(const Row& row) {
-  return Figure([&row](qk::Cursor& cursor) {
-    if (row.kind != RowKind::kSite) return;
-    const Pool& pool = pools.at(row.key.pool);
-    cursor.number(static_cast<std::uint64_t>(pool.hid));
-    const char* const tag = tag_levels.at(pool.tag).name;
-    if (*tag != '\0') cursor.put(' ').put(tag);
-  });
-}
-
 /** One part of a report: which rows it shows, and in which order. */
 struct Part {
   std::string_view title;  // a line of its own; none if it is empty
@@ -141,17 +104,7 @@ void put_part(qk::PageWriter& out, std::span<Row> all, const ShownFrames& frames
   const std::span<Row> wanted(all.begin(), end);
   if (wanted.empty()) return;
   sort_rows(wanted, part.order);
-  const std::size_t shown = top == 0 ? wanted.size() : std::min<std::size_t>(wanted.size(), top);
-  if (!part.title.empty()) out.put(part.title);
-  put_table<N>(out, headings, wanted.first(shown), cells_of,
-               [&frames](qk::Line& line, const Row& row, std::size_t width) {
-                 put_place(line, row, frames, width);
-               });
-  const std::size_t rest = wanted.size() - shown;
-  if (rest == 0) return;
-  qk::Line line;
-  line.put("  and ").put(count_figure(rest).text()).put(" more site").put(plural(rest));
-  out.put(line.put(" (TOP=0 shows all)\n").finish());
+  put_rows<N>(out, wanted, frames, part.title, top, headings, cells_of);
 }
 
 void put_held(qk::PageWriter& out, std::span<Row> rows, const ShownFrames& frames,
@@ -198,12 +151,6 @@ void put_left_out(qk::PageWriter& out) {
   line.put("qkmem: ").put(count_figure(handles).text()).put(" handle").put(plural(handles));
   line.put(handles == 1 ? " was" : " were");
   out.put(line.put(" not watched: MAX is too small\n").finish());
-}
-
-void put_own_memory(qk::PageWriter& out) {
-  qk::Line line;
-  line.put("qkmem: the profile took ").put(size_figure(own_bytes()).text());
-  out.put(line.put(" of its own\n").finish());
 }
 
 }  // namespace
