@@ -16,6 +16,7 @@
 #ifndef QKMEM_PROFILE_H_
 #define QKMEM_PROFILE_H_
 
+#include <stdint.h>
 #include <stdio.h>
 
 #pragma GCC visibility push(default)
@@ -145,6 +146,33 @@ int qk_mem_drop_snapshot(const char* name);
  * Starts the library up. Any thread; not in a signal handler.
  */
 int qk_mem_profile_report(FILE* stream, const char* options);
+
+/** What has been added to the memory of some sites; negative for what is gone. */
+typedef struct qk_mem_change {
+  int64_t bytes;
+  int64_t blocks;
+  int64_t handles; /**< how many handles hold more bytes, or as many in more blocks */
+} qk_mem_change;
+
+/**
+ * Returns what has grown since a snapshot, for tests:
+ *
+ *   qk_mem_snapshot("before");
+ *   parse("request.txt");
+ *   assert(qk_mem_growth("before", "TAG=PA").bytes == 0);
+ *
+ * @param since   the name of a snapshot; null for the time when the profile was switched on.
+ * @param filter  null and "" for all sites, or HANDLE=n, TAG=name, FILE=pattern, or several of
+ *                them, as in qk_mem_profile_report().
+ * @return the sums of the sites that all conditions select. On failure all three numbers are
+ *         INT64_MAX, so that no test takes it for no growth; the code is the thread's error code:
+ *         5061 if the profile was never on, 5002 if there is no such snapshot, 10041 to 10044 and
+ *         5022 for the filter, 5012 if there is no memory. Standard error says what is wrong.
+ *
+ * It counts what all threads do. Takes time proportional to all sites. Starts the library up. Any
+ * thread; not in a signal handler.
+ */
+qk_mem_change qk_mem_growth(const char* since, const char* filter);
 
 #ifdef __cplusplus
 } /* extern "C" */

@@ -204,15 +204,16 @@ bool mentions_stacks(const char* text) { return ::strcasestr(text, kStacks) != n
 
 std::int32_t read_profile_options(const char* source, char* text, Options& options) {
   options = {};
-  return read_profile_words<Options>(source, text, kKeywords, options);
+  return read_profile_words<Options>({source}, text, kKeywords, options);
 }
 
 std::int32_t read_report_options(const char* source, char* text, ReportRequest& request) {
-  return read_profile_words<ReportRequest>(source, text, kReportKeywords, request);
+  return read_profile_words<ReportRequest>({source}, text, kReportKeywords, request);
 }
 
 std::int32_t read_growth_filter(const char* source, char* text, profile::GrowthQuery& query) {
-  return read_profile_words<GrowthQuery>(source, text, kFilterKeywords, query);
+  return read_profile_words<GrowthQuery>({source, "There is no answer."}, text, kFilterKeywords,
+                                         query);
 }
 
 }  // namespace qk::mem

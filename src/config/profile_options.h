@@ -32,7 +32,7 @@ struct ReportRequest {
 [[nodiscard]] std::int32_t read_report_options(const char* source, char* text,
                                                ReportRequest& request);
 
-/** Reads which sites' growth is wanted. As above. */
+/** Reads which sites' growth is wanted. As above, but with a mistake there is no answer. */
 [[nodiscard]] std::int32_t read_growth_filter(const char* source, char* text,
                                               profile::GrowthQuery& query);
 

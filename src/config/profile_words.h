@@ -9,8 +9,14 @@
 #include "support/option_words.h"
 #include "support/options.h"
 
-/** Option strings of the profile: each mistake is named on standard error, and the rest is used. */
+/** Option strings of the profile: each mistake is named on standard error. */
 namespace qk::mem {
+
+/** What options come from, and what follows from a mistake in them, for the messages. */
+struct WordSource {
+  const char* name;
+  const char* consequence = "The rest is used.";
+};
 
 /** A keyword, and how it changes what is configured. */
 template <class Target>
@@ -21,18 +27,19 @@ struct ProfileKeyword {
 };
 
 /** Names a word that is no keyword, and the one that may be meant. Returns the code. */
-std::int32_t name_unknown_word(const char* source, std::string_view word, std::string_view nearest);
+std::int32_t name_unknown_word(const WordSource& source, std::string_view word,
+                               std::string_view nearest);
 
 /** Names what is wrong with the form of a word. Returns the code, or 0. */
-std::int32_t check_word(const char* source, std::string_view keyword, std::uint8_t value_kind,
+std::int32_t check_word(const WordSource& source, std::string_view keyword, std::uint8_t value_kind,
                         const OptionWord& word);
 
 /** Names a value that is not understood. Returns the code. */
-std::int32_t name_bad_value(const char* source, std::string_view keyword, const char* value);
+std::int32_t name_bad_value(const WordSource& source, std::string_view keyword, const char* value);
 
 /** Applies a word. Returns the code of its mistake, or 0. */
 template <class Target>
-std::int32_t apply_word(const char* source, const OptionWord& word,
+std::int32_t apply_word(const WordSource& source, const OptionWord& word,
                         std::span<const ProfileKeyword<Target>> keywords, Target& target) {
   qk::NearestName nearest(word.keyword);
   for (const ProfileKeyword<Target>& keyword : keywords) {
@@ -47,7 +54,7 @@ std::int32_t apply_word(const char* source, const OptionWord& word,
 
 /** Applies all words of a text, which is written into. Returns the code of the first mistake. */
 template <class Target>
-std::int32_t read_profile_words(const char* source, char* text,
+std::int32_t read_profile_words(const WordSource& source, char* text,
                                 std::span<const ProfileKeyword<Target>> keywords, Target& target) {
   std::int32_t first_mistake = 0;
   qk::OptionScanner scanner(text);

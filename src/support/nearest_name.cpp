@@ -14,6 +14,7 @@ constexpr std::size_t kLongest = 64;
 /** How many letters have to be changed, added or removed to make one word of another. */
 std::size_t distance(std::string_view word, std::string_view name) {
   word = word.substr(0, kLongest);
+  name = name.substr(0, kLongest);
   std::array<std::size_t, kLongest + 1> row = {};
   for (std::size_t i = 0; i <= word.size(); ++i) row[i] = i;
   for (std::size_t j = 0; j < name.size(); ++j) {

@@ -141,6 +141,39 @@ TEST(SnapshotWithoutProfile, IsTakenWhenTheEnvironmentAsksForTheProfile) {
   EXPECT_EQ(0, qk_mem_snapshot("first call of all"));
 }
 
+TEST(SnapshotWithoutProfile, IsTakenOfMemoryFromBeforeTheProfileToo) {
+  unsetenv("QK_MEM_PROFILE");
+  const kit::Scene scene;
+  const Pool one;
+  const Pool two;
+  void* const first = take(one, 10, 1);
+  void* const second = take(two, 100, 1);
+  ASSERT_EQ(0, qk_mem_profile_config("SITES REPORT=/dev/null"));
+  ASSERT_EQ(0, qk_mem_snapshot("mark"));
+  EXPECT_EQ("", growth("SINCE=mark"));
+  qk_mem_free(one, first);
+  EXPECT_EQ("(from before the profile was on) -10 in -1", growth("SINCE=mark"));
+  qk_mem_free(two, second);
+  EXPECT_EQ("(from before the profile was on) -110 in -2", growth("SINCE=mark"));
+  EXPECT_EQ("(from before the profile was on) -100 in -1", growth("SINCE=mark HANDLE=4"));
+  EXPECT_EQ("", growth("SINCE=mark FILE=*"));
+}
+
+TEST_F(Snapshot, IsTakenOfMemoryThatIsNotRecordedToo) {
+  const Pool pool;
+  for (int line = 1; line <= 40; ++line) take(pool, 10, line);
+  ASSERT_EQ(0, qk_mem_profile_config("MAX=0 REPORT=/dev/null"));
+  void* last = nullptr;
+  for (int line = 41; line <= 3000; ++line) last = take(pool, 10, line);
+  const auto not_recorded = kit::row_of(qk::mem::profile::RowKind::kNotRecorded);
+  ASSERT_NE(0U, not_recorded.live_blocks);
+  ASSERT_EQ(0, qk_mem_profile_config("SITES REPORT=/dev/null"));
+  ASSERT_EQ(0, qk_mem_snapshot("mark"));
+  EXPECT_EQ("", growth("SINCE=mark"));
+  qk_mem_free(pool, last);
+  EXPECT_EQ("(not recorded: the profile had no memory left) -10 in -1", growth("SINCE=mark"));
+}
+
 TEST_F(Snapshot, HasWhatWasMadeToo) {
   const Pool pool;
   for (int i = 0; i < 7; ++i) qk_mem_free(pool, take(pool, 10, 1));
