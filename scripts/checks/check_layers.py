@@ -14,6 +14,7 @@ import sys
 STATUS = "qkmem/status.h"
 C_HEADER = "qkmem/qkmem.h"
 PROFILE_HEADER = "qkmem/profile.h"
+NO_GROWTH = "qkmem/no_growth.hpp"
 FRONT = "qkmem/qkmem.hpp"
 HANDLE = "qkmem/handle.hpp"
 
@@ -36,6 +37,8 @@ ALLOWED = {
     "include/qkmem/status.h": [],
     "include/qkmem/qkmem.h": [STATUS],
     "include/qkmem/profile.h": [],
+    "include/qkmem/no_growth.hpp": [PROFILE_HEADER],
+    "include/qkmem/gtest.hpp": [NO_GROWTH],
     "include/qkmem/arrays.hpp": [C_HEADER],
     "include/qkmem/handle.hpp": [C_HEADER],
     "include/qkmem/containers.hpp": [HANDLE],
