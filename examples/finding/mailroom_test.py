@@ -23,7 +23,9 @@ class Mailroom(Example):
     def test_shows_its_lines_in_the_page(self):
         examples = SOURCES.parent
         quoted = {f"{number}  {line}"
-                  for source in (SOURCES / "mailroom.cpp", examples / "sqlite" / "shop.cpp")
+                  for source in (SOURCES / "mailroom.cpp", examples / "growth" / "server.cpp",
+                                 examples / "growth" / "sessions_tests.cpp",
+                                 examples / "sqlite" / "shop.cpp")
                   for number, line in enumerate(source.read_text().splitlines(), start=1)}
         page = (examples.parent / "docs" / "finding.md").read_text(encoding="utf-8")
         blocks = re.findall(r"```cpp\n((?:(?!```).*\n)*)", page)

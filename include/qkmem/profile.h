@@ -148,11 +148,11 @@ int qk_mem_drop_snapshot(const char* name);
 int qk_mem_profile_report(FILE* stream, const char* options);
 
 /** What has been added to the memory of some sites; negative for what is gone. */
-typedef struct qk_mem_change {
+struct qk_mem_change {
   int64_t bytes;
   int64_t blocks;
   int64_t handles; /**< how many handles hold more bytes, or as many in more blocks */
-} qk_mem_change;
+};
 
 /**
  * Returns what has grown since a snapshot, for tests:
@@ -172,7 +172,7 @@ typedef struct qk_mem_change {
  * It counts what all threads do. Takes time proportional to all sites. Starts the library up. Any
  * thread; not in a signal handler.
  */
-qk_mem_change qk_mem_growth(const char* since, const char* filter);
+struct qk_mem_change qk_mem_growth(const char* since, const char* filter);
 
 #ifdef __cplusplus
 } /* extern "C" */

@@ -19,7 +19,7 @@ int main(void) {
   const int hid = qk_mem_new_handle("DATA", "PA");
   expect(qk_mem_snapshot("before") == 0, "a snapshot is taken");
   void* block = qk_mem_malloc(hid, 10);
-  qk_mem_change change = qk_mem_growth("before", "TAG=PA");
+  const struct qk_mem_change change = qk_mem_growth("before", "TAG=PA");
   expect(change.bytes == 10 && change.blocks == 1 && change.handles == 1, "growth is measured");
   qk_mem_free(hid, block);
   expect(qk_mem_growth("before", NULL).bytes == 0, "what is freed is no growth");
