@@ -78,7 +78,7 @@ std::int32_t measure_growth(const char* since, const char* filter, qk_mem_change
   if (copy.text() == nullptr) return qk_error_no(ENOMEM);
   const std::int32_t mistake = read_growth_filter("qk_mem_growth", copy.text(), query);
   if (mistake != 0) return mistake;
-  profile::Growth growth;
+  profile::Growth growth = profile::Growth::of_handles();
   if (!growth.has_room()) return qk_error_no(ENOMEM);
   const profile::GrowthError error = collect_growth(growth, query);
   if (error != profile::GrowthError::kNone) return name_error(error, query);

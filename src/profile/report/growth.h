@@ -69,6 +69,9 @@ void sort_by_shrinkage(std::span<Row> rows, Sort order);
 struct Growth {
   Growth() : Growth(rows_needed(), pools.count()) {}
 
+  /** Without the rows of sites, which take time to sort. */
+  [[nodiscard]] static Growth of_handles() { return {0, pools.count()}; }
+
   /** Whether there was memory for all rows. */
   [[nodiscard]] bool has_room() const { return has_room_; }
 
