@@ -41,14 +41,14 @@ TEST_F(GrowthReport, ShowsTheLargestGrowthFirstAndShrinkageApart) {
   EXPECT_EQ(
       "qkmem: 3 sites grew by 1.2 MiB in 412 blocks between \"before\" (event 103, T s) and now "
       "(event 519, T s); 2 shrank by 4.1 KiB\n"
-      "     grown  blocks  made      now  handle  site\n"
+      "     grown  blocks  made     held  handle  site\n"
       "  +1.2 MiB    +410   410  1.2 MiB    3 SE  http.c:5\n"
       "     +64 B      +1     1     64 B       4  list.c:6\n"
       "     +50 B      +1     1  4.9 KiB       4  large.c:2\n"
       "qkmem: shrank\n"
-      "     grown  blocks  made  now  handle  site\n"
-      "  -4.0 KiB      -1     0  0 B    3 SE  queue.c:3\n"
-      "    -100 B      -1     0  0 B       4  buffer.c:4\n"
+      "     grown  blocks  made  held  handle  site\n"
+      "  -4.0 KiB      -1     0   0 B    3 SE  queue.c:3\n"
+      "    -100 B      -1     0   0 B       4  buffer.c:4\n"
       "qkmem: 2 sites hold as much as before\n"
       "qkmem: the profile took M of its own\n",
       requested("SINCE=before").text);
@@ -68,8 +68,8 @@ TEST_F(GrowthReport, SaysIfNothingGrew) {
       "qkmem: nothing grew between \"before\" (event 1, T s) and now (event 2, T s); 1 site shrank "
       "by 10 B\n"
       "qkmem: shrank\n"
-      "  grown  blocks  made  now  handle  site\n"
-      "  -10 B      -1     0  0 B       3  a.c:1\n"
+      "  grown  blocks  made  held  handle  site\n"
+      "  -10 B      -1     0   0 B       3  a.c:1\n"
       "qkmem: the profile took M of its own\n",
       requested("SINCE=before").text);
 }
@@ -83,14 +83,14 @@ TEST_F(GrowthReport, EndsAtASnapshotIfAskedTo) {
   EXPECT_EQ(
       "qkmem: 1 site grew by 10 B in 1 block between \"one\" (event 0, T s) and \"two\" (event 1, "
       "T s)\n"
-      "  grown  blocks  made   now  handle  site\n"
+      "  grown  blocks  made  held  handle  site\n"
       "  +10 B      +1     1  10 B       3  a.c:1\n"
       "qkmem: the profile took M of its own\n",
       requested("SINCE=one UNTIL=two").text);
   EXPECT_EQ(
       "qkmem: 1 site grew by 10 B in 1 block between the start (event 0, T s) and \"two\" (event "
       "1, T s)\n"
-      "  grown  blocks  made   now  handle  site\n"
+      "  grown  blocks  made  held  handle  site\n"
       "  +10 B      +1     1  10 B       3  a.c:1\n"
       "qkmem: the profile took M of its own\n",
       requested("UNTIL=two").text);
@@ -108,7 +108,7 @@ TEST_F(GrowthReport, CountsFewerButLargerBlocks) {
   EXPECT_EQ(
       "qkmem: 2 sites grew by 70 B in 1 block fewer between \"before\" (event 4, T s) and now "
       "(event 9, T s)\n"
-      "  grown  blocks  made    now  handle  site\n"
+      "  grown  blocks  made   held  handle  site\n"
       "  +70 B      -2     1  100 B       3  a.c:1\n"
       "    0 B      +1     1    0 B       3  empty.c:2\n"
       "qkmem: the profile took M of its own\n",
@@ -125,7 +125,7 @@ TEST_F(GrowthReport, ShowsAsManySitesAsAskedForInTheOrderAskedFor) {
   EXPECT_EQ(
       "qkmem: 3 sites grew by 1.0 KiB in 6 blocks between \"before\" (event 0, T s) and now (event "
       "24, T s)\n"
-      "  grown  blocks  made   now  handle  site\n"
+      "  grown  blocks  made  held  handle  site\n"
       "  +30 B      +3     3  30 B       3  many.c:2\n"
       "  +20 B      +2    11  20 B       3  few.c:3\n"
       "  and 1 more site (TOP=0 shows all)\n"

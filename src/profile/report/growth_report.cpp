@@ -81,7 +81,7 @@ void put_verdict(qk::PageWriter& out, const Parts& parts, const Period& period) 
 void put_changed(qk::PageWriter& out, std::span<const Row> rows, const ShownFrames& frames,
                  std::string_view title, std::uint32_t top) {
   if (rows.empty()) return;
-  put_rows<5>(out, rows, frames, title, top, {"grown", "blocks", "made", "now", "handle", "site"},
+  put_rows<5>(out, rows, frames, title, top, {"grown", "blocks", "made", "held", "handle", "site"},
               [](const Row& row) {
                 const Change change = change_of(row);
                 return Cells<5>{size_change_figure(change.bytes),
