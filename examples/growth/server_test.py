@@ -26,6 +26,12 @@ class Server(Example):
                                                   ("+2.3 KiB", "+100", SESSION),
                                                   ("-2.9 KiB", "-1", "server.cpp:23")])
 
+    def test_shows_the_same_growth_with_call_stacks(self):
+        result = self.run_program(PROFILE="STACKS REPORT=/dev/null")
+        self.assertEqual((result.returncode, result.stderr), (0, ""))
+        self.assertIn('qkmem: 2 sites grew by 19.9 KiB in 1,100 blocks between "warm" (event ',
+                      result.stdout)
+
     def test_guard_tells_what_one_customer_leaves(self):
         result = self.run_program("guarded", PROFILE="SITES REPORT=/dev/null")
         self.assertEqual((result.returncode, result.stdout), (0, ""))

@@ -99,9 +99,9 @@ void qk_mem_pop_site(void);
  *         is empty or too long; 5061 if the profile was never on; 5012 if MAX leaves no room, which
  *         standard error is told too. The older snapshot stays then.
  *
- * It takes 32 bytes for each site, of the profile's own memory. The figures of all sites belong to
- * one moment if no other thread uses the library meanwhile. Starts the library up. Any thread; not
- * in a signal handler.
+ * It takes 32 to 64 bytes for each site, of the profile's own memory. The figures of all sites
+ * belong to one moment if no other thread uses the library meanwhile. Starts the library up. Any
+ * thread; not in a signal handler.
  */
 int qk_mem_snapshot(const char* name);
 
@@ -138,10 +138,9 @@ int qk_mem_drop_snapshot(const char* name);
  *         profile was never on, 5002 for a name that no snapshot has, 5022 for a period that ends
  *         before it begins, and for growth with FORMAT=OPENMETRICS, which has no form for it.
  *
- * Growth has a sign. Sites that hold as much as before are only counted. Blocks that were made are
- * those of the period; after a reset, those since then, with what was held at the reset. In a
- * profile for pprof what has shrunk is negative, as it is with its -base. SORT=BLOCKS and MADE sort
- * growth too; all else means BYTES.
+ * Growth has a sign, and sites that hold as much as before are only counted. What was made is that
+ * of the period; after a reset, what was made since then, and held at it. For pprof what has shrunk
+ * is negative, as it is with its -base. SORT=BLOCKS and MADE sort growth too, all else means BYTES.
  *
  * Starts the library up. Any thread; not in a signal handler.
  */
