@@ -138,12 +138,6 @@ void put_sign(Cursor& text, std::int64_t value) {
   if (value != 0) text.put(value < 0 ? '-' : '+');
 }
 
-/** Without the sign, also of the least number. */
-std::uint64_t amount_of(std::int64_t value) {
-  const auto bits = static_cast<std::uint64_t>(value);
-  return value < 0 ? 0 - bits : bits;
-}
-
 }  // namespace
 
 Figure count_figure(std::uint64_t count) noexcept {

@@ -33,6 +33,12 @@ class Figure {
   char text_[kMost + qk::Cursor::kOverrun];
 };
 
+/** A difference without its sign, also that of the least number. */
+[[nodiscard]] constexpr std::uint64_t amount_of(std::int64_t change) noexcept {
+  const auto bits = static_cast<std::uint64_t>(change);
+  return change < 0 ? 0 - bits : bits;
+}
+
 /** A number with commas between thousands: "181,020". */
 [[nodiscard]] Figure count_figure(std::uint64_t count) noexcept;
 

@@ -1,6 +1,7 @@
 #include "profile/report/growth_report.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <span>
 #include <string_view>
 
@@ -36,14 +37,11 @@ Change sum_of(std::span<const Row> rows) {
 }
 
 /** Sites that grow can have fewer blocks than before, and larger ones. */
-void put_blocks(qk::Line& line, std::int64_t blocks) {
-  if (blocks > 0) {
-    line.put(" in ").put(count_figure(static_cast<std::uint64_t>(blocks)).text());
-    line.put(" block").put(plural(static_cast<std::uint64_t>(blocks)));
-  } else if (blocks < 0) {
-    line.put(" in ").put(count_figure(static_cast<std::uint64_t>(-blocks)).text());
-    line.put(" block").put(plural(static_cast<std::uint64_t>(-blocks))).put(" fewer");
-  }
+void put_blocks(qk::Line& line, std::int64_t change) {
+  if (change == 0) return;
+  const std::uint64_t blocks = amount_of(change);
+  line.put(" in ").put(count_figure(blocks).text()).put(" block").put(plural(blocks));
+  if (change < 0) line.put(" fewer");
 }
 
 void put_end(qk::Line& line, const PeriodEnd& end, std::string_view without_name) {
@@ -64,7 +62,7 @@ void put_verdict(qk::PageWriter& out, const Parts& parts, const Period& period) 
   } else {
     const Change sum = sum_of(parts.grown);
     line.put(count_figure(parts.grown.size()).text()).put(" site").put(plural(parts.grown.size()));
-    line.put(" grew by ").put(size_figure(static_cast<std::uint64_t>(sum.bytes)).text());
+    line.put(" grew by ").put(size_figure(amount_of(sum.bytes)).text());
     put_blocks(line, sum.blocks);
   }
   put_end(line.put(" between "), period.begin, "the start");
@@ -73,7 +71,7 @@ void put_verdict(qk::PageWriter& out, const Parts& parts, const Period& period) 
     line.put("; ").put(count_figure(parts.shrunk.size()).text());
     if (parts.grown.empty()) line.put(" site").put(plural(parts.shrunk.size()));
     const Change sum = sum_of(parts.shrunk);
-    line.put(" shrank by ").put(size_figure(static_cast<std::uint64_t>(-sum.bytes)).text());
+    line.put(" shrank by ").put(size_figure(amount_of(sum.bytes)).text());
   }
   out.put(line.put('\n').finish());
 }
