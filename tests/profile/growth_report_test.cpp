@@ -2,6 +2,8 @@
 
 #include <cstdio>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "qkmem/profile.h"
 #include "qkmem/qkmem.h"
@@ -304,6 +306,22 @@ TEST(RequestedReport, SaysIfTheProfileIsOff) {
   const kit::Scene scene;
   EXPECT_EQ("qkmem: the profile is off\n", requested(nullptr).text);
   EXPECT_EQ(5061, requested("SINCE=x").code);
+}
+
+TEST(RequestedReport, CanBeWrittenByThreadsAtOnce) {
+  const kit::Scene scene;
+  ASSERT_EQ(0, qk_mem_profile_config("STACKS REPORT=/dev/null"));
+  const Pool pool;
+  ASSERT_EQ(0, qk_mem_snapshot("before"));
+  take(pool, 10, "a.c", 1);
+  std::vector<std::thread> threads;
+  for (int thread = 0; thread < 3; ++thread) {
+    threads.emplace_back([thread] {
+      const char* const options[] = {"SINCE=before", "SINCE=before FORMAT=PPROF", ""};
+      for (int i = 0; i < 10; ++i) EXPECT_EQ(0, requested(options[thread]).code);
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
 }
 
 TEST(RequestedReport, NeedsAStreamThatCanBeWritten) {

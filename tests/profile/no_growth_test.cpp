@@ -156,6 +156,25 @@ TEST(GrowthListener, FailsATestInWhichAHandleGrew) {
   listener.OnTestEnd(this_test());
 }
 
+TEST(GrowthListener, DoesNotJudgeATestThatHasFailedAnyway) {
+  unsetenv("QK_MEM_PROFILE");
+  const kit::Scene scene;
+  const auto output = [](bool fails) {
+    return kit::run({"", "", ""},
+                    [fails] {
+                      static qk::GrowthListener listener;
+                      listener.OnTestStart(this_test());
+                      take(QK_MEM_DATA_HANDLE, 100, 1);
+                      if (fails) ADD_FAILURE() << "of its own";
+                      listener.OnTestEnd(this_test());
+                    })
+        .out;
+  };
+  EXPECT_NE(std::string::npos, output(false).find("1 site grew by 100 B"));
+  EXPECT_NE(std::string::npos, output(true).find("of its own"));
+  EXPECT_EQ(std::string::npos, output(true).find("1 site grew"));
+}
+
 TEST(GrowthListener, WatchesWhatItsFilterSelects) {
   unsetenv("QK_MEM_PROFILE");
   const kit::Scene scene;
