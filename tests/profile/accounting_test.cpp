@@ -61,8 +61,8 @@ TEST_F(Sites, AreThoseOfOneHandle) {
 
 TEST_F(Sites, OfEqualFileNamesAreOneRow) {
   const Pool pool;
-  const char one[] = "src/same.c";
-  const char other[] = "lib/same.c";
+  static const char one[] = "src/same.c";
+  static const char other[] = "lib/same.c";
   qk_mem_imalloc(pool, 10, 16, one, 5);
   qk_mem_imalloc(pool, 20, 16, other, 5);
   EXPECT_EQ("2 for 30, made 2 for 30", held_by(kit::site_at("same.c", 5)));
