@@ -79,6 +79,7 @@ set(library_sources
   profile/notes.cpp
   profile/options.cpp
   profile/pool.cpp
+  profile/sampling.cpp
   profile/site_table.cpp
   profile/snapshots.cpp
   profile/stacks.cpp

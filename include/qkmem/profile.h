@@ -52,6 +52,12 @@ extern "C" {
  *                                  lines are done: on, off, report, report OPTIONS (see
  *                                  qk_mem_profile_report()), reset (count anew), snapshot NAME
  *                                  (see qk_mem_snapshot())
+ *                 SAMPLE=bytes     book only a Poisson sample, one block in so many bytes in the
+ *                                  mean: sums are unbiased estimates, shown with the most that
+ *                                  their standard error can be, which is the square root of sum
+ *                                  times interval. Events are those of the sample, so that blocks
+ *                                  freed soon are not told. For production. The first interval
+ *                                  stays; options without SAMPLE book all new allocations again
  *                 MAX=bytes        of the profile's own memory, 256M unless given. What does not
  *                                  fit is reported as not recorded
  *                 Numbers of bytes can end with K, M or G. Null and "" switch the profile off: new

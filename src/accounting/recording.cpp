@@ -61,7 +61,8 @@ std::optional<qk_mem_ptr> record_pointer(qk_mem_handle& handle, void* address, u
                              .line = static_cast<std::uint16_t>(context.line),
                              .kind = kind,
                              .baselined = 0};
-  profile::Site* const site = belongs_to_program(kind) ? site_for(handle, context) : nullptr;
+  profile::Site* const site =
+      belongs_to_program(kind) ? site_for(handle, bytes_of(record), context) : nullptr;
   return insert_or_grow(handle, record, EventCount::kCounted, site, context);
 }
 

@@ -22,9 +22,9 @@ std::optional<qk_mem_ptr> insert_or_grow(qk_mem_handle& handle, const qk_mem_ptr
                                          const CallContext& context);
 
 /** The site of the program's memory; none if the profile doesn't watch the handle. */
-[[nodiscard]] inline profile::Site* site_for(const qk_mem_handle& handle,
+[[nodiscard]] inline profile::Site* site_for(const qk_mem_handle& handle, std::uint64_t bytes,
                                              const CallContext& context) {
-  return profile::is_watched(handle) ? profile::site_of(handle, context.file(), context.line)
+  return profile::is_watched(handle) ? profile::site_of(handle, context.file(), context.line, bytes)
                                      : nullptr;
 }
 

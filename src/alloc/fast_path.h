@@ -63,12 +63,28 @@ struct Needs {
   static constexpr bool kWatched = kIsWatched;
 };
 
-/** The site of an allocation if its handle is watched. `file` is the name alone. */
+/**
+ * The site of an allocation of so many bytes, if its handle is watched. `file` is the name alone. In
+ * functions that the program's call leads to directly.
+ */
 template <class Handling>
 [[nodiscard, gnu::always_inline]] inline profile::Site* site_for(const qk_mem_handle& handle,
-                                                                 const char* file, int line) {
-  if constexpr (Handling::kWatched) return profile::quick_site_of(handle, file, line);
+                                                                 const char* file, int line,
+                                                                 std::uint64_t bytes) {
+  if constexpr (Handling::kWatched) {
+    return profile::site_of(handle, file, line, bytes, __builtin_return_address(0));
+  }
   return nullptr;
+}
+
+/** Sets the same in the usual case. In others it returns false, and site_for() is to be asked. */
+template <class Handling>
+[[nodiscard, gnu::always_inline]] inline bool find_site_fast(const qk_mem_handle& handle,
+                                                             const char* file, int line,
+                                                             profile::Site*& site) {
+  if constexpr (!Handling::kWatched) return true;
+  site = profile::quick_site_of(handle, file, line);
+  return site != nullptr;
 }
 
 /**
@@ -141,7 +157,7 @@ template <class Handling>
   }
 }
 
-/** Tells it of one that will be released next. False, and it has not been told, if that takes more. */
+/** Tells it of one that will be released next. False, and it was not told, if that takes more. */
 template <class Handling>
 [[nodiscard, gnu::always_inline]] inline bool note_gone_fast(qk_mem_handle& handle,
                                                              profile::SlotPlace place,
@@ -186,7 +202,7 @@ template <class Handling>
                                                           unsigned char kind, std::uint64_t count,
                                                           std::uint64_t size, const char* file,
                                                           int line) {
-  profile::Site* const site = site_for<Handling>(handle, file, line);
+  profile::Site* const site = site_for<Handling>(handle, file, line, count * size);
   const typename Handling::Lock lock(handle);
   return record_locked<Handling>(handle, address, kind, count, size, file, line, site);
 }
@@ -196,7 +212,9 @@ template <class Handling>
 [[nodiscard, gnu::always_inline]] inline bool record_in_small_fast(
     qk_mem_handle& handle, void* address, unsigned char kind, std::uint64_t count,
     std::uint64_t size, const char* file, int line) {
-  profile::Site* const site = site_for<Handling>(handle, file, line);
+  profile::Site* site = nullptr;
+  if (!find_site_fast<Handling>(handle, file, line, site)) [[unlikely]]
+    return false;
   qk_mem_ptr_array& array = array_of(handle, address);
   const QuickLock<typename Handling::Lock> lock(handle);
   if (!is_held(lock)) [[unlikely]]
@@ -219,7 +237,7 @@ template <class Handling>
                                                                 void* address, std::uint64_t size,
                                                                 const char* path, int line) {
   const char* file = qk::name_in_path(path);
-  profile::Site* const site = site_for<Handling>(handle, file, line);
+  profile::Site* const site = site_for<Handling>(handle, file, line, size);
   qk_mem_ptr_array& array = array_of(handle, address);
   const typename Handling::Lock lock(handle);
   const std::int32_t index = take_slot_again_fast(handle, array, old);
@@ -343,7 +361,9 @@ template <class Handling>
   const char* file = nullptr;
   if (!qk::find_known_name(path, file)) [[unlikely]]
     return false;
-  profile::Site* const site = site_for<Handling>(handle, file, line);
+  profile::Site* site = nullptr;
+  if (!find_site_fast<Handling>(handle, file, line, site)) [[unlikely]]
+    return false;
   qk_mem_ptr_array& array = array_of(handle, place.address);
   const QuickLock<typename Handling::Lock> lock(handle);
   if (!is_held(lock)) [[unlikely]]

@@ -16,7 +16,7 @@ qk_mem_handle* watched_data_handle() {
 void note_unrecorded(qk_mem_handle& handle, const void* memory, std::uint64_t bytes,
                      const CallContext& context) {
   if (!profile::is_watched(handle)) return;
-  profile::Site* const site = site_for(handle, context);
+  profile::Site* const site = site_for(handle, bytes, context);
   const HandleLock lock(handle);
   if (is_blockmgmt(handle)) {
     profile::note_piece(handle, bytes, site);

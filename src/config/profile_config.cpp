@@ -13,11 +13,14 @@
 #include "core/upcalls.h"
 #include "profile/notes.h"
 #include "profile/pool.h"
+#include "profile/sampling.h"
 #include "profile/snapshots.h"
 #include "profile/stacks.h"
 #include "profile/state.h"
 #include "qkmem/profile.h"
+#include "support/line.h"
 #include "support/mtx_lock.h"
+#include "support/own_message.h"
 #include "support/system.h"
 #include "table/slot.h"
 
@@ -58,12 +61,19 @@ void switch_on() QK_REQUIRES(Qk_mem_mtx) {
   settle_all_roads();
 }
 
+void say_that_sample_stays(const char* source) {
+  qk::Line line;
+  line.put("qkmem: ").put(source).put(": SAMPLE stays ").number(profile::sample_interval());
+  qk::write_message(line.put(", because blocks of that sample can be live\n").finish());
+}
+
 std::int32_t configure(const char* source, const char* text) {
   char* const own_text = keep_text(text);
   if (own_text == nullptr) return qk_error_no(ENOMEM);
   profile::Options options;
   const std::int32_t mistake = read_profile_options(source, own_text, options);
   if (options.depth != 0) profile::prepare_stack_capture();
+  if (!profile::set_sampling(options.sample_bytes)) say_that_sample_stays(source);
   const RegistryLock lock;
   profile::set_options(options);
   profile::set_stack_depth(options.depth);

@@ -119,6 +119,13 @@ bool set_max(Options& options, const char* value) {
   return bytes.has_value();
 }
 
+bool set_sample(Options& options, const char* value) {
+  const auto bytes = read_bytes(value);
+  if (!bytes || *bytes == 0) return false;
+  options.sample_bytes = *bytes;
+  return true;
+}
+
 bool set_sites(Options& /*options*/, const char* /*value*/) { return true; }
 
 bool set_peak(Options& options, const char* /*value*/) {
@@ -134,7 +141,7 @@ constexpr ProfileKeyword<Options> kKeywords[] = {
     {"SORT", qk::kRequiredValue, set_sort},     {"REPORT", qk::kRequiredValue, set_report},
     {"FORMAT", qk::kRequiredValue, set_format}, {"SKIP", qk::kRequiredValue, set_skip},
     {"EVERY", qk::kRequiredValue, set_every},   {"CONTROL", qk::kRequiredValue, set_control},
-    {"MAX", qk::kRequiredValue, set_max},
+    {"MAX", qk::kRequiredValue, set_max},       {"SAMPLE", qk::kRequiredValue, set_sample},
 };
 
 bool set_since(GrowthQuery& query, const char* value) {

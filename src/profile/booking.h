@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "profile/pool.h"
+#include "profile/sampling.h"
 #include "support/shared_variable.h"
 
 namespace qk::mem::profile {
@@ -47,16 +48,16 @@ class Booking {
     return {site.number, static_cast<std::uint32_t>(event_)};
   }
 
-  /** Books a new block. */
-  [[gnu::always_inline]] void made(Site& site, std::uint64_t bytes) const {
-    made_and_lost(site, bytes);
-    hold(site, bytes);
+  /** Books a new block of so many bytes, which stands for an amount. */
+  [[gnu::always_inline]] void made(Site& site, std::uint64_t bytes, Amount amount) const {
+    made_and_lost(site, bytes, amount);
+    hold(site, amount);
   }
 
   /** Counts a new block, but not as one that is live. */
-  [[gnu::always_inline]] void made_and_lost(Site& site, std::uint64_t bytes) const {
-    qk::bump(site.made_bytes, bytes);
-    qk::bump(site.made_blocks, 1);
+  [[gnu::always_inline]] void made_and_lost(Site& site, std::uint64_t bytes, Amount amount) const {
+    qk::bump(site.made_bytes, amount.bytes);
+    qk::bump(site.made_blocks, amount.blocks);
     if (bytes >= qk::load(site.above_largest)) [[unlikely]] {
       qk::store(site.above_largest, bytes + 1);
       if (qk::load(site.first_event) == 0) qk::store(site.first_event, event_);
@@ -65,54 +66,53 @@ class Booking {
   }
 
   /** Books the release of a block. */
-  [[gnu::always_inline]] void gone(Mark mark, std::uint64_t bytes) const {
+  [[gnu::always_inline]] void gone(Mark mark, Amount amount) const {
     Site& site = site_in(pool_, mark.site_number());
-    if (lived_shortly(mark)) qk::bump(site.freed_soon, 1);
-    let_go(site, 1, bytes);
+    if (lived_shortly(mark)) qk::bump(site.freed_soon, amount.blocks);
+    let_go(site, amount);
   }
 
   /** Undoes that. */
-  [[gnu::always_inline]] void back(Mark mark, std::uint64_t bytes) const {
+  [[gnu::always_inline]] void back(Mark mark, Amount amount) const {
     Site& site = site_in(pool_, mark.site_number());
-    if (lived_shortly(mark)) qk::bump(site.freed_soon, kMinusOne);
-    hold(site, bytes);
+    if (lived_shortly(mark)) qk::bump(site.freed_soon, 0 - amount.blocks);
+    hold(site, amount);
   }
 
   /** Books the release of all blocks of a site. */
   [[gnu::always_inline]] void all_gone(Site& site) const {
     const std::uint64_t blocks = qk::load(site.live_blocks);
-    if (blocks != 0) let_go(site, blocks, qk::load(site.live_bytes));
+    if (blocks != 0) let_go(site, {qk::load(site.live_bytes), blocks});
   }
 
  private:
-  static constexpr std::uint64_t kMinusOne = UINT64_MAX;
-
   /** How tag and whole learn of bytes. */
   enum class Sharing : std::uint8_t { kAtOnce, kHeldBack, kAnyway };
 
   [[gnu::always_inline]] Booking(Pool& pool, Sharing sharing, std::uint64_t event)
       : pool_(pool), sharing_(sharing), event_(event) {}
 
+  /** Few events of a sample can be many of the program. */
   [[nodiscard, gnu::always_inline]] bool lived_shortly(Mark mark) const {
-    return static_cast<std::uint32_t>(event_) - mark.event <= kSoon;
+    return !mark.is_sampled() && static_cast<std::uint32_t>(event_) - mark.event <= kSoon;
   }
 
-  [[gnu::always_inline]] void hold(Site& site, std::uint64_t bytes) const {
+  [[gnu::always_inline]] void hold(Site& site, Amount amount) const {
     settle_peak(site);
-    const std::uint64_t live = qk::load(site.live_bytes) + bytes;
+    const std::uint64_t live = qk::load(site.live_bytes) + amount.bytes;
     qk::store(site.live_bytes, live);
     if (qk::is_below(site.highest_bytes, live)) qk::store(site.highest_bytes, live);
-    qk::bump(site.live_blocks, 1);
-    qk::bump(site.lives, 0 - event_);
-    raise_levels(bytes);
+    qk::bump(site.live_blocks, amount.blocks);
+    qk::bump(site.lives, 0 - amount.blocks * event_);
+    raise_levels(amount.bytes);
   }
 
-  [[gnu::always_inline]] void let_go(Site& site, std::uint64_t blocks, std::uint64_t bytes) const {
+  [[gnu::always_inline]] void let_go(Site& site, Amount amount) const {
     settle_peak(site);
-    qk::bump(site.live_bytes, 0 - bytes);
-    qk::bump(site.live_blocks, 0 - blocks);
-    qk::bump(site.lives, blocks * event_);
-    lower_levels(bytes);
+    qk::bump(site.live_bytes, 0 - amount.bytes);
+    qk::bump(site.live_blocks, 0 - amount.blocks);
+    qk::bump(site.lives, amount.blocks * event_);
+    lower_levels(amount.bytes);
   }
 
   /** To be called before a site's live bytes change. */
@@ -153,8 +153,8 @@ class Booking {
   }
 
   /**
-   * With several threads a pool passes bytes on in steps. With one, it passes on at once what it has
-   * kept back since there were several.
+   * With several threads a pool passes bytes on in steps. With one, it passes on at once what it
+   * has kept back since there were several.
    */
   static void pass_on(Pool& pool, std::int64_t bytes, std::uint64_t event);
 

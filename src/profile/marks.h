@@ -12,10 +12,16 @@ namespace qk::mem::profile {
 
 /** Which site allocated a block, and when. It stands beside the block's record. */
 struct Mark {
-  std::uint32_t site;   // the lower kSiteBits; the other bits are free
+  std::uint32_t site;   // the lower kSiteBits, and kSampled; the other bits are free
   std::uint32_t event;  // the lower half of its number
 
+  /** The block stands for others, see profile/sampling.h. */
+  static constexpr std::uint32_t kSampled = 1U << kSiteBits;
+
   [[nodiscard]] std::uint32_t site_number() const { return site & ((1U << kSiteBits) - 1); }
+  [[nodiscard]] bool is_sampled() const { return (site & kSampled) != 0; }
+  /** The block stands for itself, on a site that is not one of the two of each pool. */
+  [[nodiscard]] bool is_plain() const { return site <= kMaxSites; }
 };
 
 /**

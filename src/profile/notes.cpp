@@ -29,14 +29,30 @@ Mark mark_of(const qk_mem_handle& handle, Pool& pool, SlotPlace place) {
   return {belongs_to_program(place) ? kNotRecordedSite : kNoSite, 0};
 }
 
-/** Calls `book` with the pool, the mark and the bytes of a record whose block was booked. */
+/** What a block stands for. */
+Amount amount_of(Mark mark, std::uint64_t bytes) {
+  if (mark.is_sampled()) return sampled_amount(bytes, mark.event);
+  return {bytes, 1};
+}
+
+Amount amount_of(const Unrecorded& memory) { return amount_of(memory.mark, memory.bytes); }
+
+/** What marks a new block. What was live before the profile was on is in no sample. */
+Mark mark_for(const Booking& booking, const Site& site) {
+  Mark mark = booking.mark_for(site);
+  if (is_sampling() && site.number != kFromBeforeSite) mark.site |= Mark::kSampled;
+  return mark;
+}
+
+/** Calls `book` with the pool, the mark and the amount of a record whose block was booked. */
 template <class Book>
 [[gnu::always_inline]] inline void with_booked_block(qk_mem_handle& handle, SlotPlace place,
                                                      Book book) {
   assert_held(handle);
   Pool& pool = pool_of(handle);
   const Mark mark = mark_of(handle, pool, place);
-  if (mark.site_number() != kNoSite && !is_frozen()) book(pool, mark, bytes_in(place));
+  if (mark.site_number() != kNoSite && !is_frozen())
+    book(pool, mark, amount_of(mark, bytes_in(place)));
 }
 
 /** What is live counts as made at this event. */
@@ -75,7 +91,8 @@ Site* find_or_add_site(Pool& pool, const SiteKey& key) {
 
 }  // namespace
 
-Site* site_of(const qk_mem_handle& handle, const char* file, int line, const void* entry) {
+Site* site_of(const qk_mem_handle& handle, const char* file, int line, std::uint64_t bytes,
+              const void* entry) {
   std::uint32_t stack = 0;
   if (needs_attention()) [[unlikely]] {
     if (!is_on()) {
@@ -84,6 +101,7 @@ Site* site_of(const qk_mem_handle& handle, const char* file, int line, const voi
     }
     if (needs_attention_for(attention::kClockIsDue)) read_due_clock();
     if (needs_attention_for(attention::kWorkIsDue)) do_due_work();
+    if (is_sampling() && !draw(bytes)) return nullptr;
     stack = stack_of_caller(entry);
   }
   Pool& pool = pool_of(handle);
@@ -91,6 +109,10 @@ Site* site_of(const qk_mem_handle& handle, const char* file, int line, const voi
                        label_of_thread()};
   Site* const recent = qk::acquire(pool.recent_site);
   return recent->key == key ? recent : find_or_add_site(pool, key);
+}
+
+Site* site_of_place(Pool& pool, const char* file, int line) {
+  return find_or_add_site(pool, {file, static_cast<std::uint32_t>(line), pool.number, 0, 0});
 }
 
 void note_made(qk_mem_handle& handle, SlotPlace place, Site* site) {
@@ -104,25 +126,28 @@ void note_made(qk_mem_handle& handle, SlotPlace place, Site* site) {
     return;
   }
   const Booking booking = Booking::of_next_event(pool);
-  if (mark != nullptr) *mark = booking.mark_for(*site);
-  booking.made(*site, bytes_in(place));
+  const std::uint64_t bytes = bytes_in(place);
+  // Without marks all memory is booked, since what is not in the sample could not be told.
+  if (mark == nullptr) return booking.made(*site, bytes, {bytes, 1});
+  *mark = mark_for(booking, *site);
+  booking.made(*site, bytes, amount_of(*mark, bytes));
 }
 
 void note_gone(qk_mem_handle& handle, SlotPlace place) {
-  with_booked_block(handle, place, [](Pool& pool, Mark mark, std::uint64_t bytes) {
-    Booking::of_next_event(pool).gone(mark, bytes);
+  with_booked_block(handle, place, [](Pool& pool, Mark mark, Amount amount) {
+    Booking::of_next_event(pool).gone(mark, amount);
   });
 }
 
 void note_set_aside(qk_mem_handle& handle, SlotPlace place) {
-  with_booked_block(handle, place, [](Pool& pool, Mark mark, std::uint64_t bytes) {
-    Booking::of_coming_event(pool).gone(mark, bytes);
+  with_booked_block(handle, place, [](Pool& pool, Mark mark, Amount amount) {
+    Booking::of_coming_event(pool).gone(mark, amount);
   });
 }
 
 void note_back(qk_mem_handle& handle, SlotPlace place) {
-  with_booked_block(handle, place, [](Pool& pool, Mark mark, std::uint64_t bytes) {
-    Booking::of_coming_event(pool).back(mark, bytes);
+  with_booked_block(handle, place, [](Pool& pool, Mark mark, Amount amount) {
+    Booking::of_coming_event(pool).back(mark, amount);
   });
 }
 
@@ -139,11 +164,13 @@ void note_unrecorded(qk_mem_handle& handle, const void* address, std::uint64_t b
   if (site == nullptr || is_frozen()) return;
   Pool& pool = pool_of(handle);
   const Booking booking = Booking::of_next_event(pool);
-  if (pool.unrecorded.add({address, bytes, booking.mark_for(*site)})) {
-    booking.made(*site, bytes);
+  const Mark mark = mark_for(booking, *site);
+  const Amount amount = amount_of(mark, bytes);
+  if (pool.unrecorded.add({address, bytes, mark})) {
+    booking.made(*site, bytes, amount);
   } else {
     // Its release could not be told from that of other memory.
-    booking.made_and_lost(pool.not_recorded, bytes);
+    booking.made_and_lost(pool.not_recorded, bytes, amount);
   }
 }
 
@@ -152,7 +179,7 @@ void note_unrecorded_gone(qk_mem_handle& handle, const void* address) {
   if (is_frozen()) return;
   Pool& pool = pool_of(handle);
   const auto memory = pool.unrecorded.take(address);
-  if (memory) Booking::of_next_event(pool).gone(memory->mark, memory->bytes);
+  if (memory) Booking::of_next_event(pool).gone(memory->mark, amount_of(*memory));
 }
 
 std::optional<Unrecorded> note_unrecorded_set_aside(qk_mem_handle& handle, const void* address) {
@@ -160,7 +187,7 @@ std::optional<Unrecorded> note_unrecorded_set_aside(qk_mem_handle& handle, const
   if (is_frozen()) return std::nullopt;
   Pool& pool = pool_of(handle);
   const auto memory = pool.unrecorded.take(address);
-  if (memory) Booking::of_coming_event(pool).gone(memory->mark, memory->bytes);
+  if (memory) Booking::of_coming_event(pool).gone(memory->mark, amount_of(*memory));
   return memory;
 }
 
@@ -169,13 +196,14 @@ void note_unrecorded_back(qk_mem_handle& handle, const Unrecorded& memory) {
   Pool& pool = pool_of(handle);
   // It takes the entry that it has left, so there is room.
   if (is_frozen() || !pool.unrecorded.add(memory)) return;
-  Booking::of_coming_event(pool).back(memory.mark, memory.bytes);
+  Booking::of_coming_event(pool).back(memory.mark, amount_of(memory));
 }
 
 void note_piece(qk_mem_handle& handle, std::uint64_t bytes, Site* site) {
   assert_held(handle);
   if (site == nullptr || is_frozen()) return;
-  Booking::of_next_event(pool_of(handle)).made(*site, bytes);
+  const Booking booking = Booking::of_next_event(pool_of(handle));
+  booking.made(*site, bytes, amount_of(mark_for(booking, *site), bytes));
 }
 
 void note_all_gone(qk_mem_handle& handle) {

@@ -25,15 +25,18 @@ struct SlotPlace {
 };
 
 /**
- * The site of an allocation: the caller's place, stack and label. To be called before any lock is
- * taken, since an unwinder can wait for the dynamic linker.
+ * The site of an allocation of so many bytes: the caller's place, stack and label. To be called
+ * before any lock is taken, since an unwinder can wait for the dynamic linker.
  *
  * @param file  the name alone.
  * @param entry  where the program has called the library, if that is known: a return address.
- * @return null if new allocations are not booked.
+ * @return null if new allocations are not booked, or not this one, since it is not in the sample.
  */
 [[nodiscard]] Site* site_of(const qk_mem_handle& handle, const char* file, int line,
-                            const void* entry = nullptr);
+                            std::uint64_t bytes, const void* entry = nullptr);
+
+/** The same of a place without a stack or a label, while nothing needs attention. Never null. */
+[[nodiscard]] Site* site_of_place(Pool& pool, const char* file, int line);
 
 /** A record was written into a slot. Its site can be null: it has none. */
 void note_made(qk_mem_handle& handle, SlotPlace place, Site* site);

@@ -30,6 +30,7 @@ struct Options {
   const char* report = "STDERR";  // or STDOUT, LOG, or the pattern of a file name
   const char* skip = nullptr;     // functions whose frames are not shown
   std::uint64_t max_bytes = kDefaultMaxBytes;
+  std::uint64_t sample_bytes = 0;   // between two blocks that are booked; 0 to book all
   std::uint64_t every_seconds = 0;  // between reports while the program runs; 0 for none
   const char* control = nullptr;    // a file with commands
 };

@@ -10,21 +10,20 @@
  */
 namespace qk::mem::profile {
 
-/**
- * As site_of(), in a function that the program's call leads to directly. Most calls come from where
- * the one before came from.
- */
+/** As site_of(). Null if anything needs attention, before anything has changed. */
 [[nodiscard, gnu::always_inline]] inline Site* quick_site_of(const qk_mem_handle& handle,
                                                              const char* file, int line) {
-  if (!needs_attention()) [[likely]] {
-    Site* const recent = qk::acquire(pool_of(handle).recent_site);
-    const SiteKey& key = recent->key;
-    if (key.file == file && key.line == static_cast<std::uint32_t>(line) &&
-        (key.stack | key.label) == 0) [[likely]] {
-      return recent;
-    }
+  if (needs_attention()) [[unlikely]]
+    return nullptr;
+  Pool& pool = pool_of(handle);
+  Site* const recent = qk::acquire(pool.recent_site);
+  const SiteKey& key = recent->key;
+  // Most calls come from where the one before came from.
+  if (key.file == file && key.line == static_cast<std::uint32_t>(line) &&
+      (key.stack | key.label) == 0) [[likely]] {
+    return recent;
   }
-  return site_of(handle, file, line, __builtin_return_address(0));
+  return site_of_place(pool, file, line);
 }
 
 /**
@@ -37,15 +36,17 @@ namespace qk::mem::profile {
                                                               bool single_threaded) {
   Pool& pool = pool_of(handle);
   Marks& marks = marks_of(handle, pool, place.array);
+  if (!marks.has(place.index)) [[unlikely]]
+    return false;
   // An allocation has a site only if the profile is on, so that it need not be asked for here.
-  if (site == nullptr || !marks.has(place.index) ||
+  if (site == nullptr || is_sampling() ||
       !Booking::is_usual(pool, static_cast<std::int64_t>(bytes), single_threaded)) [[unlikely]] {
     return false;
   }
   // Were it const, GCC would keep it in memory.
   Booking booking = Booking::of_usual_event(pool, single_threaded);
   marks.at(place.index) = booking.mark_for(*site);
-  booking.made(*site, bytes);
+  booking.made(*site, bytes, {bytes, 1});
   return true;
 }
 
@@ -58,11 +59,12 @@ namespace qk::mem::profile {
   if (!marks.has(place.index) || is_frozen()) [[unlikely]]
     return false;
   const Mark mark = marks.at(place.index);
-  if (mark.site_number() == kNoSite) return true;
-  if (!Booking::is_usual(pool, -static_cast<std::int64_t>(bytes), single_threaded)) [[unlikely]] {
+  if (mark.site == kNoSite) return true;
+  if (!mark.is_plain() ||
+      !Booking::is_usual(pool, -static_cast<std::int64_t>(bytes), single_threaded)) [[unlikely]] {
     return false;
   }
-  Booking::of_usual_event(pool, single_threaded).gone(mark, bytes);
+  Booking::of_usual_event(pool, single_threaded).gone(mark, {bytes, 1});
   return true;
 }
 

@@ -25,8 +25,9 @@ void set_stack_depth(std::uint32_t depth);
 [[nodiscard]] int frames_to_capture(const void* entry);
 
 /**
- * The number of a stack that was captured; 0 if it has no frames or there is no memory. To be called
- * before any lock is taken, since a stack that is not known yet can wait for the dynamic linker.
+ * The number of a stack that was captured; 0 if it has no frames or there is no memory. To be
+ * called before any lock is taken, since a stack that is not known yet can wait for the dynamic
+ * linker.
  */
 [[nodiscard]] std::uint32_t number_of_stack(const Stack& stack);
 

@@ -36,6 +36,7 @@ inline constexpr std::uint8_t kWorkIsDue = 2;   // see profile/due.h
 inline constexpr std::uint8_t kClockIsDue = 4;  // see profile/events.h
 inline constexpr std::uint8_t kStacks = 8;      // are kept
 inline constexpr std::uint8_t kLabels = 16;     // a thread has pushed one
+inline constexpr std::uint8_t kSample = 32;     // only some allocations are booked
 }  // namespace attention
 
 /** All reasons that there are: an allocation asks one question in place of many. */

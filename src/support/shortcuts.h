@@ -20,7 +20,7 @@ inline constexpr bool kPortable = true;
 inline constexpr bool kPortable = false;
 #endif
 
-/** Whether additions and comparisons in memory are single instructions. Sanitizers would not see them. */
+/** Whether additions and comparisons in memory are one instruction, which sanitizers can't see. */
 #if defined(__x86_64__) && !defined(__SANITIZE_THREAD__) && !defined(__SANITIZE_ADDRESS__)
 inline constexpr bool kAddsInMemory = !kPortable;
 #else

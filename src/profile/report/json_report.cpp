@@ -9,6 +9,7 @@
 #include "profile/events.h"
 #include "profile/labels.h"
 #include "profile/report/place.h"
+#include "profile/sampling.h"
 #include "profile/stacks.h"
 #include "profile/state.h"
 #include "support/line.h"
@@ -33,6 +34,11 @@ void put_level(JsonWriter& json, const Level& level) {
   put_number(json, "peak_time_ns", time_of_event(event));
 }
 
+void put_error(JsonWriter& json, std::uint64_t live_bytes) {
+  if (sample_interval() == 0) return;
+  put_number(json, "live_bytes_standard_error", standard_error(live_bytes));
+}
+
 void put_whole(JsonWriter& json, const Rows& rows) {
   std::uint64_t live_bytes = 0;
   std::uint64_t live_blocks = 0;
@@ -50,6 +56,8 @@ void put_whole(JsonWriter& json, const Rows& rows) {
   put_number(json, "made_blocks", made_blocks);
   put_level(json, whole_now());
   put_number(json, "peak_tolerance_bytes", peak_tolerance());
+  if (sample_interval() != 0) put_number(json, "sample_interval_bytes", sample_interval());
+  put_error(json, live_bytes);
 }
 
 void put_handles(JsonWriter& json) {
@@ -128,6 +136,7 @@ void put_site(JsonWriter& json, const Row& row, Naming naming) {
   json.start_line().begin_object();
   put_place(json, row);
   put_number(json, "live_bytes", row.live_bytes);
+  put_error(json, row.live_bytes);
   put_number(json, "live_blocks", row.live_blocks);
   put_number(json, "bytes_at_peak", row.bytes_at_peak);
   put_number(json, "highest_bytes", row.highest_bytes);

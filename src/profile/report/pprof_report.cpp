@@ -1,5 +1,6 @@
 #include "profile/report/pprof_report.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <string_view>
@@ -7,6 +8,7 @@
 #include "formats/pprof.h"
 #include "profile/events.h"
 #include "profile/report/place.h"
+#include "profile/sampling.h"
 #include "profile/stacks.h"
 #include "support/line.h"
 
@@ -31,9 +33,11 @@ class Report {
   /** @param begin, end  of the time that the profile covers, since the start of the clock. */
   Report(qk::PageBuffer& out, Naming naming, std::uint64_t begin, std::uint64_t end)
       : naming_(naming),
-        writer_({.time_nanos = static_cast<std::int64_t>(start_of_clock() + begin),
-                 .duration_nanos = static_cast<std::int64_t>(end - begin)},
-                out, naming == Naming::kComplete ? tables : tables_at_a_signal) {
+        writer_(
+            {.time_nanos = static_cast<std::int64_t>(start_of_clock() + begin),
+             .duration_nanos = static_cast<std::int64_t>(end - begin),
+             .period = static_cast<std::int64_t>(std::max<std::uint64_t>(sample_interval(), 1))},
+            out, naming == Naming::kComplete ? tables : tables_at_a_signal) {
     add_mappings(modules.newest());
   }
 

@@ -6,6 +6,7 @@
 #include "profile/events.h"
 #include "profile/report/table.h"
 #include "profile/report/text_parts.h"
+#include "profile/sampling.h"
 #include "support/line.h"
 #include "support/shared_variable.h"
 
@@ -82,6 +83,14 @@ void put_verdict(qk::PageWriter& out, const Verdict& verdict, Occasion occasion)
   out.put(autofree.put(" of AUTOFREE handles go with them\n").finish());
 }
 
+void put_sample(qk::PageWriter& out, const Verdict& verdict) {
+  if (sample_interval() == 0) return;
+  qk::Line line;
+  line.put("qkmem: estimates from a sample, SAMPLE=").number(sample_interval()).put("; ");
+  line.put(size_figure(verdict.held.bytes).text()).put(" have a standard error of ");
+  out.put(line.put(size_figure(standard_error(verdict.held.bytes)).text()).put("\n").finish());
+}
+
 /** Sites of few short-lived blocks are not worth a line. */
 constexpr std::uint64_t kLeastFreedSoon = 1000;
 
@@ -110,6 +119,16 @@ void put_part(qk::PageWriter& out, std::span<Row> all, const ShownFrames& frames
 void put_held(qk::PageWriter& out, std::span<Row> rows, const ShownFrames& frames,
               const Options& options, std::uint64_t all_bytes) {
   const Part part = {"", options.sort, [](const Row& row) { return row.live_blocks != 0; }};
+  if (sample_interval() != 0) {
+    return put_part<6>(
+        out, rows, frames, part, options.top,
+        {"bytes", "error", "blocks", "share", "made", "handle", "site"}, [=](const Row& row) {
+          return Cells<6>{
+              size_figure(row.live_bytes),   size_figure(standard_error(row.live_bytes)),
+              count_figure(row.live_blocks), percent_figure(row.live_bytes, all_bytes),
+              count_figure(row.made_blocks), handle_figure(row)};
+        });
+  }
   put_part<5>(out, rows, frames, part, options.top,
               {"bytes", "blocks", "share", "made", "handle", "site"}, [=](const Row& row) {
                 return Cells<5>{size_figure(row.live_bytes), count_figure(row.live_blocks),
@@ -159,6 +178,7 @@ void put_text_report(qk::PageWriter& out, Rows& rows, const ShownFrames& frames,
                      const Options& options, Occasion occasion) {
   const Verdict verdict = judge(rows, occasion);
   put_verdict(out, verdict, occasion);
+  put_sample(out, verdict);
   const auto held_end = std::partition(rows.begin(), rows.end(), [occasion](const Row& row) {
     return !ends_with_handle(row, occasion);
   });
