@@ -43,6 +43,7 @@ set(library_sources
   symbols/build_id.cpp
   symbols/debug_info.cpp
   symbols/elf_file.cpp
+  symbols/elf_note.cpp
   symbols/folding.cpp
   symbols/libdw.cpp
   symbols/module_list.cpp
@@ -72,6 +73,7 @@ set(library_sources
 
   profile/address_table.cpp
   profile/booking.cpp
+  profile/copies.cpp
   profile/due.cpp
   profile/events.cpp
   profile/labels.cpp

@@ -67,6 +67,10 @@ extern "C" {
  *         is not understood is named on standard error, with the nearest keyword, and the rest is
  *         used.
  *
+ * A process can have several copies of the library: the program contains one, and a plug-in brings
+ * another. Each has sites of its own and writes its own report, which says so. A file of the second
+ * one has ".copy2" before the ending of its name, and so on. At a signal the first copy reports.
+ *
  * Memory that was allocated before is reported in one line. The profile takes nothing from the
  * program's heap, except that STACKS loads an unwinder once, and that functions get their names
  * when a report is written. Starts the library up. Any thread.

@@ -11,6 +11,7 @@
 #include "core/registry.h"
 #include "core/roads.h"
 #include "core/upcalls.h"
+#include "profile/copies.h"
 #include "profile/notes.h"
 #include "profile/pool.h"
 #include "profile/sampling.h"
@@ -72,6 +73,7 @@ std::int32_t configure(const char* source, const char* text) {
   if (own_text == nullptr) return qk_error_no(ENOMEM);
   profile::Options options;
   const std::int32_t mistake = read_profile_options(source, own_text, options);
+  profile::join_copies();
   if (options.depth != 0) profile::prepare_stack_capture();
   if (!profile::set_sampling(options.sample_bytes)) say_that_sample_stays(source);
   const RegistryLock lock;

@@ -96,6 +96,10 @@ void OpenMetricsWriter::sample(const MetricLabels& labels, std::int64_t value) n
   put_text_label("program", program_);
   out_.put(',');
   put_number_label("pid", process_id_);
+  if (copy_ != 1) {
+    out_.put(',');
+    put_number_label("copy", copy_);
+  }
   if (family.has_handle) {
     out_.put(',');
     put_number_label("handle", labels.handle);
@@ -113,7 +117,7 @@ void OpenMetricsWriter::put_text_label(std::string_view name, std::string_view t
   out_.put('"');
 }
 
-void OpenMetricsWriter::put_number_label(std::string_view name, int number) noexcept {
+void OpenMetricsWriter::put_number_label(std::string_view name, std::int64_t number) noexcept {
   out_.put(name).put("=\"").signed_number(number).put('"');
 }
 

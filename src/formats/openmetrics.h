@@ -31,9 +31,14 @@ struct MetricLabels {
  */
 class OpenMetricsWriter {
  public:
-  /** The program's name must stay valid. Like the tags, it can be any bytes but zero bytes. */
-  OpenMetricsWriter(std::string_view program, int process_id, qk::PageBuffer& out) noexcept
-      : program_(program), process_id_(process_id), out_(out) {}
+  /**
+   * The program's name must stay valid. Like the tags, it can be any bytes but zero bytes. The
+   * copies of the library in a process have numbers. Those after the first are a label, since no
+   * two series may have the same labels.
+   */
+  OpenMetricsWriter(std::string_view program, int process_id, std::uint32_t copy,
+                    qk::PageBuffer& out) noexcept
+      : program_(program), process_id_(process_id), copy_(copy), out_(out) {}
 
   /** Begins a family, once. The samples that follow belong to it. */
   void begin(MetricFamily family) noexcept;
@@ -47,10 +52,11 @@ class OpenMetricsWriter {
  private:
   void put_metadata(std::string_view keyword, std::string_view value) noexcept;
   void put_text_label(std::string_view name, std::string_view text) noexcept;
-  void put_number_label(std::string_view name, int number) noexcept;
+  void put_number_label(std::string_view name, std::int64_t number) noexcept;
 
   std::string_view program_;
   int process_id_;
+  std::uint32_t copy_;
   qk::PageWriter out_;
   MetricFamily family_{};
 };

@@ -124,20 +124,47 @@ int replace(const Path& path, const mode_t* old_mode, std::string_view text) {
   return error;
 }
 
-int write_to(Path& path, std::string_view text) {
+/** What a path leads to. */
+struct Target {
+  enum class Kind : std::uint8_t { kError, kDescriptor, kFile, kNewFile, kOther };
+
+  Kind kind;
+  int number = 0;           // of the error, or of the descriptor
+  struct stat status = {};  // of a file, and of what is none
+};
+
+/** Follows links: `path` becomes that of what they lead to. */
+Target find_target(Path& path) {
   constexpr int kMostLinks = 40;  // as the system
   for (int links = 0; links <= kMostLinks; ++links) {
     const int descriptor = descriptor_of(path.text());
-    if (descriptor >= 0) return write_text(descriptor, text);
+    if (descriptor >= 0) return {Target::Kind::kDescriptor, descriptor};
     const int followed = follow_link(path);
-    if (followed < 0) return -followed;
+    if (followed < 0) return {Target::Kind::kError, -followed};
     if (followed > 0) continue;
-    struct stat status = {};
-    if (::stat(path.c_str(), &status) != 0) return replace(path, nullptr, text);
-    if (!S_ISREG(status.st_mode)) return write_directly(path.c_str(), text);
-    return replace(path, &status.st_mode, text);
+    Target target = {Target::Kind::kNewFile};
+    if (::stat(path.c_str(), &target.status) != 0) return target;
+    target.kind = S_ISREG(target.status.st_mode) ? Target::Kind::kFile : Target::Kind::kOther;
+    return target;
   }
-  return ELOOP;
+  return {Target::Kind::kError, ELOOP};
+}
+
+int write_to(Path& path, std::string_view text) {
+  const Target target = find_target(path);
+  switch (target.kind) {
+    case Target::Kind::kError:
+      return target.number;
+    case Target::Kind::kDescriptor:
+      return write_text(target.number, text);
+    case Target::Kind::kFile:
+      return replace(path, &target.status.st_mode, text);
+    case Target::Kind::kNewFile:
+      return replace(path, nullptr, text);
+    case Target::Kind::kOther:
+      return write_directly(path.c_str(), text);
+  }
+  return EINVAL;
 }
 
 }  // namespace
@@ -148,6 +175,14 @@ int write_replaced_file(const char* path, std::string_view text) noexcept {
   if (path == nullptr || *path == '\0') return ENOENT;
   Path followed;
   return followed.set(path) ? write_to(followed, text) : ENAMETOOLONG;
+}
+
+bool is_file_to_replace(const char* path) noexcept {
+  const KeepErrno keep_errno;
+  Path followed;
+  if (!followed.set(path)) return false;
+  const Target target = find_target(followed);
+  return target.kind == Target::Kind::kFile || target.kind == Target::Kind::kNewFile;
 }
 
 }  // namespace qk

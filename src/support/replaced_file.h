@@ -23,6 +23,12 @@ namespace qk {
  */
 [[nodiscard]] int write_replaced_file(const char* path, std::string_view text) noexcept;
 
+/**
+ * Whether write_replaced_file() would replace a file or make a new one, and not write to what is no
+ * file. errno is preserved. Safe in a signal handler, and in any thread.
+ */
+[[nodiscard]] bool is_file_to_replace(const char* path) noexcept;
+
 }  // namespace qk
 
 #endif  // SUPPORT_REPLACED_FILE_H_

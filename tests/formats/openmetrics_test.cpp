@@ -21,7 +21,7 @@ std::string taken(qk::PageBuffer& buffer) {
 
 TEST(OpenMetrics, HasALineForEachSampleOfEachFamily) {
   qk::PageBuffer buffer;
-  OpenMetricsWriter metrics("app", 4711, buffer);
+  OpenMetricsWriter metrics("app", 4711, 1, buffer);
   metrics.begin(MetricFamily::kTagBytes);
   metrics.sample({.tag = "DT"}, 1040);
   metrics.sample({.tag = "X"}, 0);
@@ -65,9 +65,23 @@ TEST(OpenMetrics, HasALineForEachSampleOfEachFamily) {
             "# EOF\n");
 }
 
+TEST(OpenMetrics, HasALabelForALaterCopyOfTheLibrary) {
+  qk::PageBuffer buffer;
+  OpenMetricsWriter metrics("app", 4711, 2, buffer);
+  metrics.begin(MetricFamily::kHandleBlocks);
+  metrics.sample({.handle = 1, .tag = "DT"}, 7);
+  EXPECT_TRUE(metrics.finish());
+  EXPECT_EQ(
+      taken(buffer),
+      "# TYPE qkmem_handle_blocks gauge\n"
+      "# HELP qkmem_handle_blocks Live allocations on a handle.\n"
+      "qkmem_handle_blocks{program=\"app\",pid=\"4711\",copy=\"2\",handle=\"1\",tag=\"DT\"} 7\n"
+      "# EOF\n");
+}
+
 TEST(OpenMetrics, EscapesLabelsAndReplacesWhatIsNotUtf8) {
   qk::PageBuffer buffer;
-  OpenMetricsWriter metrics("C:\\\"app\"\n\xFCn", -1, buffer);
+  OpenMetricsWriter metrics("C:\\\"app\"\n\xFCn", -1, 1, buffer);
   metrics.begin(MetricFamily::kTagBytes);
   metrics.sample({.tag = "\xC3\xBC"}, 1);
   metrics.sample({.tag = ""}, 2);

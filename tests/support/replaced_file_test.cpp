@@ -312,4 +312,18 @@ TEST_F(ReplacedFile, NeedsNoHeapAndKeepsErrno) {
   kit::let_succeed();
 }
 
+TEST_F(ReplacedFile, IsToldFromWhatIsNoFile) {
+  make("old", "");
+  std::filesystem::create_symlink("old", "to_old");
+  std::filesystem::create_symlink("new", "to_new");
+  std::filesystem::create_symlink("/dev/null", "to_device");
+  std::filesystem::create_symlink("loop", "loop");
+  for (const char* const file : {"old", "new", "to_old", "to_new"}) {
+    EXPECT_TRUE(qk::is_file_to_replace(file)) << file;
+  }
+  for (const char* const other : {".", "to_device", "/dev/stdout", "/proc/self/fd/1", "loop"}) {
+    EXPECT_FALSE(qk::is_file_to_replace(other)) << other;
+  }
+}
+
 }  // namespace

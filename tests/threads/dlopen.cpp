@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -41,11 +42,13 @@ class PlugIn : public ::testing::Test {
     std::filesystem::remove_all(folder_);
   }
 
-  static std::string log() {
+  static std::string contents(const char* name) {
     std::ostringstream text;
-    text << std::ifstream(kLog).rdbuf();
+    text << std::ifstream(name).rdbuf();
     return text.str();
   }
+
+  static std::string log() { return contents(kLog); }
 
  private:
   std::filesystem::path folder_;
@@ -180,6 +183,109 @@ TEST_F(TwoCopies, LoseNoLineUnderFlush) {
   EXPECT_EQ(exit_code_of(status_of(use_both)), 3);
   const std::string one = log_of_one("normal termination", kNothing, " FLUSH");
   EXPECT_EQ(sorted_lines(plain_log()), sorted_lines(one + one));
+}
+
+/** The profiles of copies. */
+class TwoProfiles : public TwoCopies {
+ protected:
+  /** What is written to standard error, plain. */
+  static std::string errors_of(const char* options, void (*use)()) {
+    setenv("QK_MEM_PROFILE", options, 1);
+    EXPECT_EQ(exit_code_of(status_of([use] {
+                if (std::freopen("errors", "w", stderr) == nullptr) _exit(96);
+                use();
+              })),
+              3);
+    return plain(contents("errors"));
+  }
+
+  /** A report of one of two copies. */
+  static std::string report_of(const std::string& module) {
+    return "qkmem: 1 site still holds 10 B in 1 block; peak 20 B at T s (event 2)\n"
+           "qkmem: 2 copies of the library are in this process; this is the report of the one in " +
+           module +
+           "\n"
+           "  bytes  blocks  share  made  handle  site\n"
+           "   10 B       1   100%     1    3 PL  plugin.cpp:#\n"
+           "qkmem: the profile took M of its own\n";
+  }
+
+  /** Without what depends on the time, on the plug-in's source, and on how tables grow. */
+  static std::string plain(const std::string& text) {
+    const std::string timed = std::regex_replace(text, std::regex(R"(at \d+\.\d s)"), "at T s");
+    const std::string sized =
+        std::regex_replace(timed, std::regex(R"(took [0-9.]+ .iB)"), "took M");
+    return std::regex_replace(sized, std::regex(R"(plugin\.cpp:\d+)"), "plugin.cpp:#");
+  }
+
+  static constexpr char kFirst[] = "libthreads_first_copy.so";
+  static constexpr char kSecond[] = "libthreads_second_copy.so";
+};
+
+TEST_F(TwoProfiles, SayThatThereAreTwo) {
+  EXPECT_EQ(errors_of("SITES", use_both), report_of(kSecond) + report_of(kFirst));
+}
+
+TEST_F(TwoProfiles, SayThatThereAreTwoIfOneIsTheSharedLibrary) {
+  EXPECT_EQ(errors_of("SITES",
+                      [] {
+                        load(QKMEM_PLUGIN);
+                        load(QKMEM_SECOND_COPY);
+                      }),
+            report_of(kSecond) + report_of("libqkmem.so"));
+}
+
+TEST_F(TwoProfiles, RememberACopyThatWasUnloaded) {
+  EXPECT_EQ(errors_of("SITES REPORT=report",
+                      [] {
+                        void* const first = load(QKMEM_FIRST_COPY).first;
+                        load(QKMEM_SECOND_COPY);
+                        dlclose(first);
+                      }),
+            "");
+  EXPECT_EQ(plain(contents("report")), report_of(kFirst));
+  EXPECT_EQ(plain(contents("report.copy2")), report_of(kSecond));
+}
+
+TEST_F(TwoProfiles, GoToFilesOfTheirOwn) {
+  EXPECT_EQ(errors_of("SITES REPORT=report.txt", use_both), "");
+  EXPECT_EQ(plain(contents("report.txt")), report_of(kFirst));
+  EXPECT_EQ(plain(contents("report.copy2.txt")), report_of(kSecond));
+}
+
+TEST_F(TwoProfiles, ShareWhatIsNoFile) {
+  std::filesystem::create_symlink("/dev/null", "nowhere");
+  EXPECT_EQ(errors_of("SITES REPORT=nowhere", use_both), "");
+  EXPECT_FALSE(std::filesystem::exists("nowhere.copy2"));
+}
+
+TEST_F(TwoProfiles, HaveNumbersForPrograms) {
+  EXPECT_EQ(errors_of("SITES FORMAT=JSON REPORT=report.json", use_both), "");
+  EXPECT_NE(contents("report.json").find(R"("copy":1,"copies":2,)"), std::string::npos);
+  EXPECT_NE(contents("report.copy2.json").find(R"("copy":2,"copies":2,)"), std::string::npos);
+}
+
+TEST_F(TwoProfiles, HaveSeriesOfTheirOwnForCollectors) {
+  EXPECT_EQ(errors_of("SITES FORMAT=OPENMETRICS REPORT=report.prom", use_both), "");
+  const std::regex peak(R"(\nqkmem_peak_bytes\{program="threads_dlopen",pid="\d+"(.*)\} 20\n)");
+  const std::string first = contents("report.prom");
+  const std::string second = contents("report.copy2.prom");
+  std::smatch match;
+  ASSERT_TRUE(std::regex_search(first, match, peak)) << first;
+  EXPECT_EQ(match[1], "");
+  ASSERT_TRUE(std::regex_search(second, match, peak)) << second;
+  EXPECT_EQ(match[1], R"(,copy="2")");
+}
+
+TEST_F(TwoProfiles, SayNothingOfACopyWithoutAProfile) {
+  EXPECT_EQ(errors_of("SITES REPORT=report",
+                      [] {
+                        load(QKMEM_FIRST_COPY);
+                        setenv("QK_MEM_PROFILE", "", 1);
+                        load(QKMEM_SECOND_COPY);
+                      }),
+            "");
+  EXPECT_EQ(contents("report").find("copies"), std::string::npos);
 }
 
 TEST_F(TwoCopies, WriteOnlyTheFirstOnesReportAtASignal) {

@@ -57,7 +57,7 @@ bool write_json(qk::PageBuffer& out) {
 }
 
 bool write_metrics(const char* program, qk::PageBuffer& out) {
-  OpenMetricsWriter metrics(program, 4711, out);
+  OpenMetricsWriter metrics(program, 4711, 1, out);
   metrics.begin(MetricFamily::kTagBytes);
   metrics.sample({.tag = "DT"}, 1040);
   metrics.sample({.tag = "\"\\"}, 24);

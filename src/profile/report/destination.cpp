@@ -9,6 +9,7 @@
 #include <cstdint>
 
 #include "diag/log.h"
+#include "profile/copies.h"
 #include "profile/events.h"
 #include "support/file_names.h"
 #include "support/line.h"
@@ -49,12 +50,36 @@ void write_to_descriptor(int descriptor, const char* name, std::string_view text
   if (error != 0) complain(name, error);
 }
 
+using FileName = std::array<char, PATH_MAX>;
+
+/**
+ * A later copy of the library would replace the file of the first one. It says ".copy2" before the
+ * name's ending, which viewers and collectors go by. False if the name gets too long.
+ */
+bool distinguish_copy(FileName& name) {
+  const std::uint32_t number = number_of_this_copy();
+  if (number == 1 || !qk::is_file_to_replace(name.data())) return true;
+  const std::string_view path = name.data();
+  const std::size_t file = path.rfind('/') + 1;
+  const std::size_t dot = path.rfind('.');
+  const bool has_ending = dot != std::string_view::npos && dot > file;
+  const std::size_t at = has_ending ? dot : path.size();
+  qk::Line copy;
+  const std::string_view mark = copy.put(".copy").number(number).finish();
+  if (path.size() + mark.size() >= name.size()) return false;
+  std::copy_backward(name.data() + at, name.data() + path.size() + 1,
+                     name.data() + path.size() + 1 + mark.size());
+  std::copy(mark.begin(), mark.end(), name.data() + at);
+  return true;
+}
+
 void write_to_file(const char* pattern, std::string_view text) {
   constexpr std::int64_t kNanoseconds = 1'000'000'000;
   const qk::FileNameFacts facts = {
       .start = static_cast<std::int64_t>(start_of_clock()) / kNanoseconds, .number = reports};
-  std::array<char, PATH_MAX> name = {};
-  if (!qk::expand_file_name(pattern, facts, name).fits) return complain(pattern, ENAMETOOLONG);
+  FileName name = {};
+  const bool fits = qk::expand_file_name(pattern, facts, name).fits && distinguish_copy(name);
+  if (!fits) return complain(pattern, ENAMETOOLONG);
   const int error = qk::write_replaced_file(name.data(), text);
   if (error != 0) complain(name.data(), error);
 }

@@ -7,8 +7,9 @@ namespace qk::mem::profile {
 
 /**
  * Delivers a report to what REPORT= names: STDERR, STDOUT, LOG, or the pattern of a file name, see
- * qk::expand_file_name(). Every report has a number, the first one 1. A failure is told once on
- * standard error, and the program goes on.
+ * qk::expand_file_name(). Every report has a number, the first one 1. A file of a later copy of the
+ * library has the copy's number in its name. A failure is told once on standard error, and the
+ * program goes on.
  */
 void deliver(const char* report, std::string_view text);
 

@@ -6,6 +6,7 @@
 #include <cstdint>
 
 #include "formats/json.h"
+#include "profile/copies.h"
 #include "profile/events.h"
 #include "profile/labels.h"
 #include "profile/report/place.h"
@@ -247,6 +248,8 @@ void put_json_report(qk::PageBuffer& out, const Rows& rows, Naming naming) {
   json.begin_object();
   put_text(json, "program", program_invocation_short_name);
   put_number(json, "process", static_cast<std::uint64_t>(getpid()));
+  put_number(json, "copy", number_of_this_copy());
+  put_number(json, "copies", copies());
   put_number(json, "start_ns", start_of_clock());
   put_number(json, "duration_ns", time_now());
   put_number(json, "clock_precision_ns", clock_precision());

@@ -6,6 +6,7 @@
 #include <cstdint>
 
 #include "formats/openmetrics.h"
+#include "profile/copies.h"
 #include "profile/pool.h"
 #include "support/shared_variable.h"
 
@@ -34,7 +35,7 @@ MetricLabels labels_of(const Pool& pool) {
 }  // namespace
 
 void put_metrics_report(qk::PageBuffer& out) {
-  OpenMetricsWriter writer(program_invocation_short_name, getpid(), out);
+  OpenMetricsWriter writer(program_invocation_short_name, getpid(), number_of_this_copy(), out);
   writer.begin(MetricFamily::kTagBytes);
   for (std::uint32_t tag = 1; tag <= tag_levels.count(); ++tag) {
     writer.sample({.tag = tag_levels.at(tag).name}, as_value(live_bytes_of_tag(tag)));

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "formats/figures.h"
+#include "profile/copies.h"
 #include "profile/events.h"
 #include "profile/report/table.h"
 #include "profile/report/text_parts.h"
@@ -89,6 +90,14 @@ void put_sample(qk::PageWriter& out, const Verdict& verdict) {
   line.put("qkmem: estimates from a sample, SAMPLE=").number(sample_interval()).put("; ");
   line.put(size_figure(verdict.held.bytes).text()).put(" have a standard error of ");
   out.put(line.put(size_figure(standard_error(verdict.held.bytes)).text()).put("\n").finish());
+}
+
+void put_copies(qk::PageWriter& out) {
+  if (copies() == 1) return;
+  qk::Line line;
+  line.put("qkmem: ").number(copies()).put(" copies of the library are in this process; ");
+  line.put("this is the report of the one in ").put(module_of_this_copy());
+  out.put(line.put('\n').finish());
 }
 
 /** Sites of few short-lived blocks are not worth a line. */
@@ -178,6 +187,7 @@ void put_text_report(qk::PageWriter& out, Rows& rows, const ShownFrames& frames,
                      const Options& options, Occasion occasion) {
   const Verdict verdict = judge(rows, occasion);
   put_verdict(out, verdict, occasion);
+  put_copies(out);
   put_sample(out, verdict);
   const auto held_end = std::partition(rows.begin(), rows.end(), [occasion](const Row& row) {
     return !ends_with_handle(row, occasion);
