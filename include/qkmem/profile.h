@@ -45,7 +45,9 @@ extern "C" {
  *                 FORMAT=form      TEXT (unless given), for people; JSON, all figures, exact, times
  *                                  in nanoseconds; PPROF, for `go tool pprof` and servers that take
  *                                  its profiles, not compressed; OPENMETRICS, figures of the
- *                                  process, its tags and handles for collectors
+ *                                  process, its tags and handles for collectors. A file of
+ *                                  theirs that is written while the process runs is removed when
+ *                                  it ends, so that nobody takes it for a running one
  *                 EVERY=seconds    write the report also while the program runs, at the first event
  *                                  after that time. A file is replaced at once
  *                 CONTROL=file     look at this file once a second. Whenever it has changed, its

@@ -18,6 +18,7 @@
 #include "profile/report/report.h"
 #include "profile/snapshots.h"
 #include "qkmem/profile.h"
+#include "support/file_version.h"
 #include "support/keep_errno.h"
 #include "support/line.h"
 #include "support/no_cancellation.h"
@@ -41,19 +42,7 @@ void report_now() {
   profile::write_report(profile::Occasion::kRunning, profile::Naming::kComplete);
 }
 
-/** What tells a version of a file from the next one. */
-struct Version {
-  ino_t inode = 0;
-  off_t size = 0;
-  timespec changed = {};
-
-  [[nodiscard]] bool operator==(const Version& other) const {
-    return inode == other.inode && size == other.size && changed.tv_sec == other.changed.tv_sec &&
-           changed.tv_nsec == other.changed.tv_nsec;
-  }
-};
-
-constinit Version version_done;                  // of the worker
+constinit qk::FileVersion version_done = 0;      // of the worker
 constinit std::uint8_t is_new_control_file = 0;  // and nothing of it was done
 
 void report_as_asked(std::string_view options) {
@@ -132,10 +121,10 @@ std::string_view read_changed(char* text, std::size_t size) {
   struct stat status = {};
   std::string_view contents;
   if (::fstat(file, &status) == 0) {
-    const Version version = {status.st_ino, status.st_size, status.st_mtim};
+    const qk::FileVersion version = qk::version_of(status);
     const bool is_first = qk::load(is_new_control_file) != 0;
     qk::store(is_new_control_file, 0);
-    const bool is_new = is_first || !(version == version_done);
+    const bool is_new = is_first || version != version_done;
     version_done = version;
     const ssize_t length = is_new ? ::read(file, text, size) : 0;
     if (length > 0) contents = {text, static_cast<std::size_t>(length)};

@@ -109,7 +109,7 @@ int create_beside(const Path& path, mode_t mode, Path& created) {
 }
 
 /** @param old_mode  null if there is no such file yet. */
-int replace(const Path& path, const mode_t* old_mode, std::string_view text) {
+int replace(const Path& path, const mode_t* old_mode, std::string_view text, FileVersion* written) {
   constexpr mode_t kForAll = 0666;
   constexpr mode_t kPermissions = 0777;
   const mode_t mode = old_mode == nullptr ? kForAll : *old_mode & kPermissions;
@@ -119,8 +119,11 @@ int replace(const Path& path, const mode_t* old_mode, std::string_view text) {
   // If this fails, fewer can read the file than before.
   if (old_mode != nullptr) (void)::fchmod(descriptor, mode);
   int error = write_and_close(descriptor, text);
+  struct stat status = {};
+  if (error == 0 && ::stat(temporary.c_str(), &status) != 0) error = errno;
   if (error == 0 && std::rename(temporary.c_str(), path.c_str()) != 0) error = errno;
   if (error != 0) ::unlink(temporary.c_str());
+  if (error == 0 && written != nullptr) *written = version_of(status);
   return error;
 }
 
@@ -150,7 +153,7 @@ Target find_target(Path& path) {
   return {Target::Kind::kError, ELOOP};
 }
 
-int write_to(Path& path, std::string_view text) {
+int write_to(Path& path, std::string_view text, FileVersion* written) {
   const Target target = find_target(path);
   switch (target.kind) {
     case Target::Kind::kError:
@@ -158,9 +161,9 @@ int write_to(Path& path, std::string_view text) {
     case Target::Kind::kDescriptor:
       return write_text(target.number, text);
     case Target::Kind::kFile:
-      return replace(path, &target.status.st_mode, text);
+      return replace(path, &target.status.st_mode, text, written);
     case Target::Kind::kNewFile:
-      return replace(path, nullptr, text);
+      return replace(path, nullptr, text, written);
     case Target::Kind::kOther:
       return write_directly(path.c_str(), text);
   }
@@ -169,12 +172,21 @@ int write_to(Path& path, std::string_view text) {
 
 }  // namespace
 
-int write_replaced_file(const char* path, std::string_view text) noexcept {
+int write_replaced_file(const char* path, std::string_view text, FileVersion* written) noexcept {
   const NoCancellation no_cancellation;
   const KeepErrno keep_errno;
   if (path == nullptr || *path == '\0') return ENOENT;
   Path followed;
-  return followed.set(path) ? write_to(followed, text) : ENAMETOOLONG;
+  return followed.set(path) ? write_to(followed, text, written) : ENAMETOOLONG;
+}
+
+void remove_replaced_file(const char* path, FileVersion written) noexcept {
+  const KeepErrno keep_errno;
+  Path followed;
+  if (!followed.set(path)) return;
+  const Target target = find_target(followed);
+  const bool is_there = target.kind == Target::Kind::kFile && version_of(target.status) == written;
+  if (is_there) ::unlink(followed.c_str());
 }
 
 bool is_file_to_replace(const char* path) noexcept {

@@ -3,6 +3,8 @@
 
 #include <string_view>
 
+#include "support/file_version.h"
+
 namespace qk {
 
 /**
@@ -20,8 +22,18 @@ namespace qk {
  * Returns 0, or the number of the system's error. errno is preserved. The calling thread is not
  * canceled meanwhile. Allocates nothing, but needs 20 KiB of stack. Safe in a signal handler, and
  * in any thread; SIGPIPE and SIGXFSZ do what they do for every write.
+ *
+ * @param written  gets the version of the new file, unless there is none. Can be null.
  */
-[[nodiscard]] int write_replaced_file(const char* path, std::string_view text) noexcept;
+[[nodiscard]] int write_replaced_file(const char* path, std::string_view text,
+                                      FileVersion* written = nullptr) noexcept;
+
+/**
+ * Removes what write_replaced_file() has written under this name, unless something else has taken
+ * its place. A symbolic link stays. errno is preserved. Safe in a signal handler, and in any
+ * thread.
+ */
+void remove_replaced_file(const char* path, FileVersion written) noexcept;
 
 /**
  * Whether write_replaced_file() would replace a file or make a new one, and not write to what is no

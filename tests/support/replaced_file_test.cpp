@@ -326,4 +326,31 @@ TEST_F(ReplacedFile, IsToldFromWhatIsNoFile) {
   }
 }
 
+TEST_F(ReplacedFile, IsRemovedByWhoHasWrittenIt) {
+  std::filesystem::create_symlink("file", "link");
+  qk::FileVersion written = 0;
+  EXPECT_EQ(write_replaced_file("link", "text", &written), 0);
+  qk::remove_replaced_file("link", written);
+  EXPECT_EQ(files(), (std::set<std::string>{"link"}));
+}
+
+TEST_F(ReplacedFile, IsNotRemovedOnceItIsAnother) {
+  qk::FileVersion first = 0;
+  EXPECT_EQ(write_replaced_file("file", "text", &first), 0);
+  qk::FileVersion second = 0;
+  EXPECT_EQ(write_replaced_file("file", "other text", &second), 0);
+  EXPECT_NE(first, second);
+  qk::remove_replaced_file("file", first);
+  EXPECT_EQ(text_of("file"), "other text");
+  qk::remove_replaced_file("file", second);
+  qk::remove_replaced_file("file", second);
+  EXPECT_EQ(files(), std::set<std::string>());
+}
+
+TEST_F(ReplacedFile, HasNoVersionIfItIsADevice) {
+  qk::FileVersion written = 0;
+  EXPECT_EQ(write_replaced_file("/dev/null", "text", &written), 0);
+  EXPECT_EQ(written, 0U);
+}
+
 }  // namespace

@@ -16,6 +16,7 @@
 #include "support/option_words.h"
 #include "support/own_message.h"
 #include "support/replaced_file.h"
+#include "support/shared_variable.h"
 #include "support/system.h"
 
 namespace qk::mem::profile {
@@ -73,18 +74,56 @@ bool distinguish_copy(FileName& name) {
   return true;
 }
 
-void write_to_file(const char* pattern, std::string_view text) {
+/** The file that the report of a number goes to. False if its name is too long. */
+bool name_file(const char* pattern, std::uint64_t number, FileName& name) {
   constexpr std::int64_t kNanoseconds = 1'000'000'000;
   const qk::FileNameFacts facts = {
-      .start = static_cast<std::int64_t>(start_of_clock()) / kNanoseconds, .number = reports};
+      .start = static_cast<std::int64_t>(start_of_clock()) / kNanoseconds, .number = number};
+  return qk::expand_file_name(pattern, facts, name).fits && distinguish_copy(name);
+}
+
+/** The file that was written last. A fork takes it over into another process. */
+constinit qk::FileVersion last_file = 0;
+constinit pid_t writer_of_last_file = 0;
+
+void write_to_file(const char* pattern, std::string_view text) {
   FileName name = {};
-  const bool fits = qk::expand_file_name(pattern, facts, name).fits && distinguish_copy(name);
-  if (!fits) return complain(pattern, ENAMETOOLONG);
-  const int error = qk::write_replaced_file(name.data(), text);
+  if (!name_file(pattern, reports, name)) return complain(pattern, ENAMETOOLONG);
+  qk::FileVersion written = 0;
+  const int error = qk::write_replaced_file(name.data(), text, &written);
   if (error != 0) complain(name.data(), error);
+  if (written == 0) return;
+  // In this order: a signal handler that comes in between must not take another process's file.
+  qk::store(last_file, written);
+  qk::publish(writer_of_last_file, getpid());
+}
+
+/** Whether all reports go to one file, which is replaced. */
+bool have_one_file(const char* pattern, const FileName& name) {
+  FileName next = {};
+  return name_file(pattern, reports + 1, next) && std::string_view(name.data()) == next.data() &&
+         qk::is_file_to_replace(name.data());
+}
+
+bool is_file(const char* report) {
+  return !equal_ignoring_case(report, "STDERR") && !equal_ignoring_case(report, "STDOUT") &&
+         !equal_ignoring_case(report, "LOG");
 }
 
 }  // namespace
+
+bool withdraw(const Options& options) {
+  const bool was_shown = options.every_seconds != 0 || qk::load(last_file) != 0;
+  const bool is_for_collectors = options.format == Format::kOpenMetrics && is_file(options.report);
+  if (!was_shown || !is_for_collectors) return false;
+  FileName name = {};
+  if (!name_file(options.report, reports, name) || !have_one_file(options.report, name)) {
+    return false;
+  }
+  const bool is_own = qk::acquire(writer_of_last_file) == getpid();
+  if (is_own) qk::remove_replaced_file(name.data(), qk::load(last_file));
+  return true;
+}
 
 void deliver(const char* report, std::string_view text) {
   ++reports;

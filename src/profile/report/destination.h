@@ -3,6 +3,8 @@
 
 #include <string_view>
 
+#include "profile/options.h"
+
 namespace qk::mem::profile {
 
 /**
@@ -12,6 +14,16 @@ namespace qk::mem::profile {
  * program goes on.
  */
 void deliver(const char* report, std::string_view text);
+
+/**
+ * Removes the file of figures that collectors read while the process runs: they would take those of
+ * a process that has ended for a live one's, for ever. To be called at the end. Returns false, and
+ * does nothing, if there has to be a report at the end: in all other forms, in a file of its own
+ * for each report, and where none was asked for before.
+ *
+ * A file that another process has written, such as the one before a fork, stays.
+ */
+[[nodiscard]] bool withdraw(const Options& options);
 
 }  // namespace qk::mem::profile
 

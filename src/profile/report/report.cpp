@@ -138,6 +138,7 @@ void write_report(Occasion occasion, Naming naming) {
   // At a signal another thread can have the lock for ever, but nothing that it guards is used.
   std::optional<qk::MtxLock> lock;
   if (naming == Naming::kComplete) lock.emplace(report_lock);
+  if (occasion == Occasion::kEnd && withdraw(options)) return;
   qk::PageBuffer text;
   const bool has_room = compose_report(text, options, occasion, naming);
   if (naming == Naming::kComplete) close_names();
