@@ -42,12 +42,13 @@ extern "C" {
  *                 REPORT=name      STDERR (unless given), STDOUT, LOG, or a file, in whose name %p
  *                                  is the process, %n the program, %h the host, %t the start, %i
  *                                  the number of the report and %% a %
- *                 FORMAT=form      TEXT (unless given), for people; JSON, all figures, exact, times
+ *                 FORMAT=form      TEXT (unless given), for people, with bold and dim parts on a
+ *                                  terminal unless NO_COLOR is set; JSON, all figures, exact, times
  *                                  in nanoseconds; PPROF, for `go tool pprof` and servers that take
  *                                  its profiles, not compressed; OPENMETRICS, figures of the
- *                                  process, its tags and handles for collectors. A file of
- *                                  theirs that is written while the process runs is removed when
- *                                  it ends, so that nobody takes it for a running one
+ *                                  process, its tags and handles for collectors. A file of these
+ *                                  that is written while the process runs is removed when it ends,
+ *                                  so that nobody takes it for a running one
  *                 EVERY=seconds    write the report also while the program runs, at the first event
  *                                  after that time. A file is replaced at once
  *                 CONTROL=file     look at this file once a second. Whenever it has changed, its

@@ -68,11 +68,20 @@ void say_that_sample_stays(const char* source) {
   qk::write_message(line.put(", because blocks of that sample can be live\n").finish());
 }
 
+/** See https://no-color.org. The environment can change later, but not be read at a signal. */
+bool wants_colours() {
+  const char* const terminal = std::getenv("TERM");
+  const char* const refusal = std::getenv("NO_COLOR");
+  return terminal != nullptr && std::strcmp(terminal, "dumb") != 0 &&
+         (refusal == nullptr || *refusal == '\0');
+}
+
 std::int32_t configure(const char* source, const char* text) {
   char* const own_text = keep_text(text);
   if (own_text == nullptr) return qk_error_no(ENOMEM);
   profile::Options options;
   const std::int32_t mistake = read_profile_options(source, own_text, options);
+  options.may_have_colours = wants_colours();
   profile::join_copies();
   if (options.depth != 0) profile::prepare_stack_capture();
   if (!profile::set_sampling(options.sample_bytes)) say_that_sample_stays(source);

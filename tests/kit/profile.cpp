@@ -186,7 +186,7 @@ std::string text_report(const char* options, profile::Occasion occasion) {
   profile::name_callers(rows, frames, profile::Naming::kComplete, profile::options().skip);
   qk::PageBuffer buffer;
   qk::PageWriter out(buffer);
-  profile::put_text_report(out, rows, frames, profile::options(), occasion);
+  profile::put_text_report(out, rows, frames, profile::options(), profile::kPlainStyle, occasion);
   const std::string text(buffer.text());
   buffer.clear();
   return without_chance(text);

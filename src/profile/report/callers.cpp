@@ -188,21 +188,26 @@ void put_function_of_site(qk::Line& line, const Row& row, const ShownFrames& fra
   line.put(' ');
 }
 
-void put_callers(qk::Line& line, const Row& row, const ShownFrames& frames, std::size_t width) {
+void put_callers(qk::Line& line, const Row& row, const ShownFrames& frames, const Style& style,
+                 std::size_t width) {
   constexpr std::string_view kMore = " < \u2026";
-  const std::size_t end = line.length() + width;
   // One caller is shown at any rate: without it a stack tells nothing.
   const std::uint32_t first = row.begins_at_site ? 1 : 0;
+  if (first >= row.frame_count) return;
+  line.put(style.aside);
+  const std::size_t end = line.length() + width;
   for (std::uint32_t i = first; i < row.frame_count; ++i) {
     qk::Line caller;
     put_frame(caller.put(" < "), frames[row.first_frame + i]);
     const bool fits = line.length() + caller.length() + kMore.size() <= end;
     if (!fits && i != first) {
       line.put(kMore);
-      return;
+      break;
     }
     line.put(caller.finish());
   }
+  // A line that is cut must not lose its end.
+  line.shorten(qk::Line::kCapacity - style.end.size() - 1).put(style.end);
 }
 
 }  // namespace qk::mem::profile

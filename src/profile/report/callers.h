@@ -5,6 +5,7 @@
 #include <cstddef>
 
 #include "profile/report/rows.h"
+#include "profile/report/style.h"
 #include "profile/stacks.h"
 #include "support/line.h"
 #include "support/mapped_array.h"
@@ -51,8 +52,9 @@ void name_callers(Rows& rows, ShownFrames& frames, Naming naming, const char* sk
 /** Appends the function that a row's place is in and a blank, if it is known. */
 void put_function_of_site(qk::Line& line, const Row& row, const ShownFrames& frames);
 
-/** Appends the callers of a row's place, as many as fit into `width` bytes. */
-void put_callers(qk::Line& line, const Row& row, const ShownFrames& frames, std::size_t width);
+/** Appends the callers of a row's place, as many as fit into `width` bytes without the style's. */
+void put_callers(qk::Line& line, const Row& row, const ShownFrames& frames, const Style& style,
+                 std::size_t width);
 
 }  // namespace qk::mem::profile
 

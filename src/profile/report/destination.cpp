@@ -12,6 +12,7 @@
 #include "profile/copies.h"
 #include "profile/events.h"
 #include "support/file_names.h"
+#include "support/keep_errno.h"
 #include "support/line.h"
 #include "support/option_words.h"
 #include "support/own_message.h"
@@ -111,6 +112,12 @@ bool is_file(const char* report) {
 }
 
 }  // namespace
+
+bool goes_to_terminal(const char* report) {
+  const qk::KeepErrno keep_errno;
+  if (equal_ignoring_case(report, "STDERR")) return isatty(STDERR_FILENO) != 0;
+  return equal_ignoring_case(report, "STDOUT") && isatty(STDOUT_FILENO) != 0;
+}
 
 bool withdraw(const Options& options) {
   const bool was_shown = options.every_seconds != 0 || qk::load(last_file) != 0;

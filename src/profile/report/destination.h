@@ -15,6 +15,9 @@ namespace qk::mem::profile {
  */
 void deliver(const char* report, std::string_view text);
 
+/** Whether people see a report directly. Never of a file, whatever it leads to. */
+[[nodiscard]] bool goes_to_terminal(const char* report);
+
 /**
  * Removes the file of figures that collectors read while the process runs: they would take those of
  * a process that has ended for a live one's, for ever. To be called at the end. Returns false, and

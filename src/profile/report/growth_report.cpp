@@ -54,9 +54,10 @@ void put_end(qk::Line& line, const PeriodEnd& end, std::string_view without_name
   line.put(time_figure(end.time).text()).put(")");
 }
 
-void put_verdict(qk::PageWriter& out, const Parts& parts, const Period& period) {
+void put_verdict(qk::PageWriter& out, const Parts& parts, const Period& period,
+                 const Style& style) {
   qk::Line line;
-  put_heading(line);
+  put_heading(line.put(style.verdict));
   if (parts.grown.empty()) {
     line.put("nothing grew");
   } else {
@@ -73,14 +74,14 @@ void put_verdict(qk::PageWriter& out, const Parts& parts, const Period& period) 
     const Change sum = sum_of(parts.shrunk);
     line.put(" shrank by ").put(size_figure(amount_of(sum.bytes)).text());
   }
-  out.put(line.put('\n').finish());
+  out.put(line.put(style.end).put('\n').finish());
 }
 
 void put_changed(qk::PageWriter& out, std::span<const Row> rows, const ShownFrames& frames,
-                 std::string_view title, std::uint32_t top) {
+                 const Style& style, std::string_view title, std::uint32_t top) {
   if (rows.empty()) return;
-  put_rows<5>(out, rows, frames, title, top, {"grown", "blocks", "made", "held", "handle", "site"},
-              [](const Row& row) {
+  put_rows<5>(out, rows, frames, style, title, top,
+              {"grown", "blocks", "made", "held", "handle", "site"}, [](const Row& row) {
                 const Change change = change_of(row);
                 return Cells<5>{size_change_figure(change.bytes),
                                 count_change_figure(change.blocks),
@@ -100,13 +101,13 @@ void put_unchanged(qk::PageWriter& out, std::size_t sites) {
 }  // namespace
 
 void put_growth_report(qk::PageWriter& out, Growth& growth, const ShownFrames& frames,
-                       const Options& options) {
+                       const Options& options, const Style& style) {
   const Parts parts = divide(growth.rows);
-  put_verdict(out, parts, growth.period);
+  put_verdict(out, parts, growth.period, style);
   sort_by_growth(parts.grown, options.sort);
-  put_changed(out, parts.grown, frames, "", options.top);
+  put_changed(out, parts.grown, frames, style, "", options.top);
   sort_by_shrinkage(parts.shrunk, options.sort);
-  put_changed(out, parts.shrunk, frames, "qkmem: shrank\n", options.top);
+  put_changed(out, parts.shrunk, frames, style, "qkmem: shrank\n", options.top);
   put_unchanged(out, parts.unchanged);
   put_own_memory(out);
 }

@@ -4,6 +4,7 @@
 #include "profile/options.h"
 #include "profile/report/callers.h"
 #include "profile/report/growth.h"
+#include "profile/report/style.h"
 #include "support/page_writer.h"
 
 namespace qk::mem::profile {
@@ -13,7 +14,7 @@ namespace qk::mem::profile {
  * before, those that hold less, and how many hold as much. Sorts the rows. Calls no allocator.
  */
 void put_growth_report(qk::PageWriter& out, Growth& growth, const ShownFrames& frames,
-                       const Options& options);
+                       const Options& options, const Style& style);
 
 }  // namespace qk::mem::profile
 

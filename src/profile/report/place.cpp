@@ -26,7 +26,8 @@ void put_bare_place(qk::Line& line, const Row& row) {
   }
 }
 
-void put_place(qk::Line& line, const Row& row, const ShownFrames& frames, std::size_t width) {
+void put_place(qk::Line& line, const Row& row, const ShownFrames& frames, const Style& style,
+               std::size_t width) {
   const std::size_t begin = line.length();
   put_function_of_site(line, row, frames);
   put_bare_place(line, row);
@@ -35,7 +36,7 @@ void put_place(qk::Line& line, const Row& row, const ShownFrames& frames, std::s
     line.put(']');
   }
   const std::size_t taken = line.length() - begin;
-  put_callers(line, row, frames, taken < width ? width - taken : 0);
+  put_callers(line, row, frames, style, taken < width ? width - taken : 0);
 }
 
 }  // namespace qk::mem::profile

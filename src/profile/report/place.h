@@ -17,9 +17,10 @@ void put_bare_place(qk::Line& line, const Row& row);
 
 /**
  * Appends what a row is about, as people read it: the place that the program has named, its label,
- * and its callers as far as they fit into `width` bytes.
+ * and its callers as far as they fit into `width` bytes without the style's.
  */
-void put_place(qk::Line& line, const Row& row, const ShownFrames& frames, std::size_t width);
+void put_place(qk::Line& line, const Row& row, const ShownFrames& frames, const Style& style,
+               std::size_t width);
 
 }  // namespace qk::mem::profile
 

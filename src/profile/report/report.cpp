@@ -23,12 +23,17 @@ constinit qk::Mtx report_lock;
 
 namespace {
 
+const Style& style_of(const Options& options) {
+  const bool has_colours = options.may_have_colours && goes_to_terminal(options.report);
+  return has_colours ? kTerminalStyle : kPlainStyle;
+}
+
 void put_text(qk::PageBuffer& text, Rows& rows, const Options& options, Occasion occasion,
               Naming naming) {
   ShownFrames frames(frames_needed(rows));
   if (frames.capacity() != 0) name_callers(rows, frames, naming, options.skip);
   qk::PageWriter out(text);
-  put_text_report(out, rows, frames, options, occasion);
+  put_text_report(out, rows, frames, options, style_of(options), occasion);
 }
 
 void put_report(qk::PageBuffer& text, Rows& rows, const Options& options, Occasion occasion,
@@ -64,7 +69,7 @@ void put_growth(qk::PageBuffer& text, Growth& growth, const Options& options) {
         name_callers(growth.rows, frames, Naming::kComplete, options.skip);
       }
       qk::PageWriter out(text);
-      return put_growth_report(out, growth, frames, options);
+      return put_growth_report(out, growth, frames, options, style_of(options));
     }
     case Format::kJson:
       return put_json_growth(text, growth, Naming::kComplete);
@@ -120,8 +125,10 @@ Options options_now() {
 
 std::int32_t put_requested_report(qk::PageBuffer& text, const Options& options,
                                   const GrowthQuery& growth) {
+  Options plain = options;
+  plain.may_have_colours = false;  // a program gets the text
   const qk::MtxLock lock(report_lock);
-  return compose_requested(text, options, growth);
+  return compose_requested(text, plain, growth);
 }
 
 void write_requested_report(const Options& options, const GrowthQuery& growth) {

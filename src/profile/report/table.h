@@ -9,6 +9,7 @@
 
 #include "formats/figures.h"
 #include "profile/report/rows.h"
+#include "profile/report/style.h"
 #include "support/line.h"
 #include "support/page_writer.h"
 
@@ -37,8 +38,8 @@ inline void put_right_aligned(qk::Line& line, std::string_view text, std::size_t
  * @param put_place  appends a row's text to a line, in at most so many characters.
  */
 template <std::size_t N, class CellsOf, class PutPlace>
-void put_table(qk::PageWriter& out, const Headings<N>& headings, std::span<const Row> rows,
-               CellsOf cells_of, PutPlace put_place) {
+void put_table(qk::PageWriter& out, const Style& style, const Headings<N>& headings,
+               std::span<const Row> rows, CellsOf cells_of, PutPlace put_place) {
   std::array<std::size_t, N> widths = {};
   for (std::size_t i = 0; i < N; ++i) widths[i] = headings[i].size();
   for (const Row& row : rows) {
@@ -49,7 +50,8 @@ void put_table(qk::PageWriter& out, const Headings<N>& headings, std::span<const
   }
   qk::Line heading;
   for (std::size_t i = 0; i < N; ++i) put_right_aligned(heading, headings[i], widths[i] + 2);
-  out.put(heading.put("  ").put(headings[N]).put('\n').finish());
+  heading.put("  ").put(headings[N]).put(style.end);
+  out.put(style.aside).put(heading.put('\n').finish());
   for (const Row& row : rows) {
     const Cells<N> cells = cells_of(row);
     qk::Line line;

@@ -42,13 +42,13 @@ void put_own_memory(qk::PageWriter& out);
  */
 template <std::size_t N, class CellsOf>
 void put_rows(qk::PageWriter& out, std::span<const Row> rows, const ShownFrames& frames,
-              std::string_view title, std::uint32_t top, const Headings<N>& headings,
-              CellsOf cells_of) {
+              const Style& style, std::string_view title, std::uint32_t top,
+              const Headings<N>& headings, CellsOf cells_of) {
   const std::size_t shown = top == 0 ? rows.size() : std::min<std::size_t>(rows.size(), top);
   out.put(title);
-  put_table<N>(out, headings, rows.first(shown), cells_of,
-               [&frames](qk::Line& line, const Row& row, std::size_t width) {
-                 put_place(line, row, frames, width);
+  put_table<N>(out, style, headings, rows.first(shown), cells_of,
+               [&](qk::Line& line, const Row& row, std::size_t width) {
+                 put_place(line, row, frames, style, width);
                });
   const std::size_t rest = rows.size() - shown;
   if (rest == 0) return;

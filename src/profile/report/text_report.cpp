@@ -61,9 +61,10 @@ void put_peak(qk::Line& line) {
   line.put(" (event ").put(count_figure(event).text()).put(")");
 }
 
-void put_verdict(qk::PageWriter& out, const Verdict& verdict, Occasion occasion) {
+void put_verdict(qk::PageWriter& out, const Verdict& verdict, const Style& style,
+                 Occasion occasion) {
   qk::Line line;
-  put_heading(line);
+  put_heading(line.put(style.verdict));
   const Sums& held = verdict.held;
   if (held.blocks == 0) {
     line.put("nothing is held; ").put(count_figure(verdict.made_blocks).text());
@@ -77,7 +78,7 @@ void put_verdict(qk::PageWriter& out, const Verdict& verdict, Occasion occasion)
     put_amount(line, held.bytes, held.blocks);
   }
   if (verdict.made_blocks != 0) put_peak(line);
-  out.put(line.put('\n').finish());
+  out.put(line.put(style.end).put('\n').finish());
   if (verdict.autofree.blocks == 0) return;
   qk::Line autofree;
   put_amount(autofree.put("qkmem: "), verdict.autofree.bytes, verdict.autofree.blocks);
@@ -116,21 +117,22 @@ struct Part {
 
 /** Appends a part, if there is a row for it. */
 template <std::size_t N, class CellsOf>
-void put_part(qk::PageWriter& out, std::span<Row> all, const ShownFrames& frames, const Part& part,
-              std::uint32_t top, const Headings<N>& headings, CellsOf cells_of) {
+void put_part(qk::PageWriter& out, std::span<Row> all, const ShownFrames& frames,
+              const Style& style, const Part& part, std::uint32_t top, const Headings<N>& headings,
+              CellsOf cells_of) {
   const auto end = std::partition(all.begin(), all.end(), part.wants);
   const std::span<Row> wanted(all.begin(), end);
   if (wanted.empty()) return;
   sort_rows(wanted, part.order);
-  put_rows<N>(out, wanted, frames, part.title, top, headings, cells_of);
+  put_rows<N>(out, wanted, frames, style, part.title, top, headings, cells_of);
 }
 
 void put_held(qk::PageWriter& out, std::span<Row> rows, const ShownFrames& frames,
-              const Options& options, std::uint64_t all_bytes) {
+              const Options& options, const Style& style, std::uint64_t all_bytes) {
   const Part part = {"", options.sort, [](const Row& row) { return row.live_blocks != 0; }};
   if (sample_interval() != 0) {
     return put_part<6>(
-        out, rows, frames, part, options.top,
+        out, rows, frames, style, part, options.top,
         {"bytes", "error", "blocks", "share", "made", "handle", "site"}, [=](const Row& row) {
           return Cells<6>{
               size_figure(row.live_bytes),   size_figure(standard_error(row.live_bytes)),
@@ -138,7 +140,7 @@ void put_held(qk::PageWriter& out, std::span<Row> rows, const ShownFrames& frame
               count_figure(row.made_blocks), handle_figure(row)};
         });
   }
-  put_part<5>(out, rows, frames, part, options.top,
+  put_part<5>(out, rows, frames, style, part, options.top,
               {"bytes", "blocks", "share", "made", "handle", "site"}, [=](const Row& row) {
                 return Cells<5>{size_figure(row.live_bytes), count_figure(row.live_blocks),
                                 percent_figure(row.live_bytes, all_bytes),
@@ -147,12 +149,12 @@ void put_held(qk::PageWriter& out, std::span<Row> rows, const ShownFrames& frame
 }
 
 void put_held_at_peak(qk::PageWriter& out, std::span<Row> rows, const ShownFrames& frames,
-                      const Options& options) {
+                      const Options& options, const Style& style) {
   const std::uint64_t all_bytes = whole_now().highest;
   const Part part = {"qkmem: held at the peak\n", Sort::kPeak,
                      [](const Row& row) { return row.bytes_at_peak != 0; }};
-  put_part<4>(out, rows, frames, part, options.top, {"at peak", "share", "now", "handle", "site"},
-              [=](const Row& row) {
+  put_part<4>(out, rows, frames, style, part, options.top,
+              {"at peak", "share", "now", "handle", "site"}, [=](const Row& row) {
                 return Cells<4>{size_figure(row.bytes_at_peak),
                                 percent_figure(row.bytes_at_peak, all_bytes),
                                 size_figure(row.live_bytes), handle_figure(row)};
@@ -160,11 +162,11 @@ void put_held_at_peak(qk::PageWriter& out, std::span<Row> rows, const ShownFrame
 }
 
 void put_churn(qk::PageWriter& out, std::span<Row> rows, const ShownFrames& frames,
-               const Options& options) {
+               const Options& options, const Style& style) {
   const Part part = {"qkmem: churn, blocks that were freed within 16 events\n", Sort::kShort,
                      churns};
   put_part<5>(
-      out, rows, frames, part, options.top,
+      out, rows, frames, style, part, options.top,
       {"freed soon", "made", "bytes made", "mean life", "handle", "site"}, [](const Row& row) {
         return Cells<5>{count_figure(row.freed_soon), count_figure(row.made_blocks),
                         size_figure(row.made_bytes),
@@ -184,17 +186,17 @@ void put_left_out(qk::PageWriter& out) {
 }  // namespace
 
 void put_text_report(qk::PageWriter& out, Rows& rows, const ShownFrames& frames,
-                     const Options& options, Occasion occasion) {
+                     const Options& options, const Style& style, Occasion occasion) {
   const Verdict verdict = judge(rows, occasion);
-  put_verdict(out, verdict, occasion);
+  put_verdict(out, verdict, style, occasion);
   put_copies(out);
   put_sample(out, verdict);
   const auto held_end = std::partition(rows.begin(), rows.end(), [occasion](const Row& row) {
     return !ends_with_handle(row, occasion);
   });
-  put_held(out, {rows.begin(), held_end}, frames, options, verdict.held.bytes);
-  if (options.peak) put_held_at_peak(out, {rows.begin(), rows.end()}, frames, options);
-  put_churn(out, {rows.begin(), rows.end()}, frames, options);
+  put_held(out, {rows.begin(), held_end}, frames, options, style, verdict.held.bytes);
+  if (options.peak) put_held_at_peak(out, {rows.begin(), rows.end()}, frames, options, style);
+  put_churn(out, {rows.begin(), rows.end()}, frames, options, style);
   put_left_out(out);
   if (verdict.made_blocks != 0) put_own_memory(out);
 }

@@ -4,6 +4,7 @@
 #include "profile/options.h"
 #include "profile/report/callers.h"
 #include "profile/report/rows.h"
+#include "profile/report/style.h"
 #include "support/page_writer.h"
 
 namespace qk::mem::profile {
@@ -20,7 +21,7 @@ enum class Occasion : std::uint8_t {
  * to say. Sorts the rows. Calls no allocator.
  */
 void put_text_report(qk::PageWriter& out, Rows& rows, const ShownFrames& frames,
-                     const Options& options, Occasion occasion);
+                     const Options& options, const Style& style, Occasion occasion);
 
 }  // namespace qk::mem::profile
 
