@@ -11,7 +11,7 @@ int memory_of_library() {
 }
 
 void* allocate(unsigned long size) {
-  return qk_mem_malloc(memory_of_library(), size);  // guilty: callback
+  return qk_mem_malloc(memory_of_library(), size);  // guilty: callback, library
 }
 
 void release(void* memory) { qk_mem_free(memory_of_library(), memory); }

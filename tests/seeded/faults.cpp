@@ -1,4 +1,5 @@
-// The faults. The comment "guilty: NAME" marks the line that the report has to lead to.
+// The faults. The comment "guilty: NAME" marks the line that the report has to lead to, "label: NAME"
+// its label and "caller: NAME" its caller, if these are needed.
 #include "tests/seeded/faults.h"
 
 #include <atomic>
@@ -132,6 +133,13 @@ void leak_in_a_callback(const Server& /*server*/, int /*request*/) {
   static_cast<void>(parse_list(hooks));
 }
 
+/** The same without labels. Only the call stack tells the steps apart. */
+void leak_in_a_callback_without_labels(const Server& /*server*/, int /*request*/) {
+  static const Hooks hooks = hooks_on_a_handle();
+  forget_list(hooks, parse_list(hooks));
+  static_cast<void>(parse_list(hooks));  // caller: library
+}
+
 struct Named {
   std::string_view name;
   Fault fault;
@@ -149,6 +157,7 @@ constexpr Named kFaults[] = {
     {"constructor", throw_from_a_constructor},
     {"thread", leak_in_a_detached_thread},
     {"callback", leak_in_a_callback},
+    {"library", leak_in_a_callback_without_labels},
 };
 
 }  // namespace

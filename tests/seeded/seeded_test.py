@@ -5,7 +5,8 @@ usage: seeded_test.py PROGRAM FAULT   ("none": looks at the server without a fau
 The program is tests/seeded/. It gets the setting that docs/finding.md recommends. The line of a
 fault has the comment "guilty: FAULT". It must be in the first row of its part of the report. Of the
 rows that hold memory at the end, it can be the second one: what is meant to be kept can be more
-than what leaks.
+than what leaks. With call stacks it must be the first one, and the nearest caller there the line
+with the comment "caller: FAULT".
 """
 
 import os
@@ -31,12 +32,16 @@ FAULTS = {
     "constructor": ("It leaks", HELD),
     "thread": ("It leaks", HELD),
     "callback": ("A library leaks", HELD),
+    "library": ("A library leaks", HELD),
 }
+
+# For stacks the user names the frames that are the library's.
+SETTINGS = {"library": "STACKS SKIP=parse_list"}
 
 # Innocent rows that may stand above the guilty one.
 ROWS_ABOVE = {HELD: 1, PEAK: 0, CHURN: 0}
 
-ROW = re.compile(r"^ .*  (\S+\.cpp:\d+)(?: \[(.*)\])?$")
+ROW = re.compile(r"^ .*  (?:[\w:~]+ )?(\S+\.cpp:\d+)(?: \[(.*)\])?(?: < [\w:~]+ (\S+:\d+).*)?$")
 
 
 def run(program, fault, **settings):
@@ -51,27 +56,29 @@ def run(program, fault, **settings):
     return result.stderr
 
 
-def marked(comment):
-    """The place of the one line with a comment, and the line."""
+def marked(kind, fault):
+    """The place of the one line with a comment about a fault, and the line."""
+    comment = re.compile(rf"// {kind}: (?:\w+, )*{fault}(?:, \w+)*$")
     found = [(f"{source.name}:{number}", line)
              for source in sorted(SOURCES.glob("*.cpp"))
              for number, line in enumerate(source.read_text(encoding="ascii").splitlines(), start=1)
-             if line.endswith(f"// {comment}")]
-    assert len(found) <= 1, f"{len(found)} lines have the comment {comment}"
+             if comment.search(line)]
+    assert len(found) <= 1, f"{len(found)} lines have the comment {kind}: {fault}"
     return found[0] if found else (None, "")
 
 
 def guilty_row(fault):
-    """The place and the label that lead to a fault. The label is None if the fault has none."""
-    place, _ = marked(f"guilty: {fault}")
+    """The place, label and caller that lead to a fault. The last two are None if there are none."""
+    place, _ = marked("guilty", fault)
     assert place, f"no line has the comment guilty: {fault}"
-    _, line = marked(f"label: {fault}")
+    _, line = marked("label", fault)
     label = re.search(r'"(.*)"', line)
-    return place, label[1] if label else None
+    caller, _ = marked("caller", fault)
+    return place, label[1] if label else None, caller
 
 
 def rows_of(report, part):
-    """The places and labels of a part, from the first row to the last."""
+    """The places, labels and callers of a part, from the first row to the last."""
     lines = iter(report.splitlines())
     for line in lines:
         if line.startswith("qkmem: ") and part in line:
@@ -94,11 +101,12 @@ def setting_for(symptom):
 
 def check_fault(program, fault):
     symptom, part = FAULTS[fault]
-    setting = setting_for(symptom)
+    setting = SETTINGS.get(fault) or setting_for(symptom)
     report = run(program, fault, PROFILE=setting)
     guilty = guilty_row(fault)
     rows = rows_of(report, part)
-    if guilty not in rows[:ROWS_ABOVE[part] + 1]:
+    rows_above = 0 if fault in SETTINGS else ROWS_ABOVE[part]
+    if guilty not in rows[:rows_above + 1]:
         sys.exit(f"{guilty} is not at the top of the part '{part}':\n{report}")
     # A row with another label is of an innocent step.
     if guilty in rows_of(run(program, "none", PROFILE=setting), part):
