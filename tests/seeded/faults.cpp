@@ -1,5 +1,5 @@
-// The faults. The comment "guilty: NAME" marks the line that the report has to lead to, "label: NAME"
-// its label and "caller: NAME" its caller, if these are needed.
+// The faults. The comment "guilty: NAME" marks the line that the report has to lead to.
+// "label: NAME" and "caller: NAME" mark what it says beside that line.
 #include "tests/seeded/faults.h"
 
 #include <atomic>
