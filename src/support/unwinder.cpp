@@ -11,6 +11,10 @@
 #include "support/modules.h"
 #include "support/text.h"
 
+/** Of the C++ run-time, which doesn't declare it: the unwinding table of an address, or null. */
+// NOLINTNEXTLINE(bugprone-reserved-identifier)
+extern "C" [[gnu::weak]] const void* _Unwind_Find_FDE(void* address, void* bases);
+
 namespace qk {
 namespace {
 
@@ -28,7 +32,21 @@ _Unwind_Reason_Code note_frame(_Unwind_Context* context, void* data) {
   return _URC_NO_REASON;
 }
 
+/**
+ * A static program registers its unwinding tables while it starts, after constructors that have a
+ * priority. Until then the run-time would end the process.
+ */
+bool has_unwinding_tables() {
+  constinit static std::atomic<bool> is_known = false;
+  if (is_known.load(std::memory_order_relaxed) || _Unwind_Find_FDE == nullptr) return true;
+  void* bases[3] = {};
+  if (_Unwind_Find_FDE(reinterpret_cast<void*>(&capture_stack), bases) == nullptr) return false;
+  is_known.store(true, std::memory_order_relaxed);
+  return true;
+}
+
 int walk_by_runtime(void** addresses, int most) {
+  if (!has_unwinding_tables()) return 0;
   Walk walk = {addresses, most, 0};
   _Unwind_Backtrace(note_frame, &walk);
   return walk.count;
