@@ -126,7 +126,12 @@ void reset_profile() {
 }
 
 void configure_profile_from_environment() {
-  if (const char* const text = asked_by_environment()) configure("QK_MEM_PROFILE", text);
+  const char* const text = asked_by_environment();
+  if (text == nullptr) return;
+  // Without a word it would look as if there was nothing to report.
+  if (configure("QK_MEM_PROFILE", text) == qk_error_no(ENOMEM)) {
+    qk::write_message("qkmem: no memory for the profile\n");
+  }
 }
 
 }  // namespace qk::mem

@@ -1,6 +1,8 @@
 #include "symbols/debug_info.h"
 
 #include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -60,6 +62,22 @@ bool can_have_functions(int tag) {
          tag == dwarf::kTagUnion || tag == dwarf::kTagModule;
 }
 
+/**
+ * libdw crashes here and there when it gets no memory. It needs several times the size of a file
+ * with compressed parts.
+ */
+bool has_memory_for(int file) {
+  constexpr std::size_t kLeast = std::size_t{64} << 20;
+  struct stat status = {};
+  if (::fstat(file, &status) != 0) return false;
+  const std::size_t bytes = kLeast + 8 * static_cast<std::size_t>(status.st_size);
+  void* const pages =
+      mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  if (pages == MAP_FAILED) return false;
+  munmap(pages, bytes);
+  return true;
+}
+
 constexpr int kMostNested = 32;  // scopes in scopes; damaged files can have any number
 
 }  // namespace
@@ -79,7 +97,7 @@ bool DebugInfo::open(const char* path, const Functions& libdw, PageArena& arena)
   constexpr int kRead = 0;
   libdw_ = &libdw;
   arena_ = &arena;
-  session_ = libdw.begin(file_, kRead);
+  if (has_memory_for(file_)) session_ = libdw.begin(file_, kRead);
   if (session_ != nullptr) read_units();
   if (ranges_.size() == 0) close();
   return is_open();

@@ -223,7 +223,7 @@ void put_grown_sites(JsonWriter& json, const Rows& rows, Naming naming) {
 
 }  // namespace
 
-void put_json_growth(qk::PageBuffer& out, Growth& growth, Naming naming) {
+bool put_json_growth(qk::PageBuffer& out, Growth& growth, Naming naming) {
   sort_by_growth({growth.rows.begin(), growth.rows.end()}, Sort::kBytes);
   Row sum = {};
   for (const Row& row : growth.handles) add_figures(sum, row);
@@ -241,9 +241,10 @@ void put_json_growth(qk::PageBuffer& out, Growth& growth, Naming naming) {
   put_grown_tags(json, growth.handles);
   put_grown_sites(json, growth.rows, naming);
   json.end_object();
+  return json.is_complete();
 }
 
-void put_json_report(qk::PageBuffer& out, const Rows& rows, Naming naming) {
+bool put_json_report(qk::PageBuffer& out, const Rows& rows, Naming naming) {
   JsonWriter json(out);
   json.begin_object();
   put_text(json, "program", program_invocation_short_name);
@@ -263,6 +264,7 @@ void put_json_report(qk::PageBuffer& out, const Rows& rows, Naming naming) {
   json.start_line().key("sites").begin_array();
   for (const Row& row : rows) put_site(json, row, naming);
   json.end_array().end_object();
+  return json.is_complete();
 }
 
 }  // namespace qk::mem::profile

@@ -10,15 +10,16 @@ namespace qk::mem::profile {
 
 /**
  * Writes all figures as one JSON object, for programs: bytes, events and nanoseconds, exact. Each
- * handle, tag and site has a line of its own.
+ * handle, tag and site has a line of its own. Returns whether all is there; otherwise there was no
+ * memory.
  */
-void put_json_report(qk::PageBuffer& out, const Rows& rows, Naming naming);
+[[nodiscard]] bool put_json_report(qk::PageBuffer& out, const Rows& rows, Naming naming);
 
 /**
  * Writes the growth in a period as one JSON object, with signed numbers: of handles, tags and sites
  * that hold more or less than before, or have allocated; the largest growth first. Sorts the rows.
  */
-void put_json_growth(qk::PageBuffer& out, Growth& growth, Naming naming);
+[[nodiscard]] bool put_json_growth(qk::PageBuffer& out, Growth& growth, Naming naming);
 
 }  // namespace qk::mem::profile
 

@@ -5,8 +5,11 @@
 
 namespace qk::mem::profile {
 
-/** Writes the figures of handles, tags and the whole for collectors, without the sites. */
-void put_metrics_report(qk::PageBuffer& out);
+/**
+ * Writes the figures of handles, tags and the whole for collectors, without the sites. Returns
+ * whether all is there; otherwise there was no memory.
+ */
+[[nodiscard]] bool put_metrics_report(qk::PageBuffer& out);
 
 }  // namespace qk::mem::profile
 

@@ -56,6 +56,8 @@ class Report {
     add_sample(row, {locations.data(), count}, values);
   }
 
+  [[nodiscard]] bool is_complete() const { return writer_.finish(); }
+
  private:
   /** The oldest one is the program, which viewers take the first one for. */
   void add_mappings(const qk::KnownModule* newest) {
@@ -135,14 +137,16 @@ class Report {
 
 }  // namespace
 
-void put_pprof_report(qk::PageBuffer& out, const Rows& rows, Naming naming) {
+bool put_pprof_report(qk::PageBuffer& out, const Rows& rows, Naming naming) {
   Report report(out, naming, 0, time_now());
   for (const Row& row : rows) report.add(row);
+  return report.is_complete();
 }
 
-void put_pprof_growth(qk::PageBuffer& out, const Growth& growth, Naming naming) {
+bool put_pprof_growth(qk::PageBuffer& out, const Growth& growth, Naming naming) {
   Report report(out, naming, growth.period.begin.time, growth.period.end.time);
   for (const Row& row : growth.rows) report.add(row);
+  return report.is_complete();
 }
 
 }  // namespace qk::mem::profile

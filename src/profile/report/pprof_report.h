@@ -10,12 +10,13 @@ namespace qk::mem::profile {
 
 /**
  * Writes rows as a profile for `go tool pprof`. The innermost location of a sample is the place
- * that the program has named; the call stack, if there is one, stands around it.
+ * that the program has named; the call stack, if there is one, stands around it. Returns whether
+ * all is there; otherwise there was no memory.
  */
-void put_pprof_report(qk::PageBuffer& out, const Rows& rows, Naming naming);
+[[nodiscard]] bool put_pprof_report(qk::PageBuffer& out, const Rows& rows, Naming naming);
 
 /** The same for the growth in a period. What has shrunk has negative values. */
-void put_pprof_growth(qk::PageBuffer& out, const Growth& growth, Naming naming);
+[[nodiscard]] bool put_pprof_growth(qk::PageBuffer& out, const Growth& growth, Naming naming);
 
 }  // namespace qk::mem::profile
 

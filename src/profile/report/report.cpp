@@ -23,20 +23,24 @@ constinit qk::Mtx report_lock;
 
 namespace {
 
+constexpr char kNoMemory[] = "qkmem: no memory for the report\n";
+
 const Style& style_of(const Options& options) {
   const bool has_colours = options.may_have_colours && goes_to_terminal(options.report);
   return has_colours ? kTerminalStyle : kPlainStyle;
 }
 
-void put_text(qk::PageBuffer& text, Rows& rows, const Options& options, Occasion occasion,
+bool put_text(qk::PageBuffer& text, Rows& rows, const Options& options, Occasion occasion,
               Naming naming) {
   ShownFrames frames(frames_needed(rows));
   if (frames.capacity() != 0) name_callers(rows, frames, naming, options.skip);
   qk::PageWriter out(text);
   put_text_report(out, rows, frames, options, style_of(options), occasion);
+  return !out.has_failed();
 }
 
-void put_report(qk::PageBuffer& text, Rows& rows, const Options& options, Occasion occasion,
+/** Returns whether all is there. Otherwise there was no memory. */
+bool put_report(qk::PageBuffer& text, Rows& rows, const Options& options, Occasion occasion,
                 Naming naming) {
   switch (options.format) {
     case Format::kText:
@@ -48,20 +52,28 @@ void put_report(qk::PageBuffer& text, Rows& rows, const Options& options, Occasi
     case Format::kOpenMetrics:
       return put_metrics_report(text);
   }
+  return false;
 }
 
-/** False if there is no memory. */
+/** The beginning of a text tells people something. Programs need all, or an earlier report. */
+void deliver_incomplete(const Options& options, std::string_view text) {
+  if (options.format != Format::kText || text.empty()) return qk::write_message(kNoMemory);
+  deliver(options.report, text);
+  qk::write_message("qkmem: no memory for the rest of the report\n");
+}
+
+/** Returns whether all is there. */
 bool compose_report(qk::PageBuffer& text, const Options& options, Occasion occasion,
                     Naming naming) {
   const std::size_t needed = rows_needed();
   Rows rows(needed);
   if (rows.capacity() < needed) return false;
   collect_rows(rows);
-  put_report(text, rows, options, occasion, naming);
-  return true;
+  return put_report(text, rows, options, occasion, naming);
 }
 
-void put_growth(qk::PageBuffer& text, Growth& growth, const Options& options) {
+/** Returns whether all is there. */
+bool put_growth(qk::PageBuffer& text, Growth& growth, const Options& options) {
   switch (options.format) {
     case Format::kText: {
       ShownFrames frames(frames_needed(growth.rows));
@@ -69,7 +81,8 @@ void put_growth(qk::PageBuffer& text, Growth& growth, const Options& options) {
         name_callers(growth.rows, frames, Naming::kComplete, options.skip);
       }
       qk::PageWriter out(text);
-      return put_growth_report(out, growth, frames, options, style_of(options));
+      put_growth_report(out, growth, frames, options, style_of(options));
+      return !out.has_failed();
     }
     case Format::kJson:
       return put_json_growth(text, growth, Naming::kComplete);
@@ -78,6 +91,7 @@ void put_growth(qk::PageBuffer& text, Growth& growth, const Options& options) {
     case Format::kOpenMetrics:
       break;
   }
+  return false;
 }
 
 /** Appends a line in place of a report. Returns a system's error as a code. */
@@ -94,8 +108,7 @@ std::int32_t compose_growth(qk::PageBuffer& text, const Options& options,
   if (!growth.has_room()) return qk_error_no(ENOMEM);
   const GrowthError error = collect_growth(growth, query);
   if (error == GrowthError::kNone) {
-    put_growth(text, growth, options);
-    return 0;
+    return put_growth(text, growth, options) ? 0 : qk_error_no(ENOMEM);
   }
   qk::Line line;
   put_growth_error(line, error, query);
@@ -128,14 +141,19 @@ std::int32_t put_requested_report(qk::PageBuffer& text, const Options& options,
   Options plain = options;
   plain.may_have_colours = false;  // a program gets the text
   const qk::MtxLock lock(report_lock);
-  return compose_requested(text, plain, growth);
+  const std::int32_t code = compose_requested(text, plain, growth);
+  if (code == qk_error_no(ENOMEM)) text.clear();
+  return code;
 }
 
 void write_requested_report(const Options& options, const GrowthQuery& growth) {
   const qk::MtxLock lock(report_lock);
   qk::PageBuffer text;
-  static_cast<void>(compose_requested(text, options, growth));
-  deliver(options.report, text.text());
+  if (compose_requested(text, options, growth) == qk_error_no(ENOMEM)) {
+    deliver_incomplete(options, text.text());
+  } else {
+    deliver(options.report, text.text());
+  }
   text.clear();
 }
 
@@ -147,10 +165,13 @@ void write_report(Occasion occasion, Naming naming) {
   if (naming == Naming::kComplete) lock.emplace(report_lock);
   if (occasion == Occasion::kEnd && withdraw(options)) return;
   qk::PageBuffer text;
-  const bool has_room = compose_report(text, options, occasion, naming);
+  const bool is_complete = compose_report(text, options, occasion, naming);
   if (naming == Naming::kComplete) close_names();
-  if (!has_room) return qk::write_message("qkmem: no memory for the report\n");
-  deliver(options.report, text.text());
+  if (is_complete) {
+    deliver(options.report, text.text());
+  } else {
+    deliver_incomplete(options, text.text());
+  }
   text.clear();
 }
 

@@ -49,9 +49,9 @@ void put_table(qk::PageWriter& out, const Style& style, const Headings<N>& headi
     }
   }
   qk::Line heading;
+  heading.put(style.aside);
   for (std::size_t i = 0; i < N; ++i) put_right_aligned(heading, headings[i], widths[i] + 2);
-  heading.put("  ").put(headings[N]).put(style.end);
-  out.put(style.aside).put(heading.put('\n').finish());
+  out.put(heading.put("  ").put(headings[N]).put(style.end).put('\n').finish());
   for (const Row& row : rows) {
     const Cells<N> cells = cells_of(row);
     qk::Line line;
