@@ -70,8 +70,7 @@ int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
   // The library writes to these. The fuzzer's own lines still appear.
   stdout = __real_fopen("/dev/null", "w");
   stderr = __real_fopen("/dev/null", "w");
-  for (const char* name : {"QK_MEM_DEBUG", "QK_MEM_DUMP", "QK_MEM_OPTIONS", "QK_MEM_PROFILE"})
-    unsetenv(name);
+  for (const char* name : {"QK_MEM_DEBUG", "QK_MEM_DUMP", "QK_MEM_OPTIONS"}) unsetenv(name);
   return 0;
 }
 }
