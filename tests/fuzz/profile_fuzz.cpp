@@ -1,5 +1,5 @@
-// The profile's configuration: reads each line as one, and uses the library under it. Reports stay in
-// the current folder.
+// The profile's configuration: reads each line as one, and uses the library under it. Reports stay
+// in the current folder.
 #include <cstring>
 #include <functional>
 #include <string_view>

@@ -2,10 +2,12 @@
 #include <pty.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <string>
 
 #include "profile/report/callers.h"
+#include "qkmem/profile.h"
 #include "qkmem/qkmem.h"
 #include "tests/kit/scene.h"
 #include "tests/kit/text.h"
@@ -193,6 +195,20 @@ TEST(Colours, AreNotWrittenToFiles) {
       kit::run({"", "", "", "REPORT=r"}, [&] { leak({}, terminal, STDERR_FILENO); });
   EXPECT_EQ(0, ended.exit_code);
   EXPECT_EQ(kPlain, plain(kit::contents("r")));
+}
+
+TEST(Colours, AreNotWrittenToAStreamOfTheProgram) {
+  const kit::Scene scene;
+  const Terminal terminal;
+  const kit::Ended ended = kit::run({"", "", "", "REPORT=STDERR"}, [&] {
+    leak({}, terminal, STDERR_FILENO);
+    std::FILE* const file = std::fopen("r", "w");
+    qk_mem_profile_report(file, "");
+    std::fclose(file);
+  });
+  EXPECT_EQ(0, ended.exit_code);
+  EXPECT_EQ(0U, kit::contents("r").find("qkmem: 1 site holds 4.0 KiB"));
+  EXPECT_EQ(std::string::npos, kit::contents("r").find('\x1b'));
 }
 
 }  // namespace
