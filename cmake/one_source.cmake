@@ -27,3 +27,32 @@ function(qkmem_one_source variable name)
   set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${ARGN})
   set(${variable} "${path}" ${apart} PARENT_SCOPE)
 endfunction()
+
+get_filename_component(qkmem_library_folder "${CMAKE_CURRENT_LIST_DIR}/../src" ABSOLUTE)
+
+# Names of theirs are used otherwise by another source of the same folder.
+set(qkmem_sources_apart
+  config/debug_config.cpp
+  config/module_options.cpp
+  life/startup.cpp
+  profile/report/rows.cpp
+  report/info.cpp
+  support/ending_signals.cpp
+  support/fifo.cpp
+  support/line.cpp)
+
+# qkmem_one_source_per_folder(<target>): compiles the library's sources in a target as one for each
+# folder, but for those that stay apart. It takes a third of the time.
+function(qkmem_one_source_per_folder target)
+  get_target_property(sources ${target} SOURCES)
+  foreach(source IN LISTS sources)
+    cmake_path(RELATIVE_PATH source BASE_DIRECTORY "${qkmem_library_folder}" OUTPUT_VARIABLE name)
+    cmake_path(GET name PARENT_PATH folder)
+    if(folder AND NOT folder MATCHES "^[.][.]" AND NOT name IN_LIST qkmem_sources_apart)
+      string(MAKE_C_IDENTIFIER "${folder}" group)
+      set_source_files_properties("${source}" PROPERTIES UNITY_GROUP ${group})
+    endif()
+  endforeach()
+  set_target_properties(${target} PROPERTIES UNITY_BUILD ON UNITY_BUILD_MODE GROUP
+    UNITY_BUILD_CODE_BEFORE_INCLUDE "// NOLINTNEXTLINE(bugprone-suspicious-include)")
+endfunction()
