@@ -112,7 +112,7 @@ std::uint64_t standard_error(std::uint64_t bytes) {
   // Heron's way: 64 steps halve any double that is too large, and then double the right digits.
   double root = square;
   for (int step = 0; step < 72; ++step) root = (root + square / root) / 2;
-  return static_cast<std::uint64_t>(root + 0.5);
+  return static_cast<std::uint64_t>(root);
 }
 
 }  // namespace qk::mem::profile
