@@ -108,10 +108,12 @@ TEST_F(Samples, DoNotTellWhatIsFreedSoon) {
   EXPECT_EQ(0U, kit::site_at("sampling_test.cpp", __LINE__ - 2).freed_soon);
 }
 
-TEST_F(Samples, LeaveMemoryFromBeforeAsItWas) {
+TEST(SamplesOfNewMemory, LeaveMemoryFromBeforeAsItWas) {
+  unsetenv("QK_MEM_PROFILE");
+  const kit::Scene scene;
   const Pool pool;
   for (int i = 0; i < 100; ++i) qk_mem_malloc(pool, 10);
-  sample("SAMPLE=1M");
+  ASSERT_EQ(0, qk_mem_profile_config("SAMPLE=1M"));
   EXPECT_EQ("100 for 1000, made 100 for 1000",
             kit::held_by(kit::row_of(qk::mem::profile::RowKind::kFromBefore)));
 }
