@@ -20,9 +20,11 @@ constinit std::uint8_t uses_slow_unwinder = 0;
 
 /**
  * In a program or a plug-in that contains the library, stacks begin with frames of it, which can't
- * be told from others without their names.
+ * be told from others without their names. None of them follow an entry, if the calls that lead to
+ * it are jumps.
  */
 constinit std::uint32_t own_frames = 0;
+constinit std::uint32_t own_frames_at_entry = 0;
 
 /** The most that lead from an entry point to the capture of the stack. */
 constexpr std::uint32_t kMostOwnFrames = 12;
@@ -44,13 +46,31 @@ void look_for_new_modules() {
   return stacks.intern(stack).value_or(0);
 }
 
+[[gnu::noipa]] const void* caller_of(int /*distinction*/) { return __builtin_return_address(0); }
+
+[[gnu::noipa]] const void* caller_of_one() { return caller_of(1); }
+[[gnu::noipa]] const void* caller_of_other() { return caller_of(2); }
+
+[[gnu::noipa]] const void* return_address_in(const void* (*function)()) {
+  const void* const address = function();
+  asm volatile("");  // keeps this call from being a jump
+  return address;
+}
+
+/** Whether the compiler has made jumps of calls that are a function's last. */
+bool last_calls_are_jumps() {
+  return return_address_in(caller_of_one) == return_address_in(caller_of_other);
+}
+
 }  // namespace
 
 void prepare_stack_capture() {
   if (qk::set_flag(is_prepared)) return;
   modules.refresh();
   qk::prepare_stacks(qk::load_unwinder());
-  if (!qk::stacks_leave_library_out()) own_frames = kMostOwnFrames;
+  if (qk::stacks_leave_library_out()) return;
+  own_frames = kMostOwnFrames;
+  own_frames_at_entry = last_calls_are_jumps() ? 0 : kMostOwnFrames;
 }
 
 void set_stack_depth(std::uint32_t depth) {
@@ -65,7 +85,7 @@ void set_stack_depth(std::uint32_t depth) {
 int frames_to_capture(const void* entry) {
   const std::uint32_t depth = qk::load(stack_depth);
   if (depth == 0) return 0;
-  const std::uint32_t own = entry == nullptr ? own_frames : 0;
+  const std::uint32_t own = entry == nullptr ? own_frames : own_frames_at_entry;
   return static_cast<int>(std::min<std::uint32_t>(depth + own, qk::kMostFrames));
 }
 

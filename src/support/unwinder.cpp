@@ -104,7 +104,7 @@ struct Addresses {
   if (entry != nullptr) {
     walk(unwinder, most + kFramesToEntry, addresses);
     const int first = find_among_first(addresses.all, addresses.count, entry);
-    if (first >= 0) return first;
+    if (first >= 0 && !is_own(addresses.all[first])) return first;
   }
   walk(unwinder, most + kOwnFrames, addresses);
   return std::max(0, find_among_first(addresses.all, addresses.count, caller));

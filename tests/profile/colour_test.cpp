@@ -70,9 +70,10 @@ class Terminal {
   int programs_end_ = -1;
 };
 
-/** Without what depends on the time, the lines of this file, and how tables grow. */
+/** Without what depends on the time, the threads, the lines of this file, and how tables grow. */
 std::string plain(const std::string& report) {
-  const std::string timed = kit::replaced(report, R"(at \d+\.\d s)", "at T s");
+  const std::string exact = kit::replaced(report, R"( \(within [^)]*\))", "");
+  const std::string timed = kit::replaced(exact, R"(at \d+\.\d s)", "at T s");
   const std::string sized = kit::replaced(timed, R"(took [0-9.]+ .iB)", "took M");
   const std::string placed = kit::replaced(sized, R"(test\.cpp:\d+)", "test.cpp:#");
   // Where the tests of a folder are one source, their unnamed namespaces have names.
