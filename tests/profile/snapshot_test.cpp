@@ -10,10 +10,12 @@
 #include <vector>
 
 #include "config/profile_config.h"
+#include "profile/report/growth.h"
 #include "profile/snapshots.h"
 #include "profile/state.h"
 #include "qkmem/profile.h"
 #include "qkmem/qkmem.h"
+#include "support/line.h"
 #include "tests/kit/profile.h"
 #include "tests/kit/scene.h"
 
@@ -261,6 +263,15 @@ TEST_F(Snapshot, CanBeTakenWhileThreadsAllocateAndReport) {
   ASSERT_EQ(0, qk_mem_snapshot("mark"));
   EXPECT_EQ("", growth("SINCE=mark"));
   EXPECT_EQ("", kit::profile_errors());
+}
+
+TEST_F(Snapshot, IsNamedAsUnknownEvenIfItWasTakenMeanwhile) {
+  ASSERT_EQ(0, qk_mem_snapshot("mark"));
+  qk::mem::profile::GrowthQuery query;
+  query.since = "mark";
+  qk::Line line;
+  put_growth_error(line, qk::mem::profile::GrowthError::kNoBeginning, query);
+  EXPECT_EQ("qkmem: unknown snapshot \"mark\"; is \"mark\" meant?\n", line.finish());
 }
 
 TEST(SnapshotCommand, IsTakenByTheControlFile) {

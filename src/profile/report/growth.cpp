@@ -103,9 +103,8 @@ GrowthError collect(Growth& growth, const GrowthQuery& query) QK_REQUIRES(growth
   assert_growth_held();
   const Snapshot* const begin = query.since == nullptr ? nullptr : find_snapshot(query.since);
   const Snapshot* const end = query.until == nullptr ? nullptr : find_snapshot(query.until);
-  if ((begin == nullptr && query.since != nullptr) || (end == nullptr && query.until != nullptr)) {
-    return GrowthError::kNoSnapshot;
-  }
+  if (begin == nullptr && query.since != nullptr) return GrowthError::kNoBeginning;
+  if (end == nullptr && query.until != nullptr) return GrowthError::kNoEnd;
   if (begin != nullptr && end != nullptr && end->number < begin->number) {
     return GrowthError::kBackwards;
   }
@@ -130,12 +129,6 @@ void put_meant_name(qk::Line& line, const char* name) {
     put_snapshot_name(line.put("; is "), nearest.name().data());
     line.put(" meant?");
   }
-}
-
-bool is_missing(const char* name) {
-  if (name == nullptr) return false;
-  const qk::MtxLock lock(growth_lock);
-  return find_snapshot(name) == nullptr;
 }
 
 std::int64_t figure_of(const Row& row, Sort order) {
@@ -186,7 +179,8 @@ void put_growth_error(qk::Line& line, GrowthError error, const GrowthQuery& quer
     put_snapshot_name(line.put("qkmem: the snapshot "), query.until);
     put_snapshot_name(line.put(" is older than "), query.since);
   } else {
-    const char* const name = is_missing(query.since) ? query.since : query.until;
+    // Not looked for again: another thread can have taken the snapshot meanwhile.
+    const char* const name = error == GrowthError::kNoBeginning ? query.since : query.until;
     put_snapshot_name(line.put("qkmem: unknown snapshot "), name);
     put_meant_name(line, name);
   }

@@ -91,8 +91,9 @@ struct Growth {
 /** Why there is no growth to report. */
 enum class GrowthError : std::uint8_t {
   kNone,
-  kNoSnapshot,  // of a name that the query has
-  kBackwards    // the end is earlier than the beginning
+  kNoBeginning,  // there is no snapshot of the name that the query has for it
+  kNoEnd,        // likewise
+  kBackwards     // the end is earlier than the beginning
 };
 
 [[nodiscard]] GrowthError collect_growth(Growth& growth, const GrowthQuery& query);

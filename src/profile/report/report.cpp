@@ -112,7 +112,7 @@ std::int32_t compose_growth(qk::PageBuffer& text, const Options& options,
   }
   qk::Line line;
   put_growth_error(line, error, query);
-  return put_instead(text, line.finish(), error == GrowthError::kNoSnapshot ? ENOENT : EINVAL);
+  return put_instead(text, line.finish(), error == GrowthError::kBackwards ? EINVAL : ENOENT);
 }
 
 /** Appends what is asked for, or a line that says why not. Returns the code. */
