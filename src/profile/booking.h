@@ -81,8 +81,7 @@ class Booking {
 
   /** Books the release of all blocks of a site. */
   [[gnu::always_inline]] void all_gone(Site& site) const {
-    const std::uint64_t blocks = qk::load(site.live_blocks);
-    if (blocks != 0) let_go(site, {qk::load(site.live_bytes), blocks});
+    let_go(site, {qk::load(site.live_bytes), qk::load(site.live_blocks)});
   }
 
  private:

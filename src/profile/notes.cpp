@@ -209,9 +209,13 @@ void note_piece(qk_mem_handle& handle, std::uint64_t bytes, Site* site) {
 void note_all_gone(qk_mem_handle& handle) {
   assert_held(handle);
   Pool& pool = pool_of(handle);
-  if (is_frozen() || sums_of(pool).live_blocks == 0) return;
-  const Booking booking = Booking::of_next_event(pool);
-  for_each_site(pool, [&booking](Site& site) { booking.all_gone(site); });
+  if (is_frozen()) return;
+  std::optional<Booking> booking;  // an event only if there is memory
+  for_each_site(pool, [&](Site& site) {
+    if (qk::load(site.live_blocks) == 0) return;
+    if (!booking) booking.emplace(Booking::of_next_event(pool));
+    booking->all_gone(site);
+  });
 }
 
 void note_reset(qk_mem_handle& handle) {

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "profile/events.h"
 #include "qkmem/profile.h"
 #include "qkmem/qkmem.h"
 #include "tests/kit/profile.h"
@@ -101,6 +102,15 @@ TEST_F(Sites, KeepABlockThatCannotBeResized) {
   EXPECT_EQ(nullptr, qk_mem_realloc(pool, memory, PTRDIFF_MAX));
   EXPECT_EQ("1 for 100, made 1 for 100", held_by(kit::site_at("accounting_test.cpp", line)));
   qk_mem_free(pool, memory);
+}
+
+TEST_F(Sites, CountNoEventWhenAnEmptyHandleIsCleared) {
+  const Pool pool("BLOCKMGMT BLOCKSIZE=4096");
+  qk_mem_malloc(pool, 10);
+  qk_mem_clear_handle(pool);
+  EXPECT_EQ(2U, qk::mem::profile::events_so_far());
+  qk_mem_clear_handle(pool);
+  EXPECT_EQ(2U, qk::mem::profile::events_so_far());
 }
 
 TEST_F(Sites, LoseAllWhenTheHandleIsDeleted) {
