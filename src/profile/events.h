@@ -44,7 +44,7 @@ void reserve_numbers(EventRange& range);
   if (single_threaded) [[likely]] {
     const std::uint64_t event = qk::load(event_counter.last) + 1;
     qk::store(event_counter.last, event);
-    // It is read at the next allocation. Nobody asks for the time of a release.
+    // The clock is read at the next allocation: nobody asks for the time of a release.
     if (event >= event_counter.next_reading) [[unlikely]]
       qk::set_bits(reasons_for_attention, attention::kClockIsDue);
     range.left = 0;  // what is left from a time with several threads is too old
