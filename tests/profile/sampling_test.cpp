@@ -151,6 +151,33 @@ TEST_F(Samples, AreReportedWithTheirError) {
       kit::text_report("SAMPLE=1K"));
 }
 
+TEST_F(Samples, DoNotSayThatNothingIsHeld) {
+  sample("SAMPLE=1K");
+  const Pool pool;
+  qk_mem_free(pool, qk_mem_imalloc(pool, 1 << 20, QK_MEM_ALIGNMENT, "a.c", 1));
+  EXPECT_EQ(
+      "qkmem: nothing of the sample is held; 1 allocation of 1.0 MiB was watched; peak 1.0 MiB at "
+      "T s (event 1)\n"
+      "qkmem: estimates from a sample, SAMPLE=1024\n"
+      "qkmem: the profile took M of its own\n",
+      kit::text_report("SAMPLE=1K"));
+}
+
+TEST_F(Samples, AreNamedInReportsOfGrowth) {
+  sample("SAMPLE=1K");
+  const Pool pool;
+  ASSERT_EQ(0, qk_mem_snapshot("mark"));
+  qk_mem_imalloc(pool, 1 << 20, QK_MEM_ALIGNMENT, "a.c", 1);
+  EXPECT_EQ(
+      "qkmem: 1 site grew by 1.0 MiB in 1 block between \"mark\" (event 0, T s) and now (event 1, "
+      "T s)\n"
+      "qkmem: estimates from a sample, SAMPLE=1024\n"
+      "     grown  blocks  made     held  handle  site\n"
+      "  +1.0 MiB      +1     1  1.0 MiB       3  a.c:1\n"
+      "qkmem: the profile took M of its own\n",
+      kit::requested("SINCE=mark").text);
+}
+
 TEST_F(Samples, ReportNoErrorWithoutASample) {
   ASSERT_EQ(0, qk_mem_profile_config("SITES"));
   EXPECT_EQ(0U, qk::mem::profile::standard_error(1 << 20));

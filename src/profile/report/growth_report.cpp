@@ -104,6 +104,7 @@ void put_growth_report(qk::PageWriter& out, Growth& growth, const ShownFrames& f
                        const Options& options, const Style& style) {
   const Parts parts = divide(growth.rows);
   put_verdict(out, parts, growth.period, style);
+  put_sample(out);
   sort_by_growth(parts.grown, options.sort);
   put_changed(out, parts.grown, frames, style, "", options.top);
   sort_by_shrinkage(parts.shrunk, options.sort);

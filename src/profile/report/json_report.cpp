@@ -28,6 +28,17 @@ void put_text(JsonWriter& json, std::string_view key, std::string_view text) {
   json.key(key).text(text);
 }
 
+/** What all reports begin with. */
+void begin_report(JsonWriter& json) {
+  json.begin_object();
+  put_text(json, "program", program_invocation_short_name);
+  put_number(json, "process", static_cast<std::uint64_t>(getpid()));
+  put_number(json, "copy", number_of_this_copy());
+  put_number(json, "copies", copies());
+  put_number(json, "start_ns", start_of_clock());
+  if (sample_interval() != 0) put_number(json, "sample_interval_bytes", sample_interval());
+}
+
 void put_level(JsonWriter& json, const Level& level) {
   const std::uint64_t event = qk::load(level.highest_event);
   put_number(json, "peak_bytes", qk::load(level.highest));
@@ -57,7 +68,6 @@ void put_whole(JsonWriter& json, const Rows& rows) {
   put_number(json, "made_blocks", made_blocks);
   put_level(json, whole_now());
   put_number(json, "peak_tolerance_bytes", peak_tolerance());
-  if (sample_interval() != 0) put_number(json, "sample_interval_bytes", sample_interval());
   put_error(json, live_bytes);
 }
 
@@ -228,10 +238,7 @@ bool put_json_growth(qk::PageBuffer& out, Growth& growth, Naming naming) {
   Row sum = {};
   for (const Row& row : growth.handles) add_figures(sum, row);
   JsonWriter json(out);
-  json.begin_object();
-  put_text(json, "program", program_invocation_short_name);
-  put_number(json, "process", static_cast<std::uint64_t>(getpid()));
-  put_number(json, "start_ns", start_of_clock());
+  begin_report(json);
   put_number(json, "clock_precision_ns", clock_precision());
   put_number(json, "own_bytes", own_bytes());
   put_end(json, "since", growth.period.begin);
@@ -246,12 +253,7 @@ bool put_json_growth(qk::PageBuffer& out, Growth& growth, Naming naming) {
 
 bool put_json_report(qk::PageBuffer& out, const Rows& rows, Naming naming) {
   JsonWriter json(out);
-  json.begin_object();
-  put_text(json, "program", program_invocation_short_name);
-  put_number(json, "process", static_cast<std::uint64_t>(getpid()));
-  put_number(json, "copy", number_of_this_copy());
-  put_number(json, "copies", copies());
-  put_number(json, "start_ns", start_of_clock());
+  begin_report(json);
   put_number(json, "duration_ns", time_now());
   put_number(json, "clock_precision_ns", clock_precision());
   put_number(json, "events", events_so_far());

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include "profile/pool.h"
+#include "profile/sampling.h"
 #include "profile/state.h"
 
 namespace qk::mem::profile {
@@ -35,6 +36,17 @@ Figure handle_figure(const Row& row) {
     const char* const tag = tag_levels.at(pool.tag).name;
     if (*tag != '\0') cursor.put(' ').put(tag);
   });
+}
+
+void put_sample(qk::PageWriter& out, std::uint64_t bytes) {
+  if (sample_interval() == 0) return;
+  qk::Line line;
+  line.put("qkmem: estimates from a sample, SAMPLE=").number(sample_interval());
+  if (bytes != 0) {
+    line.put("; ").put(size_figure(bytes).text()).put(" have a standard error of ");
+    line.put(size_figure(standard_error(bytes)).text());
+  }
+  out.put(line.put('\n').finish());
 }
 
 void put_own_memory(qk::PageWriter& out) {

@@ -31,6 +31,9 @@ void put_heading(qk::Line& line);
 /** The number and the tag of a row's handle. */
 [[nodiscard]] Figure handle_figure(const Row& row);
 
+/** Says that figures are estimates, if they are; of a sum of bytes also with what error. */
+void put_sample(qk::PageWriter& out, std::uint64_t bytes = 0);
+
 /** Appends how much memory the profile has taken. */
 void put_own_memory(qk::PageWriter& out);
 

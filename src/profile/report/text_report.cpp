@@ -67,7 +67,9 @@ void put_verdict(qk::PageWriter& out, const Verdict& verdict, const Style& style
   put_heading(line.put(style.verdict));
   const Sums& held = verdict.held;
   if (held.blocks == 0) {
-    line.put("nothing is held; ").put(count_figure(verdict.made_blocks).text());
+    // Blocks that are in no sample can be held nevertheless.
+    line.put(sample_interval() == 0 ? "nothing is held; " : "nothing of the sample is held; ");
+    line.put(count_figure(verdict.made_blocks).text());
     line.put(" allocation").put(plural(verdict.made_blocks)).put(" of ");
     line.put(size_figure(verdict.made_bytes).text());
     line.put(verdict.made_blocks == 1 ? " was watched" : " were watched");
@@ -83,14 +85,6 @@ void put_verdict(qk::PageWriter& out, const Verdict& verdict, const Style& style
   qk::Line autofree;
   put_amount(autofree.put("qkmem: "), verdict.autofree.bytes, verdict.autofree.blocks);
   out.put(autofree.put(" of AUTOFREE handles go with them\n").finish());
-}
-
-void put_sample(qk::PageWriter& out, const Verdict& verdict) {
-  if (sample_interval() == 0) return;
-  qk::Line line;
-  line.put("qkmem: estimates from a sample, SAMPLE=").number(sample_interval()).put("; ");
-  line.put(size_figure(verdict.held.bytes).text()).put(" have a standard error of ");
-  out.put(line.put(size_figure(standard_error(verdict.held.bytes)).text()).put("\n").finish());
 }
 
 void put_copies(qk::PageWriter& out) {
@@ -190,7 +184,7 @@ void put_text_report(qk::PageWriter& out, Rows& rows, const ShownFrames& frames,
   const Verdict verdict = judge(rows, occasion);
   put_verdict(out, verdict, style, occasion);
   put_copies(out);
-  put_sample(out, verdict);
+  put_sample(out, verdict.held.bytes);
   const auto held_end = std::partition(rows.begin(), rows.end(), [occasion](const Row& row) {
     return !ends_with_handle(row, occasion);
   });
