@@ -29,10 +29,8 @@ struct NoLock {
 /** A handle's lock if the calling thread is its favourite. It needs no call, so few registers. */
 class FavouriteLock {
  public:
-  explicit FavouriteLock(const qk_mem_handle& handle) : mtx_(handle.mtx) {
-    if (mtx_ != nullptr) [[likely]]
-      entry_ = mtx_->enter_as_favourite();
-  }
+  explicit FavouriteLock(const qk_mem_handle& handle)
+      : mtx_(handle.mtx), entry_(mtx_ == nullptr ? qk::Mtx::Entry() : mtx_->enter_as_favourite()) {}
   FavouriteLock(const FavouriteLock&) = delete;
   FavouriteLock& operator=(const FavouriteLock&) = delete;
   ~FavouriteLock() {
@@ -44,7 +42,7 @@ class FavouriteLock {
 
  private:
   qk::Mtx* const mtx_;
-  qk::Mtx::Entry entry_;
+  const qk::Mtx::Entry entry_;
 };
 
 /** Whether a lock is held as far as its handle needs one. */
