@@ -71,6 +71,8 @@ set(library_sources
   diag/output_file.cpp
   diag/trace_file.cpp
 
+  history/freed_blocks.cpp
+
   profile/address_table.cpp
   profile/booking.cpp
   profile/copies.cpp
@@ -78,6 +80,7 @@ set(library_sources
   profile/events.cpp
   profile/labels.cpp
   profile/marks.cpp
+  profile/misuses.cpp
   profile/notes.cpp
   profile/options.cpp
   profile/pool.cpp
@@ -92,7 +95,10 @@ set(library_sources
   profile/report/growth.cpp
   profile/report/growth_report.cpp
   profile/report/json_report.cpp
+  profile/report/known_address.cpp
   profile/report/metrics_report.cpp
+  profile/report/misuse.cpp
+  profile/report/misuse_report.cpp
   profile/report/place.cpp
   profile/report/pprof_report.cpp
   profile/report/report.cpp

@@ -61,6 +61,9 @@ extern "C" {
  *                                  times interval. Events are those of the sample, so that blocks
  *                                  freed soon are not told. For production. The first interval
  *                                  stays; options without SAMPLE book all new allocations again
+ *                 HISTORY=blocks   remember the blocks that were released last, for the words below:
+ *                                  65536 unless given, at 32 bytes each; 0 for none. In thousands
+ *                                  of handles more, since each remembers its last 255 at least
  *                 MAX=bytes        of the profile's own memory, 256M unless given. What does not
  *                                  fit is reported as not recorded
  *                 Numbers of bytes can end with K, M or G. Null and "" switch the profile off: new
@@ -73,6 +76,11 @@ extern "C" {
  * A process can have several copies of the library: the program contains one, and a plug-in brings
  * another. Each has sites of its own and writes its own report, which says so. A file of the second
  * one has ".copy2" before the ending of its name, and so on. At a signal the first copy reports.
+ *
+ * A call that misuses memory, such as a double free, is told in words where the report goes, but on
+ * standard error if that is a file or not a text: once for each line of the program, before the call
+ * goes on. The report counts them. For that, the call's handle must keep records. Frees of null are
+ * legal, and are only counted.
  *
  * Memory that was allocated before is reported in one line. The profile takes nothing from the
  * program's heap, except that STACKS loads an unwinder once, and that functions get their names

@@ -25,10 +25,10 @@ FORMATS = SUPPORT + ["src/support"]
 CORE = FORMATS + ["src/formats", C_HEADER]
 DIAG = CORE + ["src/core"]
 # What the profile keeps. Tables tell it of records, and its reports read it.
-PROFILE = CORE + ["src/core", "src/symbols", PROFILE_HEADER]
+PROFILE = CORE + ["src/core", "src/symbols", "src/history", PROFILE_HEADER]
 # Tables know nothing of the log and the trace file: they answer, and their callers announce.
 TABLE = PROFILE + ["src/profile"]
-ACCOUNTING = DIAG + ["src/diag", "src/profile", "src/table", "src/history"]
+ACCOUNTING = DIAG + ["src/diag", "src/profile", "src/table"]
 BESIDE = ACCOUNTING + ["src/accounting"]
 ENTRY = BESIDE + [PROFILE_HEADER, "src/check", "src/profile/report"]
 LIFE = ENTRY + ["src/alloc", "src/handle", "src/config", "src/report"]
@@ -52,10 +52,11 @@ ALLOWED = {
     "src/diag": DIAG,
     "src/table": TABLE,
     "src/accounting": ACCOUNTING,
-    "src/history": TABLE,
+    "src/history": SUPPORT + ["src/support"],
     "src/check": BESIDE,
     "src/profile": PROFILE,
-    "src/profile/report": DIAG + ["src/diag", "src/profile", "src/symbols"],
+    "src/profile/report": DIAG + ["src/diag", "src/history", "src/profile", "src/symbols",
+                                  "src/table"],
     "src/alloc": ENTRY,
     "src/handle": ENTRY,
     "src/config": ENTRY,

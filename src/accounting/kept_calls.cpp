@@ -45,7 +45,9 @@ void qk_mem_free_ptr(qk_mem_handle* handle, qk_mem_ptr* record) {
   qk_mem_ptr_array& array = array_of(*handle, record->address);
   const std::int32_t index = find_slot(array, record->address);
   if (index <= 0) return;
-  if (profile::is_watched(*handle)) profile::note_gone(*handle, {array, index});
+  if (profile::is_watched(*handle)) {
+    profile::note_gone(*handle, {array, index}, {nullptr, 0, history::Ending::kFreed});
+  }
   vacate(*handle, array, index, record->kind, qk::is_single_threaded());
 }
 

@@ -4,6 +4,7 @@
 #include "diag/event.h"
 #include "diag/failure.h"
 #include "diag/log.h"
+#include "profile/misuses.h"
 
 namespace qk::mem {
 namespace {
@@ -43,9 +44,12 @@ std::optional<qk_mem_ptr> insert_or_grow(qk_mem_handle& handle, const qk_mem_ptr
         return insertion.record;
       case InsertResult::kArrayLost:
         warn_of_lost_array(context.as(kRoutine));
+        profile::note_lost_records();
         return std::nullopt;
       case InsertResult::kArrayFull:
-        if (!grow(handle, record.address, context.as(kRoutine))) return std::nullopt;
+        if (grow(handle, record.address, context.as(kRoutine))) break;
+        profile::note_lost_records();
+        return std::nullopt;
     }
   }
 }

@@ -160,9 +160,10 @@ template <class Handling>
 [[nodiscard, gnu::always_inline]] inline bool note_gone_fast(qk_mem_handle& handle,
                                                              profile::SlotPlace place,
                                                              std::uint64_t bytes,
+                                                             const history::Release& release,
                                                              bool single_threaded) {
   if constexpr (Handling::kWatched) {
-    return profile::quick_note_gone(handle, place, bytes, single_threaded);
+    return profile::quick_note_gone(handle, place, bytes, release, single_threaded);
   }
   return true;
 }
@@ -287,10 +288,14 @@ template <class Lock, class Find, class Steps>
  */
 template <class Handling>
 [[nodiscard, gnu::always_inline]] inline bool remove_fast(qk_mem_handle& handle,
-                                                          const void* address) {
+                                                          const void* address, const char* path,
+                                                          int line) {
   const auto remove = [&](qk_mem_ptr_array & array, std::int32_t index, bool single_threaded)
       __attribute__((always_inline)) {
-    if constexpr (Handling::kWatched) profile::note_gone(handle, {array, index});
+    if constexpr (Handling::kWatched) {
+      if (profile::is_registered(handle, {array, index})) return false;
+      profile::note_gone(handle, {array, index}, {path, line, history::Ending::kFreed});
+    }
     remove_record(handle, array, index, ChargedTo::kData, single_threaded);
     qk::add_only(Qk_mem_seq, 1, single_threaded);
     return true;
@@ -302,12 +307,16 @@ template <class Handling>
 /** The same for a small array in the usual case. In others it fails although it need not. */
 template <class Handling>
 [[nodiscard, gnu::always_inline]] inline bool remove_from_small_fast(qk_mem_handle& handle,
-                                                                     const void* address) {
+                                                                     const void* address,
+                                                                     const char* path, int line) {
   const auto remove = [&](qk_mem_ptr_array & array, std::int32_t index, bool single_threaded)
       __attribute__((always_inline)) {
     const std::uint64_t bytes = bytes_in(array.ptrs[index]);
-    if (!note_gone_fast<Handling>(handle, {array, index}, bytes, single_threaded)) [[unlikely]]
+    if (!note_gone_fast<Handling>(handle, {array, index}, bytes,
+                                  {path, line, history::Ending::kFreed}, single_threaded))
+        [[unlikely]] {
       return false;
+    }
     remove_from_small(handle, array, index, bytes, ChargedTo::kData, single_threaded);
     qk::add_only(Qk_mem_seq, 1, single_threaded);
     return true;
@@ -321,11 +330,14 @@ template <class Handling>
  * the slot in the result is kNoSlot: there is no record then.
  */
 template <class Handling>
-[[nodiscard, gnu::always_inline]] inline Place set_aside_fast(qk_mem_handle& handle,
-                                                              void* address) {
+[[nodiscard, gnu::always_inline]] inline Place set_aside_fast(qk_mem_handle& handle, void* address,
+                                                              const char* path, int line) {
   const auto hide = [&](qk_mem_ptr_array & array, std::int32_t index, bool single_threaded)
       __attribute__((always_inline)) {
-    if constexpr (Handling::kWatched) profile::note_set_aside(handle, {array, index});
+    if constexpr (Handling::kWatched) {
+      if (profile::is_registered(handle, {array, index})) return false;
+      profile::note_set_aside(handle, {array, index}, {path, line, history::Ending::kResized});
+    }
     set_aside(handle, array, index, ChargedTo::kData, single_threaded);
     return true;
   };
@@ -336,10 +348,14 @@ template <class Handling>
 /** The same for a small array in the usual case. In others it fails although it need not. */
 template <class Handling>
 [[nodiscard, gnu::always_inline]] inline Place set_aside_in_small_fast(qk_mem_handle& handle,
-                                                                       void* address) {
+                                                                       void* address,
+                                                                       const char* path, int line) {
   const auto hide = [&](qk_mem_ptr_array & array, std::int32_t index, bool single_threaded)
       __attribute__((always_inline)) {
-    if constexpr (Handling::kWatched) profile::note_set_aside(handle, {array, index});
+    if constexpr (Handling::kWatched) {
+      if (profile::is_registered(handle, {array, index})) return false;
+      profile::note_set_aside(handle, {array, index}, {path, line, history::Ending::kResized});
+    }
     set_aside_in_small(handle, array, index, ChargedTo::kData, single_threaded);
     return true;
   };

@@ -5,11 +5,13 @@
 #include "alloc/shared_steps.h"
 #include "alloc/unrecorded.h"
 #include "diag/log.h"
+#include "profile/report/misuse.h"
 #include "support/system_memory.h"
 
 namespace qk::mem {
 namespace {
 
+using profile::WrongCall;
 using FreeCall = void(int hid, void* ptr, const char* file, int line);
 
 CallContext free_context(const char* file, int line) { return {Routine::kFree, file, line}; }
@@ -48,10 +50,19 @@ void warn_of_misuse(qk_mem_handle& handle, const void* ptr, const CallContext& c
 std::optional<Removed> free_memory(qk_mem_handle& handle, void* ptr, const CallContext& context) {
   std::optional<Removed> removed;
   if (ptr != nullptr && keeps_records(handle)) {
-    removed = remove_pointer(handle, ptr, Removal::kByFree);
-    if (!removed && logs_errors(context)) warn_not_found(context, handle.id, as_number(ptr));
+    removed = remove_pointer(handle, ptr, Removal::kByFree, {context.path, context.line});
+    if (!removed) {
+      if (logs_errors(context)) warn_not_found(context, handle.id, as_number(ptr));
+      profile::tell_of_unknown_address(handle, ptr, Routine::kFree, context);
+    }
   } else if (ptr != nullptr) {
     note_unrecorded_gone(handle, ptr);
+  } else if (profile::is_watched(handle)) {
+    profile::count_null_free();
+  }
+  if (removed && is_language_made(removed->record.kind)) {
+    profile::tell_of_wrong_call(handle, removed->record, WrongCall::kFreeOfObject, Routine::kFree,
+                                context);
   }
   user_memory::release(ptr);
   return removed;
@@ -66,10 +77,15 @@ std::optional<Removed> free_piece(qk_mem_handle& handle, void* ptr, const CallCo
   const auto record = find_pointer(handle, ptr);
   if (!record) {
     report_unknown_piece(handle, ptr, context);
+    if (ptr != nullptr) {
+      profile::tell_of_unknown_address(handle, ptr, Routine::kFree, context);
+    } else if (profile::is_watched(handle)) {
+      profile::count_null_free();
+    }
     return std::nullopt;
   }
   if (handle.blockfree == 0 && record->kind != kind::kExternal) return std::nullopt;
-  const auto removed = remove_pointer(handle, ptr, Removal::kByFree);
+  const auto removed = remove_pointer(handle, ptr, Removal::kByFree, {context.path, context.line});
   if (removed) release_piece(handle, ptr, removed->record, context);
   return removed;
 }
@@ -102,7 +118,7 @@ void announce_free(const qk_mem_handle& handle, const qk_mem_ptr& record,
 
 template <class Handling>
 [[gnu::noinline]] void free_searched(qk_mem_handle& handle, void* ptr, const char* file, int line) {
-  if (!remove_fast<Handling>(handle, ptr)) {
+  if (!remove_fast<Handling>(handle, ptr, file, line)) {
     return free_on_handle(handle, ptr, free_context(file, line));
   }
   user_memory::release(ptr);
@@ -111,7 +127,7 @@ template <class Handling>
 /** The usual case is a function of its own, because it needs few registers. */
 template <class Handling>
 [[gnu::noinline]] void free_recorded(qk_mem_handle& handle, void* ptr, const char* file, int line) {
-  if (!remove_from_small_fast<Handling>(handle, ptr)) {
+  if (!remove_from_small_fast<Handling>(handle, ptr, file, line)) {
     return free_searched<Handling>(handle, ptr, file, line);
   }
   user_memory::release(ptr);

@@ -9,6 +9,7 @@
 #include "diag/heap.h"
 #include "diag/log.h"
 #include "diag/trace_file.h"
+#include "profile/report/misuse.h"
 #include "support/system_memory.h"
 
 namespace qk::mem {
@@ -67,6 +68,17 @@ struct Resized {
   std::optional<Removed> old;
 };
 
+/** Tells people of memory that realloc can't resize, before the system's allocator may give up. */
+void tell_of_misuse(const qk_mem_handle& handle, const void* ptr, const std::optional<Removed>& old,
+                    const CallContext& context) {
+  if (!old) {
+    profile::tell_of_unknown_address(handle, ptr, Routine::kRealloc, context);
+  } else if (name_of_foreign(old->record.kind) != nullptr) {
+    profile::tell_of_wrong_call(handle, old->record, profile::WrongCall::kReallocOfForeign,
+                                Routine::kRealloc, context);
+  }
+}
+
 /**
  * Resizes memory of the system's allocator. Its record is set aside first, because another thread
  * can be given the old address at once.
@@ -78,7 +90,10 @@ Resized resize_memory(qk_mem_handle& handle, void* ptr, std::size_t size,
     resized.memory = UnrecordedRealloc(&handle, ptr).resize(ptr, size, context);
     return resized;
   }
-  if (ptr != nullptr) resized.old = set_aside_pointer(handle, ptr);
+  if (ptr != nullptr) {
+    resized.old = set_aside_pointer(handle, ptr, {context.path, context.line});
+    tell_of_misuse(handle, ptr, resized.old, context);
+  }
   resized.memory = user_memory::resize(ptr, size);
   if (resized.old && resized.memory != nullptr) free_place_of(handle, *resized.old);
   return resized;
@@ -112,9 +127,10 @@ Resized resize_piece(qk_mem_handle& handle, void* ptr, std::size_t size, int ali
     return resized;
   }
   if (handle.blockfree == 0) return resized;
-  resized.old = set_aside_pointer(handle, ptr);
+  resized.old = set_aside_pointer(handle, ptr, {context.path, context.line});
   if (!resized.old) {
     if (logs_errors(context)) warn_not_found(context, handle.id, as_number(ptr));
+    profile::tell_of_unknown_address(handle, ptr, Routine::kRealloc, context);
     return resized;
   }
   const qk_mem_ptr& old = resized.old->record;
@@ -238,7 +254,7 @@ template <class Handling>
 template <class Handling>
 [[gnu::noinline]] void* realloc_searched(qk_mem_handle& handle, void* ptr, std::size_t size,
                                          int alignment, const char* file, int line) {
-  const Place old = set_aside_fast<Handling>(handle, ptr);
+  const Place old = set_aside_fast<Handling>(handle, ptr, file, line);
   if (old.index == kNoSlot) {
     return realloc_on_handle(handle, ptr, size, alignment, realloc_context(file, line));
   }
@@ -250,7 +266,7 @@ template <class Handling>
 template <class Handling>
 [[gnu::noinline]] void* realloc_recorded(qk_mem_handle& handle, void* ptr, std::size_t size,
                                          int alignment, const char* file, int line) {
-  const Place old = set_aside_in_small_fast<Handling>(handle, ptr);
+  const Place old = set_aside_in_small_fast<Handling>(handle, ptr, file, line);
   if (old.index == kNoSlot) {
     return realloc_searched<Handling>(handle, ptr, size, alignment, file, line);
   }

@@ -4,6 +4,7 @@
 #include "accounting/walks.h"
 #include "alloc/shared_steps.h"
 #include "diag/log.h"
+#include "profile/report/misuse.h"
 
 namespace qk::mem {
 namespace {
@@ -75,6 +76,8 @@ void warn_of_second_record(qk_mem_handle& handle, const void* address, const Cal
   qk_mem_write_log("   %s: WARNING: %3d [%.*zx] ptr already exists at %s:%d (allocated at %s:%d)\n",
                    context.routine, handle.id, Qk_mem_ptr_display_size, as_number(address),
                    context.file(), context.line, record->file, int{record->line});
+  profile::tell_of_wrong_call(handle, *record, profile::WrongCall::kSecondRecord,
+                              Routine::kRegister, context);
 }
 
 void warn_of_register_misuse(qk_mem_handle& handle, int type, const Subject& subject,
@@ -177,10 +180,16 @@ extern "C" void qk_mem_ideregister(int hid, int type, void* ptr, const char* fil
   if (is_walked(*handle) && was_released_by_walk(*handle, subject.address)) return;
   if (checks_misuse(context)) warn_of_deregister_misuse(*handle, type, subject, context);
   if (!takes_registrations(*handle) || subject.address == nullptr) return;
-  const auto removed = remove_pointer(*handle, subject.address, Removal::kByDeregister);
+  const auto removed =
+      remove_pointer(*handle, subject.address, Removal::kByDeregister, {file, line});
   if (!removed) {
     if (logs_errors(context)) warn_not_found(context, hid, as_number(subject.address));
+    profile::tell_of_unknown_address(*handle, subject.address, Routine::kDeregister, context);
     return;
+  }
+  if (is_mismatched(removed->record.kind, type)) {
+    profile::tell_of_wrong_call(*handle, removed->record, profile::WrongCall::kOtherType,
+                                Routine::kDeregister, context);
   }
   next_seq();
   // The event letter is the bare type number, both in the line and in the trace file.

@@ -126,6 +126,12 @@ bool set_sample(Options& options, const char* value) {
   return true;
 }
 
+bool set_history(Options& options, const char* value) {
+  const auto blocks = read_number(value, UINT32_MAX);
+  if (blocks) options.history = *blocks;
+  return blocks.has_value();
+}
+
 bool set_sites(Options& /*options*/, const char* /*value*/) { return true; }
 
 bool set_peak(Options& options, const char* /*value*/) {
@@ -136,12 +142,19 @@ bool set_peak(Options& options, const char* /*value*/) {
 constexpr char kStacks[] = "STACKS";
 
 constexpr ProfileKeyword<Options> kKeywords[] = {
-    {"SITES", qk::kNoValue, set_sites},         {kStacks, qk::kOptionalValue, set_depth},
-    {"PEAK", qk::kNoValue, set_peak},           {"TOP", qk::kRequiredValue, set_top},
-    {"SORT", qk::kRequiredValue, set_sort},     {"REPORT", qk::kRequiredValue, set_report},
-    {"FORMAT", qk::kRequiredValue, set_format}, {"SKIP", qk::kRequiredValue, set_skip},
-    {"EVERY", qk::kRequiredValue, set_every},   {"CONTROL", qk::kRequiredValue, set_control},
-    {"MAX", qk::kRequiredValue, set_max},       {"SAMPLE", qk::kRequiredValue, set_sample},
+    {"SITES", qk::kNoValue, set_sites},
+    {kStacks, qk::kOptionalValue, set_depth},
+    {"PEAK", qk::kNoValue, set_peak},
+    {"TOP", qk::kRequiredValue, set_top},
+    {"SORT", qk::kRequiredValue, set_sort},
+    {"REPORT", qk::kRequiredValue, set_report},
+    {"FORMAT", qk::kRequiredValue, set_format},
+    {"SKIP", qk::kRequiredValue, set_skip},
+    {"EVERY", qk::kRequiredValue, set_every},
+    {"CONTROL", qk::kRequiredValue, set_control},
+    {"MAX", qk::kRequiredValue, set_max},
+    {"SAMPLE", qk::kRequiredValue, set_sample},
+    {"HISTORY", qk::kRequiredValue, set_history},
 };
 
 bool set_since(GrowthQuery& query, const char* value) {

@@ -24,6 +24,9 @@ class AddressTable {
   /** Removes and returns what is known of an address. */
   [[nodiscard]] std::optional<Unrecorded> take(const void* address);
 
+  /** The memory in which an address lies. Looks at all there is. */
+  [[nodiscard]] std::optional<Unrecorded> containing(const void* address) const;
+
  private:
   [[nodiscard]] std::uint64_t home_of(const void* address) const;
   [[nodiscard]] std::uint64_t next(std::uint64_t place) const {

@@ -12,15 +12,22 @@ namespace qk::mem::profile {
 
 /** Which site allocated a block, and when. It stands beside the block's record. */
 struct Mark {
-  std::uint32_t site;   // the lower kSiteBits, and kSampled; the other bits are free
+  std::uint32_t site;   // the lower kSiteBits, and the two below; the other bits are free
   std::uint32_t event;  // the lower half of its number
 
   /** The block stands for others, see profile/sampling.h. */
   static constexpr std::uint32_t kSampled = 1U << kSiteBits;
+  /** It was registered: not every call that releases memory suits it. */
+  static constexpr std::uint32_t kRegistered = kSampled << 1;
 
+  [[nodiscard]] static Mark of_word(std::uint64_t word) {
+    return {static_cast<std::uint32_t>(word), static_cast<std::uint32_t>(word >> 32)};
+  }
+  [[nodiscard]] std::uint64_t word() const { return std::uint64_t{event} << 32 | site; }
   [[nodiscard]] std::uint32_t site_number() const { return site & ((1U << kSiteBits) - 1); }
   [[nodiscard]] bool is_sampled() const { return (site & kSampled) != 0; }
-  /** The block stands for itself, on a site that is not one of the two of each pool. */
+  [[nodiscard]] bool is_registered() const { return (site & kRegistered) != 0; }
+  /** The block was allocated, stands for itself, and is on a site that is not one of the two of each pool. */
   [[nodiscard]] bool is_plain() const { return site <= kMaxSites; }
 };
 
@@ -35,7 +42,7 @@ class Marks {
   }
 
   /** The mark of a slot that has one. */
-  [[nodiscard]] Mark& at(std::int32_t slot) { return marks_[slot]; }
+  [[nodiscard]] Mark& at(std::int32_t slot) const { return marks_[slot]; }
 
   /** The mark of a slot; null if there was no memory for it. */
   [[nodiscard]] Mark* of(std::int32_t slot) { return has(slot) ? &at(slot) : nullptr; }

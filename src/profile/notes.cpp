@@ -22,6 +22,10 @@ bool belongs_to_program(SlotPlace place) {
   return qk::mem::belongs_to_program(qk::load(place.array.ptrs[place.index].kind));
 }
 
+bool is_registered_kind(unsigned char kind) {
+  return kind == kind::kExternal || is_language_made(kind);
+}
+
 /** The mark of a record. Without one, memory of the program was booked as not recorded. */
 Mark mark_of(const qk_mem_handle& handle, Pool& pool, SlotPlace place) {
   const Mark* const mark = marks_of(handle, pool, place.array).of(place.index);
@@ -53,6 +57,10 @@ template <class Book>
   const Mark mark = mark_of(handle, pool, place);
   if (mark.site_number() != kNoSite && !is_frozen())
     book(pool, mark, amount_of(mark, bytes_in(place)));
+}
+
+void remember(Pool& pool, SlotPlace place, Mark mark, const history::Release& release) {
+  remember(pool, qk::load(place.array.ptrs[place.index].address), bytes_in(place), mark, release);
 }
 
 /** What is live counts as made at this event. */
@@ -130,17 +138,22 @@ void note_made(qk_mem_handle& handle, SlotPlace place, Site* site) {
   // Without marks all memory is booked, since what is not in the sample could not be told.
   if (mark == nullptr) return booking.made(*site, bytes, {bytes, 1});
   *mark = mark_for(booking, *site);
+  if (is_registered_kind(qk::load(place.array.ptrs[place.index].kind))) {
+    mark->site |= Mark::kRegistered;
+  }
   booking.made(*site, bytes, amount_of(*mark, bytes));
 }
 
-void note_gone(qk_mem_handle& handle, SlotPlace place) {
-  with_booked_block(handle, place, [](Pool& pool, Mark mark, Amount amount) {
+void note_gone(qk_mem_handle& handle, SlotPlace place, const history::Release& release) {
+  with_booked_block(handle, place, [&](Pool& pool, Mark mark, Amount amount) {
+    remember(pool, place, mark, release);
     Booking::of_next_event(pool).gone(mark, amount);
   });
 }
 
-void note_set_aside(qk_mem_handle& handle, SlotPlace place) {
-  with_booked_block(handle, place, [](Pool& pool, Mark mark, Amount amount) {
+void note_set_aside(qk_mem_handle& handle, SlotPlace place, const history::Release& release) {
+  with_booked_block(handle, place, [&](Pool& pool, Mark mark, Amount amount) {
+    remember(pool, place, mark, release);
     Booking::of_coming_event(pool).gone(mark, amount);
   });
 }

@@ -5,6 +5,7 @@
 #include <optional>
 
 #include "core/records.h"
+#include "history/freed_blocks.h"
 #include "profile/address_table.h"
 #include "profile/pool.h"
 #include "profile/site.h"
@@ -42,10 +43,10 @@ struct SlotPlace {
 void note_made(qk_mem_handle& handle, SlotPlace place, Site* site);
 
 /** The record in a slot will be released next. */
-void note_gone(qk_mem_handle& handle, SlotPlace place);
+void note_gone(qk_mem_handle& handle, SlotPlace place, const history::Release& release);
 
 /** The same for a realloc: its event is counted when the memory is recorded again. */
-void note_set_aside(qk_mem_handle& handle, SlotPlace place);
+void note_set_aside(qk_mem_handle& handle, SlotPlace place, const history::Release& release);
 
 /** A record that was set aside is back in its slot. */
 void note_back(qk_mem_handle& handle, SlotPlace place);

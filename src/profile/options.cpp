@@ -1,5 +1,6 @@
 #include "profile/options.h"
 
+#include "profile/pool.h"
 #include "profile/state.h"
 #include "support/mtx_lock.h"
 
@@ -16,6 +17,7 @@ void set_options(const Options& now) {
   current = now;
   const qk::MtxLock lock(growth_lock);
   arena.set_limit(now.max_bytes);
+  freed_blocks.set_limit(now.history);
 }
 
 }  // namespace qk::mem::profile

@@ -20,6 +20,7 @@ inline constexpr std::uint32_t kDefaultTop = 20;
 inline constexpr std::uint32_t kDefaultDepth = 16;
 inline constexpr std::uint32_t kMaxDepth = 64;
 inline constexpr std::uint64_t kDefaultMaxBytes = std::uint64_t{256} << 20;
+inline constexpr std::uint64_t kDefaultHistory = 65536;
 
 struct Options {
   std::uint32_t depth = 0;  // frames of a stack; 0 for no stacks
@@ -30,10 +31,11 @@ struct Options {
   const char* report = "STDERR";  // or STDOUT, LOG, or the pattern of a file name
   const char* skip = nullptr;     // functions whose frames are not shown
   std::uint64_t max_bytes = kDefaultMaxBytes;
-  std::uint64_t sample_bytes = 0;   // between two blocks that are booked; 0 to book all
-  std::uint64_t every_seconds = 0;  // between reports while the program runs; 0 for none
-  const char* control = nullptr;    // a file with commands
-  bool may_have_colours = false;    // on a terminal
+  std::uint64_t history = kDefaultHistory;  // blocks that are remembered after their release
+  std::uint64_t sample_bytes = 0;           // between two blocks that are booked; 0 to book all
+  std::uint64_t every_seconds = 0;          // between reports while the program runs; 0 for none
+  const char* control = nullptr;            // a file with commands
+  bool may_have_colours = false;            // on a terminal
 };
 
 /** The options. Their texts stay until the process ends. For holders of the registry's lock. */

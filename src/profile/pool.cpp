@@ -13,6 +13,7 @@ constinit qk::NumberedStore<TagLevel> tag_levels;
 constinit Level whole = {};
 constinit std::uint64_t peak_epoch = 0;
 constinit std::uint32_t handles_left_out = 0;
+constinit history::History freed_blocks;
 
 namespace {
 
@@ -125,6 +126,16 @@ std::uint64_t peak_tolerance() {
   return qk::load(event_counter.has_seen_threads) != 0
              ? std::uint64_t{pools.count()} * kPassedOnInSteps
              : 0;
+}
+
+void remember_in_new_chunk(Pool& pool, const void* address, std::uint64_t bytes, Mark mark,
+                           const history::Release& release) {
+  {
+    const qk::MtxLock lock(growth_lock);
+    freed_blocks.open(pool.freed, pool.number, arena);
+  }
+  // Without a chunk, the next release asks for one again.
+  static_cast<void>(pool.freed.add(address, bytes, mark.word(), release));
 }
 
 PoolSums sums_of(const Pool& pool) {

@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "core/records.h"
+#include "history/freed_blocks.h"
 #include "profile/address_table.h"
 #include "profile/events.h"
 #include "profile/levels.h"
@@ -33,6 +34,7 @@ struct Pool {
   Level* tag_level;
   std::int64_t not_passed_on;  // bytes that tag and whole don't have yet
   EventRange numbers;
+  history::Writer freed;
   std::uint32_t number;
   std::int32_t hid;
   Marks marks[kArraysPerHandle];
@@ -62,6 +64,18 @@ extern qk::NumberedStore<Pool> pools;
 extern qk::NumberedStore<PoolsOfNumber> pools_by_number;
 extern qk::NumberedStore<TagLevel> tag_levels;
 extern Level whole;
+
+/** The blocks of all pools that were released last. It changes under the growth lock. */
+extern history::History freed_blocks;
+
+/** Remembers a block that is released. The caller holds the lock of the pool's handle. */
+[[gnu::noinline]] void remember_in_new_chunk(Pool& pool, const void* address, std::uint64_t bytes,
+                                             Mark mark, const history::Release& release);
+[[gnu::always_inline]] inline void remember(Pool& pool, const void* address, std::uint64_t bytes,
+                                            Mark mark, const history::Release& release) {
+  if (!pool.freed.add(address, bytes, mark.word(), release)) [[unlikely]]
+    remember_in_new_chunk(pool, address, bytes, mark, release);
+}
 
 /**
  * Counts the times at which the whole was largest. A site that changes notes first what it held, if

@@ -50,9 +50,17 @@ namespace qk::mem::profile {
   return true;
 }
 
+/** Whether the record in a slot is of memory that was registered, as far as there is a mark. */
+[[nodiscard, gnu::always_inline]] inline bool is_registered(const qk_mem_handle& handle,
+                                                            SlotPlace place) {
+  const Marks& marks = marks_of(handle, pool_of(handle), place.array);
+  return marks.has(place.index) && marks.at(place.index).is_registered();
+}
+
 /** As note_gone(), likewise. */
 [[nodiscard, gnu::always_inline]] inline bool quick_note_gone(qk_mem_handle& handle,
                                                               SlotPlace place, std::uint64_t bytes,
+                                                              const history::Release& release,
                                                               bool single_threaded) {
   Pool& pool = pool_of(handle);
   Marks& marks = marks_of(handle, pool, place.array);
@@ -64,6 +72,7 @@ namespace qk::mem::profile {
       !Booking::is_usual(pool, -static_cast<std::int64_t>(bytes), single_threaded)) [[unlikely]] {
     return false;
   }
+  remember(pool, qk::load(place.array.ptrs[place.index].address), bytes, mark, release);
   Booking::of_usual_event(pool, single_threaded).gone(mark, {bytes, 1});
   return true;
 }

@@ -38,10 +38,15 @@ void begin_array(qk_mem_handle& handle, qk_mem_ptr_array& array) {
   qk::bump(handle.overhead_qty, 1);
 }
 
+history::Ending ending_by(Removal removal) {
+  return removal == Removal::kByDeregister ? history::Ending::kDeregistered
+                                           : history::Ending::kFreed;
+}
+
 /** A function of its own, so that the usual case saves no registers. */
 [[gnu::noinline]] void remove_watched(qk_mem_handle& handle, qk_mem_ptr_array& array,
                                       std::int32_t index) {
-  profile::note_gone(handle, {array, index});
+  profile::note_gone(handle, {array, index}, {nullptr, 0, history::Ending::kWithHandle});
   vacate(handle, array, index, kClearedKind, qk::is_single_threaded());
 }
 
@@ -76,26 +81,32 @@ ArrayGrowth grow_array(qk_mem_handle& handle, const void* address, SourceLocatio
           .array_record = renew_array_record(handle, array, location)};
 }
 
-std::optional<Removed> remove_pointer(qk_mem_handle& handle, const void* address, Removal removal) {
+std::optional<Removed> remove_pointer(qk_mem_handle& handle, const void* address, Removal removal,
+                                      SourceLocation by) {
   const HandleLock lock(handle);
   qk_mem_ptr_array& array = array_of(handle, address);
   const std::int32_t index = find_slot(array, address);
   if (index == kNoSlot) return std::nullopt;
   const qk_mem_ptr record = read_slot(array.ptrs[index]);
   const ChargedTo sum = sum_for(handle, removal, record.kind);
-  if (index != 0 && profile::is_watched(handle)) profile::note_gone(handle, {array, index});
+  if (index != 0 && profile::is_watched(handle)) {
+    profile::note_gone(handle, {array, index}, {by.file, by.line, ending_by(removal)});
+  }
   remove_record(handle, array, index, sum, qk::is_single_threaded());
   return Removed{record, index, sum};
 }
 
-std::optional<Removed> set_aside_pointer(qk_mem_handle& handle, const void* address) {
+std::optional<Removed> set_aside_pointer(qk_mem_handle& handle, const void* address,
+                                         SourceLocation by) {
   const HandleLock lock(handle);
   qk_mem_ptr_array& array = array_of(handle, address);
   const std::int32_t index = find_slot(array, address);
   if (index == kNoSlot) return std::nullopt;
   const qk_mem_ptr record = read_slot(array.ptrs[index]);
   const ChargedTo sum = sum_for(handle, Removal::kByRealloc, record.kind);
-  if (index != 0 && profile::is_watched(handle)) profile::note_set_aside(handle, {array, index});
+  if (index != 0 && profile::is_watched(handle)) {
+    profile::note_set_aside(handle, {array, index}, {by.file, by.line, history::Ending::kResized});
+  }
   set_aside(handle, array, index, sum, qk::is_single_threaded());
   return Removed{record, index, sum};
 }

@@ -70,11 +70,13 @@ struct Removed {
 };
 
 /**
- * Removes the record of an address and subtracts its bytes. The event isn't counted.
+ * Removes the record of an address and subtracts its bytes. The event isn't counted. `by` is who
+ * releases the memory, with the file as it was passed, if that is to be remembered.
  *
  * @return nothing if there is no record.
  */
-std::optional<Removed> remove_pointer(qk_mem_handle& handle, const void* address, Removal removal);
+std::optional<Removed> remove_pointer(qk_mem_handle& handle, const void* address, Removal removal,
+                                      SourceLocation by = {});
 
 /**
  * Removes the record of an address for a realloc, but keeps its place in the array. The caller ends
@@ -82,7 +84,8 @@ std::optional<Removed> remove_pointer(qk_mem_handle& handle, const void* address
  *
  * @return nothing if there is no record.
  */
-std::optional<Removed> set_aside_pointer(qk_mem_handle& handle, const void* address);
+std::optional<Removed> set_aside_pointer(qk_mem_handle& handle, const void* address,
+                                         SourceLocation by);
 
 /** A record of data that is set aside, by the address that it had and its slot. */
 [[nodiscard]] Removed set_aside_in(qk_mem_handle& handle, void* address, std::int32_t index);

@@ -15,6 +15,12 @@ namespace qk::mem::profile {
  */
 void deliver(const char* report, std::string_view text);
 
+/**
+ * Shows a line before there is a report: where a text report would go, but on standard error if it
+ * goes to a file or is for programs.
+ */
+void deliver_line(const Options& options, std::string_view line);
+
 /** Whether people see a report directly. Never of a file, whatever it leads to. */
 [[nodiscard]] bool goes_to_terminal(const char* report);
 

@@ -9,6 +9,7 @@
 #include "profile/copies.h"
 #include "profile/events.h"
 #include "profile/labels.h"
+#include "profile/report/misuse_report.h"
 #include "profile/report/place.h"
 #include "profile/sampling.h"
 #include "profile/stacks.h"
@@ -263,6 +264,7 @@ bool put_json_report(qk::PageBuffer& out, const Rows& rows, Naming naming) {
   put_whole(json, rows);
   put_handles(json);
   put_tags(json);
+  put_json_misuses(json);
   json.start_line().key("sites").begin_array();
   for (const Row& row : rows) put_site(json, row, naming);
   json.end_array().end_object();

@@ -5,6 +5,7 @@
 #include "formats/figures.h"
 #include "profile/copies.h"
 #include "profile/events.h"
+#include "profile/report/misuse_report.h"
 #include "profile/report/table.h"
 #include "profile/report/text_parts.h"
 #include "profile/sampling.h"
@@ -183,12 +184,14 @@ void put_text_report(qk::PageWriter& out, Rows& rows, const ShownFrames& frames,
                      const Options& options, const Style& style, Occasion occasion) {
   const Verdict verdict = judge(rows, occasion);
   put_verdict(out, verdict, style, occasion);
+  put_first_misuse(out, style);
   put_copies(out);
   put_sample(out, verdict.held.bytes);
   const auto held_end = std::partition(rows.begin(), rows.end(), [occasion](const Row& row) {
     return !ends_with_handle(row, occasion);
   });
   put_held(out, {rows.begin(), held_end}, frames, options, style, verdict.held.bytes);
+  put_misuses(out, style);
   if (options.peak) put_held_at_peak(out, {rows.begin(), rows.end()}, frames, options, style);
   put_churn(out, {rows.begin(), rows.end()}, frames, options, style);
   put_left_out(out);

@@ -1,0 +1,76 @@
+#include "profile/misuses.h"
+
+#include <cstring>
+
+#include "profile/state.h"
+#include "support/mtx_lock.h"
+#include "support/shared_variable.h"
+
+namespace qk::mem::profile {
+
+constinit qk::NumberedStore<Misuse> misuses;
+constinit std::uint64_t other_misuses = 0;
+constinit std::uint64_t null_frees = 0;
+
+namespace {
+
+constinit std::uint8_t records_are_lost = 0;
+
+Misuse* find(const MisusePlace& place) {
+  for (std::uint32_t number = 1; number <= misuses.count(); ++number) {
+    if (misuses.at(number).place == place) return &misuses.at(number);
+  }
+  return nullptr;
+}
+
+char* take_text(std::string_view text) QK_REQUIRES(growth_lock) {
+  assert_growth_held();
+  auto* const copy = static_cast<char*>(arena.take(text.size()));
+  if (copy != nullptr) std::memcpy(copy, text.data(), text.size());
+  return copy;
+}
+
+bool enter(const MisusePlace& place, std::uint64_t event, std::string_view words,
+           std::size_t summary) QK_REQUIRES(growth_lock) {
+  assert_growth_held();
+  if (misuses.count() == kMostMisuses) return false;
+  char* const text = take_text(words);
+  const std::uint32_t number = text == nullptr ? 0 : misuses.add(arena);
+  if (number == 0) return false;
+  misuses.at(number) = {place,
+                        event,
+                        1,
+                        static_cast<std::uint32_t>(summary),
+                        static_cast<std::uint32_t>(words.size()),
+                        text};
+  misuses.publish_added();
+  return true;
+}
+
+}  // namespace
+
+void note_lost_records() { qk::store(records_are_lost, 1); }
+bool has_lost_records() { return qk::load(records_are_lost) != 0; }
+
+bool count_again(const MisusePlace& place) {
+  Misuse* const known = find(place);
+  if (known != nullptr) {
+    qk::add(known->times, 1);
+  } else if (misuses.count() == kMostMisuses) {
+    qk::add(other_misuses, 1);
+  } else {
+    return false;
+  }
+  return true;
+}
+
+bool add_misuse(const MisusePlace& place, std::uint64_t event, std::string_view words,
+                std::size_t summary) {
+  const qk::MtxLock lock(growth_lock);
+  if (count_again(place)) return false;
+  if (enter(place, event, words, summary)) return true;
+  qk::add(other_misuses, 1);
+  return false;
+}
+
+}  // namespace qk::mem::profile

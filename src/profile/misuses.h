@@ -1,0 +1,65 @@
+#ifndef QKMEM_PROFILE_MISUSES_H_
+#define QKMEM_PROFILE_MISUSES_H_
+
+#include <cstdint>
+#include <string_view>
+
+#include "core/switches.h"
+#include "support/numbered_store.h"
+
+/** Calls that misuse memory: each place of the program once, and how often it has done so. */
+namespace qk::mem::profile {
+
+/** What misuses are told apart by. */
+struct MisusePlace {
+  Routine routine;
+  std::int32_t hid;
+  const char* path;  // of the caller's file, as it was passed
+  int line;
+
+  [[nodiscard]] bool operator==(const MisusePlace&) const = default;
+};
+
+struct Misuse {
+  MisusePlace place;
+  std::uint64_t event;  // the last one before it
+  std::uint64_t times;
+  std::uint32_t summary;  // the length of the part of the text that says what it is, and where
+  std::uint32_t length;
+  const char* text;
+
+  [[nodiscard]] std::string_view words() const { return {text, length}; }
+};
+
+/** Places beyond these are only counted together. */
+inline constexpr std::uint32_t kMostMisuses = 1024;
+
+/** All places so far, in the order of their first misuse. Readers need no lock. */
+extern qk::NumberedStore<Misuse> misuses;
+
+/** Misuses at places that have no entry. */
+extern std::uint64_t other_misuses;
+
+/** Frees of null, which do nothing. */
+extern std::uint64_t null_frees;
+
+/**
+ * There was no memory for records. From now on an address without one is no misuse: it can be a
+ * live block, even one at an address that was freed before.
+ */
+void note_lost_records();
+[[nodiscard]] bool has_lost_records();
+
+/** Counts a misuse at a place that is known. False if it isn't, or no more places can be. */
+[[nodiscard]] bool count_again(const MisusePlace& place);
+
+/**
+ * Adds a misuse. False, and it was only counted, if another thread has added the place, or there
+ * is no room.
+ */
+[[nodiscard]] bool add_misuse(const MisusePlace& place, std::uint64_t event, std::string_view words,
+                              std::size_t summary);
+
+}  // namespace qk::mem::profile
+
+#endif  // QKMEM_PROFILE_MISUSES_H_
