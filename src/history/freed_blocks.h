@@ -9,10 +9,10 @@
 #include "support/shared_variable.h"
 
 /**
- * The blocks that were released last, with who released them: what is known of an address that is no
- * block any more. Each writer has a chunk of its own, so that writers share nothing on the road of
- * a call. A full chunk waits until there are as many as the history may have, and is then the next
- * one to be overwritten.
+ * The blocks that were released last, with who released them: what is known of an address that is
+ * no block any more. Each writer has a chunk of its own, so that writers share nothing on the road
+ * of a call. A full chunk waits until there are as many as the history may have, and is then the
+ * next one to be overwritten.
  */
 namespace qk::mem::history {
 
@@ -98,8 +98,8 @@ class History {
   History& operator=(const History&) = delete;
 
   /**
-   * Sets how many blocks are kept at least, if so many were released. Each writer keeps some even if
-   * it has not released any for long, unless the limit is 0: then none are kept from now on.
+   * Sets how many blocks are kept at least, if so many were released. Each writer keeps some even
+   * if it has not released any for long, unless the limit is 0: then none are kept from now on.
    */
   void set_limit(std::uint64_t blocks);
 

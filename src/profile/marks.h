@@ -27,7 +27,10 @@ struct Mark {
   [[nodiscard]] std::uint32_t site_number() const { return site & ((1U << kSiteBits) - 1); }
   [[nodiscard]] bool is_sampled() const { return (site & kSampled) != 0; }
   [[nodiscard]] bool is_registered() const { return (site & kRegistered) != 0; }
-  /** The block was allocated, stands for itself, and is on a site that is not one of the two of each pool. */
+  /**
+   * The block was allocated, stands for itself, and is on a site that is not one of the two of each
+   * pool.
+   */
   [[nodiscard]] bool is_plain() const { return site <= kMaxSites; }
 };
 

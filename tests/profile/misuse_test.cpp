@@ -64,12 +64,12 @@ TEST_F(MisuseInWords, NamesTheBlockAroundAnInnerPointer) {
   const Pool pool(kPieces, "SE");
   char* const piece = take(pool, 40, 7);
   EXPECT_EQ(
-      "qkmem: free of an inner pointer at b.c:20 (event 1): 3 bytes inside a block of 40 on handle 3 "
-      "SE, allocated at a.c:7\n",
+      "qkmem: free of an inner pointer at b.c:20 (event 1): 3 bytes inside a block of 40 on "
+      "handle 3 SE, allocated at a.c:7\n",
       freed_at(20, pool, piece + 3));
   EXPECT_EQ(
-      "qkmem: free of an inner pointer at b.c:21 (event 1): 1 byte inside a block of 40 on handle 3 "
-      "SE, allocated at a.c:7\n",
+      "qkmem: free of an inner pointer at b.c:21 (event 1): 1 byte inside a block of 40 on "
+      "handle 3 SE, allocated at a.c:7\n",
       freed_at(21, pool, piece + 1));
 }
 
@@ -78,8 +78,8 @@ TEST_F(MisuseInWords, DoesNotTakeTheEndOfABlockForItsInside) {
   const Pool other(kPieces);
   char* const memory = take(pool, 40, 7);
   EXPECT_EQ(
-      "qkmem: free of an unknown pointer at b.c:20 (event 1): on no handle: memory of the C library "
-      "or an address that never was one\n",
+      "qkmem: free of an unknown pointer at b.c:20 (event 1): on no handle: memory of the C "
+      "library or an address that never was one\n",
       freed_at(20, other, memory + 40));
 }
 
@@ -100,8 +100,8 @@ TEST_F(MisuseInWords, FindsMemoryOfTheDataHandle) {
       "a.c:7\n",
       freed_at(20, pool, memory));
   EXPECT_EQ(
-      "qkmem: free of an inner pointer at b.c:21 (event 1): 39 bytes inside a block of 40 on handle "
-      "2, allocated at a.c:7\n",
+      "qkmem: free of an inner pointer at b.c:21 (event 1): 39 bytes inside a block of 40 on "
+      "handle 2, allocated at a.c:7\n",
       freed_at(21, pool, memory + 39));
 }
 
@@ -109,8 +109,8 @@ TEST_F(MisuseInWords, SaysThatAnAddressWasNeverAllocated) {
   const Pool pool(kPieces);
   int local = 0;
   EXPECT_EQ(
-      "qkmem: free of an unknown pointer at b.c:20 (event 0): on no handle: memory of the C library "
-      "or an address that never was one\n",
+      "qkmem: free of an unknown pointer at b.c:20 (event 0): on no handle: memory of the C "
+      "library or an address that never was one\n",
       freed_at(20, pool, &local));
 }
 
@@ -135,8 +135,8 @@ TEST_F(MisuseInWords, SaysThatTheAddressIsInUseAgain) {
   qk_mem_ifree(pool, piece, "src/b.c", 12);
   qk_mem_iregister(other, QK_MEM_EXTERNAL, piece, nullptr, 40, "src/c.c", 9);
   EXPECT_EQ(
-      "qkmem: double free at b.c:20 (event 3): already freed at b.c:12, was allocated at a.c:7; now "
-      "a block of handle 4 SE, allocated at c.c:9\n",
+      "qkmem: double free at b.c:20 (event 3): already freed at b.c:12, was allocated at a.c:7; "
+      "now a block of handle 4 SE, allocated at c.c:9\n",
       freed_at(20, pool, piece));
   qk_mem_ideregister(other, QK_MEM_EXTERNAL, piece, "src/c.c", 10);
 }
@@ -147,8 +147,8 @@ TEST_F(MisuseInWords, TellsARealloc) {
   char* const neighbour = take(pool, 10, 8);
   qk_mem_irealloc(pool, piece, 1000, 16, "src/b.c", 12);
   EXPECT_EQ(
-      "qkmem: realloc of freed memory at b.c:20 (event 3): already resized at b.c:12, was allocated "
-      "at a.c:7\n",
+      "qkmem: realloc of freed memory at b.c:20 (event 3): already resized at b.c:12, was "
+      "allocated at a.c:7\n",
       resized_at(20, pool, piece));
   EXPECT_EQ(
       "qkmem: realloc of an inner pointer at b.c:21 (event 3): 2 bytes inside a block of 10 on "
@@ -162,8 +162,8 @@ TEST_F(MisuseInWords, TellsADeregistration) {
   qk_mem_iregister(pool, QK_MEM_EXTERNAL, &own, nullptr, 4, "src/a.c", 7);
   EXPECT_EQ("", deregistered_at(12, pool, &own));
   EXPECT_EQ(
-      "qkmem: deregister of freed memory at b.c:20 (event 2): already deregistered at b.c:12, was "
-      "allocated at a.c:7\n",
+      "qkmem: deregister of freed memory at b.c:20 (event 2): already deregistered at b.c:12, "
+      "was allocated at a.c:7\n",
       deregistered_at(20, pool, &own));
 }
 
@@ -201,8 +201,8 @@ TEST(SecondRegistrations, AreToldWhereTheLogWarnsOfThem) {
   testing::internal::CaptureStderr();
   qk_mem_iregister(pool, QK_MEM_EXTERNAL, &own, nullptr, 4, "src/b.c", 12);
   EXPECT_EQ(
-      "qkmem: second registration at b.c:12 (event 1): the handle has a record of it already, recorded at "
-      "a.c:7\n",
+      "qkmem: second registration at b.c:12 (event 1): the handle has a record of it already, "
+      "recorded at a.c:7\n",
       testing::internal::GetCapturedStderr());
   qk_mem_ideregister(pool, QK_MEM_EXTERNAL, &own, "src/b.c", 13);
   qk_mem_ideregister(pool, QK_MEM_EXTERNAL, &own, "src/b.c", 14);
@@ -215,8 +215,8 @@ TEST_F(MisuseInWords, TellsAReallocOfRegisteredMemory) {
   testing::internal::CaptureStderr();
   void* const resized = qk_mem_irealloc(pool, memory, 20, 16, "src/b.c", 12);
   EXPECT_EQ(
-      "qkmem: realloc of registered memory at b.c:12 (event 1): only what the library has allocated "
-      "can be resized, recorded at a.c:7\n",
+      "qkmem: realloc of registered memory at b.c:12 (event 1): only what the library has "
+      "allocated can be resized, recorded at a.c:7\n",
       testing::internal::GetCapturedStderr());
   qk_mem_free(pool, resized);
 }
@@ -304,8 +304,8 @@ TEST_F(MisuseInWords, ForgetsBlocksBeyondTheHistory) {
   char* const piece = take(pool, 40, 7);
   qk_mem_ifree(pool, piece, "src/b.c", 12);
   EXPECT_EQ(
-      "qkmem: free of an unknown pointer at b.c:20 (event 2): on no handle: memory of the C library "
-      "or an address that never was one\n",
+      "qkmem: free of an unknown pointer at b.c:20 (event 2): on no handle: memory of the C "
+      "library or an address that never was one\n",
       freed_at(20, pool, piece));
 }
 

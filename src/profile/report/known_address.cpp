@@ -54,6 +54,7 @@ std::optional<LiveBlock> find_live_block(const void* address) {
   std::optional<LiveBlock> best;
   const RegistryLock lock;
   for_each_handle([&](qk_mem_handle& handle) {
+    assert_registry_held();
     look_at_records(handle, address, best);
     look_at_unrecorded(handle, address, best);
   });
