@@ -3,16 +3,21 @@
 namespace qk::mem::history {
 namespace {
 
-/** Reads an entry beside its writer. Nothing if it has not that address, or changes meanwhile. */
-std::optional<FreedBlock> read(const Entry& entry, const void* address) {
-  if (qk::acquire(entry.address) != address) return std::nullopt;
+std::uint64_t offset_in(const FreedBlock& block, const void* address) {
+  return reinterpret_cast<std::uintptr_t>(address) -
+         reinterpret_cast<std::uintptr_t>(block.address);
+}
+
+/** Reads an entry beside its writer. Nothing if it has no block, or changes meanwhile. */
+std::optional<FreedBlock> read(const Entry& entry) {
   FreedBlock block = {};
-  block.address = address;
+  block.address = qk::acquire(entry.address);
+  if (block.address == nullptr) return std::nullopt;
   block.release.path = qk::acquire(entry.path);
   block.allocation = qk::acquire(entry.allocation);
   const std::uint64_t packed = qk::acquire(entry.bytes_and_release);
   // A value that is newer than the address was published after the address had become null.
-  if (qk::load(entry.address) != address) return std::nullopt;
+  if (qk::load(entry.address) != block.address) return std::nullopt;
   block.bytes = packed & kMostBytes;
   block.release.line = static_cast<int>((packed >> kByteBits) & ((1U << kLineBits) - 1));
   block.release.ending = static_cast<Ending>(packed >> (kByteBits + kLineBits));
@@ -24,6 +29,13 @@ bool is_no_older(const FreedBlock& block, const FreedBlock& other) {
   const auto number = static_cast<std::uint32_t>(block.allocation >> 32);
   const auto of_other = static_cast<std::uint32_t>(other.allocation >> 32);
   return static_cast<std::int32_t>(number - of_other) >= 0;
+}
+
+/** Whether a block that begins at an address, or else a later one, was found. */
+bool is_better(const FreedBlock& block, const FreedBlock& other, const void* address) {
+  const bool begins = block.address == address;
+  if (begins != (other.address == address)) return begins;
+  return is_no_older(block, other);
 }
 
 Chunk& chunk_of(const Writer& writer) {
@@ -78,8 +90,11 @@ std::optional<FreedBlock> History::find(const void* address) const {
   std::optional<FreedBlock> newest;
   for (const Chunk* chunk = qk::acquire(all_); chunk != nullptr; chunk = chunk->next_of_all) {
     for (const Entry& entry : chunk->entries) {
-      auto block = read(entry, address);
-      if (!block || (newest && !is_no_older(*block, *newest))) continue;
+      auto block = read(entry);
+      if (!block) continue;
+      const std::uint64_t offset = offset_in(*block, address);
+      if (offset != 0 && offset >= block->bytes) continue;
+      if (newest && !is_better(*block, *newest, address)) continue;
       block->writer = static_cast<std::uint32_t>(qk::acquire(chunk->writer));
       newest = block;
     }

@@ -106,7 +106,10 @@ class History {
   /** Gives a writer an empty chunk for its full one. Without memory, the oldest full chunk. */
   void open(Writer& writer, std::uint32_t number, qk::PageArena& arena);
 
-  /** The block at an address that was released last, if it is still known. */
+  /**
+   * The block at an address that was released last, if it is still known. If none began there, the
+   * last one in which the address was.
+   */
   [[nodiscard]] std::optional<FreedBlock> find(const void* address) const;
 
  private:

@@ -46,7 +46,7 @@ TEST(FreedBlocks, TellWhoReleasedThem) {
   EXPECT_EQ(12, block->release.line);
   EXPECT_EQ(Ending::kResized, block->release.ending);
   EXPECT_EQ(7U, block->writer);
-  EXPECT_FALSE(releases.knows(6));
+  EXPECT_FALSE(releases.knows(8));
 }
 
 TEST(FreedBlocks, KeepTheLargestValuesApart) {
@@ -106,6 +106,19 @@ TEST(FreedBlocks, OfTheSameAddressAreTheOneThatWasAllocatedLast) {
   EXPECT_EQ(1U, releases.history.find(address(9))->writer);
   ASSERT_TRUE(second.add(address(9), 0, std::uint64_t{30} << 32, release));
   EXPECT_EQ(2U, releases.history.find(address(9))->writer);
+}
+
+TEST(FreedBlocks, ThatBeginAtAnAddressComeBeforeThoseAroundIt) {
+  Releases releases;
+  releases.history.set_limit(1000);
+  Writer writer = {};
+  releases.history.open(writer, 1, releases.arena);
+  const qk::mem::history::Release release = {"", 3, Ending::kFreed};
+  ASSERT_TRUE(writer.add(address(10), 16, std::uint64_t{1} << 32, release));
+  ASSERT_TRUE(writer.add(address(9), 64, std::uint64_t{2} << 32, release));
+  EXPECT_EQ(16U, releases.history.find(address(10))->bytes);
+  EXPECT_EQ(64U, releases.history.find(address(11))->bytes);
+  EXPECT_FALSE(releases.knows(13));
 }
 
 TEST(FreedBlocks, AreNotKeptIfNoneAreAskedFor) {

@@ -73,6 +73,16 @@ TEST_F(MisuseInWords, NamesTheBlockAroundAnInnerPointer) {
       freed_at(21, pool, piece + 1));
 }
 
+TEST_F(MisuseInWords, NamesTheFreeOfTheBlockAroundAnAddress) {
+  const Pool pool(kPieces);
+  char* const piece = take(pool, 40, 7);
+  qk_mem_ifree(pool, piece, "src/b.c", 12);
+  EXPECT_EQ(
+      "qkmem: free of freed memory at b.c:20 (event 2): 39 bytes inside a block of 40, already freed "
+      "at b.c:12, was allocated at a.c:7\n",
+      freed_at(20, pool, piece + 39));
+}
+
 TEST_F(MisuseInWords, DoesNotTakeTheEndOfABlockForItsInside) {
   const Pool pool;
   const Pool other(kPieces);

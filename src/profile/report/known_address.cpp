@@ -9,10 +9,6 @@
 namespace qk::mem::profile {
 namespace {
 
-std::uint64_t offset_in(const void* begin, const void* address) {
-  return reinterpret_cast<std::uintptr_t>(address) - reinterpret_cast<std::uintptr_t>(begin);
-}
-
 LiveBlock block_on(const qk_mem_handle& handle, std::uint64_t offset, std::uint64_t bytes,
                    const AllocationPlace& place) {
   LiveBlock block = {offset, bytes, handle.id, {}, place};

@@ -11,6 +11,10 @@
 /** What the library knows of an address that a call did not expect. */
 namespace qk::mem::profile {
 
+[[nodiscard]] inline std::uint64_t offset_in(const void* begin, const void* address) {
+  return reinterpret_cast<std::uintptr_t>(address) - reinterpret_cast<std::uintptr_t>(begin);
+}
+
 /** Where memory was allocated. Without a name it isn't known. */
 struct AllocationPlace {
   const char* file = nullptr;

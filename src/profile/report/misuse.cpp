@@ -42,6 +42,12 @@ std::size_t put_summary(qk::Line& words, Routine routine, std::string_view of,
   return put_summary(words, what.finish(), context);
 }
 
+/** Appends "3 bytes inside a block of 40". */
+qk::Line& put_offset(qk::Line& words, std::uint64_t offset, std::uint64_t bytes) {
+  words.put(count_figure(offset).text()).put(" byte").put(plural(offset));
+  return words.put(" inside a block of ").put(count_figure(bytes).text());
+}
+
 void put_release(qk::Line& words, const history::FreedBlock& block) {
   switch (block.release.ending) {
     case history::Ending::kFreed:
@@ -63,11 +69,14 @@ void put_release(qk::Line& words, const history::FreedBlock& block) {
   words.number(static_cast<std::uint64_t>(block.release.line));
 }
 
-std::size_t describe_freed(qk::Line& words, const history::FreedBlock& block, Routine routine,
-                           const CallContext& context) {
-  const std::size_t summary = routine == Routine::kFree
+std::size_t describe_freed(qk::Line& words, const history::FreedBlock& block, const void* address,
+                           Routine routine, const CallContext& context) {
+  const std::uint64_t offset = offset_in(block.address, address);
+  const bool is_repeated = routine == Routine::kFree && offset == 0;
+  const std::size_t summary = is_repeated
                                   ? put_summary(words, "double free", context)
                                   : put_summary(words, routine, " of freed memory", context);
+  if (offset != 0) put_offset(words, offset, block.bytes).put(", ");
   put_release(words, block);
   put_allocation(words, "was allocated",
                  place_of(pools.at(block.writer), Mark::of_word(block.allocation)));
@@ -83,9 +92,7 @@ std::size_t describe_live(qk::Line& words, const LiveBlock& block, Routine routi
     return summary;
   }
   const std::size_t summary = put_summary(words, routine, " of an inner pointer", context);
-  words.put(count_figure(block.offset).text()).put(" byte").put(plural(block.offset));
-  words.put(" inside a block of ").put(count_figure(block.bytes).text()).put(" on ");
-  put_handle(words, block.hid, block.tag);
+  put_handle(put_offset(words, block.offset, block.bytes).put(" on "), block.hid, block.tag);
   put_allocation(words, "allocated", block.place);
   return summary;
 }
@@ -102,8 +109,9 @@ std::size_t describe_unknown(qk::Line& words, const qk_mem_handle& handle, const
   if (live && live->offset == 0 && !is_freed_here) {
     return describe_live(words, *live, routine, context);
   }
-  if (freed) {
-    const std::size_t summary = describe_freed(words, *freed, routine, context);
+  // An address that is only near a freed block can be inside a live one.
+  if (freed && (freed->address == address || !live)) {
+    const std::size_t summary = describe_freed(words, *freed, address, routine, context);
     if (live && live->offset == 0) {
       put_handle(words.put("; now a block of "), live->hid, live->tag);
       put_allocation(words, "allocated", live->place);
