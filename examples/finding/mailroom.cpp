@@ -1,5 +1,5 @@
 // A mailroom that sorts letters, with one weakness at a time.
-// usage: mailroom [leaks|grows|peaks|churns] [LETTERS]
+// usage: mailroom [leaks|grows|peaks|churns|misuses] [LETTERS]
 #include <cstdlib>
 #include <string_view>
 
@@ -60,6 +60,17 @@ void find_district() {
   }
 }
 
+/** Frees the stamp of a letter without an address twice, and what is printed on it. */
+void stamp(int letter) {
+  static const int stamps = qk_mem_new_handle("BLOCKMGMT BLOCKFREE", "ST");
+  char* const stamp = qk_mem_strdup(stamps, "postage 1.20");
+  char* const price = stamp + 8;
+  qk_mem_free(stamps, stamp);
+  if (has_address(letter)) return;
+  qk_mem_free(stamps, stamp);
+  if (letter == 500) qk_mem_free(stamps, price);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -70,6 +81,7 @@ int main(int argc, char** argv) {
     deliver(letter);
     if (weakness == "grows") file_receipt(letter);
     if (weakness == "churns") find_district();
+    if (weakness == "misuses") stamp(letter);
   }
   if (weakness == "peaks") count_the_day(letters);
   return 0;
