@@ -8,6 +8,7 @@ set(library_sources
   support/cursor.cpp
   support/end_runner.cpp
   support/ending_signals.cpp
+  support/exit_code.cpp
   support/exit_handlers.cpp
   support/fifo.cpp
   support/file_names.cpp
@@ -105,6 +106,7 @@ set(library_sources
   profile/report/rows.cpp
   profile/report/text_parts.cpp
   profile/report/text_report.cpp
+  profile/report/verdict.cpp
 
   table/block_index.cpp
   table/blocks.cpp
@@ -168,6 +170,7 @@ set(library_sources
   report/summary.cpp
 
   life/cleanup.cpp
+  life/failing_end.cpp
   life/fork.cpp
   life/interruption.cpp
   life/startup.cpp

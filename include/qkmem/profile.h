@@ -66,6 +66,13 @@ extern "C" {
  *                                  of handles more, since each remembers its last 255 at least
  *                 MAX=bytes        of the profile's own memory, 256M unless given. What does not
  *                                  fit is reported as not recorded
+ *                 LEAKS=FAIL[=code]   let the process end with 23, or with this code from 1 to
+ *                                  255, if it would end with 0 and sites still hold memory at its
+ *                                  end; AUTOFREE handles don't count. Its handlers and destructors
+ *                                  run as ever, streams are flushed, and a line tells why. Nothing
+ *                                  changes at other codes, signals, _exit() and quick_exit(), nor
+ *                                  if the library is unloaded before. In a library that the
+ *                                  program loads while it runs it must come from QK_MEM_PROFILE
  *                 Numbers of bytes can end with K, M or G. Null and "" switch the profile off: new
  *                 allocations are not followed, earlier ones are until they are freed.
  * @return 0, or the code of the first mistake, which is also the thread's error code: 10041 to

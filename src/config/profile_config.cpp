@@ -19,6 +19,7 @@
 #include "profile/stacks.h"
 #include "profile/state.h"
 #include "qkmem/profile.h"
+#include "support/exit_code.h"
 #include "support/line.h"
 #include "support/mtx_lock.h"
 #include "support/own_message.h"
@@ -84,6 +85,7 @@ std::int32_t configure(const char* source, const char* text) {
   options.may_have_colours = wants_colours();
   profile::join_copies();
   if (options.depth != 0) profile::prepare_stack_capture();
+  if (options.leaks_code != 0) qk::prepare_exit_code();
   if (!profile::set_sampling(options.sample_bytes)) say_that_sample_stays(source);
   const RegistryLock lock;
   profile::set_options(options);
@@ -102,9 +104,11 @@ const char* asked_by_environment() {
  * Before main(), because the start-up holds a lock while it configures the profile, and loading a
  * library under a lock is safe with one thread only.
  */
-[[gnu::constructor(101)]] void prepare_stacks_from_the_start() {
+[[gnu::constructor(101)]] void use_linker_from_the_start() {
   const char* const text = asked_by_environment();
-  if (text != nullptr && mentions_stacks(text)) profile::prepare_stack_capture();
+  if (text == nullptr) return;
+  if (mentions_stacks(text)) profile::prepare_stack_capture();
+  if (mentions_leaks(text)) qk::prepare_exit_code();
 }
 
 }  // namespace

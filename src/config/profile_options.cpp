@@ -132,6 +132,21 @@ bool set_history(Options& options, const char* value) {
   return blocks.has_value();
 }
 
+/** FAIL, with or without a code. */
+bool set_leaks(Options& options, const char* value) {
+  constexpr std::string_view kFail = "FAIL";
+  constexpr std::string_view kUsualCode = "=23";
+  const std::string_view text = value;
+  if (!equal_ignoring_case(text.substr(0, kFail.size()), kFail)) return false;
+  std::string_view code = text.substr(kFail.size());
+  if (code.empty()) code = kUsualCode;
+  if (code.front() != '=') return false;
+  const auto number = read_number(code.substr(1), UINT8_MAX);
+  if (!number || *number == 0) return false;
+  options.leaks_code = static_cast<std::uint8_t>(*number);
+  return true;
+}
+
 bool set_sites(Options& /*options*/, const char* /*value*/) { return true; }
 
 bool set_peak(Options& options, const char* /*value*/) {
@@ -140,6 +155,7 @@ bool set_peak(Options& options, const char* /*value*/) {
 }
 
 constexpr char kStacks[] = "STACKS";
+constexpr char kLeaks[] = "LEAKS";
 
 constexpr ProfileKeyword<Options> kKeywords[] = {
     {"SITES", qk::kNoValue, set_sites},
@@ -155,6 +171,7 @@ constexpr ProfileKeyword<Options> kKeywords[] = {
     {"MAX", qk::kRequiredValue, set_max},
     {"SAMPLE", qk::kRequiredValue, set_sample},
     {"HISTORY", qk::kRequiredValue, set_history},
+    {kLeaks, qk::kRequiredValue, set_leaks},
 };
 
 bool set_since(GrowthQuery& query, const char* value) {
@@ -221,6 +238,8 @@ constexpr ProfileKeyword<ReportRequest> kReportKeywords[] = {
 }  // namespace
 
 bool mentions_stacks(const char* text) { return ::strcasestr(text, kStacks) != nullptr; }
+
+bool mentions_leaks(const char* text) { return ::strcasestr(text, kLeaks) != nullptr; }
 
 std::int32_t read_profile_options(const char* source, char* text, Options& options) {
   options = {};

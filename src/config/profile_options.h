@@ -39,6 +39,9 @@ struct ReportRequest {
 /** Whether an option string asks for stacks, or seems to. */
 [[nodiscard]] bool mentions_stacks(const char* text);
 
+/** Whether it asks for a code of its own for processes with leaks, or seems to. */
+[[nodiscard]] bool mentions_leaks(const char* text);
+
 }  // namespace qk::mem
 
 #endif  // QKMEM_CONFIG_PROFILE_OPTIONS_H_

@@ -12,6 +12,7 @@
 #include "diag/log.h"
 #include "diag/trace_file.h"
 #include "handle/destroy.h"
+#include "life/failing_end.h"
 #include "profile/report/report.h"
 #include "profile/state.h"
 #include "report/report.h"
@@ -128,8 +129,9 @@ extern "C" void qk_mem_cleanup(int sig) {
   } else {
     clean_up_at_exit();
   }
-  profile::write_report(profile::Occasion::kEnd,
-                        sig >= 1 ? profile::Naming::kAtASignal : profile::Naming::kComplete);
+  const profile::Verdict verdict = profile::write_report(
+      profile::Occasion::kEnd, sig >= 1 ? profile::Naming::kAtASignal : profile::Naming::kComplete);
+  if (sig < 1) fail_if_leaks_found(verdict);
   const RegistryLock lock;
   replace_log(nullptr);
   close_trace_file();

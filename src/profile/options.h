@@ -35,6 +35,7 @@ struct Options {
   std::uint64_t sample_bytes = 0;           // between two blocks that are booked; 0 to book all
   std::uint64_t every_seconds = 0;          // between reports while the program runs; 0 for none
   const char* control = nullptr;            // a file with commands
+  std::uint8_t leaks_code = 0;              // that a process with leaks ends with; 0 for its own
   bool may_have_colours = false;            // on a terminal
 };
 

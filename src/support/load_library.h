@@ -10,6 +10,20 @@ namespace qk {
  */
 [[nodiscard]] void* load_library(const char* file) noexcept;
 
+/**
+ * Keeps the module that contains this code loaded until the process ends, even if the program
+ * unloads it. Takes a lock of the dynamic linker. Allocates. Keeps errno. Threads: any.
+ */
+void keep_own_module_loaded() noexcept;
+
+/**
+ * Whether the module that contains this code is the program, or was loaded with it: then it stays
+ * until the process ends. To be asked before main(), or in a constructor: later it is also true of
+ * libraries that the program has loaded for all to see. A copy of this library that hides its
+ * functions in another one always counts as loaded later. Locks and memory are as above.
+ */
+[[nodiscard]] bool is_linked_to_program() noexcept;
+
 /** Whether the program, or a library that it was linked with, has a function. Threads: any. */
 [[nodiscard]] bool process_has(const char* function) noexcept;
 

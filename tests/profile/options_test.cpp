@@ -72,6 +72,29 @@ TEST(ProfileOptions, NameValuesThatAreNotUnderstood) {
             configure("SORT=SIZE").text);
 }
 
+TEST(ProfileOptions, GiveProcessesWithLeaksACode) {
+  const kit::Scene scene;
+  EXPECT_EQ(0, qk_mem_profile_config("SITES"));
+  EXPECT_EQ(0U, profile::options().leaks_code);
+  EXPECT_EQ(0, qk_mem_profile_config("LEAKS=FAIL"));
+  EXPECT_EQ(23U, profile::options().leaks_code);
+  EXPECT_EQ(0, qk_mem_profile_config("leaks=fail=255"));
+  EXPECT_EQ(255U, profile::options().leaks_code);
+}
+
+TEST(ProfileOptions, NameCodesThatNoProcessWithLeaksCanHave) {
+  const kit::Scene scene;
+  EXPECT_EQ("qkmem: qk_mem_profile_config: LEAKS can't be 'FAIL=0'. The rest is used.\n",
+            configure("LEAKS=FAIL=0").text);
+  EXPECT_EQ(5022, configure("LEAKS=FAIL=256").code);
+  EXPECT_EQ(5022, configure("LEAKS=FAIL=").code);
+  EXPECT_EQ(5022, configure("LEAKS=FAIL=-1").code);
+  EXPECT_EQ(5022, configure("LEAKS=FAILS").code);
+  EXPECT_EQ(5022, configure("LEAKS=23").code);
+  EXPECT_EQ(10043, configure("LEAKS").code);
+  EXPECT_EQ(0U, profile::options().leaks_code);
+}
+
 TEST(ProfileOptions, NameOtherMistakes) {
   const kit::Scene scene;
   EXPECT_EQ("qkmem: qk_mem_profile_config: PEAK takes no value. The rest is used.\n",

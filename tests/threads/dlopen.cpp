@@ -54,13 +54,13 @@ class PlugIn : public ::testing::Test {
   std::filesystem::path folder_;
 };
 
-/** The wait status of a process that runs `body` and exits with 3. */
+/** The wait status of a process that runs `body` and exits with a code. */
 template <class Body>
-int status_of(Body body) {
+int status_of(Body body, int code = 3) {
   const pid_t child = fork();
   if (child == 0) {
     body();
-    std::exit(3);
+    std::exit(code);
   }
   int status = 0;
   waitpid(child, &status, 0);
@@ -286,6 +286,81 @@ TEST_F(TwoProfiles, SayNothingOfACopyWithoutAProfile) {
                       }),
             "");
   EXPECT_EQ(contents("report").find("copies"), std::string::npos);
+}
+
+/** What LEAKS=FAIL makes of processes that load plug-ins. */
+class LeakingPlugIn : public PlugIn {
+ protected:
+  LeakingPlugIn() { setenv("QK_MEM_PROFILE", "LEAKS=FAIL REPORT=report", 1); }
+
+  template <class Body>
+  static int code_of(Body body, int code = 0) {
+    return exit_code_of(status_of(body, code));
+  }
+};
+
+TEST_F(LeakingPlugIn, GivesTheProcessACode) {
+  EXPECT_EQ(code_of([] { load(QKMEM_PLUGIN); }), 23);
+  EXPECT_NE(contents("report").find("qkmem: 1 site still holds 10 B in 1 block"),
+            std::string::npos);
+}
+
+TEST_F(LeakingPlugIn, GivesTheProcessACodeIfItIsLoadedForAllToSee) {
+  EXPECT_EQ(code_of([] {
+              dlopen(QKMEM_PLUGIN, RTLD_NOW | RTLD_GLOBAL);
+              load(QKMEM_PLUGIN);
+            }),
+            23);
+}
+
+TEST_F(LeakingPlugIn, LeavesOtherCodesAlone) {
+  EXPECT_EQ(code_of([] { load(QKMEM_PLUGIN); }, 5), 5);
+}
+
+TEST_F(LeakingPlugIn, ChangesNoCodeIfItIsUnloadedBefore) {
+  EXPECT_EQ(code_of(use_once), 0);
+  EXPECT_NE(contents("report").find("qkmem: 1 site still holds 10 B in 1 block"),
+            std::string::npos);
+  EXPECT_EQ(code_of([] {
+              void* const plugin = dlopen(QKMEM_PLUGIN, RTLD_NOW | RTLD_GLOBAL);
+              dlclose(load(QKMEM_PLUGIN).first);
+              dlclose(plugin);
+            }),
+            0);
+}
+
+TEST_F(LeakingPlugIn, GivesTheProcessACodeIfItIsLoadedAgain) {
+  EXPECT_EQ(code_of([] {
+              for (int i = 0; i < 20; ++i) use_once();
+              load(QKMEM_PLUGIN);
+            }),
+            23);
+}
+
+TEST_F(LeakingPlugIn, GivesTheProcessACodeIfAHandlerOfTheExitUnloadsIt) {
+  static void* plugin = nullptr;
+  EXPECT_EQ(code_of([] {
+              std::atexit([] { dlclose(plugin); });
+              plugin = load(QKMEM_PLUGIN).first;
+            }),
+            23);
+}
+
+TEST_F(LeakingPlugIn, IsUnloadedByAHandlerThatIsCalledBeforeItsReport) {
+  static void* plugin = nullptr;
+  EXPECT_EQ(code_of([] {
+              plugin = load(QKMEM_PLUGIN).first;
+              std::atexit([] { dlclose(plugin); });
+            }),
+            0);
+}
+
+TEST_F(LeakingPlugIn, GivesOneCodeForTwoCopies) {
+  EXPECT_EQ(code_of([] {
+              load(QKMEM_FIRST_COPY);
+              load(QKMEM_SECOND_COPY);
+            }),
+            23);
 }
 
 TEST_F(TwoCopies, WriteOnlyTheFirstOnesReportAtASignal) {

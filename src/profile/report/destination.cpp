@@ -106,26 +106,24 @@ bool have_one_file(const char* pattern, const FileName& name) {
          qk::is_file_to_replace(name.data());
 }
 
-/** False, and nothing is written, if a report goes to a file. */
-bool write_to_stream(const char* report, std::string_view text) {
-  if (equal_ignoring_case(report, "STDERR")) {
-    write_to_descriptor(STDERR_FILENO, report, text);
-  } else if (equal_ignoring_case(report, "STDOUT")) {
-    write_to_descriptor(STDOUT_FILENO, report, text);
-  } else if (equal_ignoring_case(report, "LOG")) {
-    write_to_log(text);
-  } else {
-    return false;
-  }
-  return true;
-}
-
 bool is_file(const char* report) {
   return !equal_ignoring_case(report, "STDERR") && !equal_ignoring_case(report, "STDOUT") &&
          !equal_ignoring_case(report, "LOG");
 }
 
 }  // namespace
+
+void say_beside_reports(const Options& options, std::string_view line) {
+  const bool is_for_people = options.format == Format::kText;
+  const bool goes_to_log = equal_ignoring_case(options.report, "LOG");
+  if (is_for_people && equal_ignoring_case(options.report, "STDOUT")) {
+    write_to_descriptor(STDOUT_FILENO, options.report, line);
+  } else if (is_for_people && goes_to_log && qk::acquire(Qk_mem_log) != nullptr) {
+    write_to_log(line);
+  } else if (is_for_people || !equal_ignoring_case(options.report, "STDERR")) {
+    qk::write_message(line);
+  }
+}
 
 bool goes_to_terminal(const char* report) {
   const qk::KeepErrno keep_errno;
@@ -148,12 +146,15 @@ bool withdraw(const Options& options) {
 
 void deliver(const char* report, std::string_view text) {
   ++reports;
-  if (!write_to_stream(report, text)) write_to_file(report, text);
-}
-
-void deliver_line(const Options& options, std::string_view line) {
-  const bool is_for_people = options.format == Format::kText;
-  if (!is_for_people || !write_to_stream(options.report, line)) qk::write_message(line);
+  if (equal_ignoring_case(report, "STDERR")) {
+    write_to_descriptor(STDERR_FILENO, report, text);
+  } else if (equal_ignoring_case(report, "STDOUT")) {
+    write_to_descriptor(STDOUT_FILENO, report, text);
+  } else if (equal_ignoring_case(report, "LOG")) {
+    write_to_log(text);
+  } else {
+    write_to_file(report, text);
+  }
 }
 
 }  // namespace qk::mem::profile

@@ -16,10 +16,10 @@ namespace qk::mem::profile {
 void deliver(const char* report, std::string_view text);
 
 /**
- * Shows a line before there is a report: where a text report would go, but on standard error if it
- * goes to a file or is for programs.
+ * Writes a line about the process to where its reports go, or to standard error if they go to a
+ * file, or to the log when it is closed. Writes nothing between figures that programs read.
  */
-void deliver_line(const Options& options, std::string_view line);
+void say_beside_reports(const Options& options, std::string_view line);
 
 /** Whether people see a report directly. Never of a file, whatever it leads to. */
 [[nodiscard]] bool goes_to_terminal(const char* report);

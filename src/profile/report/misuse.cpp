@@ -156,7 +156,7 @@ void show(std::string_view words, std::size_t summary, std::uint64_t event) {
   line.put(words.substr(0, summary));
   put_event(line, event);
   line.put(words.substr(summary)).put('\n');
-  deliver_line(options_now(), line.finish());
+  say_beside_reports(options_now(), line.finish());
 }
 
 MisusePlace place_of_call(const qk_mem_handle& handle, Routine routine,

@@ -62,14 +62,20 @@ void deliver_incomplete(const Options& options, std::string_view text) {
   qk::write_message("qkmem: no memory for the rest of the report\n");
 }
 
-/** Returns whether all is there. */
-bool compose_report(qk::PageBuffer& text, const Options& options, Occasion occasion,
-                    Naming naming) {
+/** A report, and what it says. */
+struct Composed {
+  bool is_complete = false;
+  Verdict verdict;
+};
+
+Composed compose_report(qk::PageBuffer& text, const Options& options, Occasion occasion,
+                        Naming naming) {
   const std::size_t needed = rows_needed();
   Rows rows(needed);
-  if (rows.capacity() < needed) return false;
+  if (rows.capacity() < needed) return {};
   collect_rows(rows);
-  return put_report(text, rows, options, occasion, naming);
+  const bool is_complete = put_report(text, rows, options, occasion, naming);
+  return {is_complete, judge(rows, occasion)};
 }
 
 /** Returns whether all is there. */
@@ -122,7 +128,7 @@ std::int32_t compose_requested(qk::PageBuffer& text, const Options& options,
   std::int32_t code = 0;
   if (growth.is_asked()) {
     code = compose_growth(text, options, growth);
-  } else if (!compose_report(text, options, Occasion::kRunning, Naming::kComplete)) {
+  } else if (!compose_report(text, options, Occasion::kRunning, Naming::kComplete).is_complete) {
     code = qk_error_no(ENOMEM);
   }
   close_names();
@@ -157,22 +163,24 @@ void write_requested_report(const Options& options, const GrowthQuery& growth) {
   text.clear();
 }
 
-void write_report(Occasion occasion, Naming naming) {
-  if (!was_ever_on()) return;
+Verdict write_report(Occasion occasion, Naming naming) {
+  if (!was_ever_on()) return {};
   const Options options = options_now();
   // At a signal another thread can have the lock for ever, but nothing that it guards is used.
   std::optional<qk::MtxLock> lock;
   if (naming == Naming::kComplete) lock.emplace(report_lock);
-  if (occasion == Occasion::kEnd && withdraw(options)) return;
+  const bool is_withdrawn = occasion == Occasion::kEnd && withdraw(options);
+  if (is_withdrawn && options.leaks_code == 0) return {};
   qk::PageBuffer text;
-  const bool is_complete = compose_report(text, options, occasion, naming);
+  const Composed report = compose_report(text, options, occasion, naming);
   if (naming == Naming::kComplete) close_names();
-  if (is_complete) {
+  if (report.is_complete && !is_withdrawn) {
     deliver(options.report, text.text());
-  } else {
+  } else if (!is_withdrawn) {
     deliver_incomplete(options, text.text());
   }
   text.clear();
+  return report.verdict;
 }
 
 }  // namespace qk::mem::profile

@@ -6,6 +6,7 @@
 #include "profile/options.h"
 #include "profile/report/growth.h"
 #include "profile/report/text_report.h"
+#include "profile/report/verdict.h"
 #include "support/mtx.h"
 #include "support/page_buffer.h"
 
@@ -15,8 +16,10 @@ namespace qk::mem::profile {
  * Writes the report where the options say, if the profile was ever on. For signal handlers with
  * Naming::kAtASignal. With complete names it can wait for the dynamic linker: a caller with the
  * registry's lock could be what a thread in there waits for.
+ *
+ * @return what the report says. Of nothing if there was no memory for it.
  */
-void write_report(Occasion occasion, Naming naming);
+Verdict write_report(Occasion occasion, Naming naming);
 
 /** The options in force. */
 [[nodiscard]] Options options_now();

@@ -15,41 +15,6 @@
 namespace qk::mem::profile {
 namespace {
 
-/** Sums of rows. */
-struct Sums {
-  std::uint64_t sites = 0;
-  std::uint64_t bytes = 0;
-  std::uint64_t blocks = 0;
-
-  void add(const Row& row) {
-    if (row.live_blocks == 0) return;
-    ++sites;
-    bytes += row.live_bytes;
-    blocks += row.live_blocks;
-  }
-};
-
-struct Verdict {
-  Sums held;
-  Sums autofree;  // released with their handles when the program ends
-  std::uint64_t made_bytes = 0;
-  std::uint64_t made_blocks = 0;
-};
-
-bool ends_with_handle(const Row& row, Occasion occasion) {
-  return occasion == Occasion::kEnd && row.is_autofree;
-}
-
-Verdict judge(const Rows& rows, Occasion occasion) {
-  Verdict verdict;
-  for (const Row& row : rows) {
-    (ends_with_handle(row, occasion) ? verdict.autofree : verdict.held).add(row);
-    verdict.made_bytes += row.made_bytes;
-    verdict.made_blocks += row.made_blocks;
-  }
-  return verdict;
-}
-
 void put_peak(qk::Line& line) {
   const Level peak = whole_now();
   const std::uint64_t event = peak.highest_event;
@@ -188,7 +153,7 @@ void put_text_report(qk::PageWriter& out, Rows& rows, const ShownFrames& frames,
   put_copies(out);
   put_sample(out, verdict.held.bytes);
   const auto held_end = std::partition(rows.begin(), rows.end(), [occasion](const Row& row) {
-    return !ends_with_handle(row, occasion);
+    return counts_as_held(row, occasion);
   });
   put_held(out, {rows.begin(), held_end}, frames, options, style, verdict.held.bytes);
   put_misuses(out, style);

@@ -5,15 +5,10 @@
 #include "profile/report/callers.h"
 #include "profile/report/rows.h"
 #include "profile/report/style.h"
+#include "profile/report/verdict.h"
 #include "support/page_writer.h"
 
 namespace qk::mem::profile {
-
-/** Why a report is made. */
-enum class Occasion : std::uint8_t {
-  kRunning,  // the program goes on
-  kEnd       // it ends: AUTOFREE handles are deleted next
-};
 
 /**
  * Appends the report for people: a verdict in one line, then the sites that hold memory, those that

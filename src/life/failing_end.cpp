@@ -1,0 +1,38 @@
+// Another code for processes that end well, but for their leaks.
+#include "life/failing_end.h"
+
+#include <cstdint>
+
+#include "formats/figures.h"
+#include "profile/options.h"
+#include "profile/report/destination.h"
+#include "profile/report/report.h"
+#include "profile/report/text_parts.h"
+#include "support/exit_code.h"
+#include "support/line.h"
+
+namespace qk::mem {
+namespace {
+
+constinit profile::Options options;
+constinit std::uint64_t sites = 0;
+
+void say_why() {
+  qk::Line line;
+  profile::put_heading(line);
+  line.put("the process ends with ").number(options.leaks_code);
+  line.put(", because ").put(count_figure(sites).text()).put(" site").put(profile::plural(sites));
+  line.put(sites == 1 ? " still holds" : " still hold").put(" memory (LEAKS=FAIL)\n");
+  profile::say_beside_reports(options, line.finish());
+}
+
+}  // namespace
+
+void fail_if_leaks_found(const profile::Verdict& verdict) {
+  options = profile::options_now();
+  if (options.leaks_code == 0 || !verdict.leaks_found()) return;
+  sites = verdict.held.sites;
+  qk::change_exit_code(options.leaks_code, say_why);
+}
+
+}  // namespace qk::mem

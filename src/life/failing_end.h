@@ -1,0 +1,16 @@
+#ifndef QKMEM_LIFE_FAILING_END_H_
+#define QKMEM_LIFE_FAILING_END_H_
+
+#include "profile/report/verdict.h"
+
+namespace qk::mem {
+
+/**
+ * If LEAKS=FAIL is in force and leaks were found, the calling process ends with the code of that in
+ * place of 0, after all that a normal termination does. For handlers of the exit.
+ */
+void fail_if_leaks_found(const profile::Verdict& verdict);
+
+}  // namespace qk::mem
+
+#endif  // QKMEM_LIFE_FAILING_END_H_

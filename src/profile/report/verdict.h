@@ -1,0 +1,48 @@
+#ifndef QKMEM_PROFILE_REPORT_VERDICT_H_
+#define QKMEM_PROFILE_REPORT_VERDICT_H_
+
+#include <cstdint>
+
+#include "profile/report/rows.h"
+
+/** What a report comes to, in short. */
+namespace qk::mem::profile {
+
+/** Why a report is made. */
+enum class Occasion : std::uint8_t {
+  kRunning,  // the program goes on
+  kEnd       // it ends: AUTOFREE handles are deleted next
+};
+
+/** Sums of rows. */
+struct Sums {
+  std::uint64_t sites = 0;
+  std::uint64_t bytes = 0;
+  std::uint64_t blocks = 0;
+
+  void add(const Row& row) {
+    if (row.live_blocks == 0) return;
+    ++sites;
+    bytes += row.live_bytes;
+    blocks += row.live_blocks;
+  }
+};
+
+struct Verdict {
+  Sums held;
+  Sums autofree;  // released with their handles when the program ends
+  std::uint64_t made_bytes = 0;
+  std::uint64_t made_blocks = 0;
+
+  /** Whether there is something that LEAKS=FAIL is about. */
+  [[nodiscard]] bool leaks_found() const { return held.blocks != 0; }
+};
+
+[[nodiscard]] Verdict judge(const Rows& rows, Occasion occasion);
+
+/** Whether what a row holds counts as held: it isn't released with its handle in a moment. */
+[[nodiscard]] bool counts_as_held(const Row& row, Occasion occasion);
+
+}  // namespace qk::mem::profile
+
+#endif  // QKMEM_PROFILE_REPORT_VERDICT_H_
