@@ -97,6 +97,7 @@ set(library_sources
   profile/report/growth_report.cpp
   profile/report/json_report.cpp
   profile/report/known_address.cpp
+  profile/report/known_leaks.cpp
   profile/report/metrics_report.cpp
   profile/report/misuse.cpp
   profile/report/misuse_report.cpp
@@ -149,6 +150,7 @@ set(library_sources
   config/debug_environment.cpp
   config/debug_settings.cpp
   config/dump_config.cpp
+  config/known_leaks_file.cpp
   config/log_destination.cpp
   config/module_options.cpp
   config/profile_config.cpp

@@ -66,6 +66,16 @@ extern "C" {
  *                                  of handles more, since each remembers its last 255 at least
  *                 MAX=bytes        of the profile's own memory, 256M unless given. What does not
  *                                  fit is reported as not recorded
+ *                 IGNORE=file      leave known leaks out of the sites that hold memory: the file
+ *                                  has one a line, as leak:PATTERN, which is looked for in file,
+ *                                  line and module of a site and, with STACKS, in functions, files
+ *                                  and modules of its frames, where * is any text, ^ the beginning
+ *                                  and $ the end; or as tag:TAG, or handle:NUMBER. # begins a
+ *                                  comment. The report says how much it leaves out, and at the end
+ *                                  which lines match nothing. A line that is not understood is
+ *                                  named, and a file that can't be read. It is read at once, and
+ *                                  leaves all figures of JSON, PPROF and OPENMETRICS as they are;
+ *                                  JSON marks the sites
  *                 LEAKS=FAIL[=code]   let the process end with 23, or with this code from 1 to
  *                                  255, if it would end with 0 and sites still hold memory at its
  *                                  end; AUTOFREE handles don't count. Its handlers and destructors
@@ -78,7 +88,7 @@ extern "C" {
  * @return 0, or the code of the first mistake, which is also the thread's error code: 10041 to
  *         10044, 5022 for a value that is not understood, 5012 if there is no memory. A word that
  *         is not understood is named on standard error, with the nearest keyword, and the rest is
- *         used.
+ *         used. For a file of IGNORE that can't be read, 5000 plus the error.
  *
  * A process can have several copies of the library: the program contains one, and a plug-in brings
  * another. Each has sites of its own and writes its own report, which says so. A file of the second

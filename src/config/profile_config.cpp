@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "config/known_leaks_file.h"
 #include "config/profile_options.h"
 #include "config/profile_schedule.h"
 #include "core/handle_array.h"
@@ -81,7 +82,11 @@ std::int32_t configure(const char* source, const char* text) {
   char* const own_text = keep_text(text);
   if (own_text == nullptr) return qk_error_no(ENOMEM);
   profile::Options options;
-  const std::int32_t mistake = read_profile_options(source, own_text, options);
+  std::int32_t mistake = read_profile_options(source, own_text, options);
+  if (options.ignore != nullptr) {
+    const std::int32_t in_file = read_known_leaks(source, options.ignore, options.known_leaks);
+    if (mistake == 0) mistake = in_file;
+  }
   options.may_have_colours = wants_colours();
   profile::join_copies();
   if (options.depth != 0) profile::prepare_stack_capture();

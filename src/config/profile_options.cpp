@@ -147,6 +147,11 @@ bool set_leaks(Options& options, const char* value) {
   return true;
 }
 
+bool set_ignore(Options& options, const char* value) {
+  options.ignore = value;
+  return true;
+}
+
 bool set_sites(Options& /*options*/, const char* /*value*/) { return true; }
 
 bool set_peak(Options& options, const char* /*value*/) {
@@ -172,6 +177,7 @@ constexpr ProfileKeyword<Options> kKeywords[] = {
     {"SAMPLE", qk::kRequiredValue, set_sample},
     {"HISTORY", qk::kRequiredValue, set_history},
     {kLeaks, qk::kRequiredValue, set_leaks},
+    {"IGNORE", qk::kRequiredValue, set_ignore},
 };
 
 bool set_since(GrowthQuery& query, const char* value) {
@@ -184,22 +190,9 @@ bool set_until(GrowthQuery& query, const char* value) {
   return true;
 }
 
-bool set_handle(GrowthQuery& query, const char* value) {
-  const auto handle = read_number(value, INT32_MAX);
-  if (!handle || *handle == 0) return false;
-  query.filter.handle = static_cast<std::int32_t>(*handle);
-  return true;
-}
+bool set_handle(GrowthQuery& query, const char* value) { return read_handle(value, query.filter); }
 
-/** As in other filters, NONE stands for handles without a tag. */
-bool set_tag(GrowthQuery& query, const char* value) {
-  const bool is_none = equal_ignoring_case(value, "NONE");
-  if (!is_none && std::strlen(value) > kTagLength) return false;
-  query.filter.has_tag = true;
-  qk::copy_text(query.filter.tag, sizeof query.filter.tag, is_none ? "" : value);
-  qk::upper_case(query.filter.tag);
-  return true;
-}
+bool set_tag(GrowthQuery& query, const char* value) { return read_tag(value, query.filter); }
 
 bool set_file(GrowthQuery& query, const char* value) {
   query.filter.file = value;
@@ -236,6 +229,22 @@ constexpr ProfileKeyword<ReportRequest> kReportKeywords[] = {
 };
 
 }  // namespace
+
+bool read_handle(const char* value, profile::SiteFilter& filter) {
+  const auto handle = read_number(value, INT32_MAX);
+  if (!handle || *handle == 0) return false;
+  filter.handle = static_cast<std::int32_t>(*handle);
+  return true;
+}
+
+bool read_tag(const char* value, profile::SiteFilter& filter) {
+  const bool is_none = equal_ignoring_case(value, "NONE");
+  if (!is_none && std::strlen(value) > kTagLength) return false;
+  filter.has_tag = true;
+  qk::copy_text(filter.tag, sizeof filter.tag, is_none ? "" : value);
+  qk::upper_case(filter.tag);
+  return true;
+}
 
 bool mentions_stacks(const char* text) { return ::strcasestr(text, kStacks) != nullptr; }
 

@@ -36,6 +36,12 @@ struct ReportRequest {
 [[nodiscard]] std::int32_t read_growth_filter(const char* source, char* text,
                                               profile::GrowthQuery& query);
 
+/** Reads the number of a handle. False if none can have it. */
+[[nodiscard]] bool read_handle(const char* value, profile::SiteFilter& filter);
+
+/** Reads a tag; as in other filters, NONE stands for handles without one. False if it is none. */
+[[nodiscard]] bool read_tag(const char* value, profile::SiteFilter& filter);
+
 /** Whether an option string asks for stacks, or seems to. */
 [[nodiscard]] bool mentions_stacks(const char* text);
 

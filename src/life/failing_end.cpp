@@ -29,8 +29,9 @@ void say_why() {
 }  // namespace
 
 void fail_if_leaks_found(const profile::Verdict& verdict) {
+  if (!verdict.leaks_found()) return;
   options = profile::options_now();
-  if (options.leaks_code == 0 || !verdict.leaks_found()) return;
+  if (options.leaks_code == 0) return;
   sites = verdict.held.sites;
   qk::change_exit_code(options.leaks_code, say_why);
 }

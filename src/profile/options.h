@@ -22,6 +22,8 @@ inline constexpr std::uint32_t kMaxDepth = 64;
 inline constexpr std::uint64_t kDefaultMaxBytes = std::uint64_t{256} << 20;
 inline constexpr std::uint64_t kDefaultHistory = 65536;
 
+struct KnownLeaks;
+
 struct Options {
   std::uint32_t depth = 0;  // frames of a stack; 0 for no stacks
   bool peak = false;
@@ -35,6 +37,8 @@ struct Options {
   std::uint64_t sample_bytes = 0;           // between two blocks that are booked; 0 to book all
   std::uint64_t every_seconds = 0;          // between reports while the program runs; 0 for none
   const char* control = nullptr;            // a file with commands
+  const char* ignore = nullptr;             // a file with known leaks
+  KnownLeaks* known_leaks = nullptr;        // what it says; null if there is none
   std::uint8_t leaks_code = 0;              // that a process with leaks ends with; 0 for its own
   bool may_have_colours = false;            // on a terminal
 };

@@ -30,8 +30,9 @@ constinit bool can_be_unloaded = false;
 constinit bool is_past_destructors = false;
 
 /**
- * Called by the exit. A second exit() goes on where the first one is: it calls the handlers that are
- * left, of which there is hardly one, and flushes the streams. A status has eight bits for parents.
+ * Called by the exit. A second exit() goes on where the first one is: it calls the handlers that
+ * are left, of which there is hardly one, and flushes the streams. Of a status, parents get the
+ * lower eight bits.
  */
 void change_code(int status, void* /*unused*/) {
   if (!is_asked_for() || (status & 0xff) != 0) return;

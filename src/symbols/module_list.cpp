@@ -58,11 +58,17 @@ void add_code(KnownModule& module, const AddressRange& range) {
   }
 }
 
+void extend(AddressRange& whole, const AddressRange& range) {
+  if (whole.end == 0) whole = range;
+  whole = {std::min(whole.begin, range.begin), std::max(whole.end, range.end)};
+}
+
 void describe(const dl_phdr_info& info, KnownModule& module) {
   module.base = info.dlpi_addr;
   for (int i = 0; i < info.dlpi_phnum; ++i) {
     const ElfW(Phdr)& header = info.dlpi_phdr[i];
     const std::uintptr_t begin = info.dlpi_addr + header.p_vaddr;
+    if (header.p_type == PT_LOAD) extend(module.whole, {begin, begin + header.p_memsz});
     if (header.p_type == PT_LOAD && (header.p_flags & PF_X) != 0) {
       add_code(module, {begin, begin + header.p_memsz});
     } else if (header.p_type == PT_NOTE && module.build_id.text().empty()) {
@@ -184,14 +190,23 @@ bool ModuleList::add(KnownModule module) noexcept {
   return true;
 }
 
-const KnownModule* ModuleList::find(std::uintptr_t address) const noexcept {
+template <class Has>
+const KnownModule* ModuleList::find_if(Has has) const noexcept {
   const KnownModule* unloaded = nullptr;
   for (const KnownModule* module = newest(); module != nullptr; module = module->next) {
-    if (!module->has_code_at(address)) continue;
+    if (!has(*module)) continue;
     if (load(module->is_loaded)) return module;
     if (unloaded == nullptr) unloaded = module;
   }
   return unloaded;
+}
+
+const KnownModule* ModuleList::find(std::uintptr_t address) const noexcept {
+  return find_if([address](const KnownModule& module) { return module.has_code_at(address); });
+}
+
+const KnownModule* ModuleList::find_owner(std::uintptr_t address) const noexcept {
+  return find_if([address](const KnownModule& module) { return module.whole.has(address); });
 }
 
 const KnownModule* ModuleList::newest() const noexcept { return acquire(newest_); }

@@ -23,6 +23,7 @@ struct KnownModule {
   std::uintptr_t base = 0;  // an address in memory is this plus the one in the file
   AddressRange code[kMostCodeRanges] = {};
   int code_ranges = 0;
+  AddressRange whole;                      // with all that it has beside its code
   bool is_loaded = true;                   // shared
   KnownModule* next = nullptr;             // the one that was found before it
   std::uint64_t last_seen_in_refresh = 0;  // for the list itself
@@ -63,6 +64,9 @@ class ModuleList {
    */
   [[nodiscard]] const KnownModule* find(std::uintptr_t address) const noexcept;
 
+  /** As above, for an address anywhere in the module: of code, of a literal, or of a variable. */
+  [[nodiscard]] const KnownModule* find_owner(std::uintptr_t address) const noexcept;
+
   /** The module that came last, or null; `next` leads to the others. */
   [[nodiscard]] const KnownModule* newest() const noexcept;
 
@@ -83,6 +87,8 @@ class ModuleList {
   [[nodiscard]] static int visit(dl_phdr_info* info, std::size_t size, void* data) noexcept;
   [[nodiscard]] bool note(const dl_phdr_info& info) noexcept;
   [[nodiscard]] bool overlaps_known(const KnownModule& module) const noexcept;
+  template <class Has>
+  [[nodiscard]] const KnownModule* find_if(Has has) const noexcept;
   [[nodiscard]] KnownModule* find_same(const KnownModule& module) noexcept;
   [[nodiscard]] bool add(KnownModule module) noexcept;
 

@@ -72,6 +72,18 @@ TEST_F(Modules, IncludeSharedLibraries) {
   EXPECT_EQ(library->path[0], '/');
 }
 
+TEST_F(Modules, AreFoundByTheirLiteralsAndVariables) {
+  static int variable = 1;
+  const char* const literal = "of the program";
+  modules_.refresh();
+  const KnownModule* const program = modules_.find(address_of(&of_the_program));
+  EXPECT_EQ(modules_.find_owner(address_of(literal)), program);
+  EXPECT_EQ(modules_.find_owner(address_of(&variable)), program);
+  EXPECT_EQ(modules_.find_owner(address_of(&of_the_program)), program);
+  EXPECT_NE(modules_.find_owner(address_of(&::getppid)), program);
+  EXPECT_EQ(modules_.find_owner(address_of(&literal)), nullptr);
+}
+
 TEST_F(Modules, DoNotIncludeWhatIsNoCode) {
   modules_.refresh();
   EXPECT_EQ(modules_.find(16), nullptr);

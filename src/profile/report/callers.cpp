@@ -97,8 +97,10 @@ std::strong_ordering compare_callers(const Row& left, const Row& right, const Sh
   if (const auto order = left.kind <=> right.kind; std::is_neq(order)) return order;
   if (const auto order = compare_files(left.key.file, right.key.file); std::is_neq(order))
     return order;
-  const auto order = std::tie(left.key.line, left.key.pool, left.key.label, left.is_autofree) <=>
-                     std::tie(right.key.line, right.key.pool, right.key.label, right.is_autofree);
+  const auto order =
+      std::tie(left.key.line, left.key.pool, left.key.label, left.is_autofree, left.is_ignored) <=>
+      std::tie(right.key.line, right.key.pool, right.key.label, right.is_autofree,
+               right.is_ignored);
   if (std::is_neq(order)) return order;
   const qk::Frame* const of_left = telling_frame(left, frames);
   const qk::Frame* const of_right = telling_frame(right, frames);

@@ -14,11 +14,6 @@
 namespace qk::mem::profile {
 namespace {
 
-bool selects(const SiteFilter& filter, const Pool& pool) {
-  if (filter.handle != 0 && filter.handle != pool.hid) return false;
-  return !filter.has_tag || std::strcmp(filter.tag, tag_levels.at(pool.tag).name) == 0;
-}
-
 bool selects(const SiteFilter& filter, const SiteKey& key) {
   if (!selects(filter, pools.at(key.pool))) return false;
   return filter.file == nullptr || (key.file != nullptr && qk::matches(key.file, filter.file));
@@ -139,6 +134,11 @@ std::int64_t figure_of(const Row& row, Sort order) {
 }
 
 }  // namespace
+
+bool selects(const SiteFilter& filter, const Pool& pool) {
+  if (filter.handle != 0 && filter.handle != pool.hid) return false;
+  return !filter.has_tag || std::strcmp(filter.tag, tag_levels.at(pool.tag).name) == 0;
+}
 
 Change change_of(const Row& row) {
   return {static_cast<std::int64_t>(row.live_bytes - row.before.live_bytes),

@@ -19,6 +19,9 @@ struct SiteFilter {
   const char* file = nullptr;  // a pattern, see qk::matches(); null for any
 };
 
+/** Whether a handle is one that a filter selects. */
+[[nodiscard]] bool selects(const SiteFilter& filter, const Pool& pool);
+
 struct GrowthQuery {
   const char* since = nullptr;  // name of a snapshot; null for the start of the profile
   const char* until = nullptr;  // the same; null for now

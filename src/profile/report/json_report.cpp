@@ -147,6 +147,7 @@ void put_place(JsonWriter& json, const Row& row) {
 void put_site(JsonWriter& json, const Row& row, Naming naming) {
   json.start_line().begin_object();
   put_place(json, row);
+  if (row.is_ignored) json.key("ignored").boolean(true);
   put_number(json, "live_bytes", row.live_bytes);
   put_error(json, row.live_bytes);
   put_number(json, "live_blocks", row.live_blocks);

@@ -8,6 +8,7 @@
 #include "profile/report/destination.h"
 #include "profile/report/growth_report.h"
 #include "profile/report/json_report.h"
+#include "profile/report/known_leaks.h"
 #include "profile/report/metrics_report.h"
 #include "profile/report/pprof_report.h"
 #include "profile/state.h"
@@ -30,13 +31,27 @@ const Style& style_of(const Options& options) {
   return has_colours ? kTerminalStyle : kPlainStyle;
 }
 
+/** At the end patterns have had all chances, but at a signal functions have no names. */
+bool tells_unmatched(Occasion occasion, Naming naming) {
+  return occasion == Occasion::kEnd && naming == Naming::kComplete;
+}
+
 bool put_text(qk::PageBuffer& text, Rows& rows, const Options& options, Occasion occasion,
               Naming naming) {
   ShownFrames frames(frames_needed(rows));
   if (frames.capacity() != 0) name_callers(rows, frames, naming, options.skip);
   qk::PageWriter out(text);
   put_text_report(out, rows, frames, options, style_of(options), occasion);
+  if (tells_unmatched(occasion, naming)) {
+    for_each_unmatched(options.known_leaks, [&out](std::string_view line) { out.put(line); });
+  }
   return !out.has_failed();
+}
+
+/** Says the same where programs get a report. */
+void say_unmatched(const Options& options) {
+  for_each_unmatched(options.known_leaks,
+                     [&](std::string_view line) { say_beside_reports(options, line); });
 }
 
 /** Returns whether all is there. Otherwise there was no memory. */
@@ -74,6 +89,7 @@ Composed compose_report(qk::PageBuffer& text, const Options& options, Occasion o
   Rows rows(needed);
   if (rows.capacity() < needed) return {};
   collect_rows(rows);
+  mark_known_leaks(rows, options.known_leaks, occasion, naming);
   const bool is_complete = put_report(text, rows, options, occasion, naming);
   return {is_complete, judge(rows, occasion)};
 }
@@ -180,6 +196,7 @@ Verdict write_report(Occasion occasion, Naming naming) {
     deliver_incomplete(options, text.text());
   }
   text.clear();
+  if (options.format != Format::kText && tells_unmatched(occasion, naming)) say_unmatched(options);
   return report.verdict;
 }
 

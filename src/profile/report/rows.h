@@ -35,7 +35,8 @@ struct Row {
   std::uint64_t sum_of_lives;  // of all blocks so far, in events
   std::uint64_t first_event;
   std::uint64_t last_event;
-  Figures before;  // at the beginning of a period, for its growth; otherwise all zero
+  Figures before;   // at the beginning of a period, for its growth; otherwise all zero
+  bool is_ignored;  // what it holds is a known leak, see mark_known_leaks()
   // Given by name_callers().
   std::uint32_t first_frame;  // in its ShownFrames
   std::uint32_t frame_count;

@@ -47,10 +47,22 @@ void put_verdict(qk::PageWriter& out, const Verdict& verdict, const Style& style
   }
   if (verdict.made_blocks != 0) put_peak(line);
   out.put(line.put(style.end).put('\n').finish());
-  if (verdict.autofree.blocks == 0) return;
-  qk::Line autofree;
-  put_amount(autofree.put("qkmem: "), verdict.autofree.bytes, verdict.autofree.blocks);
-  out.put(autofree.put(" of AUTOFREE handles go with them\n").finish());
+}
+
+/** What is held, but doesn't count. */
+void put_exceptions(qk::PageWriter& out, const Verdict& verdict) {
+  if (verdict.autofree.blocks != 0) {
+    qk::Line line;
+    put_amount(line.put("qkmem: "), verdict.autofree.bytes, verdict.autofree.blocks);
+    out.put(line.put(" of AUTOFREE handles go with them\n").finish());
+  }
+  if (verdict.ignored.blocks != 0) {
+    qk::Line line;
+    line.put("qkmem: IGNORE leaves out ").put(count_figure(verdict.ignored.sites).text());
+    line.put(" site").put(plural(verdict.ignored.sites)).put(" with ");
+    put_amount(line, verdict.ignored.bytes, verdict.ignored.blocks);
+    out.put(line.put('\n').finish());
+  }
 }
 
 void put_copies(qk::PageWriter& out) {
@@ -149,6 +161,7 @@ void put_text_report(qk::PageWriter& out, Rows& rows, const ShownFrames& frames,
                      const Options& options, const Style& style, Occasion occasion) {
   const Verdict verdict = judge(rows, occasion);
   put_verdict(out, verdict, style, occasion);
+  put_exceptions(out, verdict);
   put_first_misuse(out, style);
   put_copies(out);
   put_sample(out, verdict.held.bytes);

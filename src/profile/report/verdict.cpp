@@ -2,14 +2,27 @@
 
 namespace qk::mem::profile {
 
+namespace {
+
+Sums& part_of(Verdict& verdict, const Row& row, Occasion occasion) {
+  if (counts_as_held(row, occasion)) return verdict.held;
+  return ends_with_handle(row, occasion) ? verdict.autofree : verdict.ignored;
+}
+
+}  // namespace
+
+bool ends_with_handle(const Row& row, Occasion occasion) {
+  return occasion == Occasion::kEnd && row.is_autofree;
+}
+
 bool counts_as_held(const Row& row, Occasion occasion) {
-  return occasion != Occasion::kEnd || !row.is_autofree;
+  return !ends_with_handle(row, occasion) && !row.is_ignored;
 }
 
 Verdict judge(const Rows& rows, Occasion occasion) {
   Verdict verdict;
   for (const Row& row : rows) {
-    (counts_as_held(row, occasion) ? verdict.held : verdict.autofree).add(row);
+    part_of(verdict, row, occasion).add(row);
     verdict.made_bytes += row.made_bytes;
     verdict.made_blocks += row.made_blocks;
   }

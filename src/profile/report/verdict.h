@@ -31,6 +31,7 @@ struct Sums {
 struct Verdict {
   Sums held;
   Sums autofree;  // released with their handles when the program ends
+  Sums ignored;   // known leaks
   std::uint64_t made_bytes = 0;
   std::uint64_t made_blocks = 0;
 
@@ -40,7 +41,10 @@ struct Verdict {
 
 [[nodiscard]] Verdict judge(const Rows& rows, Occasion occasion);
 
-/** Whether what a row holds counts as held: it isn't released with its handle in a moment. */
+/** Whether what a row holds is released with its handle in a moment. */
+[[nodiscard]] bool ends_with_handle(const Row& row, Occasion occasion);
+
+/** Whether what a row holds is neither that nor known. */
 [[nodiscard]] bool counts_as_held(const Row& row, Occasion occasion);
 
 }  // namespace qk::mem::profile
