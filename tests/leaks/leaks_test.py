@@ -44,6 +44,9 @@ class LeakingProcess(unittest.TestCase):
             self.assertIn(word, result.stdout.split())
         self.assertTrue(result.stderr.endswith(WHY), result.stderr)
 
+    def test_can_have_its_first_block_in_a_destructor(self):
+        self.expect("leak-last", 23, says_why=True)
+
     def test_ends_with_the_code_that_is_given(self):
         result = self.run_program("leak", "LEAKS=FAIL=7")
         self.assertEqual(result.returncode, 7)

@@ -25,10 +25,16 @@ struct Static {
 
 const Static object("static");
 
-[[gnu::destructor]] void leave() { say("destructor"); }
-[[gnu::destructor(101)]] void leave_last() { say("last-destructor"); }
-
 void leak() { static_cast<void>(qk_mem_malloc(QK_MEM_DATA_HANDLE, 100)); }
+
+bool leaks_last = false;
+
+[[gnu::destructor]] void leave() {
+  say("destructor");
+  if (leaks_last) leak();
+}
+
+[[gnu::destructor(101)]] void leave_last() { say("last-destructor"); }
 
 [[noreturn]] void end_by_signal() {
   raise(SIGTERM);
@@ -65,6 +71,10 @@ void exit_with_7(int /*status*/, void* /*unused*/) { std::exit(7); }
 
 int leave_as(std::string_view way) {
   if (way == "clean") return 0;
+  if (way == "leak-last") {
+    leaks_last = true;
+    return 0;
+  }
   if (way == "autofree") {
     static_cast<void>(qk_mem_malloc(qk_mem_new_handle("AUTOFREE", "AU"), 10));
     return 0;
