@@ -81,8 +81,8 @@ extern "C" {
  *                                  end; AUTOFREE handles don't count. Its handlers and destructors
  *                                  run as ever, streams are flushed, and a line tells why. Nothing
  *                                  changes at other codes, signals, _exit() and quick_exit(), nor
- *                                  if the library is unloaded before. In a library that the
- *                                  program loads while it runs it must come from QK_MEM_PROFILE
+ *                                  if the library is unloaded before. If the program loads it
+ *                                  while it runs, LEAKS must come from QK_MEM_PROFILE
  *                 Numbers of bytes can end with K, M or G. Null and "" switch the profile off: new
  *                 allocations are not followed, earlier ones are until they are freed.
  * @return 0, or the code of the first mistake, which is also the thread's error code: 10041 to

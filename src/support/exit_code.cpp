@@ -68,8 +68,11 @@ void stay_until_the_end(void* /*unused*/) {
 }  // namespace
 
 void prepare_exit_code() {
-  if (set_flag(is_prepared) || is_linked_to_program()) return;
-  can_be_unloaded = abi::__cxa_atexit(stay_until_the_end, nullptr, &no_module) == 0;
+  if (set_flag(is_prepared)) return;
+  // It can also be a library that the program has loaded for all to see, and will unload.
+  if (is_linked_to_program()) return keep_own_module_loaded();
+  can_be_unloaded = true;
+  abi::__cxa_atexit(stay_until_the_end, nullptr, &no_module);
 }
 
 void change_exit_code(int code, void (*announce)()) {

@@ -15,9 +15,9 @@ void prepare_exit_code();
  * after all handlers and destructors, with all streams flushed. Other codes, signals and _exit()
  * stay what they are, and a child has an end of its own.
  *
- * A module that is unloaded before the process ends can't do it, and then this does nothing: if it
- * was loaded by the program while it ran, and prepare_exit_code() was called after the handler was
- * registered, or the handler is called because the module is unloaded.
+ * If the program has loaded this module while it ran, and unloads it before the process ends, this
+ * does nothing; nor does it if prepare_exit_code() was called after the handler was registered,
+ * except in a library that was loaded for all to see: that call keeps it loaded.
  *
  * @param announce  called right before the code is changed.
  */

@@ -11,7 +11,6 @@
 #pragma weak dlsym
 
 namespace qk {
-
 namespace {
 
 /** dlopen(); null in a static program. */

@@ -18,9 +18,9 @@ void keep_own_module_loaded() noexcept;
 
 /**
  * Whether the module that contains this code is the program, or was loaded with it: then it stays
- * until the process ends. To be asked before main(), or in a constructor: later it is also true of
- * libraries that the program has loaded for all to see. A copy of this library that hides its
- * functions in another one always counts as loaded later. Locks and memory are as above.
+ * until the process ends. It is also true of libraries that the program has loaded for all to see,
+ * once their constructors have run. A copy of this library that hides its functions in another one
+ * always counts as loaded later. Locks and memory are as above.
  */
 [[nodiscard]] bool is_linked_to_program() noexcept;
 

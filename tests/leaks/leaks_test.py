@@ -52,6 +52,10 @@ class LeakingProcess(unittest.TestCase):
         self.assertEqual(result.returncode, 7)
         self.assertIn("the process ends with 7, because", result.stderr)
 
+    def test_can_ask_for_a_code_itself(self):
+        self.assertEqual(self.run_program("asks-itself", "").returncode, 9)
+        self.assertEqual(self.run_program("asks-itself").returncode, 9)
+
     def test_ends_with_0_without_the_option_or_without_leaks(self):
         self.assertEqual(self.run_program("leak", "SITES").returncode, 0)
         self.expect("clean", 0)

@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <string_view>
 
+#include "qkmem/profile.h"
 #include "qkmem/qkmem.h"
 
 extern "C" void need_library();
@@ -83,6 +84,7 @@ int leave_as(std::string_view way) {
     say_codes_of_children();
     return 0;
   }
+  if (way == "asks-itself") qk_mem_profile_config("LEAKS=FAIL=9");
   if (way == "forks-late") std::atexit(fork_late);
   if (way == "exits-again") on_exit(exit_with_7, nullptr);
   leak();
