@@ -13,6 +13,7 @@ set(library_sources
   support/fifo.cpp
   support/file_names.cpp
   support/format.cpp
+  support/glibc_heap.cpp
   support/hash.cpp
   support/heap_counter.cpp
   support/interrupted_thread.cpp
@@ -20,6 +21,7 @@ set(library_sources
   support/line.cpp
   support/live_threads.cpp
   support/load_library.cpp
+  support/memory_map.cpp
   support/modules.cpp
   support/mtx.cpp
   support/nearest_name.cpp
@@ -31,13 +33,18 @@ set(library_sources
   support/page_buffer.cpp
   support/page_writer.cpp
   support/process_barrier.cpp
+  support/process_copy.cpp
   support/replaced_file.cpp
+  support/resident_pages.cpp
   support/signal_names.cpp
   support/stack_switch.cpp
+  support/stopped_threads.cpp
   support/status.cpp
   support/system.cpp
   support/text.cpp
   support/thread_id.cpp
+  support/thread_stack.cpp
+  support/tolerant_reading.cpp
   support/unwinder.cpp
   support/utf8.cpp
 
@@ -90,6 +97,13 @@ set(library_sources
   profile/snapshots.cpp
   profile/stacks.cpp
   profile/state.cpp
+
+  lost/areas.cpp
+  lost/collected.cpp
+  lost/findings.cpp
+  lost/inquiry.cpp
+  lost/roots.cpp
+  lost/search.cpp
 
   profile/report/callers.cpp
   profile/report/destination.cpp

@@ -1,5 +1,7 @@
 #include "profile/address_table.h"
 
+#include <algorithm>
+
 #include "support/mtx_lock.h"
 
 namespace qk::mem::profile {
@@ -36,6 +38,8 @@ bool AddressTable::make_room() {
   for (std::uint64_t i = 0; i < before.capacity_; ++i) {
     if (before.entries_[i].address != nullptr) place(before.entries_[i]);
   }
+  // A search for lost blocks must not take an old entry for a reference.
+  std::fill_n(before.entries_, before.capacity_, Unrecorded{});
   arena.give_back(before.entries_, bytes_of(before.capacity_));
   return true;
 }

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <span>
 
 #include "profile/marks.h"
 
@@ -26,6 +27,9 @@ class AddressTable {
 
   /** The memory in which an address lies. Looks at all there is. */
   [[nodiscard]] std::optional<Unrecorded> containing(const void* address) const;
+
+  /** All entries. Those without an address are free. */
+  [[nodiscard]] std::span<const Unrecorded> entries() const { return {entries_, capacity_}; }
 
  private:
   [[nodiscard]] std::uint64_t home_of(const void* address) const;

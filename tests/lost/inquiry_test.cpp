@@ -1,0 +1,246 @@
+#include "lost/inquiry.h"
+
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <sys/wait.h>
+
+#include <cerrno>
+#include <condition_variable>
+#include <csignal>
+#include <cstdlib>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "profile/site_table.h"
+#include "qkmem/profile.h"
+#include "qkmem/qkmem.h"
+#include "tests/kit/scene.h"
+
+namespace {
+
+namespace lost = qk::mem::lost;
+namespace profile = qk::mem::profile;
+
+/** An element of a list, whose memory comes from a handle. */
+struct Element {
+  Element* next;
+  Element* first;
+  long value[2];
+};
+
+/** Overwrites what earlier calls have left on the stack. */
+[[gnu::noinline]] void wipe_stack() {
+  volatile char bytes[32768];
+  for (volatile char& byte : bytes) byte = 1;
+}
+
+class Inquiry : public testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_EQ(0, qk_mem_profile_config("SITES"));
+    hid_ = qk_mem_inew_handle("", nullptr, "test.cpp", 1);
+    lost::prepare_inquiry();
+  }
+
+  /** A list of a site. */
+  [[gnu::noinline]] Element* list(const char* site, int length = 5) const {
+    Element* first = nullptr;
+    for (int i = 0; i < length; ++i) {
+      auto* const element =
+          static_cast<Element*>(qk_mem_icalloc(hid_, 1, sizeof(Element), 16, site, 1));
+      element->next = first;
+      first = element;
+    }
+    return first;
+  }
+
+  /** Calls a function, and leaves nothing of it on the stack. */
+  template <class F>
+  [[gnu::noinline]] static void once(F f) {
+    std::thread(f).join();  // its registers and its stack are gone then
+    wipe_stack();
+  }
+
+  /** Searches, and skips the test where that can't be done. */
+  void inquire() {
+    wipe_stack();
+    findings_ = std::make_unique<lost::Findings>(lost::inquire(lost::Waiting::kAllowed));
+    const lost::Obstacle obstacle = findings_->summary().obstacle;
+    if (obstacle == lost::Obstacle::kSanitizer) GTEST_SKIP() << "with a sanitizer";
+    ASSERT_EQ(lost::Obstacle::kNone, obstacle);
+  }
+
+  /** What is lost of a site, as "1 lost 4 with it, 5 gone", or "kept". */
+  [[nodiscard]] std::string fate_of(std::string_view site) const {
+    for (std::uint32_t number = 1; number <= profile::sites.count(); ++number) {
+      if (site != profile::sites.at(number).key.file) continue;
+      const lost::Losses losses = findings_->of(profile::sites.at(number));
+      if (losses.gone.blocks == 0) return "kept";
+      return std::to_string(losses.lost.blocks) + " lost, " +
+             std::to_string(losses.with_owner.blocks) + " with them, " +
+             std::to_string(losses.gone.blocks) + " gone";
+    }
+    return "unknown site";
+  }
+
+  [[nodiscard]] bool knows_all() const {
+    return !findings_->summary().lacks_registers && !findings_->summary().lacks_heap;
+  }
+
+  kit::Scene scene_;
+  int hid_ = 0;
+  std::unique_ptr<lost::Findings> findings_;
+};
+
+Element* rooted = nullptr;
+thread_local Element* rooted_in_thread = nullptr;
+char* inside = nullptr;
+
+TEST_F(Inquiry, KeepsWhatVariablesAndMappingsAndTheHeapLeadTo) {
+  auto* const mapping = static_cast<Element**>(
+      mmap(nullptr, 64 << 20, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+  auto* const shared = static_cast<Element**>(
+      mmap(nullptr, 1 << 20, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+  auto* const plain = static_cast<Element**>(std::calloc(10, sizeof(Element*)));
+  std::vector<Element*> vector(100);
+  Element* local = nullptr;
+  const auto here = std::this_thread::get_id();
+  Element** const variable_of_thread = &rooted_in_thread;
+  once([&, this] {
+    ASSERT_NE(here, std::this_thread::get_id());
+    rooted = list("global.c");
+    *variable_of_thread = list("thread.c");
+    plain[5] = list("malloc.c");
+    vector[50] = list("vector.c");
+    mapping[5'000'000] = list("mmap.c");
+    shared[1000] = list("shared.c");
+    local = list("local.c");
+    inside = reinterpret_cast<char*>(list("inside.c", 1)) + 31;
+  });
+  inquire();
+  for (const char* const site : {"global.c", "thread.c", "malloc.c", "vector.c", "mmap.c",
+                                 "shared.c", "local.c", "inside.c"}) {
+    EXPECT_EQ("kept", fate_of(site)) << site;
+  }
+  EXPECT_NE(nullptr, local);
+  std::free(plain);
+  munmap(mapping, 64 << 20);
+  munmap(shared, 1 << 20);
+}
+
+TEST_F(Inquiry, KeepsWhatOtherThreadsHaveOnTheirStacksAndInTheirVariables) {
+  std::mutex mutex;
+  std::condition_variable changed;
+  int ready = 0;
+  bool may_end = false;
+  const auto work = [&, this](const char* on_stack, const char* in_variable) {
+    Element* const local = list(on_stack);
+    rooted_in_thread = list(in_variable);
+    wipe_stack();
+    std::unique_lock lock(mutex);
+    ++ready;
+    changed.notify_all();
+    changed.wait(lock, [&] { return may_end; });
+    EXPECT_EQ(0, local->value[0]);
+  };
+  std::thread first(work, "stack1.c", "variable1.c");
+  std::thread second(work, "stack2.c", "variable2.c");
+  {
+    std::unique_lock lock(mutex);
+    changed.wait(lock, [&] { return ready == 2; });
+  }
+  inquire();
+  {
+    const std::lock_guard lock(mutex);
+    may_end = true;
+  }
+  changed.notify_all();
+  first.join();
+  second.join();
+  for (const char* const site : {"stack1.c", "variable1.c", "stack2.c", "variable2.c"}) {
+    EXPECT_EQ("kept", fate_of(site)) << site;
+  }
+}
+
+TEST_F(Inquiry, FindsListsTreesAndCyclesThatAreLost) {
+  once([this] {
+    list("list.c");
+    Element* const ring = list("ring.c", 3);
+    ring->next->next->next = ring;
+    Element* const owner = list("owner.c", 1);
+    owner->next = list("owned.c", 2);
+    inside = reinterpret_cast<char*>(list("behind.c", 1)) + 32;
+  });
+  inquire();
+  EXPECT_EQ("1 lost, 4 with them, 5 gone", fate_of("list.c"));
+  EXPECT_EQ("1 lost, 2 with them, 3 gone", fate_of("ring.c"));
+  EXPECT_EQ("1 lost, 2 with them, 1 gone", fate_of("owner.c"));
+  EXPECT_EQ("0 lost, 0 with them, 2 gone", fate_of("owned.c"));
+  EXPECT_EQ("1 lost, 0 with them, 1 gone", fate_of("behind.c"));
+}
+
+/** Stores a list in memory and frees that. Compilers would leave the store out. */
+[[gnu::noinline]] void store_and_free(Element** memory, std::size_t index, Element* element) {
+  memory[index] = element;
+  asm volatile("" : : "r"(memory) : "memory");
+  std::free(memory);
+}
+
+TEST_F(Inquiry, SeesNothingInMemoryThatWasFreed) {
+  once([this] {
+    store_and_free(static_cast<Element**>(std::malloc(100)), 5, list("cached.c"));
+    store_and_free(static_cast<Element**>(std::malloc(5000)), 300, list("free.c"));
+    std::vector<Element**> many(50);
+    for (Element**& memory : many) memory = static_cast<Element**>(std::malloc(56));
+    for (Element** const memory : many) store_and_free(memory, 3, list("small.c", 1));
+  });
+  inquire();
+  if (!knows_all()) GTEST_SKIP() << "the heap can't be read";
+  EXPECT_EQ("1 lost, 4 with them, 5 gone", fate_of("cached.c"));
+  EXPECT_EQ("1 lost, 4 with them, 5 gone", fate_of("free.c"));
+  EXPECT_EQ("50 lost, 0 with them, 50 gone", fate_of("small.c"));
+}
+
+TEST_F(Inquiry, SeesNothingOnTheStacksOfThreadsThatHaveEnded) {
+  std::thread([this] {
+    Element* volatile kept[50];
+    Element* const element = list("ended.c");
+    for (Element* volatile& place : kept) place = element;
+    rooted_in_thread = element;
+  }).join();
+  inquire();
+  EXPECT_EQ("1 lost, 4 with them, 5 gone", fate_of("ended.c"));
+}
+
+TEST_F(Inquiry, ReadsPiecesAndMemoryWithoutRecords) {
+  const int pieces =
+      qk_mem_inew_handle("BLOCKMGMT BLOCKSIZE=4096 BLOCKFREE", nullptr, "test.cpp", 2);
+  once([=] {
+    const auto take = [](int hid, const char* site) {
+      return static_cast<Element*>(qk_mem_icalloc(hid, 1, sizeof(Element), 16, site, 1));
+    };
+    take(pieces, "piece.c");
+    take(QK_MEM_DATA_HANDLE, "direct.c");
+    rooted = take(pieces, "kept_piece.c");
+    rooted->next = take(QK_MEM_DATA_HANDLE, "kept_direct.c");
+  });
+  inquire();
+  EXPECT_EQ("1 lost, 0 with them, 1 gone", fate_of("piece.c"));
+  EXPECT_EQ("1 lost, 0 with them, 1 gone", fate_of("direct.c"));
+  EXPECT_EQ("kept", fate_of("kept_piece.c"));
+  EXPECT_EQ("kept", fate_of("kept_direct.c"));
+}
+
+TEST_F(Inquiry, LeavesNothingBehindInTheProcess) {
+  inquire();
+  EXPECT_EQ(-1, waitpid(-1, nullptr, __WALL));
+  EXPECT_EQ(ECHILD, errno);
+  sigset_t signals;
+  sigprocmask(SIG_SETMASK, nullptr, &signals);
+  EXPECT_EQ(0, sigismember(&signals, SIGTERM));
+}
+
+}  // namespace
