@@ -36,6 +36,10 @@ extern "C" {
  *                                  shown: those of adapters, so that their callers are. A pattern
  *                                  with * or ? matches a whole name, any other a part of it
  *                 PEAK             report what each site held when the whole was largest
+ *                 LOST             search for blocks that nothing in the program refers to any
+ *                                  more, when it ends, and report the sites that lost them first;
+ *                                  see qk_mem_lost(). New memory of malloc and realloc is filled,
+ *                                  with 0xA5 in each byte, so that no old addresses are in it
  *                 TOP=n            sites in each part of the report, 20 unless given; 0 for all
  *                 SORT=order       BYTES held (unless given), BLOCKS held, PEAK: bytes held at the
  *                                  peak, MADE: bytes ever allocated, SHORT: blocks freed soon
@@ -183,6 +187,30 @@ int qk_mem_drop_snapshot(const char* name);
  * Starts the library up. Any thread; not in a signal handler.
  */
 int qk_mem_profile_report(FILE* stream, const char* options);
+
+/**
+ * Searches the program for blocks that nothing refers to, and writes the profile's report with the
+ * sites that lost memory first. A block is kept if an address in it, not only its first one, stands
+ * in a variable, on a stack, in a register, in other memory of the program, or in a block that is
+ * kept. Otherwise it is lost, and what only lost blocks refer to is counted with them, by the site
+ * of the one that it depends on. Of blocks that refer to each other the oldest is lost, and the
+ * others with it.
+ *
+ * @param stream  gets the text, or JSON if FORMAT=JSON is in force. Neither flushed nor closed.
+ * @return 0, or a code, which is also the thread's error code: 5014 for a null stream, 5061 if the
+ *         profile was never on, 5012 if there is no memory, 5095 if there can be no search, 5000
+ *         plus the error of the stream. The stream then says why, with 5095 after the report.
+ *
+ * With the option LOST the search finds more: the library then sees to it that new memory has no
+ * old addresses in it. Memory that was only ever referred to as a difference, or in a file, seems
+ * lost. What the program has freed is not looked at if the C library's own allocator manages it.
+ *
+ * The search is made in a copy of the process, and takes some 0.3 seconds and 100 MiB for a million
+ * blocks. Only the calling thread waits for it; others are stopped for the moment of copying, if the
+ * system allows that, which can end their system calls with EINTR. With a sanitizer there is no
+ * search. Starts the library up. Any thread; not in a signal handler.
+ */
+int qk_mem_lost(FILE* stream);
 
 /** What has been added to the memory of some sites; negative for what is gone. */
 struct qk_mem_change {

@@ -30,7 +30,7 @@ PROFILE = CORE + ["src/core", "src/symbols", "src/history", PROFILE_HEADER]
 TABLE = PROFILE + ["src/profile"]
 ACCOUNTING = DIAG + ["src/diag", "src/profile", "src/table"]
 BESIDE = ACCOUNTING + ["src/accounting"]
-ENTRY = BESIDE + [PROFILE_HEADER, "src/check", "src/profile/report"]
+ENTRY = BESIDE + [PROFILE_HEADER, "src/check", "src/lost", "src/profile/report"]
 LIFE = ENTRY + ["src/alloc", "src/handle", "src/config", "src/report"]
 
 ALLOWED = {

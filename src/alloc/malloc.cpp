@@ -4,6 +4,7 @@
 #include "alloc/shared_steps.h"
 #include "alloc/unrecorded.h"
 #include "diag/log.h"
+#include "profile/filling.h"
 #include "support/system_memory.h"
 #include "table/blocks.h"
 
@@ -41,9 +42,10 @@ void warn_of_misuse(const qk_mem_handle& handle, std::size_t size, int alignment
                                          const CallContext& context) {
   if (checks_misuse(context)) warn_of_misuse(handle, size, alignment, context);
   if (!is_blockmgmt(handle)) {
-    return finish_malloc(handle, user_memory::allocate(size), size, context);
+    void* const memory = profile::filled(handle, user_memory::allocate(size), size);
+    return finish_malloc(handle, memory, size, context);
   }
-  void* piece = allocate_piece(handle, size, alignment, context);
+  void* piece = profile::filled(handle, allocate_piece(handle, size, alignment, context), size);
   if (piece != nullptr) record_allocation(handle, piece, kind::kMalloc, {1, size}, context);
   return piece;
 }
@@ -53,7 +55,9 @@ void warn_of_misuse(const qk_mem_handle& handle, std::size_t size, int alignment
   ensure_started();
   const CallContext context = malloc_context(file, line);
   if (bypasses_tracking(hid)) {
-    return note_direct(untracked(user_memory::allocate(size)), size, context);
+    void* const memory = untracked(user_memory::allocate(size));
+    if (watched_data_handle() != nullptr) profile::fill_new(memory, 0, size);
+    return note_direct(memory, size, context);
   }
   qk_mem_handle* handle = look_up_handle(hid, context);
   return handle == nullptr ? nullptr : malloc_on_handle(*handle, size, alignment, context);
@@ -85,6 +89,7 @@ template <class Handling>
 [[gnu::noipa]] void* malloc_recorded(qk_mem_handle& handle, std::size_t size, int /*alignment*/,
                                      const char* path, int line) {
   void* memory = user_memory::allocate(size);
+  if constexpr (Handling::kWatched) profile::fill_new(memory, 0, size);
   const char* name = nullptr;
   if (memory == nullptr || !qk::find_known_name(path, name) ||
       !record_in_small_fast<Handling>(handle, memory, kind::kMalloc, 1, size, name, line)) {

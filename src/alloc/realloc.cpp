@@ -9,6 +9,7 @@
 #include "diag/heap.h"
 #include "diag/log.h"
 #include "diag/trace_file.h"
+#include "profile/filling.h"
 #include "profile/report/misuse.h"
 #include "support/system_memory.h"
 
@@ -95,6 +96,9 @@ Resized resize_memory(qk_mem_handle& handle, void* ptr, std::size_t size,
     tell_of_misuse(handle, ptr, resized.old, context);
   }
   resized.memory = user_memory::resize(ptr, size);
+  if (profile::is_watched(handle) && (ptr == nullptr || resized.old)) {
+    profile::fill_new(resized.memory, resized.old ? bytes_of(resized.old->record) : 0, size);
+  }
   if (resized.old && resized.memory != nullptr) free_place_of(handle, *resized.old);
   return resized;
 }
@@ -266,6 +270,11 @@ template <class Handling>
 template <class Handling>
 [[gnu::noinline]] void* realloc_recorded(qk_mem_handle& handle, void* ptr, std::size_t size,
                                          int alignment, const char* file, int line) {
+  if constexpr (Handling::kWatched) {
+    if (profile::fills_new()) [[unlikely]] {
+      return realloc_on_handle(handle, ptr, size, alignment, realloc_context(file, line));
+    }
+  }
   const Place old = set_aside_in_small_fast<Handling>(handle, ptr, file, line);
   if (old.index == kNoSlot) {
     return realloc_searched<Handling>(handle, ptr, size, alignment, file, line);

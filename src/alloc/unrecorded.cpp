@@ -4,6 +4,7 @@
 #include "core/handle_array.h"
 #include "core/kinds.h"
 #include "core/registry.h"
+#include "profile/filling.h"
 #include "support/system_memory.h"
 
 namespace qk::mem {
@@ -56,6 +57,7 @@ void* UnrecordedRealloc::resize(void* old, std::size_t size, const CallContext& 
   void* const memory = user_memory::resize(old, size);
   if (handle_ == nullptr) return memory;
   if (memory != nullptr) {
+    if (old == nullptr || old_) profile::fill_new(memory, old_ ? old_->bytes : 0, size);
     note_unrecorded(*handle_, memory, size, context);
   } else if (old_ && size != 0) {
     const HandleLock lock(*handle_);

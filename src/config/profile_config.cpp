@@ -12,6 +12,7 @@
 #include "core/registry.h"
 #include "core/roads.h"
 #include "core/upcalls.h"
+#include "lost/inquiry.h"
 #include "profile/copies.h"
 #include "profile/notes.h"
 #include "profile/pool.h"
@@ -91,6 +92,8 @@ std::int32_t configure(const char* source, const char* text) {
   profile::join_copies();
   if (options.depth != 0) profile::prepare_stack_capture();
   if (options.leaks_code != 0) qk::prepare_exit_code();
+  if (options.lost) lost::prepare_inquiry();
+  profile::set_filling(options.lost);
   if (!profile::set_sampling(options.sample_bytes)) say_that_sample_stays(source);
   const RegistryLock lock;
   profile::set_options(options);
@@ -150,6 +153,7 @@ extern "C" int qk_mem_profile_config(const char* options) {
   ensure_started();
   if (options == nullptr || *options == '\0') {
     end_profile_schedule();
+    profile::set_filling(false);
     profile::stop();
     return 0;
   }

@@ -152,6 +152,11 @@ bool set_ignore(Options& options, const char* value) {
   return true;
 }
 
+bool set_lost(Options& options, const char* /*value*/) {
+  options.lost = true;
+  return true;
+}
+
 bool set_sites(Options& /*options*/, const char* /*value*/) { return true; }
 
 bool set_peak(Options& options, const char* /*value*/) {
@@ -166,6 +171,7 @@ constexpr ProfileKeyword<Options> kKeywords[] = {
     {"SITES", qk::kNoValue, set_sites},
     {kStacks, qk::kOptionalValue, set_depth},
     {"PEAK", qk::kNoValue, set_peak},
+    {"LOST", qk::kNoValue, set_lost},
     {"TOP", qk::kRequiredValue, set_top},
     {"SORT", qk::kRequiredValue, set_sort},
     {"REPORT", qk::kRequiredValue, set_report},

@@ -8,6 +8,7 @@
 #include "config/profile_options.h"
 #include "core/registry.h"
 #include "core/upcalls.h"
+#include "lost/inquiry.h"
 #include "profile/report/growth.h"
 #include "profile/report/report.h"
 #include "profile/state.h"
@@ -41,6 +42,23 @@ std::int32_t report_to(FILE* stream, const char* options) {
   const int error = write_to_stream(stream, text.text());
   text.clear();
   if (mistake != 0) return mistake;
+  return code != 0 ? code : qk_error_no(error);
+}
+
+std::int32_t put_lost(qk::PageBuffer& text) {
+  if (!profile::was_ever_on()) {
+    return text.append("qkmem: the profile is off\n") ? qk_error_no(ENODATA) : qk_error_no(ENOMEM);
+  }
+  lost::prepare_inquiry();
+  const lost::Findings findings = lost::inquire(lost::Waiting::kAllowed);
+  return profile::put_lost_report(text, profile::options_now(), findings);
+}
+
+std::int32_t lost_to(FILE* stream) {
+  qk::PageBuffer text;
+  const std::int32_t code = put_lost(text);
+  const int error = write_to_stream(stream, text.text());
+  text.clear();
   return code != 0 ? code : qk_error_no(error);
 }
 
@@ -93,6 +111,14 @@ extern "C" int qk_mem_profile_report(FILE* stream, const char* options) {
   using namespace qk::mem;
   ensure_started();
   const int code = stream == nullptr ? qk_error_no(EFAULT) : report_to(stream, options);
+  if (code != 0) Qk_mem_error.set(code);
+  return code;
+}
+
+extern "C" int qk_mem_lost(FILE* stream) {
+  using namespace qk::mem;
+  ensure_started();
+  const int code = stream == nullptr ? qk_error_no(EFAULT) : lost_to(stream);
   if (code != 0) Qk_mem_error.set(code);
   return code;
 }

@@ -1,6 +1,8 @@
 // The end of the process.
 #include "life/cleanup.h"
 
+#include <optional>
+
 #include "core/handle_array.h"
 #include "core/kinds.h"
 #include "core/own_locations.h"
@@ -13,6 +15,7 @@
 #include "diag/trace_file.h"
 #include "handle/destroy.h"
 #include "life/failing_end.h"
+#include "lost/inquiry.h"
 #include "profile/report/report.h"
 #include "profile/state.h"
 #include "report/report.h"
@@ -86,30 +89,39 @@ void release_registry() {
   announce_handle_array_gone();
 }
 
-void clean_up(Others others) {
+/** What the end of the process is made for, and what it has found. */
+struct End {
+  lost::Waiting waiting;
+  std::optional<lost::Findings> findings;
+};
+
+bool wants_search() { return profile::was_ever_on() && profile::options_now().lost; }
+
+void clean_up(Others others, End& end) {
   delete_autofree_handles(others);
+  if (wants_search()) end.findings.emplace(lost::inquire(end.waiting));
   if (wants_summary()) dump_to_log();
   release_registry();
   if (logs_events(global_switches())) qk_mallinfo();
 }
 
 /** Other threads keep running. They wait for the registry meanwhile, and keep their memory. */
-void clean_up_at_exit() {
-  if (!qk::has_other_threads()) return clean_up(Others::kNone);
+void clean_up_at_exit(End& end) {
+  if (!qk::has_other_threads()) return clean_up(Others::kNone, end);
   const RegistryLock lock;
-  clean_up(Others::kRun);
+  clean_up(Others::kRun, end);
 }
 
 /**
  * Other threads keep running until the process ends, and some may hold a lock for ever. Threads
  * that need the registry wait for the end.
  */
-void clean_up_for_signal() QK_UNCHECKED_LOCKING {
+void clean_up_for_signal(End& end) QK_UNCHECKED_LOCKING {
   const Others others = qk::has_other_threads() ? Others::kRun : Others::kNone;
   flush_log();
   Qk_mem_mtx.lock();
   stage_lines();
-  clean_up(others);
+  clean_up(others, end);
   commit_lines();
 }
 
@@ -124,13 +136,15 @@ extern "C" void qk_mem_cleanup(int sig) {
   log_end(sig);
   if (!qk_signal_safe(sig)) return;
   profile::freeze();
+  End end = {sig >= 1 ? lost::Waiting::kForbidden : lost::Waiting::kAllowed, {}};
   if (sig >= 1) {
-    clean_up_for_signal();
+    clean_up_for_signal(end);
   } else {
-    clean_up_at_exit();
+    clean_up_at_exit(end);
   }
   const profile::Verdict verdict = profile::write_report(
-      profile::Occasion::kEnd, sig >= 1 ? profile::Naming::kAtASignal : profile::Naming::kComplete);
+      profile::Occasion::kEnd, sig >= 1 ? profile::Naming::kAtASignal : profile::Naming::kComplete,
+      end.findings ? &*end.findings : nullptr);
   if (sig < 1) fail_if_leaks_found(verdict);
   const RegistryLock lock;
   replace_log(nullptr);

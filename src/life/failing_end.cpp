@@ -16,13 +16,19 @@ namespace {
 
 constinit profile::Options options;
 constinit std::uint64_t sites = 0;
+constinit bool have_lost = false;
 
 void say_why() {
   qk::Line line;
   profile::put_heading(line);
   line.put("the process ends with ").number(options.leaks_code);
   line.put(", because ").put(count_figure(sites).text()).put(" site").put(profile::plural(sites));
-  line.put(sites == 1 ? " still holds" : " still hold").put(" memory (LEAKS=FAIL)\n");
+  if (have_lost) {
+    line.put(" lost");
+  } else {
+    line.put(sites == 1 ? " still holds" : " still hold");
+  }
+  line.put(" memory (LEAKS=FAIL)\n");
   profile::say_beside_reports(options, line.finish());
 }
 
@@ -32,7 +38,8 @@ void fail_if_leaks_found(const profile::Verdict& verdict) {
   if (!verdict.leaks_found()) return;
   options = profile::options_now();
   if (options.leaks_code == 0) return;
-  sites = verdict.held.sites;
+  have_lost = verdict.was_searched;
+  sites = (have_lost ? verdict.lost : verdict.held).sites;
   qk::change_exit_code(options.leaks_code, say_why);
 }
 

@@ -9,6 +9,28 @@
 
 namespace qk::mem::lost {
 
+std::string_view reason_of(Obstacle obstacle) {
+  switch (obstacle) {
+    case Obstacle::kNone:
+      break;
+    case Obstacle::kNoMemory:
+      return "there is no memory for that";
+    case Obstacle::kSanitizer:
+      return "the program has a sanitizer, whose memory can't be told from its own";
+    case Obstacle::kNoCopy:
+      return "the system allows no copy of the process";
+    case Obstacle::kNoMap:
+      return "/proc/self/maps can't be read";
+    case Obstacle::kCopyEnded:
+      return "the copy of the process has ended early";
+    case Obstacle::kTooLong:
+      return "it takes too long at a signal";
+    case Obstacle::kLockIsHeld:
+      return "the signal has interrupted a call of the library";
+  }
+  return "";
+}
+
 Findings::Findings() noexcept {
   const std::uint32_t sites = profile::sites.count() + 1;
   const std::uint32_t count = sites + 2 * profile::pools.count();

@@ -2,6 +2,7 @@
 #define QKMEM_LOST_FINDINGS_H_
 
 #include <cstdint>
+#include <string_view>
 
 #include "core/records.h"
 #include "profile/marks.h"
@@ -18,8 +19,12 @@ enum class Obstacle : std::uint8_t {
   kNoCopy,      // the system refuses a copy of the process
   kNoMap,       // /proc can't be read
   kCopyEnded,   // the copy has come to an early end
+  kTooLong,     // for the time that a signal leaves
   kLockIsHeld,  // by a thread that a signal has stopped
 };
+
+/** The same for people. */
+[[nodiscard]] std::string_view reason_of(Obstacle obstacle);
 
 /** Bytes and blocks. */
 struct Quantity {

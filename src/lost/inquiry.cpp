@@ -136,6 +136,16 @@ pid_t start_search(Findings& findings, const StackPosition& caller) QK_REQUIRES(
   _exit(0);
 }
 
+/** A signal ends the process soon, and the report is still to be written. */
+void wait_for(pid_t copy, Waiting waiting, Findings& findings) {
+  constexpr int kMilliseconds = 500;
+  if (waiting == Waiting::kAllowed) {
+    static_cast<void>(qk::wait_for_copy(copy));
+  } else if (!qk::wait_for_copy(copy, kMilliseconds)) {
+    findings.summary().obstacle = Obstacle::kTooLong;
+  }
+}
+
 /** A function of its own: its frame, and all above, are what the stack has of the program. */
 [[gnu::noinline]] Findings inquire_from_here(Waiting waiting) {
   const qk::NoCancellation no_cancellation;
@@ -160,7 +170,7 @@ pid_t start_search(Findings& findings, const StackPosition& caller) QK_REQUIRES(
     }
     handles.unlock_all();
   }
-  if (copy > 0) static_cast<void>(qk::wait_for_copy(copy));
+  if (copy > 0) wait_for(copy, waiting, findings);
   return findings;
 }
 

@@ -55,6 +55,10 @@ Roots::Roots(const qk::MemoryMap& map, const Areas& areas, Ranges& own,
         });
         return count;
       }()) {
+  if (main_arena_ != 0) {
+    const AddressRange arena = qk::glibc::own_data_of(main_arena_);
+    static_cast<void>(own.push_back(arena));
+  }
   std::sort(own.begin(), own.end(), [](const AddressRange& left, const AddressRange& right) {
     return left.begin < right.begin;
   });

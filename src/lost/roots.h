@@ -37,7 +37,7 @@ struct Process {
  */
 class Roots {
  public:
-  /** `own` gets sorted. */
+  /** `own` gets sorted, and the C library's own data if it has room for one more. */
   Roots(const qk::MemoryMap& map, const Areas& areas, Ranges& own, const Process& process) noexcept;
 
   /** Keeps what all roots lead to. */

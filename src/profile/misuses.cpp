@@ -30,7 +30,7 @@ char* take_text(std::string_view text) QK_REQUIRES(growth_lock) {
   return copy;
 }
 
-bool enter(const MisusePlace& place, std::uint64_t event, std::string_view words,
+bool add_place(const MisusePlace& place, std::uint64_t event, std::string_view words,
            std::size_t summary) QK_REQUIRES(growth_lock) {
   assert_growth_held();
   if (misuses.count() == kMostMisuses) return false;
@@ -68,7 +68,7 @@ bool add_misuse(const MisusePlace& place, std::uint64_t event, std::string_view 
                 std::size_t summary) {
   const qk::MtxLock lock(growth_lock);
   if (count_again(place)) return false;
-  if (enter(place, event, words, summary)) return true;
+  if (add_place(place, event, words, summary)) return true;
   qk::add(other_misuses, 1);
   return false;
 }

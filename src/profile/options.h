@@ -9,9 +9,10 @@ namespace qk::mem::profile {
 enum class Sort : std::uint8_t {
   kBytes,
   kBlocks,
-  kPeak,  // bytes when the whole was largest
-  kMade,  // bytes ever made
-  kShort  // blocks that were released soon
+  kPeak,   // bytes when the whole was largest
+  kMade,   // bytes ever made
+  kShort,  // blocks that were released soon
+  kLost    // bytes lost, with what only they lead to; for one part of the report only
 };
 
 enum class Format : std::uint8_t { kText, kJson, kPprof, kOpenMetrics };
@@ -27,6 +28,7 @@ struct KnownLeaks;
 struct Options {
   std::uint32_t depth = 0;  // frames of a stack; 0 for no stacks
   bool peak = false;
+  bool lost = false;                // search for lost blocks when the program ends
   std::uint32_t top = kDefaultTop;  // sites shown; 0 for all
   Sort sort = Sort::kBytes;
   Format format = Format::kText;

@@ -9,6 +9,7 @@ namespace qk::mem::profile {
 
 constinit std::uint8_t state = static_cast<std::uint8_t>(State::kOff);
 constinit std::uint8_t reasons_for_attention = attention::kNotOn;
+constinit std::uint8_t fills_new_memory = 0;
 constinit qk::Mtx growth_lock;
 constinit qk::PageArena arena;
 
@@ -39,6 +40,8 @@ void start() {
 void stop() {
   if (is_on()) set_state(State::kOff);
 }
+
+void set_filling(bool is_wanted) { qk::store(fills_new_memory, is_wanted ? 1 : 0); }
 
 void freeze() {
   set_due_work(nullptr, kNever);

@@ -39,6 +39,13 @@ inline constexpr std::uint8_t kLabels = 16;     // a thread has pushed one
 inline constexpr std::uint8_t kSample = 32;     // only some allocations are booked
 }  // namespace attention
 
+/**
+ * Whether new memory gets contents that are no addresses. What earlier blocks have left in memory
+ * that was never written would lead a search for lost blocks astray.
+ */
+extern std::uint8_t fills_new_memory;
+void set_filling(bool is_wanted);
+
 /** All reasons that there are: an allocation asks one question in place of many. */
 extern std::uint8_t reasons_for_attention;
 

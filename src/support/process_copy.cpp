@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <ctime>
 
 namespace qk {
 
@@ -42,9 +43,15 @@ bool wait_for_copy(pid_t copy) noexcept {
 
 bool has_copy_ended(pid_t copy) noexcept { return waitpid(copy, nullptr, __WALL | WNOHANG) != 0; }
 
-void end_copy(pid_t copy) noexcept {
+bool wait_for_copy(pid_t copy, int milliseconds) noexcept {
+  for (int waited = 0; waited < milliseconds; ++waited) {
+    if (has_copy_ended(copy)) return true;
+    constexpr timespec kMillisecond = {0, 1'000'000};
+    nanosleep(&kMillisecond, nullptr);
+  }
   kill(copy, SIGKILL);
   static_cast<void>(wait_for_copy(copy));
+  return false;
 }
 
 }  // namespace qk

@@ -34,11 +34,14 @@ class NoSignals {
 /** Waits until a copy has ended. Returns whether it ended by itself, with code 0. */
 [[nodiscard]] bool wait_for_copy(pid_t copy) noexcept;
 
+/**
+ * Waits for so many milliseconds at most. Returns whether the copy has ended in that time.
+ * Otherwise it is killed.
+ */
+[[nodiscard]] bool wait_for_copy(pid_t copy, int milliseconds) noexcept;
+
 /** Whether a copy has ended. It needn't be waited for then. */
 [[nodiscard]] bool has_copy_ended(pid_t copy) noexcept;
-
-/** Kills a copy that is of no use any more, and waits until it has ended. */
-void end_copy(pid_t copy) noexcept;
 
 }  // namespace qk
 

@@ -27,18 +27,18 @@ namespace {
 
 constexpr int kMostThreads = 4096;
 
-/** How far process and helper are. */
-enum class Phase : std::uint32_t { kBegun, kMayStop, kStopped, kFailed, kMayGoOn };
-
-struct Stopped {
-  pid_t thread;
-  int signal;  // that it was about to handle
-};
-
 }  // namespace
 
 /** What process and helper share. Pages that aren't needed take no memory. */
 struct StoppedThreads::Shared {
+  /** How far they are. */
+  enum class Phase : std::uint32_t { kBegun, kMayStop, kStopped, kFailed, kMayGoOn };
+
+  struct Stopped {
+    pid_t thread;
+    int signal;  // that it was about to handle
+  };
+
   std::atomic<Phase> phase;
   std::uint32_t count;
   Stopped threads[kMostThreads];
@@ -47,6 +47,8 @@ struct StoppedThreads::Shared {
 
 namespace {
 
+using Phase = StoppedThreads::Shared::Phase;
+using Stopped = StoppedThreads::Shared::Stopped;
 using Phases = std::atomic<Phase>;
 static_assert(sizeof(Phases) == 4 && Phases::is_always_lock_free);
 
@@ -214,7 +216,7 @@ StoppedThreads::StoppedThreads() noexcept {
 }
 
 void StoppedThreads::stop() {
-  Phases& phase = shared_->phase;
+  std::atomic<Phase>& phase = shared_->phase;
   const pid_t process = getpid();
   const pid_t spared = gettid();
   const pid_t helper = copy_process();

@@ -47,9 +47,9 @@ class StoppedThreads {
   /** Lets them go on. */
   void let_go() noexcept;
 
- private:
   struct Shared;
 
+ private:
   void stop();
 
   Shared* shared_ = nullptr;

@@ -144,13 +144,36 @@ void put_place(JsonWriter& json, const Row& row) {
   put_text(json, "label", label.finish());
 }
 
-void put_site(JsonWriter& json, const Row& row, Naming naming) {
+void put_losses(JsonWriter& json, const lost::Losses& losses) {
+  put_number(json, "lost_bytes", losses.lost.bytes);
+  put_number(json, "lost_blocks", losses.lost.blocks);
+  put_number(json, "lost_with_them_bytes", losses.with_owner.bytes);
+  put_number(json, "lost_with_them_blocks", losses.with_owner.blocks);
+  put_number(json, "unreachable_bytes", losses.gone.bytes);
+  put_number(json, "unreachable_blocks", losses.gone.blocks);
+}
+
+void put_search(JsonWriter& json, const lost::Findings::Summary& search) {
+  json.key("search_for_lost").begin_object();
+  json.key("is_done").boolean(search.obstacle == lost::Obstacle::kNone);
+  put_text(json, "obstacle", reason_of(search.obstacle));
+  json.key("lacks_registers").boolean(search.lacks_registers);
+  json.key("lacks_free_memory").boolean(search.lacks_heap);
+  json.end_object();
+}
+
+bool was_searched(const lost::Findings* findings) {
+  return findings != nullptr && findings->summary().obstacle == lost::Obstacle::kNone;
+}
+
+void put_site(JsonWriter& json, const Row& row, Naming naming, bool has_losses) {
   json.start_line().begin_object();
   put_place(json, row);
   if (row.is_ignored) json.key("ignored").boolean(true);
   put_number(json, "live_bytes", row.live_bytes);
   put_error(json, row.live_bytes);
   put_number(json, "live_blocks", row.live_blocks);
+  if (has_losses) put_losses(json, row.losses);
   put_number(json, "bytes_at_peak", row.bytes_at_peak);
   put_number(json, "highest_bytes", row.highest_bytes);
   put_number(json, "made_bytes", row.made_bytes);
@@ -253,7 +276,8 @@ bool put_json_growth(qk::PageBuffer& out, Growth& growth, Naming naming) {
   return json.is_complete();
 }
 
-bool put_json_report(qk::PageBuffer& out, const Rows& rows, Naming naming) {
+bool put_json_report(qk::PageBuffer& out, const Rows& rows, Naming naming,
+                     const lost::Findings* findings) {
   JsonWriter json(out);
   begin_report(json);
   put_number(json, "duration_ns", time_now());
@@ -262,12 +286,13 @@ bool put_json_report(qk::PageBuffer& out, const Rows& rows, Naming naming) {
   put_text(json, "unwinder", qk::unwinder_name());
   put_number(json, "own_bytes", own_bytes());
   put_number(json, "handles_left_out", qk::load(handles_left_out));
+  if (findings != nullptr) put_search(json, findings->summary());
   put_whole(json, rows);
   put_handles(json);
   put_tags(json);
   put_json_misuses(json);
   json.start_line().key("sites").begin_array();
-  for (const Row& row : rows) put_site(json, row, naming);
+  for (const Row& row : rows) put_site(json, row, naming, was_searched(findings));
   json.end_array().end_object();
   return json.is_complete();
 }

@@ -13,7 +13,8 @@ namespace qk::mem::profile {
  * handle, tag and site has a line of its own. Returns whether all is there; otherwise there was no
  * memory.
  */
-[[nodiscard]] bool put_json_report(qk::PageBuffer& out, const Rows& rows, Naming naming);
+[[nodiscard]] bool put_json_report(qk::PageBuffer& out, const Rows& rows, Naming naming,
+                                   const lost::Findings* findings = nullptr);
 
 /**
  * Writes the growth in a period as one JSON object, with signed numbers: of handles, tags and sites

@@ -37,11 +37,11 @@ bool tells_unmatched(Occasion occasion, Naming naming) {
 }
 
 bool put_text(qk::PageBuffer& text, Rows& rows, const Options& options, Occasion occasion,
-              Naming naming) {
+              Naming naming, const lost::Findings* findings) {
   ShownFrames frames(frames_needed(rows));
   if (frames.capacity() != 0) name_callers(rows, frames, naming, options.skip);
   qk::PageWriter out(text);
-  put_text_report(out, rows, frames, options, style_of(options), occasion);
+  put_text_report(out, rows, frames, options, style_of(options), occasion, findings);
   if (tells_unmatched(occasion, naming)) {
     for_each_unmatched(options.known_leaks, [&out](std::string_view line) { out.put(line); });
   }
@@ -56,12 +56,12 @@ void say_unmatched(const Options& options) {
 
 /** Returns whether all is there. Otherwise there was no memory. */
 bool put_report(qk::PageBuffer& text, Rows& rows, const Options& options, Occasion occasion,
-                Naming naming) {
+                Naming naming, const lost::Findings* findings) {
   switch (options.format) {
     case Format::kText:
-      return put_text(text, rows, options, occasion, naming);
+      return put_text(text, rows, options, occasion, naming, findings);
     case Format::kJson:
-      return put_json_report(text, rows, naming);
+      return put_json_report(text, rows, naming, findings);
     case Format::kPprof:
       return put_pprof_report(text, rows, naming);
     case Format::kOpenMetrics:
@@ -84,14 +84,14 @@ struct Composed {
 };
 
 Composed compose_report(qk::PageBuffer& text, const Options& options, Occasion occasion,
-                        Naming naming) {
+                        Naming naming, const lost::Findings* findings = nullptr) {
   const std::size_t needed = rows_needed();
   Rows rows(needed);
   if (rows.capacity() < needed) return {};
-  collect_rows(rows);
+  collect_rows(rows, findings);
   mark_known_leaks(rows, options.known_leaks, occasion, naming);
-  const bool is_complete = put_report(text, rows, options, occasion, naming);
-  return {is_complete, judge(rows, occasion)};
+  const bool is_complete = put_report(text, rows, options, occasion, naming, findings);
+  return {is_complete, judge(rows, occasion, findings)};
 }
 
 /** Returns whether all is there. */
@@ -179,7 +179,22 @@ void write_requested_report(const Options& options, const GrowthQuery& growth) {
   text.clear();
 }
 
-Verdict write_report(Occasion occasion, Naming naming) {
+std::int32_t put_lost_report(qk::PageBuffer& text, const Options& options,
+                             const lost::Findings& findings) {
+  Options plain = options;
+  plain.may_have_colours = false;
+  if (plain.format != Format::kJson) plain.format = Format::kText;
+  const qk::MtxLock lock(report_lock);
+  const bool is_complete =
+      compose_report(text, plain, Occasion::kRunning, Naming::kComplete, &findings).is_complete;
+  close_names();
+  if (is_complete)
+    return findings.summary().obstacle == lost::Obstacle::kNone ? 0 : qk_error_no(ENOTSUP);
+  text.clear();
+  return qk_error_no(ENOMEM);
+}
+
+Verdict write_report(Occasion occasion, Naming naming, const lost::Findings* findings) {
   if (!was_ever_on()) return {};
   const Options options = options_now();
   // At a signal another thread can have the lock for ever, but nothing that it guards is used.
@@ -188,7 +203,7 @@ Verdict write_report(Occasion occasion, Naming naming) {
   const bool is_withdrawn = occasion == Occasion::kEnd && withdraw(options);
   if (is_withdrawn && options.leaks_code == 0) return {};
   qk::PageBuffer text;
-  const Composed report = compose_report(text, options, occasion, naming);
+  const Composed report = compose_report(text, options, occasion, naming, findings);
   if (naming == Naming::kComplete) close_names();
   if (report.is_complete && !is_withdrawn) {
     deliver(options.report, text.text());

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 
+#include "lost/findings.h"
 #include "profile/options.h"
 #include "profile/report/growth.h"
 #include "profile/report/text_report.h"
@@ -19,7 +20,7 @@ namespace qk::mem::profile {
  *
  * @return what the report says. Of nothing if there was no memory for it.
  */
-Verdict write_report(Occasion occasion, Naming naming);
+Verdict write_report(Occasion occasion, Naming naming, const lost::Findings* findings = nullptr);
 
 /** The options in force. */
 [[nodiscard]] Options options_now();
@@ -33,7 +34,15 @@ Verdict write_report(Occasion occasion, Naming naming);
 [[nodiscard]] std::int32_t put_requested_report(qk::PageBuffer& text, const Options& options,
                                                 const GrowthQuery& growth);
 
-/** Writes the same where the options say. */
+/**
+ * Appends the report with what a search for lost blocks has found, for people or as JSON.
+ *
+ * @return 0; 5012 if there is no memory; 5095 if there was no search, which the report says too.
+ */
+[[nodiscard]] std::int32_t put_lost_report(qk::PageBuffer& text, const Options& options,
+                                           const lost::Findings& findings);
+
+/** Writes the same as put_requested_report() where the options say. */
 void write_requested_report(const Options& options, const GrowthQuery& growth);
 
 /**

@@ -13,12 +13,14 @@ namespace {
 /** When the rows are collected. */
 struct Moment {
   std::uint64_t event;
+  const lost::Findings* findings;
   bool is_peak;  // more is held than ever before, as far as handles have told
 };
 
 void add_row(Rows& rows, const Site& site, RowKind kind, Moment now) {
   if (qk::load(site.made_blocks) == 0) return;
   Row row = row_of(site, kind, now.event);
+  if (now.findings != nullptr) row.losses = now.findings->of(site);
   if (now.is_peak) row.bytes_at_peak = row.live_bytes;
   rows.push_back(row);
 }
@@ -35,6 +37,8 @@ std::uint64_t figure_of(const Row& row, Sort order) {
       return row.made_bytes;
     case Sort::kShort:
       return row.freed_soon;
+    case Sort::kLost:
+      return lost_by(row).bytes;
   }
   return 0;
 }
@@ -61,6 +65,13 @@ Row row_of(const Site& site, RowKind kind, std::uint64_t now) {
   return row;
 }
 
+/** Other threads may have freed something since the search. */
+lost::Quantity kept_by(const Row& row) {
+  const lost::Quantity& gone = row.losses.gone;
+  return {row.live_bytes - std::min(row.live_bytes, gone.bytes),
+          row.live_blocks - std::min(row.live_blocks, gone.blocks)};
+}
+
 std::strong_ordering compare_files(const char* left, const char* right) {
   if (left == right) return std::strong_ordering::equal;
   if (left == nullptr || right == nullptr) return left <=> right;
@@ -79,6 +90,9 @@ void add_figures(Row& sum, const Row& row) {
   sum.sum_of_lives += row.sum_of_lives;
   sum.first_event = std::min(sum.first_event, row.first_event);
   sum.last_event = std::max(sum.last_event, row.last_event);
+  sum.losses.lost.add(row.losses.lost);
+  sum.losses.with_owner.add(row.losses.with_owner);
+  sum.losses.gone.add(row.losses.gone);
   sum.before.live_bytes += row.before.live_bytes;
   sum.before.live_blocks += row.before.live_blocks;
   sum.before.made_bytes += row.before.made_bytes;
@@ -105,8 +119,8 @@ void merge_equal_places(Rows& rows) {
 
 std::size_t rows_needed() { return sites.count() + std::size_t{2} * pools.count(); }
 
-void collect_rows(Rows& rows) {
-  const Moment now = {events_so_far(), whole_now().highest > qk::load(whole.highest)};
+void collect_rows(Rows& rows, const lost::Findings* findings) {
+  const Moment now = {events_so_far(), findings, whole_now().highest > qk::load(whole.highest)};
   for (std::uint32_t number = 1; number <= sites.count(); ++number) {
     add_row(rows, sites.at(number), RowKind::kSite, now);
   }

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <span>
 
+#include "lost/findings.h"
 #include "profile/options.h"
 #include "profile/pool.h"
 #include "profile/snapshots.h"
@@ -35,6 +36,7 @@ struct Row {
   std::uint64_t sum_of_lives;  // of all blocks so far, in events
   std::uint64_t first_event;
   std::uint64_t last_event;
+  lost::Losses losses;
   Figures before;   // at the beginning of a period, for its growth; otherwise all zero
   bool is_ignored;  // what it holds is a known leak, see mark_known_leaks()
   // Given by name_callers().
@@ -50,9 +52,9 @@ using Rows = qk::MappedArray<Row>;
 
 /**
  * Adds a row for each site that has ever allocated. Sites whose file has the same name at another
- * address are one row.
+ * address are one row. With `findings` they have what was lost.
  */
-void collect_rows(Rows& rows);
+void collect_rows(Rows& rows, const lost::Findings* findings = nullptr);
 
 /** The order of places in a report. Equal rows are of the same place. */
 [[nodiscard]] std::strong_ordering compare_places(const Row& left, const Row& right);
@@ -68,6 +70,16 @@ void add_figures(Row& sum, const Row& row);
 
 /** The order of file names in reports. */
 [[nodiscard]] std::strong_ordering compare_files(const char* left, const char* right);
+
+/** What a row has lost, with what only that leads to. */
+[[nodiscard]] inline lost::Quantity lost_by(const Row& row) {
+  lost::Quantity sum = row.losses.lost;
+  sum.add(row.losses.with_owner);
+  return sum;
+}
+
+/** What a row holds and the program can reach. */
+[[nodiscard]] lost::Quantity kept_by(const Row& row);
 
 /** Makes one row of neighbours that are the same to `is_same`. */
 template <class IsSame>

@@ -27,6 +27,24 @@ void put_peak(qk::Line& line) {
   line.put(" (event ").put(count_figure(event).text()).put(")");
 }
 
+/** Appends "4 others keep 2.0 MiB in 833 blocks", with words for one site and for several. */
+void put_kept(qk::Line& line, const Sums& kept, std::string_view of_one, std::string_view of_many) {
+  line.put(count_figure(kept.sites).text()).put(kept.sites == 1 ? of_one : of_many);
+  put_amount(line, kept.bytes, kept.blocks);
+}
+
+void put_losses(qk::Line& line, const Verdict& verdict) {
+  if (verdict.lost.blocks == 0) {
+    line.put("nothing is lost; ");
+    return put_kept(line, verdict.kept, " site keeps ", " sites keep ");
+  }
+  line.put(count_figure(verdict.lost.sites).text()).put(" site").put(plural(verdict.lost.sites));
+  put_amount(line.put(" lost "), verdict.lost.bytes, verdict.lost.blocks);
+  if (verdict.kept.blocks != 0) {
+    put_kept(line.put("; "), verdict.kept, " other keeps ", " others keep ");
+  }
+}
+
 void put_verdict(qk::PageWriter& out, const Verdict& verdict, const Style& style,
                  Occasion occasion) {
   qk::Line line;
@@ -39,6 +57,8 @@ void put_verdict(qk::PageWriter& out, const Verdict& verdict, const Style& style
     line.put(" allocation").put(plural(verdict.made_blocks)).put(" of ");
     line.put(size_figure(verdict.made_bytes).text());
     line.put(verdict.made_blocks == 1 ? " was watched" : " were watched");
+  } else if (verdict.was_searched) {
+    put_losses(line, verdict);
   } else {
     line.put(count_figure(held.sites).text()).put(" site").put(plural(held.sites));
     if (occasion == Occasion::kEnd) line.put(" still");
@@ -62,6 +82,22 @@ void put_exceptions(qk::PageWriter& out, const Verdict& verdict) {
     line.put(" site").put(plural(verdict.ignored.sites)).put(" with ");
     put_amount(line, verdict.ignored.bytes, verdict.ignored.blocks);
     out.put(line.put('\n').finish());
+  }
+}
+
+/** What a reader has to know of the search. */
+void put_search(qk::PageWriter& out, const lost::Findings::Summary& search) {
+  if (search.obstacle != lost::Obstacle::kNone) {
+    qk::Line line;
+    line.put("qkmem: not searched for lost blocks: ").put(reason_of(search.obstacle));
+    out.put(line.put('\n').finish());
+    return;
+  }
+  if (search.lacks_registers) {
+    out.put("qkmem: the registers of other threads could not be searched\n");
+  }
+  if (search.lacks_heap) {
+    out.put("qkmem: the free memory of the heap was searched too, since its form is unknown\n");
   }
 }
 
@@ -99,9 +135,21 @@ void put_part(qk::PageWriter& out, std::span<Row> all, const ShownFrames& frames
   put_rows<N>(out, wanted, frames, style, part.title, top, headings, cells_of);
 }
 
+void put_lost(qk::PageWriter& out, std::span<Row> rows, const ShownFrames& frames,
+              const Options& options, const Style& style) {
+  const Part part = {"", Sort::kLost, [](const Row& row) { return row.losses.lost.blocks != 0; }};
+  put_part<5>(out, rows, frames, style, part, options.top,
+              {"lost", "blocks", "with them", "kept", "handle", "site"}, [](const Row& row) {
+                return Cells<5>{size_figure(lost_by(row).bytes), count_figure(lost_by(row).blocks),
+                                size_figure(row.losses.with_owner.bytes),
+                                size_figure(kept_by(row).bytes), handle_figure(row)};
+              });
+}
+
 void put_held(qk::PageWriter& out, std::span<Row> rows, const ShownFrames& frames,
-              const Options& options, const Style& style, std::uint64_t all_bytes) {
-  const Part part = {"", options.sort, [](const Row& row) { return row.live_blocks != 0; }};
+              const Options& options, const Style& style, std::uint64_t all_bytes,
+              std::string_view title) {
+  const Part part = {title, options.sort, [](const Row& row) { return row.live_blocks != 0; }};
   if (sample_interval() != 0) {
     return put_part<6>(
         out, rows, frames, style, part, options.top,
@@ -158,9 +206,11 @@ void put_left_out(qk::PageWriter& out) {
 }  // namespace
 
 void put_text_report(qk::PageWriter& out, Rows& rows, const ShownFrames& frames,
-                     const Options& options, const Style& style, Occasion occasion) {
-  const Verdict verdict = judge(rows, occasion);
+                     const Options& options, const Style& style, Occasion occasion,
+                     const lost::Findings* findings) {
+  const Verdict verdict = judge(rows, occasion, findings);
   put_verdict(out, verdict, style, occasion);
+  if (findings != nullptr) put_search(out, findings->summary());
   put_exceptions(out, verdict);
   put_first_misuse(out, style);
   put_copies(out);
@@ -168,7 +218,9 @@ void put_text_report(qk::PageWriter& out, Rows& rows, const ShownFrames& frames,
   const auto held_end = std::partition(rows.begin(), rows.end(), [occasion](const Row& row) {
     return counts_as_held(row, occasion);
   });
-  put_held(out, {rows.begin(), held_end}, frames, options, style, verdict.held.bytes);
+  if (verdict.was_searched) put_lost(out, {rows.begin(), held_end}, frames, options, style);
+  put_held(out, {rows.begin(), held_end}, frames, options, style, verdict.held.bytes,
+           verdict.lost.blocks == 0 ? "" : "qkmem: held, lost or not\n");
   put_misuses(out, style);
   if (options.peak) put_held_at_peak(out, {rows.begin(), rows.end()}, frames, options, style);
   put_churn(out, {rows.begin(), rows.end()}, frames, options, style);

@@ -13,10 +13,12 @@ namespace qk::mem::profile {
 /**
  * Appends the report for people: a verdict in one line, then the sites that hold memory, those that
  * held it at the peak, and those whose blocks are freed at once; each part only if it has something
- * to say. Sorts the rows. Calls no allocator.
+ * to say. With `findings` the sites that have lost memory come first, or it says why nobody knows.
+ * Sorts the rows. Calls no allocator.
  */
 void put_text_report(qk::PageWriter& out, Rows& rows, const ShownFrames& frames,
-                     const Options& options, const Style& style, Occasion occasion);
+                     const Options& options, const Style& style, Occasion occasion,
+                     const lost::Findings* findings = nullptr);
 
 }  // namespace qk::mem::profile
 

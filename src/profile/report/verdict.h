@@ -20,26 +20,34 @@ struct Sums {
   std::uint64_t bytes = 0;
   std::uint64_t blocks = 0;
 
-  void add(const Row& row) {
-    if (row.live_blocks == 0) return;
+  void add(const Row& row) { add({row.live_bytes, row.live_blocks}); }
+
+  /** What there is of a site. */
+  void add(lost::Quantity quantity) {
+    if (quantity.blocks == 0) return;
     ++sites;
-    bytes += row.live_bytes;
-    blocks += row.live_blocks;
+    bytes += quantity.bytes;
+    blocks += quantity.blocks;
   }
 };
 
 struct Verdict {
   Sums held;
-  Sums autofree;  // released with their handles when the program ends
-  Sums ignored;   // known leaks
+  Sums autofree;              // released with their handles when the program ends
+  Sums ignored;               // known leaks
+  bool was_searched = false;  // for lost blocks
+  Sums lost;                  // of what is held; with what only that leads to
+  Sums kept;                  // by sites that have lost nothing
   std::uint64_t made_bytes = 0;
   std::uint64_t made_blocks = 0;
 
   /** Whether there is something that LEAKS=FAIL is about. */
-  [[nodiscard]] bool leaks_found() const { return held.blocks != 0; }
+  [[nodiscard]] bool leaks_found() const { return (was_searched ? lost : held).blocks != 0; }
 };
 
-[[nodiscard]] Verdict judge(const Rows& rows, Occasion occasion);
+/** `findings` is null if nobody has asked for lost blocks. */
+[[nodiscard]] Verdict judge(const Rows& rows, Occasion occasion,
+                            const lost::Findings* findings = nullptr);
 
 /** Whether what a row holds is released with its handle in a moment. */
 [[nodiscard]] bool ends_with_handle(const Row& row, Occasion occasion);
