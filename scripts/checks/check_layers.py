@@ -57,7 +57,7 @@ ALLOWED = {
     "src/profile": PROFILE,
     "src/profile/report": DIAG + ["src/diag", "src/history", "src/lost", "src/profile",
                                   "src/symbols", "src/table"],
-    "src/lost": TABLE + ["src/table"],
+    "src/lost": TABLE + ["src/history", "src/table"],
     "src/alloc": ENTRY,
     "src/handle": ENTRY,
     "src/config": ENTRY,

@@ -72,7 +72,7 @@ void History::close(Writer& writer) {
 Chunk* History::take_new(qk::PageArena& arena) {
   auto* const chunk = static_cast<Chunk*>(arena.take(sizeof(Chunk)));
   if (chunk == nullptr) return nullptr;
-  ++chunks_;
+  qk::store(chunks_, chunks_ + 1);
   chunk->next_of_all = all_;
   qk::publish(all_, chunk);
   return chunk;
@@ -88,17 +88,17 @@ Chunk* History::take_oldest() {
 
 std::optional<FreedBlock> History::find(const void* address) const {
   std::optional<FreedBlock> newest;
-  for (const Chunk* chunk = qk::acquire(all_); chunk != nullptr; chunk = chunk->next_of_all) {
-    for (const Entry& entry : chunk->entries) {
+  for_each_chunk([&](const Chunk& chunk) {
+    for (const Entry& entry : chunk.entries) {
       auto block = read(entry);
       if (!block) continue;
       const std::uint64_t offset = offset_in(*block, address);
       if (offset != 0 && offset >= block->bytes) continue;
       if (newest && !is_better(*block, *newest, address)) continue;
-      block->writer = static_cast<std::uint32_t>(qk::acquire(chunk->writer));
+      block->writer = static_cast<std::uint32_t>(qk::acquire(chunk.writer));
       newest = block;
     }
-  }
+  });
   return newest;
 }
 

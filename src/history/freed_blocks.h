@@ -112,6 +112,15 @@ class History {
    */
   [[nodiscard]] std::optional<FreedBlock> find(const void* address) const;
 
+  /** How many chunks there are, and each of them: memory that is full of the program's addresses. */
+  [[nodiscard]] std::uint64_t chunks() const { return qk::load(chunks_); }
+  template <class Visit>
+  void for_each_chunk(Visit visit) const {
+    for (const Chunk* chunk = qk::acquire(all_); chunk != nullptr; chunk = chunk->next_of_all) {
+      visit(*chunk);
+    }
+  }
+
  private:
   [[nodiscard]] Chunk* take_new(qk::PageArena& arena);
   [[nodiscard]] Chunk* take_oldest();
