@@ -19,6 +19,7 @@
 #include "profile/site_table.h"
 #include "qkmem/profile.h"
 #include "qkmem/qkmem.h"
+#include "support/shared_variable.h"
 #include "tests/kit/scene.h"
 
 namespace {
@@ -278,6 +279,47 @@ TEST_F(Inquiry, TakesNothingForLostThatThreadsAreChanging) {
   for (std::thread& thread : threads) thread.join();
   if (!was_searched) GTEST_SKIP() << "with a sanitizer";
 }
+
+#ifdef __x86_64__
+
+/** Has the complement of a number in a register, and nowhere else, while a flag is zero. */
+[[gnu::noinline]] std::uintptr_t hold_complement(std::uintptr_t number, int& is_held,
+                                                 const int& may_stop) {
+  asm volatile(
+      "notq %0\n"
+      "movl $1, %1\n"
+      "1: pause\n"
+      "cmpl $0, %2\n"
+      "je 1b\n"
+      "notq %0\n"
+      : "+r"(number), "+m"(is_held)
+      : "m"(may_stop)
+      : "cc", "memory");
+  return number;
+}
+
+TEST_F(Inquiry, KeepsWhatOtherThreadsHaveInTheirRegistersOnly) {
+  std::uintptr_t hidden = 0;
+  int is_held = 0;
+  int may_stop = 0;
+  // It begins first, so that it doesn't get the stack on which the list was made.
+  std::thread thread([&] {
+    while (qk::load(hidden) == 0) std::this_thread::yield();
+    hold_complement(qk::load(hidden), is_held, may_stop);
+  });
+  once([&, this] { qk::store(hidden, ~reinterpret_cast<std::uintptr_t>(list("register.c", 1))); });
+  while (qk::load(is_held) == 0) std::this_thread::yield();
+  const bool was_searched = inquire();
+  qk::store(may_stop, 1);
+  thread.join();
+  if (!was_searched) GTEST_SKIP() << "with a sanitizer";
+  if (!knows_all()) GTEST_SKIP() << "threads can't be stopped";
+  EXPECT_EQ("kept", fate_of("register.c"));
+  ASSERT_TRUE(inquire());
+  EXPECT_EQ("1 lost, 0 with them, 1 gone", fate_of("register.c"));
+}
+
+#endif
 
 TEST_F(Inquiry, LeavesNothingBehindInTheProcess) {
   inquire();
