@@ -31,7 +31,7 @@ char* take_text(std::string_view text) QK_REQUIRES(growth_lock) {
 }
 
 bool add_place(const MisusePlace& place, std::uint64_t event, std::string_view words,
-           std::size_t summary) QK_REQUIRES(growth_lock) {
+               std::size_t summary) QK_REQUIRES(growth_lock) {
   assert_growth_held();
   if (misuses.count() == kMostMisuses) return false;
   char* const text = take_text(words);
