@@ -19,10 +19,16 @@ struct Receipt {
 };
 
 /** What an office has from morning to evening. */
+struct {
+  void* boxes[40];
+  void* register_of_letters;
+  char* sign;
+} furniture;
+
 void furnish() {
-  for (int box = 0; box < 40; ++box) qk_mem_malloc(office, 512);
-  qk_mem_calloc(office, 1000, 8);
-  qk_mem_strdup(office, "closed on Sundays");
+  for (void*& box : furniture.boxes) box = qk_mem_malloc(office, 512);
+  furniture.register_of_letters = qk_mem_calloc(office, 1000, 8);
+  furniture.sign = qk_mem_strdup(office, "closed on Sundays");
 }
 
 /** Of ten letters one has no address. */
