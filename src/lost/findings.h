@@ -75,7 +75,7 @@ class Findings {
   [[nodiscard]] Losses of(const profile::Site& site) const;
 
  private:
-  struct Head {
+  struct alignas(Losses) Head {
     Summary summary;
     std::uint32_t first_of_pools;  // two sites of each pool come behind the others
     std::uint32_t count;

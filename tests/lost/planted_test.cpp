@@ -14,6 +14,7 @@
 #include "profile/site_table.h"
 #include "qkmem/profile.h"
 #include "qkmem/qkmem.h"
+#include "support/shared_variable.h"
 #include "tests/kit/scene.h"
 
 namespace {
@@ -113,7 +114,7 @@ Judged judged(const lost::Findings& findings, std::string_view site) {
   for (std::uint32_t number = 1; number <= profile::sites.count(); ++number) {
     const profile::Site& found = profile::sites.at(number);
     if (site != found.key.file) continue;
-    result.blocks += found.live_blocks;
+    result.blocks += qk::load(found.live_blocks);
     result.gone += findings.of(found).gone.blocks;
   }
   return result;
@@ -143,15 +144,15 @@ TEST(PlantedBlocks, AreFoundAndNoOthersAre) {
     shared.changed.wait(lock, [] { return shared.ready == 3; });
   }
   const lost::Findings findings = lost::inquire(lost::Waiting::kAllowed);
+  const Judged planted = judged(findings, "lost.c");
+  const Judged listed = judged(findings, "list.c");
+  const Judged cached = judged(findings, "cache.c");
+  const Judged indexed = judged(findings, "index.c");
   {
     const std::lock_guard lock(shared.mutex);
     shared.may_end = true;
   }
   shared.changed.notify_all();
-  const Judged planted = judged(findings, "lost.c");
-  const Judged listed = judged(findings, "list.c");
-  const Judged cached = judged(findings, "cache.c");
-  const Judged indexed = judged(findings, "index.c");
   for (std::thread& thread : threads) thread.join();
   if (findings.summary().obstacle == lost::Obstacle::kSanitizer) GTEST_SKIP() << "with a sanitizer";
   ASSERT_EQ(lost::Obstacle::kNone, findings.summary().obstacle);
