@@ -168,6 +168,7 @@ TEST(LostReport, CountsWhatAutofreeHandlesReferredToAsLostAtTheEnd) {
 }
 
 TEST(LostReport, SaysThatTheProfileIsOff) {
+  unsetenv("QK_MEM_PROFILE");
   const kit::Scene scene;
   const Answer answer = ask();
   EXPECT_EQ(5061, answer.code);
