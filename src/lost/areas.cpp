@@ -11,10 +11,22 @@ std::size_t capacity_for(std::size_t pages) { return std::bit_ceil(2 * pages + 2
 
 std::uintptr_t last_byte(const Area& area) { return area.range.end - 1; }
 
+/** Of equal addresses the older block comes first. A young heap has given out rising addresses. */
+void sort_by_address(Blocks& blocks) {
+  const auto is_before = [](const Block& left, const Block& right) {
+    if (left.range.begin != right.range.begin) return left.range.begin < right.range.begin;
+    return left.event < right.event;
+  };
+  if (!std::is_sorted(blocks.begin(), blocks.end(), is_before)) {
+    std::sort(blocks.begin(), blocks.end(), is_before);
+  }
+}
+
 }  // namespace
 
 Areas::Areas(Blocks& blocks) noexcept
     : areas_(blocks.size()),
+      extents_(blocks.size()),
       block_count_(static_cast<std::uint32_t>(blocks.size())),
       large_(blocks.size()),
       has_areas_(join_blocks(blocks)),
@@ -22,11 +34,11 @@ Areas::Areas(Blocks& blocks) noexcept
       is_complete_(has_areas_ && make_pages()) {}
 
 bool Areas::join_blocks(Blocks& blocks) {
-  if (areas_.capacity() < blocks.size() || large_.capacity() < blocks.size()) return false;
-  std::sort(blocks.begin(), blocks.end(), [](const Block& left, const Block& right) {
-    if (left.range.begin != right.range.begin) return left.range.begin < right.range.begin;
-    return left.event < right.event;
-  });
+  const std::size_t wanted = blocks.size();
+  if (areas_.capacity() < wanted || extents_.capacity() < wanted || large_.capacity() < wanted) {
+    return false;
+  }
+  sort_by_address(blocks);
   for (std::uint32_t i = 0; i < block_count_; ++i) {
     const qk::AddressRange& range = blocks[i].range;
     Area* const last = areas_.size() == 0 ? nullptr : areas_.end() - 1;
@@ -56,9 +68,13 @@ bool Areas::make_pages() {
   if (pages_.capacity() == 0) return false;
   shift_ = 64 - std::countr_zero(pages_.capacity());
   for (std::uint32_t i = 0; i < count(); ++i) {
+    const qk::AddressRange& range = areas_[i].range;
     if (is_large(areas_[i])) {
+      static_cast<void>(extents_.push_back({}));
       static_cast<void>(large_.push_back(i));
     } else {
+      static_cast<void>(extents_.push_back({static_cast<std::uint32_t>(range.begin),
+                                            static_cast<std::uint32_t>(range.end - range.begin)}));
       add_to_pages(i);
     }
   }
@@ -83,16 +99,19 @@ std::uint32_t Areas::entry_of(std::uintptr_t page) const {
   return static_cast<std::uint32_t>(at);
 }
 
-/** Begins where the area is if those of the page have one size, as they often have. */
+/**
+ * Begins where the area is if those of the page have one size, as they often have. A large one is
+ * never between them, since it is as long as the page.
+ */
 std::uint32_t Areas::find_small(std::uintptr_t address) const {
   const Page& page = pages_[entry_of(address >> kPageBits)];
   if (page.count == 0) return kNoArea;
   const std::uintptr_t offset = address & ((std::uintptr_t{1} << kPageBits) - 1);
   const std::uint32_t last = page.first + page.count - 1;
   auto area = page.first + static_cast<std::uint32_t>(offset * page.count >> kPageBits);
-  while (area != page.first && areas_[area].range.begin > address) --area;
-  while (area != last && areas_[area].range.end <= address) ++area;
-  return areas_[area].range.has(address) ? area : kNoArea;
+  while (area != page.first && extents_[area].distance_of(address) < 0) --area;
+  while (area != last && extents_[area].ends_by(address)) ++area;
+  return extents_[area].has(address) ? area : kNoArea;
 }
 
 std::uint32_t Areas::find_large(std::uintptr_t address) const {

@@ -39,6 +39,14 @@ class Areas {
     return area != kNoArea || large_.size() == 0 ? area : find_large(address);
   }
 
+  /** The range of an area, from the address that it was found by. */
+  [[nodiscard]] qk::AddressRange range_around(std::uintptr_t address, std::uint32_t number) const {
+    const Extent& extent = extents_[number];
+    if (extent.bytes == 0) return areas_[number].range;
+    const std::uintptr_t begin = address - static_cast<std::uint32_t>(extent.distance_of(address));
+    return {begin, begin + extent.bytes};
+  }
+
   /** The first area that ends behind an address; count() if there is none. */
   [[nodiscard]] std::uint32_t first_behind(std::uintptr_t address) const;
 
@@ -52,6 +60,26 @@ class Areas {
 
  private:
   static constexpr int kPageBits = 12;
+
+  /**
+   * A small area, in a third of the space, since a search is as quick as the cache: the low half of
+   * where it begins, and its bytes. All 0 for a large one.
+   */
+  struct Extent {
+    std::uint32_t begin;
+    std::uint32_t bytes;
+
+    /** How far behind the beginning an address lies; below 0 in front of it. It is near. */
+    [[nodiscard]] std::int32_t distance_of(std::uintptr_t address) const {
+      return static_cast<std::int32_t>(static_cast<std::uint32_t>(address) - begin);
+    }
+    [[nodiscard]] bool ends_by(std::uintptr_t address) const {
+      return distance_of(address) >= static_cast<std::int32_t>(bytes);
+    }
+    [[nodiscard]] bool has(std::uintptr_t address) const {
+      return distance_of(address) >= 0 && !ends_by(address);
+    }
+  };
 
   /** The small areas that touch a page: `count` of them from `first` on. */
   struct Page {
@@ -72,6 +100,7 @@ class Areas {
   void add_to_pages(std::uint32_t number);
 
   qk::MappedArray<Area> areas_;
+  qk::MappedArray<Extent> extents_;  // of all areas
   std::uint32_t block_count_;
   qk::AddressRange bounds_;
   qk::MappedArray<std::uint32_t> large_;

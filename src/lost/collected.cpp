@@ -38,7 +38,7 @@ std::size_t blocks_needed() QK_REQUIRES(Qk_mem_mtx) {
 
 std::size_t own_needed() QK_REQUIRES(Qk_mem_mtx) {
   assert_registry_held();
-  std::size_t count = 1 + profile::freed_blocks.chunks();  // one for who finds more
+  std::size_t count = 2 + profile::freed_blocks.chunks();  // two for who finds more
   for_each_handle([&count](const qk_mem_handle& handle) {
     count += kArraysPerHandle + 1;
     if (records_pieces(handle)) count += handle.num_blocks;

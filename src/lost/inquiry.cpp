@@ -11,6 +11,7 @@
 #include "lost/roots.h"
 #include "lost/search.h"
 #include "profile/sampling.h"
+#include "support/ending_signals.h"
 #include "support/glibc_heap.h"
 #include "support/keep_errno.h"
 #include "support/live_threads.h"
@@ -121,7 +122,7 @@ Obstacle search_copy(Findings& findings, const Process& process) QK_REQUIRES(Qk_
 }
 
 /** Returns the copy, or a number below 0. */
-pid_t start_search(Findings& findings, const StackPosition& caller) QK_REQUIRES(Qk_mem_mtx) {
+pid_t start_search(Findings& findings, const Caller& caller) QK_REQUIRES(Qk_mem_mtx) {
   assert_registry_held();
   std::optional<qk::StoppedThreads> threads;
   const bool has_others = qk::has_other_threads();
@@ -155,8 +156,10 @@ void wait_for(pid_t copy, Waiting waiting, Findings& findings) {
     findings.summary().obstacle = Obstacle::kSanitizer;
     return findings;
   }
-  const StackPosition caller = {reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0)),
-                                reinterpret_cast<std::uintptr_t>(__builtin_thread_pointer())};
+  const qk::LeftStacks left = qk::left_stacks();
+  const Caller caller = {{reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0)),
+                          left.interrupted, left.of_handler},
+                         reinterpret_cast<std::uintptr_t>(__builtin_thread_pointer())};
   const qk::NoSignals no_signals;
   pid_t copy = -1;
   {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "support/ending_signals.h"
 #include "support/thread_stack.h"
 #include "support/tolerant_reading.h"
 
@@ -42,6 +43,14 @@ bool is_between(const AddressRange& range, std::uintptr_t address) {
   return address > range.begin && address < range.end;
 }
 
+/** This search, which looks at addresses of blocks, can be at work there. */
+AddressRange unused_of_signal_stack(const Caller& caller) {
+  AddressRange stack = qk::signal_stack();
+  const std::uintptr_t stack_pointer = caller.stack_pointers[0];
+  if (stack.has(stack_pointer)) stack.end = stack_pointer;
+  return stack;
+}
+
 }  // namespace
 
 Roots::Roots(const qk::MemoryMap& map, const Areas& areas, Ranges& own,
@@ -55,9 +64,9 @@ Roots::Roots(const qk::MemoryMap& map, const Areas& areas, Ranges& own,
         });
         return count;
       }()) {
+  static_cast<void>(own.push_back(unused_of_signal_stack(process.caller)));
   if (main_arena_ != 0) {
-    const AddressRange arena = qk::glibc::own_data_of(main_arena_);
-    static_cast<void>(own.push_back(arena));
+    static_cast<void>(own.push_back(qk::glibc::own_data_of(main_arena_)));
   }
   std::sort(own.begin(), own.end(), [](const AddressRange& left, const AddressRange& right) {
     return left.begin < right.begin;
@@ -129,10 +138,11 @@ bool Roots::is_stack_of_thread(std::size_t mapping) const {
 /** 0 if there is none. */
 std::uintptr_t Roots::lowest_stack_pointer_in(AddressRange range) const {
   std::uintptr_t lowest = UINTPTR_MAX;
-  if (is_between(range, process_.caller.stack_pointer)) lowest = process_.caller.stack_pointer;
-  for (const qk::ThreadState& other : process_.others) {
-    if (is_between(range, other.stack_pointer)) lowest = std::min(lowest, other.stack_pointer);
-  }
+  const auto consider = [&](std::uintptr_t stack_pointer) {
+    if (is_between(range, stack_pointer)) lowest = std::min(lowest, stack_pointer);
+  };
+  for (const std::uintptr_t stack_pointer : process_.caller.stack_pointers) consider(stack_pointer);
+  for (const qk::ThreadState& other : process_.others) consider(other.stack_pointer);
   return lowest == UINTPTR_MAX ? 0 : lowest;
 }
 

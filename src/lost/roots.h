@@ -1,6 +1,7 @@
 #ifndef QKMEM_LOST_ROOTS_H_
 #define QKMEM_LOST_ROOTS_H_
 
+#include <array>
 #include <cstdint>
 #include <span>
 
@@ -15,15 +16,15 @@
 
 namespace qk::mem::lost {
 
-/** What a thread's stack begins at. */
-struct StackPosition {
-  std::uintptr_t stack_pointer;
+/** The thread that asks for a search. At a signal it has left its stack, and maybe a second one. */
+struct Caller {
+  std::array<std::uintptr_t, 3> stack_pointers;  // 0 for none
   std::uintptr_t thread_pointer;
 };
 
 /** What a search has to know of the process besides its memory. */
 struct Process {
-  StackPosition caller;
+  Caller caller;
   std::span<const qk::ThreadState> others;
   bool knows_threads;  // `others` are all other threads
   std::uint64_t cache_key;
@@ -37,7 +38,7 @@ struct Process {
  */
 class Roots {
  public:
-  /** `own` gets sorted, and the C library's own data if it has room for one more. */
+  /** `own` gets sorted, and two more: it has room for them. */
   Roots(const qk::MemoryMap& map, const Areas& areas, Ranges& own, const Process& process) noexcept;
 
   /** Keeps what all roots lead to. */

@@ -27,35 +27,33 @@ template <class Visit>
   const auto* const end = reinterpret_cast<const Word*>(range.end & ~(kWord - 1));  // NOLINT
   for (; word < end; ++word) {
     const std::uint32_t area = areas_.find(*word);
-    if (area != kNoArea) visit(area);
+    if (area != kNoArea) visit(area, areas_.range_around(*word, area));
   }
 }
 
+void Search::keep_found(std::uint32_t area, qk::AddressRange range) {
+  if (owners_[area] != kNotReached) return;
+  owners_[area] = kIsKept;
+  static_cast<void>(waiting_.push_back(range));
+}
+
 void Search::keep_from(qk::AddressRange root) {
-  for_each_reference(root, [this](std::uint32_t area) {
-    if (owners_[area] != kNotReached) return;
-    owners_[area] = kIsKept;
-    static_cast<void>(waiting_.push_back(area));
-  });
+  for_each_reference(
+      root, [this](std::uint32_t area, qk::AddressRange range) { keep_found(area, range); });
   keep_all_below();
 }
 
 void Search::keep(std::uint32_t area) {
-  if (owners_[area] != kNotReached) return;
-  owners_[area] = kIsKept;
-  static_cast<void>(waiting_.push_back(area));
+  keep_found(area, areas_.at(area).range);
   keep_all_below();
 }
 
 void Search::keep_all_below() {
   while (waiting_.size() != 0) {
-    const std::uint32_t next = waiting_[waiting_.size() - 1];
+    const qk::AddressRange next = waiting_[waiting_.size() - 1];
     waiting_.shrink(waiting_.size() - 1);
-    for_each_reference(areas_.at(next).range, [this](std::uint32_t area) {
-      if (owners_[area] != kNotReached) return;
-      owners_[area] = kIsKept;
-      static_cast<void>(waiting_.push_back(area));
-    });
+    for_each_reference(
+        next, [this](std::uint32_t area, qk::AddressRange range) { keep_found(area, range); });
   }
 }
 
@@ -65,12 +63,12 @@ void Search::keep_all_below() {
  */
 void Search::own_all_below(std::uint32_t owner) {
   owners_[owner] = owner;
-  static_cast<void>(waiting_.push_back(owner));
+  static_cast<void>(waiting_.push_back(areas_.at(owner).range));
   while (waiting_.size() != 0) {
-    const std::uint32_t next = waiting_[waiting_.size() - 1];
+    const qk::AddressRange next = waiting_[waiting_.size() - 1];
     waiting_.shrink(waiting_.size() - 1);
-    for_each_reference(areas_.at(next).range, [this, owner](std::uint32_t area) {
-      if (owners_[area] == kNotReached) static_cast<void>(waiting_.push_back(area));
+    for_each_reference(next, [this, owner](std::uint32_t area, qk::AddressRange range) {
+      if (owners_[area] == kNotReached) static_cast<void>(waiting_.push_back(range));
       if (owners_[area] == kNotReached || owners_[area] == area) owners_[area] = owner;
     });
   }

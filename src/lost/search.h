@@ -28,7 +28,9 @@ class Search {
   explicit Search(const Areas& areas) noexcept;
 
   /** False if there was no memory. */
-  [[nodiscard]] bool is_complete() const { return owners_.capacity() == areas_.count(); }
+  [[nodiscard]] bool is_complete() const {
+    return owners_.capacity() == areas_.count() && waiting_.capacity() == areas_.count();
+  }
 
   /** Keeps what the words of a range lead to. The range is readable, and no block is in it. */
   void keep_from(qk::AddressRange root);
@@ -51,6 +53,7 @@ class Search {
  private:
   template <class Visit>
   void for_each_reference(qk::AddressRange range, Visit visit) const;
+  void keep_found(std::uint32_t area, qk::AddressRange range);
   void keep_all_below();
   void own_all_below(std::uint32_t owner);
 
@@ -58,8 +61,8 @@ class Search {
   static constexpr std::uint32_t kIsKept = kNoArea - 1;
 
   const Areas& areas_;
-  qk::MappedArray<std::uint32_t> owners_;   // of areas that are lost: another one, or themselves
-  qk::MappedArray<std::uint32_t> waiting_;  // whose words have not been looked at
+  qk::MappedArray<std::uint32_t> owners_;      // of areas that are lost: another one, or themselves
+  qk::MappedArray<qk::AddressRange> waiting_;  // areas whose words have not been looked at
 };
 
 }  // namespace qk::mem::lost

@@ -41,6 +41,10 @@ constinit Role stack_user;
 /** When the first signal arrived; valid as soon as first_hit has a holder. */
 constinit std::atomic<std::int64_t> signal_time{0};
 
+/** See left_stacks(). */
+constinit std::atomic<std::uintptr_t> interrupted_stack{0};
+constinit std::atomic<std::uintptr_t> handler_stack{0};
+
 constinit std::atomic<ExitHandlerRun> run_handlers{nullptr};
 constinit std::atomic<bool (*)(const InterruptedThread&)> interrupts_something{nullptr};
 
@@ -54,9 +58,7 @@ constexpr std::size_t kPage = 4096;
 alignas(kPage) constinit char stack[kStackSize] = {};
 
 bool is_on_own_stack() {
-  const auto here = reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0));
-  const auto begin = reinterpret_cast<std::uintptr_t>(stack);
-  return here >= begin && here < begin + kStackSize;
+  return signal_stack().has(reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0)));
 }
 
 void set_action(int signal_number, void (*handler)(int, siginfo_t*, void*), int flags) {
@@ -168,6 +170,8 @@ bool puts_off(const Delivery& signal) {
  * process by their number.
  */
 void leave_interrupted_code(const ucontext_t& context) {
+  interrupted_stack.store(interrupted_thread(&context).stack);
+  handler_stack.store(reinterpret_cast<std::uintptr_t>(&context));
   stack_t none = {};
   none.ss_flags = SS_DISABLE;
   sigaltstack(&none, nullptr);
@@ -293,6 +297,13 @@ void end_normally() {
   run_handlers.load()(0);
   stop_watching_signals();
   runner.give_up();
+}
+
+LeftStacks left_stacks() { return {interrupted_stack.load(), handler_stack.load()}; }
+
+AddressRange signal_stack() {
+  const auto begin = reinterpret_cast<std::uintptr_t>(stack);
+  return {begin, begin + kStackSize};
 }
 
 void put_off_end_while(bool (*is_busy)(const InterruptedThread&)) {

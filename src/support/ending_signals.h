@@ -1,7 +1,10 @@
 #ifndef SUPPORT_ENDING_SIGNALS_H_
 #define SUPPORT_ENDING_SIGNALS_H_
 
+#include <cstdint>
+
 #include "support/interrupted_thread.h"
+#include "support/modules.h"
 
 /** The end of a process by HUP, INT, QUIT, TERM, SEGV, BUS, FPE, ILL, ABRT, or normally. */
 namespace qk {
@@ -31,6 +34,20 @@ void end_normally();
  * @param is_busy  called only inside signal handlers; null for none.
  */
 void put_off_end_while(bool (*is_busy)(const InterruptedThread&));
+
+/**
+ * Down to where stacks were in use when a signal arrived that now ends the process: that of the
+ * thread which now runs the handlers, and the one that its handler of the signal began on, often the
+ * same. Both are 0 if no signal does.
+ */
+struct LeftStacks {
+  std::uintptr_t interrupted;
+  std::uintptr_t of_handler;
+};
+[[nodiscard]] LeftStacks left_stacks();
+
+/** The stack that the handlers of these signals run on. Only one thread at a time does. */
+[[nodiscard]] AddressRange signal_stack();
 
 }  // namespace qk
 

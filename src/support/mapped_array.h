@@ -9,7 +9,10 @@
 
 namespace qk {
 
-/** An array in pages of its own, for code that must not call the allocator. */
+/**
+ * An array in pages of its own, for code that must not call the allocator: large pages if the system
+ * has them, since searches jump about in such arrays.
+ */
 template <class T>
 class MappedArray {
  public:
@@ -20,6 +23,7 @@ class MappedArray {
     void* const pages =
         mmap(nullptr, bytes_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     if (pages == MAP_FAILED) return;
+    if (bytes_ >= kLargePage) madvise(pages, bytes_, MADV_HUGEPAGE);
     elements_ = static_cast<T*>(pages);
     capacity_ = capacity;
   }
@@ -48,6 +52,8 @@ class MappedArray {
   [[nodiscard]] const T& operator[](std::size_t index) const noexcept { return elements_[index]; }
 
  private:
+  static constexpr std::size_t kLargePage = std::size_t{2} << 20;
+
   T* elements_ = nullptr;
   std::size_t bytes_;
   std::size_t capacity_ = 0;

@@ -6,7 +6,9 @@
 
 #include <cerrno>
 #include <condition_variable>
+#include <csignal>
 #include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <mutex>
@@ -118,6 +120,47 @@ TEST(LostReport, IsWrittenAtTheEnd) {
   const std::string expected = kHasSanitizer ? kWithSanitizer : kWithoutSanitizer;
   EXPECT_EQ(std::regex_replace(expected, std::regex("sites hold"), "sites still hold"),
             timeless(ended.err));
+}
+
+/** Leaves words with an address far below the stack of its caller, and nothing of it elsewhere. */
+[[gnu::noinline]] void leave_below_the_stack(std::uintptr_t complement) {
+  volatile std::uintptr_t words[8192];
+  for (volatile std::uintptr_t& word : words) word = 0;
+  for (std::size_t i = 0; i < 1024; ++i) words[i] = ~complement;
+}
+
+TEST(LostReport, AtASignalIsNotDeceivedByWhatEarlierCallsHaveLeftOnTheStack) {
+  if (kHasSanitizer) GTEST_SKIP();
+  const kit::Scene scene;
+  const kit::Ended ended = kit::run({"", "", "", "LOST"}, [] {
+    std::uintptr_t hidden = 0;
+    without_traces([&] { hidden = ~reinterpret_cast<std::uintptr_t>(take(50, "lost.c")); });
+    leave_below_the_stack(hidden);
+    std::raise(SIGTERM);
+  });
+  EXPECT_EQ(SIGTERM, ended.signal);
+  EXPECT_EQ(
+      "qkmem: 1 site lost 50 B in 1 block; peak 50 B at T s\n"
+      "  lost  blocks  with them  kept  handle  site\n"
+      "  50 B       1        0 B   0 B       2  lost.c:1\n"
+      "qkmem: held, lost or not\n"
+      "  bytes  blocks  share  made  handle  site\n"
+      "   50 B       1   100%     1       2  lost.c:1\n"
+      "qkmem: the profile took M of its own\n",
+      timeless(ended.err));
+}
+
+TEST(LostReport, AtASignalKeepsWhatTheInterruptedFunctionHas) {
+  if (kHasSanitizer) GTEST_SKIP();
+  const kit::Scene scene;
+  const kit::Ended ended = kit::run({"", "", "", "LOST"}, [] {
+    Node* volatile local = nullptr;
+    without_traces([&] { local = take(50, "local.c"); });
+    std::raise(SIGTERM);
+    static_cast<void>(local);
+  });
+  EXPECT_EQ(0U, ended.err.find("qkmem: nothing is lost; 1 site keeps 50 B in 1 block"))
+      << ended.err;
 }
 
 TEST(LostReport, SaysThatNothingIsLost) {
