@@ -107,6 +107,7 @@ set(library_sources
 
   profile/report/callers.cpp
   profile/report/destination.cpp
+  profile/report/forgotten.cpp
   profile/report/growth.cpp
   profile/report/growth_report.cpp
   profile/report/json_report.cpp
@@ -153,6 +154,7 @@ set(library_sources
   handle/clear.cpp
   handle/create.cpp
   handle/destroy.cpp
+  handle/forgotten.cpp
   handle/generations.cpp
   handle/handle_array.cpp
   handle/handle_options.cpp

@@ -101,10 +101,13 @@ namespace detail {
 }  // namespace detail
 
 /**
- * Owns a handle. The destructor deletes it with everything that is still on it, WITHOUT a warning,
- * and the report at the end of the program doesn't list it any more. To see what was forgotten: let
- * the destructor log it with QK_MEM_DEBUG="DEBUG=qk_mem_idel_handle", print a report with
- * qk_mem_dump() before it, or release() the handle, which the report at the end then lists.
+ * Owns a handle. The destructor deletes it with everything that is still on it, WITHOUT a warning in
+ * the log, and the report at the end of the program doesn't list it any more. To see what was
+ * forgotten: switch the profile on (QK_MEM_PROFILE=SITES), which then tells how much it was and
+ * where it was allocated, once for each line that makes handles, but for AUTOFREE and BLOCKMGMT
+ * ones; let the destructor log each pointer with QK_MEM_DEBUG="DEBUG=qk_mem_idel_handle"; print a
+ * report with qk_mem_dump() before it; or release() the handle, which the report at the end then
+ * lists.
  *
  * A handle that was deleted by its number is not deleted again, nor is another one that has got the
  * number: the destructor and clear() log an error. Can be moved, not copied.
@@ -147,6 +150,7 @@ class Handle {
   ~Handle() {
     if (number_ != 0 &&
         qk_mem_is_current(number_, generation_, QK_MEM_CALL_DEL_HANDLE, file_, line_) != 0) {
+      qk_mem_tell_forgotten(number_, file_, line_);
       qk_mem_idel_handle(number_, file_, line_);
     }
   }

@@ -66,8 +66,9 @@ extern "C" {
  *                                  freed soon are not told. For production. The first interval
  *                                  stays; options without SAMPLE book all new allocations again
  *                 HISTORY=blocks   remember the blocks that were released last, for the words below:
- *                                  65536 unless given, at 32 bytes each; 0 for none. In thousands
- *                                  of handles more, since each remembers its last 255 at least
+ *                                  65536 unless given, at 32 bytes each; 0 for none. Each handle
+ *                                  fills its own 255 at a time, so that thousands of handles
+ *                                  remember more
  *                 MAX=bytes        of the profile's own memory, 256M unless given. What does not
  *                                  fit is reported as not recorded
  *                 IGNORE=file      leave known leaks out of the sites that hold memory: the file
@@ -205,7 +206,7 @@ int qk_mem_profile_report(FILE* stream, const char* options);
  * old addresses in it. Memory that was only ever referred to as a difference, or in a file, seems
  * lost. What the program has freed is not looked at if the C library's own allocator manages it.
  *
- * The search is made in a copy of the process, and takes some 0.3 seconds and 100 MiB for a million
+ * The search is made in a copy of the process, and takes 0.2 to 0.5 seconds and 100 MiB for a million
  * blocks. Only the calling thread waits for it; others are stopped for the moment of copying, if the
  * system allows that, which can end their system calls with EINTR. With a sanitizer there is no
  * search. Starts the library up. Any thread; not in a signal handler.

@@ -323,6 +323,19 @@ int qk_mem_is_current(int hid, uint32_t generation, int call, const char* file, 
 int qk_mem_may_destroy(int hid, uint32_t generation, const void* object, const char* file,
                        int line);
 
+/**
+ * Tells in words what a handle still holds, for an owner that will delete it next: qk::Handle does
+ * so. It goes where the report of qkmem/profile.h goes, once for each place that makes handles, and
+ * that report counts how often. Does nothing while the profile is off, for a handle that is not
+ * there or holds nothing, and for those with AUTOFREE or BLOCKMGMT, whose memory is meant to end
+ * with them.
+ *
+ * @param file,line  the place that has made the handle; `file` must stay valid, as with every call.
+ *
+ * Any thread; no other one may be deleting the handle.
+ */
+void qk_mem_tell_forgotten(int hid, const char* file, int line);
+
 /* ---- Memory -------------------------------------------------------------------------------- */
 
 /**

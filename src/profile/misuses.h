@@ -17,7 +17,11 @@ struct MisusePlace {
   const char* path;  // of the caller's file, as it was passed
   int line;
 
-  [[nodiscard]] bool operator==(const MisusePlace&) const = default;
+  /** Handles that one line makes again and again have another number each time. */
+  [[nodiscard]] bool operator==(const MisusePlace& other) const {
+    return routine == other.routine && path == other.path && line == other.line &&
+           (hid == other.hid || routine == Routine::kDelHandle);
+  }
 };
 
 struct Misuse {

@@ -1,9 +1,11 @@
 #include "profile/report/misuse.h"
 
+#include "core/kinds.h"
 #include "formats/figures.h"
 #include "profile/events.h"
 #include "profile/misuses.h"
 #include "profile/report/destination.h"
+#include "profile/report/forgotten.h"
 #include "profile/report/known_address.h"
 #include "profile/report/misuse_report.h"
 #include "profile/report/report.h"
@@ -149,6 +151,14 @@ std::size_t describe_wrong(qk::Line& words, const qk_mem_ptr& record, WrongCall 
   return summary;
 }
 
+std::size_t describe_forgotten(qk::Line& words, const Pool& pool, const CallContext& creation) {
+  qk::Line what;
+  put_handle(what.put("memory forgotten on "), pool.hid, tag_levels.at(pool.tag).name);
+  const std::size_t summary = put_summary(words, what.put(", made").finish(), creation);
+  put_forgotten(words, pool);
+  return summary;
+}
+
 /** Shows it at once: the program may crash next. A file has room for whole reports only. */
 void show(std::string_view words, std::size_t summary, std::uint64_t event) {
   qk::Line line;
@@ -189,6 +199,14 @@ void tell_of_wrong_call(const qk_mem_handle& handle, const qk_mem_ptr& record, W
   if (!is_watched(handle)) return;
   tell(place_of_call(handle, routine, context),
        [&](qk::Line& words) { return describe_wrong(words, record, what, routine, context); });
+}
+
+void tell_of_forgotten_memory(const qk_mem_handle& handle, const CallContext& creation) {
+  if (!is_watched(handle) || handle.autofree != 0 || is_blockmgmt(handle)) return;
+  const Pool& pool = pool_of(handle);
+  if (!holds_memory(pool)) return;
+  tell(place_of_call(handle, Routine::kDelHandle, creation),
+       [&](qk::Line& words) { return describe_forgotten(words, pool, creation); });
 }
 
 void count_null_free() { qk::add(null_frees, 1); }

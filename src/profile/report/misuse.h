@@ -31,6 +31,13 @@ void tell_of_unknown_address(const qk_mem_handle& handle, const void* address, R
 void tell_of_wrong_call(const qk_mem_handle& handle, const qk_mem_ptr& record, WrongCall what,
                         Routine routine, const CallContext& context);
 
+/**
+ * A handle whose owner will delete it next, in the name of the place that has made it. Tells what
+ * the program has forgotten on it: nothing on AUTOFREE handles and those with blocks, whose memory
+ * is meant to end with them.
+ */
+void tell_of_forgotten_memory(const qk_mem_handle& handle, const CallContext& creation);
+
 /** A free of null. It is legal, so it is only counted. */
 void count_null_free();
 
