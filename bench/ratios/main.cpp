@@ -13,6 +13,7 @@
 //   ratios --build                    the compiler and the C library
 //   ratios --peers                    name, package and version of the optional peers
 #include <gnu/libc-version.h>
+#include <malloc.h>
 #include <sys/single_threaded.h>
 
 #include <algorithm>
@@ -105,6 +106,23 @@ void print_mtraced(const char* live, const char* times) {
   std::printf("%.0f\n", taken.count());
 }
 
+/**
+ * Takes the free memory between allocations, for good. All that comes is then at the heap's end, and
+ * a buffer grows there in the same way however many workloads the list has.
+ */
+void fill_holes() {
+  constexpr std::size_t kLargest = 65536;  // below the sizes that get a mapping of their own
+  constexpr std::size_t kSmallest = 16;
+  for (std::size_t size = kLargest; size >= kSmallest;) {
+    const std::size_t end = mallinfo2().keepcost;
+    void* const memory = std::malloc(size);
+    use(memory);
+    if (mallinfo2().keepcost == end) continue;
+    std::free(memory);
+    size -= size > 1024 ? 1024 : 16;
+  }
+}
+
 void run(int argc, char** argv) {
   const auto workloads = all_workloads();
   if (argc == 1) return list(workloads);
@@ -115,6 +133,7 @@ void run(int argc, char** argv) {
   if (std::strcmp(argv[1], "--mtrace") == 0 && argc == 4) return print_mtraced(argv[2], argv[3]);
   if (std::strcmp(argv[1], "--peer") == 0 && argc == 3) return serve_peer(argv[2]);
   const Workload& workload = find(workloads, argv[1]);
+  fill_holes();
   if (argc == 4) {
     find(workload.contestants, argv[2]).start()(std::strtoul(argv[3], nullptr, 10));
     return;

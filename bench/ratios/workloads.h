@@ -44,6 +44,9 @@ std::vector<Workload> profile_workloads();
 /** Reports of many live pointers. */
 std::vector<Workload> report_workloads();
 
+/** Searches for blocks that nothing refers to. */
+std::vector<Workload> search_workloads();
+
 }  // namespace ratios
 
 #endif  // QKMEM_BENCH_RATIOS_WORKLOADS_H_
