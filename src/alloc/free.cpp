@@ -57,8 +57,8 @@ std::optional<Removed> free_memory(qk_mem_handle& handle, void* ptr, const CallC
     }
   } else if (ptr != nullptr) {
     note_unrecorded_gone(handle, ptr);
-  } else if (profile::is_watched(handle)) {
-    profile::count_null_free();
+  } else {
+    profile::count_null_free(handle);
   }
   if (removed && is_language_made(removed->record.kind)) {
     profile::tell_of_wrong_call(handle, removed->record, WrongCall::kFreeOfObject, Routine::kFree,
@@ -79,8 +79,8 @@ std::optional<Removed> free_piece(qk_mem_handle& handle, void* ptr, const CallCo
     report_unknown_piece(handle, ptr, context);
     if (ptr != nullptr) {
       profile::tell_of_unknown_address(handle, ptr, Routine::kFree, context);
-    } else if (profile::is_watched(handle)) {
-      profile::count_null_free();
+    } else {
+      profile::count_null_free(handle);
     }
     return std::nullopt;
   }

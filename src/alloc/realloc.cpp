@@ -127,7 +127,8 @@ Resized resize_piece(qk_mem_handle& handle, void* ptr, std::size_t size, int ali
   Resized resized;
   if (refuse_alignment(alignment)) return resized;
   if (ptr == nullptr) {
-    resized.memory = allocate_piece(handle, size, alignment, context);
+    resized.memory =
+        profile::filled(handle, allocate_piece(handle, size, alignment, context), size);
     return resized;
   }
   if (handle.blockfree == 0) return resized;
@@ -139,7 +140,10 @@ Resized resize_piece(qk_mem_handle& handle, void* ptr, std::size_t size, int ali
   }
   const qk_mem_ptr& old = resized.old->record;
   resized.memory =
-      size <= bytes_of(old) ? ptr : replace_piece(handle, ptr, old, size, alignment, context);
+      size <= bytes_of(old)
+          ? ptr
+          : profile::filled(handle, replace_piece(handle, ptr, old, size, alignment, context),
+                            size);
   if (resized.memory == nullptr) {
     restore_pointer(handle, *resized.old);
   } else {

@@ -5,6 +5,7 @@
 #include "core/kinds.h"
 #include "core/registry.h"
 #include "profile/filling.h"
+#include "profile/report/misuse.h"
 #include "support/system_memory.h"
 
 namespace qk::mem {
@@ -39,8 +40,13 @@ void* note_direct(void* memory, std::uint64_t bytes, const CallContext& context)
 }
 
 void* note_direct_gone(void* memory) {
-  qk_mem_handle* const handle = memory == nullptr ? nullptr : watched_data_handle();
-  if (handle != nullptr) note_unrecorded_gone(*handle, memory);
+  qk_mem_handle* const handle = watched_data_handle();
+  if (handle == nullptr) return memory;
+  if (memory != nullptr) {
+    note_unrecorded_gone(*handle, memory);
+  } else {
+    profile::count_null_free(*handle);
+  }
   return memory;
 }
 

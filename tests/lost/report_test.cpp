@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <mutex>
 #include <regex>
 #include <string>
@@ -287,6 +288,21 @@ TEST(LostReport, SaysThatThreadsCannotBeStopped) {
 /** The bytes of memory from one on, as they are. */
 std::string bytes_of(const void* memory, std::size_t begin, std::size_t end) {
   return {static_cast<const char*>(memory) + begin, end - begin};
+}
+
+TEST(LostOption, FillsPiecesThatReallocHandsOut) {
+  const kit::Scene scene;
+  ASSERT_EQ(0, qk_mem_profile_config("LOST"));
+  const kit::Pool pieces("BLOCKMGMT BLOCKSIZE=4096 BLOCKFREE");
+  std::memset(qk_mem_imalloc(pieces, 3000, 16, "a.c", 1), 1, 3000);
+  qk_mem_iclear_handle(pieces, "a.c", 2);
+  void* const fresh = qk_mem_irealloc(pieces, nullptr, 100, 16, "a.c", 3);
+  EXPECT_EQ(std::string(100, '\xA5'), bytes_of(fresh, 0, 100));
+  void* const replaced = qk_mem_irealloc(pieces, fresh, 1000, 16, "a.c", 4);
+  EXPECT_EQ(std::string(1000, '\xA5'), bytes_of(replaced, 0, 1000));
+  std::memset(replaced, 1, 1000);
+  EXPECT_EQ(replaced, qk_mem_irealloc(pieces, replaced, 500, 16, "a.c", 5));
+  EXPECT_EQ(std::string(500, '\1'), bytes_of(replaced, 0, 500));
 }
 
 TEST(LostOption, FillsNewMemoryButThatOfCalloc) {

@@ -209,6 +209,8 @@ void tell_of_forgotten_memory(const qk_mem_handle& handle, const CallContext& cr
        [&](qk::Line& words) { return describe_forgotten(words, pool, creation); });
 }
 
-void count_null_free() { qk::add(null_frees, 1); }
+void count_null_free(const qk_mem_handle& handle) {
+  if (is_watched(handle)) qk::add(null_frees, 1);
+}
 
 }  // namespace qk::mem::profile

@@ -39,7 +39,7 @@ void tell_of_wrong_call(const qk_mem_handle& handle, const qk_mem_ptr& record, W
 void tell_of_forgotten_memory(const qk_mem_handle& handle, const CallContext& creation);
 
 /** A free of null. It is legal, so it is only counted. */
-void count_null_free();
+void count_null_free(const qk_mem_handle& handle);
 
 }  // namespace qk::mem::profile
 
