@@ -162,6 +162,7 @@ set(library_sources
   handle/release_walk.cpp
   handle/repeats.cpp
 
+  config/calls_for_c.cpp
   config/debug_config.cpp
   config/debug_environment.cpp
   config/debug_settings.cpp

@@ -13,8 +13,8 @@
  *
  * Conventions. They hold for every function unless its comment says otherwise.
  *
- * (1) Language. C11, C++17 and later. What needs a C++ type is declared in C++ only, so C programs
- *     configure the library through the environment.
+ * (1) Language. C11, C++17 and later. What needs a C++ type is declared in C++ only. C programs
+ *     configure the library through the environment, or by the calls that need none.
  *
  * (2) Location. `file` and `line` are the caller's location in the source. The macros at the end of
  *     this header pass `__FILE__` and `__LINE__`. The library keeps the pointer `file` and doesn't
@@ -48,8 +48,8 @@
  * (8) Start-up. The first call starts the library up: it reads the environment, creates the two
  *     standing handles, and registers the handlers for exit and signals. A call from another
  *     thread waits meanwhile. These functions don't start it up: qk_mem_error(), qk_mem_tag_size(),
- *     qk_heapsize(), qk_mem_debug_config(), qk_mem_debug_settings(), qk_mem_dump_config() and the
- *     functions under "Bookkeeping". A start-up that fails is not repeated.
+ *     qk_heapsize(), qk_mem_debug_config(), qk_mem_debug_settings(), qk_mem_dump_config(), their
+ *     forms for C, and the functions under "Bookkeeping". A start-up that fails is not repeated.
  *     The environment is ignored in a process with raised privileges (secure_getenv()). Each
  *     variable is cut to 256 characters. A mistake in QK_MEM_DEBUG or QK_MEM_DUMP doesn't fail the
  *     start-up. It is logged if QK_MEM_DEBUG has opened a log. An unknown keyword in QK_MEM_DEBUG
@@ -716,6 +716,27 @@ int qk_mem_options(const char* options, qk::Status* status);
 
 #endif /* __cplusplus */
 
+/*
+ * The same four for C programs, and for all that want no more than the code. The code of a failure
+ * is the result, and also the thread's error code. Success leaves that as it is.
+ */
+
+/** As qk_mem_debug_config(). */
+int qk_mem_set_debug(const char* options);
+
+/** As qk_mem_dump_config(). */
+int qk_mem_set_dump(const char* options);
+
+/** As qk_mem_options(). */
+int qk_mem_set_options(const char* options);
+
+/**
+ * As qk_mem_debug_settings().
+ *
+ * @param text  buffer of QK_MEM_SETTINGS_SIZE bytes. Null: 5014.
+ */
+int qk_mem_get_debug(char* text);
+
 #ifdef __cplusplus
 } /* extern "C" */
 
@@ -756,6 +777,9 @@ class MemTracker {
 
 /* ---- Macros that pass the caller's location ------------------------------------------------ */
 
+/* A program that wants no macros of other people defines QKMEM_NO_MACROS, and calls the functions. */
+#ifndef QKMEM_NO_MACROS
+
 #define qk_mem_new_handle(options, tag) qk_mem_inew_handle((options), (tag), __FILE__, __LINE__)
 #define qk_mem_del_handle(hid) qk_mem_idel_handle((hid), __FILE__, __LINE__)
 #define qk_mem_clear_handle(hid) qk_mem_iclear_handle((hid), __FILE__, __LINE__)
@@ -777,5 +801,7 @@ class MemTracker {
 #define qk_mem_marralloc(hid, address, element_size, block_factor) \
   qk_mem_imarralloc((hid), (address), (element_size), (block_factor), __FILE__, __LINE__)
 #define qk_mem_arrfree(hid, address) qk_mem_iarrfree((hid), (address), __FILE__, __LINE__)
+
+#endif /* QKMEM_NO_MACROS */
 
 #endif /* QKMEM_QKMEM_H_ */

@@ -157,7 +157,5 @@ extern "C" int qk_mem_profile_config(const char* options) {
     profile::stop();
     return 0;
   }
-  const int mistake = configure("qk_mem_profile_config", options);
-  if (mistake != 0) Qk_mem_error.set(mistake);
-  return mistake;
+  return leave_code(configure("qk_mem_profile_config", options));
 }

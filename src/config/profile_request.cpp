@@ -110,24 +110,19 @@ std::int32_t measure_growth(const char* since, const char* filter, qk_mem_change
 extern "C" int qk_mem_profile_report(FILE* stream, const char* options) {
   using namespace qk::mem;
   ensure_started();
-  const int code = stream == nullptr ? qk_error_no(EFAULT) : report_to(stream, options);
-  if (code != 0) Qk_mem_error.set(code);
-  return code;
+  return leave_code(stream == nullptr ? qk_error_no(EFAULT) : report_to(stream, options));
 }
 
 extern "C" int qk_mem_lost(FILE* stream) {
   using namespace qk::mem;
   ensure_started();
-  const int code = stream == nullptr ? qk_error_no(EFAULT) : lost_to(stream);
-  if (code != 0) Qk_mem_error.set(code);
-  return code;
+  return leave_code(stream == nullptr ? qk_error_no(EFAULT) : lost_to(stream));
 }
 
 extern "C" qk_mem_change qk_mem_growth(const char* since, const char* filter) {
   using namespace qk::mem;
   ensure_started();
   qk_mem_change change = {INT64_MAX, INT64_MAX, INT64_MAX};
-  const int code = measure_growth(since, filter, change);
-  if (code != 0) Qk_mem_error.set(code);
+  leave_code(measure_growth(since, filter, change));
   return change;
 }

@@ -36,6 +36,12 @@ namespace qk::mem {
 
 inline constexpr int kMaxTags = 32;
 
+/** Leaves the code of a failure as the thread's error code. 0, success, leaves that as it is. */
+inline int leave_code(int code) {
+  if (code != 0) Qk_mem_error.set(code);
+  return code;
+}
+
 /** To be called first in functions that rely on the registry's lock. */
 inline void assert_registry_held() QK_ASSERTS_HELD(Qk_mem_mtx) { Qk_mem_mtx.assert_held(); }
 

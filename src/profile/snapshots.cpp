@@ -94,11 +94,6 @@ void say_there_is_no_room(std::string_view name) {
   qk::write_message(line.put(" was not kept: MAX is too small\n").finish());
 }
 
-std::int32_t refuse(std::int32_t code) {
-  if (code != 0) Qk_mem_error.set(code);
-  return code;
-}
-
 }  // namespace
 
 Figures figures_of(const Site& site) {
@@ -169,11 +164,11 @@ std::uint64_t resets_so_far() { return qk::load(resets); }
 extern "C" int qk_mem_snapshot(const char* name) {
   using namespace qk::mem;
   ensure_started();
-  return profile::refuse(name == nullptr ? qk_error_no(EFAULT) : profile::take_snapshot(name));
+  return leave_code(name == nullptr ? qk_error_no(EFAULT) : profile::take_snapshot(name));
 }
 
 extern "C" int qk_mem_drop_snapshot(const char* name) {
   using namespace qk::mem;
-  if (name == nullptr) return profile::refuse(qk_error_no(EFAULT));
-  return profile::refuse(profile::drop_snapshot(name) ? 0 : qk_error_no(ENOENT));
+  if (name == nullptr) return leave_code(qk_error_no(EFAULT));
+  return leave_code(profile::drop_snapshot(name) ? 0 : qk_error_no(ENOENT));
 }
