@@ -15,6 +15,7 @@ STATUS = "qkmem/status.h"
 C_HEADER = "qkmem/qkmem.h"
 PROFILE_HEADER = "qkmem/profile.h"
 NO_GROWTH = "qkmem/no_growth.hpp"
+ADAPTER = "qkmem/adapters/adapter.h"
 FRONT = "qkmem/qkmem.hpp"
 HANDLE = "qkmem/handle.hpp"
 
@@ -37,6 +38,11 @@ ALLOWED = {
     "include/qkmem/status.h": [],
     "include/qkmem/qkmem.h": [STATUS],
     "include/qkmem/profile.h": [],
+    "include/qkmem/adapters/adapter.h": [],
+    "include/qkmem/adapters/libxml2.h": [ADAPTER, C_HEADER],
+    "include/qkmem/adapters/lua.h": [ADAPTER, C_HEADER],
+    "include/qkmem/adapters/openssl.h": [ADAPTER, C_HEADER],
+    "include/qkmem/adapters/sqlite.h": [ADAPTER, C_HEADER],
     "include/qkmem/no_growth.hpp": [PROFILE_HEADER],
     "include/qkmem/gtest.hpp": [NO_GROWTH],
     "include/qkmem/arrays.hpp": [C_HEADER],

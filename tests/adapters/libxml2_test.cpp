@@ -1,0 +1,85 @@
+#include "qkmem/adapters/libxml2.h"
+
+#include <gtest/gtest.h>
+#include <libxml/parser.h>
+
+#include <regex>
+#include <string>
+
+#include "tests/kit/scene.h"
+
+namespace {
+
+TEST(Libxml2Adapter, LeavesLibxml2AloneWithoutAHandle) {
+  const kit::Scene scene;
+  const xmlMallocFunc before = xmlMalloc;
+  EXPECT_EQ(qk_mem_adapt_libxml2(0), -1);
+  EXPECT_EQ(qk_mem_error(), 5566);
+  EXPECT_EQ(xmlMalloc, before);
+}
+
+TEST(Libxml2Adapter, RefusesAHandleThatFreesAllAtOnce) {
+  const kit::Scene scene;
+  const kit::Pool pool("BLOCKMGMT");
+  EXPECT_EQ(qk_mem_adapt_libxml2(pool), -1);
+  EXPECT_EQ(qk_mem_error(), 0);
+}
+
+TEST(Libxml2Adapter, GetsNoMemoryWhereReallocDoesNotCopy) {
+  const kit::Scene scene;
+  const kit::Pool pool("BLOCKMGMT BLOCKFREE");
+  EXPECT_EQ(qk_mem_adapt_libxml2(pool), 0);
+  EXPECT_EQ(xmlMalloc(10), nullptr);
+  EXPECT_EQ(qk_mem_error(), 5022);
+}
+
+TEST(Libxml2Adapter, HoldsWhatLibxml2KeepsUntilItCleansUp) {
+  kit::Scene scene("EXCEPTIONS");
+  const kit::Pool pool;
+  scene.skip_log();
+  ASSERT_EQ(qk_mem_adapt_libxml2(pool), 0);
+  xmlInitParser();
+  EXPECT_GT(qk_mem_size(pool), 0U);
+  const char text[] = "<book title='Notes'>text</book>";
+  xmlDoc* const document = xmlReadMemory(text, sizeof text - 1, "book.xml", nullptr, 0);
+  EXPECT_NE(document, nullptr);
+  xmlFreeDoc(document);
+  xmlCleanupParser();
+  EXPECT_EQ(kit::data_of(pool), "0 for 0");
+  EXPECT_EQ(scene.log(), "");
+}
+
+TEST(Libxml2Adapter, TreatsNullAsLibxml2DoesAndGivesOneByteForNone) {
+  kit::Scene scene("EXCEPTIONS");
+  const kit::Pool pool;
+  scene.skip_log();
+  ASSERT_EQ(qk_mem_adapt_libxml2(pool), 0);
+  xmlFree(nullptr);
+  EXPECT_EQ(xmlMemStrdup(nullptr), nullptr);
+  void* const none = xmlMalloc(0);
+  EXPECT_EQ(kit::data_of(pool), "1 for 1");
+  void* block = xmlRealloc(nullptr, 10);
+  block = xmlRealloc(block, 0);
+  EXPECT_EQ(kit::data_of(pool), "2 for 2");
+  char* const copy = xmlMemStrdup("text");
+  EXPECT_STREQ(copy, "text");
+  EXPECT_EQ(kit::data_of(pool), "3 for 7");
+  xmlFree(none);
+  xmlFree(block);
+  xmlFree(copy);
+  EXPECT_EQ(kit::data_of(pool), "0 for 0");
+  EXPECT_EQ(scene.log(), "");
+}
+
+TEST(Libxml2Adapter, FreesBlocksFromBeforeWithAWarning) {
+  kit::Scene scene("EXCEPTIONS");
+  const kit::Pool pool;
+  scene.skip_log();
+  void* const early = xmlMalloc(10);
+  ASSERT_EQ(qk_mem_adapt_libxml2(pool), 0);
+  xmlFree(early);
+  const std::string warning = "   qk_mem_ifree: WARNING:   3 [p1] ptr not found at libxml2.h:#\n";
+  EXPECT_EQ(std::regex_replace(scene.log(), std::regex(R"(\.h:\d+)"), ".h:#"), warning + warning);
+}
+
+}  // namespace
