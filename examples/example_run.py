@@ -8,6 +8,8 @@ import sys
 import tempfile
 import unittest
 
+SOURCES = pathlib.Path(__file__).resolve().parent
+
 # A pointer row of the report: handle, tag, address, kind, count, size, total, number, location.
 ROW = re.compile(r"^   [+ ] *(\d+) (..) ([0-9a-f]{16}) (\w) +(\d+) +(\d+) +(\d+) +(\d+) (\S+:\d+)$")
 
@@ -50,6 +52,23 @@ def place(source, text):
     numbers = [number for number, line in enumerate(lines, start=1) if text in line]
     assert len(numbers) == 1, f"{text} is in {len(numbers)} lines of {source}"
     return f"{source.name}:{numbers[0]}"
+
+
+def without_amounts(report):
+    """The rows of sites without bytes and shares, which depend on a library's version."""
+    amount = re.compile(r"[+-]?[\d,.]+ [KMG]?i?B|<?\d+%")
+    rows = (" ".join(amount.sub("*", line).split()) for line in report.splitlines())
+    return [row for row in rows if row.startswith("*")]
+
+
+def adapter_place(library, call):
+    """The location that an adapter passes for a call, such as malloc."""
+    header = SOURCES.parent / "include" / "qkmem" / "adapters" / f"{library}.h"
+    lines = header.read_text(encoding="utf-8").splitlines()
+    functions = enumerate(lines)  # goes on where it was left
+    next(line for _, line in functions if f"qk_mem_{library}_{call}(" in line)
+    number = next(number for number, line in functions if "__LINE__" in line) + 1
+    return f"{header.name}:{number}"
 
 
 def main(case):

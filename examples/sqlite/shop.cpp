@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "examples/sqlite/allocator.h"
+#include "qkmem/adapters/sqlite.h"
 #include "qkmem/profile.h"
 
 namespace {
@@ -66,7 +66,7 @@ void answer_customers(sqlite3* database) {
 
 int main(int argc, char** argv) {
   forgets_statements = argc < 2 || std::strcmp(argv[1], "fixed") != 0;
-  check(put_sqlite_on_a_handle());
+  check(qk_mem_adapt_sqlite(qk_mem_new_handle("MULTITHREADED", "SQ")));
   sqlite3* const database = open_database();
   load_catalogue(database);
   answer_customers(database);
