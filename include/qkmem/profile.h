@@ -107,6 +107,8 @@ extern "C" {
  * Memory that was allocated before is reported in one line. The profile takes nothing from the
  * program's heap, except that STACKS loads an unwinder once, and that functions get their names
  * when a report is written. Starts the library up. Any thread.
+ *
+ *   qk_mem_profile_config("STACKS=8 PEAK REPORT=memory.txt");
  */
 int qk_mem_profile_config(const char* options);
 
@@ -127,10 +129,14 @@ void qk_mem_profile_tick(void);
  * Each label costs some 70 bytes for the life of the process, so a label should say what is done,
  * not for which of a million customers. Starts the library up, so that QK_MEM_PROFILE is known.
  * While the profile is off, labels are not kept. Any thread.
+ *
+ *   qk_mem_push_site("reading the request");
+ *   parse("request.txt");
+ *   qk_mem_pop_site();
  */
 void qk_mem_push_site(const char* label);
 
-/** Ends the calling thread's innermost label. Does nothing if it has none. */
+/** Ends the calling thread's innermost label. Does nothing if it has none. Any thread. */
 void qk_mem_pop_site(void);
 
 /**
@@ -151,6 +157,7 @@ int qk_mem_snapshot(const char* name);
 /**
  * Forgets a snapshot. Its memory serves later ones.
  *
+ * @param name  the name that it was taken under.
  * @return 0, or a code, which is also the thread's error code: 5014 for null, 5002 if there is no
  *         snapshot of that name.
  *
@@ -186,6 +193,10 @@ int qk_mem_drop_snapshot(const char* name);
  * is negative, as it is with its -base. SORT=BLOCKS and MADE sort growth too, all else means BYTES.
  *
  * Starts the library up. Any thread; not in a signal handler.
+ *
+ *   qk_mem_snapshot("warm");
+ *   parse("request.txt");
+ *   qk_mem_profile_report(stderr, "SINCE=warm TOP=5");
  */
 int qk_mem_profile_report(FILE* stream, const char* options);
 
@@ -210,6 +221,8 @@ int qk_mem_profile_report(FILE* stream, const char* options);
  * blocks. Only the calling thread waits for it; others are stopped for the moment of copying, if the
  * system allows that, which can end their system calls with EINTR. With a sanitizer there is no
  * search. Starts the library up. Any thread; not in a signal handler.
+ *
+ *   if (qk_mem_lost(stderr) != 0) fprintf(stderr, "no search: %d\n", qk_mem_error());
  */
 int qk_mem_lost(FILE* stream);
 

@@ -17,16 +17,16 @@
  *     configure the library through the environment, or by the calls that need none.
  *
  * (2) Location. `file` and `line` are the caller's location in the source. The macros at the end of
- *     this header pass `__FILE__` and `__LINE__`. The library keeps the pointer `file` and doesn't
- *     copy the string, which must live as long as the program, as string literals do. Null is shown
- *     as "(null)". Log and reports show `file` without its directories. A record keeps the low 16
- *     bits of `line`: a report shows line 70000 as 4464.
+ *     qkmem.h pass `__FILE__` and `__LINE__`. The library keeps the pointer `file` and doesn't copy
+ *     the string, which must live as long as the program, as string literals do. Null is shown as
+ *     "(null)". Log and reports show `file` without its directories. A record keeps the low 16 bits
+ *     of `line`: a report shows line 70000 as 4464.
  *
  * (3) Handles. `hid` is the number of a handle: 1 or greater. A number without a handle fails with
  *     code 5566, and nothing is allocated or freed. Handles created without BLOCKMGMT are called
  *     ordinary. They allocate with malloc().
  *
- * (4) Sizes are in bytes.
+ * (4) Sizes. They are in bytes.
  *
  * (5) Errors. Nothing throws. A function that fails stores a code for the calling thread, which
  *     qk_mem_error() returns. The code is a QK_MEM_ERROR_ constant, or 5000 plus an errno value:
@@ -60,7 +60,7 @@
  *     10044 after the first call, and a first handle with number 1 instead of 3.
  *
  * (9) Log. Warnings, errors and trace lines are written to the log if the switches of the routine
- *     ask for them; "warns" below means that. A longer line is cut to 1023 characters. A log file
+ *     ask for them; "warns" means that. A longer line is cut to 1023 characters. A log file
  *     is buffered unless FLUSH is set: a program that crashes or is killed loses the last lines.
  *     LOG=STDERR loses none. A log file is emptied when it is opened, unless another copy of the
  *     library in the same process has it open. If another process has it open, such as a program
@@ -210,6 +210,11 @@ int qk_mem_error(void);
  *         at an earlier creation, or the system allocator's code.
  *
  * The caller owns the handle until qk_mem_idel_handle().
+ *
+ *   int people = qk_mem_new_handle("MULTITHREADED", "PE");
+ *   char* name = qk_mem_strdup(people, "Ada");
+ *   if (name != NULL) puts(name);
+ *   qk_mem_del_handle(people);  // frees the name, too
  */
 int qk_mem_inew_handle(const char* options, const char* tag, const char* file, int line);
 
@@ -240,6 +245,10 @@ int qk_mem_idel_handle(int hid, const char* file, int line);
  * handle, empty, and it remains charged for them. Destructors can release what they own, as in a
  * deletion.
  *
+ *   int words = qk_mem_new_handle("BLOCKMGMT", NULL);
+ *   qk_mem_strdup(words, "first");
+ *   qk_mem_clear_handle(words);  // the word is gone, and its block serves the next ones
+ *
  * @return 0, or 5566 for a number without a handle and for an ordinary handle.
  *
  * Threads: no other thread allocates on the handle meanwhile. Takes time proportional to the
@@ -268,21 +277,27 @@ size_t qk_mem_isize(int hid, const char* file, int line);
  * Returns 1 if a handle has a record of an address, else 0.
  *
  * The data handle records nothing while nothing is configured. A block-managed handle records its
- * pieces only with BLOCKFREE, or if it was created under DEBUG. For null, and for a number without
- * a handle (code 5566), the result is 0.
+ * pieces only with BLOCKFREE, or if it was created under DEBUG.
+ *
+ * @param ptr  an address. It isn't read; only the first byte of memory has a record.
+ * @return 1 or 0; 0 also for null, and for a number without a handle (code 5566).
  */
 int qk_mem_is_recorded(int hid, const void* ptr, const char* file, int line);
 
 /**
- * Returns 1 if memory of a handle can be freed piece by piece. Returns 0 for a block-managed handle
- * without BLOCKFREE, and for a number without a handle (code 5566).
+ * Returns 1 if memory of a handle can be freed piece by piece, else 0.
+ *
+ * @return 1 or 0; 0 for a block-managed handle without BLOCKFREE, and for a number without a handle
+ *         (code 5566).
  */
 int qk_mem_frees_singly(int hid, const char* file, int line);
 
 /**
  * Returns the generation of a handle: a number above 0 that no other handle of the process has had,
  * as long as fewer than 2^32 are created. With it qk_mem_is_current() can tell a handle from a
- * later one with the same number. 0, without a code, for a number without a handle.
+ * later one with the same number.
+ *
+ * @return the generation; 0, without a code, for a number without a handle.
  */
 uint32_t qk_mem_generation(int hid);
 
@@ -298,13 +313,13 @@ enum {
 
 /**
  * Returns 1 if a number still belongs to the handle of a generation. For code that keeps a handle's
- * number and can outlive the handle: the classes of qkmem.hpp ask before each call. Otherwise
- * stores code 5566, writes an error line like one of the call that was meant, under its switches,
- * and returns 0; the call must not be made then.
+ * number and can outlive the handle: the classes of qkmem.hpp ask before each call.
  *
  * @param generation  as qk_mem_generation() returned it. 0 is not checked: the result is 1.
  * @param call        the call that was meant, a QK_MEM_CALL_ constant. Other numbers act as
  *                    QK_MEM_CALL_DEL_HANDLE.
+ * @return 1. Otherwise 0 with code 5566, and an error line like one of the call that was meant,
+ *         under its switches; the call must not be made then.
  *
  * Threads: the answer holds as long as no other thread deletes the handle.
  */
@@ -312,13 +327,14 @@ int qk_mem_is_current(int hid, uint32_t generation, int call, const char* file, 
 
 /**
  * Returns 1 if an object, or array, that was registered on a handle is still its owner's to
- * destroy, else 0. For owners that destroy objects themselves, as qk::unique does. An owner that is on the
- * same handle can be destroyed by the handle's deletion, or clear, after what it owns. Then the
- * first call for an object returns 0; by a second one the address can be that of another object.
- * If the handle is gone, qk_mem_is_current() for QK_MEM_CALL_DEREGISTER describes the result.
+ * destroy, else 0. For owners that destroy objects themselves, as qk::unique does. An owner that is
+ * on the same handle can be destroyed by the handle's deletion, or clear, after what it owns.
  *
  * @param generation  as in qk_mem_is_current().
  * @param object      the object or a base of it. It isn't read.
+ * @return 1 or 0. The first call for an object that the handle has destroyed returns 0; by a second
+ *         one the address can be that of another object. If the handle is gone, as
+ *         qk_mem_is_current() for QK_MEM_CALL_DEREGISTER.
  */
 int qk_mem_may_destroy(int hid, uint32_t generation, const void* object, const char* file,
                        int line);
@@ -351,14 +367,26 @@ void qk_mem_tell_forgotten(int hid, const char* file, int line);
  *         code 5566 for a bad `hid`, or with the system allocator's code. If there is memory for
  *         the request but none for its record, the memory is returned without a record, an error
  *         line is logged, and the code is set.
+ *
+ *   int* years = qk_mem_malloc(pool, 3 * sizeof *years);
+ *   if (years == NULL) return;  // qk_mem_error() has the code
+ *   years[0] = 1815;
+ *   qk_mem_free(pool, years);
  */
 void* qk_mem_imalloc(int hid, size_t size, int align, const char* file, int line)
     QK_MEM_BYTES_IN(2);
 
 /**
  * Allocates zeroed memory for `num` elements of `size` bytes on a handle. The record shows both
- * numbers. 0 for either is warned about. A product that overflows fails with 5012. Otherwise as
- * qk_mem_imalloc().
+ * numbers.
+ *
+ * @param num        number of elements. 0 is warned about.
+ * @param size       bytes of an element. 0 is warned about.
+ * @param alignment  as in qk_mem_imalloc().
+ * @return memory as from qk_mem_imalloc(). A product that overflows fails with 5012.
+ *
+ *   int* counts = qk_mem_calloc(pool, 12, sizeof *counts);  // all of them 0
+ *   qk_mem_free(pool, counts);
  */
 void* qk_mem_icalloc(int hid, size_t num, size_t size, int alignment, const char* file, int line)
     QK_MEM_BYTES_IN(2, 3);
@@ -381,16 +409,26 @@ void* qk_mem_icalloc(int hid, size_t num, size_t size, int alignment, const char
  * @return memory as from qk_mem_imalloc(), or null. After a null for a `size` other than 0, `ptr`
  *         is still valid and recorded as before. A block-managed handle returns null WITHOUT a code
  *         for memory that it has no record of, and for any `ptr` but null without BLOCKFREE.
+ *
+ *   char* longer = qk_mem_realloc(pool, text, 200);
+ *   if (longer != NULL) text = longer;  // otherwise `text` is as it was
  */
 void* qk_mem_irealloc(int hid, void* ptr, size_t size, int alignment, const char* file, int line)
     QK_MEM_BYTES_IN(3);
 
 /**
  * Resizes an array of `old_num` elements to `num` elements of `size` bytes, and zeroes the elements
- * that were added. For a null `ptr` pass 0 as `old_num`. A product that overflows fails with 5012.
- * Otherwise as qk_mem_irealloc(), under whose name it writes its log lines and whose record it
- * makes: one element of num * size bytes. On a BLOCKFREE handle the old elements aren't copied when
- * the array moves.
+ * that were added. Otherwise as qk_mem_irealloc(), under whose name it writes its log lines and
+ * whose record it makes: one element of num * size bytes. On a BLOCKFREE handle the old elements
+ * aren't copied when the array moves.
+ *
+ * @param hid        handle that `ptr` was allocated on.
+ * @param ptr        the array; null for a new one.
+ * @param num        number of elements that it gets.
+ * @param size       bytes of an element, the same as before.
+ * @param old_num    number of elements that it has; 0 for a null `ptr`.
+ * @param alignment  as in qk_mem_imalloc().
+ * @return memory as from qk_mem_irealloc(). A product that overflows fails with 5012.
  */
 void* qk_mem_irecalloc(int hid, void* ptr, size_t num, size_t size, size_t old_num, int alignment,
                        const char* file, int line) QK_MEM_BYTES_IN(3, 4);
@@ -400,7 +438,10 @@ void* qk_mem_irecalloc(int hid, void* ptr, size_t num, size_t size, size_t old_n
  * aligned.
  *
  * @param str  null is warned about; the result is null, without a code.
- * @return the copy, as from qk_mem_imalloc().
+ * @return the copy, as from qk_mem_imalloc(). It is the caller's, to be freed by qk_mem_ifree().
+ *
+ *   char* name = qk_mem_strdup(pool, "Ada");
+ *   qk_mem_free(pool, name);
  */
 char* qk_mem_istrdup(int hid, const char* str, const char* file, int line);
 
@@ -414,6 +455,9 @@ char* qk_mem_istrdup(int hid, const char* str, const char* file, int line);
  *
  * On a block-managed handle registered memory is freed and unknown memory is left alone. A piece is
  * released only with BLOCKFREE; otherwise the call has no effect on it.
+ *
+ * @param hid  handle that the memory was allocated on.
+ * @param ptr  memory of that handle, or null.
  */
 void qk_mem_ifree(int hid, void* ptr, const char* file, int line);
 
@@ -436,14 +480,21 @@ void qk_mem_ifree(int hid, void* ptr, const char* file, int line);
  * The first element is aligned to 16 bytes. A header of 16 bytes precedes it: the record has the
  * address and the bytes of the header with all elements, so free the array with qk_mem_iarrfree().
  * Threads: one thread at a time uses an array.
+ *
+ *   void* numbers = NULL;
+ *   int64_t last = qk_mem_marralloc(pool, &numbers, sizeof(int), 16);
+ *   if (last >= 0) ((int*)numbers)[last] = 7;
+ *   qk_mem_arrfree(pool, &numbers);
  */
 int64_t qk_mem_imarralloc(int hid, void** address, size_t element_size, size_t block_factor,
                           const char* file, int line);
 
 /**
  * Frees a growable array as qk_mem_ifree() does, and sets the caller's pointer to null, also if
- * `hid` is bad and nothing is freed. If the pointer is already null, nothing happens. A null
- * `address` is warned about and stores code 5014.
+ * `hid` is bad and nothing is freed. If the pointer is already null, nothing happens.
+ *
+ * @param hid      handle of the array.
+ * @param address  address of the caller's pointer. Null is warned about and stores code 5014.
  */
 void qk_mem_iarrfree(int hid, void** address, const char* file, int line);
 
@@ -474,6 +525,11 @@ enum {
  * Nothing is registered, and the caller keeps the ownership, for null, for a bad `hid` (code 5566),
  * if there is no memory for the record (5012), and on the data handle when it doesn't record.
  * qk_mem_is_recorded() shows it.
+ *
+ *   void* picture = malloc(4000);
+ *   qk_mem_register(pool, QK_MEM_EXTERNAL, picture, 4000);
+ *   qk_mem_deregister(pool, QK_MEM_EXTERNAL, picture);  // without it, the handle would free it
+ *   free(picture);
  */
 void qk_mem_iregister(int hid, int type, void* ptr, const void* unused, size_t size,
                       const char* file, int line);
@@ -482,8 +538,9 @@ void qk_mem_iregister(int hid, int type, void* ptr, const void* unused, size_t s
  * Removes registered memory, or an object, from the accounting. The memory or object then belongs
  * to the caller. The tracker that it was registered with is deleted, without the object.
  *
- * @param ptr  as in qk_mem_iregister(). The tracker can be another one with the same address, which
- *             the caller keeps.
+ * @param type  as in the registration.
+ * @param ptr   as in qk_mem_iregister(). The tracker can be another one with the same address,
+ *              which the caller keeps.
  *
  * Warned about: null, an address without a record, one that was registered as another type, and a
  * tracker of another C++ type. The record is removed all the same if there is one. The code is set
@@ -499,26 +556,37 @@ void qk_mem_ideregister(int hid, int type, void* ptr, const char* file, int line
  * Records memory of a handle's own bookkeeping on the handle, as overhead of kind 'H'. The deletion
  * of the handle removes the record.
  *
- * @param kind   ignored.
- * @param entry  the switches that decide whether a failure is logged. The global switches decide
- *               about the trace line.
+ * @param handle  the handle, not null.
+ * @param ptr     the memory, which stays the caller's.
+ * @param size    its bytes.
+ * @param kind    ignored.
+ * @param entry   the switches that decide whether a failure is logged. The global switches decide
+ *                about the trace line.
  */
 void qk_mem_handle_memory(struct qk_mem_handle* handle, void* ptr, size_t size, unsigned char kind,
                           const char* file, int line, struct qk_mem_debug* entry);
 
 /**
  * Moves the record of the array of handles, on handle 1, from an array that was replaced to its
- * replacement, and releases the old array. Either can be null. Without handle 1 it only releases.
- * The caller holds the registry's lock.
+ * replacement, and releases the old array. Without handle 1 it only releases. The caller holds the
+ * registry's lock.
+ *
+ * @param old_array  the array that was replaced; null if there was none.
+ * @param new_array  its replacement; null if there is none.
+ * @param debug      the switches that decide about log lines.
  */
 void qk_mem_handle_array(struct qk_mem_handle** old_array, struct qk_mem_handle** new_array,
                          const char* file, int line, struct qk_mem_debug* debug);
 
 #ifdef __cplusplus
 /**
- * Accounts for the memory of a tracker: kind 'W' or 'J' records it, 'E' or 'K' removes the record.
- * Other kinds do nothing. For a removal the tracker can be deleted already. The global switches
- * decide about the trace line, which shows every removal as 'E'.
+ * Accounts for the memory of a tracker.
+ *
+ * @param handle   the handle that the tracker's object is registered on, not null.
+ * @param tracker  the tracker. For a removal it can be deleted already.
+ * @param kind     'W' or 'J' records it, 'E' or 'K' removes the record. Others do nothing.
+ * @param entry    the switches that decide whether a failure is logged. The global switches decide
+ *                 about the trace line, which shows every removal as 'E'.
  */
 void qk_mem_tracker(struct qk_mem_handle* handle, qk::MemTracker* tracker, unsigned char kind,
                     const char* file, int line, struct qk_mem_debug* entry);
@@ -562,6 +630,8 @@ void qk_mem_tracker(struct qk_mem_handle* handle, qk::MemTracker* tracker, unsig
  * array of records, rows of the trace file, configuration. They don't wait while the report itself
  * waits for the stream: a thread can call the library while it holds the stream's lock, unless the
  * stream is the log, see (9).
+ *
+ *   qk_mem_dump(stderr, "TAG=PE", QK_MEM_DUMP_HANDLES | QK_MEM_DUMP_POINTERS);
  */
 void qk_mem_dump(FILE* fp, const char* filter, unsigned int opts);
 
@@ -573,28 +643,45 @@ void qk_mem_dump(FILE* fp, const char* filter, unsigned int opts);
  *                them get a new baseline. The heap always does.
  * @return 0; also for an invalid filter, which changes nothing and stores the code. -1 without a
  *         code if no switch of qk_mem_debug_config() is on.
+ *
+ *   qk_mem_baseline("");
+ *   parse("request.txt");
+ *   qk_mem_dump(stderr, "", QK_MEM_DUMP_GROWTH | QK_MEM_DUMP_POINTERS | QK_MEM_DUMP_TERSE);
  */
 int qk_mem_baseline(const char* filter);
 
 /**
  * Answers one question about memory. Works without any configuration.
  *
- * @param query   a keyword; of several the first in this list. Null and "" give 0.
- *                Of the heap, without a filter: INITIAL_HEAP BASELINE_HEAP CURRENT_HEAP
- *                HEAP_CHG_SINCE_BASELINE HEAP_CHG_SINCE_INITIAL HEAP_PCT_SINCE_BASELINE
- *                HEAP_PCT_SINCE_INITIAL (both 0 if the earlier figure is 0)
- *                UNTRACKED (growth of the heap since start-up, less what handles account for).
- *                Of the selected handles: CURRENT_ALLOC CURRENT_PTRS BASELINE_ALLOC BASELINE_PTRS
- *                CHG_SINCE_BASELINE (signed) PCT_SINCE_BASELINE (unsigned: a decrease gives a huge
- *                number; 0 if the handles hold nothing now or held nothing at the baseline).
- *                ALLOC, CHG and heaps are bytes, PCT is per cent. PTRS is the number of records, 1
- *                too low for each object or array that was deregistered; it wraps below 0.
+ * @param query   a keyword; of several the first in this list. Null and "" give 0. The first eight
+ *                are about the heap, and have no filter. Heaps, ALLOC and CHG are bytes, PCT is per
+ *                cent.
+ *                INITIAL_HEAP             the heap at start-up
+ *                BASELINE_HEAP            the heap at the last baseline
+ *                CURRENT_HEAP             the heap now
+ *                HEAP_CHG_SINCE_BASELINE  its growth since the last baseline, signed
+ *                HEAP_CHG_SINCE_INITIAL   its growth since start-up, signed
+ *                HEAP_PCT_SINCE_BASELINE  the same in per cent; 0 if the baseline is 0
+ *                HEAP_PCT_SINCE_INITIAL   the same in per cent; 0 if it was 0 at start-up
+ *                UNTRACKED                its growth since start-up, less what handles account for
+ *                CURRENT_ALLOC            what the selected handles hold
+ *                CURRENT_PTRS             the number of their records, 1 too low for each object or
+ *                                         array that was deregistered; it wraps below 0
+ *                BASELINE_ALLOC           what they held at their baseline
+ *                BASELINE_PTRS            the number of records that they had at their baseline
+ *                CHG_SINCE_BASELINE       growth of what they hold, signed
+ *                PCT_SINCE_BASELINE       the same in per cent, unsigned: a decrease gives a huge
+ *                                         number; 0 if they hold nothing now, or held nothing at
+ *                                         the baseline
  * @param filter  as in qk_mem_dump(). "" and null select all handles.
  * @param answer  receives the answer; can be null. Unchanged on failure.
  * @return 0; or -1 with code 11102 or 11103 for an invalid query or filter, 11112 for a query about
  *         the heap together with a filter.
  *
  * Other threads wait as during qk_mem_dump().
+ *
+ *   long bytes = 0;
+ *   if (qk_mem_info("CURRENT_ALLOC", "TAG=PE", &bytes) == 0) printf("%ld bytes\n", bytes);
  */
 int qk_mem_info(const char* query, const char* filter, long* answer);
 
@@ -644,7 +731,7 @@ int qk_mem_debug_on(void);
  * @param status   filled on failure, otherwise cleared. Null: the call returns 10047.
  * @return 0, or the code in `status`:
  *         10037            more than 256 characters; nothing changes
- *         10041 to 10044   see the error codes above; nothing changes
+ *         10041 to 10044   an option string with a mistake; nothing changes
  *         10040, 10048     an unknown routine, or a misplaced "not"; the log, the switches before
  *                          the bad list (in the order above) and the routines before the bad word
  *                          are set, everything else is off
@@ -663,6 +750,9 @@ int qk_mem_debug_on(void);
  * Doesn't start the library up, see (8), so that a program can configure before its first
  * allocation and the standing handles are created under that configuration. The first call applies
  * QK_MEM_DEBUG and QK_MEM_DUMP before its own options.
+ *
+ *   qk::Status status;
+ *   if (qk_mem_debug_config("SUMMARY LOG=memory.log", &status) != 0) puts(status.arg1);
  */
 int qk_mem_debug_config(const char* options, qk::Status* status);
 
@@ -691,7 +781,7 @@ int qk_mem_debug_settings(char* text, qk::Status* status);
  *                 SUMMARY,HANDLES,BLOCKS,POINTERS.
  * @param status   filled on failure, otherwise cleared. Null: the call returns 10047.
  * @return 0, or the code in `status`, and nothing changes: 10036 for null options, 10037 for more
- *         than 256 characters, 10041 to 10044, see the error codes above.
+ *         than 256 characters, 10041 to 10044 for a mistake in them.
  *
  * Doesn't start the library up. QK_MEM_DUMP replaces what was set before the start-up.
  */
@@ -709,8 +799,8 @@ int qk_mem_dump_config(const char* options, qk::Status* status);
  *                 sets HEAPSIZE off first.
  * @param status   filled on failure, NOT cleared on success. Null: the call returns 10047.
  * @return the code in `status`, even one from before the call: clear it first. 10037 for more than
- *         256 characters, 10041 to 10044, see the error codes above. A trace file that can't be
- *         opened is reported on standard output and isn't a failure; FLUSH is then ignored.
+ *         256 characters, 10041 to 10044 for a mistake in them. A trace file that can't be opened
+ *         is reported on standard output and isn't a failure; FLUSH is then ignored.
  */
 int qk_mem_options(const char* options, qk::Status* status);
 

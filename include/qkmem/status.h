@@ -44,10 +44,18 @@ class Status : public std::exception {
 
 extern "C" {
 
-/** Calls `status->clear()`. Does nothing for null. */
+/**
+ * Clears a status: its code, details and texts. num1 and num2 keep their values.
+ *
+ * @param status  the caller's; nothing is done for null. One thread at a time uses it.
+ */
 void QK_CLEAR_STATUS(qk::Status* status);
 
-/** Calls `status->init()`. Does nothing for null. */
+/**
+ * Resets a status to a success: all numbers are 0 and all texts are empty.
+ *
+ * @param status  the caller's; nothing is done for null. One thread at a time uses it.
+ */
 void QK_INIT_STATUS(qk::Status* status);
 
 }  // extern "C"
