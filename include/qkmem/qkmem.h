@@ -51,9 +51,9 @@
  *     qk_heapsize(), qk_mem_debug_config(), qk_mem_debug_settings(), qk_mem_dump_config(), their
  *     forms for C, and the functions under "Bookkeeping". A start-up that fails is not repeated.
  *     The environment is ignored in a process with raised privileges (secure_getenv()). Each
- *     variable is cut to 256 characters. A mistake in QK_MEM_DEBUG or QK_MEM_DUMP doesn't fail the
- *     start-up. It is logged if QK_MEM_DEBUG has opened a log. An unknown keyword in QK_MEM_DEBUG
- *     leaves everything off and opens no log, so nothing shows it.
+ *     variable but QK_MEM_PROFILE is cut to 256 characters. A mistake in QK_MEM_DEBUG or
+ *     QK_MEM_DUMP doesn't fail the start-up. It is logged if QK_MEM_DEBUG has opened a log. An
+ *     unknown keyword in QK_MEM_DEBUG leaves everything off and opens no log, so nothing shows it.
  *     A mistake in QK_MEM_OPTIONS ends the start-up, and no line shows it. There are then no
  *     standing handles (the program's first two handles get their numbers), no report at the end,
  *     no AUTOFREE, and no handlers for signals. The signs are qk_mem_error(), 10041 to

@@ -126,8 +126,8 @@ def write_guide(manual, markdown):
     for title, text in conventions:
         page.entry(roff.bold(title), told(manual, text))
     page.section("Errors")
-    page.paragraph(told(manual, "The codes that qk_mem_error() returns, and 5000 plus the numbers of "
-                                "the system."))
+    page.paragraph(told(manual, "The codes that qk_mem_error() returns, besides 5000 plus an errno "
+                                "value."))
     for code in manual.codes:
         page.entry(manual.codes.term(code), roff.escaped(manual.codes.meaning(code)))
     page.section("See also")

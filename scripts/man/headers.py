@@ -142,7 +142,8 @@ def docstring_of(comment):
             doc.result += texts_of(dedented(lines))
         else:
             names, _, first = lines[0].partition(" ")
-            doc.parameters.append((names.split(","), texts_of(dedented([first.strip()] + lines[1:]))))
+            texts = texts_of(dedented([first.strip()] + lines[1:]))
+            doc.parameters.append((names.split(","), texts))
     return doc
 
 
@@ -198,6 +199,7 @@ def read_header(path):
     section = path.name
     doc = None
     conditions = []
+    is_cpp = False  # from an extern "C" on that no C compiler would take
     macros = {}
     for number, piece in enumerate(pieces_of(path.read_text(encoding="utf-8"))):
         if number == 0 and piece.startswith("/**"):
@@ -206,6 +208,8 @@ def read_header(path):
             doc = piece
         elif piece.startswith(("/*", "//")):
             section = SECTION.fullmatch(piece)[1] if SECTION.fullmatch(piece) else section
+        elif piece.startswith("extern \"C\""):
+            is_cpp = not any(conditions)
         elif piece.startswith("#"):
             words = piece.split()
             if words[0] in ("#if", "#ifdef", "#ifndef"):
@@ -227,18 +231,13 @@ def read_header(path):
             text = docstring_of(doc) if doc else header.calls[-1].doc
             header.calls.append(Call(
                 header.name, section, found["result"].strip(), found["name"],
-                parameters_of(found["parameters"]), text, any(conditions) or is_cpp_only(path)))
+                parameters_of(found["parameters"]), text, any(conditions) or is_cpp))
             doc = None
         else:
             doc = None
     for call in header.calls:
         call.macro, call.macro_parameters = macros.get(call.name, ("", []))
     return header
-
-
-def is_cpp_only(path):
-    """status.h has no #ifdef: it is for C++ as a whole."""
-    return "#ifdef __cplusplus" not in path.read_text(encoding="utf-8")
 
 
 def read_headers(root):

@@ -70,7 +70,8 @@ def wrong_pages(root, compiler, folder):
         for section in SECTIONS:
             if text is not None and f'.SH "{section}"' not in text:
                 yield f"the page of {name} has no {section}"
-        if text is not None and not re.search(rf'^\.SH "NAME"\n[^.]*\b{name}\b', text, re.MULTILINE):
+        heading = rf'^\.SH "NAME"\n[^.]*\b{name}\b'
+        if text is not None and not re.search(heading, text, re.MULTILINE):
             yield f"the page of {name} doesn't name it"
     for path in sorted(pages):
         if path.parent.name == "man3" and path.stem not in names:
