@@ -47,6 +47,7 @@ set(library_sources
   support/tolerant_reading.cpp
   support/unwinder.cpp
   support/utf8.cpp
+  support/version.cpp
 
   symbols/build_id.cpp
   symbols/debug_info.cpp

@@ -49,7 +49,8 @@
  *     standing handles, and registers the handlers for exit and signals. A call from another
  *     thread waits meanwhile. These functions don't start it up: qk_mem_error(), qk_mem_tag_size(),
  *     qk_heapsize(), qk_mem_debug_config(), qk_mem_debug_settings(), qk_mem_dump_config(), their
- *     forms for C, and the functions under "Bookkeeping". A start-up that fails is not repeated.
+ *     forms for C, qk_mem_version(), and the functions under "Bookkeeping". A start-up that fails is
+ *     not repeated.
  *     The environment is ignored in a process with raised privileges (secure_getenv()). Each
  *     variable but QK_MEM_PROFILE is cut to 256 characters. A mistake in QK_MEM_DEBUG or
  *     QK_MEM_DUMP doesn't fail the start-up. It is logged if QK_MEM_DEBUG has opened a log. An
@@ -90,6 +91,8 @@
 
 #include "qkmem/status.h"
 #endif
+
+#include "qkmem/version.h"
 
 #pragma GCC visibility push(default)
 

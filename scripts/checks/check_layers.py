@@ -12,6 +12,7 @@ import re
 import sys
 
 STATUS = "qkmem/status.h"
+VERSION = "qkmem/version.h"
 C_HEADER = "qkmem/qkmem.h"
 PROFILE_HEADER = "qkmem/profile.h"
 NO_GROWTH = "qkmem/no_growth.hpp"
@@ -21,7 +22,7 @@ HANDLE = "qkmem/handle.hpp"
 
 # What the files of a folder may include, besides files of the same folder. Includes folders that
 # don't exist yet, for planned features.
-SUPPORT = [STATUS]
+SUPPORT = [STATUS, VERSION]
 FORMATS = SUPPORT + ["src/support"]
 CORE = FORMATS + ["src/formats", C_HEADER]
 DIAG = CORE + ["src/core"]
@@ -36,7 +37,8 @@ LIFE = ENTRY + ["src/alloc", "src/handle", "src/config", "src/report"]
 
 ALLOWED = {
     "include/qkmem/status.h": [],
-    "include/qkmem/qkmem.h": [STATUS],
+    "include/qkmem/version.h": [],
+    "include/qkmem/qkmem.h": [STATUS, VERSION],
     "include/qkmem/profile.h": [],
     "include/qkmem/adapters/adapter.h": [],
     "include/qkmem/adapters/libxml2.h": [ADAPTER, C_HEADER],

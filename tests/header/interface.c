@@ -83,11 +83,16 @@ static void query(void) {
   qk_mem_dump(NULL, "", QK_MEM_DUMP_SUMMARY);
 }
 
+static void compare_versions(void) {
+  expect(strcmp(qk_mem_version(), QK_MEM_VERSION) == 0, "the library has the headers' version");
+}
+
 int main(void) {
   allocate();
   tell_sizes_to_the_compiler();
   allocate_in_blocks();
   register_memory();
   query();
+  compare_versions();
   return failures;
 }
