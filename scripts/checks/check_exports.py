@@ -4,7 +4,7 @@
 usage: check_exports.py LIBRARY NM COMPILER ROOT
 
 The interface is the functions with C linkage that the public headers for C declare,
-and the members and tables of the classes of namespace qk.
+and the members and tables of the classes of namespace qk. Each has a version, such as QKMEM_1.
 """
 
 import pathlib
@@ -31,24 +31,31 @@ def declared_functions(compiler, root):
 
 
 def exported_symbols(library, nm):
-    """Unmangled names without the rest of the signature."""
+    """Unmangled names without the rest of the signature, each with its version."""
     lines = output_of(nm, "-D", "-C", "--defined-only", library).splitlines()
-    return {line.split(maxsplit=2)[2] for line in lines if line}
+    symbols = [line.split(maxsplit=2)[1:] for line in lines if line]
+    # An absolute symbol stands for the version itself.
+    return dict(name.rsplit("@@", 1) if "@@" in name else (name, "")
+                for kind, name in symbols if kind != "A")
 
 
 def main():
     library, nm, compiler, root = sys.argv[1:]
     declared = declared_functions(compiler, root)
     exported = exported_symbols(library, nm)
-    missing = sorted(declared - exported)
-    surplus = sorted(name for name in exported - declared if not CLASS_MEMBER.match(name))
+    missing = sorted(declared - exported.keys())
+    surplus = sorted(name for name in exported.keys() - declared if not CLASS_MEMBER.match(name))
+    unversioned = sorted(name for name, version in exported.items()
+                         if not version.startswith("QKMEM_"))
     for name in missing:
         print(f"not exported: {name}")
     for name in surplus:
         print(f"exported, but not public: {name}")
+    for name in unversioned:
+        print(f"exported without a version: {name}")
     if not declared:
         print("no function is declared in the public header")
-    return 1 if missing or surplus or not declared else 0
+    return 1 if missing or surplus or unversioned or not declared else 0
 
 
 if __name__ == "__main__":

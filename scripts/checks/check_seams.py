@@ -5,6 +5,9 @@ usage: check_seams.py ROOT
 
 The system's allocator is called only by src/support/system_memory.h. Atomic access to plain
 variables is implemented only by src/support/shared_variable.h.
+
+And that the variables which headers of src/ declare are hidden. The compiler's option for that
+doesn't reach declarations, and position-independent code takes a detour to what others could see.
 """
 
 import pathlib
@@ -17,6 +20,9 @@ SEAMS = {
         r"|\bnew \("),
     "support/shared_variable.h": re.compile(r"__atomic_\w+|\b__sync_\w+|\batomic_ref\b"),
 }
+
+VISIBILITY = re.compile(r"#pragma GCC visibility ")
+VARIABLE = re.compile(r'extern (?!")[^("]*(?:;|\[|QK_GUARDED)')
 
 STRING = re.compile(r'"(?:[^"\\\n]|\\.)*"')
 
@@ -37,6 +43,16 @@ def passes(source, text):
                 yield f"src/{source}:{number}: only {seam} may do this: {line.strip()}"
 
 
+def exposed_variables(source, text):
+    """Declarations of variables in a header that are not hidden."""
+    hidden = False
+    for number, line in enumerate(code_of(text).splitlines(), start=1):
+        if VISIBILITY.match(line):
+            hidden = "push(hidden)" in line
+        elif VARIABLE.match(line) and not hidden:
+            yield f"src/{source}:{number}: not declared hidden: {line.strip()}"
+
+
 def main():
     root = pathlib.Path(sys.argv[1]) / "src"
     found = []
@@ -47,6 +63,8 @@ def main():
         if path.suffix in (".h", ".cpp"):
             source = path.relative_to(root).as_posix()
             found += passes(source, path.read_text())
+            if path.suffix == ".h":
+                found += exposed_variables(source, path.read_text())
     print("\n".join(found) if found else "nothing goes past the seams")
     return 1 if found else 0
 

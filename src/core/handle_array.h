@@ -43,7 +43,7 @@ struct HandleSlots {
 };
 
 /** Real length of Qk_mem_handles; Qk_mem_avail_handles may be larger after a failed growth. */
-extern std::int32_t real_slots;
+[[gnu::visibility("hidden")]] extern std::int32_t real_slots;
 
 [[nodiscard]] inline HandleSlots handle_slots() {
   const std::int32_t count = qk::acquire(real_slots);
@@ -60,7 +60,7 @@ struct FastSlots {
   qk_mem_handle** slots;
   std::uint32_t count;
 };
-extern FastSlots fast_slots;
+[[gnu::visibility("hidden")]] extern FastSlots fast_slots;
 
 /** Finds a handle for the fast path. May return null for a number that find_handle() finds. */
 [[nodiscard]] inline qk_mem_handle* find_handle_fast(std::int32_t hid) {

@@ -10,6 +10,7 @@
  */
 namespace qk::mem::own {
 
+#pragma GCC visibility push(hidden)
 extern const SourceLocation kOverheadHandle;
 extern const SourceLocation kDataHandle;
 extern const SourceLocation kHandleArray;
@@ -29,6 +30,7 @@ extern const SourceLocation kDumpInvalid;
 extern const SourceLocation kDumpInvalidSections;
 extern const SourceLocation kOptionsTooLong;
 extern const SourceLocation kOptionsInvalid;
+#pragma GCC visibility pop
 
 }  // namespace qk::mem::own
 

@@ -9,6 +9,7 @@
 #include "support/shared_variable.h"
 #include "support/tls.h"
 
+#pragma GCC visibility push(hidden)
 /**
  * The state of the process: the live handles, the tags, the counters. Every variable is constant
  * initialized and never destroyed, so that static constructors and destructors of other files can
@@ -31,6 +32,7 @@ extern std::int64_t Qk_mem_init_heap;
 extern std::int64_t Qk_mem_base_heap;
 extern std::uint64_t Qk_mem_blocksize;  // bytes of a block's header
 extern std::int32_t Qk_mem_ptr_display_size;
+#pragma GCC visibility pop
 
 namespace qk::mem {
 

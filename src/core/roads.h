@@ -34,7 +34,7 @@ enum class Road : std::uint8_t {
 }
 
 /** Whether calls on the data handle go to the system's allocator and nothing else happens. */
-extern std::uint8_t data_handle_is_bypassed;
+[[gnu::visibility("hidden")]] extern std::uint8_t data_handle_is_bypassed;
 
 /** The same of a call on any handle, asked first. Never true before the start-up is over. */
 [[nodiscard]] inline bool bypasses_tracking_fast(int hid) {

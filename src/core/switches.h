@@ -6,6 +6,7 @@
 #include "core/records.h"
 #include "support/shared_variable.h"
 
+#pragma GCC visibility push(hidden)
 /** The debug switches: one record for each routine, see qk::mem::Routine. */
 extern qk_mem_debug Qk_mem_debug[20];
 extern std::int32_t Qk_mem_debug_initialized;
@@ -15,6 +16,7 @@ extern FILE* Qk_mem_db;
 
 /** The sections of the report, a sum of QK_MEM_DUMP_ constants. */
 extern std::uint32_t Qk_mem_dump_opts;
+#pragma GCC visibility pop
 
 namespace qk::mem {
 

@@ -8,7 +8,7 @@
 namespace qk::mem {
 
 /** Set when the start-up is over, even if it failed. Qk_mem_initialized is set when it begins. */
-extern std::int32_t start_up_is_over;
+[[gnu::visibility("hidden")]] extern std::int32_t start_up_is_over;
 
 [[nodiscard]] inline bool is_started() { return qk::acquire(start_up_is_over) != 0; }
 

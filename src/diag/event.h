@@ -23,6 +23,7 @@ struct EventLines {
 };
 
 namespace lines {
+#pragma GCC visibility push(hidden)
 // Records inserted.
 extern const EventLines kAllocated;        // malloc, calloc, strdup, pointer arrays, overhead
 extern const EventLines kRegistered;       // registration, blocks
@@ -34,6 +35,7 @@ extern const EventLines kReleasedInWalk;    // deletion and clear of handles
 extern const EventLines kTrackerReleased;   // trackers
 extern const EventLines kHandleArrayFreed;  // the handle array, replaced by a larger one
 extern const EventLines kHandleArrayGone;   // the handle array, when the program ends
+#pragma GCC visibility pop
 }  // namespace lines
 
 /**

@@ -6,7 +6,7 @@
 #include "core/registry.h"
 
 /** 1 if heap sizes are appended to the log lines of events. */
-extern std::uint32_t Qk_mem_opts;
+[[gnu::visibility("hidden")]] extern std::uint32_t Qk_mem_opts;
 
 extern "C" {
 

@@ -6,9 +6,9 @@
 #include <string_view>
 
 /** The log. Lines are dropped while it is null. */
-extern FILE* Qk_mem_log;
+[[gnu::visibility("hidden")]] extern FILE* Qk_mem_log;
 /** The destination chosen last: a file name, or STDERR or STDOUT as the user wrote it. */
-extern char Qk_mem_log_filename[256];
+[[gnu::visibility("hidden")]] extern char Qk_mem_log_filename[256];
 
 extern "C" {
 

@@ -30,7 +30,7 @@ struct EventCounter {
   std::uint64_t next_reading;     // the event that reads the clock, in a process with one thread
   std::uint8_t has_seen_threads;  // an event happened while there were several
 };
-extern EventCounter event_counter;
+[[gnu::visibility("hidden")]] extern EventCounter event_counter;
 
 /** Reads the clock for the coming event, in a process with one thread. */
 void read_due_clock();

@@ -39,13 +39,13 @@ struct Misuse {
 inline constexpr std::uint32_t kMostMisuses = 1024;
 
 /** All places so far, in the order of their first misuse. Readers need no lock. */
-extern qk::NumberedStore<Misuse> misuses;
+[[gnu::visibility("hidden")]] extern qk::NumberedStore<Misuse> misuses;
 
 /** Misuses at places that have no entry. */
-extern std::uint64_t other_misuses;
+[[gnu::visibility("hidden")]] extern std::uint64_t other_misuses;
 
 /** Frees of null, which do nothing. */
-extern std::uint64_t null_frees;
+[[gnu::visibility("hidden")]] extern std::uint64_t null_frees;
 
 /**
  * There was no memory for records. From now on an address without one is no misuse: it can be a

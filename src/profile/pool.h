@@ -60,6 +60,7 @@ struct PoolsOfNumber {
   std::uint32_t newest;  // the others follow by Pool::same_number
 };
 
+#pragma GCC visibility push(hidden)
 extern qk::NumberedStore<Pool> pools;
 extern qk::NumberedStore<PoolsOfNumber> pools_by_number;
 extern qk::NumberedStore<TagLevel> tag_levels;
@@ -67,6 +68,7 @@ extern Level whole;
 
 /** The blocks of all pools that were released last. It changes under the growth lock. */
 extern history::History freed_blocks;
+#pragma GCC visibility pop
 
 /** Remembers a block that is released. The caller holds the lock of the pool's handle. */
 [[gnu::noinline]] void remember_in_new_chunk(Pool& pool, const void* address, std::uint64_t bytes,
@@ -81,7 +83,7 @@ extern history::History freed_blocks;
  * Counts the times at which the whole was largest. A site that changes notes first what it held, if
  * that was before the latest of them: so the division of the peak needs no copy of all sites.
  */
-extern std::uint64_t peak_epoch;
+[[gnu::visibility("hidden")]] extern std::uint64_t peak_epoch;
 
 /** What a handle can hold back of its bytes while there are several threads. */
 inline constexpr std::int64_t kPassedOnInSteps = 4096;
@@ -99,7 +101,7 @@ void reset_levels();
 [[nodiscard]] std::uint64_t peak_tolerance();
 
 /** Handles for which there was no memory. */
-extern std::uint32_t handles_left_out;
+[[gnu::visibility("hidden")]] extern std::uint32_t handles_left_out;
 
 /**
  * Lets the profile watch a handle from now on, unless there is no memory for its pool. No other

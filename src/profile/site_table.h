@@ -37,7 +37,7 @@ class SiteTable {
   qk::NumberedStore<Site> sites_;
 };
 
-extern SiteTable sites;
+[[gnu::visibility("hidden")]] extern SiteTable sites;
 
 }  // namespace qk::mem::profile
 

@@ -35,7 +35,7 @@ void set_stack_depth(std::uint32_t depth);
 [[nodiscard]] Stack stack_numbered(std::uint32_t number);
 
 /** All modules of the process that code of a stack was in. */
-extern qk::ModuleList modules;
+[[gnu::visibility("hidden")]] extern qk::ModuleList modules;
 
 }  // namespace qk::mem::profile
 

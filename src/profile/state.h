@@ -22,9 +22,9 @@ enum class State : std::uint8_t {
   kFrozen  // the program ends: the figures stay as they are for the report
 };
 
-extern std::uint8_t state;
-extern qk::Mtx growth_lock;
-extern qk::PageArena arena QK_GUARDED_BY(growth_lock);
+[[gnu::visibility("hidden")]] extern std::uint8_t state;
+[[gnu::visibility("hidden")]] extern qk::Mtx growth_lock;
+[[gnu::visibility("hidden")]] extern qk::PageArena arena QK_GUARDED_BY(growth_lock);
 
 /** To be called first in functions that rely on the growth lock. */
 inline void assert_growth_held() QK_ASSERTS_HELD(growth_lock) { growth_lock.assert_held(); }
@@ -43,11 +43,11 @@ inline constexpr std::uint8_t kSample = 32;     // only some allocations are boo
  * Whether new memory gets contents that are no addresses. What earlier blocks have left in memory
  * that was never written would lead a search for lost blocks astray.
  */
-extern std::uint8_t fills_new_memory;
+[[gnu::visibility("hidden")]] extern std::uint8_t fills_new_memory;
 void set_filling(bool is_wanted);
 
 /** All reasons that there are: an allocation asks one question in place of many. */
-extern std::uint8_t reasons_for_attention;
+[[gnu::visibility("hidden")]] extern std::uint8_t reasons_for_attention;
 
 [[nodiscard]] inline bool needs_attention() { return !qk::is_equal(reasons_for_attention, 0); }
 [[nodiscard]] inline bool needs_attention_for(std::uint8_t reason) {

@@ -25,7 +25,7 @@ struct KnownPath : std::atomic<std::uint64_t> {
   constexpr KnownPath() : atomic(~std::uint64_t{0}) {}
 };
 inline constexpr std::size_t kKnownPaths = 64;
-extern KnownPath known_paths[kKnownPaths];
+[[gnu::visibility("hidden")]] extern KnownPath known_paths[kKnownPaths];
 
 [[nodiscard]] inline KnownPath& known_path_at(std::uintptr_t address) noexcept {
   return known_paths[address / 8 % kKnownPaths];

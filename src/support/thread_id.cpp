@@ -5,7 +5,7 @@
 namespace {
 
 constinit std::atomic<unsigned long> last_number{0};
-constinit thread_local unsigned long own_number = 0;
+[[gnu::tls_model("initial-exec")]] constinit thread_local unsigned long own_number = 0;
 
 }  // namespace
 

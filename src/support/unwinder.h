@@ -18,7 +18,7 @@ struct Unwinder {
 };
 
 /** That of the C++ run-time, which throws use: always there, and the slowest. */
-extern const Unwinder kRuntimeUnwinder;
+[[gnu::visibility("hidden")]] extern const Unwinder kRuntimeUnwinder;
 
 /**
  * Returns the fastest one that the machine has: libunwind's, which is loaded now and stays, or else

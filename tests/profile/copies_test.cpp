@@ -45,7 +45,7 @@ TEST(CopyInAPlugIn, ReportsBesideTheOneInTheProgram) {
   EXPECT_EQ(
       "qkmem: 1 site still holds 10 B in 1 block; peak 20 B at T s (event 2)\n"
       "qkmem: 2 copies of the library are in this process; this is the report of the one in "
-      "libqkmem.so\n"
+      "libqkmem.so.1\n"
       "  bytes  blocks  share  made  handle  site\n"
       "   10 B       1   100%     1    3 PL  plugin.cpp:#\n"
       "qkmem: the profile took M of its own\n",

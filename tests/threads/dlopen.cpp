@@ -232,7 +232,7 @@ TEST_F(TwoProfiles, SayThatThereAreTwoIfOneIsTheSharedLibrary) {
                         load(QKMEM_PLUGIN);
                         load(QKMEM_SECOND_COPY);
                       }),
-            report_of(kSecond) + report_of("libqkmem.so"));
+            report_of(kSecond) + report_of("libqkmem.so.1"));
 }
 
 TEST_F(TwoProfiles, RememberACopyThatWasUnloaded) {

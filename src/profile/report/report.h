@@ -49,7 +49,7 @@ void write_requested_report(const Options& options, const GrowthQuery& growth);
  * Guards what names functions, and the number of the report. Taken before the log's lock, since a
  * report can go to the log.
  */
-extern qk::Mtx report_lock;
+[[gnu::visibility("hidden")]] extern qk::Mtx report_lock;
 
 }  // namespace qk::mem::profile
 
