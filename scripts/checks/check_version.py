@@ -1,0 +1,43 @@
+#!/usr/bin/env python3
+"""Checks that all files that name the version of qkmem agree with include/qkmem/version.h.
+
+usage: check_version.py ROOT
+
+The others are the top entry of CHANGELOG.md, and the first node of the version script, which has the
+major number in its name.
+"""
+
+import pathlib
+import re
+import sys
+
+MACRO = re.compile(r"^#define QK_MEM_VERSION_(MAJOR|MINOR|PATCH) (\d+)\b", re.MULTILINE)
+ENTRY = re.compile(r"^## (\S+)", re.MULTILINE)
+NODE = re.compile(r"^QKMEM_(\S+) \{", re.MULTILINE)
+
+
+def first(pattern, path):
+    """What the pattern's group matches in the file, or a word for its absence."""
+    found = pattern.search(path.read_text(encoding="utf-8"))
+    return found[1] if found else "nothing"
+
+
+def main():
+    root = pathlib.Path(sys.argv[1])
+    numbers = dict(MACRO.findall((root / "include/qkmem/version.h").read_text()))
+    if len(numbers) != 3:
+        print("include/qkmem/version.h doesn't define the three numbers")
+        return 1
+    version = ".".join(numbers[part] for part in ("MAJOR", "MINOR", "PATCH"))
+    found = {
+        "CHANGELOG.md": (first(ENTRY, root / "CHANGELOG.md"), version),
+        "cmake/exports.map": (first(NODE, root / "cmake/exports.map"), numbers["MAJOR"]),
+    }
+    wrong = {name: values for name, values in found.items() if values[0] != values[1]}
+    for name, (says, expected) in wrong.items():
+        print(f"{name} says {says}, and include/qkmem/version.h says {expected}")
+    return 1 if wrong else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
