@@ -3,8 +3,8 @@
 
 usage: check_version.py ROOT
 
-The others are the top entry of CHANGELOG.md, and the first node of the version script, which has the
-major number in its name.
+The others are the top entry of CHANGELOG.md, and two with the major number in their names: the
+first node of the version script, and the record of what the library offers to programs.
 """
 
 import pathlib
@@ -13,6 +13,7 @@ import sys
 
 MACRO = re.compile(r"^#define QK_MEM_VERSION_(MAJOR|MINOR|PATCH) (\d+)\b", re.MULTILINE)
 ENTRY = re.compile(r"^## (\S+)", re.MULTILINE)
+RECORD = re.compile(r"^qkmem-(\d+)\.abi$")
 NODE = re.compile(r"^QKMEM_(\S+) \{", re.MULTILINE)
 
 
@@ -32,6 +33,8 @@ def main():
     found = {
         "CHANGELOG.md": (first(ENTRY, root / "CHANGELOG.md"), version),
         "cmake/exports.map": (first(NODE, root / "cmake/exports.map"), numbers["MAJOR"]),
+        "abi/": ([record[1] for path in root.glob("abi/*") if (record := RECORD.match(path.name))],
+                 [numbers["MAJOR"]]),
     }
     wrong = {name: values for name, values in found.items() if values[0] != values[1]}
     for name, (says, expected) in wrong.items():
