@@ -3,8 +3,9 @@
 
 usage: check_version.py ROOT
 
-The others are the top entry of CHANGELOG.md, and two with the major number in their names: the
-first node of the version script, and the record of what the library offers to programs.
+The others are the top entries of CHANGELOG.md and of packaging/debian/changelog, and two with the
+major number in their names: the first node of the version script, and the record of what the
+library offers to programs.
 """
 
 import pathlib
@@ -14,6 +15,7 @@ import sys
 MACRO = re.compile(r"^#define QK_MEM_VERSION_(MAJOR|MINOR|PATCH) (\d+)\b", re.MULTILINE)
 ENTRY = re.compile(r"^## (\S+)", re.MULTILINE)
 RECORD = re.compile(r"^qkmem-(\d+)\.abi$")
+DEBIAN_ENTRY = re.compile(r"\Aqkmem \(([^)-]+)(?:-[^)]*)?\) ")
 NODE = re.compile(r"^QKMEM_(\S+) \{", re.MULTILINE)
 
 
@@ -32,6 +34,8 @@ def main():
     version = ".".join(numbers[part] for part in ("MAJOR", "MINOR", "PATCH"))
     found = {
         "CHANGELOG.md": (first(ENTRY, root / "CHANGELOG.md"), version),
+        "packaging/debian/changelog":
+            (first(DEBIAN_ENTRY, root / "packaging/debian/changelog"), version),
         "cmake/exports.map": (first(NODE, root / "cmake/exports.map"), numbers["MAJOR"]),
         "abi/": ([record[1] for path in root.glob("abi/*") if (record := RECORD.match(path.name))],
                  [numbers["MAJOR"]]),
