@@ -34,6 +34,25 @@ install(FILES
   "${package_build_folder}/qkmem-config-version.cmake"
   DESTINATION "${package_folder}" COMPONENT development)
 
+# The manual pages, where they can be made.
+find_package(Python3 QUIET COMPONENTS Interpreter)
+if(Python3_Interpreter_FOUND)
+  set(man_folder "${PROJECT_BINARY_DIR}/man")
+  file(GLOB_RECURSE man_inputs CONFIGURE_DEPENDS
+    "${PROJECT_SOURCE_DIR}/docs/*.md"
+    "${PROJECT_SOURCE_DIR}/include/qkmem/*.h"
+    "${PROJECT_SOURCE_DIR}/scripts/man/*.py")
+  add_custom_command(OUTPUT "${man_folder}/made"
+    COMMAND Python3::Interpreter "${PROJECT_SOURCE_DIR}/scripts/make_man" "${man_folder}"
+    COMMAND "${CMAKE_COMMAND}" -E touch "${man_folder}/made"
+    DEPENDS "${PROJECT_SOURCE_DIR}/scripts/make_man" ${man_inputs}
+    COMMENT "Writing the manual pages"
+    VERBATIM)
+  add_custom_target(qkmem_man ALL DEPENDS "${man_folder}/made")
+  install(DIRECTORY "${man_folder}/man3" "${man_folder}/man7"
+    DESTINATION "${CMAKE_INSTALL_MANDIR}" COMPONENT development)
+endif()
+
 # From its own folder the file finds the prefix, which can be moved. Not below /usr, whose folders
 # pkg-config leaves out if it knows them by their names, and if the libraries' folder is elsewhere.
 set(pc_folder "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
