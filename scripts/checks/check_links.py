@@ -46,7 +46,8 @@ def broken(root, page, target):
 
 def main():
     root = pathlib.Path(sys.argv[1]).resolve()
-    pages = sorted(page for folder in ("", "docs", "bench") for page in (root / folder).glob("*.md"))
+    folders = ("", "docs", "bench", "examples/faults")
+    pages = sorted(page for folder in folders for page in (root / folder).glob("*.md"))
     found = []
     links = 0
     for page in pages:

@@ -5,10 +5,19 @@
 
 #include <regex>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "tests/kit/scene.h"
 
 namespace {
+
+void read_book() {
+  const char text[] = "<book title='Notes'>text</book>";
+  xmlDoc* const document = xmlReadMemory(text, sizeof text - 1, "book.xml", nullptr, 0);
+  EXPECT_NE(document, nullptr);
+  xmlFreeDoc(document);
+}
 
 TEST(Libxml2Adapter, LeavesLibxml2AloneWithoutAHandle) {
   const kit::Scene scene;
@@ -40,10 +49,7 @@ TEST(Libxml2Adapter, HoldsWhatLibxml2KeepsUntilItCleansUp) {
   ASSERT_EQ(qk_mem_adapt_libxml2(pool), 0);
   xmlInitParser();
   EXPECT_GT(qk_mem_size(pool), 0U);
-  const char text[] = "<book title='Notes'>text</book>";
-  xmlDoc* const document = xmlReadMemory(text, sizeof text - 1, "book.xml", nullptr, 0);
-  EXPECT_NE(document, nullptr);
-  xmlFreeDoc(document);
+  read_book();
   xmlCleanupParser();
   EXPECT_EQ(kit::data_of(pool), "0 for 0");
   EXPECT_EQ(scene.log(), "");
@@ -80,6 +86,23 @@ TEST(Libxml2Adapter, FreesBlocksFromBeforeWithAWarning) {
   xmlFree(early);
   const std::string warning = "   qk_mem_ifree: WARNING:   3 [p1] ptr not found at libxml2.h:#\n";
   EXPECT_EQ(std::regex_replace(scene.log(), std::regex(R"(\.h:\d+)"), ".h:#"), warning + warning);
+}
+
+TEST(Libxml2Adapter, ServesThreadsOnAMultithreadedHandle) {
+  kit::Scene scene("EXCEPTIONS");
+  const kit::Pool pool("MULTITHREADED");
+  scene.skip_log();
+  ASSERT_EQ(qk_mem_adapt_libxml2(pool), 0);
+  xmlInitParser();
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 4; ++i)
+    threads.emplace_back([] {
+      for (int round = 0; round < 50; ++round) read_book();
+    });
+  for (std::thread& thread : threads) thread.join();
+  xmlCleanupParser();
+  EXPECT_EQ(kit::data_of(pool), "0 for 0");
+  EXPECT_EQ(scene.log(), "");
 }
 
 }  // namespace

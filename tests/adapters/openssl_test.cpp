@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <thread>
+#include <vector>
 
 #include "tests/kit/scene.h"
 
@@ -66,6 +68,25 @@ TEST(OpensslAdapter, TreatsNullAndNoBytesAsOpensslDoes) {
   void* const block = CRYPTO_realloc(nullptr, 10, "bio.c", 3);
   EXPECT_EQ(kit::data_of(pool), "1 for 10");
   EXPECT_EQ(CRYPTO_realloc(block, 0, "bio.c", 4), nullptr);
+  EXPECT_EQ(kit::data_of(pool), "0 for 0");
+  EXPECT_EQ(scene.log(), "");
+}
+
+void resize_often() {
+  for (int round = 0; round < 10'000; ++round) {
+    void* const block = CRYPTO_malloc(10, "bio.c", 1);
+    CRYPTO_free(CRYPTO_realloc(block, 1000, "bio.c", 2), "bio.c", 3);
+  }
+}
+
+TEST(OpensslAdapter, ServesThreadsOnAMultithreadedHandle) {
+  kit::Scene scene("EXCEPTIONS");
+  const kit::Pool pool("MULTITHREADED");
+  scene.skip_log();
+  ASSERT_EQ(qk_mem_adapt_openssl(pool), 1);
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 4; ++i) threads.emplace_back(resize_often);
+  for (std::thread& thread : threads) thread.join();
   EXPECT_EQ(kit::data_of(pool), "0 for 0");
   EXPECT_EQ(scene.log(), "");
 }

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <thread>
+#include <vector>
 
 #include "tests/kit/scene.h"
 
@@ -85,6 +87,22 @@ TEST(SqliteAdapter, TakesAnotherHandleAfterAShutdown) {
     EXPECT_EQ(sqlite3_shutdown(), SQLITE_OK);
     EXPECT_EQ(qk_mem_size(hid), 0U);
   }
+  EXPECT_EQ(scene.log(), "");
+}
+
+TEST(SqliteAdapter, ServesThreadsOnAMultithreadedHandle) {
+  kit::Scene scene("EXCEPTIONS");
+  const kit::Pool pool("MULTITHREADED");
+  scene.skip_log();
+  ASSERT_EQ(qk_mem_adapt_sqlite(pool), SQLITE_OK);
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 4; ++i)
+    threads.emplace_back([] {
+      for (int round = 0; round < 50; ++round) answer_to("CREATE TABLE one (number)");
+    });
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(sqlite3_shutdown(), SQLITE_OK);
+  EXPECT_EQ(kit::data_of(pool), "0 for 0");
   EXPECT_EQ(scene.log(), "");
 }
 

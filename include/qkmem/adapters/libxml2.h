@@ -24,9 +24,9 @@
  *
  * Records. The site is a line of this file: that of malloc, of strdup, or that of realloc for
  * blocks that were resized. Labels (qk_mem_push_site()) or QK_MEM_PROFILE="STACKS SKIP=libxml2.so"
- * tell who called. Blocks are aligned to 16 bytes. Requests for 0 bytes get 1 byte. What libxml2
- * returns, such as the text of xmlGetProp(), must be given back by xmlFree(): a free() would leave
- * the record.
+ * tell who called. Blocks are aligned to 16 bytes. Requests for 0 bytes get 1 byte, and realloc of
+ * null allocates. A free of null does nothing. What libxml2 returns, such as the text of
+ * xmlGetProp(), must be given back by xmlFree(): a free() would leave the record.
  */
 #ifndef QKMEM_ADAPTERS_LIBXML2_H_
 #define QKMEM_ADAPTERS_LIBXML2_H_

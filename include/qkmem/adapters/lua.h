@@ -5,6 +5,9 @@
  *
  * For C11, C++17 and later, and Lua 5.2 to 5.4. The conventions of qkmem/qkmem.h hold here too.
  *
+ * Order. Create the state with it. A state of another allocator has blocks that the handle doesn't
+ * know: don't give it qk_mem_lua_alloc() by lua_setallocf().
+ *
  * Handle. An ordinary one. Each state can have its own, and several can share one. A state and its
  * coroutines are used by one thread at a time, so that MULTITHREADED is needed only where states of
  * several threads share the handle. With 0, a number without a handle, or a block-managed handle,

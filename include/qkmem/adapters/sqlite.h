@@ -5,9 +5,9 @@
  *
  * For C11, C++17 and later. The conventions of qkmem/qkmem.h hold here too.
  *
- * Order. Call it before any other function of SQLite, or after sqlite3_shutdown(). SQLite itself
- * refuses it later. Within a process SQLite has one allocator, so all connections are on one
- * handle.
+ * Order. Call it before any other function of SQLite. SQLite itself refuses it later, until
+ * sqlite3_shutdown(), after which another handle can follow. Within a process SQLite has one
+ * allocator, so all connections are on one handle.
  *
  * Handle. An ordinary one, and MULTITHREADED unless a single thread uses SQLite. With 0, a number
  * without a handle, or a block-managed handle without BLOCKFREE, nothing changes. On a
@@ -20,11 +20,11 @@
  *
  * Records. SQLite asks for the size of a block. So 8 bytes in front of each block have it, as with
  * SQLite's own allocator, and are part of the record. Blocks are aligned to 8 bytes, as SQLite
- * promises. The site is a line of this file: that of malloc, or that of realloc for blocks that
- * were resized. Labels (qk_mem_push_site()) or QK_MEM_PROFILE="STACKS SKIP=libsqlite3" tell who
- * called. The lookaside of connections is switched off: otherwise small blocks come out of one
- * large block, and don't show. sqlite3_config(SQLITE_CONFIG_LOOKASIDE, 1200, 100) afterwards has it
- * back.
+ * promises. A free of null does nothing. The site is a line of this file: that of malloc, or that
+ * of realloc for blocks that were resized. Who called is told by labels (qk_mem_push_site()) or by
+ * QK_MEM_PROFILE="STACKS SKIP=libsqlite3". The lookaside of connections is switched off: otherwise
+ * small blocks come out of one large block, and don't show. Afterwards
+ * sqlite3_config(SQLITE_CONFIG_LOOKASIDE, 1200, 100) has it back.
  */
 #ifndef QKMEM_ADAPTERS_SQLITE_H_
 #define QKMEM_ADAPTERS_SQLITE_H_
