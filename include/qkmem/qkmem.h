@@ -810,23 +810,38 @@ int qk_mem_options(const char* options, qk::Status* status);
 #endif /* __cplusplus */
 
 /*
- * The same four for C programs, and for all that want no more than the code. The code of a failure
- * is the result, and also the thread's error code. Success leaves that as it is.
+ * The same four for C programs, and for all that want no more than the code.
  */
 
-/** As qk_mem_debug_config(). */
+/**
+ * Sets what is watched and where the log is, as qk_mem_debug_config() does.
+ *
+ * @param options  as there.
+ * @return 0, or the code, which is also the thread's error code then.
+ */
 int qk_mem_set_debug(const char* options);
 
-/** As qk_mem_dump_config(). */
+/**
+ * Sets the sections of reports, as qk_mem_dump_config() does.
+ *
+ * @param options  as there.
+ * @return 0, or the code, which is also the thread's error code then.
+ */
 int qk_mem_set_dump(const char* options);
 
-/** As qk_mem_options(). */
+/**
+ * Sets options of the whole library, as qk_mem_options() does.
+ *
+ * @param options  as there.
+ * @return 0, or the code, which is also the thread's error code then.
+ */
 int qk_mem_set_options(const char* options);
 
 /**
- * As qk_mem_debug_settings().
+ * Writes the present configuration, as qk_mem_debug_settings() does.
  *
- * @param text  buffer of QK_MEM_SETTINGS_SIZE bytes. Null: 5014.
+ * @param text  buffer of QK_MEM_SETTINGS_SIZE bytes.
+ * @return 0, or 5014 if `text` is null, which is also the thread's error code then.
  */
 int qk_mem_get_debug(char* text);
 

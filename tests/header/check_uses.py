@@ -4,7 +4,7 @@
 usage: check_uses.py ROOT COMPILER...
 
 Each use is compiled as the body of a function that has a handle `pool`, an int `hid` and the types
-below. What compiles does so in C++17 and C++20; what is refused is tried in C++20.
+below. What compiles does so in C++17, C++20 and C++23; what is refused is tried in C++20.
 """
 
 import os
@@ -168,10 +168,11 @@ def main():
     root, *compilers = sys.argv[1:]
     complaints = []
     for compiler in compilers:
+        for version in ("17", "2b"):
+            with tempfile.TemporaryDirectory() as folder:
+                complaints += refusals(Compiler(root, compiler, version, folder))
         with tempfile.TemporaryDirectory() as folder:
-            complaints += refusals(Compiler(root, compiler, 17, folder))
-        with tempfile.TemporaryDirectory() as folder:
-            cpp20 = Compiler(root, compiler, 20, folder)
+            cpp20 = Compiler(root, compiler, "20", folder)
             complaints += [*acceptances(cpp20), *refusals(cpp20)]
     for complaint in complaints:
         print(complaint)
