@@ -127,7 +127,7 @@ class CallPage:
             if any(name in kind for call in self._calls
                    for kind in [call.result, *(p.type for p in call.parameters)]):
                 page.request(".PP")
-                page.request(roff.verbatim(text))
+                page.request(roff.verbatim(text.replace("/**<", "/*")))
         for call in self._calls:
             if call.macro:
                 passed = [p for name in call.macro_parameters for p in call.parameters
