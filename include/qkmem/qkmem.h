@@ -814,34 +814,36 @@ int qk_mem_options(const char* options, qk::Status* status);
  */
 
 /**
- * Sets what is watched and where the log is, as qk_mem_debug_config() does.
+ * Sets which routines are watched and where the log is, as qk_mem_debug_config() does.
  *
- * @param options  as there.
- * @return 0, or the code, which is also the thread's error code then.
+ * @param options  as in qk_mem_debug_config().
+ * @return 0, or the code of qk_mem_debug_config(), which is also the thread's error code.
+ *
+ *   if (qk_mem_set_debug("SUMMARY LOG=memory.log") != 0) printf("%d\n", qk_mem_error());
  */
 int qk_mem_set_debug(const char* options);
 
 /**
- * Sets the sections of reports, as qk_mem_dump_config() does.
+ * Sets the sections of the report at the end, as qk_mem_dump_config() does.
  *
- * @param options  as there.
- * @return 0, or the code, which is also the thread's error code then.
+ * @param options  as in qk_mem_dump_config().
+ * @return 0, or the code of qk_mem_dump_config(), which is also the thread's error code.
  */
 int qk_mem_set_dump(const char* options);
 
 /**
  * Sets options of the whole library, as qk_mem_options() does.
  *
- * @param options  as there.
- * @return 0, or the code, which is also the thread's error code then.
+ * @param options  as in qk_mem_options().
+ * @return 0, or the code of qk_mem_options(), which is also the thread's error code.
  */
 int qk_mem_set_options(const char* options);
 
 /**
- * Writes the present configuration, as qk_mem_debug_settings() does.
+ * Writes the present configuration as an option string, as qk_mem_debug_settings() does.
  *
  * @param text  buffer of QK_MEM_SETTINGS_SIZE bytes.
- * @return 0, or 5014 if `text` is null, which is also the thread's error code then.
+ * @return 0, or 5014 if `text` is null, which is also the thread's error code.
  */
 int qk_mem_get_debug(char* text);
 
