@@ -12,6 +12,11 @@ endif()
 function(qkmem_own_target target)
   target_compile_options(${target} PRIVATE
     -Wall -Wextra -Wpedantic -Wshadow -Wconversion ${qkmem_sanitize_flags})
+  # What g++ doesn't warn of by these flags either.
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+    target_compile_options(${target} PRIVATE
+      -Wno-sign-conversion -Wno-nested-anon-types -Wno-unknown-attributes)
+  endif()
   if(QKMEM_ASSERTIONS)
     target_compile_definitions(${target} PRIVATE QKMEM_ASSERTIONS _GLIBCXX_ASSERTIONS)
   endif()

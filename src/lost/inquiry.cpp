@@ -19,6 +19,7 @@
 #include "support/process_copy.h"
 #include "support/shared_variable.h"
 #include "support/stopped_threads.h"
+#include "support/thread_pointer.h"
 
 // Defined by the run-time libraries of sanitizers, if the program has one.
 // NOLINTBEGIN(bugprone-reserved-identifier)
@@ -159,7 +160,7 @@ void wait_for(pid_t copy, Waiting waiting, Findings& findings) {
   const qk::LeftStacks left = qk::left_stacks();
   const Caller caller = {{reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0)),
                           left.interrupted, left.of_handler},
-                         reinterpret_cast<std::uintptr_t>(__builtin_thread_pointer())};
+                         qk::thread_pointer()};
   const qk::NoSignals no_signals;
   pid_t copy = -1;
   {

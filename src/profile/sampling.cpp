@@ -109,9 +109,9 @@ Amount sampled_amount(std::uint64_t bytes, std::uint32_t event) {
 std::uint64_t standard_error(std::uint64_t bytes) {
   const double square = static_cast<double>(bytes) * static_cast<double>(qk::load(interval));
   if (square == 0) return 0;
-  // Heron's way: 64 steps halve any double that is too large, and then double the right digits.
+  // Heron's way: 64 rounds halve any double that is too large, and then double the right digits.
   double root = square;
-  for (int step = 0; step < 72; ++step) root = (root + square / root) / 2;
+  for (int round = 0; round < 72; ++round) root = (root + square / root) / 2;
   return static_cast<std::uint64_t>(root);
 }
 

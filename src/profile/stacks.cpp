@@ -46,12 +46,14 @@ void look_for_new_modules() {
   return stacks.intern(stack).value_or(0);
 }
 
-[[gnu::noipa]] const void* caller_of(int /*distinction*/) { return __builtin_return_address(0); }
+[[gnu::noipa, gnu::noinline]] const void* caller_of(int /*distinction*/) {
+  return __builtin_return_address(0);
+}
 
-[[gnu::noipa]] const void* caller_of_one() { return caller_of(1); }
-[[gnu::noipa]] const void* caller_of_other() { return caller_of(2); }
+[[gnu::noipa, gnu::noinline]] const void* caller_of_one() { return caller_of(1); }
+[[gnu::noipa, gnu::noinline]] const void* caller_of_other() { return caller_of(2); }
 
-[[gnu::noipa]] const void* return_address_in(const void* (*function)()) {
+[[gnu::noipa, gnu::noinline]] const void* return_address_in(const void* (*function)()) {
   const void* const address = function();
   asm volatile("");  // keeps this call from being a jump
   return address;

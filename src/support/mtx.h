@@ -11,6 +11,7 @@
 #include "support/process_barrier.h"
 #include "support/shortcuts.h"
 #include "support/thread_annotations.h"
+#include "support/thread_pointer.h"
 
 namespace qk {
 
@@ -29,9 +30,7 @@ struct LinuxThreads {
   static void pause() noexcept;  // for 3 microseconds
 
   /** The thread's address, which pthread_self() returns too, but without a call. */
-  [[nodiscard]] static std::uint64_t self() noexcept {
-    return reinterpret_cast<std::uintptr_t>(__builtin_thread_pointer());
-  }
+  [[nodiscard]] static std::uint64_t self() noexcept { return thread_pointer(); }
 
   [[nodiscard]] static bool prepare_barrier() noexcept { return prepare_process_barrier(); }
   [[nodiscard]] static bool barrier_works() noexcept { return process_barrier_works(); }

@@ -4,6 +4,8 @@
 
 #include <algorithm>
 
+#include "support/thread_pointer.h"
+
 namespace qk {
 namespace {
 
@@ -34,7 +36,7 @@ bool is_thread(std::uintptr_t address) {
 
 /** Where a thread's number is, behind its thread pointer; 0 if that can't be told. */
 std::uintptr_t offset_of_number() {
-  const auto self = reinterpret_cast<std::uintptr_t>(__builtin_thread_pointer());
+  const auto self = thread_pointer();
   constexpr std::uintptr_t kUsual = 0x2D0;
   return is_thread(self) && thread_half(self + kUsual) == gettid() ? kUsual : 0;
 }

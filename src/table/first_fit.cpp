@@ -269,7 +269,8 @@ void absorb_front(qk_mem_skips& skips, qk_mem_block* front) {
 }
 
 /** The same without skipping any block. */
-Piece find_without_skips(qk_mem_block* block, std::uint64_t size, std::uint64_t alignment) {
+[[maybe_unused]] Piece find_without_skips(qk_mem_block* block, std::uint64_t size,
+                                          std::uint64_t alignment) {
   Piece piece;
   while (block != nullptr && !take(*block, size, alignment, piece)) block = block->next;
   return piece;
