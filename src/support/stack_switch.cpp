@@ -84,6 +84,24 @@ void switch_and_call(void* stack, std::size_t size, void (*function)(void*), voi
         "xmm4", "xmm5", "xmm6", "xmm7", "xmm8", "xmm9", "xmm10", "xmm11", "xmm12", "xmm13", "xmm14",
         "xmm15", "memory", "cc");
 }
+#elif defined(__aarch64__)
+// Contexts take more than 9 KiB, for which a small signal stack has no room.
+void switch_and_call(void* stack, std::size_t size, void (*function)(void*), void* argument) {
+  void* top = static_cast<char*>(stack) + size;
+  register void* first asm("x0") = argument;
+  asm volatile(
+      "mov x19, sp\n\t"
+      "mov sp, %[top]\n\t"
+      "blr %[function]\n\t"
+      "mov sp, x19"
+      : "+r"(first), [top] "+r"(top), [function] "+r"(function)
+      :
+      : "x19", "x1", "x2", "x3", "x4", "x5", "x6", "x7", "x8", "x9", "x10", "x11", "x12", "x13",
+        "x14", "x15", "x16", "x17", "x18", "x30", "v0", "v1", "v2", "v3", "v4", "v5", "v6", "v7",
+        "v8", "v9", "v10", "v11", "v12", "v13", "v14", "v15", "v16", "v17", "v18", "v19", "v20",
+        "v21", "v22", "v23", "v24", "v25", "v26", "v27", "v28", "v29", "v30", "v31", "memory",
+        "cc");
+}
 #else
 void switch_and_call(void* stack, std::size_t size, void (*function)(void*), void* argument) {
   call_on_stack_portably(stack, size, function, argument);

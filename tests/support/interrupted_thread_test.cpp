@@ -12,7 +12,7 @@
 
 namespace {
 
-#if defined(__x86_64__) && !defined(__SANITIZE_THREAD__)
+#if (defined(__x86_64__) || defined(__aarch64__)) && !defined(__SANITIZE_THREAD__)
 constexpr bool kCanTell = true;
 #else
 constexpr bool kCanTell = false;  // the thread sanitizer delivers signals later
