@@ -31,6 +31,14 @@ void call_the_allocator() {
 /** A breakpoint is passed if there is no tracer any more. */
 void pass(int /*signal_number*/) {}
 
+[[gnu::always_inline]] inline void reach_breakpoint() {
+#ifdef __x86_64__
+  asm volatile("int3");
+#else
+  raise(SIGTRAP);
+#endif
+}
+
 }  // namespace
 
 int main(int count, char** arguments) {
@@ -43,13 +51,13 @@ int main(int count, char** arguments) {
   const bool is_library = count > 1 && *arguments[1] == 'l';
   // The first round finds the functions, and the second one is stepped through.
   for (int round = 0; round < 2; ++round) {
-    if (round == 1) asm volatile("int3");
+    if (round == 1) reach_breakpoint();
     if (is_library) {
       call_the_library(handle);
     } else {
       call_the_allocator();
     }
   }
-  asm volatile("int3");
+  reach_breakpoint();
   for (;;) pause();
 }
