@@ -34,6 +34,18 @@ class Example(unittest.TestCase):
         return subprocess.run([self.program, *arguments], cwd=self.folder, env=environment,
                               capture_output=True, text=True, timeout=100, check=False)
 
+    def expect_nothing_held(self, *arguments):
+        """Runs the program, whose memory is all freed at its end. Returns how it ended."""
+        result = self.run_program(*arguments, PROFILE="SITES")
+        self.assertRegex(result.stderr, r"^qkmem: nothing is held; [\d,]+ allocations of ")
+        return result
+
+    def expect_no_warning(self, *arguments):
+        """Runs the program, which frees only what its handles know."""
+        result = self.run_program(*arguments, DEBUG="EXCEPTIONS LOG=STDERR")
+        self.assertEqual(result.stderr,
+                         "QK_MEM_DEBUG:  initializing options [EXCEPTIONS LOG=STDERR]\n")
+
 
 def report_of(log):
     """The part of a log with the report at the end of the process."""

@@ -43,14 +43,6 @@ bool is_between(const AddressRange& range, std::uintptr_t address) {
   return address > range.begin && address < range.end;
 }
 
-/** This search, which looks at addresses of blocks, can be at work there. */
-AddressRange unused_of_signal_stack(const Caller& caller) {
-  AddressRange stack = qk::signal_stack();
-  const std::uintptr_t stack_pointer = caller.stack_pointers[0];
-  if (stack.has(stack_pointer)) stack.end = stack_pointer;
-  return stack;
-}
-
 }  // namespace
 
 Roots::Roots(const qk::MemoryMap& map, const Areas& areas, Ranges& own,
@@ -64,7 +56,7 @@ Roots::Roots(const qk::MemoryMap& map, const Areas& areas, Ranges& own,
         });
         return count;
       }()) {
-  static_cast<void>(own.push_back(unused_of_signal_stack(process.caller)));
+  static_cast<void>(own.push_back(unused_of_signal_stack()));
   if (main_arena_ != 0) {
     static_cast<void>(own.push_back(qk::glibc::own_data_of(main_arena_)));
   }
@@ -144,6 +136,14 @@ std::uintptr_t Roots::lowest_stack_pointer_in(AddressRange range) const {
   for (const std::uintptr_t stack_pointer : process_.caller.stack_pointers) consider(stack_pointer);
   for (const qk::ThreadState& other : process_.others) consider(other.stack_pointer);
   return lowest == UINTPTR_MAX ? 0 : lowest;
+}
+
+/** This search, which looks at addresses of blocks, can be at work there. */
+AddressRange Roots::unused_of_signal_stack() const {
+  AddressRange stack = qk::signal_stack();
+  const std::uintptr_t stack_pointer = lowest_stack_pointer_in(stack);
+  if (stack_pointer != 0) stack.end = stack_pointer;
+  return stack;
 }
 
 bool Roots::is_alive(std::uintptr_t thread_pointer) const {

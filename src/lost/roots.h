@@ -54,6 +54,7 @@ class Roots {
   [[nodiscard]] bool is_data(std::size_t mapping) const;
   [[nodiscard]] bool is_stack_of_thread(std::size_t mapping) const;
   [[nodiscard]] std::uintptr_t lowest_stack_pointer_in(qk::AddressRange range) const;
+  [[nodiscard]] qk::AddressRange unused_of_signal_stack() const;
   [[nodiscard]] bool is_alive(std::uintptr_t thread_pointer) const;
   [[nodiscard]] std::uintptr_t begin_of_use(std::size_t mapping) const;
   [[nodiscard]] std::optional<qk::glibc::Heap> next_heap(std::size_t mapping,

@@ -2,14 +2,7 @@
 #include <string.h>
 
 #include "qkmem/qkmem.h"
-
-static int failures = 0;
-
-static void expect(int holds, const char* claim) {
-  if (holds) return;
-  fprintf(stderr, "failed: %s\n", claim);
-  ++failures;
-}
+#include "tests/header/expect.h"
 
 static void refuse_mistakes(void) {
   expect(qk_mem_set_debug("EXCEPTONS") == 10041, "an unknown keyword is refused");

@@ -5,14 +5,7 @@
 #include <stdio.h>
 
 #include "qkmem/qkmem.h"
-
-static int failures = 0;
-
-static void expect(int holds, const char* claim) {
-  if (holds) return;
-  fprintf(stderr, "failed: %s\n", claim);
-  ++failures;
-}
+#include "tests/header/expect.h"
 
 int main(void) {
   expect(qk_mem_profile_config("SITES REPORT=/dev/null") == 0, "the profile is switched on");

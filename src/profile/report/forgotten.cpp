@@ -18,11 +18,6 @@ bool is_same_line(const Row& left, const Row& right) {
          left.key.line == right.key.line;
 }
 
-RowKind kind_of(const Pool& pool, const Site& site) {
-  if (&site == &pool.from_before) return RowKind::kFromBefore;
-  return &site == &pool.not_recorded ? RowKind::kNotRecorded : RowKind::kSite;
-}
-
 std::size_t sites_of(const Pool& pool) {
   std::size_t count = 0;
   for_each_site(pool, [&](const Site&) { ++count; });
@@ -32,7 +27,7 @@ std::size_t sites_of(const Pool& pool) {
 /** A row for each line that holds memory, whatever its callers and labels. */
 void collect_lines(const Pool& pool, Rows& rows) {
   for_each_site(pool, [&](const Site& site) {
-    if (qk::load(site.live_blocks) != 0) rows.push_back(row_of(site, kind_of(pool, site), 0));
+    if (qk::load(site.live_blocks) != 0) rows.push_back(row_of(site, 0));
   });
   merge_equal_places(rows);
   merge_neighbours(rows, is_same_line);

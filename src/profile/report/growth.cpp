@@ -68,7 +68,7 @@ void add_sites(Growth& growth, const Ends& ends, const SiteFilter& filter, std::
   for (std::uint32_t number = 1; number <= sites.count(); ++number) {
     const Site& site = sites.at(number);
     if (!selects(filter, site.key)) continue;
-    Row row = row_of(site, RowKind::kSite, now);
+    Row row = row_of(site, now);
     ends.set_figures(row, [number](const Snapshot& at) { return at.of_site(number); });
     add(growth, row, site.key.pool);
   }
@@ -81,10 +81,10 @@ void add_sites_of_pools(Growth& growth, const Ends& ends, const SiteFilter& filt
   for (std::uint32_t number = 1; number <= pools.count(); ++number) {
     const Pool& pool = pools.at(number);
     if (!selects(filter, pool)) continue;
-    Row row = row_of(pool.from_before, RowKind::kFromBefore, now);
+    Row row = row_of(pool.from_before, now);
     ends.set_figures(row, [number](const Snapshot& at) { return at.from_before(number); });
     add(growth, row, number);
-    row = row_of(pool.not_recorded, RowKind::kNotRecorded, now);
+    row = row_of(pool.not_recorded, now);
     ends.set_figures(row, [number](const Snapshot& at) { return at.not_recorded(number); });
     add(growth, row, number);
   }

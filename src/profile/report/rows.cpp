@@ -17,12 +17,23 @@ struct Moment {
   bool is_peak;  // more is held than ever before, as far as handles have told
 };
 
-void add_row(Rows& rows, const Site& site, RowKind kind, Moment now) {
+void add_row(Rows& rows, const Site& site, Moment now) {
   if (qk::load(site.made_blocks) == 0) return;
-  Row row = row_of(site, kind, now.event);
+  Row row = row_of(site, now.event);
   if (now.findings != nullptr) row.losses = now.findings->of(site);
   if (now.is_peak) row.bytes_at_peak = row.live_bytes;
   rows.push_back(row);
+}
+
+RowKind kind_of(const Site& site) {
+  switch (site.number) {
+    case kFromBeforeSite:
+      return RowKind::kFromBefore;
+    case kNotRecordedSite:
+      return RowKind::kNotRecorded;
+    default:
+      return RowKind::kSite;
+  }
 }
 
 std::uint64_t figure_of(const Row& row, Sort order) {
@@ -45,12 +56,12 @@ std::uint64_t figure_of(const Row& row, Sort order) {
 
 }  // namespace
 
-Row row_of(const Site& site, RowKind kind, std::uint64_t now) {
+Row row_of(const Site& site, std::uint64_t now) {
   Row row = {};
-  row.kind = kind;
+  row.kind = kind_of(site);
   row.is_autofree = qk::load(pools.at(site.key.pool).is_autofree) != 0;
   // What belongs to no place is one row for all handles.
-  if (kind == RowKind::kSite) row.key = site.key;
+  if (row.kind == RowKind::kSite) row.key = site.key;
   row.live_bytes = qk::load(site.live_bytes);
   row.live_blocks = qk::load(site.live_blocks);
   row.bytes_at_peak = bytes_at_peak(site);
@@ -122,11 +133,11 @@ std::size_t rows_needed() { return sites.count() + std::size_t{2} * pools.count(
 void collect_rows(Rows& rows, const lost::Findings* findings) {
   const Moment now = {events_so_far(), findings, whole_now().highest > qk::load(whole.highest)};
   for (std::uint32_t number = 1; number <= sites.count(); ++number) {
-    add_row(rows, sites.at(number), RowKind::kSite, now);
+    add_row(rows, sites.at(number), now);
   }
   for (std::uint32_t number = 1; number <= pools.count(); ++number) {
-    add_row(rows, pools.at(number).from_before, RowKind::kFromBefore, now);
-    add_row(rows, pools.at(number).not_recorded, RowKind::kNotRecorded, now);
+    add_row(rows, pools.at(number).from_before, now);
+    add_row(rows, pools.at(number).not_recorded, now);
   }
   merge_equal_places(rows);
 }

@@ -60,7 +60,7 @@ void collect_rows(Rows& rows, const lost::Findings* findings = nullptr);
 [[nodiscard]] std::strong_ordering compare_places(const Row& left, const Row& right);
 
 /** The row of a site. What it lived through is told up to an event. */
-[[nodiscard]] Row row_of(const Site& site, RowKind kind, std::uint64_t now);
+[[nodiscard]] Row row_of(const Site& site, std::uint64_t now);
 
 /** Makes one row of those of the same place, in the order of places. */
 void merge_equal_places(Rows& rows);
