@@ -125,6 +125,14 @@ set(library_sources
   profile/report/text_report.cpp
   profile/report/verdict.cpp
 
+  check/damage.cpp
+  check/guards.cpp
+  check/new_block.cpp
+  check/quarantine.cpp
+  check/release.cpp
+  check/settings.cpp
+  check/unused.cpp
+
   table/block_index.cpp
   table/blocks.cpp
   table/first_fit.cpp
@@ -141,6 +149,11 @@ set(library_sources
   accounting/recording.cpp
   accounting/tag_calls.cpp
   accounting/walks.cpp
+
+  check/report/findings.cpp
+  check/report/look.cpp
+  check/report/options.cpp
+  check/report/wrong_release.cpp
 
   alloc/calloc.cpp
   alloc/free.cpp
@@ -164,19 +177,24 @@ set(library_sources
   handle/repeats.cpp
 
   config/calls_for_c.cpp
+  config/check_config.cpp
+  config/check_options.cpp
   config/debug_config.cpp
   config/debug_environment.cpp
   config/debug_settings.cpp
   config/dump_config.cpp
   config/known_leaks_file.cpp
+  config/kept_text.cpp
   config/log_destination.cpp
   config/module_options.cpp
+  config/option_values.cpp
   config/profile_config.cpp
   config/profile_options.cpp
   config/profile_request.cpp
   config/profile_schedule.cpp
   config/profile_words.cpp
   config/refusal.cpp
+  config/watching.cpp
 
   profile/stack_table.cpp
 

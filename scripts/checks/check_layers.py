@@ -29,10 +29,13 @@ DIAG = CORE + ["src/core"]
 # What the profile keeps. Tables tell it of records, and its reports read it.
 PROFILE = CORE + ["src/core", "src/symbols", "src/history", PROFILE_HEADER]
 # Tables know nothing of the log and the trace file: they answer, and their callers announce.
-TABLE = PROFILE + ["src/profile"]
-ACCOUNTING = DIAG + ["src/diag", "src/profile", "src/table"]
+CHECK = PROFILE + ["src/profile"]
+TABLE = CHECK + ["src/check"]
+ACCOUNTING = DIAG + ["src/check", "src/diag", "src/history", "src/profile", "src/table"]
 BESIDE = ACCOUNTING + ["src/accounting"]
-ENTRY = BESIDE + [PROFILE_HEADER, "src/check", "src/lost", "src/profile/report"]
+CHECK_HEADER = "qkmem/check.h"
+REPORTING = BESIDE + [PROFILE_HEADER, CHECK_HEADER, "src/lost", "src/profile/report"]
+ENTRY = REPORTING + ["src/check/report"]
 LIFE = ENTRY + ["src/alloc", "src/handle", "src/config", "src/report"]
 
 ALLOWED = {
@@ -40,6 +43,7 @@ ALLOWED = {
     "include/qkmem/version.h": [],
     "include/qkmem/qkmem.h": [STATUS, VERSION],
     "include/qkmem/profile.h": [],
+    "include/qkmem/check.h": [],
     "include/qkmem/adapters/adapter.h": [],
     "include/qkmem/adapters/libxml2.h": [ADAPTER, C_HEADER],
     "include/qkmem/adapters/lua.h": [ADAPTER, C_HEADER],
@@ -61,7 +65,8 @@ ALLOWED = {
     "src/table": TABLE,
     "src/accounting": ACCOUNTING,
     "src/history": SUPPORT + ["src/support"],
-    "src/check": BESIDE,
+    "src/check": CHECK,
+    "src/check/report": REPORTING,
     "src/profile": PROFILE,
     "src/profile/report": DIAG + ["src/diag", "src/history", "src/lost", "src/profile",
                                   "src/symbols", "src/table"],

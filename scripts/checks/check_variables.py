@@ -20,6 +20,7 @@ KEYWORDS = {
     "QK_MEM_DUMP": [("src/config/dump_config.cpp", "kOuterTable")],
     "QK_MEM_OPTIONS": [("src/config/module_options.cpp", "kTable")],
     "QK_MEM_PROFILE": [("src/config/profile_options.cpp", "kKeywords")],
+    "QK_MEM_CHECK": [("src/config/check_options.cpp", "kCheckKeywords")],
 }
 
 # The source and the table with what the first column of a part's tables has.

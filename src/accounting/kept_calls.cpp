@@ -26,7 +26,8 @@ qk_mem_ptr* qk_mem_new_ptr(qk_mem_handle* handle, void* address, unsigned char k
   qk_mem_ptr record = {};
   record.address = address;
   record.kind = kind;
-  if (!insert_or_grow(*handle, record, EventCount::kNotCounted, nullptr, context)) {
+  if (insert_or_grow(*handle, record, EventCount::kNotCounted, {}, context).result !=
+      InsertResult::kInserted) {
     return nullptr;
   }
   const qk_mem_ptr_array& array = array_of(*handle, address);
@@ -54,7 +55,8 @@ void qk_mem_free_ptr(qk_mem_handle* handle, qk_mem_ptr* record) {
 void* qk_mem_block_alloc(qk_mem_handle* handle, std::size_t size, int alignment, const char* file,
                          int line, qk_mem_debug* entry) {
   return allocate_piece(*handle, size, alignment,
-                        CallContext(names_of(Routine::kNewBlock).logged, file, line, *entry));
+                        CallContext(names_of(Routine::kNewBlock).logged, file, line, *entry))
+      .address;
 }
 
 qk_mem_ptr* qk_mem_block_free(qk_mem_handle* handle, void* ptr, qk_mem_ptr* record,
@@ -64,7 +66,7 @@ qk_mem_ptr* qk_mem_block_free(qk_mem_handle* handle, void* ptr, qk_mem_ptr* reco
   if (record == nullptr) {
     report_unknown_piece(*handle, ptr, context);
   } else {
-    release_piece(*handle, ptr, *record, context);
+    release_piece(*handle, ptr, {*record, kNoSlot, ChargedTo::kNothing, {}}, context);
   }
   return record;
 }

@@ -2,14 +2,18 @@
 
 #include <cerrno>
 #include <cstdint>
+#include <cstring>
 
 #include "accounting/recording.h"
+#include "check/release.h"
+#include "check/unused.h"
 #include "core/kinds.h"
 #include "core/registry.h"
 #include "core/upcalls.h"
 #include "diag/event.h"
 #include "diag/failure.h"
 #include "diag/log.h"
+#include "profile/filling.h"
 #include "support/system.h"
 #include "support/system_memory.h"
 #include "table/blocks.h"
@@ -42,6 +46,37 @@ void record_block(qk_mem_handle& handle, qk_mem_block& block, std::size_t bytes,
   dump_control_blocks(*context.switches);
 }
 
+/** How much of a block a piece takes. */
+std::uint64_t extent_of(const Removed& piece) {
+  return bytes_of(piece.record) + check::layout_of(piece.mark).behind;
+}
+
+/** A piece that was taken with the room that it needs, which can be null. */
+check::NewBlock piece_in(const qk_mem_handle& handle, void* piece, std::size_t size,
+                         const check::Layout& layout) {
+  if (piece == nullptr) return {};
+  profile::filled(handle, piece, size);
+  check::lay_guards(piece, size, layout);
+  return {piece, layout};
+}
+
+/** Takes a piece of the blocks there are, and looks whether it was written to while it was free. */
+void* take_looked_at(qk_mem_handle& handle, std::size_t extent, int alignment,
+                     check::DamageList& damages) {
+  void* const piece = take_piece(handle, extent, alignment);
+  if (piece != nullptr) check::look_before_use(handle, piece, extent, damages);
+  return piece;
+}
+
+/** Looks at the guard of a piece that is released, and fills it. */
+void leave_piece(const qk_mem_handle& handle, void* ptr, const Removed& removed) {
+  if (!check::checks(handle)) return;
+  check::look_before_release(check::facts_of(handle, removed.record, removed.mark));
+  if (qk::load(check::settings.fills_released) != 0) {
+    std::memset(ptr, check::kReleasedFilling, extent_of(removed));
+  }
+}
+
 /** A piece from a new block. `prepare` runs under the lock just before the block is linked. */
 template <class Prepare>
 void* allocate_from_new_block(qk_mem_handle& handle, std::size_t size, const CallContext& context,
@@ -58,12 +93,20 @@ void* allocate_from_new_block(qk_mem_handle& handle, std::size_t size, const Cal
 }
 
 /** replace_piece() for memory that lies in no block. External memory is freed once that is safe. */
-void* replace_foreign(qk_mem_handle& handle, void* ptr, const qk_mem_ptr& record, std::size_t size,
-                      int alignment, const CallContext& context) {
-  const bool external = record.kind == kind::kExternal;
-  if (!external) release_piece(handle, ptr, record, context);
-  void* piece = allocate_piece(handle, size, alignment, context);
-  if (external && piece != nullptr) release_piece(handle, ptr, record, context);
+check::NewBlock replace_foreign(qk_mem_handle& handle, void* ptr, const Removed& old,
+                                std::size_t size, int alignment, const CallContext& context) {
+  const bool external = old.record.kind == kind::kExternal;
+  if (!external) release_piece(handle, ptr, old, context);
+  const check::NewBlock piece = allocate_piece(handle, size, alignment, context);
+  if (external && piece.address != nullptr) release_piece(handle, ptr, old, context);
+  return piece;
+}
+
+/** The same while checks are on: the old piece keeps its contents until there is another one. */
+check::NewBlock replace_checked(qk_mem_handle& handle, void* ptr, const Removed& old,
+                                std::size_t size, int alignment, const CallContext& context) {
+  const check::NewBlock piece = allocate_piece(handle, size, alignment, context);
+  if (piece.address != nullptr) release_piece(handle, ptr, old, context);
   return piece;
 }
 
@@ -75,13 +118,20 @@ bool refuse_alignment(int alignment) {
   return true;
 }
 
-void* allocate_piece(qk_mem_handle& handle, std::size_t size, int alignment,
-                     const CallContext& context) {
-  if (refuse_alignment(alignment)) return nullptr;
+check::NewBlock allocate_piece(qk_mem_handle& handle, std::size_t size, int alignment,
+                               const CallContext& context) {
+  if (refuse_alignment(alignment)) return {};
+  const check::Layout layout = check::layout_of_new_piece(handle);
+  const std::size_t extent = sum(size, layout.behind);
+  check::DamageList damages;
   HandleLock lock(handle);
-  if (void* piece = take_piece(handle, size, alignment)) return piece;
+  void* piece = take_looked_at(handle, extent, alignment, damages);
   lock.release();
-  return allocate_from_new_block(handle, size, context.as(kNewBlock), [] {});
+  check::tell_all(damages);
+  if (piece == nullptr) {
+    piece = allocate_from_new_block(handle, extent, context.as(kNewBlock), [] {});
+  }
+  return piece_in(handle, piece, size, layout);
 }
 
 void report_unknown_piece(const qk_mem_handle& handle, const void* ptr,
@@ -89,37 +139,57 @@ void report_unknown_piece(const qk_mem_handle& handle, const void* ptr,
   if (logs_errors(context)) warn_not_found(context.as(kBlockFree), handle.id, as_number(ptr));
 }
 
-void release_piece(qk_mem_handle& handle, void* ptr, const qk_mem_ptr& record,
+void release_piece(qk_mem_handle& handle, void* ptr, const Removed& removed,
                    const CallContext& context) {
-  if (record.kind == kind::kExternal) {
+  if (removed.record.kind == kind::kExternal) {
     user_memory::release(ptr);
     return;
   }
-  if (handle.blockfree == 0 || reclaim_piece(handle, ptr, bytes_of(record))) return;
+  if (handle.blockfree == 0) return;
+  leave_piece(handle, ptr, removed);
+  if (reclaim_piece(handle, ptr, extent_of(removed))) return;
   if (!logs_errors(context)) return;
   qk_mem_write_log("   %s: WARNING: %3d [%.*zx] ptr not found in any block at %s:%d\n", kBlockFree,
                    handle.id, Qk_mem_ptr_display_size, as_number(ptr), context.file(),
                    context.line);
 }
 
-void* replace_piece(qk_mem_handle& handle, void* ptr, const qk_mem_ptr& record, std::size_t size,
-                    int alignment, const CallContext& context) {
-  const std::uint64_t amount = bytes_of(record);
+check::NewBlock replace_piece(qk_mem_handle& handle, void* ptr, const Removed& old,
+                              std::size_t size, int alignment, const CallContext& context) {
+  if (check::checks(handle)) return replace_checked(handle, ptr, old, size, alignment, context);
+  const std::uint64_t amount = extent_of(old);
   HandleLock lock(handle);
-  qk_mem_block* block = record.kind == kind::kExternal ? nullptr : block_of(handle, ptr);
+  qk_mem_block* block = old.record.kind == kind::kExternal ? nullptr : block_of(handle, ptr);
   if (block == nullptr) {
     lock.release();
-    return replace_foreign(handle, ptr, record, size, alignment, context);
+    return replace_foreign(handle, ptr, old, size, alignment, context);
   }
   const qk_mem_block before = *block;
   reclaim(handle, *block, ptr, amount);
-  if (void* piece = take_piece(handle, size, alignment)) return piece;
+  if (void* piece = take_piece(handle, size, alignment)) {
+    return piece_in(handle, piece, size, {});
+  }
   // The piece stays taken until there is a new block: without one the caller keeps it.
   block->low_mark = before.low_mark;
   block->high_mark = before.high_mark;
   lock.release();
-  return allocate_from_new_block(handle, size, context.as(kNewBlock),
-                                 [&] { reclaim(handle, *block, ptr, amount); });
+  return piece_in(handle,
+                  allocate_from_new_block(handle, size, context.as(kNewBlock),
+                                          [&] { reclaim(handle, *block, ptr, amount); }),
+                  size, {});
+}
+
+check::NewBlock shrink_piece(qk_mem_handle& handle, void* ptr, const Removed& old,
+                             std::size_t size) {
+  if (!check::checks(handle)) return {ptr, check::layout_of(old.mark)};
+  check::look_before_release(check::facts_of(handle, old.record, old.mark));
+  const check::Layout layout = check::layout_of(old.mark);
+  check::lay_guards(ptr, size, layout);
+  if (qk::load(check::settings.fills_released) != 0) {
+    std::memset(static_cast<char*>(ptr) + size + layout.behind, check::kReleasedFilling,
+                bytes_of(old.record) - size);
+  }
+  return {ptr, layout};
 }
 
 }  // namespace qk::mem

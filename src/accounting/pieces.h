@@ -3,8 +3,10 @@
 
 #include <cstddef>
 
+#include "check/new_block.h"
 #include "core/records.h"
 #include "diag/call_context.h"
+#include "table/pointer_table.h"
 
 /** Pieces of blocks, and the log lines about them: new blocks, failures, unknown pointers. */
 extern "C" {
@@ -28,19 +30,19 @@ namespace qk::mem {
 
 /**
  * Hands out a piece of the handle's blocks: the first fit, or the start of a new block if none has
- * room.
+ * room. Its contents are a filling, and a guard follows it, where these are wanted.
  *
  * @param alignment  counted from the start of a data area, which is aligned to 16.
  * @return null with the error code: 5022 for an alignment of 0 or less, else the allocator's.
  */
-[[nodiscard]] void* allocate_piece(qk_mem_handle& handle, std::size_t size, int alignment,
-                                   const CallContext& context);
+[[nodiscard]] check::NewBlock allocate_piece(qk_mem_handle& handle, std::size_t size, int alignment,
+                                             const CallContext& context);
 
 /**
- * Takes back the piece at `ptr`, or frees the external memory there; `record` says which it is. A
+ * Takes back the piece at `ptr`, or frees the external memory there; `removed` says which it is. A
  * piece of a handle without BLOCKFREE stays.
  */
-void release_piece(qk_mem_handle& handle, void* ptr, const qk_mem_ptr& record,
+void release_piece(qk_mem_handle& handle, void* ptr, const Removed& removed,
                    const CallContext& context);
 
 /** Warns of a release of an unknown pointer, if the call reports errors. */
@@ -50,12 +52,19 @@ void report_unknown_piece(const qk_mem_handle& handle, const void* ptr, const Ca
  * Releases a piece and hands out another one of `size` bytes, which does not have the contents. It
  * is the piece that a release and an allocation would find, so it can be at the old address.
  *
- * @param record     of `ptr`, which can also be external memory.
+ * @param old        of `ptr`, which can also be external memory.
  * @param alignment  above 0.
  * @return null as allocate_piece() does; `ptr` is then as valid as before.
  */
-[[nodiscard]] void* replace_piece(qk_mem_handle& handle, void* ptr, const qk_mem_ptr& record,
-                                  std::size_t size, int alignment, const CallContext& context);
+[[nodiscard]] check::NewBlock replace_piece(qk_mem_handle& handle, void* ptr, const Removed& old,
+                                            std::size_t size, int alignment,
+                                            const CallContext& context);
+
+/**
+ * Makes a piece smaller, which stays where it is. Returns it with the room around it.
+ */
+[[nodiscard]] check::NewBlock shrink_piece(qk_mem_handle& handle, void* ptr, const Removed& old,
+                                           std::size_t size);
 
 }  // namespace qk::mem
 

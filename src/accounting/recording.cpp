@@ -34,40 +34,57 @@ void warn_of_lost_array(const CallContext& context) {
 
 }  // namespace
 
-std::optional<qk_mem_ptr> insert_or_grow(qk_mem_handle& handle, const qk_mem_ptr& record,
-                                         EventCount event, profile::Site* site,
-                                         const CallContext& context) {
+Insertion insert_or_grow(qk_mem_handle& handle, const qk_mem_ptr& record, EventCount event,
+                         const profile::Origin& origin, const CallContext& context) {
   while (true) {
-    const Insertion insertion = insert_pointer(handle, record, event, site);
+    const Insertion insertion = insert_pointer(handle, record, event, origin);
     switch (insertion.result) {
       case InsertResult::kInserted:
-        return insertion.record;
+      case InsertResult::kUnmarked:
+        return insertion;
       case InsertResult::kArrayLost:
         warn_of_lost_array(context.as(kRoutine));
         profile::note_lost_records();
-        return std::nullopt;
+        return insertion;
       case InsertResult::kArrayFull:
         if (grow(handle, record.address, context.as(kRoutine))) break;
         profile::note_lost_records();
-        return std::nullopt;
+        return insertion;
     }
   }
 }
 
 std::optional<qk_mem_ptr> record_pointer(qk_mem_handle& handle, void* address, unsigned char kind,
                                          const Contents& contents, const CallContext& context) {
-  const qk_mem_ptr record = {.address = address,
-                             .tracker = contents.tracker,
-                             .file = context.file(),
-                             .count = contents.count,
-                             .size = contents.size,
-                             .seq = 0,
-                             .line = static_cast<std::uint16_t>(context.line),
-                             .kind = kind,
-                             .baselined = 0};
+  check::NewBlock block = {address, {}};
+  return record_block(handle, block, kind, contents, context);
+}
+
+std::optional<qk_mem_ptr> record_block(qk_mem_handle& handle, check::NewBlock& block,
+                                       unsigned char kind, const Contents& contents,
+                                       const CallContext& context) {
+  qk_mem_ptr record = {.address = block.address,
+                       .tracker = contents.tracker,
+                       .file = context.file(),
+                       .count = contents.count,
+                       .size = contents.size,
+                       .seq = 0,
+                       .line = static_cast<std::uint16_t>(context.line),
+                       .kind = kind,
+                       .baselined = 0};
   profile::Site* const site =
       belongs_to_program(kind) ? site_for(handle, bytes_of(record), context) : nullptr;
-  return insert_or_grow(handle, record, EventCount::kCounted, site, context);
+  Insertion insertion =
+      insert_or_grow(handle, record, EventCount::kCounted, {site, block.layout.flags}, context);
+  if (insertion.result != InsertResult::kInserted && block.layout.front != 0) {
+    block.give_up_front(bytes_of(record));
+    record.address = block.address;
+    if (insertion.result == InsertResult::kUnmarked) {
+      insertion = insert_or_grow(handle, record, EventCount::kCounted, {site}, context);
+    }
+  }
+  if (insertion.result != InsertResult::kInserted) return std::nullopt;
+  return insertion.record;
 }
 
 }  // namespace qk::mem

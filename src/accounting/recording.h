@@ -3,6 +3,7 @@
 
 #include <optional>
 
+#include "check/new_block.h"
 #include "diag/call_context.h"
 #include "profile/notes.h"
 #include "table/pointer_table.h"
@@ -11,15 +12,14 @@
 namespace qk::mem {
 
 /**
- * Inserts a record, and numbers it if the event is counted. Grows the array when it is full. `site`
- * is the record's site in the profile, if it has one.
+ * Inserts a record, and numbers it if the event is counted. Grows the array when it is full.
+ * `origin` is for its mark in the profile.
  *
- * @return the record; nothing if there is no slot for it, which is reported. A failed growth also
+ * @return as of insert_pointer(). That there is no slot for it is reported; a failed growth also
  *         sets the error code.
  */
-std::optional<qk_mem_ptr> insert_or_grow(qk_mem_handle& handle, const qk_mem_ptr& record,
-                                         EventCount event, profile::Site* site,
-                                         const CallContext& context);
+Insertion insert_or_grow(qk_mem_handle& handle, const qk_mem_ptr& record, EventCount event,
+                         const profile::Origin& origin, const CallContext& context);
 
 /** The site of the program's memory; none if the profile doesn't watch the handle. */
 [[nodiscard]] inline profile::Site* site_for(const qk_mem_handle& handle, std::uint64_t bytes,
@@ -28,9 +28,17 @@ std::optional<qk_mem_ptr> insert_or_grow(qk_mem_handle& handle, const qk_mem_ptr
                                      : nullptr;
 }
 
-/** Records a pointer at the caller's location and counts the event. Returns as above. */
+/** Records a pointer at the caller's location and counts the event. Nothing if there is no slot. */
 std::optional<qk_mem_ptr> record_pointer(qk_mem_handle& handle, void* address, unsigned char kind,
                                          const Contents& contents, const CallContext& context);
+
+/**
+ * The same for memory that was allocated for the program. If it can't be recorded as it is, it goes
+ * out without a guard in front of it, at another address.
+ */
+std::optional<qk_mem_ptr> record_block(qk_mem_handle& handle, check::NewBlock& block,
+                                       unsigned char kind, const Contents& contents,
+                                       const CallContext& context);
 
 }  // namespace qk::mem
 

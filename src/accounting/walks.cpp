@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "check/settings.h"
 #include "core/kinds.h"
 #include "diag/heap.h"
 #include "diag/trace_file.h"
@@ -120,7 +121,7 @@ void Walk::note_object(const qk_mem_ptr& record) {
   }
 }
 
-bool Walk::note_memory(const qk_mem_ptr& record) {
+bool Walk::note_memory(const qk_mem_ptr& record, profile::Mark mark) {
   if (!is_noting_) return false;
   const RegistryLock lock;
   ReleaseNotes::Note* note = notes_.add(record.address, 1);
@@ -128,7 +129,10 @@ bool Walk::note_memory(const qk_mem_ptr& record) {
     lacks_memory_ = true;
     return false;
   }
-  if (holds_memory_back_ && is_system_memory(record.kind)) note->is_held = true;
+  if (holds_memory_back_ && is_system_memory(record.kind)) {
+    note->is_held = true;
+    note->front = check::layout_of(mark).front;
+  }
   return note->is_held;
 }
 
@@ -164,6 +168,8 @@ bool take_back_from_walk(qk_mem_handle& handle, const void* address) {
   const RegistryLock lock;
   ReleaseNotes::Note* note = Walk::take_note(handle, address, &ReleaseNotes::take);
   if (note == nullptr) return !Walk::lacks_notes(handle);
+  // The allocator could not resize it, since it knows the memory by another address.
+  if (note->front != 0) return false;
   const bool was_held = note->is_held;
   note->is_held = false;
   return was_held;

@@ -5,6 +5,7 @@
 
 #include "core/records.h"
 #include "core/registry.h"
+#include "profile/marks.h"
 #include "support/shared_variable.h"
 #include "table/release_notes.h"
 
@@ -38,7 +39,7 @@ class Walk {
    *
    * @return whether the memory is held back, and must not be freed by the caller.
    */
-  [[nodiscard]] bool note_memory(const qk_mem_ptr& record);
+  [[nodiscard]] bool note_memory(const qk_mem_ptr& record, profile::Mark mark);
 
   /** To be called after an object was destroyed. After the last one the notes are dropped. */
   void note_destroyed();

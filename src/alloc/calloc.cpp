@@ -5,6 +5,7 @@
 #include "alloc/fast_path.h"
 #include "alloc/shared_steps.h"
 #include "alloc/unrecorded.h"
+#include "check/new_block.h"
 #include "diag/log.h"
 #include "support/system_memory.h"
 
@@ -33,23 +34,24 @@ void warn_of_misuse(const qk_mem_handle& handle, std::size_t num, std::size_t si
 }
 
 /** A zeroed piece. A product that overflows is a size that no allocator serves. */
-void* allocate_zeroed_piece(qk_mem_handle& handle, std::size_t num, std::size_t size, int alignment,
-                            const CallContext& context) {
+check::NewBlock allocate_zeroed_piece(qk_mem_handle& handle, std::size_t num, std::size_t size,
+                                      int alignment, const CallContext& context) {
   const std::size_t bytes = product(num, size);
-  void* piece = allocate_piece(handle, bytes, alignment, context);
-  return piece == nullptr ? nullptr : std::memset(piece, 0, bytes);
+  const check::NewBlock piece = allocate_piece(handle, bytes, alignment, context);
+  if (piece.address != nullptr) std::memset(piece.address, 0, bytes);
+  return piece;
 }
 
 /** Records what the system's allocator returned, or reports that it failed. */
-[[gnu::noinline]] void* finish_calloc(qk_mem_handle& handle, void* memory, std::size_t num,
-                                      std::size_t size, const CallContext& context) {
-  if (memory == nullptr) {
+[[gnu::noinline]] void* finish_calloc(qk_mem_handle& handle, const check::NewBlock& block,
+                                      std::size_t num, std::size_t size,
+                                      const CallContext& context) {
+  if (block.address == nullptr) {
     report_failure(context, "calloc of %zu/%zu at %s:%d failed", num, size, context.file(),
                    context.line);
-  } else {
-    record_allocation(handle, memory, kind::kCalloc, {num, size}, context);
+    return nullptr;
   }
-  return memory;
+  return record_allocation(handle, block, kind::kCalloc, {num, size}, context);
 }
 
 /** A function of its own: it is the only part of the fast path that needs a stack. */
@@ -62,17 +64,20 @@ void* allocate_zeroed_piece(qk_mem_handle& handle, std::size_t num, std::size_t 
   ensure_started();
   const CallContext context = calloc_context(file, line);
   if (bypasses_tracking(hid)) {
-    return note_direct(calloc_untracked(num, size), product(num, size), context);
+    qk_mem_handle* const watched = watched_data_handle();
+    if (watched == nullptr) return calloc_untracked(num, size);
+    return note_direct(*watched, check::allocate_zeroed(*watched, num, size), product(num, size),
+                       context);
   }
   qk_mem_handle* handle = look_up_handle(hid, context);
   if (handle == nullptr) return nullptr;
   if (checks_misuse(context)) warn_of_misuse(*handle, num, size, alignment, context);
   if (!is_blockmgmt(*handle)) {
-    return finish_calloc(*handle, user_memory::allocate_zeroed(num, size), num, size, context);
+    return finish_calloc(*handle, check::allocate_zeroed(*handle, num, size), num, size, context);
   }
-  void* piece = allocate_zeroed_piece(*handle, num, size, alignment, context);
-  if (piece != nullptr) record_allocation(*handle, piece, kind::kCalloc, {num, size}, context);
-  return piece;
+  const check::NewBlock piece = allocate_zeroed_piece(*handle, num, size, alignment, context);
+  if (piece.address == nullptr) return nullptr;
+  return record_allocation(*handle, piece, kind::kCalloc, {num, size}, context);
 }
 
 template <class Handling>
@@ -83,7 +88,7 @@ template <class Handling>
                                                  qk::name_in_path(file), line)) {
     return memory;
   }
-  return finish_calloc(handle, memory, num, size, calloc_context(file, line));
+  return finish_calloc(handle, {memory, {}}, num, size, calloc_context(file, line));
 }
 
 [[gnu::always_inline]] inline void* calloc_fast_path(int hid, std::size_t num, std::size_t size,

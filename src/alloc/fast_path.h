@@ -54,11 +54,12 @@ class FavouriteLock {
 template <class Lock>
 using QuickLock = std::conditional_t<std::is_same_v<Lock, NoLock>, NoLock, FavouriteLock>;
 
-/** What the records of a handle need: its lock, and notes for the profile. */
-template <class LockType, bool kIsWatched>
+/** What the records of a handle need: its lock, notes for the profile, and guards. */
+template <class LockType, bool kIsWatched, bool kIsChecked = false>
 struct Needs {
   using Lock = LockType;
   static constexpr bool kWatched = kIsWatched;
+  static constexpr bool kChecked = kIsChecked;
 };
 
 /**
@@ -89,7 +90,7 @@ template <class Handling>
  * Calls `f` with the handle of a number and what it needs, if the calls of a routine on it record
  * and do nothing else. Otherwise calls `slow`.
  */
-template <class Call, class SlowCall>
+template <bool kCanBeChecked = false, class Call, class SlowCall>
 [[gnu::always_inline]] inline auto on_recording_handle(int hid, Routine routine, Call f,
                                                        SlowCall slow) {
   qk_mem_handle* handle = find_handle_fast(hid);
@@ -102,6 +103,14 @@ template <class Call, class SlowCall>
     if (road == Road::kRecordsWatched) return f.template operator()<Needs<NoLock, true>>(*handle);
     if (road == Road::kRecordsWatchedLocked)
       return f.template operator()<Needs<HandleLock, true>>(*handle);
+    if constexpr (kCanBeChecked) {
+      if (road == Road::kRecordsChecked) {
+        return f.template operator()<Needs<NoLock, true, true>>(*handle);
+      }
+      if (road == Road::kRecordsCheckedLocked) {
+        return f.template operator()<Needs<HandleLock, true, true>>(*handle);
+      }
+    }
   }
   return slow();
 }
@@ -146,11 +155,15 @@ struct Place {
 /** Tells the profile of a record that was written into a slot. */
 template <class Handling>
 [[gnu::always_inline]] inline void note_made_fast(qk_mem_handle& handle, profile::SlotPlace place,
-                                                  profile::Site* site, const qk_mem_ptr& record,
-                                                  bool single_threaded) {
-  if constexpr (Handling::kWatched) {
-    if (!profile::quick_note_made(handle, place, site, bytes_of(record), single_threaded)) {
-      profile::note_made(handle, place, site);
+                                                  const profile::Origin& origin,
+                                                  const qk_mem_ptr& record, bool single_threaded) {
+  if constexpr (Handling::kChecked) {
+    if (!profile::quick_note_checked(handle, place, origin, single_threaded)) {
+      profile::note_made(handle, place, origin);
+    }
+  } else if constexpr (Handling::kWatched) {
+    if (!profile::quick_note_made(handle, place, origin.site, bytes_of(record), single_threaded)) {
+      profile::note_made(handle, place, origin);
     }
   }
 }
@@ -176,7 +189,7 @@ template <class Handling>
   with_single_threaded([&](bool single_threaded) __attribute__((always_inline)) {
     record.seq = qk::add(Qk_mem_seq, 1, single_threaded);
     fill_slot(handle, array, index, record, charged_to(record.kind), single_threaded);
-    note_made_fast<Handling>(handle, {array, index}, site, record, single_threaded);
+    note_made_fast<Handling>(handle, {array, index}, {site, 0}, record, single_threaded);
   });
 }
 
@@ -210,7 +223,7 @@ template <class Handling>
 template <class Handling>
 [[nodiscard, gnu::always_inline]] inline bool record_in_small_fast(
     qk_mem_handle& handle, void* address, unsigned char kind, std::uint64_t count,
-    std::uint64_t size, const char* file, int line) {
+    std::uint64_t size, const char* file, int line, std::uint32_t flags = 0) {
   profile::Site* site = nullptr;
   if (!find_site_fast<Handling>(handle, file, line, site)) [[unlikely]]
     return false;
@@ -225,7 +238,7 @@ template <class Handling>
   with_single_threaded([&](bool single_threaded) __attribute__((always_inline)) {
     record.seq = qk::add(Qk_mem_seq, 1, single_threaded);
     fill_slot_of_small(handle, array, index, record, charged_to(kind), single_threaded);
-    note_made_fast<Handling>(handle, {array, index}, site, record, single_threaded);
+    note_made_fast<Handling>(handle, {array, index}, {site, flags}, record, single_threaded);
   });
   return true;
 }
@@ -293,7 +306,7 @@ template <class Handling>
   const auto remove = [&](qk_mem_ptr_array & array, std::int32_t index, bool single_threaded)
       __attribute__((always_inline)) {
     if constexpr (Handling::kWatched) {
-      if (profile::is_registered(handle, {array, index})) return false;
+      if (profile::needs_care(handle, {array, index})) return false;
       profile::note_gone(handle, {array, index}, {path, line, history::Ending::kFreed});
     }
     remove_record(handle, array, index, ChargedTo::kData, single_threaded);
@@ -335,7 +348,7 @@ template <class Handling>
   const auto hide = [&](qk_mem_ptr_array & array, std::int32_t index, bool single_threaded)
       __attribute__((always_inline)) {
     if constexpr (Handling::kWatched) {
-      if (profile::is_registered(handle, {array, index})) return false;
+      if (profile::needs_care(handle, {array, index})) return false;
       profile::note_set_aside(handle, {array, index}, {path, line, history::Ending::kResized});
     }
     set_aside(handle, array, index, ChargedTo::kData, single_threaded);
@@ -353,7 +366,7 @@ template <class Handling>
   const auto hide = [&](qk_mem_ptr_array & array, std::int32_t index, bool single_threaded)
       __attribute__((always_inline)) {
     if constexpr (Handling::kWatched) {
-      if (profile::is_registered(handle, {array, index})) return false;
+      if (profile::needs_care(handle, {array, index})) return false;
       profile::note_set_aside(handle, {array, index}, {path, line, history::Ending::kResized});
     }
     set_aside_in_small(handle, array, index, ChargedTo::kData, single_threaded);
@@ -388,7 +401,7 @@ template <class Handling>
   with_single_threaded([&](bool single_threaded) __attribute__((always_inline)) {
     record.seq = qk::add(Qk_mem_seq, 1, single_threaded);
     refill_slot_of_small(handle, array, place.index, record, ChargedTo::kData, single_threaded);
-    note_made_fast<Handling>(handle, {array, place.index}, site, record, single_threaded);
+    note_made_fast<Handling>(handle, {array, place.index}, {site, 0}, record, single_threaded);
   });
   return true;
 }

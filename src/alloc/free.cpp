@@ -1,9 +1,13 @@
 // free on a handle.
 #include "accounting/pieces.h"
 #include "accounting/walks.h"
+#include "alloc/checked_path.h"
 #include "alloc/fast_path.h"
 #include "alloc/shared_steps.h"
 #include "alloc/unrecorded.h"
+#include "check/release.h"
+#include "check/report/look.h"
+#include "check/report/wrong_release.h"
 #include "diag/log.h"
 #include "profile/report/misuse.h"
 #include "support/system_memory.h"
@@ -43,28 +47,45 @@ void warn_of_misuse(qk_mem_handle& handle, const void* ptr, const CallContext& c
   }
 }
 
+/** Frees what has no record any more, unless the checks are on and know that it is no memory. */
+void release_removed(qk_mem_handle& handle, const Removed& removed, const CallContext& context) {
+  const qk_mem_ptr& record = removed.record;
+  if (check::checks(handle)) check::look_beside(handle, record, removed.index);
+  if (is_language_made(record.kind)) {
+    profile::tell_of_wrong_call(handle, record, WrongCall::kFreeOfObject, Routine::kFree, context);
+    if (check::checks(handle)) return;
+  }
+  if (is_system_memory(record.kind) && check::cares_for(handle, removed.mark)) {
+    check::release(handle, record, removed.mark,
+                   {context.path, context.line, history::Ending::kFreed});
+  } else {
+    user_memory::release(record.address);
+  }
+}
+
+/** Frees what had no record, unless the checks are on and know that it can't be freed. */
+void release_unknown(const qk_mem_handle& handle, void* ptr, const CallContext& context) {
+  if (check::refuses_release(handle, ptr, Routine::kFree, context)) return;
+  profile::tell_of_unknown_address(handle, ptr, Routine::kFree, context);
+  user_memory::release(ptr);
+}
+
 /**
  * Removes the record before it frees the memory: as soon as the memory is free, another thread can
  * be given the same address and record it.
  */
 std::optional<Removed> free_memory(qk_mem_handle& handle, void* ptr, const CallContext& context) {
-  std::optional<Removed> removed;
-  if (ptr != nullptr && keeps_records(handle)) {
-    removed = remove_pointer(handle, ptr, Removal::kByFree, {context.path, context.line});
-    if (!removed) {
-      if (logs_errors(context)) warn_not_found(context, handle.id, as_number(ptr));
-      profile::tell_of_unknown_address(handle, ptr, Routine::kFree, context);
-    }
-  } else if (ptr != nullptr) {
-    note_unrecorded_gone(handle, ptr);
+  if (ptr == nullptr || !keeps_records(handle)) {
+    release_unrecorded(handle, ptr, context);
+    return std::nullopt;
+  }
+  const auto removed = remove_pointer(handle, ptr, Removal::kByFree, {context.path, context.line});
+  if (removed) {
+    release_removed(handle, *removed, context);
   } else {
-    profile::count_null_free(handle);
+    if (logs_errors(context)) warn_not_found(context, handle.id, as_number(ptr));
+    release_unknown(handle, ptr, context);
   }
-  if (removed && is_language_made(removed->record.kind)) {
-    profile::tell_of_wrong_call(handle, removed->record, WrongCall::kFreeOfObject, Routine::kFree,
-                                context);
-  }
-  user_memory::release(ptr);
   return removed;
 }
 
@@ -86,7 +107,7 @@ std::optional<Removed> free_piece(qk_mem_handle& handle, void* ptr, const CallCo
   }
   if (handle.blockfree == 0 && record->kind != kind::kExternal) return std::nullopt;
   const auto removed = remove_pointer(handle, ptr, Removal::kByFree, {context.path, context.line});
-  if (removed) release_piece(handle, ptr, removed->record, context);
+  if (removed) release_piece(handle, ptr, *removed, context);
   return removed;
 }
 
@@ -110,8 +131,12 @@ void announce_free(const qk_mem_handle& handle, const qk_mem_ptr& record,
 
 [[gnu::noinline]] void free_slow_path(int hid, void* ptr, const char* file, int line) {
   ensure_started();
-  if (bypasses_tracking(hid)) return user_memory::release(note_direct_gone(ptr));
   const CallContext context = free_context(file, line);
+  if (bypasses_tracking(hid)) {
+    qk_mem_handle* const watched = watched_data_handle();
+    return watched == nullptr ? user_memory::release(ptr)
+                              : release_unrecorded(*watched, ptr, context);
+  }
   qk_mem_handle* handle = look_up_handle(hid, context);
   if (handle != nullptr) free_on_handle(*handle, ptr, context);
 }
@@ -133,13 +158,27 @@ template <class Handling>
   user_memory::release(ptr);
 }
 
+template <class Handling>
+[[gnu::noinline]] void free_checked(qk_mem_handle& handle, void* ptr, const char* file, int line) {
+  check::BlockFacts facts;
+  if (remove_checked_fast<Handling>(handle, ptr, file, line, facts)) [[likely]] {
+    check::release_whole(profile::pool_of(handle), facts);
+  } else {
+    free_on_handle(handle, ptr, free_context(file, line));
+  }
+}
+
 [[gnu::always_inline]] inline void free_fast_path(int hid, void* ptr, const char* file, int line,
                                                   FreeCall* slow_path) {
   if (bypasses_tracking_fast(hid)) return user_memory::release(ptr);
-  on_recording_handle(
+  on_recording_handle<true>(
       hid, Routine::kFree,
       [&]<class Handling>(qk_mem_handle& handle) {
-        free_recorded<Handling>(handle, ptr, file, line);
+        if constexpr (Handling::kChecked) {
+          free_checked<Handling>(handle, ptr, file, line);
+        } else {
+          free_recorded<Handling>(handle, ptr, file, line);
+        }
       },
       [&] { slow_path(hid, ptr, file, line); });
 }

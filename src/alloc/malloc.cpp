@@ -3,6 +3,7 @@
 #include "alloc/fast_path.h"
 #include "alloc/shared_steps.h"
 #include "alloc/unrecorded.h"
+#include "check/new_block.h"
 #include "diag/log.h"
 #include "profile/filling.h"
 #include "support/system_memory.h"
@@ -28,26 +29,24 @@ void warn_of_misuse(const qk_mem_handle& handle, std::size_t size, int alignment
 }
 
 /** Records what the system's allocator returned, or reports that it failed. */
-[[gnu::noinline]] void* finish_malloc(qk_mem_handle& handle, void* memory, std::size_t size,
-                                      const CallContext& context) {
-  if (memory == nullptr) {
+[[gnu::noinline]] void* finish_malloc(qk_mem_handle& handle, const check::NewBlock& block,
+                                      std::size_t size, const CallContext& context) {
+  if (block.address == nullptr) {
     report_failed_malloc(size, context);
-  } else {
-    record_allocation(handle, memory, kind::kMalloc, {1, size}, context);
+    return nullptr;
   }
-  return memory;
+  return record_allocation(handle, block, kind::kMalloc, {1, size}, context);
 }
 
 [[gnu::noinline]] void* malloc_on_handle(qk_mem_handle& handle, std::size_t size, int alignment,
                                          const CallContext& context) {
   if (checks_misuse(context)) warn_of_misuse(handle, size, alignment, context);
   if (!is_blockmgmt(handle)) {
-    void* const memory = profile::filled(handle, user_memory::allocate(size), size);
-    return finish_malloc(handle, memory, size, context);
+    return finish_malloc(handle, check::allocate(handle, size), size, context);
   }
-  void* piece = profile::filled(handle, allocate_piece(handle, size, alignment, context), size);
-  if (piece != nullptr) record_allocation(handle, piece, kind::kMalloc, {1, size}, context);
-  return piece;
+  const check::NewBlock piece = allocate_piece(handle, size, alignment, context);
+  if (piece.address == nullptr) return nullptr;
+  return record_allocation(handle, piece, kind::kMalloc, {1, size}, context);
 }
 
 [[gnu::noinline]] void* malloc_slow_path(int hid, std::size_t size, int alignment, const char* file,
@@ -55,9 +54,9 @@ void warn_of_misuse(const qk_mem_handle& handle, std::size_t size, int alignment
   ensure_started();
   const CallContext context = malloc_context(file, line);
   if (bypasses_tracking(hid)) {
-    void* const memory = untracked(user_memory::allocate(size));
-    if (watched_data_handle() != nullptr) profile::fill_new(memory, 0, size);
-    return note_direct(memory, size, context);
+    qk_mem_handle* const watched = watched_data_handle();
+    if (watched == nullptr) return untracked(user_memory::allocate(size));
+    return note_direct(*watched, check::allocate(*watched, size), size, context);
   }
   qk_mem_handle* handle = look_up_handle(hid, context);
   return handle == nullptr ? nullptr : malloc_on_handle(*handle, size, alignment, context);
@@ -78,7 +77,7 @@ template <class Handling>
       record_fast<Handling>(handle, memory, kind::kMalloc, 1, size, name, line)) {
     return memory;
   }
-  return finish_malloc(handle, memory, size, malloc_context(path, line));
+  return finish_malloc(handle, {memory, {}}, size, malloc_context(path, line));
 }
 
 /**
@@ -96,6 +95,20 @@ template <class Handling>
     return record_malloc<Handling>(handle, memory, size, name, path, line);
   }
   return memory;
+}
+
+/** The same with guards. */
+template <class Handling>
+[[gnu::noipa]] void* malloc_checked(qk_mem_handle& handle, std::size_t size, int /*alignment*/,
+                                    const char* path, int line) {
+  const check::NewBlock block = check::allocate(handle, size);
+  const char* name = nullptr;
+  if (block.address == nullptr || !qk::find_known_name(path, name) ||
+      !record_in_small_fast<Handling>(handle, block.address, kind::kMalloc, 1, size, name, line,
+                                      block.layout.flags)) [[unlikely]] {
+    return finish_malloc(handle, block, size, malloc_context(path, line));
+  }
+  return block.address;
 }
 
 template <class Lock>
@@ -143,8 +156,8 @@ template <class Lock>
     }
   }
   if (piece == nullptr) return fall_back(handle, size, alignment, file, line);
-  record_allocation(handle, piece, kind::kMalloc, {1, size}, malloc_context(file, line));
-  return piece;
+  return record_allocation(handle, {piece, {}}, kind::kMalloc, {1, size},
+                           malloc_context(file, line));
 }
 
 [[gnu::always_inline]] inline void* malloc_fast_path(int hid, std::size_t size, int alignment,
@@ -166,6 +179,10 @@ template <class Lock>
       return malloc_recorded<Needs<NoLock, true>>(*handle, size, alignment, file, line);
     case Road::kRecordsWatchedLocked:
       return malloc_recorded<Needs<HandleLock, true>>(*handle, size, alignment, file, line);
+    case Road::kRecordsChecked:
+      return malloc_checked<Needs<NoLock, true, true>>(*handle, size, alignment, file, line);
+    case Road::kRecordsCheckedLocked:
+      return malloc_checked<Needs<HandleLock, true, true>>(*handle, size, alignment, file, line);
     case Road::kPiecesLocked:
       return piece_unrecorded<HandleLock>(*handle, size, alignment, file, line);
     case Road::kRecordedPieces:

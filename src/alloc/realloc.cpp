@@ -6,6 +6,8 @@
 #include "alloc/fast_path.h"
 #include "alloc/shared_steps.h"
 #include "alloc/unrecorded.h"
+#include "check/release.h"
+#include "check/report/wrong_release.h"
 #include "diag/heap.h"
 #include "diag/log.h"
 #include "diag/trace_file.h"
@@ -65,8 +67,10 @@ void warn_of_misuse(qk_mem_handle& handle, const void* ptr, std::size_t size, in
 
 /** Memory that was resized, and the record that it had before. Without memory it is set aside. */
 struct Resized {
-  void* memory = nullptr;
+  check::NewBlock block;
   std::optional<Removed> old;
+
+  [[nodiscard]] bool has_memory() const { return block.address != nullptr; }
 };
 
 /** Tells people of memory that realloc can't resize, before the system's allocator may give up. */
@@ -80,6 +84,48 @@ void tell_of_misuse(const qk_mem_handle& handle, const void* ptr, const std::opt
   }
 }
 
+/** A block without memory, as if the allocator had refused. */
+check::NewBlock refuse_resize() {
+  errno = EINVAL;
+  return {};
+}
+
+/** Resizes memory whose record is set aside, while the checks are on or have left it guards. */
+check::NewBlock resize_known(const qk_mem_handle& handle, const Removed& old, std::size_t size,
+                             const CallContext& context) {
+  const history::Release by = {context.path, context.line, history::Ending::kResized};
+  if (size == 0) {
+    check::release(handle, old.record, old.mark, by);
+    errno = 0;
+    return {};
+  }
+  const check::BlockFacts facts = check::facts_of(handle, old.record, old.mark);
+  check::look_before_release(facts);
+  if (const check::NewBlock moved = check::copy_elsewhere(handle, facts, size);
+      moved.address != nullptr) {
+    check::release(handle, old.record, old.mark, by);
+    return moved;
+  }
+  return check::resize(handle, old.record.address, facts.bytes, old.mark, size);
+}
+
+/** Resizes memory, or refuses to resize what can't be. */
+check::NewBlock resize_block(qk_mem_handle& handle, void* ptr, const std::optional<Removed>& old,
+                             std::size_t size, const CallContext& context) {
+  if (ptr == nullptr) return check::resize(handle, nullptr, 0, {}, size);
+  if (!old && !is_walked(handle) &&
+      check::refuses_release(handle, ptr, Routine::kRealloc, context)) {
+    return refuse_resize();
+  }
+  tell_of_misuse(handle, ptr, old, context);
+  if (!old) return {user_memory::resize(ptr, size), {}};
+  if (is_language_made(old->record.kind) && check::checks(handle)) return refuse_resize();
+  if (is_system_memory(old->record.kind) && check::cares_for(handle, old->mark)) {
+    return resize_known(handle, *old, size, context);
+  }
+  return check::resize(handle, ptr, bytes_of(old->record), {}, size);
+}
+
 /**
  * Resizes memory of the system's allocator. Its record is set aside first, because another thread
  * can be given the old address at once.
@@ -88,18 +134,14 @@ Resized resize_memory(qk_mem_handle& handle, void* ptr, std::size_t size,
                       const CallContext& context) {
   Resized resized;
   if (handle.track == 0) {
-    resized.memory = UnrecordedRealloc(&handle, ptr).resize(ptr, size, context);
+    resized.block.address = UnrecordedRealloc(&handle, ptr, context).resize(ptr, size, context);
     return resized;
   }
   if (ptr != nullptr) {
     resized.old = set_aside_pointer(handle, ptr, {context.path, context.line});
-    tell_of_misuse(handle, ptr, resized.old, context);
   }
-  resized.memory = user_memory::resize(ptr, size);
-  if (profile::is_watched(handle) && (ptr == nullptr || resized.old)) {
-    profile::fill_new(resized.memory, resized.old ? bytes_of(resized.old->record) : 0, size);
-  }
-  if (resized.old && resized.memory != nullptr) free_place_of(handle, *resized.old);
+  resized.block = resize_block(handle, ptr, resized.old, size, context);
+  if (resized.old && resized.has_memory()) free_place_of(handle, *resized.old);
   return resized;
 }
 
@@ -127,8 +169,7 @@ Resized resize_piece(qk_mem_handle& handle, void* ptr, std::size_t size, int ali
   Resized resized;
   if (refuse_alignment(alignment)) return resized;
   if (ptr == nullptr) {
-    resized.memory =
-        profile::filled(handle, allocate_piece(handle, size, alignment, context), size);
+    resized.block = allocate_piece(handle, size, alignment, context);
     return resized;
   }
   if (handle.blockfree == 0) return resized;
@@ -138,16 +179,14 @@ Resized resize_piece(qk_mem_handle& handle, void* ptr, std::size_t size, int ali
     profile::tell_of_unknown_address(handle, ptr, Routine::kRealloc, context);
     return resized;
   }
-  const qk_mem_ptr& old = resized.old->record;
-  resized.memory =
-      size <= bytes_of(old)
-          ? ptr
-          : profile::filled(handle, replace_piece(handle, ptr, old, size, alignment, context),
-                            size);
-  if (resized.memory == nullptr) {
-    restore_pointer(handle, *resized.old);
+  const Removed& old = *resized.old;
+  resized.block = size <= bytes_of(old.record)
+                      ? shrink_piece(handle, ptr, old, size)
+                      : replace_piece(handle, ptr, old, size, alignment, context);
+  if (resized.has_memory()) {
+    free_place_of(handle, old);
   } else {
-    free_place_of(handle, *resized.old);
+    restore_pointer(handle, old);
   }
   return resized;
 }
@@ -174,18 +213,22 @@ void log_resized(const CallContext& context, int hid, const qk_mem_ptr& now,
   }
 }
 
-/** Records the memory under its new size and announces it together with the record before. */
-void record_resized(qk_mem_handle& handle, const Resized& resized, std::size_t size,
-                    const CallContext& context) {
+/**
+ * Records the memory under its new size and announces it together with the record before. Returns
+ * what the program gets.
+ */
+void* record_resized(qk_mem_handle& handle, const Resized& resized, std::size_t size,
+                     const CallContext& context) {
   const qk_mem_ptr* old = resized.old ? &resized.old->record : nullptr;
-  const auto now =
-      record_pointer(handle, resized.memory, kind_on(handle, kind::kRealloc), {1, size}, context);
-  if (!now) return;
+  check::NewBlock block = resized.block;
+  const auto now = record_block(handle, block, kind_on(handle, kind::kRealloc), {1, size}, context);
+  if (!now) return block.address;
   if (logs_events(context)) log_resized(context, handle.id, *now, old);
   const long change = static_cast<long>(bytes_of(*now) - (old == nullptr ? 0 : bytes_of(*old)));
   qk_mem_write_db(handle.id, now->kind, now->address, now->count, now->size, now->file, now->line,
                   traced_change(handle, change));
   dump_control_blocks(*context.switches);
+  return block.address;
 }
 
 /** Records memory that the system's allocator has resized, or reports that it failed. */
@@ -193,28 +236,21 @@ void record_resized(qk_mem_handle& handle, const Resized& resized, std::size_t s
                                        const void* ptr, std::size_t size,
                                        const CallContext& context) {
   const std::size_t address = as_number(ptr);
-  if (resized.memory == nullptr) {
+  if (!resized.has_memory()) {
     report_failed_resize(handle, resized, size, context);
   } else if (handle.track != 0) {
-    if (ptr != nullptr && !resized.old) {
-      if (logs_errors(context)) warn_not_found(context, handle.id, address);
-    } else {
-      record_resized(handle, resized, size, context);
-    }
+    if (ptr == nullptr || resized.old) return record_resized(handle, resized, size, context);
+    if (logs_errors(context)) warn_not_found(context, handle.id, address);
   }
-  return resized.memory;
+  return resized.block.address;
 }
 
 void* realloc_piece(qk_mem_handle& handle, void* ptr, std::size_t size, int alignment,
                     const CallContext& context) {
   const Resized resized = resize_piece(handle, ptr, size, alignment, context);
-  if (resized.memory == nullptr) return nullptr;
-  if (handle.track != 0) {
-    record_resized(handle, resized, size, context);
-  } else {
-    note_unrecorded(handle, resized.memory, size, context);
-  }
-  return resized.memory;
+  if (!resized.has_memory()) return nullptr;
+  return handle.track != 0 ? record_resized(handle, resized, size, context)
+                           : note_unrecorded(handle, resized.block, size, context);
 }
 
 [[gnu::noinline]] void* realloc_on_handle(qk_mem_handle& handle, void* ptr, std::size_t size,
@@ -235,7 +271,8 @@ void* realloc_piece(qk_mem_handle& handle, void* ptr, std::size_t size, int alig
   ensure_started();
   const CallContext context = realloc_context(file, line);
   if (bypasses_tracking(hid)) {
-    return untracked(UnrecordedRealloc(watched_data_handle(), ptr).resize(ptr, size, context));
+    return untracked(
+        UnrecordedRealloc(watched_data_handle(), ptr, context).resize(ptr, size, context));
   }
   qk_mem_handle* handle = look_up_handle(hid, context);
   return handle == nullptr ? nullptr : realloc_on_handle(*handle, ptr, size, alignment, context);
@@ -244,7 +281,7 @@ void* realloc_piece(qk_mem_handle& handle, void* ptr, std::size_t size, int alig
 /** Takes over from the fast path when there is no memory, or no room for the new record. */
 [[gnu::noinline]] void* finish_unusual(qk_mem_handle& handle, Place old, void* memory,
                                        std::size_t size, const char* file, int line) {
-  const Resized resized = {memory, set_aside_in(handle, old.address, old.index)};
+  const Resized resized = {{memory, {}}, set_aside_in(handle, old.address, old.index)};
   if (memory != nullptr) free_place_of(handle, *resized.old);
   return finish_realloc(handle, resized, old.address, size, realloc_context(file, line));
 }

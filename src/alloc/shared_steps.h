@@ -35,9 +35,13 @@ namespace qk::mem {
 /** Sets the error code of a malloc that just failed, and reports it. */
 [[gnu::cold]] void report_failed_malloc(std::size_t size, const CallContext& context);
 
-/** Records and announces memory that was allocated on a handle, if the handle keeps records. */
-void record_allocation(qk_mem_handle& handle, void* memory, unsigned char kind,
-                       const Contents& contents, const CallContext& context);
+/**
+ * Records and announces memory that was allocated on a handle, if the handle keeps records. Returns
+ * what the program gets.
+ */
+[[nodiscard]] void* record_allocation(qk_mem_handle& handle, check::NewBlock block,
+                                      unsigned char kind, const Contents& contents,
+                                      const CallContext& context);
 
 /** The change that the trace file shows: on block-managed handles only blocks change anything. */
 [[nodiscard]] constexpr long traced_change(const qk_mem_handle& handle, long change) {

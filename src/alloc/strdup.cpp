@@ -4,6 +4,7 @@
 #include "accounting/pieces.h"
 #include "alloc/shared_steps.h"
 #include "alloc/unrecorded.h"
+#include "check/new_block.h"
 #include "core/roads.h"
 #include "diag/log.h"
 #include "support/system_memory.h"
@@ -21,27 +22,31 @@ std::size_t recorded_size(const char* str) {
   return static_cast<std::uint32_t>(std::strlen(str) + 1);
 }
 
-void* copy_to_piece(qk_mem_handle& handle, const char* str, const CallContext& context) {
+check::NewBlock copy_to_piece(qk_mem_handle& handle, const char* str, const CallContext& context) {
   const std::size_t size = std::strlen(str) + 1;
   // A piece is only as large as its record says, so one of more than 32 bits can't be had.
-  void* piece = allocate_piece(handle, size > UINT32_MAX ? SIZE_MAX : size, 1, context);
-  return piece == nullptr ? nullptr : std::memcpy(piece, str, size);
+  const check::NewBlock piece =
+      allocate_piece(handle, size > UINT32_MAX ? SIZE_MAX : size, 1, context);
+  if (piece.address != nullptr) std::memcpy(piece.address, str, size);
+  return piece;
 }
 
-void* copy_to_system_memory(const char* str, std::size_t size, const CallContext& context) {
-  void* memory = user_memory::copy_of(str);
-  if (memory == nullptr) {
+check::NewBlock copy_to_system_memory(const qk_mem_handle& handle, const char* str,
+                                      std::size_t size, const CallContext& context) {
+  const check::NewBlock copy = check::copy_of(handle, str);
+  if (copy.address == nullptr) {
     report_failure(context, "strdup of %zu at %s:%d failed", size, context.file(), context.line);
   }
-  return memory;
+  return copy;
 }
 
 void* strdup_on_handle(qk_mem_handle& handle, const char* str, const CallContext& context) {
   const std::size_t size = recorded_size(str);
-  void* memory = is_blockmgmt(handle) ? copy_to_piece(handle, str, context)
-                                      : copy_to_system_memory(str, size, context);
-  if (memory != nullptr) record_allocation(handle, memory, kind::kStrdup, {1, size}, context);
-  return memory;
+  const check::NewBlock copy = is_blockmgmt(handle)
+                                   ? copy_to_piece(handle, str, context)
+                                   : copy_to_system_memory(handle, str, size, context);
+  if (copy.address == nullptr) return nullptr;
+  return record_allocation(handle, copy, kind::kStrdup, {1, size}, context);
 }
 
 /** Null for null. */
@@ -58,9 +63,10 @@ extern "C" char* qk_mem_istrdup(int hid, const char* str, const char* file, int 
   ensure_started();
   const CallContext context(Routine::kStrdup, file, line);
   if (bypasses_tracking(hid)) {
-    char* const copy = copy_untracked(str);
-    return copy == nullptr ? nullptr
-                           : static_cast<char*>(note_direct(copy, std::strlen(copy) + 1, context));
+    qk_mem_handle* const watched = watched_data_handle();
+    if (watched == nullptr || str == nullptr) return copy_untracked(str);
+    return static_cast<char*>(
+        note_direct(*watched, check::copy_of(*watched, str), std::strlen(str) + 1, context));
   }
   qk_mem_handle* handle = look_up_handle(hid, context);
   if (handle == nullptr) return nullptr;

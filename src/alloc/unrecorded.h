@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <optional>
 
+#include "check/new_block.h"
 #include "core/records.h"
 #include "diag/call_context.h"
 #include "profile/notes.h"
@@ -14,28 +15,31 @@
  */
 namespace qk::mem {
 
-/** Notes memory of a handle that keeps no records. */
-void note_unrecorded(qk_mem_handle& handle, const void* memory, std::uint64_t bytes,
-                     const CallContext& context);
+/** Notes memory of a handle that keeps no records. Returns what the program gets. */
+[[nodiscard]] void* note_unrecorded(qk_mem_handle& handle, check::NewBlock block,
+                                    std::uint64_t bytes, const CallContext& context);
 
-/** Notes that such memory will be freed. */
-void note_unrecorded_gone(qk_mem_handle& handle, const void* memory);
+/** The same for memory of the data handle, which can be null. That sets the error code. */
+[[nodiscard]] void* note_direct(qk_mem_handle& handle, const check::NewBlock& block,
+                                std::uint64_t bytes, const CallContext& context);
 
-/** The same for the data handle. Both return `memory`, which can be null. */
-void* note_direct(void* memory, std::uint64_t bytes, const CallContext& context);
-void* note_direct_gone(void* memory);
+/** Releases memory of such a handle, which can be null. */
+void release_unrecorded(qk_mem_handle& handle, void* memory, const CallContext& context);
 
 /** A realloc of memory without a record. Other threads can get the old address once it is free. */
 class UnrecordedRealloc {
  public:
   /** `handle` is null if no handle is to be told. */
-  UnrecordedRealloc(qk_mem_handle* handle, const void* old);
+  UnrecordedRealloc(qk_mem_handle* handle, const void* old, const CallContext& context);
 
   /** Resizes `old`, and notes what has become of it. */
   [[nodiscard]] void* resize(void* old, std::size_t size, const CallContext& context);
 
  private:
+  [[nodiscard]] check::NewBlock resize_known(void* old, std::size_t size);
+
   qk_mem_handle* handle_;
+  history::Release by_;
   std::optional<profile::Unrecorded> old_;
 };
 

@@ -5,17 +5,17 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "config/kept_text.h"
 #include "config/known_leaks_file.h"
 #include "config/profile_options.h"
 #include "config/profile_schedule.h"
+#include "config/watching.h"
 #include "core/handle_array.h"
 #include "core/registry.h"
-#include "core/roads.h"
 #include "core/upcalls.h"
 #include "lost/inquiry.h"
 #include "profile/copies.h"
 #include "profile/notes.h"
-#include "profile/pool.h"
 #include "profile/sampling.h"
 #include "profile/snapshots.h"
 #include "profile/stacks.h"
@@ -23,46 +23,16 @@
 #include "qkmem/profile.h"
 #include "support/exit_code.h"
 #include "support/line.h"
-#include "support/mtx_lock.h"
 #include "support/own_message.h"
 #include "support/system.h"
-#include "table/slot.h"
 
 namespace qk::mem {
 namespace {
 
-/** A copy of an option string that stays, in the profile's own memory. Null if there is none. */
-char* keep_text(const char* text) {
-  const std::size_t bytes = std::strlen(text) + 1;
-  const qk::MtxLock lock(profile::growth_lock);
-  void* const copy = profile::arena.take(bytes);
-  return copy == nullptr ? nullptr : static_cast<char*>(std::memcpy(copy, text, bytes));
-}
-
-/** Books the records that are not booked yet. */
-void note_present_records(qk_mem_handle& handle) {
-  for (qk_mem_ptr_array& array : handle.ptrs) {
-    const std::int32_t slots = slots_of(array);
-    for (std::int32_t index = 1; index < slots; ++index) {
-      if (recorded_address(array.ptrs[index]) == nullptr) continue;
-      profile::note_from_before(handle, {array, index});
-    }
-  }
-}
-
-/** From one moment on, under the handle's lock, all its calls tell the profile of its memory. */
-void watch(qk_mem_handle& handle) QK_REQUIRES(Qk_mem_mtx) {
-  assert_registry_held();
-  const HandleLock lock(handle);
-  if (!profile::is_watched(handle)) profile::watch_handle(handle);
-  if (profile::is_watched(handle)) note_present_records(handle);
-}
-
 void switch_on() QK_REQUIRES(Qk_mem_mtx) {
   assert_registry_held();
   profile::start();
-  for_each_handle(watch);
-  settle_all_roads();
+  watch_all_handles();
 }
 
 void say_that_sample_stays(const char* source) {
@@ -93,7 +63,7 @@ std::int32_t configure(const char* source, const char* text) {
   if (options.depth != 0) profile::prepare_stack_capture();
   if (options.leaks_code != 0) qk::prepare_exit_code();
   if (options.lost) lost::prepare_inquiry();
-  profile::set_filling(options.lost);
+  profile::set_filling(profile::Filling::kForSearch, options.lost);
   if (!profile::set_sampling(options.sample_bytes)) say_that_sample_stays(source);
   const RegistryLock lock;
   profile::set_options(options);
@@ -153,7 +123,7 @@ extern "C" int qk_mem_profile_config(const char* options) {
   ensure_started();
   if (options == nullptr || *options == '\0') {
     end_profile_schedule();
-    profile::set_filling(false);
+    profile::set_filling(profile::Filling::kForSearch, false);
     profile::stop();
     return 0;
   }

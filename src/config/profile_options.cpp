@@ -1,15 +1,12 @@
 #include "config/profile_options.h"
 
-#include <linux/limits.h>
-
 #include <array>
-#include <charconv>
 #include <cstring>
 #include <optional>
 #include <string_view>
 
+#include "config/option_values.h"
 #include "config/profile_words.h"
-#include "support/file_names.h"
 #include "support/option_words.h"
 #include "support/options.h"
 #include "support/text.h"
@@ -22,32 +19,6 @@ using profile::Format;
 using profile::GrowthQuery;
 using profile::Options;
 using profile::Sort;
-
-/** A number without a sign, up to `most`. */
-std::optional<std::uint64_t> read_number(std::string_view text, std::uint64_t most) {
-  std::uint64_t number = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-  if (error != std::errc() || end != text.data() + text.size() || number > most) {
-    return std::nullopt;
-  }
-  return number;
-}
-
-/** Bytes, with K, M or G for the powers of 1,024. */
-std::optional<std::uint64_t> read_bytes(std::string_view text) {
-  constexpr std::string_view kUnits = "KMG";
-  int shift = 0;
-  if (!text.empty()) {
-    const std::size_t unit = kUnits.find(static_cast<char>(qk::upper(text.back())));
-    if (unit != std::string_view::npos) {
-      shift = 10 * (static_cast<int>(unit) + 1);
-      text.remove_suffix(1);
-    }
-  }
-  const auto number = read_number(text, UINT64_MAX >> shift);
-  if (!number) return std::nullopt;
-  return *number << shift;
-}
 
 /** One of several words, by its position. */
 template <std::size_t N>
@@ -86,11 +57,8 @@ bool set_format(Options& options, const char* value) {
   return format.has_value();
 }
 
-/** A pattern with a conversion that there isn't must not become the name of a file unnoticed. */
 bool set_report(Options& options, const char* value) {
-  std::array<char, PATH_MAX> name = {};
-  const qk::ExpandedName expanded = qk::expand_file_name(value, {}, name);
-  if (!expanded.fits || !expanded.unknown.empty()) return false;
+  if (!is_report_name(value)) return false;
   options.report = value;
   return true;
 }
@@ -132,19 +100,10 @@ bool set_history(Options& options, const char* value) {
   return blocks.has_value();
 }
 
-/** FAIL, with or without a code. */
 bool set_leaks(Options& options, const char* value) {
-  constexpr std::string_view kFail = "FAIL";
-  constexpr std::string_view kUsualCode = "=23";
-  const std::string_view text = value;
-  if (!equal_ignoring_case(text.substr(0, kFail.size()), kFail)) return false;
-  std::string_view code = text.substr(kFail.size());
-  if (code.empty()) code = kUsualCode;
-  if (code.front() != '=') return false;
-  const auto number = read_number(code.substr(1), UINT8_MAX);
-  if (!number || *number == 0) return false;
-  options.leaks_code = static_cast<std::uint8_t>(*number);
-  return true;
+  const auto code = read_failing_code(value);
+  if (code) options.leaks_code = *code;
+  return code.has_value();
 }
 
 bool set_ignore(Options& options, const char* value) {

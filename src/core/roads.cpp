@@ -8,6 +8,7 @@
 namespace qk::mem {
 
 constinit std::uint8_t data_handle_is_bypassed = 0;
+constinit RoadRules road_rules = {false, false};
 
 namespace {
 
@@ -21,11 +22,21 @@ Road with_lock_of(const qk_mem_handle& handle, Road unlocked, Road locked) {
   return handle.mtx == nullptr ? unlocked : locked;
 }
 
+/** Other routines than these are rare enough to take the slow road. */
+Road find_checked_road(const qk_mem_handle& handle, Routine routine) {
+  const bool is_common = routine == Routine::kMalloc || routine == Routine::kFree;
+  if (!is_common || road_rules.are_slow || is_blockmgmt(handle) || handle.track == 0) {
+    return Road::kSlow;
+  }
+  return with_lock_of(handle, Road::kRecordsChecked, Road::kRecordsCheckedLocked);
+}
+
 Road find_road(const qk_mem_handle& handle, Routine routine) {
   if (!qk::kShortcuts || !is_unobserved(switches_of(routine))) return Road::kSlow;
   // Its calls bypass the records. If the profile watches it, they must get far enough to tell.
   if (handle.id == QK_MEM_DATA_HANDLE && !debugging()) return Road::kSlow;
   const bool is_watched = qk::load(handle.profile_pool) != nullptr;
+  if (is_watched && road_rules.are_checked) return find_checked_road(handle, routine);
   if (!is_blockmgmt(handle)) {
     if (handle.track == 0) return Road::kSlow;
     return is_watched ? with_lock_of(handle, Road::kRecordsWatched, Road::kRecordsWatchedLocked)

@@ -21,6 +21,8 @@ enum class Road : std::uint8_t {
   kRecordsLocked,   // under the handle's lock
   kRecordsWatched,  // by the profile
   kRecordsWatchedLocked,
+  kRecordsChecked,  // watched, and checked
+  kRecordsCheckedLocked,
   kPieces,
   kPiecesLocked,
   kRecordedPieces,
@@ -32,6 +34,13 @@ enum class Road : std::uint8_t {
   const int index = static_cast<int>(routine) - static_cast<int>(Routine::kMalloc);
   return static_cast<Road>(qk::load(handle.roads[index]));
 }
+
+/** What else decides: under the registry's lock, before settle_all_roads(). */
+struct RoadRules {
+  bool are_checked;  // calls on watched handles
+  bool are_slow;     // and also take the slow road, all of them
+};
+[[gnu::visibility("hidden")]] extern RoadRules road_rules;
 
 /** Whether calls on the data handle go to the system's allocator and nothing else happens. */
 [[gnu::visibility("hidden")]] extern std::uint8_t data_handle_is_bypassed;

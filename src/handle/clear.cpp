@@ -1,5 +1,8 @@
 // Clear of a block-managed handle.
 #include "accounting/handle_lookup.h"
+#include "check/report/look.h"
+#include "check/settings.h"
+#include "check/unused.h"
 #include "core/kinds.h"
 #include "core/registry.h"
 #include "core/upcalls.h"
@@ -82,6 +85,13 @@ void note_pieces_gone(qk_mem_handle& handle) {
   profile::note_all_gone(handle);
 }
 
+/** Looks at all pieces, and notes for the time after who has cleared them. */
+void look_before_clear(qk_mem_handle& handle, const CallContext& context) {
+  check::look_at_handle(handle);
+  const HandleLock lock(handle);
+  check::note_cleared(handle, {context.path, context.line, history::Ending::kWithHandle});
+}
+
 int refuse_ordinary_handle(int hid, const CallContext& context) {
   Qk_mem_error.set(QK_MEM_ERROR_HANDLE);
   if (logs_errors(context)) {
@@ -101,6 +111,7 @@ extern "C" int qk_mem_iclear_handle(int hid, const char* file, int line) {
   qk_mem_handle* handle = look_up_handle(hid, context);
   if (handle == nullptr) return qk_mem_error();
   if (!is_blockmgmt(*handle)) return refuse_ordinary_handle(hid, context);
+  if (check::checks(*handle)) look_before_clear(*handle, context);
   if (keeps_records(*handle)) release_contents(*handle, context);
   if (handle->track == 0) note_pieces_gone(*handle);
   reset_blocks(*handle);

@@ -3,6 +3,7 @@
 
 #include "accounting/pieces.h"
 #include "accounting/tag_calls.h"
+#include "check/unused.h"
 #include "core/handle_array.h"
 #include "core/kinds.h"
 #include "core/own_locations.h"
@@ -187,7 +188,8 @@ bool set_up(qk_mem_handle& handle, const HandleOptions& asked, const char* tag,
   assert_registry_held();
   if (!apply_options(handle, asked, context) || !apply_tag(handle, tag, context)) return false;
   decide_tracking(handle);
-  if (profile::is_on()) profile::watch_handle(handle);
+  if (profile::gives_marks()) profile::watch_handle(handle);
+  check::begin_unused(handle);
   settle_roads(handle);
   handle.seq = next_seq();
   handle.file = context.file();

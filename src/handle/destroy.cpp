@@ -4,6 +4,8 @@
 #include <utility>
 
 #include "accounting/handle_lookup.h"
+#include "check/report/look.h"
+#include "check/settings.h"
 #include "core/kinds.h"
 #include "core/registry.h"
 #include "core/roads.h"
@@ -219,6 +221,7 @@ extern "C" int qk_mem_idel_handle(int hid, const char* file, int line) {
   if (hid == QK_MEM_DATA_HANDLE) return refuse_data_handle(context);
   qk_mem_handle* handle = claim_handle(hid, context);
   if (handle == nullptr) return qk_mem_error();
+  if (check::checks(*handle)) check::look_at_handle(*handle);
   const bool has_records = keeps_records(*handle);
   if (has_records) {
     DeletionRules rules(*handle, context);

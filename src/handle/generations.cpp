@@ -35,15 +35,15 @@ Routine routine_of(int call) {
 }
 
 /** The complete check, with a note on the handle that containers use it. */
-[[gnu::noinline, gnu::cold]] int check(int hid, std::uint32_t generation, int call,
-                                       const char* file, int line) {
+[[gnu::noinline, gnu::cold]] int check_generation(int hid, std::uint32_t generation, int call,
+                                                  const char* file, int line) {
   qk_mem_handle* handle = find_handle(hid);
   if (!is_of_generation(handle, generation)) return refuse(hid, call, file, line);
   if (handle != nullptr && call == QK_MEM_CALL_MALLOC) qk::store(handle->serves_containers, 1);
   return 1;
 }
 
-/** Whether check() has nothing to note for a call. */
+/** Whether check_generation() has nothing to note for a call. */
 [[nodiscard]] bool is_noted(const qk_mem_handle& handle, int call) {
   return call != QK_MEM_CALL_MALLOC || qk::load(handle.serves_containers) != 0;
 }
@@ -66,7 +66,7 @@ extern "C" int qk_mem_is_current(int hid, uint32_t generation, int call, const c
       [[likely]] {
     return 1;
   }
-  return check(hid, generation, call, file, line);
+  return check_generation(hid, generation, call, file, line);
 }
 
 extern "C" int qk_mem_may_destroy(int hid, uint32_t generation, const void* object,

@@ -3,6 +3,10 @@
 
 #include <optional>
 
+#include "check/quarantine.h"
+#include "check/report/findings.h"
+#include "check/report/look.h"
+#include "check/report/options.h"
 #include "core/handle_array.h"
 #include "core/kinds.h"
 #include "core/own_locations.h"
@@ -89,6 +93,23 @@ void release_registry() {
   announce_handle_array_gone();
 }
 
+/** While the handles are all there. Other threads can have a lock for ever at a signal. */
+void look_at_the_end(int sig) {
+  if (!check::was_ever_on()) return;
+  check::look_at_all(sig >= 1 ? check::Waiting::kForbidden : check::Waiting::kAllowed);
+}
+
+/**
+ * What was written to where it should not be can be why the program has crashed. Nothing is waited
+ * for: whoever holds a lock may never give it back.
+ */
+void look_at_a_fault() QK_UNCHECKED_LOCKING {
+  if (!check::was_ever_on() || check::is_stopping() || !Qk_mem_mtx.try_lock()) return;
+  check::look_at_all(check::Waiting::kForbidden);
+  if (check::findings_so_far() != 0) check::write_report();
+  Qk_mem_mtx.unlock();
+}
+
 /** What the end of the process is made for, and what it has found. */
 struct End {
   lost::Waiting waiting;
@@ -99,6 +120,8 @@ bool wants_search() { return profile::was_ever_on() && profile::options_now().lo
 
 void clean_up(Others others, End& end) {
   delete_autofree_handles(others);
+  // Tools that look for leaks know blocks that only the quarantine refers to for such.
+  if (others == Others::kNone) check::empty_quarantine();
   if (wants_search()) end.findings.emplace(lost::inquire(end.waiting));
   if (wants_summary()) dump_to_log();
   release_registry();
@@ -134,7 +157,8 @@ extern "C" void qk_mem_cleanup(int sig) {
   // A standard stream may have no buffer yet.
   if (FILE* log = qk::acquire(Qk_mem_log); sig >= 1 && log != nullptr) provide_log_buffer(log);
   log_end(sig);
-  if (!qk_signal_safe(sig)) return;
+  if (!qk_signal_safe(sig)) return look_at_a_fault();
+  look_at_the_end(sig);
   profile::freeze();
   End end = {sig >= 1 ? lost::Waiting::kForbidden : lost::Waiting::kAllowed, {}};
   if (sig >= 1) {
@@ -145,7 +169,8 @@ extern "C" void qk_mem_cleanup(int sig) {
   const profile::Verdict verdict = profile::write_report(
       profile::Occasion::kEnd, sig >= 1 ? profile::Naming::kAtASignal : profile::Naming::kComplete,
       end.findings ? &*end.findings : nullptr);
-  if (sig < 1) fail_if_leaks_found(verdict);
+  check::write_report();
+  if (sig < 1) fail_if_found(verdict);
   const RegistryLock lock;
   replace_log(nullptr);
   close_trace_file();

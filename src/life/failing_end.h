@@ -6,10 +6,11 @@
 namespace qk::mem {
 
 /**
- * If LEAKS=FAIL is in force and leaks were found, the calling process ends with the code of that in
- * place of 0, after all that a normal termination does. For handlers of the exit.
+ * If FINDINGS=FAIL is in force and the checks have found something, or LEAKS=FAIL and there are leaks,
+ * the calling process ends with the code of that in place of 0, after all that a normal termination
+ * does. For handlers of the exit.
  */
-void fail_if_leaks_found(const profile::Verdict& verdict);
+void fail_if_found(const profile::Verdict& verdict);
 
 }  // namespace qk::mem
 

@@ -2,6 +2,7 @@
 
 #include <pthread.h>
 
+#include "check/quarantine.h"
 #include "core/handle_array.h"
 #include "core/registry.h"
 #include "diag/log.h"
@@ -29,12 +30,14 @@ void before_fork() QK_UNCHECKED_LOCKING {
   profile::report_lock.lock();
   hold_log();
   Qk_mem_error.lock();
+  check::quarantine_lock.lock();
   profile::growth_lock.lock();
   flush_trace_file();
 }
 
 void after_fork() QK_UNCHECKED_LOCKING {
   profile::growth_lock.unlock();
+  check::quarantine_lock.unlock();
   Qk_mem_error.unlock();
   let_log_go();
   profile::report_lock.unlock();
@@ -49,6 +52,7 @@ void forget_waiters_of(const qk_mem_handle& handle) {
 /** The child's only thread is a copy of the one that took the locks. */
 void after_fork_in_child() QK_UNCHECKED_LOCKING {
   profile::growth_lock.forget_waiters();
+  check::quarantine_lock.forget_waiters();
   profile::report_lock.forget_waiters();
   profile::forget_clock_reader();
   profile::forget_due_worker();

@@ -1,4 +1,5 @@
 // Start-up, at the first call.
+#include "config/check_config.h"
 #include "config/debug_config.h"
 #include "config/profile_config.h"
 #include "core/handle_array.h"
@@ -93,6 +94,7 @@ void start_up() {
   }
   log_configuration(status);
   configure_profile_from_environment();
+  configure_checks_from_environment();
   qk::find_allocator_code();
   qk::put_off_end_while(is_busy);
   if (register_exit_handler(status) && create_overhead_handle()) create_data_handle();

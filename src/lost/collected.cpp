@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "check/quarantine.h"
 #include "core/handle_array.h"
 #include "core/kinds.h"
 #include "profile/pool.h"
@@ -19,8 +20,9 @@ bool records_pieces(const qk_mem_handle& handle) {
   return is_blockmgmt(handle) && handle.track != 0;
 }
 
+/** Pieces that the profile follows for their guards are no blocks: they go with their handle. */
 std::span<const Unrecorded> unrecorded_of(const qk_mem_handle& handle) {
-  if (!profile::is_watched(handle)) return {};
+  if (!profile::is_watched(handle) || is_blockmgmt(handle)) return {};
   return profile::pool_of(handle).unrecorded.entries();
 }
 
@@ -38,7 +40,9 @@ std::size_t blocks_needed() QK_REQUIRES(Qk_mem_mtx) {
 
 std::size_t own_needed() QK_REQUIRES(Qk_mem_mtx) {
   assert_registry_held();
-  std::size_t count = 2 + profile::freed_blocks.chunks();  // two for who finds more
+  constexpr std::size_t kForOthers = 2;  // who find more
+  std::size_t count = kForOthers + profile::freed_blocks.chunks();
+  count += check::count_in_quarantine() + 1;
   for_each_handle([&count](const qk_mem_handle& handle) {
     count += kArraysPerHandle + 1;
     if (records_pieces(handle)) count += handle.num_blocks;
@@ -71,6 +75,11 @@ Collected::Collected(const Findings& findings) noexcept
   });
   profile::freed_blocks.for_each_chunk(
       [this](const history::Chunk& chunk) { add_own(&chunk, sizeof chunk); });
+  // What the program has left in blocks that it has released is no reference.
+  check::for_each_in_quarantine(
+      [](void* self, qk::AddressRange range) { static_cast<Collected*>(self)->add_own(range); },
+      this);
+  add_own(check::list_of_quarantine());
 }
 
 void Collected::add_records(const Findings& findings, const qk_mem_handle& handle) {
@@ -109,7 +118,7 @@ void Collected::add_own(const qk_mem_handle& handle) {
 }
 
 void Collected::add_own(const void* begin, std::size_t bytes) {
-  if (bytes != 0) is_complete_ = own.push_back(range_of(begin, bytes)) && is_complete_;
+  if (bytes != 0) add_own(range_of(begin, bytes));
 }
 
 }  // namespace qk::mem::lost

@@ -31,6 +31,7 @@ class Collected {
   void add_own(const qk_mem_handle& handle);
   void add_block(const Block& block) { is_complete_ = blocks.push_back(block) && is_complete_; }
   void add_own(const void* begin, std::size_t bytes);
+  void add_own(qk::AddressRange range) { is_complete_ = own.push_back(range) && is_complete_; }
 
   bool is_complete_ = true;
 };

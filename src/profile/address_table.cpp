@@ -65,6 +65,12 @@ std::optional<Unrecorded> AddressTable::take(const void* address) {
   return found;
 }
 
+void AddressTable::clear() {
+  if (used_ == 0) return;
+  std::fill_n(entries_, capacity_, Unrecorded{});
+  used_ = 0;
+}
+
 std::optional<Unrecorded> AddressTable::containing(const void* address) const {
   const auto number = reinterpret_cast<std::uintptr_t>(address);
   for (std::uint64_t i = 0; i < capacity_; ++i) {

@@ -25,11 +25,15 @@ class AddressTable {
   /** Removes and returns what is known of an address. */
   [[nodiscard]] std::optional<Unrecorded> take(const void* address);
 
+  /** Forgets all. */
+  void clear();
+
   /** The memory in which an address lies. Looks at all there is. */
   [[nodiscard]] std::optional<Unrecorded> containing(const void* address) const;
 
   /** All entries. Those without an address are free. */
   [[nodiscard]] std::span<const Unrecorded> entries() const { return {entries_, capacity_}; }
+  [[nodiscard]] std::span<Unrecorded> entries() { return {entries_, capacity_}; }
 
  private:
   [[nodiscard]] std::uint64_t home_of(const void* address) const;

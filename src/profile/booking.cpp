@@ -1,6 +1,14 @@
 #include "profile/booking.h"
 
+#include <csignal>
+
 namespace qk::mem::profile {
+
+constinit std::uint64_t break_event = 0;
+
+void set_break_event(std::uint64_t event) { qk::store(break_event, event); }
+
+void raise_break() { std::raise(SIGTRAP); }
 
 void Booking::pass_on(Pool& pool, std::int64_t bytes, std::uint64_t event) {
   const std::int64_t sum = pool.not_passed_on + bytes;

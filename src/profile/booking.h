@@ -9,6 +9,11 @@
 
 namespace qk::mem::profile {
 
+/** The event that raises SIGTRAP, for a debugger; 0 for none. Usual events must not be asked for. */
+[[gnu::visibility("hidden")]] extern std::uint64_t break_event;
+void set_break_event(std::uint64_t event);
+[[gnu::cold]] void raise_break();
+
 /**
  * One event of a pool: it changes the figures of a site, and the sums that the site is part of. The
  * caller holds the lock of the handle. All is inline, since most calls of the program do it twice
@@ -35,7 +40,11 @@ class Booking {
 
   /** The same in every case. */
   [[nodiscard, gnu::always_inline]] static Booking of_next_event(Pool& pool) {
-    return {pool, Sharing::kAnyway, next_event(pool.numbers, qk::is_single_threaded())};
+    const Booking booking = {pool, Sharing::kAnyway,
+                             next_event(pool.numbers, qk::is_single_threaded())};
+    if (qk::load(break_event) == booking.event_) [[unlikely]]
+      raise_break();
+    return booking;
   }
 
   /** Part of the event that comes next. */
@@ -67,6 +76,7 @@ class Booking {
 
   /** Books the release of a block. */
   [[gnu::always_inline]] void gone(Mark mark, Amount amount) const {
+    if (!mark.is_booked()) return;
     Site& site = site_in(pool_, mark.site_number());
     if (lived_shortly(mark)) qk::bump(site.freed_soon, amount.blocks);
     let_go(site, amount);
@@ -74,6 +84,7 @@ class Booking {
 
   /** Undoes that. */
   [[gnu::always_inline]] void back(Mark mark, Amount amount) const {
+    if (!mark.is_booked()) return;
     Site& site = site_in(pool_, mark.site_number());
     if (lived_shortly(mark)) qk::bump(site.freed_soon, 0 - amount.blocks);
     hold(site, amount);

@@ -12,26 +12,45 @@ namespace qk::mem::profile {
 
 /** Which site allocated a block, and when. It stands beside the block's record. */
 struct Mark {
-  std::uint32_t site;   // the lower kSiteBits, and the two below; the other bits are free
+  std::uint32_t site;   // the lower kSiteBits, and the flags below; the other bits are free
   std::uint32_t event;  // the lower half of its number
 
   /** The block stands for others, see profile/sampling.h. */
   static constexpr std::uint32_t kSampled = 1U << kSiteBits;
   /** It was registered: not every call that releases memory suits it. */
   static constexpr std::uint32_t kRegistered = kSampled << 1;
+  /** It was allocated while the profile was off: its release is not booked either. */
+  static constexpr std::uint32_t kUnbooked = kSampled << 2;
+  /** There is a guard behind it, and one in front of it, see check/guards.h. */
+  static constexpr std::uint32_t kGuarded = kSampled << 3;
+  static constexpr std::uint32_t kGuardedInFront = kSampled << 4;
+  /** Damage to its guards was told. */
+  static constexpr std::uint32_t kDamageTold = kSampled << 5;
 
   [[nodiscard]] static Mark of_word(std::uint64_t word) {
     return {static_cast<std::uint32_t>(word), static_cast<std::uint32_t>(word >> 32)};
   }
   [[nodiscard]] std::uint64_t word() const { return std::uint64_t{event} << 32 | site; }
   [[nodiscard]] std::uint32_t site_number() const { return site & ((1U << kSiteBits) - 1); }
+  [[nodiscard]] std::uint32_t flags() const { return site & ~((1U << kSiteBits) - 1); }
   [[nodiscard]] bool is_sampled() const { return (site & kSampled) != 0; }
-  [[nodiscard]] bool is_registered() const { return (site & kRegistered) != 0; }
+  [[nodiscard]] bool is_booked() const { return (site & kUnbooked) == 0; }
+  [[nodiscard]] bool is_guarded() const { return (site & (kGuarded | kGuardedInFront)) != 0; }
+  /** Not every call may release it as if it was the system's allocator's and nothing else. */
+  [[nodiscard]] bool needs_care() const {
+    return (site & (kRegistered | kGuarded | kGuardedInFront)) != 0;
+  }
   /**
    * The block was allocated, stands for itself, and is on a site that is not one of the two of each
    * pool.
    */
   [[nodiscard]] bool is_plain() const { return site <= kMaxSites; }
+};
+
+/** What the mark of a new block will say of it: its site, which can be null, and flags. */
+struct Origin {
+  Site* site = nullptr;
+  std::uint32_t flags = 0;
 };
 
 /**

@@ -15,6 +15,7 @@ constinit std::uint64_t null_frees = 0;
 namespace {
 
 constinit std::uint8_t records_are_lost = 0;
+constinit Reaction* the_reaction = nullptr;
 
 Misuse* find(const MisusePlace& place) {
   for (std::uint32_t number = 1; number <= misuses.count(); ++number) {
@@ -48,6 +49,12 @@ bool add_place(const MisusePlace& place, std::uint64_t event, std::string_view w
 }
 
 }  // namespace
+
+void set_reaction_to_misuse(Reaction* reaction) { qk::publish(the_reaction, reaction); }
+
+void react_to_misuse() {
+  if (Reaction* const reaction = qk::acquire(the_reaction)) reaction();
+}
 
 void note_lost_records() { qk::store(records_are_lost, 1); }
 bool has_lost_records() { return qk::load(records_are_lost) != 0; }

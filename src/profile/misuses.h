@@ -16,11 +16,12 @@ struct MisusePlace {
   std::int32_t hid;
   const char* path;  // of the caller's file, as it was passed
   int line;
+  std::uint8_t damage = 0;  // its kind and one more, of damage to a block of this place; else 0
 
   /** Handles that one line makes again and again have another number each time. */
   [[nodiscard]] bool operator==(const MisusePlace& other) const {
     return routine == other.routine && path == other.path && line == other.line &&
-           (hid == other.hid || routine == Routine::kDelHandle);
+           damage == other.damage && (hid == other.hid || routine == Routine::kDelHandle);
   }
 };
 
@@ -46,6 +47,11 @@ inline constexpr std::uint32_t kMostMisuses = 1024;
 
 /** Frees of null, which do nothing. */
 [[gnu::visibility("hidden")]] extern std::uint64_t null_frees;
+
+/** What is done once a new misuse was told; null for nothing. */
+using Reaction = void();
+void set_reaction_to_misuse(Reaction* reaction);
+void react_to_misuse();
 
 /**
  * There was no memory for records. From now on an address without one is no misuse: it can be a

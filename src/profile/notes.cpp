@@ -44,6 +44,10 @@ Amount amount_of(const Unrecorded& memory) { return amount_of(memory.mark, memor
 /** What marks a new block. What was live before the profile was on is in no sample. */
 Mark mark_for(const Booking& booking, const Site& site) {
   Mark mark = booking.mark_for(site);
+  if (only_marks()) {
+    mark.site |= Mark::kUnbooked;
+    return mark;
+  }
   if (is_sampling() && site.number != kFromBeforeSite) mark.site |= Mark::kSampled;
   return mark;
 }
@@ -61,6 +65,16 @@ template <class Book>
 
 void remember(Pool& pool, SlotPlace place, Mark mark, const history::Release& release) {
   remember(pool, qk::load(place.array.ptrs[place.index].address), bytes_in(place), mark, release);
+}
+
+/** Takes memory from the table, and remembers it if it is said who releases it. */
+std::optional<Unrecorded> take_unrecorded(Pool& pool, const void* address,
+                                          const history::Release& release) {
+  auto memory = pool.unrecorded.take(address);
+  if (memory && release.path != nullptr && !is_frozen()) {
+    remember(pool, address, memory->bytes, memory->mark, release);
+  }
+  return memory;
 }
 
 /** What is live counts as made at this event. */
@@ -103,7 +117,7 @@ Site* site_of(const qk_mem_handle& handle, const char* file, int line, std::uint
               const void* entry) {
   std::uint32_t stack = 0;
   if (needs_attention()) [[unlikely]] {
-    if (!is_on()) {
+    if (!gives_marks()) {
       look_at_clock();
       return nullptr;
     }
@@ -123,14 +137,15 @@ Site* site_of_place(Pool& pool, const char* file, int line) {
   return find_or_add_site(pool, {file, static_cast<std::uint32_t>(line), pool.number, 0, 0});
 }
 
-void note_made(qk_mem_handle& handle, SlotPlace place, Site* site) {
+void note_made(qk_mem_handle& handle, SlotPlace place, const Origin& origin) {
   assert_held(handle);
   Pool& pool = pool_of(handle);
   Mark* const mark = marks_of(handle, pool, place.array).provide(place.index);
+  Site* site = origin.site;
   // Without a mark, the release will be taken for that of memory that was not recorded.
   if (mark == nullptr) site = belongs_to_program(place) ? &pool.not_recorded : nullptr;
   if (site == nullptr || is_frozen()) {
-    if (mark != nullptr) *mark = {};
+    if (mark != nullptr) *mark = {origin.flags, 0};
     return;
   }
   const Booking booking = Booking::of_next_event(pool);
@@ -138,10 +153,21 @@ void note_made(qk_mem_handle& handle, SlotPlace place, Site* site) {
   // Without marks all memory is booked, since what is not in the sample could not be told.
   if (mark == nullptr) return booking.made(*site, bytes, {bytes, 1});
   *mark = mark_for(booking, *site);
+  mark->site |= origin.flags;
   if (is_registered_kind(qk::load(place.array.ptrs[place.index].kind))) {
     mark->site |= Mark::kRegistered;
   }
-  booking.made(*site, bytes, amount_of(*mark, bytes));
+  if (mark->is_booked()) booking.made(*site, bytes, amount_of(*mark, bytes));
+}
+
+bool has_room_for_marks(qk_mem_handle& handle, const qk_mem_ptr_array& array) {
+  assert_held(handle);
+  return marks_of(handle, pool_of(handle), array).provide(array.capacity - 1) != nullptr;
+}
+
+Mark mark_in(const qk_mem_handle& handle, SlotPlace place) {
+  const Mark* const mark = marks_of(handle, pool_of(handle), place.array).of(place.index);
+  return mark != nullptr ? *mark : Mark{kNoSite, 0};
 }
 
 void note_gone(qk_mem_handle& handle, SlotPlace place, const history::Release& release) {
@@ -167,40 +193,56 @@ void note_back(qk_mem_handle& handle, SlotPlace place) {
 void note_from_before(qk_mem_handle& handle, SlotPlace place) {
   assert_held(handle);
   Pool& pool = pool_of(handle);
-  const Mark* const mark = marks_of(handle, pool, place.array).provide(place.index);
-  if (mark != nullptr && mark->site_number() != kNoSite) return;
-  note_made(handle, place, belongs_to_program(place) ? &pool.from_before : nullptr);
+  Mark* const mark = marks_of(handle, pool, place.array).provide(place.index);
+  if (mark == nullptr || mark->site_number() == kNoSite) {
+    const std::uint32_t flags = mark == nullptr ? 0 : mark->flags();
+    note_made(handle, place, {belongs_to_program(place) ? &pool.from_before : nullptr, flags});
+  } else if (!mark->is_booked() && is_on()) {
+    mark->site &= ~Mark::kUnbooked;
+    const std::uint64_t bytes = bytes_in(place);
+    Booking::of_next_event(pool).made(site_in(pool, mark->site_number()), bytes, {bytes, 1});
+  }
 }
 
-void note_unrecorded(qk_mem_handle& handle, const void* address, std::uint64_t bytes, Site* site) {
+bool note_unrecorded(qk_mem_handle& handle, const void* address, std::uint64_t bytes,
+                     const Origin& origin) {
   assert_held(handle);
-  if (site == nullptr || is_frozen()) return;
+  if (origin.site == nullptr || is_frozen()) return false;
   Pool& pool = pool_of(handle);
   const Booking booking = Booking::of_next_event(pool);
-  const Mark mark = mark_for(booking, *site);
+  Mark mark = mark_for(booking, *origin.site);
+  mark.site |= origin.flags;
   const Amount amount = amount_of(mark, bytes);
-  if (pool.unrecorded.add({address, bytes, mark})) {
-    booking.made(*site, bytes, amount);
+  const bool is_added = pool.unrecorded.add({address, bytes, mark});
+  if (!mark.is_booked()) return is_added;
+  if (is_added) {
+    booking.made(*origin.site, bytes, amount);
   } else {
     // Its release could not be told from that of other memory.
     booking.made_and_lost(pool.not_recorded, bytes, amount);
   }
+  return is_added;
 }
 
-void note_unrecorded_gone(qk_mem_handle& handle, const void* address) {
+std::optional<Unrecorded> note_unrecorded_gone(qk_mem_handle& handle, const void* address,
+                                               const history::Release& release) {
   assert_held(handle);
-  if (is_frozen()) return;
   Pool& pool = pool_of(handle);
-  const auto memory = pool.unrecorded.take(address);
-  if (memory) Booking::of_next_event(pool).gone(memory->mark, amount_of(*memory));
+  const auto memory = take_unrecorded(pool, address, release);
+  if (memory && !is_frozen()) {
+    Booking::of_next_event(pool).gone(memory->mark, amount_of(*memory));
+  }
+  return memory;
 }
 
-std::optional<Unrecorded> note_unrecorded_set_aside(qk_mem_handle& handle, const void* address) {
+std::optional<Unrecorded> note_unrecorded_set_aside(qk_mem_handle& handle, const void* address,
+                                                    const history::Release& release) {
   assert_held(handle);
-  if (is_frozen()) return std::nullopt;
   Pool& pool = pool_of(handle);
-  const auto memory = pool.unrecorded.take(address);
-  if (memory) Booking::of_coming_event(pool).gone(memory->mark, amount_of(*memory));
+  const auto memory = take_unrecorded(pool, address, release);
+  if (memory && !is_frozen()) {
+    Booking::of_coming_event(pool).gone(memory->mark, amount_of(*memory));
+  }
   return memory;
 }
 
@@ -212,16 +254,23 @@ void note_unrecorded_back(qk_mem_handle& handle, const Unrecorded& memory) {
   Booking::of_coming_event(pool).back(memory.mark, amount_of(memory));
 }
 
-void note_piece(qk_mem_handle& handle, std::uint64_t bytes, Site* site) {
+void note_piece(qk_mem_handle& handle, const void* address, std::uint64_t bytes,
+                const Origin& origin) {
   assert_held(handle);
-  if (site == nullptr || is_frozen()) return;
-  const Booking booking = Booking::of_next_event(pool_of(handle));
-  booking.made(*site, bytes, amount_of(mark_for(booking, *site), bytes));
+  if (origin.site == nullptr || is_frozen()) return;
+  Pool& pool = pool_of(handle);
+  const Booking booking = Booking::of_next_event(pool);
+  Mark mark = mark_for(booking, *origin.site);
+  if (mark.is_booked()) booking.made(*origin.site, bytes, amount_of(mark, bytes));
+  mark.site |= origin.flags;
+  // Without room for it its guard is never looked at.
+  if (mark.is_guarded()) static_cast<void>(pool.unrecorded.add({address, bytes, mark}));
 }
 
 void note_all_gone(qk_mem_handle& handle) {
   assert_held(handle);
   Pool& pool = pool_of(handle);
+  if (is_blockmgmt(handle)) pool.unrecorded.clear();
   if (is_frozen()) return;
   std::optional<Booking> booking;  // an event only if there is memory
   for_each_site(pool, [&](Site& site) {

@@ -40,7 +40,18 @@ struct SlotPlace {
 [[nodiscard]] Site* site_of_place(Pool& pool, const char* file, int line);
 
 /** A record was written into a slot. Its site can be null: it has none. */
-void note_made(qk_mem_handle& handle, SlotPlace place, Site* site);
+void note_made(qk_mem_handle& handle, SlotPlace place, const Origin& origin);
+
+/** Whether a block can't be released without its mark, since its address isn't the allocator's. */
+[[nodiscard]] inline bool needs_mark(const Origin& origin) {
+  return (origin.flags & Mark::kGuardedInFront) != 0;
+}
+
+/** Whether there is room for the marks of all slots of an array. */
+[[nodiscard]] bool has_room_for_marks(qk_mem_handle& handle, const qk_mem_ptr_array& array);
+
+/** The mark of the record in a slot, if it has one. */
+[[nodiscard]] Mark mark_in(const qk_mem_handle& handle, SlotPlace place);
 
 /** The record in a slot will be released next. */
 void note_gone(qk_mem_handle& handle, SlotPlace place, const history::Release& release);
@@ -54,18 +65,28 @@ void note_back(qk_mem_handle& handle, SlotPlace place);
 /** The record in a slot was live before the profile was on. Does nothing if it is booked. */
 void note_from_before(qk_mem_handle& handle, SlotPlace place);
 
-/** Memory was allocated that the core does not record. */
-void note_unrecorded(qk_mem_handle& handle, const void* address, std::uint64_t bytes, Site* site);
+/** Memory was allocated that the core does not record. False if the profile can't follow it. */
+bool note_unrecorded(qk_mem_handle& handle, const void* address, std::uint64_t bytes,
+                     const Origin& origin);
 
-/** The same for a piece of a block, which stays until the handle is cleared. */
-void note_piece(qk_mem_handle& handle, std::uint64_t bytes, Site* site);
+/**
+ * The same for a piece of a block, which stays until the handle is cleared. It is followed only if
+ * it has a guard.
+ */
+void note_piece(qk_mem_handle& handle, const void* address, std::uint64_t bytes,
+                const Origin& origin);
 
-/** Memory without a record will be released. */
-void note_unrecorded_gone(qk_mem_handle& handle, const void* address);
+/**
+ * Memory without a record will be released. Returns what was known of it. It is remembered if
+ * `release` has a path.
+ */
+std::optional<Unrecorded> note_unrecorded_gone(qk_mem_handle& handle, const void* address,
+                                               const history::Release& release);
 
 /** The same for a realloc. Returns what is known of the memory. */
 [[nodiscard]] std::optional<Unrecorded> note_unrecorded_set_aside(qk_mem_handle& handle,
-                                                                  const void* address);
+                                                                  const void* address,
+                                                                  const history::Release& release);
 
 /** Memory that was set aside could not be resized. */
 void note_unrecorded_back(qk_mem_handle& handle, const Unrecorded& memory);

@@ -49,6 +49,9 @@ struct Options {
 [[nodiscard]] const Options& options();
 void set_options(const Options& now);
 
+/** How many released blocks are remembered at least, whatever the options say. */
+void set_least_history(std::uint64_t blocks);
+
 }  // namespace qk::mem::profile
 
 #endif  // QKMEM_PROFILE_OPTIONS_H_

@@ -50,11 +50,45 @@ namespace qk::mem::profile {
   return true;
 }
 
-/** Whether the record in a slot is of memory that was registered, as far as there is a mark. */
-[[nodiscard, gnu::always_inline]] inline bool is_registered(const qk_mem_handle& handle,
-                                                            SlotPlace place) {
+/**
+ * The same while blocks are checked, whether or not they are booked. Only blocks that aren't booked
+ * go this short way.
+ */
+[[nodiscard, gnu::always_inline]] inline bool quick_note_checked(qk_mem_handle& handle,
+                                                                 SlotPlace place,
+                                                                 const Origin& origin,
+                                                                 bool single_threaded) {
+  Pool& pool = pool_of(handle);
+  Marks& marks = marks_of(handle, pool, place.array);
+  if (!marks.has(place.index) || origin.site == nullptr || !only_marks()) [[unlikely]]
+    return false;
+  const std::uint64_t event = next_event(pool.numbers, single_threaded);
+  marks.at(place.index) = {origin.site->number | Mark::kUnbooked | origin.flags,
+                           static_cast<std::uint32_t>(event)};
+  return true;
+}
+
+/**
+ * Notes the release of such a block. False, and nothing has changed, if it is booked, or has a mark
+ * that takes more than a look at its guards.
+ */
+[[nodiscard, gnu::always_inline]] inline bool quick_note_checked_gone(
+    qk_mem_handle& handle, SlotPlace place, Mark mark, std::uint64_t bytes,
+    const history::Release& release, std::uint64_t& event, bool single_threaded) {
+  constexpr std::uint32_t kUsualFlags = Mark::kUnbooked | Mark::kGuarded;
+  if ((mark.flags() | Mark::kGuarded) != kUsualFlags || !only_marks()) [[unlikely]]
+    return false;
+  Pool& pool = pool_of(handle);
+  remember(pool, qk::load(place.array.ptrs[place.index].address), bytes, mark, release);
+  event = next_event(pool.numbers, single_threaded);
+  return true;
+}
+
+/** Whether not every call may release the record in a slot, as far as there is a mark. */
+[[nodiscard, gnu::always_inline]] inline bool needs_care(const qk_mem_handle& handle,
+                                                         SlotPlace place) {
   const Marks& marks = marks_of(handle, pool_of(handle), place.array);
-  return marks.has(place.index) && marks.at(place.index).is_registered();
+  return marks.has(place.index) && marks.at(place.index).needs_care();
 }
 
 /** As note_gone(), likewise. */

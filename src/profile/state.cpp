@@ -16,11 +16,12 @@ constinit qk::PageArena arena;
 namespace {
 
 constinit std::uint8_t has_figures = 0;
+constinit std::uint8_t follows = 0;  // while the profile is off too
 constinit pid_t process = 0;
 
 void set_state(State now) {
   qk::store(state, static_cast<std::uint8_t>(now));
-  if (now == State::kOn) {
+  if (gives_marks()) {
     qk::clear_bits(reasons_for_attention, attention::kNotOn);
   } else {
     qk::set_bits(reasons_for_attention, attention::kNotOn);
@@ -38,14 +39,28 @@ void start() {
 }
 
 void stop() {
-  if (is_on()) set_state(State::kOff);
+  if (is_on()) set_state(qk::load(follows) != 0 ? State::kFollowing : State::kOff);
 }
 
-void set_filling(bool is_wanted) { qk::store(fills_new_memory, is_wanted ? 1 : 0); }
+void set_following(bool is_wanted) {
+  qk::store(follows, is_wanted ? 1 : 0);
+  if (is_on() || is_frozen()) return;
+  if (is_wanted) start_event_clock();
+  set_state(is_wanted ? State::kFollowing : State::kOff);
+}
+
+void set_filling(Filling reason, bool is_wanted) {
+  const auto bit = static_cast<std::uint8_t>(reason);
+  if (is_wanted) {
+    qk::set_bits(fills_new_memory, bit);
+  } else {
+    qk::clear_bits(fills_new_memory, bit);
+  }
+}
 
 void freeze() {
   set_due_work(nullptr, kNever);
-  if (was_ever_on()) set_state(State::kFrozen);
+  if (was_ever_on() || gives_marks()) set_state(State::kFrozen);
 }
 
 std::uint64_t own_bytes() QK_UNCHECKED_LOCKING { return arena.mapped(); }

@@ -18,6 +18,7 @@ namespace qk::mem::profile {
 
 enum class State : std::uint8_t {
   kOff,
+  kFollowing,  // blocks get marks, and are remembered after their release, but are not booked
   kOn,
   kFrozen  // the program ends: the figures stay as they are for the report
 };
@@ -31,7 +32,7 @@ inline void assert_growth_held() QK_ASSERTS_HELD(growth_lock) { growth_lock.asse
 
 /** Reasons for an allocation not to go the shortest way, each a bit. */
 namespace attention {
-inline constexpr std::uint8_t kNotOn = 1;       // the profile
+inline constexpr std::uint8_t kNotOn = 1;       // blocks get no marks
 inline constexpr std::uint8_t kWorkIsDue = 2;   // see profile/due.h
 inline constexpr std::uint8_t kClockIsDue = 4;  // see profile/events.h
 inline constexpr std::uint8_t kStacks = 8;      // are kept
@@ -44,7 +45,10 @@ inline constexpr std::uint8_t kSample = 32;     // only some allocations are boo
  * that was never written would lead a search for lost blocks astray.
  */
 [[gnu::visibility("hidden")]] extern std::uint8_t fills_new_memory;
-void set_filling(bool is_wanted);
+
+/** Who wants that, each a bit. */
+enum class Filling : std::uint8_t { kForSearch = 1, kForChecks = 2 };
+void set_filling(Filling reason, bool is_wanted);
 
 /** All reasons that there are: an allocation asks one question in place of many. */
 [[gnu::visibility("hidden")]] extern std::uint8_t reasons_for_attention;
@@ -59,8 +63,18 @@ void set_filling(bool is_wanted);
 /** Whether new allocations are booked. */
 [[nodiscard]] inline bool is_on() { return state_now() == State::kOn; }
 
+/** Whether new allocations get marks, booked or not. */
+[[nodiscard]] inline bool gives_marks() {
+  return state_now() == State::kOn || state_now() == State::kFollowing;
+}
+
 [[nodiscard]] inline bool is_frozen() {
   return qk::is_equal(state, static_cast<std::uint8_t>(State::kFrozen));
+}
+
+/** Whether blocks get marks, and are not booked. */
+[[nodiscard]] inline bool only_marks() {
+  return qk::is_equal(state, static_cast<std::uint8_t>(State::kFollowing));
 }
 
 /** Books what is allocated from now on. */
@@ -68,6 +82,9 @@ void start();
 
 /** Books no new allocations from now on. Blocks that were booked are followed to their release. */
 void stop();
+
+/** Gives blocks marks from now on, or does so only while the profile is on. */
+void set_following(bool is_wanted);
 
 /** Keeps the figures as they are from now on, if the profile was ever on. */
 void freeze();

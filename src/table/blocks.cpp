@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "check/unused.h"
 #include "core/kinds.h"
 #include "support/shortcuts.h"
 #include "support/system_memory.h"
@@ -41,6 +42,7 @@ void link_block(qk_mem_handle& handle, qk_mem_block& block, std::size_t size) {
   assert_held(handle);
   qk_mem_block* before = is_big(handle, size) ? predecessor_of_big_block(handle) : nullptr;
   qk_mem_block*& link = before == nullptr ? handle.blocks : before->next;
+  check::fill_unused(handle, data_of(block), block.capacity);
   block.next = link;
   link = &block;
   note_in_index(handle.block_index, block);
@@ -52,6 +54,17 @@ void link_block(qk_mem_handle& handle, qk_mem_block& block, std::size_t size) {
 qk_mem_block* search(qk_mem_block* first, const void* ptr) {
   while (first != nullptr && !lies_in(*first, ptr)) first = first->next;
   return first;
+}
+
+/** Fills what was between the marks of a block and is not any more. */
+void fill_given_up(qk_mem_handle& handle, qk_mem_block& block, std::uint64_t low_mark,
+                   std::uint64_t high_mark) {
+  if (block.high_mark == 0) {
+    check::fill_unused(handle, data_of(block) + low_mark, high_mark - low_mark);
+    return;
+  }
+  check::fill_unused(handle, data_of(block) + low_mark, block.low_mark - low_mark);
+  check::fill_unused(handle, data_of(block) + block.high_mark, high_mark - block.high_mark);
 }
 
 /** A handle with no more blocks than this needs no index. */
@@ -110,6 +123,8 @@ void reclaim(qk_mem_handle& handle, qk_mem_block& block, const void* ptr, std::u
   const auto offset = static_cast<std::uint64_t>(static_cast<const char*>(ptr) - data_of(block));
   // A piece larger than all that is in use has been dropped from this block already.
   if (amount > block.high_mark - block.low_mark) return;
+  const std::uint64_t low_mark = block.low_mark;
+  const std::uint64_t high_mark = block.high_mark;
   if (offset == block.low_mark) {
     block.low_mark += amount;
   } else if (offset == block.high_mark - amount) {
@@ -119,6 +134,7 @@ void reclaim(qk_mem_handle& handle, qk_mem_block& block, const void* ptr, std::u
     block.low_mark = 0;
     block.high_mark = 0;
   }
+  fill_given_up(handle, block, low_mark, high_mark);
   gained_room(handle, block);
 }
 
@@ -133,6 +149,8 @@ bool reclaim_piece(qk_mem_handle& handle, const void* ptr, std::uint64_t amount)
 void reset_blocks(qk_mem_handle& handle) {
   const HandleLock lock(handle);
   for (qk_mem_block* block = handle.blocks; block != nullptr; block = block->next) {
+    check::fill_unused(handle, data_of(*block) + block->low_mark,
+                       block->high_mark - block->low_mark);
     block->low_mark = 0;
     block->high_mark = 0;
   }

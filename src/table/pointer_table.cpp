@@ -53,15 +53,18 @@ history::Ending ending_by(Removal removal) {
 }  // namespace
 
 Insertion insert_pointer(qk_mem_handle& handle, qk_mem_ptr record, EventCount event,
-                         profile::Site* site) {
+                         const profile::Origin& origin) {
   qk_mem_ptr_array& array = array_of(handle, record.address);
   const HandleLock lock(handle);
   if (is_full(array)) return {InsertResult::kArrayFull};
+  if (profile::needs_mark(origin) && !profile::has_room_for_marks(handle, array)) {
+    return {InsertResult::kUnmarked};
+  }
   const std::int32_t index = take_free_slot(array);
   if (index == kNoSlot) return {InsertResult::kArrayLost};
   if (event == EventCount::kCounted) record.seq = next_seq();
   fill_slot(handle, array, index, record, charged_to(record.kind), qk::is_single_threaded());
-  if (profile::is_watched(handle)) profile::note_made(handle, {array, index}, site);
+  if (profile::is_watched(handle)) profile::note_made(handle, {array, index}, origin);
   return {InsertResult::kInserted, record};
 }
 
@@ -89,11 +92,13 @@ std::optional<Removed> remove_pointer(qk_mem_handle& handle, const void* address
   if (index == kNoSlot) return std::nullopt;
   const qk_mem_ptr record = read_slot(array.ptrs[index]);
   const ChargedTo sum = sum_for(handle, removal, record.kind);
+  profile::Mark mark = {};
   if (index != 0 && profile::is_watched(handle)) {
+    mark = profile::mark_in(handle, {array, index});
     profile::note_gone(handle, {array, index}, {by.file, by.line, ending_by(removal)});
   }
   remove_record(handle, array, index, sum, qk::is_single_threaded());
-  return Removed{record, index, sum};
+  return Removed{record, index, sum, mark};
 }
 
 std::optional<Removed> set_aside_pointer(qk_mem_handle& handle, const void* address,
@@ -104,18 +109,20 @@ std::optional<Removed> set_aside_pointer(qk_mem_handle& handle, const void* addr
   if (index == kNoSlot) return std::nullopt;
   const qk_mem_ptr record = read_slot(array.ptrs[index]);
   const ChargedTo sum = sum_for(handle, Removal::kByRealloc, record.kind);
+  profile::Mark mark = {};
   if (index != 0 && profile::is_watched(handle)) {
+    mark = profile::mark_in(handle, {array, index});
     profile::note_set_aside(handle, {array, index}, {by.file, by.line, history::Ending::kResized});
   }
   set_aside(handle, array, index, sum, qk::is_single_threaded());
-  return Removed{record, index, sum};
+  return Removed{record, index, sum, mark};
 }
 
 Removed set_aside_in(qk_mem_handle& handle, void* address, std::int32_t index) {
   const HandleLock lock(handle);
   qk_mem_ptr record = read_slot(array_of(handle, address).ptrs[index]);
   record.address = address;
-  return {record, index, ChargedTo::kData};
+  return {record, index, ChargedTo::kData, {}};
 }
 
 void restore_pointer(qk_mem_handle& handle, const Removed& set_aside) {

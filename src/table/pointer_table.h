@@ -6,7 +6,7 @@
 
 #include "core/records.h"
 #include "core/source_location.h"
-#include "profile/site.h"
+#include "profile/marks.h"
 #include "table/charges.h"
 #include "table/pointer_array.h"
 
@@ -31,6 +31,7 @@ enum class EventCount { kCounted, kNotCounted };
 
 enum class InsertResult {
   kInserted,
+  kUnmarked,   // nothing has changed; there is no memory for a mark, which the block needs
   kArrayFull,  // nothing has changed; grow_array() makes room
   kArrayLost   // the array could not grow earlier, and has no slots any more
 };
@@ -42,10 +43,10 @@ struct Insertion {
 
 /**
  * Inserts a record and adds it to the sums that its kind is charged to. `record.seq` is replaced
- * where the event is counted. `site` is the record's site in the profile, if it has one.
+ * where the event is counted. `origin` is for its mark in the profile.
  */
 [[nodiscard]] Insertion insert_pointer(qk_mem_handle& handle, qk_mem_ptr record, EventCount event,
-                                       profile::Site* site);
+                                       const profile::Origin& origin);
 
 /** What became of an array that was full. */
 struct ArrayGrowth {
@@ -67,6 +68,7 @@ struct Removed {
   qk_mem_ptr record;
   std::int32_t index;    // the slot where it was, or is set aside
   ChargedTo charged_to;  // the sum that lost its bytes
+  profile::Mark mark;    // that it had in the profile
 };
 
 /**

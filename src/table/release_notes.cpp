@@ -43,7 +43,7 @@ ReleaseNotes::Note* ReleaseNotes::add(const void* address, std::uint64_t bytes) 
     return &notes_[present];
   }
   if (count_ == limit_ && !reserve(std::max(kFewNotes, 2 * limit_))) return nullptr;
-  notes_[++count_] = {begin, bytes, false};
+  notes_[++count_] = {begin, bytes, false, 0};
   qk::add_to_tree(nodes_, root_, count_,
                   [&](std::uint32_t number) { return notes_[number].begin < begin; });
   return &notes_[count_];

@@ -19,6 +19,7 @@ class ReleaseNotes {
     std::uintptr_t begin;
     std::uint64_t bytes;  // above 0
     bool is_held;         // the memory is not free yet
+    std::uint32_t front;  // bytes in front of it that belong to it
   };
 
   ReleaseNotes() = default;
@@ -46,7 +47,8 @@ class ReleaseNotes {
   void for_each_held(Visit visit) const {
     for (std::uint32_t number = 1; number <= count_; ++number) {
       // NOLINTNEXTLINE(performance-no-int-to-ptr)
-      if (notes_[number].is_held) visit(reinterpret_cast<void*>(notes_[number].begin));
+      if (notes_[number].is_held)
+        visit(reinterpret_cast<void*>(notes_[number].begin - notes_[number].front));
     }
   }
 

@@ -177,12 +177,15 @@ MisusePlace place_of_call(const qk_mem_handle& handle, Routine routine,
 /** Calls `describe` with a line for the words if the place is a new one. */
 template <class Describe>
 void tell(const MisusePlace& place, Describe describe) {
-  if (!is_on() || count_again(place)) return;
+  if (!gives_marks() || count_again(place)) return;
   const std::uint64_t event = events_so_far();
   qk::Line line;
   const std::size_t summary = describe(line);
   const std::string_view words = line.finish();
-  if (add_misuse(place, event, words, summary)) show(words, summary, event);
+  if (add_misuse(place, event, words, summary)) {
+    show(words, summary, event);
+    react_to_misuse();
+  }
 }
 
 }  // namespace
@@ -207,6 +210,15 @@ void tell_of_forgotten_memory(const qk_mem_handle& handle, const CallContext& cr
   if (!holds_memory(pool)) return;
   tell(place_of_call(handle, Routine::kDelHandle, creation),
        [&](qk::Line& words) { return describe_forgotten(words, pool, creation); });
+}
+
+void tell_of_damage(const MisusePlace& place, std::string_view words, std::size_t summary) {
+  if (count_again(place)) return;
+  if (!add_misuse(place, events_so_far(), words, summary)) return;
+  qk::Line line;
+  put_heading(line);
+  say_beside_reports(options_now(), line.put(words).put('\n').finish());
+  react_to_misuse();
 }
 
 void count_null_free(const qk_mem_handle& handle) {

@@ -2,8 +2,10 @@
 #define QKMEM_PROFILE_REPORT_MISUSE_H_
 
 #include <cstdint>
+#include <string_view>
 
 #include "diag/call_context.h"
+#include "profile/misuses.h"
 #include "profile/pool.h"
 
 /**
@@ -37,6 +39,12 @@ void tell_of_wrong_call(const qk_mem_handle& handle, const qk_mem_ptr& record, W
  * is meant to end with them.
  */
 void tell_of_forgotten_memory(const qk_mem_handle& handle, const CallContext& creation);
+
+/**
+ * Tells of damage to memory that a place has allocated, in these words. The first `summary` of them
+ * say what it is.
+ */
+void tell_of_damage(const MisusePlace& place, std::string_view words, std::size_t summary);
 
 /** A free of null. It is legal, so it is only counted. */
 void count_null_free(const qk_mem_handle& handle);

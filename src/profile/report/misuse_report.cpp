@@ -20,9 +20,15 @@ void for_each_misuse(Visit visit) {
 
 Figure times_figure(const Misuse& misuse) { return count_figure(qk::load(misuse.times)); }
 
+bool has_damage() {
+  bool has = false;
+  for_each_misuse([&has](const Misuse& misuse) { has = has || misuse.place.damage != 0; });
+  return has;
+}
+
 void put_title(qk::PageWriter& out) {
   qk::Line line;
-  line.put("qkmem: misuse");
+  line.put(has_damage() ? "qkmem: misuse and damage" : "qkmem: misuse");
   if (const std::uint64_t frees = qk::load(null_frees); frees != 0) {
     line.put(", beside ").put(count_figure(frees).text()).put(" free").put(plural(frees));
     line.put(" of null");
@@ -36,6 +42,23 @@ void put_rest(qk::PageWriter& out) {
   qk::Line line;
   line.put("  and ").put(count_figure(others).text()).put(" more at other places\n");
   out.put(line.finish());
+}
+
+void put_table(qk::PageWriter& out, const Style& style) {
+  if (misuses.count() == 0) return;
+  constexpr std::string_view kTimes = "times";
+  std::size_t width = kTimes.size();
+  for_each_misuse(
+      [&](const Misuse& misuse) { width = std::max(width, times_figure(misuse).text().size()); });
+  qk::Line heading;
+  put_right_aligned(heading.put(style.aside), kTimes, width + 2);
+  out.put(heading.put("  what").put(style.end).put('\n').finish());
+  for_each_misuse([&](const Misuse& misuse) {
+    qk::Line line;
+    put_right_aligned(line, times_figure(misuse).text(), width + 2);
+    out.put(line.put("  ").put(misuse.words()).put('\n').finish());
+  });
+  put_rest(out);
 }
 
 }  // namespace
@@ -54,22 +77,24 @@ void put_first_misuse(qk::PageWriter& out, const Style& style) {
   out.put(line.put(style.end).put('\n').finish());
 }
 
+void put_findings(qk::PageWriter& out, std::uint64_t events) {
+  const std::uint32_t count = misuses.count();
+  qk::Line line;
+  put_heading(line);
+  if (count == 0) {
+    line.put("no misuse and no damage");
+  } else {
+    line.put(count_figure(count).text()).put(" finding").put(plural(count));
+  }
+  line.put(" in ").put(count_figure(events).text()).put(" event").put(plural(events)).put('\n');
+  out.put(line.finish());
+  put_table(out, kPlainStyle);
+}
+
 void put_misuses(qk::PageWriter& out, const Style& style) {
   if (misuses.count() == 0) return;
   put_title(out);
-  constexpr std::string_view kTimes = "times";
-  std::size_t width = kTimes.size();
-  for_each_misuse(
-      [&](const Misuse& misuse) { width = std::max(width, times_figure(misuse).text().size()); });
-  qk::Line heading;
-  put_right_aligned(heading.put(style.aside), kTimes, width + 2);
-  out.put(heading.put("  what").put(style.end).put('\n').finish());
-  for_each_misuse([&](const Misuse& misuse) {
-    qk::Line line;
-    put_right_aligned(line, times_figure(misuse).text(), width + 2);
-    out.put(line.put("  ").put(misuse.words()).put('\n').finish());
-  });
-  put_rest(out);
+  put_table(out, style);
 }
 
 void put_json_misuses(JsonWriter& json) {

@@ -20,6 +20,9 @@ void put_first_misuse(qk::PageWriter& out, const Style& style);
 /** Appends the table of misuses, if there were any. */
 void put_misuses(qk::PageWriter& out, const Style& style);
 
+/** Appends how many there were by so many events, with the table. */
+void put_findings(qk::PageWriter& out, std::uint64_t events);
+
 /** Appends the same to an object of JSON. */
 void put_json_misuses(JsonWriter& json);
 

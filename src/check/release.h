@@ -1,0 +1,37 @@
+#ifndef QKMEM_CHECK_RELEASE_H_
+#define QKMEM_CHECK_RELEASE_H_
+
+#include "check/damage.h"
+#include "check/quarantine.h"
+#include "history/freed_blocks.h"
+
+/** What becomes of a block of the system's allocator when the program releases it. */
+namespace qk::mem::check {
+
+/**
+ * Releases a block that has no record any more, but for what its mark says. Its guards are looked
+ * at first. While the checks are on it is filled and kept in quarantine, as they are set. No lock
+ * may be held.
+ */
+void release(const qk_mem_handle& handle, const qk_mem_ptr& record, profile::Mark mark,
+             const history::Release& by);
+
+/** Looks at the guards of a block, and tells of damage that was not told yet. No lock may be held. */
+void look_before_release(const BlockFacts& facts);
+
+/** The same when the guards were looked at and are whole, for a block that has none in front. */
+void release_whole(profile::Pool& pool, const BlockFacts& facts);
+
+/** What is known of a recorded block. */
+[[nodiscard]] BlockFacts facts_of(const qk_mem_handle& handle, const qk_mem_ptr& record,
+                                  profile::Mark mark);
+
+/** The same of memory without a record. */
+[[nodiscard]] BlockFacts facts_of(const profile::Pool& pool, const profile::Unrecorded& memory);
+
+/** Releases memory without a record, as above. */
+void release(profile::Pool& pool, const profile::Unrecorded& memory, const history::Release& by);
+
+}  // namespace qk::mem::check
+
+#endif  // QKMEM_CHECK_RELEASE_H_
