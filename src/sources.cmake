@@ -5,6 +5,7 @@ set(library_sources
 
   support/allocator_code.cpp
   support/assertion.cpp
+  support/careful_reading.cpp
   support/cursor.cpp
   support/end_runner.cpp
   support/ending_signals.cpp
@@ -113,12 +114,16 @@ set(library_sources
   profile/report/growth_report.cpp
   profile/report/json_report.cpp
   profile/report/known_address.cpp
+  profile/report/known_blocks.cpp
   profile/report/known_leaks.cpp
+  profile/report/library_memory.cpp
+  profile/report/managed_block.cpp
   profile/report/metrics_report.cpp
   profile/report/misuse.cpp
   profile/report/misuse_report.cpp
   profile/report/place.cpp
   profile/report/pprof_report.cpp
+  profile/report/process_memory.cpp
   profile/report/report.cpp
   profile/report/rows.cpp
   profile/report/text_parts.cpp
@@ -200,6 +205,7 @@ set(library_sources
 
   report/baseline.cpp
   report/comparison.cpp
+  report/describe.cpp
   report/details.cpp
   report/dump.cpp
   report/filters.cpp

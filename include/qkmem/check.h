@@ -15,7 +15,15 @@
 #ifndef QKMEM_CHECK_H_
 #define QKMEM_CHECK_H_
 
+#include <stddef.h>
 #include <stdint.h>
+
+/* A pointer can lead to memory that has no value yet. clang doesn't look at that. */
+#if defined(__GNUC__) && !defined(__clang__) && __GNUC__ >= 11
+#define QK_MEM_NOT_READ(parameter) __attribute__((access(none, parameter)))
+#else
+#define QK_MEM_NOT_READ(parameter)
+#endif
 
 #pragma GCC visibility push(default)
 
@@ -85,10 +93,37 @@ int qk_mem_check_config(const char* options);
  */
 int64_t qk_mem_check(int hid);
 
+/**
+ * Says in words what an address is: a live block of a handle, an address inside one, past its end or
+ * in front of it, a block that was freed, the library's own memory, a stack, static data, or
+ * nothing of these. For instance
+ * "24 bytes inside a block of 40 on handle 3 SE, allocated at a.c:7 (event 120)".
+ *
+ * @param pointer  any address, also one that is no memory; the library doesn't read what is there.
+ * @param buffer   gets one line without a newline, terminated, and cut to what fits. Null if size
+ *                 is 0.
+ * @param size     bytes of the buffer; if it is 0, nothing is written.
+ * @return how long the whole text is, without its terminator: if that is not less than size, the
+ *         buffer has only a part of it. At most 1,022.
+ *
+ * What was freed, and the number of the event, is known while the profile is on, see
+ * qkmem/profile.h; records of handles are known without it. A block is near up to 4,095 bytes away.
+ * Of the data handle's memory there are no records unless there are reports or the profile is on.
+ *
+ * Looks at all records, so it takes longer the more there are. Takes nothing from the heap, never
+ * fails, and leaves errno and the thread's error code as they are. Doesn't start the library up.
+ * Any thread; not in a signal handler.
+ *
+ *   char words[200];
+ *   qk_mem_describe(words, words, sizeof words);
+ *   puts(words);
+ */
+size_t qk_mem_describe(const void* pointer, char* buffer, size_t size) QK_MEM_NOT_READ(1);
+
 #ifdef __cplusplus
-}
+} /* extern "C" */
 #endif
 
 #pragma GCC visibility pop
 
-#endif  // QKMEM_CHECK_H_
+#endif /* QKMEM_CHECK_H_ */

@@ -9,7 +9,7 @@ import re
 
 SECTION = re.compile(r"/\* -+ (.+?) -+ \*/")
 PROTOTYPE = re.compile(r"(?P<result>.+?)\b(?P<name>\w+)\((?P<parameters>.*?)\)"
-                       r"(?: QK_MEM_BYTES_IN\(.*\))?$")
+                       r"(?: QK_MEM_(?:BYTES_IN|NOT_READ)\(.*\))?$")
 MACRO = re.compile(r"#define (\w+)\(([^)]*)\)\s+(\w+)\(")
 TAG = re.compile(r"@(param|return)\b ?")
 

@@ -71,17 +71,6 @@ void AddressTable::clear() {
   used_ = 0;
 }
 
-std::optional<Unrecorded> AddressTable::containing(const void* address) const {
-  const auto number = reinterpret_cast<std::uintptr_t>(address);
-  for (std::uint64_t i = 0; i < capacity_; ++i) {
-    const Unrecorded& memory = entries_[i];
-    if (memory.address == nullptr) continue;
-    const std::uint64_t offset = number - reinterpret_cast<std::uintptr_t>(memory.address);
-    if (offset == 0 || offset < memory.bytes) return memory;
-  }
-  return std::nullopt;
-}
-
 /** Moves entries back that a search would not find behind a free one. */
 void AddressTable::close_gap(std::uint64_t gap) {
   for (std::uint64_t i = next(gap); entries_[i].address != nullptr; i = next(i)) {

@@ -28,9 +28,6 @@ class AddressTable {
   /** Forgets all. */
   void clear();
 
-  /** The memory in which an address lies. Looks at all there is. */
-  [[nodiscard]] std::optional<Unrecorded> containing(const void* address) const;
-
   /** All entries. Those without an address are free. */
   [[nodiscard]] std::span<const Unrecorded> entries() const { return {entries_, capacity_}; }
   [[nodiscard]] std::span<Unrecorded> entries() { return {entries_, capacity_}; }

@@ -6,6 +6,7 @@
 #include <bit>
 #include <cerrno>
 #include <cstring>
+#include <iterator>
 #include <memory>
 #include <utility>
 
@@ -37,7 +38,30 @@ char* PageArena::map(std::size_t bytes) noexcept {
   errno = error;
   if (pages == MAP_FAILED) return nullptr;
   qk::store(mapped_, mapped_ + bytes);
+  const auto begin = reinterpret_cast<std::uintptr_t>(pages);
+  note({begin, begin + bytes});
   return static_cast<char*>(pages);
+}
+
+void PageArena::note(AddressRange pages) noexcept {
+  for (AddressRange& range : ranges_) {
+    if (range.end == 0) {
+      range = pages;
+    } else if (range.end == pages.begin) {
+      range.end = pages.end;
+    } else if (range.begin == pages.end) {
+      range.begin = pages.begin;
+    } else {
+      continue;
+    }
+    return;
+  }
+}
+
+bool PageArena::has(const void* memory) const noexcept {
+  const auto address = reinterpret_cast<std::uintptr_t>(memory);
+  return std::any_of(std::begin(ranges_), std::end(ranges_),
+                     [address](const AddressRange& range) { return range.has(address); });
 }
 
 void* PageArena::carve(std::size_t bytes) noexcept {

@@ -4,6 +4,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "support/modules.h"
+
 namespace qk {
 
 /**
@@ -33,10 +35,14 @@ class PageArena {
   /** Takes back memory of take(), with the size that was asked for. Null does nothing. */
   void give_back(void* memory, std::size_t bytes) noexcept;
 
+  /** Whether memory is of one of the mappings; of some it isn't known if they are far apart. */
+  [[nodiscard]] bool has(const void* memory) const noexcept;
+
   /** Bytes of all mappings, in use or not. */
   [[nodiscard]] std::uint64_t mapped() const noexcept;
 
  private:
+  static constexpr int kMostRanges = 16;
   static constexpr int kClasses = 28;  // of 16 bytes to 2 GiB, each twice the one before
 
   struct Free {
@@ -44,6 +50,7 @@ class PageArena {
   };
 
   [[nodiscard]] char* map(std::size_t bytes) noexcept;
+  void note(AddressRange pages) noexcept;
   [[nodiscard]] void* carve(std::size_t bytes) noexcept;
 
   std::uint64_t limit_ = UINT64_MAX;
@@ -51,6 +58,7 @@ class PageArena {
   char* next_ = nullptr;  // the rest of the newest chunk
   std::size_t left_ = 0;
   Free* free_[kClasses] = {};
+  AddressRange ranges_[kMostRanges] = {};  // of the mappings, of which most lie side by side
 };
 
 }  // namespace qk

@@ -14,6 +14,12 @@ namespace qk {
  */
 [[nodiscard]] std::uintptr_t thread_of_stack(AddressRange mapping) noexcept;
 
+/** What a thread has behind its thread pointer takes so many bytes at most. */
+inline constexpr std::uintptr_t kMostOfThread = 0x2000;
+
+/** Whether a mapping, which can be gone by now, is the stack of a thread. As above. */
+[[nodiscard]] bool is_stack_of_thread(AddressRange mapping) noexcept;
+
 /** Whether a thread has ended, by what its memory says. False if that can't be told. */
 [[nodiscard]] bool has_thread_ended(std::uintptr_t thread_pointer) noexcept;
 

@@ -44,6 +44,10 @@ bool is_function(const Elf64_Sym& symbol) {
   return ELF64_ST_TYPE(symbol.st_info) == STT_FUNC && symbol.st_shndx != SHN_UNDEF;
 }
 
+bool is_variable(const Elf64_Sym& symbol) {
+  return ELF64_ST_TYPE(symbol.st_info) == STT_OBJECT && symbol.st_shndx != SHN_UNDEF;
+}
+
 /** Of several names of a function, how well one suits: names that others call, of any strength. */
 int rank(const Elf64_Sym& symbol, std::string_view name) {
   const unsigned char binding = ELF64_ST_BIND(symbol.st_info);
@@ -126,15 +130,20 @@ std::uint64_t ElfFile::end_of(const Elf64_Sym& symbol) const noexcept {
   return section.sh_addr + section.sh_size;
 }
 
-void ElfFile::sort_functions(PageArena& arena) noexcept {
+bool ElfFile::find_symbols() noexcept {
   const Elf64_Shdr* const table =
       has_all_functions() ? section_of(SHT_SYMTAB) : section_of(SHT_DYNSYM);
   const Row<Elf64_Shdr> all = sections();
-  if (table == nullptr || table->sh_link >= all.count) return;
+  if (table == nullptr || table->sh_link >= all.count) return false;
   const Elf64_Shdr& text = all.items[table->sh_link];
   const Row<char> names = row<char>(text.sh_offset, text.sh_size);
   symbols_ = row<Elf64_Sym>(table->sh_offset, table->sh_size);
   names_ = {names.items, names.count};
+  return true;
+}
+
+void ElfFile::sort_functions(PageArena& arena) noexcept {
+  if (!find_symbols()) return;
   const auto count = static_cast<std::size_t>(
       std::count_if(symbols_.items, symbols_.items + symbols_.count, is_function));
   auto* const indices = static_cast<std::uint32_t*>(arena.take(count * sizeof(std::uint32_t)));
@@ -164,6 +173,22 @@ std::string_view ElfFile::function_at(std::uint64_t address, PageArena& arena) n
   if (behind == functions_.items) return {};
   const Elf64_Sym& symbol = symbols_.items[behind[-1]];
   return address < end_of(symbol) ? name_of(symbol) : std::string_view();
+}
+
+ElfFile::Symbol ElfFile::symbol_at(std::uint64_t address) noexcept {
+  Symbol best;
+  int best_rank = -1;
+  if (!find_symbols()) return best;
+  for (std::size_t i = 0; i < symbols_.count; ++i) {
+    const Elf64_Sym& symbol = symbols_.items[i];
+    if (!is_function(symbol) && !is_variable(symbol)) continue;
+    if (address < symbol.st_value || address - symbol.st_value >= symbol.st_size) continue;
+    const std::string_view name = name_of(symbol);
+    if (rank(symbol, name) <= best_rank) continue;
+    best = {name, address - symbol.st_value};
+    best_rank = rank(symbol, name);
+  }
+  return best;
 }
 
 }  // namespace qk

@@ -44,6 +44,15 @@ class ElfFile {
    */
   [[nodiscard]] std::string_view function_at(std::uint64_t address, PageArena& arena) noexcept;
 
+  /** A function or a variable, as the linker knows it. */
+  struct Symbol {
+    std::string_view name;     // empty if there is none; valid until the file is closed
+    std::uint64_t offset = 0;  // in it
+  };
+
+  /** What is at an address of the file. Looks at all symbols, and needs no memory. */
+  [[nodiscard]] Symbol symbol_at(std::uint64_t address) noexcept;
+
  private:
   template <class Item>
   struct Row {
@@ -57,6 +66,7 @@ class ElfFile {
   [[nodiscard]] const Elf64_Shdr* section_of(std::uint32_t type) const noexcept;
   [[nodiscard]] std::string_view name_of(const Elf64_Sym& symbol) const noexcept;
   [[nodiscard]] std::uint64_t end_of(const Elf64_Sym& symbol) const noexcept;
+  [[nodiscard]] bool find_symbols() noexcept;
   void sort_functions(PageArena& arena) noexcept;
 
   std::string_view bytes_;  // the mapping

@@ -26,6 +26,7 @@ AROUND = """\
 #include <stdio.h>
 #include <stdlib.h>
 
+#include "qkmem/check.h"
 #include "qkmem/profile.h"
 #include "qkmem/qkmem.h"
 

@@ -51,6 +51,19 @@ TEST(PageArena, NeverMapsMoreThanItsLimit) {
   EXPECT_EQ(nullptr, arena.take(SIZE_MAX));
 }
 
+TEST(PageArena, KnowsItsMemory) {
+  qk::PageArena arena;
+  qk::PageArena other;
+  for (const std::size_t bytes : {16, 50000, 200000}) {
+    auto* const memory = static_cast<char*>(arena.take(bytes));
+    EXPECT_TRUE(arena.has(memory));
+    EXPECT_TRUE(arena.has(memory + bytes - 1));
+    EXPECT_FALSE(other.has(memory));
+  }
+  EXPECT_FALSE(arena.has(&arena));
+  EXPECT_FALSE(arena.has(nullptr));
+}
+
 TEST(NumberedStore, KeepsObjectsWhereTheyAre) {
   qk::PageArena arena;
   qk::NumberedStore<std::uint64_t> store;

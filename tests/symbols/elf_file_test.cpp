@@ -43,6 +43,7 @@ class ElfFileTest : public ::testing::Test {
       (void)file.build_id();
       for (std::uint64_t address = 0; address < 0x4000; address += 64) {
         (void)file.function_at(address, arena);
+        (void)file.symbol_at(address);
       }
       (void)file.function_at(UINT64_MAX, arena);
     }

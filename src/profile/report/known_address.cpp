@@ -1,78 +1,119 @@
 #include "profile/report/known_address.h"
 
-#include "core/handle_array.h"
-#include "core/kinds.h"
-#include "core/registry.h"
+#include "profile/pool.h"
+#include "profile/report/misuse_report.h"
 #include "support/text.h"
-#include "table/slot.h"
 
 namespace qk::mem::profile {
 namespace {
 
-LiveBlock block_on(const qk_mem_handle& handle, std::uint64_t offset, std::uint64_t bytes,
-                   const AllocationPlace& place) {
-  LiveBlock block = {offset, bytes, handle.id, {}, place};
-  qk::copy_text(block.tag, sizeof block.tag, handle.tag->name);
-  return block;
+/** A piece that was freed is known better than the free part of the block that it was in. */
+bool is_piece_of(const ManagedBlock& managed, const history::FreedBlock& freed) {
+  return managed.kind != AddressKind::kBlockHeader &&
+         pools.at(freed.writer).hid == managed.handle.hid;
 }
 
-/** Keeps the best block that was found so far. */
-void consider(std::optional<LiveBlock>& best, const LiveBlock& block) {
-  if (block.offset != 0 && block.offset >= block.bytes) return;
-  if (!best || block.offset < best->offset) best = block;
+void put_ending(qk::Line& line, const history::FreedBlock& block) {
+  switch (block.release.ending) {
+    case history::Ending::kFreed:
+      line.put(" that was freed");
+      break;
+    case history::Ending::kResized:
+      line.put(" that was resized");
+      break;
+    case history::Ending::kDeregistered:
+      line.put(" that was deregistered");
+      break;
+    case history::Ending::kWithHandle: {
+      const Pool& pool = pools.at(block.writer);
+      put_handle(line.put(" that went with "), pool.hid, tag_levels.at(pool.tag).name);
+    }
+  }
+  if (block.release.path == nullptr) return;
+  line.put(" at ").put(qk::file_name_only(block.release.path)).put(':');
+  line.number(static_cast<std::uint64_t>(block.release.line));
 }
 
-void look_at_records(const qk_mem_handle& handle, const void* address,
-                     std::optional<LiveBlock>& best) QK_REQUIRES(Qk_mem_mtx) {
-  assert_registry_held();
-  for_each_record(handle, [&](const qk_mem_ptr& record) {
-    if (!belongs_to_program(record.kind)) return;
-    const std::uint64_t offset = offset_in(record.address, address);
-    if (offset != 0 && offset >= bytes_of(record)) return;
-    consider(best, block_on(handle, offset, bytes_of(record), {record.file, record.line}));
-  });
+void put_live(qk::Line& line, const LiveBlock& block, bool names_handle) {
+  put_offset(line, block.offset, block.bytes, names_handle ? "block" : "piece");
+  if (names_handle) put_handle(line.put(" on "), block.handle);
+  put_allocation(line, "allocated", block.place);
+  if (block.event != 0) put_event(line, block.event);
 }
 
-void look_at_unrecorded(qk_mem_handle& handle, const void* address,
-                        std::optional<LiveBlock>& best) {
-  if (handle.track != 0 || !is_watched(handle)) return;
-  const HandleLock lock(handle);
-  Pool& pool = pool_of(handle);
-  const auto memory = pool.unrecorded.containing(address);
-  if (!memory) return;
-  consider(best, block_on(handle, offset_in(memory->address, address), memory->bytes,
-                          place_of(pool, memory->mark)));
+void put_freed(qk::Line& line, const history::FreedBlock& block, const void* address) {
+  put_offset(line, offset_in(block.address, address), block.bytes);
+  put_ending(line, block);
+  put_allocation(line, "was allocated",
+                 place_of(pools.at(block.writer), Mark::of_word(block.allocation)));
+}
+
+/** Whether there is no more to say than which block is near. */
+bool is_told_by_nearest(AddressKind kind) { return kind >= AddressKind::kHeap; }
+
+/** Appends what lies at an address of none of the program's blocks. */
+void put_surroundings(qk::Line& line, const Knowledge& knowledge) {
+  if (knowledge.managed) {
+    put_managed_block(line, *knowledge.managed);
+  } else if (knowledge.process && !(knowledge.live && is_told_by_nearest(knowledge.kind))) {
+    put_process_memory(line, *knowledge.process, knowledge.address);
+  } else {
+    return;
+  }
+  if (knowledge.live) line.put(", ");
+}
+
+void put_nearest(qk::Line& line, const Knowledge& knowledge) {
+  if (!knowledge.live) return;
+  const bool is_on_same_handle =
+      knowledge.managed && knowledge.managed->handle.hid == knowledge.live->handle.hid;
+  put_live(line, *knowledge.live, !is_on_same_handle);
 }
 
 }  // namespace
 
-std::optional<LiveBlock> find_live_block(const void* address) {
-  std::optional<LiveBlock> best;
-  const RegistryLock lock;
-  for_each_handle([&](qk_mem_handle& handle) {
-    assert_registry_held();
-    look_at_records(handle, address, best);
-    look_at_unrecorded(handle, address, best);
-  });
-  return best;
+Knowledge know(const void* address) {
+  Knowledge known = {address, AddressKind::kNull, {}, {}, {}, {}, {}};
+  if (address == nullptr) return known;
+  LiveBlocks live = find_live_blocks(address);
+  known.live = live.around;
+  known.kind = AddressKind::kLiveBlock;
+  if (known.live) return known;
+  known.library = find_library_memory(address);
+  known.kind = AddressKind::kLibrary;
+  if (known.library) return known;
+  known.managed = find_managed_block(address);
+  known.freed = freed_blocks.find(address);
+  known.kind = AddressKind::kFreedBlock;
+  if (known.freed && (!known.managed || is_piece_of(*known.managed, *known.freed))) return known;
+  known.freed.reset();
+  known.live = live.nearest;
+  if (known.managed) {
+    known.kind = known.managed->kind;
+    return known;
+  }
+  known.process = find_in_process(address);
+  known.kind = known.process->kind;
+  return known;
 }
 
-AllocationPlace place_of(Pool& pool, Mark mark) {
-  if (mark.site_number() == kNoSite) return {};
-  const Site& site = site_in(pool, mark.site_number());
-  return {site.key.file, site.key.line, site.number == kFromBeforeSite};
-}
-
-void put_handle(qk::Line& line, std::int32_t hid, const char* tag) {
-  line.put("handle ").number(static_cast<std::uint64_t>(hid));
-  if (*tag != '\0') line.put(' ').put(tag);
-}
-
-void put_allocation(qk::Line& line, const char* verb, const AllocationPlace& place) {
-  if (place.is_from_before) {
-    line.put(", ").put(verb).put(" before the profile was on");
-  } else if (place.file != nullptr) {
-    line.put(", ").put(verb).put(" at ").put(place.file).put(':').number(place.line);
+void put_knowledge(qk::Line& line, const Knowledge& knowledge) {
+  switch (knowledge.kind) {
+    case AddressKind::kNull:
+      line.put("null");
+      break;
+    case AddressKind::kLiveBlock:
+      put_live(line, *knowledge.live, true);
+      break;
+    case AddressKind::kLibrary:
+      put_library_memory(line, *knowledge.library);
+      break;
+    case AddressKind::kFreedBlock:
+      put_freed(line, *knowledge.freed, knowledge.address);
+      break;
+    default:
+      put_surroundings(line, knowledge);
+      put_nearest(line, knowledge);
   }
 }
 

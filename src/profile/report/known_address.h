@@ -1,50 +1,39 @@
 #ifndef QKMEM_PROFILE_REPORT_KNOWN_ADDRESS_H_
 #define QKMEM_PROFILE_REPORT_KNOWN_ADDRESS_H_
 
-#include <cstdint>
 #include <optional>
 
-#include "profile/marks.h"
-#include "profile/pool.h"
+#include "history/freed_blocks.h"
+#include "profile/report/address_kind.h"
+#include "profile/report/known_blocks.h"
+#include "profile/report/library_memory.h"
+#include "profile/report/managed_block.h"
+#include "profile/report/process_memory.h"
 #include "support/line.h"
 
-/** What the library knows of an address that a call did not expect. */
+/** What is known of an address, whatever it is. */
 namespace qk::mem::profile {
 
-[[nodiscard]] inline std::uint64_t offset_in(const void* begin, const void* address) {
-  return reinterpret_cast<std::uintptr_t>(address) - reinterpret_cast<std::uintptr_t>(begin);
-}
-
-/** Where memory was allocated. Without a name it isn't known. */
-struct AllocationPlace {
-  const char* file = nullptr;
-  std::uint32_t line = 0;
-  bool is_from_before = false;  // the profile was switched on
-};
-
-/** A live block of the program. */
-struct LiveBlock {
-  std::uint64_t offset;  // of the address in it
-  std::uint64_t bytes;
-  std::int32_t hid;
-  char tag[8];
-  AllocationPlace place;
+struct Knowledge {
+  const void* address;
+  AddressKind kind;
+  std::optional<LiveBlock> live;             // in which the address is, or else the nearest
+  std::optional<history::FreedBlock> freed;  // of kFreedBlock
+  std::optional<LibraryMemory> library;      // of kLibrary
+  std::optional<ManagedBlock> managed;       // of kinds of blocks
+  std::optional<ProcessMemory> process;      // of kCode and what comes after it
 };
 
 /**
- * The live block in which an address lies, preferably one that begins there. Looks at all records
- * of all handles. Takes the registry's lock, and that of the data handle.
+ * Finds out what an address is. Reads none of the program's memory there, and takes nothing from
+ * the heap. Takes the registry's lock, those of handles, of the profile's growth and of the dynamic
+ * linker, one after the other; the caller holds none that a thread with one of these can wait for.
+ * Any thread; not in a signal handler.
  */
-[[nodiscard]] std::optional<LiveBlock> find_live_block(const void* address);
+[[nodiscard]] Knowledge know(const void* address);
 
-/** Where a block was allocated, by the mark that it had in a pool. */
-[[nodiscard]] AllocationPlace place_of(Pool& pool, Mark mark);
-
-/** Appends "4 SE", a handle's number and tag. */
-void put_handle(qk::Line& line, std::int32_t hid, const char* tag);
-
-/** Appends `verb` and the place, as in ", was allocated at a.c:7". Nothing if it isn't known. */
-void put_allocation(qk::Line& line, const char* verb, const AllocationPlace& place);
+/** Appends what is known in words, without a newline. */
+void put_knowledge(qk::Line& line, const Knowledge& knowledge);
 
 }  // namespace qk::mem::profile
 

@@ -6,7 +6,7 @@
 #include "profile/misuses.h"
 #include "profile/report/destination.h"
 #include "profile/report/forgotten.h"
-#include "profile/report/known_address.h"
+#include "profile/report/known_blocks.h"
 #include "profile/report/misuse_report.h"
 #include "profile/report/report.h"
 #include "profile/report/text_parts.h"
@@ -42,12 +42,6 @@ std::size_t put_summary(qk::Line& words, Routine routine, std::string_view of,
   qk::Line what;
   what.put(verb_of(routine)).put(of);
   return put_summary(words, what.finish(), context);
-}
-
-/** Appends "3 bytes inside a block of 40". */
-qk::Line& put_offset(qk::Line& words, std::uint64_t offset, std::uint64_t bytes) {
-  words.put(count_figure(offset).text()).put(" byte").put(plural(offset));
-  return words.put(" inside a block of ").put(count_figure(bytes).text());
 }
 
 void put_release(qk::Line& words, const history::FreedBlock& block) {
@@ -89,12 +83,12 @@ std::size_t describe_live(qk::Line& words, const LiveBlock& block, Routine routi
                           const CallContext& context) {
   if (block.offset == 0) {
     const std::size_t summary = put_summary(words, routine, " on the wrong handle", context);
-    put_handle(words.put("belongs to "), block.hid, block.tag);
+    put_handle(words.put("belongs to "), block.handle);
     put_allocation(words, "allocated", block.place);
     return summary;
   }
   const std::size_t summary = put_summary(words, routine, " of an inner pointer", context);
-  put_handle(put_offset(words, block.offset, block.bytes).put(" on "), block.hid, block.tag);
+  put_handle(put_offset(words, block.offset, block.bytes).put(" on "), block.handle);
   put_allocation(words, "allocated", block.place);
   return summary;
 }
@@ -105,7 +99,7 @@ std::size_t describe_live(qk::Line& words, const LiveBlock& block, Routine routi
  */
 std::size_t describe_unknown(qk::Line& words, const qk_mem_handle& handle, const void* address,
                              Routine routine, const CallContext& context) {
-  const auto live = find_live_block(address);
+  const auto live = find_live_blocks(address).around;
   const auto freed = freed_blocks.find(address);
   const bool is_freed_here = freed && pools.at(freed->writer).hid == handle.id;
   if (live && live->offset == 0 && !is_freed_here) {
@@ -115,7 +109,7 @@ std::size_t describe_unknown(qk::Line& words, const qk_mem_handle& handle, const
   if (freed && (freed->address == address || !live)) {
     const std::size_t summary = describe_freed(words, *freed, address, routine, context);
     if (live && live->offset == 0) {
-      put_handle(words.put("; now a block of "), live->hid, live->tag);
+      put_handle(words.put("; now a block of "), live->handle);
       put_allocation(words, "allocated", live->place);
     }
     return summary;
