@@ -215,6 +215,7 @@ set(library_sources
 
   life/cleanup.cpp
   life/failing_end.cpp
+  life/fault.cpp
   life/fork.cpp
   life/interruption.cpp
   life/startup.cpp

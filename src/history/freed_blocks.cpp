@@ -38,6 +38,12 @@ bool is_better(const FreedBlock& block, const FreedBlock& other, const void* add
   return is_no_older(block, other);
 }
 
+/** Bytes from a block to an address that is not in it. */
+std::uint64_t distance_to(const FreedBlock& block, const void* address) {
+  const std::uint64_t offset = offset_in(block, address);
+  return static_cast<std::int64_t>(offset) < 0 ? 0 - offset : offset - block.bytes;
+}
+
 Chunk& chunk_of(const Writer& writer) {
   return *reinterpret_cast<Chunk*>(reinterpret_cast<char*>(writer.end) - sizeof(Chunk));
 }
@@ -100,6 +106,26 @@ std::optional<FreedBlock> History::find(const void* address) const {
     }
   });
   return newest;
+}
+
+std::optional<FreedBlock> History::nearest(const void* address, std::uint64_t limit) const {
+  std::optional<FreedBlock> nearest;
+  std::uint64_t least = limit;
+  for_each_chunk([&](const Chunk& chunk) {
+    for (const Entry& entry : chunk.entries) {
+      auto block = read(entry);
+      if (!block) continue;
+      const std::uint64_t offset = offset_in(*block, address);
+      if (offset == 0 || offset < block->bytes) continue;
+      const std::uint64_t distance = distance_to(*block, address);
+      if (nearest && distance == least && !is_no_older(*block, *nearest)) continue;
+      if (distance > least || distance >= limit) continue;
+      block->writer = static_cast<std::uint32_t>(qk::acquire(chunk.writer));
+      nearest = block;
+      least = distance;
+    }
+  });
+  return nearest;
 }
 
 }  // namespace qk::mem::history

@@ -112,6 +112,12 @@ class History {
    */
   [[nodiscard]] std::optional<FreedBlock> find(const void* address) const;
 
+  /**
+   * Of the blocks that an address is less than `limit` bytes past, or in front of, the nearest; of
+   * several the last one. Blocks that it is in don't count.
+   */
+  [[nodiscard]] std::optional<FreedBlock> nearest(const void* address, std::uint64_t limit) const;
+
   /** How many chunks there are, and each of them: memory that is full of the program's addresses. */
   [[nodiscard]] std::uint64_t chunks() const { return qk::load(chunks_); }
   template <class Visit>

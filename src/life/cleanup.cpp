@@ -19,6 +19,7 @@
 #include "diag/trace_file.h"
 #include "handle/destroy.h"
 #include "life/failing_end.h"
+#include "life/fault.h"
 #include "lost/inquiry.h"
 #include "profile/report/report.h"
 #include "profile/state.h"
@@ -110,6 +111,12 @@ void look_at_a_fault() QK_UNCHECKED_LOCKING {
   Qk_mem_mtx.unlock();
 }
 
+/** First what the fault itself shows, since a look at all blocks could meet another one. */
+void tell_of_crash() {
+  tell_of_fault();
+  look_at_a_fault();
+}
+
 /** What the end of the process is made for, and what it has found. */
 struct End {
   lost::Waiting waiting;
@@ -157,7 +164,7 @@ extern "C" void qk_mem_cleanup(int sig) {
   // A standard stream may have no buffer yet.
   if (FILE* log = qk::acquire(Qk_mem_log); sig >= 1 && log != nullptr) provide_log_buffer(log);
   log_end(sig);
-  if (!qk_signal_safe(sig)) return look_at_a_fault();
+  if (!qk_signal_safe(sig)) return tell_of_crash();
   look_at_the_end(sig);
   profile::freeze();
   End end = {sig >= 1 ? lost::Waiting::kForbidden : lost::Waiting::kAllowed, {}};

@@ -45,6 +45,10 @@ constinit std::atomic<std::int64_t> signal_time{0};
 constinit std::atomic<std::uintptr_t> interrupted_stack{0};
 constinit std::atomic<std::uintptr_t> handler_stack{0};
 
+/** See fault_address(); without a value as long as `has_fault_address` is false. */
+constinit std::atomic<std::uintptr_t> address_of_fault{0};
+constinit std::atomic<bool> has_fault_address{false};
+
 constinit std::atomic<ExitHandlerRun> run_handlers{nullptr};
 constinit std::atomic<bool (*)(const InterruptedThread&)> interrupts_something{nullptr};
 
@@ -151,11 +155,26 @@ ActingThread calling_thread_for(int signal_number) {
 /** A signal that has interrupted the calling thread, which is in its handler. */
 struct Delivery {
   int number;
+  const siginfo_t* info;
   ucontext_t* context;
+
+  /**
+   * Whether an access to memory was refused, and the address is known: not that of other causes,
+   * which the kernel gives the code SI_KERNEL, nor of signals that a process has sent.
+   */
+  [[nodiscard]] bool is_refused_access() const {
+    return (number == SIGSEGV || number == SIGBUS) && info->si_code > 0 &&
+           info->si_code != SI_KERNEL;
+  }
 
   /** Whether the thread may continue. A fault would only happen again. */
   [[nodiscard]] bool can_wait() const { return number == SIGALRM || qk_signal_safe(number) != 0; }
 };
+
+void note_fault(const siginfo_t& info) {
+  address_of_fault.store(reinterpret_cast<std::uintptr_t>(info.si_addr));
+  has_fault_address.store(true);
+}
 
 /** Whether the interrupted thread continues and an alarm leads to the next attempt. */
 bool puts_off(const Delivery& signal) {
@@ -196,6 +215,7 @@ void note_first(int signal_number) {
     set_alarm(kTimeBetweenAttempts);
     return;
   }
+  if (signal.is_refused_access()) note_fault(*signal.info);
   leave_interrupted_code(*signal.context);
   finish(signal.can_wait() ? calling_thread_for(signal.number) : calling_thread(signal.number));
 }
@@ -216,22 +236,22 @@ void handle_in_turn(Delivery signal) {
   stack_user.give_up();
 }
 
-void on_signal(int signal_number, siginfo_t* /*info*/, void* context) {
+void on_signal(int signal_number, siginfo_t* info, void* context) {
   const int error = errno;
   if (!is_adopted_process()) end_by(signal_number);
   if (const auto at_work = runner.holder()) yield_to(*at_work, calling_thread(signal_number));
-  handle_in_turn({signal_number, static_cast<ucontext_t*>(context)});
+  handle_in_turn({signal_number, info, static_cast<ucontext_t*>(context)});
   errno = error;
 }
 
-void on_alarm(int /*signal_number*/, siginfo_t* /*info*/, void* context) {
+void on_alarm(int /*signal_number*/, siginfo_t* info, void* context) {
   const int error = errno;
   const auto at_work = runner.holder();
   const auto first = first_hit.holder();
   if (!at_work && !first) end_by(SIGALRM);  // in a child, which has the handler without the reason
   if (at_work && at_work->reason() == 0) end_by(first ? first->reason() : SIGALRM);
   if (since_signal() >= kTimeToEnd) end_by(at_work ? at_work->reason() : first->reason());
-  if (!at_work) handle_in_turn({SIGALRM, static_cast<ucontext_t*>(context)});
+  if (!at_work) handle_in_turn({SIGALRM, info, static_cast<ucontext_t*>(context)});
   errno = error;
 }
 
@@ -300,6 +320,11 @@ void end_normally() {
 }
 
 LeftStacks left_stacks() { return {interrupted_stack.load(), handler_stack.load()}; }
+
+std::optional<std::uintptr_t> fault_address() {
+  if (!has_fault_address.load()) return std::nullopt;
+  return address_of_fault.load();
+}
 
 AddressRange signal_stack() {
   const auto begin = reinterpret_cast<std::uintptr_t>(stack);

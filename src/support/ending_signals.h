@@ -2,6 +2,7 @@
 #define SUPPORT_ENDING_SIGNALS_H_
 
 #include <cstdint>
+#include <optional>
 
 #include "support/interrupted_thread.h"
 #include "support/modules.h"
@@ -45,6 +46,12 @@ struct LeftStacks {
   std::uintptr_t of_handler;
 };
 [[nodiscard]] LeftStacks left_stacks();
+
+/**
+ * The address that could not be accessed, if a SIGSEGV or SIGBUS of the processor now ends the
+ * process and the system tells it. To be called by the handlers.
+ */
+[[nodiscard]] std::optional<std::uintptr_t> fault_address();
 
 /** The stack that the handlers of these signals run on. Only one thread at a time does. */
 [[nodiscard]] AddressRange signal_stack();

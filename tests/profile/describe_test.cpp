@@ -173,6 +173,20 @@ TEST_F(DescribedAddressWithProfile, IsABlockThatWasFreed) {
             described(piece + 63));
 }
 
+TEST_F(DescribedAddressWithProfile, IsNearABlockThatWasFreed) {
+  const Pool pool;
+  char* const block = registered(pool, 24, 7);
+  qk_mem_ideregister(pool, QK_MEM_EXTERNAL, block, "src/b.c", 9);
+  EXPECT_EQ(
+      "3 bytes past the end of a block of 24 that was deregistered at b.c:9, was allocated at a.c:7",
+      described(block + 27));
+  EXPECT_EQ("unknown: not mapped, no memory at all", described(block + 24 + 4096));
+  qk_mem_iregister(pool, QK_MEM_EXTERNAL, block + 1000, nullptr, 10, "src/c.c", 5);
+  EXPECT_EQ("973 bytes in front of a block of 10 on handle 3, allocated at c.c:5 (event 3)",
+            described(block + 27))
+      << "a live one counts first";
+}
+
 TEST_F(DescribedAddressWithProfile, TellsHowElseABlockEnded) {
   const Pool pool(kPieces);
   char* const registered_block = registered(pool, 24, 7);

@@ -145,4 +145,40 @@ TEST(FreedBlocks, OverwriteTheOldestWithoutMemory) {
   EXPECT_EQ(0, releases.lost);
 }
 
+TEST(FreedBlocks, AreFoundNearAnAddress) {
+  Releases releases;
+  releases.history.set_limit(1000);
+  Writer writer = {};
+  releases.add(writer, 7, 0x100);  // as many bytes at 16 times that
+  releases.add(writer, 7, 0x1000);
+  const auto* const begin = static_cast<const char*>(address(0x100));
+  const auto number_near = [&](std::int64_t offset, std::uint64_t limit) -> std::uint64_t {
+    const auto block = releases.history.nearest(begin + offset, limit);
+    return block ? block->bytes : 0;
+  };
+  EXPECT_EQ(0x100U, number_near(0x100, 1));
+  EXPECT_EQ(0x100U, number_near(0x103, 4));
+  EXPECT_EQ(0U, number_near(0x103, 3));
+  EXPECT_EQ(0x100U, number_near(-3, 4));
+  EXPECT_EQ(0U, number_near(-3, 3));
+  EXPECT_EQ(0U, number_near(8, 3)) << "it is inside";
+  EXPECT_EQ(0x100U, number_near(0x200, 0x100000));
+  EXPECT_EQ(0x1000U, number_near(0xEF00, 0x100000));
+  EXPECT_EQ(7U, releases.history.nearest(begin - 1, 2)->writer);
+}
+
+TEST(FreedBlocks, NearAnAddressAreTheLastOfThemIfTheyAreAsNear) {
+  Releases releases;
+  releases.history.set_limit(1000);
+  Writer writer = {};
+  releases.history.open(writer, 7, releases.arena);
+  const qk::mem::history::Release release = {"", 3, Ending::kFreed};
+  ASSERT_TRUE(writer.add(address(1), 16, std::uint64_t{20} << 32, release));
+  ASSERT_TRUE(writer.add(address(1), 8, std::uint64_t{30} << 32, release));
+  ASSERT_TRUE(writer.add(address(1), 16, std::uint64_t{10} << 32, release));
+  const auto* const begin = static_cast<const char*>(address(1));
+  EXPECT_EQ(8U, releases.history.nearest(begin - 1, 2)->bytes);
+  EXPECT_EQ(std::uint64_t{20} << 32, releases.history.nearest(begin + 16, 2)->allocation);
+}
+
 }  // namespace

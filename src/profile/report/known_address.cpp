@@ -48,6 +48,9 @@ void put_freed(qk::Line& line, const history::FreedBlock& block, const void* add
                  place_of(pools.at(block.writer), Mark::of_word(block.allocation)));
 }
 
+/** Whether a block is near, and the address in none. */
+bool is_near_block(const Knowledge& knowledge) { return knowledge.live || knowledge.freed; }
+
 /** Whether there is no more to say than which block is near. */
 bool is_told_by_nearest(AddressKind kind) { return kind >= AddressKind::kHeap; }
 
@@ -55,19 +58,29 @@ bool is_told_by_nearest(AddressKind kind) { return kind >= AddressKind::kHeap; }
 void put_surroundings(qk::Line& line, const Knowledge& knowledge) {
   if (knowledge.managed) {
     put_managed_block(line, *knowledge.managed);
-  } else if (knowledge.process && !(knowledge.live && is_told_by_nearest(knowledge.kind))) {
+  } else if (knowledge.process &&
+             !(is_near_block(knowledge) && is_told_by_nearest(knowledge.kind))) {
     put_process_memory(line, *knowledge.process, knowledge.address);
   } else {
     return;
   }
-  if (knowledge.live) line.put(", ");
+  if (is_near_block(knowledge)) line.put(", ");
 }
 
 void put_nearest(qk::Line& line, const Knowledge& knowledge) {
-  if (!knowledge.live) return;
+  if (!knowledge.live) {
+    if (knowledge.freed) put_freed(line, *knowledge.freed, knowledge.address);
+    return;
+  }
   const bool is_on_same_handle =
       knowledge.managed && knowledge.managed->handle.hid == knowledge.live->handle.hid;
   put_live(line, *knowledge.live, !is_on_same_handle);
+}
+
+/** If no live block is near. */
+std::optional<history::FreedBlock> nearest_freed(const Knowledge& known) {
+  if (known.live) return std::nullopt;
+  return freed_blocks.nearest(known.address, kNear);
 }
 
 }  // namespace
@@ -75,7 +88,7 @@ void put_nearest(qk::Line& line, const Knowledge& knowledge) {
 Knowledge know(const void* address) {
   Knowledge known = {address, AddressKind::kNull, {}, {}, {}, {}, {}};
   if (address == nullptr) return known;
-  LiveBlocks live = find_live_blocks(address);
+  const LiveBlocks live = find_live_blocks(address);
   known.live = live.around;
   known.kind = AddressKind::kLiveBlock;
   if (known.live) return known;
@@ -86,14 +99,29 @@ Knowledge know(const void* address) {
   known.freed = freed_blocks.find(address);
   known.kind = AddressKind::kFreedBlock;
   if (known.freed && (!known.managed || is_piece_of(*known.managed, *known.freed))) return known;
-  known.freed.reset();
   known.live = live.nearest;
+  known.freed = nearest_freed(known);
   if (known.managed) {
     known.kind = known.managed->kind;
     return known;
   }
   known.process = find_in_process(address);
   known.kind = known.process->kind;
+  return known;
+}
+
+std::optional<Knowledge> know_of_blocks(const void* address) {
+  const auto live = try_to_find_live_blocks(address);
+  if (!live) return std::nullopt;
+  Knowledge known = {address, AddressKind::kLiveBlock, live->around, {}, {}, {}, {}};
+  if (known.live) return known;
+  known.freed = freed_blocks.find(address);
+  known.kind = AddressKind::kFreedBlock;
+  if (known.freed) return known;
+  known.kind = AddressKind::kUnknown;
+  known.live = live->nearest;
+  known.freed = nearest_freed(known);
+  if (!is_near_block(known)) return std::nullopt;
   return known;
 }
 

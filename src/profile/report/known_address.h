@@ -18,7 +18,7 @@ struct Knowledge {
   const void* address;
   AddressKind kind;
   std::optional<LiveBlock> live;             // in which the address is, or else the nearest
-  std::optional<history::FreedBlock> freed;  // of kFreedBlock
+  std::optional<history::FreedBlock> freed;  // likewise, if there is no such live block
   std::optional<LibraryMemory> library;      // of kLibrary
   std::optional<ManagedBlock> managed;       // of kinds of blocks
   std::optional<ProcessMemory> process;      // of kCode and what comes after it
@@ -31,6 +31,12 @@ struct Knowledge {
  * Any thread; not in a signal handler.
  */
 [[nodiscard]] Knowledge know(const void* address);
+
+/**
+ * What is known of an address in or near a block, for signal handlers: waits for no lock. Nothing if
+ * it is in or near none, or a lock is held. The kind is kUnknown if it is only near.
+ */
+[[nodiscard]] std::optional<Knowledge> know_of_blocks(const void* address);
 
 /** Appends what is known in words, without a newline. */
 void put_knowledge(qk::Line& line, const Knowledge& knowledge);

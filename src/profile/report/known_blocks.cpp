@@ -1,5 +1,7 @@
 #include "profile/report/known_blocks.h"
 
+#include <mutex>
+
 #include "core/handle_array.h"
 #include "core/kinds.h"
 #include "core/registry.h"
@@ -78,9 +80,39 @@ void look_at_records(const qk_mem_handle& handle, Sightings& sightings) QK_REQUI
   }
 }
 
-void look_at_unrecorded(const qk_mem_handle& handle, Sightings& sightings) {
-  if (handle.track != 0 || !is_watched(handle)) return;
-  const HandleLock lock(handle);
+/** Whether to wait for locks of handles. */
+enum class Locks : std::uint8_t { kWait, kTry };
+
+/** Holds the lock of a handle, if it has one and could be taken. */
+class LockAttempt {
+ public:
+  LockAttempt(const qk_mem_handle& handle, Locks locks) : mtx_(handle.mtx) {
+    if (mtx_ == nullptr) return;
+    if (locks == Locks::kWait) {
+      mtx_->lock();
+    } else if (mtx_->held() || !mtx_->try_lock()) {
+      mtx_ = nullptr;
+      is_busy_ = true;
+    }
+  }
+  LockAttempt(const LockAttempt&) = delete;
+  LockAttempt& operator=(const LockAttempt&) = delete;
+  ~LockAttempt() {
+    if (mtx_ != nullptr) mtx_->unlock();
+  }
+
+  [[nodiscard]] bool is_busy() const { return is_busy_; }
+
+ private:
+  qk::Mtx* mtx_;
+  bool is_busy_ = false;
+};
+
+/** False if a lock is busy. */
+bool look_at_unrecorded(const qk_mem_handle& handle, Sightings& sightings, Locks locks) {
+  if (handle.track != 0 || !is_watched(handle)) return true;
+  const LockAttempt lock(handle, locks);
+  if (lock.is_busy()) return false;
   Pool& pool = pool_of(handle);
   for (const Unrecorded& memory : pool.unrecorded.entries()) {
     if (memory.address == nullptr) continue;
@@ -89,6 +121,7 @@ void look_at_unrecorded(const qk_mem_handle& handle, Sightings& sightings) {
     sightings.consider({memory.address, offset, memory.bytes, &handle, place_of(pool, memory.mark),
                         nullptr, 0, memory.mark});
   }
+  return true;
 }
 
 /** The number of an event of which a mark has the lower half: the last one that has it. */
@@ -104,21 +137,36 @@ std::uint64_t event_of(Mark mark) {
   return site == kNoSite || site == kFromBeforeSite ? 0 : whole_event(mark.event);
 }
 
-/** The event of a recorded block, whose record can be gone by now. */
-std::uint64_t event_of_record(const Sighting& block) {
+/** The event of a recorded block, whose record can be gone by now. 0 if a lock is busy. */
+std::uint64_t event_of_record(const Sighting& block, Locks locks) {
   if (!is_watched(*block.handle)) return 0;
-  const HandleLock lock(*block.handle);
-  if (recorded_address(block.array->ptrs[block.slot]) != block.begin) return 0;
+  const LockAttempt lock(*block.handle, locks);
+  if (lock.is_busy() || recorded_address(block.array->ptrs[block.slot]) != block.begin) return 0;
   const Mark* const mark =
       marks_of(*block.handle, pool_of(*block.handle), *block.array).of(block.slot);
   return mark == nullptr ? 0 : event_of(*mark);
 }
 
-std::optional<LiveBlock> live_block(const std::optional<Sighting>& seen) {
+std::optional<LiveBlock> live_block(const std::optional<Sighting>& seen, Locks locks) {
   if (!seen) return std::nullopt;
   const std::uint64_t event =
-      seen->array == nullptr ? event_of(seen->mark) : event_of_record(*seen);
+      seen->array == nullptr ? event_of(seen->mark) : event_of_record(*seen, locks);
   return LiveBlock{seen->offset, seen->bytes, name_of(*seen->handle), seen->place, event};
+}
+
+/** Nothing if a lock is busy. */
+std::optional<LiveBlocks> look_at_all(const void* address, Locks locks) QK_REQUIRES(Qk_mem_mtx) {
+  assert_registry_held();
+  Sightings sightings(address);
+  bool is_complete = true;
+  for_each_handle([&](const qk_mem_handle& handle) {
+    assert_registry_held();
+    look_at_records(handle, sightings);
+    if (!look_at_unrecorded(handle, sightings, locks)) is_complete = false;
+  });
+  if (!is_complete) return std::nullopt;
+  if (sightings.around()) return LiveBlocks{live_block(sightings.around(), locks), {}};
+  return LiveBlocks{{}, live_block(sightings.nearest(), locks)};
 }
 
 }  // namespace
@@ -130,15 +178,16 @@ HandleName name_of(const qk_mem_handle& handle) {
 }
 
 LiveBlocks find_live_blocks(const void* address) {
-  Sightings sightings(address);
   const RegistryLock lock;
-  for_each_handle([&](qk_mem_handle& handle) {
-    assert_registry_held();
-    look_at_records(handle, sightings);
-    look_at_unrecorded(handle, sightings);
-  });
-  if (sightings.around()) return {live_block(sightings.around()), {}};
-  return {{}, live_block(sightings.nearest())};
+  return *look_at_all(address, Locks::kWait);
+}
+
+std::optional<LiveBlocks> try_to_find_live_blocks(const void* address) {
+  if (Qk_mem_mtx.held()) return std::nullopt;
+  const std::unique_lock lock(Qk_mem_mtx, std::try_to_lock);
+  if (!lock.owns_lock()) return std::nullopt;
+  assert_registry_held();
+  return look_at_all(address, Locks::kTry);
 }
 
 AllocationPlace place_of(Pool& pool, Mark mark) {

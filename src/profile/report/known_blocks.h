@@ -66,6 +66,12 @@ struct LiveBlocks {
  */
 [[nodiscard]] LiveBlocks find_live_blocks(const void* address);
 
+/**
+ * The same for a signal handler, which waits for no lock. Nothing if one that it needs is held, by
+ * the calling thread as well.
+ */
+[[nodiscard]] std::optional<LiveBlocks> try_to_find_live_blocks(const void* address);
+
 /** Where a block was allocated, by the mark that it had in a pool. */
 [[nodiscard]] AllocationPlace place_of(Pool& pool, Mark mark);
 
