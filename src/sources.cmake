@@ -4,6 +4,7 @@ set(library_sources
   qkmem.cpp
 
   support/allocator_code.cpp
+  support/apart_memory.cpp
   support/assertion.cpp
   support/careful_reading.cpp
   support/cursor.cpp

@@ -22,7 +22,9 @@
 #include "profile/options.h"
 #include "profile/state.h"
 #include "qkmem/check.h"
+#include "support/apart_memory.h"
 #include "support/exit_code.h"
+#include "support/fault_words.h"
 #include "support/line.h"
 #include "support/own_message.h"
 #include "support/system.h"
@@ -54,12 +56,14 @@ void settle_unused(qk_mem_handle& handle) {
   }
 }
 
-void apply_checks(const check::Settings& settings, const check::Options& options) QK_REQUIRES(Qk_mem_mtx) {
+void apply_checks(const check::Settings& settings, const check::Options& options)
+    QK_REQUIRES(Qk_mem_mtx) {
   assert_registry_held();
   check::set_settings(settings);
   profile::set_filling(profile::Filling::kForChecks, options.fills);
   profile::set_break_event(options.break_event);
   check::look_every(options.scan_events);
+  qk::put_faults_into_words(settings.is_on != 0);
   road_rules = {settings.is_on != 0,
                 settings.is_on != 0 && (options.scan_events != 0 || options.break_event != 0)};
   watch_all_handles();
@@ -98,6 +102,7 @@ std::int32_t configure_checks(const char* source, const char* text) {
   share_options_with_profile(options);
   check::set_options(options);
   check::set_teller(check::tell_of_damage);
+  qk::apart::use();
   profile::set_reaction_to_misuse(options.stops ? check::stop_at_finding : nullptr);
   profile::set_following(true);
   apply_checks(settings_of(options), options);

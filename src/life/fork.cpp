@@ -11,6 +11,7 @@
 #include "profile/events.h"
 #include "profile/report/report.h"
 #include "profile/state.h"
+#include "support/apart_memory.h"
 
 namespace qk::mem {
 namespace {
@@ -32,10 +33,12 @@ void before_fork() QK_UNCHECKED_LOCKING {
   Qk_mem_error.lock();
   check::quarantine_lock.lock();
   profile::growth_lock.lock();
+  qk::apart::lock.lock();
   flush_trace_file();
 }
 
 void after_fork() QK_UNCHECKED_LOCKING {
+  qk::apart::lock.unlock();
   profile::growth_lock.unlock();
   check::quarantine_lock.unlock();
   Qk_mem_error.unlock();
@@ -51,6 +54,7 @@ void forget_waiters_of(const qk_mem_handle& handle) {
 
 /** The child's only thread is a copy of the one that took the locks. */
 void after_fork_in_child() QK_UNCHECKED_LOCKING {
+  qk::apart::lock.forget_waiters();
   profile::growth_lock.forget_waiters();
   check::quarantine_lock.forget_waiters();
   profile::report_lock.forget_waiters();

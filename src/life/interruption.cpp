@@ -7,6 +7,7 @@
 #include "core/registry.h"
 #include "diag/log.h"
 #include "support/allocator_code.h"
+#include "support/apart_memory.h"
 
 namespace qk::mem {
 namespace {
@@ -19,12 +20,13 @@ namespace {
  * may hold what the report needs. So the threads that sleep on each lock are woken.
  */
 bool holds_a_lock() {
-  if (Qk_mem_mtx.held() || holds_log() || Qk_mem_error.held() || check::quarantine_lock.held())
-    return true;
+  if (Qk_mem_mtx.held() || holds_log() || Qk_mem_error.held()) return true;
+  if (check::quarantine_lock.held() || qk::apart::lock.held()) return true;
   Qk_mem_mtx.wake_sleepers();
   wake_log_waiters();
   Qk_mem_error.wake_sleepers();
   check::quarantine_lock.wake_sleepers();
+  qk::apart::lock.wake_sleepers();
   const std::unique_lock lock(Qk_mem_mtx, std::try_to_lock);
   if (!lock.owns_lock()) return true;
   assert_registry_held();

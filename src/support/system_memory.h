@@ -9,6 +9,8 @@
 #include <new>
 #include <type_traits>
 
+#include "support/apart_memory.h"
+
 /**
  * The only direct calls of the system's allocator; check_seams.py enforces that. They separate the
  * user's memory from the library's own: what is laid around or written into the user's memory must
@@ -71,17 +73,29 @@ namespace own_memory {
   return size > PTRDIFF_MAX ? out_of_memory() : std::malloc(size);
 }
 
+/** For tables. */
 [[nodiscard]] inline void* allocate_zeroed(std::size_t num, std::size_t size) {
-  return product(num, size) > PTRDIFF_MAX ? out_of_memory() : std::calloc(num, size);
+  if (product(num, size) > PTRDIFF_MAX) return out_of_memory();
+  void* const memory = apart::is_used() ? apart::allocate(num * size) : nullptr;
+  return memory != nullptr ? memory : std::calloc(num, size);
 }
 
 /** `size` is above 0. On failure returns null and leaves the memory as it was. */
 [[nodiscard]] inline void* resize(void* memory, std::size_t size) {
-  return size > PTRDIFF_MAX ? out_of_memory() : std::realloc(memory, size);
+  if (size > PTRDIFF_MAX) return out_of_memory();
+  if (apart::is_used()) {
+    if (apart::has(memory)) return apart::resize(memory, size);
+    void* const first = memory == nullptr ? apart::allocate(size) : nullptr;
+    if (first != nullptr) return first;
+  }
+  return std::realloc(memory, size);
 }
 
 /** Null does nothing. */
-inline void release(void* memory) { std::free(memory); }
+inline void release(void* memory) {
+  if (apart::is_used() && apart::has(memory)) return apart::release(memory);
+  std::free(memory);
+}
 
 /** An object for destroy(); null if there is no memory. */
 template <class Object>

@@ -10,18 +10,32 @@
 namespace qk::mem::check {
 namespace {
 
-/** Whether an address is a block's that was released on a handle with records, by what is known. */
+using profile::AddressKind;
+
+/**
+ * Whether it is known that an address was released. On a handle without records memory of the C
+ * library can be released too, which can be where an old block was: so only the quarantine counts.
+ */
 bool was_released(const qk_mem_handle& handle, const void* address) {
   if (find_in_quarantine(address)) return true;
-  // Without records, memory of the C library can be released here, at the address of an old block.
   if (!keeps_records(handle)) return false;
   const auto freed = profile::freed_blocks.find(address);
   return freed && freed->address == address;
 }
 
-bool is_known_to_be_wrong(const qk_mem_handle& handle, const void* address) {
-  if (profile::find_live_block(address)) return true;
-  return was_released(handle, address);
+/** Whether no memory of the system's allocator is of this kind. */
+bool is_never_allocated(AddressKind kind) {
+  switch (kind) {
+    case AddressKind::kNull:
+    case AddressKind::kLiveBlock:
+    case AddressKind::kFreedBlock:
+    case AddressKind::kBlockPieces:
+    case AddressKind::kHeap:
+    case AddressKind::kUnknown:
+      return false;
+    default:
+      return true;
+  }
 }
 
 }  // namespace
@@ -29,8 +43,13 @@ bool is_known_to_be_wrong(const qk_mem_handle& handle, const void* address) {
 bool refuses_release(const qk_mem_handle& handle, const void* address, Routine routine,
                      const CallContext& context) {
   if (!checks(handle) || profile::has_lost_records()) return false;
-  if (!is_known_to_be_wrong(handle, address)) return false;
-  profile::tell_of_unknown_address(handle, address, routine, context);
+  const profile::Knowledge knowledge = profile::know(address);
+  if (knowledge.kind == AddressKind::kLiveBlock || was_released(handle, address)) {
+    profile::tell_of_unknown_address(handle, address, routine, context);
+    return true;
+  }
+  if (!is_never_allocated(knowledge.kind)) return false;
+  profile::tell_of_refused_address(handle, knowledge, routine, context);
   return true;
 }
 

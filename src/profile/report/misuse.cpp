@@ -120,6 +120,35 @@ std::size_t describe_unknown(qk::Line& words, const qk_mem_handle& handle, const
   return summary;
 }
 
+/** What a call was made with, after its verb. */
+std::string_view name_of_kind(AddressKind kind) {
+  switch (kind) {
+    case AddressKind::kOwnStack:
+    case AddressKind::kOtherStack:
+      return " of a stack address";
+    case AddressKind::kCode:
+    case AddressKind::kStatic:
+    case AddressKind::kMappedFile:
+      return " of a static address";
+    case AddressKind::kLibrary:
+    case AddressKind::kBlockHeader:
+      return " of the library's own memory";
+    case AddressKind::kBlockFree:
+    case AddressKind::kBlockHole:
+    case AddressKind::kBlockPieces:
+      return " of memory of a handle's blocks";
+    default:
+      return " of an address that is no memory";
+  }
+}
+
+std::size_t describe_refused(qk::Line& words, const Knowledge& knowledge, Routine routine,
+                             const CallContext& context) {
+  const std::size_t summary = put_summary(words, routine, name_of_kind(knowledge.kind), context);
+  put_knowledge(words, knowledge);
+  return summary;
+}
+
 std::size_t describe_wrong(qk::Line& words, const qk_mem_ptr& record, WrongCall what,
                            Routine routine, const CallContext& context) {
   const AllocationPlace place = {record.file, record.line};
@@ -189,6 +218,12 @@ void tell_of_unknown_address(const qk_mem_handle& handle, const void* address, R
   if (!is_watched(handle) || has_lost_records()) return;
   tell(place_of_call(handle, routine, context),
        [&](qk::Line& words) { return describe_unknown(words, handle, address, routine, context); });
+}
+
+void tell_of_refused_address(const qk_mem_handle& handle, const Knowledge& knowledge,
+                             Routine routine, const CallContext& context) {
+  tell(place_of_call(handle, routine, context),
+       [&](qk::Line& words) { return describe_refused(words, knowledge, routine, context); });
 }
 
 void tell_of_wrong_call(const qk_mem_handle& handle, const qk_mem_ptr& record, WrongCall what,

@@ -7,6 +7,7 @@
 #include "diag/call_context.h"
 #include "profile/misuses.h"
 #include "profile/pool.h"
+#include "profile/report/known_address.h"
 
 /**
  * Tells people in plain words what is wrong with a call, once for each place, beside the lines that
@@ -28,6 +29,12 @@ enum class WrongCall : std::uint8_t {
 /** A call with an address that its handle has no record of, before anything is done with it. */
 void tell_of_unknown_address(const qk_mem_handle& handle, const void* address, Routine routine,
                              const CallContext& context);
+
+/**
+ * The same of an address that the system's allocator can't have handed out, which says what it is.
+ */
+void tell_of_refused_address(const qk_mem_handle& handle, const Knowledge& knowledge,
+                             Routine routine, const CallContext& context);
 
 /** A call that doesn't suit the record of its address. */
 void tell_of_wrong_call(const qk_mem_handle& handle, const qk_mem_ptr& record, WrongCall what,
