@@ -215,6 +215,7 @@ set(library_sources
   report/summary.cpp
 
   life/cleanup.cpp
+  life/debugger_table.cpp
   life/failing_end.cpp
   life/fault.cpp
   life/fork.cpp

@@ -17,6 +17,19 @@
 #include "support/exit_handlers.h"
 #include "support/mtx.h"
 
+// A note that leads debuggers to life/debugger_table.cpp, by the distance to its table, also where
+// there are no symbols. It also brings that file into programs that take the library from an
+// archive.
+asm(R"(
+  .pushsection .note.qkmem, "a", %note
+  .balign 4
+  .4byte 6, 4, 2
+  .asciz "qkmem"
+  .balign 4
+  .4byte qk_mem_table_for_debuggers - .
+  .popsection
+)");
+
 namespace qk::mem {
 
 constinit std::int32_t start_up_is_over = 0;
