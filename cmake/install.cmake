@@ -34,6 +34,23 @@ install(FILES
   "${package_build_folder}/qkmem-config-version.cmake"
   DESTINATION "${package_folder}" COMPONENT development)
 
+# What gdb loads. It looks for the first file by the path of the library. The prefix is known when
+# that is installed.
+set(gdb_folder "${PROJECT_SOURCE_DIR}/tools/gdb")
+if(IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}")
+  set(gdb_libraries "${CMAKE_INSTALL_LIBDIR}")
+else()
+  set(gdb_libraries "\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_LIBDIR}")
+endif()
+install(FILES "${gdb_folder}/qkmem-gdb.py"
+  DESTINATION "${CMAKE_INSTALL_DATADIR}/gdb/auto-load${gdb_libraries}"
+  RENAME "libqkmem.so.${PROJECT_VERSION}-gdb.py" COMPONENT runtime)
+install(FILES "${gdb_folder}/qkmem-gdb.py"
+  DESTINATION "${CMAKE_INSTALL_DATADIR}/qkmem/gdb" COMPONENT runtime)
+install(DIRECTORY "${gdb_folder}/qkmem_gdb"
+  DESTINATION "${CMAKE_INSTALL_DATADIR}/qkmem/gdb" COMPONENT runtime
+  FILES_MATCHING PATTERN "*.py" PATTERN "__pycache__" EXCLUDE)
+
 # The manual pages, where they can be made.
 find_package(Python3 QUIET COMPONENTS Interpreter)
 if(Python3_Interpreter_FOUND)
