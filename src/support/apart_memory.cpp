@@ -39,7 +39,7 @@ struct Range {
 constinit Range range QK_GUARDED_BY(lock) = {};
 constinit char* first_address = nullptr;
 
-bool reserve() QK_REQUIRES(lock) {
+bool reserve_range() QK_REQUIRES(lock) {
   lock.assert_held();
   if (range.begin != nullptr) return true;
   void* const begin =
@@ -64,7 +64,7 @@ bool make_accessible(std::size_t end) QK_REQUIRES(lock) {
 
 Header* take_new(std::size_t bytes) QK_REQUIRES(lock) {
   lock.assert_held();
-  if (!reserve() || bytes > kRange || !make_accessible(range.used + bytes)) return nullptr;
+  if (!reserve_range() || bytes > kRange || !make_accessible(range.used + bytes)) return nullptr;
   return reinterpret_cast<Header*>(range.begin + std::exchange(range.used, range.used + bytes));
 }
 
