@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "accounting/recording.h"
+#include "check/quarantine.h"
 #include "check/release.h"
 #include "check/unused.h"
 #include "core/kinds.h"
@@ -28,6 +29,7 @@ constexpr char kBlockFree[] = "qk_mem_block_free";
 qk_mem_block* obtain_block(const qk_mem_handle& handle, std::size_t size,
                            const CallContext& context) {
   qk_mem_block* block = allocate_block(handle, size);
+  if (block == nullptr && check::empty_quarantine()) block = allocate_block(handle, size);
   if (block == nullptr) {
     report_failure(context, "malloc of %zu at %s:%d for block failed",
                    bytes_of_block(capacity_for(handle, size)), context.file(), context.line);

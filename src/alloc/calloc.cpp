@@ -6,6 +6,7 @@
 #include "alloc/shared_steps.h"
 #include "alloc/unrecorded.h"
 #include "check/new_block.h"
+#include "check/report/look.h"
 #include "diag/log.h"
 #include "support/system_memory.h"
 
@@ -62,6 +63,7 @@ check::NewBlock allocate_zeroed_piece(qk_mem_handle& handle, std::size_t num, st
 [[gnu::noinline]] void* calloc_slow_path(int hid, std::size_t num, std::size_t size, int alignment,
                                          const char* file, int line) {
   ensure_started();
+  const check::DueLook due_look;
   const CallContext context = calloc_context(file, line);
   if (bypasses_tracking(hid)) {
     qk_mem_handle* const watched = watched_data_handle();

@@ -131,6 +131,7 @@ void announce_free(const qk_mem_handle& handle, const qk_mem_ptr& record,
 
 [[gnu::noinline]] void free_slow_path(int hid, void* ptr, const char* file, int line) {
   ensure_started();
+  const check::DueLook due_look;
   const CallContext context = free_context(file, line);
   if (bypasses_tracking(hid)) {
     qk_mem_handle* const watched = watched_data_handle();

@@ -4,6 +4,7 @@
 #include "alloc/shared_steps.h"
 #include "alloc/unrecorded.h"
 #include "check/new_block.h"
+#include "check/report/look.h"
 #include "diag/log.h"
 #include "profile/filling.h"
 #include "support/system_memory.h"
@@ -52,6 +53,7 @@ void warn_of_misuse(const qk_mem_handle& handle, std::size_t size, int alignment
 [[gnu::noinline]] void* malloc_slow_path(int hid, std::size_t size, int alignment, const char* file,
                                          int line) {
   ensure_started();
+  const check::DueLook due_look;
   const CallContext context = malloc_context(file, line);
   if (bypasses_tracking(hid)) {
     qk_mem_handle* const watched = watched_data_handle();

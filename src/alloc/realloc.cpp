@@ -7,6 +7,7 @@
 #include "alloc/shared_steps.h"
 #include "alloc/unrecorded.h"
 #include "check/release.h"
+#include "check/report/look.h"
 #include "check/report/wrong_release.h"
 #include "diag/heap.h"
 #include "diag/log.h"
@@ -269,6 +270,7 @@ void* realloc_piece(qk_mem_handle& handle, void* ptr, std::size_t size, int alig
 [[gnu::noinline]] void* realloc_slow_path(int hid, void* ptr, std::size_t size, int alignment,
                                           const char* file, int line) {
   ensure_started();
+  const check::DueLook due_look;
   const CallContext context = realloc_context(file, line);
   if (bypasses_tracking(hid)) {
     return untracked(

@@ -3,6 +3,7 @@
 
 #include "accounting/walks.h"
 #include "alloc/shared_steps.h"
+#include "check/report/look.h"
 #include "diag/log.h"
 #include "profile/report/misuse.h"
 
@@ -149,6 +150,7 @@ extern "C" void qk_mem_iregister(int hid, int type, void* ptr, const void* /*unu
                                  const char* file, int line) {
   using namespace qk::mem;
   ensure_started();
+  const check::DueLook due_look;
   if (bypasses_tracking(hid)) return;
   const CallContext context(Routine::kRegister, file, line);
   qk_mem_handle* handle = look_up_handle(hid, context);
@@ -173,6 +175,7 @@ extern "C" void qk_mem_iregister(int hid, int type, void* ptr, const void* /*unu
 extern "C" void qk_mem_ideregister(int hid, int type, void* ptr, const char* file, int line) {
   using namespace qk::mem;
   ensure_started();
+  const check::DueLook due_look;
   const CallContext context(Routine::kDeregister, file, line);
   qk_mem_handle* handle = look_up_handle(hid, context);
   if (handle == nullptr || bypasses_tracking(hid)) return;

@@ -5,6 +5,7 @@
 #include "alloc/shared_steps.h"
 #include "alloc/unrecorded.h"
 #include "check/new_block.h"
+#include "check/report/look.h"
 #include "core/roads.h"
 #include "diag/log.h"
 #include "support/system_memory.h"
@@ -61,6 +62,7 @@ extern "C" char* qk_mem_istrdup(int hid, const char* str, const char* file, int 
   using namespace qk::mem;
   if (bypasses_tracking_fast(hid)) return copy_untracked(str);
   ensure_started();
+  const check::DueLook due_look;
   const CallContext context(Routine::kStrdup, file, line);
   if (bypasses_tracking(hid)) {
     qk_mem_handle* const watched = watched_data_handle();

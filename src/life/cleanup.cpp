@@ -95,9 +95,9 @@ void release_registry() {
 }
 
 /** While the handles are all there. Other threads can have a lock for ever at a signal. */
-void look_at_the_end(int sig) {
+void look_at_the_end(check::Waiting waiting) {
   if (!check::was_ever_on()) return;
-  check::look_at_all(sig >= 1 ? check::Waiting::kForbidden : check::Waiting::kAllowed);
+  check::look_at_all(waiting);
 }
 
 /**
@@ -107,7 +107,7 @@ void look_at_the_end(int sig) {
 void look_at_a_fault() QK_UNCHECKED_LOCKING {
   if (!check::was_ever_on() || check::is_stopping() || !Qk_mem_mtx.try_lock()) return;
   check::look_at_all(check::Waiting::kForbidden);
-  if (check::findings_so_far() != 0) check::write_report();
+  if (check::findings_so_far() != 0) check::write_report(check::Waiting::kForbidden);
   Qk_mem_mtx.unlock();
 }
 
@@ -165,7 +165,8 @@ extern "C" void qk_mem_cleanup(int sig) {
   if (FILE* log = qk::acquire(Qk_mem_log); sig >= 1 && log != nullptr) provide_log_buffer(log);
   log_end(sig);
   if (!qk_signal_safe(sig)) return tell_of_crash();
-  look_at_the_end(sig);
+  const auto waiting = sig >= 1 ? check::Waiting::kForbidden : check::Waiting::kAllowed;
+  look_at_the_end(waiting);
   profile::freeze();
   End end = {sig >= 1 ? lost::Waiting::kForbidden : lost::Waiting::kAllowed, {}};
   if (sig >= 1) {
@@ -176,7 +177,7 @@ extern "C" void qk_mem_cleanup(int sig) {
   const profile::Verdict verdict = profile::write_report(
       profile::Occasion::kEnd, sig >= 1 ? profile::Naming::kAtASignal : profile::Naming::kComplete,
       end.findings ? &*end.findings : nullptr);
-  check::write_report();
+  check::write_report(waiting);
   if (sig < 1) fail_if_found(verdict);
   const RegistryLock lock;
   replace_log(nullptr);

@@ -44,11 +44,11 @@ struct Pool {
   std::uint8_t is_autofree;
   std::uint8_t is_alive;
   std::uint8_t fills_unused;  // memory that no piece has is filled, see check/unused.h
-  history::Release cleared;   // the last time, while it is
-  std::uint64_t cleared_event;
   AddressTable unrecorded;
-  Site from_before;   // memory that was live when the profile was switched on
-  Site not_recorded;  // memory that did not fit into the profile's own
+  Site from_before;          // memory that was live when the profile was switched on
+  Site not_recorded;         // memory that did not fit into the profile's own
+  history::Release cleared;  // the last time, while the handle is checked
+  std::uint64_t cleared_event;
 };
 
 /** What all sites of a pool have together, beside its level. */

@@ -62,7 +62,7 @@ bool make_accessible(std::size_t end) QK_REQUIRES(lock) {
   return true;
 }
 
-Header* take_new(std::size_t bytes) QK_REQUIRES(lock) {
+Header* take_unused(std::size_t bytes) QK_REQUIRES(lock) {
   lock.assert_held();
   if (!reserve_range() || bytes > kRange || !make_accessible(range.used + bytes)) return nullptr;
   return reinterpret_cast<Header*>(range.begin + std::exchange(range.used, range.used + bytes));
@@ -80,7 +80,7 @@ void* allocate(std::size_t bytes) {
   const std::size_t whole = std::bit_ceil(std::max(bytes + sizeof(Header), kSmallest));
   const MtxLock held(lock);
   Header*& free = range.free[std::min(class_of(whole), kClasses - 1)];
-  Header* const header = free != nullptr ? std::exchange(free, free->next_free) : take_new(whole);
+  Header* const header = free != nullptr ? std::exchange(free, free->next_free) : take_unused(whole);
   if (header == nullptr) {
     errno = ENOMEM;
     return nullptr;

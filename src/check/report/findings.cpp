@@ -150,15 +150,16 @@ void stop_at_finding() {
   if (profile::was_ever_on()) {
     profile::write_report(profile::Occasion::kRunning, profile::Naming::kComplete);
   } else {
-    write_report();
+    write_report(Waiting::kAllowed);
   }
   std::abort();
 }
 
-void write_report() {
+void write_report(Waiting waiting) {
   if (!was_ever_on() || profile::was_ever_on()) return;
   const profile::Options destination = profile::options_now();
-  const qk::MtxLock lock(profile::report_lock);
+  std::optional<qk::MtxLock> lock;
+  if (waiting == Waiting::kAllowed) lock.emplace(profile::report_lock);
   qk::PageBuffer text;
   {
     qk::PageWriter out(text);

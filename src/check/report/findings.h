@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "check/damage.h"
+#include "check/report/look.h"
 
 /** Damage in words: told at once, and again in the report at the end, with all misuse. */
 namespace qk::mem::check {
@@ -20,8 +21,11 @@ void stop_at_finding();
 /** Whether that has begun. */
 [[nodiscard]] bool is_stopping();
 
-/** Writes the report of the checks, unless the profile's report has it. */
-void write_report();
+/**
+ * Writes the report of the checks, unless the profile's report has it. At a signal another thread
+ * can have a lock for ever, so nothing is waited for.
+ */
+void write_report(Waiting waiting);
 
 }  // namespace qk::mem::check
 

@@ -155,7 +155,7 @@ std::optional<LiveBlock> live_block(const std::optional<Sighting>& seen, Locks l
 }
 
 /** Nothing if a lock is busy. */
-std::optional<LiveBlocks> look_at_all(const void* address, Locks locks) QK_REQUIRES(Qk_mem_mtx) {
+std::optional<LiveBlocks> find_around(const void* address, Locks locks) QK_REQUIRES(Qk_mem_mtx) {
   assert_registry_held();
   Sightings sightings(address);
   bool is_complete = true;
@@ -179,7 +179,7 @@ HandleName name_of(const qk_mem_handle& handle) {
 
 LiveBlocks find_live_blocks(const void* address) {
   const RegistryLock lock;
-  return *look_at_all(address, Locks::kWait);
+  return *find_around(address, Locks::kWait);
 }
 
 std::optional<LiveBlocks> try_to_find_live_blocks(const void* address) {
@@ -187,7 +187,7 @@ std::optional<LiveBlocks> try_to_find_live_blocks(const void* address) {
   const std::unique_lock lock(Qk_mem_mtx, std::try_to_lock);
   if (!lock.owns_lock()) return std::nullopt;
   assert_registry_held();
-  return look_at_all(address, Locks::kTry);
+  return find_around(address, Locks::kTry);
 }
 
 AllocationPlace place_of(Pool& pool, Mark mark) {

@@ -36,7 +36,7 @@ LAYOUTS = {
     STORE: (168, {"chunks_": (0, "160s"), "count_": (164, "I")}),
     "qk::mem::profile::SiteTable": (192, {"sites_": (24, "168s")}),
     "qk::mem::profile::TagLevel": (32, {"name": (0, "8s")}),
-    "qk::mem::profile::Pool": (768, {
+    "qk::mem::profile::Pool": (832, {
         "number": (88, "I"), "hid": (92, "i"), "marks": (96, "320s"), "tag": (416, "I"),
         "unrecorded": (432, "24s"), "from_before": (512, "128s"), "not_recorded": (640, "128s")}),
     "qk::mem::profile::Marks": (40, {"marks_": (0, "Q"), "capacity_": (8, "I")}),
