@@ -84,7 +84,8 @@ int qk_mem_check_config(const char* options);
  * Looks at the guards of all live blocks of a handle, or of all handles, and then also at the blocks
  * in quarantine. Damage that was not told before is told.
  *
- * @param hid  the handle; 0 for all.
+ * @param hid  the handle, which the calling thread may use; 0 for all. While the process has other
+ *             threads, that leaves out handles without MULTITHREADED, which one of them can be using.
  * @return the blocks that are damaged now; -1 with code 5566 if there is no such handle, and with
  *         5061 if the checks were never on.
  *

@@ -55,11 +55,11 @@ std::uint64_t extent_of(const Removed& piece) {
 
 /** A piece that was taken with the room that it needs, which can be null. */
 check::NewBlock piece_in(const qk_mem_handle& handle, void* piece, std::size_t size,
-                         const check::Layout& layout) {
+                         const check::Layout& layout, std::uint32_t era) {
   if (piece == nullptr) return {};
   profile::filled(handle, piece, size);
   check::lay_guards(piece, size, layout);
-  return {piece, layout};
+  return {piece, layout, era};
 }
 
 /** Takes a piece of the blocks there are, and looks whether it was written to while it was free. */
@@ -128,12 +128,14 @@ check::NewBlock allocate_piece(qk_mem_handle& handle, std::size_t size, int alig
   check::DamageList damages;
   HandleLock lock(handle);
   void* piece = take_looked_at(handle, extent, alignment, damages);
+  std::uint32_t era = profile::era_of(handle);
   lock.release();
   check::tell_all(damages);
   if (piece == nullptr) {
-    piece = allocate_from_new_block(handle, extent, context.as(kNewBlock), [] {});
+    piece = allocate_from_new_block(handle, extent, context.as(kNewBlock),
+                                    [&] { era = profile::era_of(handle); });
   }
-  return piece_in(handle, piece, size, layout);
+  return piece_in(handle, piece, size, layout, era);
 }
 
 void report_unknown_piece(const qk_mem_handle& handle, const void* ptr,
@@ -169,7 +171,7 @@ check::NewBlock replace_piece(qk_mem_handle& handle, void* ptr, const Removed& o
   const qk_mem_block before = *block;
   reclaim(handle, *block, ptr, amount);
   if (void* piece = take_piece(handle, size, alignment)) {
-    return piece_in(handle, piece, size, {});
+    return piece_in(handle, piece, size, {}, 0);
   }
   // The piece stays taken until there is a new block: without one the caller keeps it.
   block->low_mark = before.low_mark;
@@ -178,20 +180,21 @@ check::NewBlock replace_piece(qk_mem_handle& handle, void* ptr, const Removed& o
   return piece_in(handle,
                   allocate_from_new_block(handle, size, context.as(kNewBlock),
                                           [&] { reclaim(handle, *block, ptr, amount); }),
-                  size, {});
+                  size, {}, 0);
 }
 
 check::NewBlock shrink_piece(qk_mem_handle& handle, void* ptr, const Removed& old,
                              std::size_t size) {
-  if (!check::checks(handle)) return {ptr, check::layout_of(old.mark)};
-  check::look_before_release(check::facts_of(handle, old.record, old.mark));
   const check::Layout layout = check::layout_of(old.mark);
+  if (layout.behind == 0 && !check::checks(handle)) return {ptr, layout};
+  check::look_before_release(check::facts_of(handle, old.record, old.mark));
   check::lay_guards(ptr, size, layout);
   if (qk::load(check::settings.fills_released) != 0) {
     std::memset(static_cast<char*>(ptr) + size + layout.behind, check::kReleasedFilling,
                 bytes_of(old.record) - size);
   }
-  return {ptr, layout};
+  const HandleLock lock(handle);
+  return {ptr, layout, profile::era_of(handle)};
 }
 
 }  // namespace qk::mem

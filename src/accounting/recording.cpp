@@ -74,8 +74,8 @@ std::optional<qk_mem_ptr> record_block(qk_mem_handle& handle, check::NewBlock& b
                        .baselined = 0};
   profile::Site* const site =
       belongs_to_program(kind) ? site_for(handle, bytes_of(record), context) : nullptr;
-  Insertion insertion =
-      insert_or_grow(handle, record, EventCount::kCounted, {site, block.layout.flags}, context);
+  Insertion insertion = insert_or_grow(handle, record, EventCount::kCounted,
+                                       {site, block.layout.flags, block.era}, context);
   if (insertion.result != InsertResult::kInserted && block.layout.front != 0) {
     block.give_up_front(bytes_of(record));
     record.address = block.address;

@@ -36,7 +36,7 @@ qk_mem_handle* watched_data_handle() {
 void* note_unrecorded(qk_mem_handle& handle, check::NewBlock block, std::uint64_t bytes,
                       const CallContext& context) {
   if (!profile::is_watched(handle)) return block.address;
-  const profile::Origin origin = {site_for(handle, bytes, context), block.layout.flags};
+  const profile::Origin origin = {site_for(handle, bytes, context), block.layout.flags, block.era};
   const HandleLock lock(handle);
   if (is_blockmgmt(handle)) {
     profile::note_piece(handle, block.address, bytes, origin);

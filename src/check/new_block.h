@@ -17,6 +17,7 @@ namespace qk::mem::check {
 struct NewBlock {
   void* address = nullptr;  // null if there was no memory
   Layout layout = {};
+  std::uint32_t era = 0;  // see profile::Origin
 
   /** Moves a block that can't be recorded to the allocator's address, where no record is needed. */
   void give_up_front(std::uint64_t bytes);

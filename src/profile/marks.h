@@ -51,6 +51,7 @@ struct Mark {
 struct Origin {
   Site* site = nullptr;
   std::uint32_t flags = 0;
+  std::uint32_t era = 0;  // of a piece: that of the pool when it was taken
 };
 
 /**
@@ -77,6 +78,11 @@ class Marks {
     if (!has(slot) && !is_full_) [[unlikely]]
       make_room(static_cast<std::uint32_t>(slot) + 1);
     return of(slot);
+  }
+
+  /** Takes flags from all marks. */
+  void clear_flags(std::uint32_t flags) {
+    for (std::uint32_t i = 0; i < capacity_; ++i) marks_[i].site &= ~flags;
   }
 
   /** Drops all marks. */

@@ -63,6 +63,11 @@ template <class Book>
     book(pool, mark, amount_of(mark, bytes_in(place)));
 }
 
+/** A piece that another thread has cleared meanwhile is not expected to keep its guard. */
+std::uint32_t flags_of(const Origin& origin, const Pool& pool) {
+  return origin.era == pool.era ? origin.flags : origin.flags & ~Mark::kGuarded;
+}
+
 void remember(Pool& pool, SlotPlace place, Mark mark, const history::Release& release) {
   remember(pool, qk::load(place.array.ptrs[place.index].address), bytes_in(place), mark, release);
 }
@@ -144,8 +149,9 @@ void note_made(qk_mem_handle& handle, SlotPlace place, const Origin& origin) {
   Site* site = origin.site;
   // Without a mark, the release will be taken for that of memory that was not recorded.
   if (mark == nullptr) site = belongs_to_program(place) ? &pool.not_recorded : nullptr;
+  const std::uint32_t flags = flags_of(origin, pool);
   if (site == nullptr || is_frozen()) {
-    if (mark != nullptr) *mark = {origin.flags, 0};
+    if (mark != nullptr) *mark = {flags, 0};
     return;
   }
   const Booking booking = Booking::of_next_event(pool);
@@ -153,7 +159,7 @@ void note_made(qk_mem_handle& handle, SlotPlace place, const Origin& origin) {
   // Without marks all memory is booked, since what is not in the sample could not be told.
   if (mark == nullptr) return booking.made(*site, bytes, {bytes, 1});
   *mark = mark_for(booking, *site);
-  mark->site |= origin.flags;
+  mark->site |= flags;
   if (is_registered_kind(qk::load(place.array.ptrs[place.index].kind))) {
     mark->site |= Mark::kRegistered;
   }
@@ -262,7 +268,7 @@ void note_piece(qk_mem_handle& handle, const void* address, std::uint64_t bytes,
   const Booking booking = Booking::of_next_event(pool);
   Mark mark = mark_for(booking, *origin.site);
   if (mark.is_booked()) booking.made(*origin.site, bytes, amount_of(mark, bytes));
-  mark.site |= origin.flags;
+  mark.site |= flags_of(origin, pool);
   // Without room for it its guard is never looked at.
   if (mark.is_guarded()) static_cast<void>(pool.unrecorded.add({address, bytes, mark}));
 }
@@ -278,6 +284,15 @@ void note_all_gone(qk_mem_handle& handle) {
     if (!booking) booking.emplace(Booking::of_next_event(pool));
     booking->all_gone(site);
   });
+}
+
+void note_blocks_empty(qk_mem_handle& handle) {
+  assert_held(handle);
+  if (!is_watched(handle)) return;
+  Pool& pool = pool_of(handle);
+  ++pool.era;
+  pool.unrecorded.clear();
+  for (Marks& marks : pool.marks) marks.clear_flags(Mark::kGuarded);
 }
 
 void note_reset(qk_mem_handle& handle) {

@@ -94,6 +94,17 @@ void note_unrecorded_back(qk_mem_handle& handle, const Unrecorded& memory);
 /** The handle has no memory any more: it was cleared. */
 void note_all_gone(qk_mem_handle& handle);
 
+/**
+ * The blocks of a handle are empty from now on. Other threads can have taken pieces that were noted
+ * before, or will be: their guards are not expected to last.
+ */
+void note_blocks_empty(qk_mem_handle& handle);
+
+/** Which pieces of a handle, if it is watched, are taken between two clears. */
+[[nodiscard]] inline std::uint32_t era_of(const qk_mem_handle& handle) {
+  return is_watched(handle) ? pool_of(handle).era : 0;
+}
+
 /** Counts what the handle's sites have made and what was highest anew. */
 void note_reset(qk_mem_handle& handle);
 

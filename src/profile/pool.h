@@ -47,6 +47,7 @@ struct Pool {
   AddressTable unrecorded;
   Site from_before;          // memory that was live when the profile was switched on
   Site not_recorded;         // memory that did not fit into the profile's own
+  std::uint32_t era;         // begins anew whenever the handle is cleared
   history::Release cleared;  // the last time, while the handle is checked
   std::uint64_t cleared_event;
 };

@@ -4,6 +4,7 @@
 
 #include "check/unused.h"
 #include "core/kinds.h"
+#include "profile/notes.h"
 #include "support/shortcuts.h"
 #include "support/system_memory.h"
 #include "table/block_index.h"
@@ -154,6 +155,7 @@ void reset_blocks(qk_mem_handle& handle) {
     block->low_mark = 0;
     block->high_mark = 0;
   }
+  profile::note_blocks_empty(handle);
   forget_room(handle);
 }
 

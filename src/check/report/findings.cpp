@@ -121,7 +121,7 @@ std::size_t describe(qk::Line& words, const Damage& damage) {
   words.put(", last seen whole at event ").put(count_figure(last_seen_whole(damage)).text());
   put_contents(words, damage);
   if (damage.is_whole_guard) {
-    words.put("; a write went past it, or another allocator has the memory");
+    words.put("; a write went past it, or the block was given to the C library's free()");
   }
   return summary;
 }

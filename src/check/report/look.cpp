@@ -7,6 +7,7 @@
 #include "core/registry.h"
 #include "profile/events.h"
 #include "profile/notes.h"
+#include "support/live_threads.h"
 #include "support/memory_map.h"
 #include "table/blocks.h"
 #include "table/pointer_array.h"
@@ -166,8 +167,11 @@ void look_at_if_free(qk_mem_handle& handle, Look& look) QK_UNCHECKED_LOCKING {
 std::uint64_t look_at_handles(Waiting waiting, DamageList& damages) {
   Readable readable;
   Look look = {&readable, damages};
+  // Whoever uses a handle without a mutex does so without a lock.
+  const bool are_others_at_work = qk::has_other_threads();
   const RegistryLock lock;
   for_each_handle([&](qk_mem_handle& handle) {
+    if (handle.mtx == nullptr && are_others_at_work) return;
     if (waiting == Waiting::kForbidden) return look_at_if_free(handle, look);
     const HandleLock handle_lock(handle);
     look_at_locked(handle, look);

@@ -17,8 +17,8 @@ namespace qk::mem::check {
 enum class Waiting : std::uint8_t { kAllowed, kForbidden };
 
 /**
- * Looks at everything. No handle's lock may be held. Handles whose lock another thread has are left
- * out if waiting is forbidden.
+ * Looks at everything. No handle's lock may be held. Handles without a mutex are left out while there
+ * are other threads, and those whose lock another thread has if waiting is forbidden.
  *
  * @return blocks that are damaged now, whether or not that was told before.
  */
