@@ -53,13 +53,17 @@ std::uint64_t extent_of(const Removed& piece) {
   return bytes_of(piece.record) + check::layout_of(piece.mark).behind;
 }
 
-/** A piece that was taken with the room that it needs, which can be null. */
+/**
+ * A piece that was taken with the room that it needs, which can be null. Under the same lock: once
+ * another thread has cleared the handle the memory can be part of its piece.
+ */
 check::NewBlock piece_in(const qk_mem_handle& handle, void* piece, std::size_t size,
-                         const check::Layout& layout, std::uint32_t era) {
+                         const check::Layout& layout) {
+  assert_held(handle);
   if (piece == nullptr) return {};
   profile::filled(handle, piece, size);
   check::lay_guards(piece, size, layout);
-  return {piece, layout, era};
+  return {piece, layout, profile::era_of(handle)};
 }
 
 /** Takes a piece of the blocks there are, and looks whether it was written to while it was free. */
@@ -79,16 +83,22 @@ void leave_piece(const qk_mem_handle& handle, void* ptr, const Removed& removed)
   }
 }
 
-/** A piece from a new block. `prepare` runs under the lock just before the block is linked. */
+/**
+ * A piece from a new block, with the room around it. `prepare` runs under the lock just before the
+ * block is linked.
+ */
 template <class Prepare>
-void* allocate_from_new_block(qk_mem_handle& handle, std::size_t size, const CallContext& context,
-                              Prepare prepare) {
-  qk_mem_block* block = obtain_block(handle, size, context);
-  if (block == nullptr) return nullptr;
+check::NewBlock allocate_from_new_block(qk_mem_handle& handle, std::size_t size,
+                                        const check::Layout& layout, const CallContext& context,
+                                        Prepare prepare) {
+  const std::size_t extent = sum(size, layout.behind);
+  qk_mem_block* block = obtain_block(handle, extent, context);
+  if (block == nullptr) return {};
   const std::size_t bytes = bytes_of_block(block->capacity);
   HandleLock lock(handle);
   prepare();
-  void* piece = take_from_new_block(handle, *block, size);
+  const check::NewBlock piece =
+      piece_in(handle, take_from_new_block(handle, *block, extent), size, layout);
   lock.release();
   record_block(handle, *block, bytes, context);
   return piece;
@@ -124,18 +134,14 @@ check::NewBlock allocate_piece(qk_mem_handle& handle, std::size_t size, int alig
                                const CallContext& context) {
   if (refuse_alignment(alignment)) return {};
   const check::Layout layout = check::layout_of_new_piece(handle);
-  const std::size_t extent = sum(size, layout.behind);
   check::DamageList damages;
   HandleLock lock(handle);
-  void* piece = take_looked_at(handle, extent, alignment, damages);
-  std::uint32_t era = profile::era_of(handle);
+  const check::NewBlock piece = piece_in(
+      handle, take_looked_at(handle, sum(size, layout.behind), alignment, damages), size, layout);
   lock.release();
   check::tell_all(damages);
-  if (piece == nullptr) {
-    piece = allocate_from_new_block(handle, extent, context.as(kNewBlock),
-                                    [&] { era = profile::era_of(handle); });
-  }
-  return piece_in(handle, piece, size, layout, era);
+  if (piece.address != nullptr) return piece;
+  return allocate_from_new_block(handle, size, layout, context.as(kNewBlock), [] {});
 }
 
 void report_unknown_piece(const qk_mem_handle& handle, const void* ptr,
@@ -170,17 +176,13 @@ check::NewBlock replace_piece(qk_mem_handle& handle, void* ptr, const Removed& o
   }
   const qk_mem_block before = *block;
   reclaim(handle, *block, ptr, amount);
-  if (void* piece = take_piece(handle, size, alignment)) {
-    return piece_in(handle, piece, size, {}, 0);
-  }
+  if (void* piece = take_piece(handle, size, alignment)) return piece_in(handle, piece, size, {});
   // The piece stays taken until there is a new block: without one the caller keeps it.
   block->low_mark = before.low_mark;
   block->high_mark = before.high_mark;
   lock.release();
-  return piece_in(handle,
-                  allocate_from_new_block(handle, size, context.as(kNewBlock),
-                                          [&] { reclaim(handle, *block, ptr, amount); }),
-                  size, {}, 0);
+  return allocate_from_new_block(handle, size, {}, context.as(kNewBlock),
+                                 [&] { reclaim(handle, *block, ptr, amount); });
 }
 
 check::NewBlock shrink_piece(qk_mem_handle& handle, void* ptr, const Removed& old,
