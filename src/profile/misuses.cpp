@@ -32,7 +32,7 @@ char* take_text(std::string_view text) QK_REQUIRES(growth_lock) {
 }
 
 bool add_place(const MisusePlace& place, std::uint64_t event, std::string_view words,
-               std::size_t summary) QK_REQUIRES(growth_lock) {
+               std::size_t summary, std::uint32_t site) QK_REQUIRES(growth_lock) {
   assert_growth_held();
   if (misuses.count() == kMostMisuses) return false;
   char* const text = take_text(words);
@@ -43,7 +43,8 @@ bool add_place(const MisusePlace& place, std::uint64_t event, std::string_view w
                         1,
                         static_cast<std::uint32_t>(summary),
                         static_cast<std::uint32_t>(words.size()),
-                        text};
+                        text,
+                        site};
   misuses.publish_added();
   return true;
 }
@@ -72,10 +73,10 @@ bool count_again(const MisusePlace& place) {
 }
 
 bool add_misuse(const MisusePlace& place, std::uint64_t event, std::string_view words,
-                std::size_t summary) {
+                std::size_t summary, std::uint32_t site) {
   const qk::MtxLock lock(growth_lock);
   if (count_again(place)) return false;
-  if (add_place(place, event, words, summary)) return true;
+  if (add_place(place, event, words, summary, site)) return true;
   qk::add(other_misuses, 1);
   return false;
 }

@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "core/switches.h"
+#include "profile/site.h"
 #include "support/numbered_store.h"
 
 /** Calls that misuse memory: each place of the program once, and how often it has done so. */
@@ -32,6 +33,7 @@ struct Misuse {
   std::uint32_t summary;  // the length of the part of the text that says what it is, and where
   std::uint32_t length;
   const char* text;
+  std::uint32_t site;  // that has allocated a damaged block, if it is known; else kNoSite
 
   [[nodiscard]] std::string_view words() const { return {text, length}; }
 };
@@ -68,7 +70,7 @@ void note_lost_records();
  * is no room.
  */
 [[nodiscard]] bool add_misuse(const MisusePlace& place, std::uint64_t event, std::string_view words,
-                              std::size_t summary);
+                              std::size_t summary, std::uint32_t site = kNoSite);
 
 }  // namespace qk::mem::profile
 

@@ -138,7 +138,7 @@ void tell_of_damage(const Damage& damage) {
   const profile::MisusePlace place = place_of(damage);
   qk::Line words;
   const std::size_t summary = describe(words, damage);
-  profile::tell_of_damage(place, words.finish(), summary);
+  profile::tell_of_damage(place, damage.block.mark.site_number(), words.finish(), summary);
 }
 
 std::uint64_t findings_so_far() { return was_ever_on() ? profile::misuses.count() : 0; }

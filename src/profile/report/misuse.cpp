@@ -241,9 +241,10 @@ void tell_of_forgotten_memory(const qk_mem_handle& handle, const CallContext& cr
        [&](qk::Line& words) { return describe_forgotten(words, pool, creation); });
 }
 
-void tell_of_damage(const MisusePlace& place, std::string_view words, std::size_t summary) {
+void tell_of_damage(const MisusePlace& place, std::uint32_t site, std::string_view words,
+                    std::size_t summary) {
   if (count_again(place)) return;
-  if (!add_misuse(place, events_so_far(), words, summary)) return;
+  if (!add_misuse(place, events_so_far(), words, summary, site)) return;
   qk::Line line;
   put_heading(line);
   say_beside_reports(options_now(), line.put(words).put('\n').finish());

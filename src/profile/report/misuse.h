@@ -48,10 +48,11 @@ void tell_of_wrong_call(const qk_mem_handle& handle, const qk_mem_ptr& record, W
 void tell_of_forgotten_memory(const qk_mem_handle& handle, const CallContext& creation);
 
 /**
- * Tells of damage to memory that a place has allocated, in these words. The first `summary` of them
- * say what it is.
+ * Tells of damage to memory that a place, with this site, has allocated, in these words. The first
+ * `summary` of them say what it is.
  */
-void tell_of_damage(const MisusePlace& place, std::string_view words, std::size_t summary);
+void tell_of_damage(const MisusePlace& place, std::uint32_t site, std::string_view words,
+                    std::size_t summary);
 
 /** A free of null. It is legal, so it is only counted. */
 void count_null_free(const qk_mem_handle& handle);

@@ -3,7 +3,9 @@
 #include <algorithm>
 
 #include "formats/figures.h"
+#include "profile/events.h"
 #include "profile/misuses.h"
+#include "profile/report/place.h"
 #include "profile/report/table.h"
 #include "profile/report/text_parts.h"
 #include "support/line.h"
@@ -44,7 +46,26 @@ void put_rest(qk::PageWriter& out) {
   out.put(line.finish());
 }
 
-void put_table(qk::PageWriter& out, const Style& style) {
+/** Who has allocated a damaged block, if its stack is known. */
+void put_callers_of(qk::PageWriter& out, const Misuse& misuse, std::size_t indent,
+                    const Style& style, Naming naming, const char* skip) {
+  if (misuse.site == kNoSite || misuse.site > kMaxSites) return;
+  const Site& site = sites.at(misuse.site);
+  if (site.key.stack == 0) return;
+  Rows rows(1);
+  if (!rows.push_back(row_of(site, events_so_far()))) return;
+  ShownFrames frames(frames_needed(rows));
+  if (frames.capacity() == 0) return;
+  name_callers(rows, frames, naming, skip);
+  constexpr std::size_t kWidth = 200;
+  qk::Line line;
+  line.put("", indent).put("allocated by ");
+  put_place(line, rows[0], frames, style, kWidth);
+  out.put(line.put('\n').finish());
+}
+
+template <class PutMore>
+void put_table(qk::PageWriter& out, const Style& style, PutMore put_more) {
   if (misuses.count() == 0) return;
   constexpr std::string_view kTimes = "times";
   std::size_t width = kTimes.size();
@@ -57,6 +78,7 @@ void put_table(qk::PageWriter& out, const Style& style) {
     qk::Line line;
     put_right_aligned(line, times_figure(misuse).text(), width + 2);
     out.put(line.put("  ").put(misuse.words()).put('\n').finish());
+    put_more(misuse, width + 4);
   });
   put_rest(out);
 }
@@ -88,13 +110,15 @@ void put_findings(qk::PageWriter& out, std::uint64_t events) {
   }
   line.put(" in ").put(count_figure(events).text()).put(" event").put(plural(events)).put('\n');
   out.put(line.finish());
-  put_table(out, kPlainStyle);
+  put_table(out, kPlainStyle, [](const Misuse& /*misuse*/, std::size_t /*indent*/) {});
 }
 
-void put_misuses(qk::PageWriter& out, const Style& style) {
+void put_misuses(qk::PageWriter& out, const Style& style, Naming naming, const char* skip) {
   if (misuses.count() == 0) return;
   put_title(out);
-  put_table(out, style);
+  put_table(out, style, [&](const Misuse& misuse, std::size_t indent) {
+    put_callers_of(out, misuse, indent, style, naming, skip);
+  });
 }
 
 void put_json_misuses(JsonWriter& json) {
@@ -104,7 +128,8 @@ void put_json_misuses(JsonWriter& json) {
   for_each_misuse([&](const Misuse& misuse) {
     json.start_line().begin_object();
     json.key("text").text(misuse.words());
-    json.key("file").text(qk::file_name_only(misuse.place.path));
+    const char* const path = misuse.place.path;
+    json.key("file").text(path == nullptr ? "" : qk::file_name_only(path));
     json.key("line").number(static_cast<std::uint64_t>(misuse.place.line));
     json.key("handle").number(static_cast<std::uint64_t>(misuse.place.hid));
     json.key("event").number(misuse.event);

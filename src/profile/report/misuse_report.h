@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "formats/json.h"
+#include "profile/report/callers.h"
 #include "profile/report/style.h"
 #include "support/line.h"
 #include "support/page_writer.h"
@@ -17,8 +18,11 @@ void put_event(qk::Line& line, std::uint64_t event);
 /** Appends the line about the first misuse, if there was any. */
 void put_first_misuse(qk::PageWriter& out, const Style& style);
 
-/** Appends the table of misuses, if there were any. */
-void put_misuses(qk::PageWriter& out, const Style& style);
+/**
+ * Appends the table of misuses, if there were any. Below each that has damaged a block whose call
+ * stack is known stands who has allocated that, without the frames that `skip` matches.
+ */
+void put_misuses(qk::PageWriter& out, const Style& style, Naming naming, const char* skip);
 
 /** Appends how many there were by so many events, with the table. */
 void put_findings(qk::PageWriter& out, std::uint64_t events);

@@ -41,7 +41,7 @@ bool put_text(qk::PageBuffer& text, Rows& rows, const Options& options, Occasion
   ShownFrames frames(frames_needed(rows));
   if (frames.capacity() != 0) name_callers(rows, frames, naming, options.skip);
   qk::PageWriter out(text);
-  put_text_report(out, rows, frames, options, style_of(options), occasion, findings);
+  put_text_report(out, rows, frames, options, style_of(options), occasion, findings, naming);
   if (tells_unmatched(occasion, naming)) {
     for_each_unmatched(options.known_leaks, [&out](std::string_view line) { out.put(line); });
   }

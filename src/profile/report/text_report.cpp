@@ -207,7 +207,7 @@ void put_left_out(qk::PageWriter& out) {
 
 void put_text_report(qk::PageWriter& out, Rows& rows, const ShownFrames& frames,
                      const Options& options, const Style& style, Occasion occasion,
-                     const lost::Findings* findings) {
+                     const lost::Findings* findings, Naming naming) {
   const Verdict verdict = judge(rows, occasion, findings);
   put_verdict(out, verdict, style, occasion);
   if (findings != nullptr) put_search(out, findings->summary());
@@ -221,7 +221,7 @@ void put_text_report(qk::PageWriter& out, Rows& rows, const ShownFrames& frames,
   if (verdict.was_searched) put_lost(out, {rows.begin(), held_end}, frames, options, style);
   put_held(out, {rows.begin(), held_end}, frames, options, style, verdict.held.bytes,
            verdict.lost.blocks == 0 ? "" : "qkmem: held, lost or not\n");
-  put_misuses(out, style);
+  put_misuses(out, style, naming, options.skip);
   if (options.peak) put_held_at_peak(out, {rows.begin(), rows.end()}, frames, options, style);
   put_churn(out, {rows.begin(), rows.end()}, frames, options, style);
   put_left_out(out);

@@ -18,7 +18,7 @@ namespace qk::mem::profile {
  */
 void put_text_report(qk::PageWriter& out, Rows& rows, const ShownFrames& frames,
                      const Options& options, const Style& style, Occasion occasion,
-                     const lost::Findings* findings = nullptr);
+                     const lost::Findings* findings = nullptr, Naming naming = Naming::kComplete);
 
 }  // namespace qk::mem::profile
 
