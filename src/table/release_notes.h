@@ -42,13 +42,13 @@ class ReleaseNotes {
   /** Removes the note in whose memory an address lies. Null if there is none. */
   Note* take_around(const void* address);
 
-  /** Calls `visit` with the address of all held memory, in the order of the notes. */
+  /** Calls `visit` with the allocator's address of all held memory, in the order of the notes. */
   template <class Visit>
   void for_each_held(Visit visit) const {
     for (std::uint32_t number = 1; number <= count_; ++number) {
+      const std::uintptr_t begin = notes_[number].begin - notes_[number].front;
       // NOLINTNEXTLINE(performance-no-int-to-ptr)
-      if (notes_[number].is_held)
-        visit(reinterpret_cast<void*>(notes_[number].begin - notes_[number].front));
+      if (notes_[number].is_held) visit(reinterpret_cast<void*>(begin));
     }
   }
 
