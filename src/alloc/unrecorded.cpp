@@ -1,5 +1,7 @@
 #include "alloc/unrecorded.h"
 
+#include <cerrno>
+
 #include "accounting/recording.h"
 #include "check/release.h"
 #include "check/report/wrong_release.h"
@@ -102,7 +104,10 @@ check::NewBlock UnrecordedRealloc::resize_known(void* old, std::size_t size) {
 void* UnrecordedRealloc::resize(void* old, std::size_t size, const CallContext& context) {
   if (handle_ == nullptr) return user_memory::resize(old, size);
   if (old != nullptr && !old_) {
-    if (check::refuses_release(*handle_, old, Routine::kRealloc, context)) return nullptr;
+    if (check::refuses_release(*handle_, old, Routine::kRealloc, context)) {
+      errno = EINVAL;
+      return nullptr;
+    }
     void* const memory = user_memory::resize(old, size);
     return memory == nullptr ? nullptr : note_unrecorded(*handle_, {memory, {}}, size, context);
   }

@@ -75,11 +75,14 @@ Collected::Collected(const Findings& findings) noexcept
   });
   profile::freed_blocks.for_each_chunk(
       [this](const history::Chunk& chunk) { add_own(&chunk, sizeof chunk); });
-  // What the program has left in blocks that it has released is no reference.
-  check::for_each_in_quarantine(
-      [](void* self, qk::AddressRange range) { static_cast<Collected*>(self)->add_own(range); },
-      this);
   add_own(check::list_of_quarantine());
+  // What the program has left in blocks that it has released is no reference. Others can come
+  // meanwhile: for what there is no room, that is not known.
+  check::for_each_in_quarantine(
+      [](void* ranges, qk::AddressRange range) {
+        static_cast<void>(static_cast<Ranges*>(ranges)->push_back(range));
+      },
+      &own);
 }
 
 void Collected::add_records(const Findings& findings, const qk_mem_handle& handle) {
