@@ -126,6 +126,17 @@ std::size_t describe(qk::Line& words, const Damage& damage) {
   return summary;
 }
 
+/** Says what the checks add to the program's memory: no sum of a handle has it. */
+void put_added(qk::PageWriter& out) {
+  const Added added = added_by_checks();
+  if (added.blocks == 0) return;
+  qk::Line line;
+  line.put("qkmem: guards of ").put(count_figure(added.blocks).text()).put(" block");
+  line.put(plural(added.blocks)).put(" that are left took ");
+  line.put(size_figure(added.guard_bytes).text()).put('\n');
+  out.put(line.finish());
+}
+
 profile::MisusePlace place_of(const Damage& damage) {
   const BlockFacts& block = damage.block;
   return {Routine::kGlobal, block.hid, block.file, static_cast<int>(block.line),
@@ -164,6 +175,7 @@ void write_report(Waiting waiting) {
   {
     qk::PageWriter out(text);
     profile::put_findings(out, profile::events_so_far());
+    put_added(out);
   }
   profile::deliver(destination.report, text.text());
   text.clear();

@@ -22,6 +22,8 @@ using profile::Pool;
 /** So many slots ahead, a guard is brought into the processor's cache. */
 constexpr std::int32_t kAhead = 16;
 
+constinit Added added = {};
+
 /** One look has room for some damage only. More of it waits for the next look. */
 constexpr int kMostLooks = 8;
 
@@ -70,6 +72,13 @@ struct Look {
   Readable* readable;  // null where all records are known to be of live memory
   DamageList& damages;
   std::uint64_t damaged = 0;
+  std::uint64_t guarded = 0;
+  std::uint64_t guard_bytes = 0;
+
+  void count(Mark mark) {
+    ++guarded;
+    guard_bytes += layout_of(mark).total();
+  }
 
   [[nodiscard]] bool can_read(const BlockFacts& facts) const {
     if (readable == nullptr) return true;
@@ -92,6 +101,7 @@ struct Look {
 void look_at_slot(const qk_mem_handle& handle, const qk_mem_ptr& slot, Mark& mark, Look& look) {
   const auto record = record_of(slot);
   if (!record) return;
+  look.count(mark);
   if ((mark.site & Mark::kDamageTold) != 0) {
     ++look.damaged;
     return;
@@ -124,6 +134,7 @@ void look_at_unrecorded(qk_mem_handle& handle, Look& look) {
   Pool& pool = profile::pool_of(handle);
   for (profile::Unrecorded& memory : pool.unrecorded.entries()) {
     if (memory.address == nullptr || !memory.mark.is_guarded()) continue;
+    look.count(memory.mark);
     if ((memory.mark.site & Mark::kDamageTold) != 0) {
       ++look.damaged;
       continue;
@@ -156,6 +167,8 @@ void look_at_locked(qk_mem_handle& handle, Look& look) {
   look_at_unrecorded(handle, inside);
   look_at_blocks(handle, inside);
   look.damaged += inside.damaged;
+  look.guarded += inside.guarded;
+  look.guard_bytes += inside.guard_bytes;
 }
 
 void look_at_if_free(qk_mem_handle& handle, Look& look) QK_UNCHECKED_LOCKING {
@@ -176,6 +189,8 @@ std::uint64_t look_at_handles(Waiting waiting, DamageList& damages) {
     const HandleLock handle_lock(handle);
     look_at_locked(handle, look);
   });
+  qk::store(added.blocks, look.guarded);
+  qk::store(added.guard_bytes, look.guard_bytes);
   return look.damaged;
 }
 
@@ -230,6 +245,8 @@ void look_beside(qk_mem_handle& handle, const qk_mem_ptr& record, std::int32_t i
   }
   tell_all(damages);
 }
+
+Added added_by_checks() { return {qk::load(added.blocks), qk::load(added.guard_bytes)}; }
 
 void look_every(std::uint64_t events) {
   qk::store(next_look, profile::events_so_far() + events);

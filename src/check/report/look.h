@@ -24,6 +24,13 @@ enum class Waiting : std::uint8_t { kAllowed, kForbidden };
  */
 std::uint64_t look_at_all(Waiting waiting = Waiting::kAllowed);
 
+/** Guards of live blocks, as the last look at everything saw them. */
+struct Added {
+  std::uint64_t blocks;       // that have guards
+  std::uint64_t guard_bytes;  // of these
+};
+[[nodiscard]] Added added_by_checks();
+
 /** Looks at the blocks of one handle, which the caller knows to stay. Returns as above. */
 std::uint64_t look_at_handle(qk_mem_handle& handle);
 
