@@ -113,6 +113,34 @@ void put_contents(qk::Line& words, const Damage& damage) {
   if (shown < damage.where.length) words.put(" ...");
 }
 
+/** Where damage begins. */
+const char* begin_of(const Damage& damage) {
+  const char* const block = static_cast<const char*>(damage.block.address);
+  switch (damage.kind) {
+    case DamageKind::kBehind:
+      return block + damage.block.bytes + damage.where.offset;
+    case DamageKind::kInFront:
+      return block - damage.guard_bytes + damage.where.offset;
+    default:
+      return block + damage.where.offset;
+  }
+}
+
+/** A write that did not begin at the block can be one to an earlier block, which was there. */
+void put_earlier_block(qk::Line& words, const Damage& damage) {
+  if (damage.kind != DamageKind::kBehind || damage.where.offset == 0 || damage.is_whole_guard) {
+    return;
+  }
+  const auto earlier = profile::freed_blocks.find(begin_of(damage));
+  if (!earlier || earlier->release.path == nullptr) return;
+  put_size(words, "; there was a block of ", earlier->bytes);
+  words.put(", freed at ").put(qk::file_name_only(earlier->release.path)).put(':');
+  words.number(static_cast<std::uint64_t>(earlier->release.line));
+  profile::put_allocation(words, "allocated",
+                          profile::place_of(profile::pools.at(earlier->writer),
+                                            profile::Mark::of_word(earlier->allocation)));
+}
+
 /** Returns the length of the summary. */
 std::size_t describe(qk::Line& words, const Damage& damage) {
   put_what(words, damage);
@@ -120,6 +148,7 @@ std::size_t describe(qk::Line& words, const Damage& damage) {
   put_who(words, damage);
   words.put(", last seen whole at event ").put(count_figure(last_seen_whole(damage)).text());
   put_contents(words, damage);
+  put_earlier_block(words, damage);
   if (damage.is_whole_guard) {
     words.put("; a write went past it, or the block was given to the C library's free()");
   }
