@@ -28,12 +28,16 @@ void set_state(State now) {
   }
 }
 
+void note_first_process() {
+  if (process == 0) process = getpid();
+}
+
 }  // namespace
 
 void start() {
   if (is_frozen()) return;
   start_event_clock();
-  if (process == 0) process = getpid();
+  note_first_process();
   qk::store(has_figures, 1);
   set_state(State::kOn);
 }
@@ -45,7 +49,10 @@ void stop() {
 void set_following(bool is_wanted) {
   qk::store(follows, is_wanted ? 1 : 0);
   if (is_on() || is_frozen()) return;
-  if (is_wanted) start_event_clock();
+  if (is_wanted) {
+    start_event_clock();
+    note_first_process();
+  }
   set_state(is_wanted ? State::kFollowing : State::kOff);
 }
 
