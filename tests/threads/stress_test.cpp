@@ -11,6 +11,8 @@
 
 #include "core/tag_shares.h"
 #include "diag/trace_file.h"
+#include "profile/misuses.h"
+#include "qkmem/check.h"
 #include "table/slot.h"
 #include "tests/threads/mix.h"
 
@@ -53,14 +55,14 @@ struct Table {
 class StressedLibrary : public ::testing::Test {
  protected:
   /** Runs the threads. */
-  void stress(bool configures) {
+  void stress(bool configures, std::chrono::seconds seconds = duration()) {
     const std::uint32_t events_before = Qk_mem_seq - shared_structure_events();
     const bool traced_before = Qk_mem_db != nullptr;
     const std::int32_t slots_before = Qk_mem_avail_handles;
     for (unsigned i = 0; i < kThreads; ++i) {
       workers_.push_back(std::make_unique<Worker>(shared_, exchange_, i + 1, configures));
     }
-    run_until(std::chrono::steady_clock::now() + duration());
+    run_until(std::chrono::steady_clock::now() + seconds);
     expected_events_ = events_before + shared_structure_events() +
                        (Qk_mem_db != nullptr && !traced_before ? 1 : 0) +
                        2 * static_cast<std::uint32_t>((Qk_mem_avail_handles - slots_before) / 512);
@@ -198,6 +200,8 @@ class StressUnderDebug : public kit::Scene, public StressedLibrary {
 
 class UnconfiguredStress : public kit::Scene, public StressedLibrary {};
 
+class CheckedStress : public kit::Scene, public StressedLibrary {};
+
 TEST_F(StressUnderTrace, LeavesExactAccountingDespiteReconfiguration) {
   stress(true);
   expect_exact_accounting();
@@ -213,6 +217,20 @@ TEST_F(StressUnderDebug, LeavesExactAccountingWithLogAndTraceFile) {
 TEST_F(UnconfiguredStress, LeavesExactAccounting) {
   stress(false);
   expect_exact_accounting();
+  expect_nothing_left();
+}
+
+/** Workers release what is no block, too, which is told. They damage nothing. */
+TEST_F(CheckedStress, FindsNoDamage) {
+  ASSERT_EQ(0, qk_mem_check_config("GUARD FILL QUARANTINE=1M SCAN=10000"));
+  stress(false, duration() / 5);
+  EXPECT_EQ(0, qk_mem_check(0));
+  expect_exact_accounting();
+  EXPECT_EQ(0, qk_mem_check_config(nullptr));
+  for (std::uint32_t i = 1; i <= qk::mem::profile::misuses.count(); ++i) {
+    const qk::mem::profile::Misuse& misuse = qk::mem::profile::misuses.at(i);
+    EXPECT_EQ(0, misuse.place.damage) << misuse.words();
+  }
   expect_nothing_left();
 }
 
