@@ -233,4 +233,16 @@ TEST_F(WrongReleases, ByReallocReturnNullAndACode) {
   EXPECT_EQ("", words_of_free(pool, memory));
 }
 
+TEST_F(WrongReleases, ArentThoseOfMemoryThatWasOnlyDeregistered) {
+  const Pool pool("", "SE");
+  void* const memory = std::malloc(10);
+  qk_mem_iregister(pool, QK_MEM_EXTERNAL, memory, nullptr, 10, "src/a.c", 7);
+  qk_mem_ideregister(pool, QK_MEM_EXTERNAL, memory, "src/b.c", 12);
+  void* resized = nullptr;
+  EXPECT_NE("", words_of([&] { resized = qk_mem_irealloc(pool, memory, 20, 16, "src/b.c", 19); }));
+  EXPECT_NE(nullptr, resized);
+  // The sanitizer of addresses would tell of a leak.
+  EXPECT_NE("", words_of_free(pool, resized));
+}
+
 }  // namespace

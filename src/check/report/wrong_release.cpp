@@ -15,12 +15,14 @@ using profile::AddressKind;
 /**
  * Whether it is known that an address was released. On a handle without records memory of the C
  * library can be released too, which can be where an old block was: so only the quarantine counts.
+ * Memory that was deregistered is still its owner's, who may release it by any call.
  */
 bool was_released(const qk_mem_handle& handle, const void* address) {
   if (find_in_quarantine(address)) return true;
   if (!keeps_records(handle)) return false;
   const auto freed = profile::freed_blocks.find(address);
-  return freed && freed->address == address;
+  return freed && freed->address == address &&
+         freed->release.ending != history::Ending::kDeregistered;
 }
 
 /** Whether no memory of the system's allocator is of this kind. */
