@@ -8,6 +8,7 @@
 #include "formats/figures.h"
 #include "profile/events.h"
 #include "profile/report/text_parts.h"
+#include "support/live_threads.h"
 #include "support/text.h"
 #include "table/slot.h"
 
@@ -108,9 +109,14 @@ class LockAttempt {
   bool is_busy_ = false;
 };
 
+/** Whether another thread can be using a handle that has no lock. */
+bool is_out_of_reach(const qk_mem_handle& handle) {
+  return handle.mtx == nullptr && qk::has_other_threads();
+}
+
 /** False if a lock is busy. */
 bool look_at_unrecorded(const qk_mem_handle& handle, Sightings& sightings, Locks locks) {
-  if (handle.track != 0 || !is_watched(handle)) return true;
+  if (handle.track != 0 || !is_watched(handle) || is_out_of_reach(handle)) return true;
   const LockAttempt lock(handle, locks);
   if (lock.is_busy()) return false;
   Pool& pool = pool_of(handle);
@@ -139,7 +145,7 @@ std::uint64_t event_of(Mark mark) {
 
 /** The event of a recorded block, whose record can be gone by now. 0 if a lock is busy. */
 std::uint64_t event_of_record(const Sighting& block, Locks locks) {
-  if (!is_watched(*block.handle)) return 0;
+  if (!is_watched(*block.handle) || is_out_of_reach(*block.handle)) return 0;
   const LockAttempt lock(*block.handle, locks);
   if (lock.is_busy() || recorded_address(block.array->ptrs[block.slot]) != block.begin) return 0;
   const Mark* const mark =
