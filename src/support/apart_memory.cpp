@@ -80,7 +80,8 @@ void* allocate(std::size_t bytes) {
   const std::size_t whole = std::bit_ceil(std::max(bytes + sizeof(Header), kSmallest));
   const MtxLock held(lock);
   Header*& free = range.free[std::min(class_of(whole), kClasses - 1)];
-  Header* const header = free != nullptr ? std::exchange(free, free->next_free) : take_unused(whole);
+  Header* const header =
+      free != nullptr ? std::exchange(free, free->next_free) : take_unused(whole);
   if (header == nullptr) {
     errno = ENOMEM;
     return nullptr;

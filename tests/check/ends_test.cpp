@@ -60,7 +60,10 @@ TEST_F(EndsOfCheckedProcesses, SayNothingIfNothingWasFound) {
     taken(hid, 10);
   });
   EXPECT_EQ("exit 0", run.end);
-  EXPECT_EQ("qkmem: no misuse and no damage in N events\n", run.err);
+  EXPECT_EQ(
+      "qkmem: no misuse and no damage in N events\n"
+      "qkmem: guards of 1 block that are left took 16 B\n",
+      run.err);
 }
 
 TEST_F(EndsOfCheckedProcesses, FindDamageOfLiveBlocks) {
@@ -72,7 +75,8 @@ TEST_F(EndsOfCheckedProcesses, FindDamageOfLiveBlocks) {
       "qkmem: 1 finding in N events\n"
       "  times  what\n"
       "      1  1 byte written behind a block of 24, allocated at a.c:7 by handle 3 SE (event "
-      "1), last seen whole at event 1: 41\n",
+      "1), last seen whole at event 1: 41\n"
+      "qkmem: guards of 1 block that are left took 16 B\n",
       run.err);
 }
 
@@ -130,7 +134,8 @@ TEST_F(EndsOfCheckedProcesses, WriteFindingsToAFile) {
       "qkmem: 1 finding in N events\n"
       "  times  what\n"
       "      1  1 byte written behind a block of 24, allocated at a.c:7 by handle 3 SE (event "
-      "1), last seen whole at event 1: 41\n",
+      "1), last seen whole at event 1: 41\n"
+      "qkmem: guards of 1 block that are left took 16 B\n",
       without_figures(kit::contents("found")));
 }
 
@@ -161,7 +166,10 @@ TEST_F(EndsOfCheckedProcesses, CanFollowSIGTRAPAtAnEvent) {
     std::fprintf(stderr, "%d %d %d", before, at, static_cast<int>(traps));
   });
   EXPECT_EQ("exit 0", run.end);
-  EXPECT_EQ("0 1 1qkmem: no misuse and no damage in N events\n", run.err);
+  EXPECT_EQ(
+      "0 1 1qkmem: no misuse and no damage in N events\n"
+      "qkmem: guards of 4 blocks that are left took 64 B\n",
+      run.err);
 }
 
 TEST_F(EndsOfCheckedProcesses, OfAForkHaveTheirOwnFindings) {
@@ -185,9 +193,11 @@ TEST_F(EndsOfCheckedProcesses, OfAForkHaveTheirOwnFindings) {
       "  times  what\n"
       "      1  1 byte written behind a block of 24, allocated at a.c:7 by handle 3 SE (event "
       "1), last seen whole at event 1: 41\n"
+      "qkmem: guards of 1 block that are left took 16 B\n"
       "qkmem: the process ends with 23, because 1 finding was told (FINDINGS=FAIL)\n"
       "23\n"
-      "qkmem: no misuse and no damage in N events\n",
+      "qkmem: no misuse and no damage in N events\n"
+      "qkmem: guards of 1 block that are left took 16 B\n",
       run.err);
 }
 
