@@ -1,4 +1,4 @@
-// Recorded pairs with the profile on, beside the same pairs without it.
+// Recorded pairs with the profile or the checks on, beside the same pairs without them.
 #include "bench/ratios/profiles.h"
 
 #include <dlfcn.h>
@@ -93,6 +93,15 @@ Run pairs_at_depth(int depth, Arguments... arguments) {
   };
 }
 
+/** Pairs of one size. */
+template <class Allocator, class... Arguments>
+Run pairs_of_64(Arguments... arguments) {
+  static const auto sizes = sizes_between<kPairSizes>(64, 64);
+  return [allocator = std::make_shared<Allocator>(arguments...)](std::size_t times) {
+    return timed([&] { allocate_and_release<1>(*allocator, sizes, times); });
+  };
+}
+
 /** Keeps a second thread in the process, asleep. */
 template <class Allocator>
 Run pairs_beside_idle_thread(const char* options) {
@@ -110,6 +119,7 @@ struct Peer {
 
 constexpr Peer kPeers[] = {
     {"one_site", [] { return pairs_at_depth<Qkmem>(0, "DATA"); }},
+    {"of_64", [] { return pairs_of_64<Qkmem>("DATA"); }},
     {"many_sites", [] { return pairs_at_depth<ManySites>(0, "DATA"); }},
     {"idle_thread", [] { return pairs_beside_idle_thread<Qkmem>("MULTITHREADED"); }},
     {"unwound",
@@ -184,13 +194,21 @@ Contestant profiled(const char* options, Run (*start)()) {
           }};
 }
 
+Contestant checked(const char* options, Run (*start)()) {
+  return {"qkmem", [=] {
+            setenv("QK_MEM_CHECK", options, 1);
+            return start();
+          }};
+}
+
 constexpr char kSitesOnly[] = "SITES REPORT=/dev/null";
 
 }  // namespace
 
 void serve_peer(const char* name) {
-  // The process that has started this one may have the profile on.
+  // The process that has started this one may have them on.
   unsetenv("QK_MEM_PROFILE");
+  unsetenv("QK_MEM_CHECK");
   for (const Peer& peer : kPeers) {
     if (std::string(name) != peer.name) continue;
     const Run run = peer.start();
@@ -237,6 +255,30 @@ std::vector<Workload> profile_workloads() {
        {{"malloc", [] { return pairs_at_depth<Malloc>(16); }},
         profiled("STACKS=16 REPORT=/dev/null", [] { return pairs_at_depth<Qkmem>(16, "DATA"); }),
         peer("unw_backtrace", "unwound")}},
+      {"checked_64",
+       "Ordinary handle with guards and fillings: recorded pairs of 64 bytes",
+       Goal(1.0).above("unchecked"),
+       1,
+       Threads::kOne,
+       {{"malloc", [] { return pairs_of_64<Malloc>(); }},
+        checked("GUARD FILL REPORT=/dev/null", [] { return pairs_of_64<Qkmem>("DATA"); }),
+        peer("unchecked", "of_64")}},
+      {"checked",
+       "The same with 16 to 512 bytes",
+       Goal(2.0).above("unchecked"),
+       1,
+       Threads::kOne,
+       {{"malloc", [] { return pairs_at_depth<Malloc>(0); }},
+        checked("GUARD FILL REPORT=/dev/null", [] { return pairs_at_depth<Qkmem>(0, "DATA"); }),
+        peer("unchecked", "one_site")}},
+      {"checked_quarantine",
+       "Ordinary handle with a quarantine: recorded pairs of 64 bytes",
+       Goal(1.5).above("unchecked"),
+       1,
+       Threads::kOne,
+       {{"malloc", [] { return pairs_of_64<Malloc>(); }},
+        checked("QUARANTINE REPORT=/dev/null", [] { return pairs_of_64<Qkmem>("DATA"); }),
+        peer("unchecked", "of_64")}},
   };
 }
 

@@ -9,6 +9,7 @@
 #include "bench/ratios/allocators.h"
 #include "bench/ratios/scratch.h"
 #include "bench/ratios/workloads.h"
+#include "qkmem/check.h"
 #include "qkmem/profile.h"
 
 namespace ratios {
@@ -73,6 +74,18 @@ Run with_search(bool at_random) {
   };
 }
 
+/** A look at the guards of all blocks. */
+Run with_look() {
+  setenv("QK_MEM_CHECK", "GUARD REPORT=/dev/null", 1);
+  return [list = std::make_shared<Linked<Qkmem>>(false, "DATA")](std::size_t times) {
+    return elapsed([&] {
+      while (times-- != 0) {
+        if (qk_mem_check(0) != 0) throw std::logic_error("a block is damaged");
+      }
+    });
+  };
+}
+
 Workload search_of(const char* name, const char* linked, bool at_random) {
   return {name,
           std::string("Search for lost memory in 1,000,000 blocks of 64 bytes, linked ") + linked +
@@ -88,7 +101,13 @@ Workload search_of(const char* name, const char* linked, bool at_random) {
 
 std::vector<Workload> search_workloads() {
   return {search_of("lost_in_order", "in order", false),
-          search_of("lost_at_random", "at random", true)};
+          search_of("lost_at_random", "at random", true),
+          {"look_at_guards",
+           "Look at the guards of 1,000,000 blocks of 64 bytes, elapsed, for each block",
+           kNoGoal,
+           kBlocks,
+           Threads::kOne,
+           {{"walk along the list", [] { return with_walk(false); }}, {"qkmem", with_look}}}};
 }
 
 }  // namespace ratios

@@ -22,14 +22,16 @@ namespace qk::mem {
 }
 
 /**
- * Removes the record of a block in a small array in the usual case: it and its neighbours are whole.
- * Tells what is known of it. In other cases nothing has changed.
+ * Removes the record of a block in the usual case: it and its neighbours are whole. Tells what is
+ * known of it. In other cases nothing has changed. `Lock`, `find` and `remove_found` are as of the
+ * other fast paths.
  */
-template <class Handling>
-[[nodiscard, gnu::always_inline]] inline bool remove_checked_fast(qk_mem_handle& handle,
-                                                                  const void* ptr, const char* path,
-                                                                  int line,
-                                                                  check::BlockFacts& facts) {
+template <class Lock, class Find, class RemoveFound>
+[[nodiscard, gnu::always_inline]] inline bool remove_checked_by(qk_mem_handle& handle,
+                                                                const void* ptr, const char* path,
+                                                                int line, check::BlockFacts& facts,
+                                                                Find find,
+                                                                RemoveFound remove_found) {
   const auto remove = [&](qk_mem_ptr_array & array, std::int32_t index, bool single_threaded)
       __attribute__((always_inline)) {
     profile::Marks& marks = profile::marks_of(handle, profile::pool_of(handle), array);
@@ -39,24 +41,52 @@ template <class Handling>
     const std::uint64_t bytes = bytes_in(array.ptrs[index]);
     const check::Layout layout = check::layout_of(mark);
     const char* const end = check::guard_behind(ptr, bytes);
-    if (!check::is_whole(end, layout.behind) || !has_whole_neighbours(array, marks, index, end))
-        [[unlikely]] {
+    if (!check::is_whole(end, layout.behind) ||
+        !check::is_whole(check::guard_in_front(ptr, layout), layout.front) ||
+        !has_whole_neighbours(array, marks, index, end)) [[unlikely]] {
       return false;
     }
-    facts = check::facts_of(handle, array.ptrs[index], mark);
-    facts.released_path = path;
-    facts.released_line = line;
+    facts.bytes = bytes;
+    facts.mark = mark;
+    facts.file = qk::load(array.ptrs[index].file);
+    facts.line = qk::load(array.ptrs[index].line);
     if (!profile::quick_note_checked_gone(handle, {array, index}, mark, bytes,
                                           {path, line, history::Ending::kFreed},
                                           facts.released_event, single_threaded)) [[unlikely]] {
       return false;
     }
-    remove_from_small(handle, array, index, bytes, ChargedTo::kData, single_threaded);
+    remove_found(array, index, bytes, single_threaded);
     qk::add_only(Qk_mem_seq, 1, single_threaded);
     return true;
   };
-  return change_slot_of<QuickLock<typename Handling::Lock>>(handle, ptr, find_slot_in_small,
-                                                            remove) != kNoSlot;
+  return change_slot_of<Lock>(handle, ptr, find, remove) != kNoSlot;
+}
+
+/** The same of a small array. */
+template <class Handling>
+[[nodiscard, gnu::always_inline]] inline bool remove_checked_from_small(qk_mem_handle& handle,
+                                                                        const void* ptr,
+                                                                        const char* path, int line,
+                                                                        check::BlockFacts& facts) {
+  return remove_checked_by<QuickLock<typename Handling::Lock>>(
+      handle, ptr, path, line, facts, find_slot_in_small,
+      [&](qk_mem_ptr_array & array, std::int32_t index, std::uint64_t bytes, bool single_threaded)
+          __attribute__((always_inline)) {
+            remove_from_small(handle, array, index, bytes, ChargedTo::kData, single_threaded);
+          });
+}
+
+/** The same of any array. */
+template <class Handling>
+[[nodiscard, gnu::noinline]] bool remove_checked(qk_mem_handle& handle, const void* ptr,
+                                                 const char* path, int line,
+                                                 check::BlockFacts& facts) {
+  return remove_checked_by<typename Handling::Lock>(
+      handle, ptr, path, line, facts, find_slot_of_data,
+      [&](qk_mem_ptr_array& array, std::int32_t index, std::uint64_t /*bytes*/,
+          bool single_threaded) {
+        remove_record(handle, array, index, ChargedTo::kData, single_threaded);
+      });
 }
 
 }  // namespace qk::mem

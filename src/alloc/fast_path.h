@@ -185,11 +185,11 @@ template <class Handling>
 template <class Handling>
 [[gnu::always_inline]] inline void fill_slot_fast(qk_mem_handle& handle, qk_mem_ptr_array& array,
                                                   std::int32_t index, qk_mem_ptr record,
-                                                  profile::Site* site) {
+                                                  const profile::Origin& origin) {
   with_single_threaded([&](bool single_threaded) __attribute__((always_inline)) {
     record.seq = qk::add(Qk_mem_seq, 1, single_threaded);
     fill_slot(handle, array, index, record, charged_to(record.kind), single_threaded);
-    note_made_fast<Handling>(handle, {array, index}, {site, 0}, record, single_threaded);
+    note_made_fast<Handling>(handle, {array, index}, origin, record, single_threaded);
   });
 }
 
@@ -198,13 +198,14 @@ template <class Handling>
 [[nodiscard, gnu::always_inline]] inline bool record_locked(qk_mem_handle& handle, void* address,
                                                             unsigned char kind, std::uint64_t count,
                                                             std::uint64_t size, const char* file,
-                                                            int line, profile::Site* site) {
+                                                            int line,
+                                                            const profile::Origin& origin) {
   qk_mem_ptr_array& array = array_of(handle, address);
   const std::int32_t index = take_free_slot(array);
   if (index == kNoSlot) [[unlikely]]
     return false;
   fill_slot_fast<Handling>(handle, array, index, unnumbered(address, kind, count, size, file, line),
-                           site);
+                           origin);
   return true;
 }
 
@@ -213,10 +214,10 @@ template <class Handling>
 [[nodiscard, gnu::always_inline]] inline bool record_fast(qk_mem_handle& handle, void* address,
                                                           unsigned char kind, std::uint64_t count,
                                                           std::uint64_t size, const char* file,
-                                                          int line) {
+                                                          int line, std::uint32_t flags = 0) {
   profile::Site* const site = site_for<Handling>(handle, file, line, count * size);
   const typename Handling::Lock lock(handle);
-  return record_locked<Handling>(handle, address, kind, count, size, file, line, site);
+  return record_locked<Handling>(handle, address, kind, count, size, file, line, {site, flags});
 }
 
 /** The same if a slot of a small array is free, which is the usual case and needs few registers. */
@@ -231,6 +232,13 @@ template <class Handling>
   const QuickLock<typename Handling::Lock> lock(handle);
   if (!is_held(lock)) [[unlikely]]
     return false;
+  if constexpr (Handling::kChecked) {
+    if (profile::needs_mark({site, flags}) &&
+        !profile::marks_of(handle, profile::pool_of(handle), array).has(kSmallArray - 1))
+        [[unlikely]] {
+      return false;
+    }
+  }
   const std::int32_t index = take_free_slot_of_small(array);
   if (index == kNoSlot) [[unlikely]]
     return false;
@@ -256,7 +264,7 @@ template <class Handling>
   if (index == kNoSlot) [[unlikely]]
     return false;
   fill_slot_fast<Handling>(handle, array, index,
-                           unnumbered(address, kind::kRealloc, 1, size, file, line), site);
+                           unnumbered(address, kind::kRealloc, 1, size, file, line), {site, 0});
   return true;
 }
 

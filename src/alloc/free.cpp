@@ -162,11 +162,17 @@ template <class Handling>
 template <class Handling>
 [[gnu::noinline]] void free_checked(qk_mem_handle& handle, void* ptr, const char* file, int line) {
   check::BlockFacts facts;
-  if (remove_checked_fast<Handling>(handle, ptr, file, line, facts)) [[likely]] {
-    check::release_whole(profile::pool_of(handle), facts);
-  } else {
-    free_on_handle(handle, ptr, free_context(file, line));
+  if (!remove_checked_from_small<Handling>(handle, ptr, file, line, facts) &&
+      !remove_checked<Handling>(handle, ptr, file, line, facts)) [[unlikely]] {
+    return free_on_handle(handle, ptr, free_context(file, line));
   }
+  facts.address = ptr;
+  if (!check::keeps_released()) return check::release_at_once(facts);
+  facts.hid = handle.id;
+  facts.tag = handle.tag->name;
+  facts.released_path = file;
+  facts.released_line = line;
+  check::release_whole(profile::pool_of(handle), facts);
 }
 
 [[gnu::always_inline]] inline void free_fast_path(int hid, void* ptr, const char* file, int line,

@@ -99,7 +99,20 @@ template <class Handling>
   return memory;
 }
 
-/** The same with guards. */
+/** The same with guards. Without the mark that one in front needs, it takes more. */
+template <class Handling>
+[[gnu::noinline]] void* record_checked(qk_mem_handle& handle, const check::NewBlock& block,
+                                       std::size_t size, const char* name, const char* path,
+                                       int line) {
+  if (name == nullptr) name = qk::search_path(path);
+  if (block.address != nullptr && block.layout.front == 0 &&
+      record_fast<Handling>(handle, block.address, kind::kMalloc, 1, size, name, line,
+                            block.layout.flags)) {
+    return block.address;
+  }
+  return finish_malloc(handle, block, size, malloc_context(path, line));
+}
+
 template <class Handling>
 [[gnu::noipa]] void* malloc_checked(qk_mem_handle& handle, std::size_t size, int /*alignment*/,
                                     const char* path, int line) {
@@ -108,7 +121,7 @@ template <class Handling>
   if (block.address == nullptr || !qk::find_known_name(path, name) ||
       !record_in_small_fast<Handling>(handle, block.address, kind::kMalloc, 1, size, name, line,
                                       block.layout.flags)) [[unlikely]] {
-    return finish_malloc(handle, block, size, malloc_context(path, line));
+    return record_checked<Handling>(handle, block, size, name, path, line);
   }
   return block.address;
 }
@@ -151,9 +164,8 @@ template <class Lock>
     piece = take_piece_fast(handle, size, alignment);
     if (piece == nullptr) [[unlikely]]
       piece = take_piece(handle, size, alignment);
-    if (piece != nullptr &&
-        record_locked<Needs<Lock, false>>(handle, piece, as_piece(kind::kMalloc), 1, size, name,
-                                          line, nullptr)) {
+    if (piece != nullptr && record_locked<Needs<Lock, false>>(
+                                handle, piece, as_piece(kind::kMalloc), 1, size, name, line, {})) {
       return piece;
     }
   }

@@ -18,14 +18,6 @@ void* with_quarantine(Allocate allocate) {
   return memory != nullptr || !empty_quarantine() ? memory : allocate();
 }
 
-/** A block in memory of the allocator, which can be null. */
-NewBlock block_in(void* memory, std::uint64_t bytes, const Layout& layout) {
-  if (memory == nullptr) return {};
-  NewBlock block = {static_cast<char*>(memory) + layout.front, layout};
-  lay_guards(block.address, bytes, layout);
-  return block;
-}
-
 }  // namespace
 
 void NewBlock::give_up_front(std::uint64_t bytes) {
@@ -34,13 +26,9 @@ void NewBlock::give_up_front(std::uint64_t bytes) {
   layout = {};
 }
 
-NewBlock allocate(const qk_mem_handle& handle, std::size_t size) {
-  const Layout layout = layout_of_new(handle);
-  NewBlock block =
-      block_in(with_quarantine([&] { return user_memory::allocate(sum(size, layout.total())); }),
-               size, layout);
-  profile::filled(handle, block.address, size);
-  return block;
+NewBlock allocate_after_emptying(std::size_t size, const Layout& layout) {
+  if (!empty_quarantine()) return {};
+  return block_in(user_memory::allocate(sum(size, layout.total())), size, layout);
 }
 
 NewBlock allocate_zeroed(const qk_mem_handle& handle, std::size_t num, std::size_t size) {

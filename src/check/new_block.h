@@ -5,7 +5,10 @@
 #include <cstdint>
 
 #include "check/damage.h"
+#include "check/guards.h"
 #include "check/settings.h"
+#include "profile/filling.h"
+#include "support/system_memory.h"
 
 /**
  * Memory of the system's allocator for the program, with guards where they are wanted. Without them
@@ -23,8 +26,29 @@ struct NewBlock {
   void give_up_front(std::uint64_t bytes);
 };
 
+/** A block in memory of the allocator, which can be null. */
+[[nodiscard, gnu::always_inline]] inline NewBlock block_in(void* memory, std::uint64_t bytes,
+                                                           const Layout& layout) {
+  if (memory == nullptr) [[unlikely]]
+    return {};
+  NewBlock block = {static_cast<char*>(memory) + layout.front, layout};
+  lay_guards(block.address, bytes, layout);
+  return block;
+}
+
+/** A block when the allocator has refused one: with what the quarantine has kept. */
+[[nodiscard, gnu::cold]] NewBlock allocate_after_emptying(std::size_t size, const Layout& layout);
+
 /** A block of a handle. Its contents are a filling, if one is wanted. */
-[[nodiscard]] NewBlock allocate(const qk_mem_handle& handle, std::size_t size);
+[[nodiscard, gnu::always_inline]] inline NewBlock allocate(const qk_mem_handle& handle,
+                                                           std::size_t size) {
+  const Layout layout = layout_of_new(handle);
+  NewBlock block = block_in(user_memory::allocate(sum(size, layout.total())), size, layout);
+  if (block.address == nullptr) [[unlikely]]
+    block = allocate_after_emptying(size, layout);
+  profile::filled(handle, block.address, size);
+  return block;
+}
 
 /** The same, filled with zeros. */
 [[nodiscard]] NewBlock allocate_zeroed(const qk_mem_handle& handle, std::size_t num,

@@ -172,9 +172,8 @@ bool set_quarantine(std::uint64_t bytes) {
   return bytes == 0 || list != nullptr;
 }
 
-bool quarantine(const ReleasedBlock& block, std::uint32_t pool) {
-  const BlockFacts& facts = block.facts;
-  const Quarantined entry = {.base = static_cast<char*>(block.base),
+bool quarantine(const BlockFacts& facts, void* base, std::uint32_t pool) {
+  const Quarantined entry = {.base = static_cast<char*>(base),
                              .bytes = facts.bytes,
                              .mark = facts.mark,
                              .file = facts.file,

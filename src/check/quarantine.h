@@ -14,12 +14,6 @@
  */
 namespace qk::mem::check {
 
-/** A released block, and the address that the allocator knows it by. */
-struct ReleasedBlock {
-  BlockFacts facts;
-  void* base;
-};
-
 /** An entry of the quarantine: a line of the processor's cache. */
 struct alignas(64) Quarantined {
   char* base;
@@ -41,8 +35,11 @@ static_assert(sizeof(Quarantined) == 64);
  */
 [[nodiscard]] bool set_quarantine(std::uint64_t bytes);
 
-/** Keeps a block, filled, unless it is too large. False if it is not kept. */
-[[nodiscard]] bool quarantine(const ReleasedBlock& block, std::uint32_t pool);
+/**
+ * Keeps a released block of a pool, filled, unless it is too large. `base` is the address that the
+ * allocator knows it by. False if it is not kept.
+ */
+[[nodiscard]] bool quarantine(const BlockFacts& facts, void* base, std::uint32_t pool);
 
 /** Releases all blocks. Returns whether there were any. */
 bool empty_quarantine();

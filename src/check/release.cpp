@@ -1,18 +1,14 @@
 #include "check/release.h"
 
 #include "profile/events.h"
-#include "support/system_memory.h"
 
 namespace qk::mem::check {
 namespace {
 
 void release_looked_at(const BlockFacts& facts, std::uint32_t pool) {
   char* const base = guard_in_front(facts.address, layout_of(facts.mark));
-  if (qk::load(settings.quarantines) != 0 && quarantine({facts, base}, pool)) return;
-  if (qk::load(settings.fills_released) != 0) {
-    std::memset(const_cast<void*>(facts.address), kReleasedFilling, facts.bytes);
-  }
-  user_memory::release(base);
+  if (keeps_released() && quarantine(facts, base, pool)) return;
+  release_at_once(facts);
 }
 
 void release(BlockFacts facts, std::uint32_t pool, const history::Release& by) {

@@ -4,6 +4,7 @@
 #include "check/damage.h"
 #include "check/quarantine.h"
 #include "history/freed_blocks.h"
+#include "support/system_memory.h"
 
 /** What becomes of a block of the system's allocator when the program releases it. */
 namespace qk::mem::check {
@@ -19,7 +20,18 @@ void release(const qk_mem_handle& handle, const qk_mem_ptr& record, profile::Mar
 /** Looks at the guards of a block, and tells of damage that was not told yet. No lock may be held. */
 void look_before_release(const BlockFacts& facts);
 
-/** The same when the guards were looked at and are whole, for a block that has none in front. */
+/** Whether released blocks are kept in quarantine. */
+[[nodiscard]] inline bool keeps_released() { return qk::load(settings.quarantines) != 0; }
+
+/** Gives a block to the allocator whose guards were looked at. Of the facts it needs the first. */
+[[gnu::always_inline]] inline void release_at_once(const BlockFacts& facts) {
+  if (qk::load(settings.fills_released) != 0) {
+    std::memset(const_cast<void*>(facts.address), kReleasedFilling, facts.bytes);
+  }
+  user_memory::release(guard_in_front(facts.address, layout_of(facts.mark)));
+}
+
+/** The same when the guards were looked at and are whole. */
 void release_whole(profile::Pool& pool, const BlockFacts& facts);
 
 /** What is known of a recorded block. */

@@ -75,8 +75,8 @@ namespace qk::mem::profile {
 [[nodiscard, gnu::always_inline]] inline bool quick_note_checked_gone(
     qk_mem_handle& handle, SlotPlace place, Mark mark, std::uint64_t bytes,
     const history::Release& release, std::uint64_t& event, bool single_threaded) {
-  constexpr std::uint32_t kUsualFlags = Mark::kUnbooked | Mark::kGuarded;
-  if ((mark.flags() | Mark::kGuarded) != kUsualFlags || !only_marks()) [[unlikely]]
+  constexpr std::uint32_t kGuards = Mark::kGuarded | Mark::kGuardedInFront;
+  if ((mark.flags() & ~kGuards) != Mark::kUnbooked || !only_marks()) [[unlikely]]
     return false;
   Pool& pool = pool_of(handle);
   remember(pool, qk::load(place.array.ptrs[place.index].address), bytes, mark, release);

@@ -273,6 +273,8 @@ TEST(SizesOfGuards, CanBeAPage) {
 
 class FrontGuards : public testing::Test {
  protected:
+  const int profile_is_off_ = unsetenv("QK_MEM_PROFILE");  // so that one test can switch all off
+
   void SetUp() override { ASSERT_EQ(0, qk_mem_check_config("GUARD=16,FRONT")); }
 
   kit::Scene scene_;

@@ -8,6 +8,7 @@
 #include <atomic>
 #include <csignal>
 #include <cstdint>
+#include <cstdlib>
 #include <functional>
 #include <string>
 #include <thread>
@@ -49,6 +50,7 @@ Ended ended_by(const std::function<void()>& fault, const std::string& debug = ""
 
 class Fault : public testing::Test {
  protected:
+  const int profile_is_off_ = unsetenv("QK_MEM_PROFILE");  // which knows the events of blocks
   kit::Scene scene_;
 };
 

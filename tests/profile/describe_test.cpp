@@ -41,6 +41,7 @@ constexpr bool kHasOwnAllocator = false;
 
 class DescribedAddress : public testing::Test {
  protected:
+  const int profile_is_off_ = unsetenv("QK_MEM_PROFILE");  // which knows the events of blocks
   kit::Scene scene_;
 };
 
