@@ -21,6 +21,20 @@ namespace qk::mem {
   return are_whole;
 }
 
+/** Whether a block is not booked, and has a guard behind it or none. */
+[[nodiscard]] inline bool is_usual(profile::Mark mark) {
+  return (mark.flags() & ~profile::Mark::kGuarded) == profile::Mark::kUnbooked;
+}
+
+/** What the record of a block has said that is removed. */
+struct CheckedBlock {
+  std::uint64_t bytes;
+  profile::Mark mark;
+  const char* file;
+  std::uint32_t line;
+  std::uint64_t released_event;
+};
+
 /**
  * Removes the record of a block in the usual case: it and its neighbours are whole. Tells what is
  * known of it. In other cases nothing has changed. `Lock`, `find` and `remove_found` are as of the
@@ -29,7 +43,7 @@ namespace qk::mem {
 template <class Lock, class Find, class RemoveFound>
 [[nodiscard, gnu::always_inline]] inline bool remove_checked_by(qk_mem_handle& handle,
                                                                 const void* ptr, const char* path,
-                                                                int line, check::BlockFacts& facts,
+                                                                int line, CheckedBlock& block,
                                                                 Find find,
                                                                 RemoveFound remove_found) {
   const auto remove = [&](qk_mem_ptr_array & array, std::int32_t index, bool single_threaded)
@@ -38,21 +52,21 @@ template <class Lock, class Find, class RemoveFound>
     if (!marks.has(index)) [[unlikely]]
       return false;
     const profile::Mark mark = marks.at(index);
+    if (!is_usual(mark)) [[unlikely]]
+      return false;
     const std::uint64_t bytes = bytes_in(array.ptrs[index]);
-    const check::Layout layout = check::layout_of(mark);
     const char* const end = check::guard_behind(ptr, bytes);
-    if (!check::is_whole(end, layout.behind) ||
-        !check::is_whole(check::guard_in_front(ptr, layout), layout.front) ||
+    if (!check::is_whole(end, check::bytes_behind(mark)) ||
         !has_whole_neighbours(array, marks, index, end)) [[unlikely]] {
       return false;
     }
-    facts.bytes = bytes;
-    facts.mark = mark;
-    facts.file = qk::load(array.ptrs[index].file);
-    facts.line = qk::load(array.ptrs[index].line);
-    if (!profile::quick_note_checked_gone(handle, {array, index}, mark, bytes,
+    block.bytes = bytes;
+    block.mark = mark;
+    block.file = qk::load(array.ptrs[index].file);
+    block.line = qk::load(array.ptrs[index].line);
+    if (!profile::quick_note_checked_gone(handle, ptr, mark, bytes,
                                           {path, line, history::Ending::kFreed},
-                                          facts.released_event, single_threaded)) [[unlikely]] {
+                                          block.released_event, single_threaded)) [[unlikely]] {
       return false;
     }
     remove_found(array, index, bytes, single_threaded);
@@ -67,9 +81,9 @@ template <class Handling>
 [[nodiscard, gnu::always_inline]] inline bool remove_checked_from_small(qk_mem_handle& handle,
                                                                         const void* ptr,
                                                                         const char* path, int line,
-                                                                        check::BlockFacts& facts) {
+                                                                        CheckedBlock& block) {
   return remove_checked_by<QuickLock<typename Handling::Lock>>(
-      handle, ptr, path, line, facts, find_slot_in_small,
+      handle, ptr, path, line, block, find_slot_in_small,
       [&](qk_mem_ptr_array & array, std::int32_t index, std::uint64_t bytes, bool single_threaded)
           __attribute__((always_inline)) {
             remove_from_small(handle, array, index, bytes, ChargedTo::kData, single_threaded);
@@ -79,10 +93,9 @@ template <class Handling>
 /** The same of any array. */
 template <class Handling>
 [[nodiscard, gnu::noinline]] bool remove_checked(qk_mem_handle& handle, const void* ptr,
-                                                 const char* path, int line,
-                                                 check::BlockFacts& facts) {
+                                                 const char* path, int line, CheckedBlock& block) {
   return remove_checked_by<typename Handling::Lock>(
-      handle, ptr, path, line, facts, find_slot_of_data,
+      handle, ptr, path, line, block, find_slot_of_data,
       [&](qk_mem_ptr_array& array, std::int32_t index, std::uint64_t /*bytes*/,
           bool single_threaded) {
         remove_record(handle, array, index, ChargedTo::kData, single_threaded);

@@ -232,13 +232,6 @@ template <class Handling>
   const QuickLock<typename Handling::Lock> lock(handle);
   if (!is_held(lock)) [[unlikely]]
     return false;
-  if constexpr (Handling::kChecked) {
-    if (profile::needs_mark({site, flags}) &&
-        !profile::marks_of(handle, profile::pool_of(handle), array).has(kSmallArray - 1))
-        [[unlikely]] {
-      return false;
-    }
-  }
   const std::int32_t index = take_free_slot_of_small(array);
   if (index == kNoSlot) [[unlikely]]
     return false;

@@ -159,20 +159,41 @@ template <class Handling>
   user_memory::release(ptr);
 }
 
+/** Releases a block whose record was removed. It has no guard in front. */
+[[gnu::always_inline]] inline void release_checked(qk_mem_handle& handle, void* ptr,
+                                                   const char* path, int line,
+                                                   const CheckedBlock& block) {
+  if (!check::keeps_released()) return check::release_at_once(ptr, block.bytes, ptr);
+  const check::BlockFacts facts = {.address = ptr,
+                                   .bytes = block.bytes,
+                                   .mark = block.mark,
+                                   .hid = handle.id,
+                                   .tag = handle.tag->name,
+                                   .file = block.file,
+                                   .line = block.line,
+                                   .released_path = path,
+                                   .released_line = line,
+                                   .released_event = block.released_event};
+  check::release_whole(profile::pool_of(handle), facts);
+}
+
 template <class Handling>
-[[gnu::noinline]] void free_checked(qk_mem_handle& handle, void* ptr, const char* file, int line) {
-  check::BlockFacts facts;
-  if (!remove_checked_from_small<Handling>(handle, ptr, file, line, facts) &&
-      !remove_checked<Handling>(handle, ptr, file, line, facts)) [[unlikely]] {
+[[gnu::noinline]] void free_checked_searched(qk_mem_handle& handle, void* ptr, const char* file,
+                                             int line) {
+  CheckedBlock block;
+  if (!remove_checked<Handling>(handle, ptr, file, line, block)) [[unlikely]] {
     return free_on_handle(handle, ptr, free_context(file, line));
   }
-  facts.address = ptr;
-  if (!check::keeps_released()) return check::release_at_once(facts);
-  facts.hid = handle.id;
-  facts.tag = handle.tag->name;
-  facts.released_path = file;
-  facts.released_line = line;
-  check::release_whole(profile::pool_of(handle), facts);
+  release_checked(handle, ptr, file, line, block);
+}
+
+template <class Handling>
+[[gnu::noinline]] void free_checked(qk_mem_handle& handle, void* ptr, const char* file, int line) {
+  CheckedBlock block;
+  if (!remove_checked_from_small<Handling>(handle, ptr, file, line, block)) [[unlikely]] {
+    return free_checked_searched<Handling>(handle, ptr, file, line);
+  }
+  release_checked(handle, ptr, file, line, block);
 }
 
 [[gnu::always_inline]] inline void free_fast_path(int hid, void* ptr, const char* file, int line,

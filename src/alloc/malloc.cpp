@@ -99,31 +99,41 @@ template <class Handling>
   return memory;
 }
 
-/** The same with guards. Without the mark that one in front needs, it takes more. */
+/** The same of a checked handle. */
 template <class Handling>
-[[gnu::noinline]] void* record_checked(qk_mem_handle& handle, const check::NewBlock& block,
-                                       std::size_t size, const char* name, const char* path,
-                                       int line) {
-  if (name == nullptr) name = qk::search_path(path);
-  if (block.address != nullptr && block.layout.front == 0 &&
-      record_fast<Handling>(handle, block.address, kind::kMalloc, 1, size, name, line,
-                            block.layout.flags)) {
-    return block.address;
+[[gnu::noinline]] void* record_checked(qk_mem_handle& handle, void* memory, std::size_t size,
+                                       const char* path, int line, const check::Layout& layout) {
+  const char* name = qk::search_path(path);
+  if (record_fast<Handling>(handle, memory, kind::kMalloc, 1, size, name, line, layout.flags)) {
+    return memory;
   }
+  return finish_malloc(handle, {memory, layout}, size, malloc_context(path, line));
+}
+
+[[gnu::cold]] void* malloc_after_emptying(qk_mem_handle& handle, std::size_t size, const char* path,
+                                          int line, const check::Layout& layout) {
+  const check::NewBlock block = check::allocate_after_emptying(size, layout);
+  if (block.address != nullptr) profile::fill_new(block.address, 0, size);
   return finish_malloc(handle, block, size, malloc_context(path, line));
 }
 
+/** There is no guard in front: handles that have it take the slow road. */
 template <class Handling>
 [[gnu::noipa]] void* malloc_checked(qk_mem_handle& handle, std::size_t size, int /*alignment*/,
                                     const char* path, int line) {
-  const check::NewBlock block = check::allocate(handle, size);
+  const check::Layout layout = check::layout_behind_new();
+  void* const memory = user_memory::allocate(sum(size, layout.behind));
+  if (memory == nullptr) [[unlikely]]
+    return malloc_after_emptying(handle, size, path, line, layout);
+  check::lay_guard(check::guard_behind(memory, size), layout.behind);
+  if (profile::fills_new()) std::memset(memory, profile::kFilling, size);
   const char* name = nullptr;
-  if (block.address == nullptr || !qk::find_known_name(path, name) ||
-      !record_in_small_fast<Handling>(handle, block.address, kind::kMalloc, 1, size, name, line,
-                                      block.layout.flags)) [[unlikely]] {
-    return record_checked<Handling>(handle, block, size, name, path, line);
+  if (!qk::find_known_name(path, name) ||
+      !record_in_small_fast<Handling>(handle, memory, kind::kMalloc, 1, size, name, line,
+                                      layout.flags)) [[unlikely]] {
+    return record_checked<Handling>(handle, memory, size, path, line, layout);
   }
-  return block.address;
+  return memory;
 }
 
 template <class Lock>

@@ -19,13 +19,21 @@ namespace {
 struct Ring {
   Quarantined* entries;
   std::uint64_t capacity;
-  std::uint64_t first;  // entries have left so far
-  std::uint64_t end;    // entries have come so far
-  std::uint64_t bytes;  // that they weigh
+  std::uint64_t first;  // where the oldest entry is
+  std::uint64_t count;
+  std::uint64_t bytes;  // that the entries weigh
   std::uint64_t limit;
 
-  [[nodiscard]] std::uint64_t count() const { return end - first; }
-  [[nodiscard]] Quarantined& at(std::uint64_t number) const { return entries[number % capacity]; }
+  /** An entry by its age, the oldest one at 0. A division would take longer than all else here. */
+  [[nodiscard]] Quarantined& at(std::uint64_t number) const {
+    const std::uint64_t index = first + number;
+    return entries[index < capacity ? index : index - capacity];
+  }
+
+  void remove_oldest() {
+    first = first + 1 < capacity ? first + 1 : 0;
+    --count;
+  }
 };
 constinit Ring ring QK_GUARDED_BY(quarantine_lock) = {};
 constinit std::uint64_t largest = 0;  // weight that the ring takes; changes with it
@@ -41,8 +49,8 @@ constexpr std::size_t kLeavingAtOnce = 32;
 
 char* address_of(const Quarantined& entry) { return entry.base + layout_of(entry.mark).front; }
 
-std::uint64_t weight_of(const Quarantined& entry) {
-  return std::max(entry.bytes + layout_of(entry.mark).total(), kLeastWeight);
+std::uint64_t weight_of(std::uint64_t bytes, profile::Mark mark) {
+  return std::max(bytes + layout_of(mark).total(), kLeastWeight);
 }
 
 BlockFacts facts_of(const Quarantined& entry) {
@@ -111,12 +119,12 @@ class Leaving {
 /** Takes the oldest blocks out while the rest weighs more than `most`. */
 void take_out(std::uint64_t most, Leaving& leaving) QK_REQUIRES(quarantine_lock) {
   quarantine_lock.assert_held();
-  while (ring.bytes > most && ring.count() != 0 && !leaving.is_full()) {
-    const Quarantined& entry = ring.at(ring.first);
-    ring.bytes -= weight_of(entry);
-    ++ring.first;
+  while (ring.bytes > most && ring.count != 0 && !leaving.is_full()) {
+    const Quarantined& entry = ring.at(0);
+    ring.bytes -= weight_of(entry.bytes, entry.mark);
     leaving.add(entry);
-    if (ring.count() > kAhead) bring_near(ring.at(ring.first + kAhead));
+    ring.remove_oldest();
+    if (ring.count > kAhead) bring_near(ring.at(kAhead));
   }
 }
 
@@ -131,14 +139,39 @@ bool let_go_down_to(std::uint64_t most) {
 
 enum class Outcome : std::uint8_t { kKept, kMoreHasToLeave, kTooLarge };
 
+/** A released block on its way into the list. */
+struct Released {
+  const BlockFacts& facts;
+  char* base;
+  std::uint32_t pool;
+};
+
+/**
+ * Writes an entry in its place. One that is put together elsewhere and then copied takes longer than
+ * all else here: the copy has to wait for its parts.
+ */
+[[gnu::always_inline]] inline void write(Quarantined& entry, const Released& block) {
+  entry.base = block.base;
+  entry.bytes = block.facts.bytes;
+  entry.mark = block.facts.mark;
+  entry.file = block.facts.file;
+  entry.released_path = block.facts.released_path;
+  entry.released_event = block.facts.released_event;
+  entry.line = block.facts.line;
+  entry.released_line = block.facts.released_line;
+  entry.pool = block.pool;
+  entry.is_told = false;
+}
+
 /** Keeps a block if there is room once a few others have left. */
-Outcome keep(const Quarantined& entry, std::uint64_t weight, Leaving& leaving) {
+[[gnu::always_inline]] inline Outcome keep(const Released& block, std::uint64_t weight,
+                                           Leaving& leaving) {
   const qk::MtxLock lock(quarantine_lock);
   if (weight > ring.limit) return Outcome::kTooLarge;
   take_out(ring.limit - weight, leaving);
   if (ring.bytes > ring.limit - weight) return Outcome::kMoreHasToLeave;
-  ring.at(ring.end) = entry;
-  ++ring.end;
+  write(ring.at(ring.count), block);
+  ++ring.count;
   ring.bytes += weight;
   return Outcome::kKept;
 }
@@ -159,7 +192,7 @@ bool set_quarantine(std::uint64_t bytes) {
   Quarantined* const list = bytes == 0 ? nullptr : map_list(capacity);
   const qk::MtxLock lock(quarantine_lock);
   // A block that has come since, by another thread, stays where it is in the list there is.
-  if (ring.count() != 0) {
+  if (ring.count != 0) {
     if (list != nullptr) munmap(list, bytes_of_list(capacity));
     ring.limit = std::min(ring.limit, bytes);
     qk::store(largest, ring.limit);
@@ -173,22 +206,13 @@ bool set_quarantine(std::uint64_t bytes) {
 }
 
 bool quarantine(const BlockFacts& facts, void* base, std::uint32_t pool) {
-  const Quarantined entry = {.base = static_cast<char*>(base),
-                             .bytes = facts.bytes,
-                             .mark = facts.mark,
-                             .file = facts.file,
-                             .released_path = facts.released_path,
-                             .released_event = facts.released_event,
-                             .line = facts.line,
-                             .released_line = facts.released_line,
-                             .pool = pool,
-                             .is_told = false};
-  const std::uint64_t weight = weight_of(entry);
+  const std::uint64_t weight = weight_of(facts.bytes, facts.mark);
   if (weight > qk::load(largest)) return false;
-  std::memset(address_of(entry), kReleasedFilling, entry.bytes);
+  std::memset(const_cast<void*>(facts.address), kReleasedFilling, facts.bytes);
+  const Released block = {facts, static_cast<char*>(base), pool};
   for (Outcome outcome = Outcome::kMoreHasToLeave; outcome != Outcome::kKept;) {
     Leaving leaving;
-    outcome = keep(entry, weight, leaving);
+    outcome = keep(block, weight, leaving);
     leaving.release();
     if (outcome == Outcome::kTooLarge) return false;
   }
@@ -203,7 +227,7 @@ bool empty_quarantine() {
 
 std::optional<BlockFacts> find_in_quarantine(const void* address) {
   const qk::MtxLock lock(quarantine_lock);
-  for (std::uint64_t number = ring.end; number != ring.first; --number) {
+  for (std::uint64_t number = ring.count; number != 0; --number) {
     const Quarantined& entry = ring.at(number - 1);
     const std::uint64_t offset =
         static_cast<std::uint64_t>(static_cast<const char*>(address) - address_of(entry));
@@ -215,9 +239,9 @@ std::optional<BlockFacts> find_in_quarantine(const void* address) {
 std::uint64_t look_at_quarantine(DamageList& damages) {
   const qk::MtxLock lock(quarantine_lock);
   std::uint64_t damaged = 0;
-  for (std::uint64_t number = ring.first; number != ring.end; ++number) {
+  for (std::uint64_t number = 0; number != ring.count; ++number) {
     Quarantined& entry = ring.at(number);
-    if (number + kAhead < ring.end) bring_near(ring.at(number + kAhead));
+    if (number + kAhead < ring.count) bring_near(ring.at(number + kAhead));
     if (entry.is_told) {
       ++damaged;
       continue;
@@ -234,12 +258,12 @@ std::uint64_t look_at_quarantine(DamageList& damages) {
 
 std::uint64_t count_in_quarantine() {
   const qk::MtxLock lock(quarantine_lock);
-  return ring.count();
+  return ring.count;
 }
 
 void for_each_in_quarantine(void (*visit)(void* data, qk::AddressRange range), void* data) {
   const qk::MtxLock lock(quarantine_lock);
-  for (std::uint64_t number = ring.first; number != ring.end; ++number) {
+  for (std::uint64_t number = 0; number != ring.count; ++number) {
     const Quarantined& entry = ring.at(number);
     const auto begin = reinterpret_cast<std::uintptr_t>(entry.base);
     visit(data, {begin, begin + entry.bytes + layout_of(entry.mark).total()});

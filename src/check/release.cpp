@@ -8,7 +8,7 @@ namespace {
 void release_looked_at(const BlockFacts& facts, std::uint32_t pool) {
   char* const base = guard_in_front(facts.address, layout_of(facts.mark));
   if (keeps_released() && quarantine(facts, base, pool)) return;
-  release_at_once(facts);
+  release_at_once(const_cast<void*>(facts.address), facts.bytes, base);
 }
 
 void release(BlockFacts facts, std::uint32_t pool, const history::Release& by) {

@@ -23,15 +23,13 @@ void look_before_release(const BlockFacts& facts);
 /** Whether released blocks are kept in quarantine. */
 [[nodiscard]] inline bool keeps_released() { return qk::load(settings.quarantines) != 0; }
 
-/** Gives a block to the allocator whose guards were looked at. Of the facts it needs the first. */
-[[gnu::always_inline]] inline void release_at_once(const BlockFacts& facts) {
-  if (qk::load(settings.fills_released) != 0) {
-    std::memset(const_cast<void*>(facts.address), kReleasedFilling, facts.bytes);
-  }
-  user_memory::release(guard_in_front(facts.address, layout_of(facts.mark)));
+/** Gives a block to the allocator whose guards were looked at. */
+[[gnu::always_inline]] inline void release_at_once(void* address, std::uint64_t bytes, void* base) {
+  if (qk::load(settings.fills_released) != 0) std::memset(address, kReleasedFilling, bytes);
+  user_memory::release(base);
 }
 
-/** The same when the guards were looked at and are whole. */
+/** The same, or keeps it in quarantine. */
 void release_whole(profile::Pool& pool, const BlockFacts& facts);
 
 /** What is known of a recorded block. */

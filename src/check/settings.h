@@ -60,18 +60,31 @@ struct Layout {
           (flags & profile::Mark::kGuarded) != 0 ? bytes : 0, flags};
 }
 
+/** How much of it is behind the block. */
+[[nodiscard]] inline std::uint32_t bytes_behind(profile::Mark mark) {
+  return (mark.site & profile::Mark::kGuarded) != 0 ? qk::load(settings.guard_bytes) : 0;
+}
+
+/** The room that new blocks of watched handles have behind them. */
+[[nodiscard]] inline Layout layout_behind_new() {
+  if (qk::load(settings.guards) == 0) return {};
+  return {0, qk::load(settings.guard_bytes), profile::Mark::kGuarded};
+}
+
 /** The room around a new block of a handle. */
 [[nodiscard]] inline Layout layout_of_new(const qk_mem_handle& handle) {
-  if (qk::load(settings.guards) == 0 || !profile::is_watched(handle)) return {};
-  const std::uint32_t front =
-      qk::load(settings.guards_front) != 0 ? profile::Mark::kGuardedInFront : 0;
-  return layout_of({profile::Mark::kGuarded | front, 0});
+  if (!profile::is_watched(handle)) return {};
+  Layout layout = layout_behind_new();
+  if (layout.behind != 0 && qk::load(settings.guards_front) != 0) {
+    layout.front = layout.behind;
+    layout.flags |= profile::Mark::kGuardedInFront;
+  }
+  return layout;
 }
 
 /** The same of a piece. It has nothing in front: other pieces are, with their guards. */
 [[nodiscard]] inline Layout layout_of_new_piece(const qk_mem_handle& handle) {
-  if (qk::load(settings.guards) == 0 || !profile::is_watched(handle)) return {};
-  return layout_of({profile::Mark::kGuarded, 0});
+  return profile::is_watched(handle) ? layout_behind_new() : Layout{};
 }
 
 /** The settings as one. Only what new guards are, and not how large, may change later. */

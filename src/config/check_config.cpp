@@ -64,8 +64,9 @@ void apply_checks(const check::Settings& settings, const check::Options& options
   profile::set_break_event(options.break_event);
   check::look_every(options.scan_events);
   qk::put_faults_into_words(settings.is_on != 0);
-  road_rules = {settings.is_on != 0,
-                settings.is_on != 0 && (options.scan_events != 0 || options.break_event != 0)};
+  const bool are_slow =
+      settings.guards_front != 0 || options.scan_events != 0 || options.break_event != 0;
+  road_rules = {settings.is_on != 0, settings.is_on != 0 && are_slow};
   watch_all_handles();
   for_each_handle(settle_unused);
 }

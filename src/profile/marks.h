@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 #include "core/records.h"
 #include "profile/site.h"
@@ -66,6 +67,15 @@ class Marks {
 
   /** The mark of a slot that has one. */
   [[nodiscard]] Mark& at(std::int32_t slot) const { return marks_[slot]; }
+
+  /**
+   * Sets the mark of a slot that has one, as one word: a read of both halves, as a release does it
+   * soon, would have to wait for two.
+   */
+  void set(std::int32_t slot, Mark mark) const {
+    const std::uint64_t word = mark.word();
+    std::memcpy(&marks_[slot], &word, sizeof word);
+  }
 
   /** The mark of a slot; null if there was no memory for it. */
   [[nodiscard]] Mark* of(std::int32_t slot) { return has(slot) ? &at(slot) : nullptr; }

@@ -63,23 +63,19 @@ namespace qk::mem::profile {
   if (!marks.has(place.index) || origin.site == nullptr || !only_marks()) [[unlikely]]
     return false;
   const std::uint64_t event = next_event(pool.numbers, single_threaded);
-  marks.at(place.index) = {origin.site->number | Mark::kUnbooked | origin.flags,
-                           static_cast<std::uint32_t>(event)};
+  marks.set(place.index, {origin.site->number | Mark::kUnbooked | origin.flags,
+                          static_cast<std::uint32_t>(event)});
   return true;
 }
 
-/**
- * Notes the release of such a block. False, and nothing has changed, if it is booked, or has a mark
- * that takes more than a look at its guards.
- */
+/** Notes the release of such a block. False, and nothing has changed, if that takes more. */
 [[nodiscard, gnu::always_inline]] inline bool quick_note_checked_gone(
-    qk_mem_handle& handle, SlotPlace place, Mark mark, std::uint64_t bytes,
+    qk_mem_handle& handle, const void* address, Mark mark, std::uint64_t bytes,
     const history::Release& release, std::uint64_t& event, bool single_threaded) {
-  constexpr std::uint32_t kGuards = Mark::kGuarded | Mark::kGuardedInFront;
-  if ((mark.flags() & ~kGuards) != Mark::kUnbooked || !only_marks()) [[unlikely]]
+  if (!only_marks()) [[unlikely]]
     return false;
   Pool& pool = pool_of(handle);
-  remember(pool, qk::load(place.array.ptrs[place.index].address), bytes, mark, release);
+  remember(pool, address, bytes, mark, release);
   event = next_event(pool.numbers, single_threaded);
   return true;
 }

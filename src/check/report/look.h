@@ -47,24 +47,31 @@ void look_beside(qk_mem_handle& handle, const qk_mem_ptr& record, std::int32_t i
          kPage;
 }
 
-/** Calls `visit` with slot and guard of the blocks beside a slot, if they end near `end`. */
+/** Calls `visit` with slot and guard of the block in a slot, if it ends near `end`. */
+template <class Visit>
+[[gnu::always_inline]] inline void visit_near(const qk_mem_ptr_array& array,
+                                              const profile::Marks& marks, std::int32_t slot_index,
+                                              const char* end, Visit visit) {
+  if (slot_index < 1 || slot_index >= slots_of(array) || !marks.has(slot_index)) return;
+  const std::uint32_t bytes = bytes_behind(marks.at(slot_index));
+  if (bytes == 0) return;
+  const qk_mem_ptr& slot = array.ptrs[slot_index];
+  const void* const address = recorded_address(slot);
+  if (address == nullptr) return;
+  const char* const guard = guard_behind(address, qk::load(slot.count) * qk::load(slot.size));
+  if (is_in_same_page(guard, end) && is_in_same_page(guard + bytes - 1, end)) {
+    visit(slot_index, guard, bytes);
+  }
+}
+
+/** The same of the two slots beside one. */
 template <class Visit>
 [[gnu::always_inline]] inline void for_each_neighbour(const qk_mem_ptr_array& array,
                                                       const profile::Marks& marks,
                                                       std::int32_t index, const char* end,
                                                       Visit visit) {
-  const std::int32_t slots = slots_of(array);
-  for (const std::int32_t beside : {index - 1, index + 1}) {
-    if (beside < 1 || beside >= slots || !marks.has(beside)) continue;
-    const std::uint32_t bytes = layout_of(marks.at(beside)).behind;
-    const qk_mem_ptr& slot = array.ptrs[beside];
-    const void* const address = recorded_address(slot);
-    if (address == nullptr || bytes == 0) continue;
-    const char* const guard = guard_behind(address, qk::load(slot.count) * qk::load(slot.size));
-    if (is_in_same_page(guard, end) && is_in_same_page(guard + bytes - 1, end)) {
-      visit(beside, guard, bytes);
-    }
-  }
+  visit_near(array, marks, index - 1, end, visit);
+  visit_near(array, marks, index + 1, end, visit);
 }
 
 /** Looks at everything when the calling thread leaves the scope, if that is due. */
