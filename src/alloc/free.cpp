@@ -171,8 +171,7 @@ template <class Handling>
                                    .tag = handle.tag->name,
                                    .file = block.file,
                                    .line = block.line,
-                                   .released_path = path,
-                                   .released_line = line,
+                                   .released = {path, line, history::Ending::kFreed},
                                    .released_event = block.released_event};
   check::release_whole(profile::pool_of(handle), facts);
 }

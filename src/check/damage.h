@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "check/guards.h"
+#include "history/freed_blocks.h"
 #include "profile/marks.h"
 
 /** Damage to memory that the program should not have written to, and who is told of it. */
@@ -27,8 +28,7 @@ struct BlockFacts {
   const char* tag;
   const char* file;  // where it was allocated, or for unused memory cleared; can be null
   std::uint32_t line;
-  const char* released_path;  // null while it is not released
-  int released_line;
+  history::Release released;  // its path is null while the block is not released
   std::uint64_t released_event;
 };
 

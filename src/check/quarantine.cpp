@@ -62,8 +62,7 @@ BlockFacts facts_of(const Quarantined& entry) {
           .tag = profile::tag_levels.at(pool.tag).name,
           .file = entry.file,
           .line = entry.line,
-          .released_path = entry.released_path,
-          .released_line = entry.released_line,
+          .released = {entry.released_path, entry.released_line, entry.ending},
           .released_event = entry.released_event};
 }
 
@@ -155,11 +154,12 @@ struct Released {
   entry.bytes = block.facts.bytes;
   entry.mark = block.facts.mark;
   entry.file = block.facts.file;
-  entry.released_path = block.facts.released_path;
+  entry.released_path = block.facts.released.path;
   entry.released_event = block.facts.released_event;
   entry.line = block.facts.line;
-  entry.released_line = block.facts.released_line;
+  entry.released_line = block.facts.released.line;
   entry.pool = block.pool;
+  entry.ending = block.facts.released.ending;
   entry.is_told = false;
 }
 

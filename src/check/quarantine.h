@@ -25,6 +25,7 @@ struct alignas(64) Quarantined {
   std::uint32_t line;
   std::int32_t released_line;
   std::uint32_t pool;
+  history::Ending ending;
   bool is_told;  // that it is damaged
 };
 static_assert(sizeof(Quarantined) == 64);

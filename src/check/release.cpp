@@ -12,9 +12,10 @@ void release_looked_at(const BlockFacts& facts, std::uint32_t pool) {
 }
 
 void release(BlockFacts facts, std::uint32_t pool, const history::Release& by) {
-  facts.released_path = by.path;
-  facts.released_line = by.line;
-  facts.released_event = profile::events_so_far();
+  facts.released = by;
+  // A realloc counts when it has the new memory, everything else before it gives up the old.
+  const bool is_coming = by.ending == history::Ending::kResized;
+  facts.released_event = profile::events_so_far() + (is_coming ? 1 : 0);
   look_before_release(facts);
   release_looked_at(facts, pool);
 }
@@ -54,8 +55,7 @@ BlockFacts facts_of(const qk_mem_handle& handle, const qk_mem_ptr& record, profi
           .tag = handle.tag->name,
           .file = record.file,
           .line = record.line,
-          .released_path = nullptr,
-          .released_line = 0,
+          .released = {},
           .released_event = 0};
 }
 
@@ -67,8 +67,7 @@ BlockFacts facts_of(const profile::Pool& pool, const profile::Unrecorded& memory
                       .tag = profile::tag_levels.at(pool.tag).name,
                       .file = nullptr,
                       .line = 0,
-                      .released_path = nullptr,
-                      .released_line = 0,
+                      .released = {},
                       .released_event = 0};
   const std::uint32_t site = memory.mark.site_number();
   if (site != profile::kNoSite && site <= profile::kMaxSites) {

@@ -15,8 +15,7 @@ BlockFacts facts_of_unused(const qk_mem_handle& handle, const void* begin, std::
           .tag = handle.tag->name,
           .file = nullptr,
           .line = 0,
-          .released_path = pool.cleared.path,
-          .released_line = pool.cleared.line,
+          .released = pool.cleared,
           .released_event = pool.cleared_event};
 }
 

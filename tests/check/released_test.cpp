@@ -3,11 +3,14 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <string>
 
 #include "qkmem/check.h"
 #include "qkmem/profile.h"
 #include "qkmem/qkmem.h"
+#include "qkmem/qkmem.hpp"
+#include "tests/kit/failing_allocator.h"
 #include "tests/kit/profile.h"
 #include "tests/kit/scene.h"
 #include "tests/kit/text.h"
@@ -99,8 +102,8 @@ TEST_F(ReleasedMemory, ShowsWritesToTheAddressBeforeARealloc) {
   EXPECT_STREQ("content", now);
   old[2] = 1;
   EXPECT_EQ(
-      "qkmem: 1 byte written after free 2 bytes into a block of 24, freed at b.c:12 (event 1), "
-      "allocated at a.c:7 by handle 3 SE (event 1), last seen whole at event 1: 01\n",
+      "qkmem: 1 byte written after free 2 bytes into a block of 24, resized at b.c:12 (event 2), "
+      "allocated at a.c:7 by handle 3 SE (event 1), last seen whole at event 2: 01\n",
       words_of([] { EXPECT_EQ(1, qk_mem_check(0)); }));
   EXPECT_EQ("", words_of_free(pool, now));
 }
@@ -175,6 +178,70 @@ TEST_F(ReleasedMemory, IsForgottenWhenItIsABlockAgain) {
   EXPECT_EQ("", words_of_free(pool, other));
 }
 
+/** What a request that the allocator refuses once returns. It comes with the words that were said. */
+template <class Request>
+std::string words_when_refused(Request request, bool& has_memory) {
+  return words_of([&] {
+    kit::fail_request(1);
+    void* const memory = request();
+    kit::let_succeed();
+    has_memory = memory != nullptr;
+  });
+}
+
+TEST_F(ReleasedMemory, IsGivenBackBeforeAnAllocationFails) {
+  ASSERT_EQ(0, qk_mem_check_config("QUARANTINE"));
+  const Pool pool("", "SE");
+  void* const resized = got(pool, 10);
+  const std::function<void*()> requests[] = {
+      [&] { return qk_mem_imalloc(pool, 50, 16, "src/a.c", 9); },
+      [&] { return qk_mem_icalloc(pool, 5, 10, 16, "src/a.c", 9); },
+      [&] { return qk_mem_irealloc(pool, nullptr, 50, 16, "src/a.c", 9); },
+      [&] { return qk_mem_irealloc(pool, resized, 50, 16, "src/a.c", 9); },
+      [&] { return qk_mem_istrdup(pool, "text", "src/a.c", 9); }};
+  int line = 10;
+  for (const auto& request : requests) {
+    char* const memory = got(pool, 24, ++line);  // each place is told once
+    qk_mem_free(pool, memory);
+    memory[3] = 7;
+    bool has_memory = false;
+    const std::string words = words_when_refused(request, has_memory);
+    EXPECT_TRUE(has_memory);
+    EXPECT_NE(std::string::npos, words.find("1 byte written after free 3 bytes into a block of 24"))
+        << words;
+  }
+  for (const auto& request : {requests[0], requests[1], requests[2], requests[4]}) {
+    bool has_memory = true;
+    EXPECT_EQ("", words_when_refused(request, has_memory));
+    EXPECT_FALSE(has_memory);
+  }
+}
+
+TEST(HistoryOfTheChecks, IsTheLargerOneOfTheirsAndTheProfiles) {
+  const kit::Scene scene;
+  ASSERT_EQ(0, qk_mem_profile_config("HISTORY=0"));
+  const Pool pool("BLOCKMGMT BLOCKSIZE=4096 BLOCKFREE", "SE");
+  const auto words_of_double_free = [&](int line) {
+    char* const piece = got(pool, 24);
+    qk_mem_ifree(pool, piece, "src/b.c", 12);
+    return words_of_free(pool, piece, line);
+  };
+  ASSERT_EQ(0, qk_mem_check_config("FILL"));
+  EXPECT_EQ(
+      "qkmem: free of an unknown pointer at b.c:20 (event 2): on no handle: memory of the C "
+      "library or an address that never was one\n",
+      words_of_double_free(20));
+  ASSERT_EQ(0, qk_mem_check_config("FILL HISTORY=100"));
+  EXPECT_EQ(
+      "qkmem: double free at b.c:21 (event 4): already freed at b.c:12, was allocated at a.c:7\n",
+      words_of_double_free(21));
+  ASSERT_EQ(0, qk_mem_profile_config("HISTORY=50"));
+  ASSERT_EQ(0, qk_mem_check_config(nullptr));
+  EXPECT_EQ(
+      "qkmem: double free at b.c:22 (event 6): already freed at b.c:12, was allocated at a.c:7\n",
+      words_of_double_free(22));
+}
+
 class WrongReleases : public testing::Test {
  protected:
   void SetUp() override { ASSERT_EQ(0, qk_mem_check_config("GUARD")); }
@@ -218,6 +285,40 @@ TEST_F(WrongReleases, OnAnotherHandleLeaveTheBlockUsable) {
   std::memset(memory, 1, 24);
   EXPECT_EQ("1 for 24", kit::data_of(owner));
   EXPECT_EQ("", words_of_free(owner, memory));
+}
+
+TEST_F(WrongReleases, AfterTheMemoryIsABlockAgainReachThatBlockAndShowAtItsOwnRelease) {
+  const Pool pool("", "SE");
+  char* const first = got(pool, 24, 7);
+  qk_mem_ifree(pool, first, "src/b.c", 12);
+  char* const second = got(pool, 24, 8);
+#if !defined(__SANITIZE_ADDRESS__)  // which has a quarantine of its own
+  ASSERT_EQ(first, second);
+  EXPECT_EQ("", words_of_free(pool, first, 13));
+  EXPECT_EQ(
+      "qkmem: double free at b.c:14 (event 4): already freed at b.c:13, was allocated at a.c:8\n",
+      words_of_free(pool, second, 14));
+#else
+  qk_mem_free(pool, second);
+#endif
+  EXPECT_EQ("0 for 0", kit::data_of(pool));
+}
+
+struct Door {
+  int key = 5;
+};
+
+TEST_F(WrongReleases, OfAnObjectLeaveItUsable) {
+  const Pool pool("", "SE");
+  const int hid = pool;
+  Door* const door = qk::make<Door>(hid);
+  EXPECT_EQ(
+      0U, words_of_free(pool, door)
+              .find("qkmem: free of an object at b.c:20 (event 2): made by new and not by malloc, "
+                    "recorded at released_test.cpp:"));
+  EXPECT_EQ(5, door->key);
+  // Its record is gone, as it always is.
+  EXPECT_NE("", words_of([&] { qk::destroy(hid, door); }));
 }
 
 TEST_F(WrongReleases, ByReallocReturnNullAndACode) {

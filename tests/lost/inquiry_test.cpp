@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "profile/site_table.h"
+#include "qkmem/check.h"
 #include "qkmem/profile.h"
 #include "qkmem/qkmem.h"
 #include "support/shared_variable.h"
@@ -133,6 +134,22 @@ TEST_F(Inquiry, KeepsWhatVariablesAndMappingsAndTheHeapLeadTo) {
   std::free(plain);
   munmap(mapping, 64 << 20);
   munmap(shared, 1 << 20);
+}
+
+TEST_F(Inquiry, FollowsNoAddressInMemoryOfTheQuarantine) {
+  ASSERT_EQ(0, qk_mem_check_config("QUARANTINE"));
+  once([this] {
+    Element* const holder = list("holder.c", 1);
+    qk_mem_ifree(hid_, holder, "test.cpp", 1);
+    holder->first = list("held.c", 3);
+  });
+  const bool was_searched = inquire();
+  testing::internal::CaptureStderr();
+  qk_mem_check_config(nullptr);
+  EXPECT_NE(std::string::npos,
+            testing::internal::GetCapturedStderr().find(" written after free 8 bytes into"));
+  if (!was_searched) GTEST_SKIP() << "with a sanitizer";
+  EXPECT_EQ("1 lost, 2 with them, 3 gone", fate_of("held.c"));
 }
 
 TEST_F(Inquiry, KeepsWhatOtherThreadsHaveOnTheirStacksAndInTheirVariables) {

@@ -75,17 +75,30 @@ void put_event(qk::Line& words, std::uint64_t event) {
   words.put(" (event ").put(count_figure(event).text()).put(')');
 }
 
-void put_release(qk::Line& words, const BlockFacts& block, const char* verb) {
-  if (block.released_path == nullptr) return;
-  words.put(verb).put(qk::file_name_only(block.released_path)).put(':');
-  words.number(static_cast<std::uint64_t>(block.released_line));
-  put_event(words, block.released_event);
+const char* words_for(const Damage& damage) {
+  if (damage.kind == DamageKind::kUnused) return "cleared at ";
+  switch (damage.block.released.ending) {
+    case history::Ending::kResized:
+      return "resized at ";
+    case history::Ending::kWithHandle:
+      return "gone with its handle at ";
+    default:
+      return "freed at ";
+  }
+}
+
+void put_release(qk::Line& words, const Damage& damage) {
+  const history::Release& by = damage.block.released;
+  if (by.path == nullptr) return;
+  words.put(", ").put(words_for(damage)).put(qk::file_name_only(by.path)).put(':');
+  words.number(static_cast<std::uint64_t>(by.line));
+  put_event(words, damage.block.released_event);
 }
 
 void put_who(qk::Line& words, const Damage& damage) {
   const BlockFacts& block = damage.block;
-  if (damage.kind == DamageKind::kUnused) return put_release(words, block, ", cleared at ");
-  if (block.released_path != nullptr) put_release(words, block, ", freed at ");
+  put_release(words, damage);
+  if (damage.kind == DamageKind::kUnused) return;
   if (block.file != nullptr) {
     words.put(", allocated at ").put(block.file).put(':').number(block.line).put(" by ");
   } else {
