@@ -65,8 +65,11 @@ set(library_sources
   formats/json.cpp
   formats/openmetrics.cpp
   formats/pprof.cpp
+  formats/recording.cpp
+  formats/recording_reader.cpp
   formats/trace_reader.cpp
   formats/trace_row.cpp
+  formats/xxh64.cpp
 
   core/handle_array.cpp
   core/registry.cpp
