@@ -87,6 +87,9 @@ set(library_sources
 
   history/freed_blocks.cpp
 
+  recording/output.cpp
+  recording/recorder.cpp
+
   profile/address_table.cpp
   profile/booking.cpp
   profile/copies.cpp
@@ -98,6 +101,7 @@ set(library_sources
   profile/notes.cpp
   profile/options.cpp
   profile/pool.cpp
+  profile/recorded.cpp
   profile/sampling.cpp
   profile/site_table.cpp
   profile/snapshots.cpp
@@ -202,6 +206,7 @@ set(library_sources
   config/profile_request.cpp
   config/profile_schedule.cpp
   config/profile_words.cpp
+  config/recording_switch.cpp
   config/refusal.cpp
   config/watching.cpp
 

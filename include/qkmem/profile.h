@@ -71,6 +71,14 @@ extern "C" {
  *                                  remember more
  *                 MAX=bytes        of the profile's own memory, 256M unless given. What does not
  *                                  fit is reported as not recorded
+ *                 RECORD[=name]    record each allocation and release to a file, whose name is as
+ *                                  that of a report, and %n.%p.qkm unless given. docs/recording.md
+ *                                  has its format. A second file, .tail longer, has what is not
+ *                                  written yet, so that nothing is lost when the process is
+ *                                  killed. The child of a fork records to a file of its own if
+ *                                  the name has %p, otherwise not. The text that a call gets for
+ *                                  `file` must not change while it is recorded. There is no
+ *                                  SAMPLE beside it. Options without RECORD end the recording
  *                 IGNORE=file      leave known leaks out of the sites that hold memory: the file
  *                                  has one a line, as leak:PATTERN, which is looked for in file,
  *                                  line and module of a site and, with STACKS, in functions, files

@@ -28,7 +28,7 @@ FORMATS = SUPPORT + ["src/support"]
 CORE = FORMATS + ["src/formats", C_HEADER]
 DIAG = CORE + ["src/core"]
 # What the profile keeps. Tables tell it of records, and its reports read it.
-PROFILE = CORE + ["src/core", "src/symbols", "src/history", PROFILE_HEADER]
+PROFILE = CORE + ["src/core", "src/symbols", "src/history", "src/recording", PROFILE_HEADER]
 # Tables know nothing of the log and the trace file: they answer, and their callers announce.
 CHECK = PROFILE + ["src/profile"]
 TABLE = CHECK + ["src/check"]
@@ -36,7 +36,7 @@ ACCOUNTING = DIAG + ["src/check", "src/diag", "src/history", "src/profile", "src
 BESIDE = ACCOUNTING + ["src/accounting"]
 REPORTING = BESIDE + [PROFILE_HEADER, CHECK_HEADER, "src/lost", "src/profile/report"]
 ENTRY = REPORTING + ["src/check/report"]
-LIFE = ENTRY + ["src/alloc", "src/handle", "src/config", "src/report"]
+LIFE = ENTRY + ["src/recording", "src/alloc", "src/handle", "src/config", "src/report"]
 
 ALLOWED = {
     "include/qkmem/status.h": [],
@@ -65,6 +65,7 @@ ALLOWED = {
     "src/table": TABLE,
     "src/accounting": ACCOUNTING,
     "src/history": SUPPORT + ["src/support"],
+    "src/recording": FORMATS + ["src/formats"],
     "src/check": CHECK,
     "src/check/report": REPORTING,
     "src/profile": PROFILE,

@@ -17,9 +17,9 @@ import sys
 
 # Clang's analysis can't follow the conditional locks of handles and the visitors of reports. And at
 # a fork, and at the end by a signal, functions keep the registry's lock on purpose.
-EXEMPT = 62
+EXEMPT = 61
 
-ASSERTION = re.compile(r"\bassert_(?:registry_|growth_)?held\(")
+ASSERTION = re.compile(r"\bassert_(?:registry_|growth_|recorder_)?held\(")
 NEEDS = re.compile(r"[Nn]eeds? (?:the registry's|the handle's|the) lock\b|[Nn]eeds both locks")
 COMMENTED = re.compile(
     r"/\*\*((?:(?!\*/).)*)\*/\s*(?:template <[^;{]*?>\s*)?(?:\[\[[^\]]*\]\]\s*)?"

@@ -9,6 +9,7 @@
 #include "config/known_leaks_file.h"
 #include "config/profile_options.h"
 #include "config/profile_schedule.h"
+#include "config/recording_switch.h"
 #include "config/watching.h"
 #include "core/handle_array.h"
 #include "core/registry.h"
@@ -41,6 +42,22 @@ void say_that_sample_stays(const char* source) {
   qk::write_message(line.put(", because blocks of that sample can be live\n").finish());
 }
 
+/** A block of a sample stands for others, and a recording has each block. */
+void leave_out_sample(const char* source, profile::Options& options) {
+  if (options.record == nullptr) return;
+  qk::Line line;
+  line.put("qkmem: ").put(source);
+  if (profile::sample_interval() != 0) {
+    options.record = nullptr;
+    line.put(": there is no recording, because blocks of a sample can be live\n");
+    return qk::write_message(line.finish());
+  }
+  if (options.sample_bytes == 0) return;
+  options.sample_bytes = 0;
+  line.put(": SAMPLE is left out, because a recording has all blocks\n");
+  qk::write_message(line.finish());
+}
+
 /** See https://no-color.org. The environment can change later, but not be read at a signal. */
 bool wants_colours() {
   const char* const terminal = std::getenv("TERM");
@@ -58,9 +75,11 @@ std::int32_t configure(const char* source, const char* text) {
     const std::int32_t in_file = read_known_leaks(source, options.ignore, options.known_leaks);
     if (mistake == 0) mistake = in_file;
   }
+  leave_out_sample(source, options);
   options.may_have_colours = wants_colours();
   profile::join_copies();
   if (options.depth != 0) profile::prepare_stack_capture();
+  if (options.record != nullptr) profile::modules.refresh();
   if (options.leaks_code != 0) qk::prepare_exit_code();
   if (options.lost) lost::prepare_inquiry();
   profile::set_filling(profile::Filling::kForSearch, options.lost);
@@ -68,6 +87,7 @@ std::int32_t configure(const char* source, const char* text) {
   const RegistryLock lock;
   profile::set_options(options);
   profile::set_stack_depth(options.depth);
+  switch_recording(options.record);
   switch_on();
   schedule_profile(options);
   return mistake;
@@ -125,6 +145,8 @@ extern "C" int qk_mem_profile_config(const char* options) {
     end_profile_schedule();
     profile::set_filling(profile::Filling::kForSearch, false);
     profile::stop();
+    const RegistryLock lock;
+    switch_recording(nullptr);
     return 0;
   }
   return leave_code(configure("qk_mem_profile_config", options));

@@ -111,6 +111,13 @@ bool set_ignore(Options& options, const char* value) {
   return true;
 }
 
+bool set_record(Options& options, const char* value) {
+  const char* const name = value == nullptr ? "%n.%p.qkm" : value;
+  if (!is_report_name(name)) return false;
+  options.record = name;
+  return true;
+}
+
 bool set_lost(Options& options, const char* /*value*/) {
   options.lost = true;
   return true;
@@ -143,6 +150,7 @@ constexpr ProfileKeyword<Options> kKeywords[] = {
     {"HISTORY", qk::kRequiredValue, set_history},
     {kLeaks, qk::kRequiredValue, set_leaks},
     {"IGNORE", qk::kRequiredValue, set_ignore},
+    {"RECORD", qk::kOptionalValue, set_record},
 };
 
 bool set_since(GrowthQuery& query, const char* value) {

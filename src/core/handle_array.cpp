@@ -161,4 +161,12 @@ void release_handle_array(qk_mem_handle** array) {
   }
 }
 
+void lock_handle(const qk_mem_handle& handle) {
+  if (handle.mtx != nullptr) handle.mtx->lock();
+}
+
+void unlock_handle(const qk_mem_handle& handle) {
+  if (handle.mtx != nullptr) handle.mtx->unlock();
+}
+
 }  // namespace qk::mem

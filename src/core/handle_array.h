@@ -114,6 +114,10 @@ void for_each_handle(Visit visit) QK_REQUIRES(Qk_mem_mtx) {
   }
 }
 
+/** The lock of a handle, if it has one, for those who take the locks of all handles. */
+void lock_handle(const qk_mem_handle& handle) QK_UNCHECKED_LOCKING;
+void unlock_handle(const qk_mem_handle& handle) QK_UNCHECKED_LOCKING;
+
 }  // namespace qk::mem
 
 #endif  // QKMEM_CORE_HANDLE_ARRAY_H_

@@ -7,6 +7,7 @@
 #include "check/report/findings.h"
 #include "check/report/look.h"
 #include "check/report/options.h"
+#include "config/recording_switch.h"
 #include "core/handle_array.h"
 #include "core/kinds.h"
 #include "core/own_locations.h"
@@ -167,7 +168,7 @@ extern "C" void qk_mem_cleanup(int sig) {
   if (!qk_signal_safe(sig)) return tell_of_crash();
   const auto waiting = sig >= 1 ? check::Waiting::kForbidden : check::Waiting::kAllowed;
   look_at_the_end(waiting);
-  profile::freeze();
+  end_profile(waiting);
   End end = {sig >= 1 ? lost::Waiting::kForbidden : lost::Waiting::kAllowed, {}};
   if (sig >= 1) {
     clean_up_for_signal(end);

@@ -9,20 +9,13 @@
 #include "diag/trace_file.h"
 #include "profile/due.h"
 #include "profile/events.h"
+#include "profile/recorded.h"
 #include "profile/report/report.h"
 #include "profile/state.h"
 #include "support/apart_memory.h"
 
 namespace qk::mem {
 namespace {
-
-void lock_handle(const qk_mem_handle& handle) QK_UNCHECKED_LOCKING {
-  if (handle.mtx != nullptr) handle.mtx->lock();
-}
-
-void unlock_handle(const qk_mem_handle& handle) QK_UNCHECKED_LOCKING {
-  if (handle.mtx != nullptr) handle.mtx->unlock();
-}
 
 /** Takes all locks, in their order, so that nothing is half changed when the process is copied. */
 void before_fork() QK_UNCHECKED_LOCKING {
@@ -33,12 +26,14 @@ void before_fork() QK_UNCHECKED_LOCKING {
   Qk_mem_error.lock();
   check::quarantine_lock.lock();
   profile::growth_lock.lock();
+  recording::lock.lock();
   qk::apart::lock.lock();
   flush_trace_file();
 }
 
 void after_fork() QK_UNCHECKED_LOCKING {
   qk::apart::lock.unlock();
+  recording::lock.unlock();
   profile::growth_lock.unlock();
   check::quarantine_lock.unlock();
   Qk_mem_error.unlock();
@@ -55,6 +50,8 @@ void forget_waiters_of(const qk_mem_handle& handle) {
 /** The child's only thread is a copy of the one that took the locks. */
 void after_fork_in_child() QK_UNCHECKED_LOCKING {
   qk::apart::lock.forget_waiters();
+  recording::lock.forget_waiters();
+  profile::leave_record_to_parent();
   profile::growth_lock.forget_waiters();
   check::quarantine_lock.forget_waiters();
   profile::report_lock.forget_waiters();

@@ -6,6 +6,7 @@
 #include "core/handle_array.h"
 #include "core/registry.h"
 #include "diag/log.h"
+#include "recording/recorder.h"
 #include "support/allocator_code.h"
 #include "support/apart_memory.h"
 
@@ -22,11 +23,13 @@ namespace {
 bool holds_a_lock() {
   if (Qk_mem_mtx.held() || holds_log() || Qk_mem_error.held()) return true;
   if (check::quarantine_lock.held() || qk::apart::lock.held()) return true;
+  if (recording::lock.held()) return true;
   Qk_mem_mtx.wake_sleepers();
   wake_log_waiters();
   Qk_mem_error.wake_sleepers();
   check::quarantine_lock.wake_sleepers();
   qk::apart::lock.wake_sleepers();
+  recording::lock.wake_sleepers();
   const std::unique_lock lock(Qk_mem_mtx, std::try_to_lock);
   if (!lock.owns_lock()) return true;
   assert_registry_held();

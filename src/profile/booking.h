@@ -52,6 +52,8 @@ class Booking {
     return {pool, Sharing::kAnyway, coming_event(pool.numbers, qk::is_single_threaded())};
   }
 
+  [[nodiscard]] std::uint64_t event() const { return event_; }
+
   /** What marks a block that is booked now. */
   [[nodiscard, gnu::always_inline]] Mark mark_for(const Site& site) const {
     return {site.number, static_cast<std::uint32_t>(event_)};

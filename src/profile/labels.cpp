@@ -80,6 +80,15 @@ void pop_label() {
 
 const Label& label(std::uint32_t number) { return labels.at(number); }
 
+void put_label(qk::Line& line, std::uint32_t number) {
+  const Label& innermost = label(number);
+  if (innermost.outer != 0) {
+    put_label(line, innermost.outer);
+    line.put(" > ");
+  }
+  line.put(innermost.text);
+}
+
 }  // namespace qk::mem::profile
 
 extern "C" void qk_mem_push_site(const char* label) { qk::mem::profile::push_label(label); }

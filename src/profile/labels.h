@@ -3,6 +3,8 @@
 
 #include <cstdint>
 
+#include "support/line.h"
+
 /**
  * Labels that threads put on their allocations: cheaper than a call stack, and in the program's own
  * words. They nest, so a label is a node of a tree, and its number stands for it and all around it.
@@ -28,6 +30,9 @@ void push_label(const char* text);
 void pop_label();
 
 [[nodiscard]] const Label& label(std::uint32_t number);
+
+/** Appends a label with those around it: "request > parser". */
+void put_label(qk::Line& line, std::uint32_t number);
 
 }  // namespace qk::mem::profile
 

@@ -5,6 +5,7 @@
 #include "profile/booking.h"
 #include "profile/due.h"
 #include "profile/labels.h"
+#include "profile/recorded.h"
 #include "profile/site_table.h"
 #include "profile/stacks.h"
 #include "support/mtx_lock.h"
@@ -70,6 +71,29 @@ std::uint32_t flags_of(const Origin& origin, const Pool& pool) {
 
 void remember(Pool& pool, SlotPlace place, Mark mark, const history::Release& release) {
   remember(pool, qk::load(place.array.ptrs[place.index].address), bytes_in(place), mark, release);
+}
+
+RecordedBlock recorded_block(SlotPlace place) {
+  return {qk::load(place.array.ptrs[place.index].address), bytes_in(place)};
+}
+
+/** Tells a recording of a block, if there is one, and books it. */
+void tell_and_book(const Booking& booking, Pool& pool, Site& site, RecordedBlock block,
+                   Amount amount) {
+  if (is_recorded()) record_made(pool, site, booking.event(), block);
+  booking.made(site, block.bytes, amount);
+}
+
+using recording::EventKind;
+
+/** Tells it of a block that was booked. */
+void tell(EventKind kind, const Booking& booking, const Pool& pool, Mark mark,
+          RecordedBlock block) {
+  if (is_recorded() && mark.is_booked()) record_gone(kind, pool, mark, booking.event(), block);
+}
+
+void tell(EventKind kind, const Booking& booking, const Pool& pool, const Unrecorded& memory) {
+  tell(kind, booking, pool, memory.mark, {memory.address, memory.bytes});
 }
 
 /** Takes memory from the table, and remembers it if it is said who releases it. */
@@ -157,13 +181,17 @@ void note_made(qk_mem_handle& handle, SlotPlace place, const Origin& origin) {
   const Booking booking = Booking::of_next_event(pool);
   const std::uint64_t bytes = bytes_in(place);
   // Without marks all memory is booked, since what is not in the sample could not be told.
-  if (mark == nullptr) return booking.made(*site, bytes, {bytes, 1});
+  if (mark == nullptr) {
+    return tell_and_book(booking, pool, *site, recorded_block(place), {bytes, 1});
+  }
   *mark = mark_for(booking, *site);
   mark->site |= flags;
   if (is_registered_kind(qk::load(place.array.ptrs[place.index].kind))) {
     mark->site |= Mark::kRegistered;
   }
-  if (mark->is_booked()) booking.made(*site, bytes, amount_of(*mark, bytes));
+  if (mark->is_booked()) {
+    tell_and_book(booking, pool, *site, recorded_block(place), amount_of(*mark, bytes));
+  }
 }
 
 bool has_room_for_marks(qk_mem_handle& handle, const qk_mem_ptr_array& array) {
@@ -179,20 +207,26 @@ Mark mark_in(const qk_mem_handle& handle, SlotPlace place) {
 void note_gone(qk_mem_handle& handle, SlotPlace place, const history::Release& release) {
   with_booked_block(handle, place, [&](Pool& pool, Mark mark, Amount amount) {
     remember(pool, place, mark, release);
-    Booking::of_next_event(pool).gone(mark, amount);
+    const Booking booking = Booking::of_next_event(pool);
+    tell(EventKind::kGone, booking, pool, mark, recorded_block(place));
+    booking.gone(mark, amount);
   });
 }
 
 void note_set_aside(qk_mem_handle& handle, SlotPlace place, const history::Release& release) {
   with_booked_block(handle, place, [&](Pool& pool, Mark mark, Amount amount) {
     remember(pool, place, mark, release);
-    Booking::of_coming_event(pool).gone(mark, amount);
+    const Booking booking = Booking::of_coming_event(pool);
+    tell(EventKind::kSetAside, booking, pool, mark, recorded_block(place));
+    booking.gone(mark, amount);
   });
 }
 
 void note_back(qk_mem_handle& handle, SlotPlace place) {
-  with_booked_block(handle, place, [](Pool& pool, Mark mark, Amount amount) {
-    Booking::of_coming_event(pool).back(mark, amount);
+  with_booked_block(handle, place, [&](Pool& pool, Mark mark, Amount amount) {
+    const Booking booking = Booking::of_coming_event(pool);
+    tell(EventKind::kBack, booking, pool, mark, recorded_block(place));
+    booking.back(mark, amount);
   });
 }
 
@@ -206,7 +240,14 @@ void note_from_before(qk_mem_handle& handle, SlotPlace place) {
   } else if (!mark->is_booked() && is_on()) {
     mark->site &= ~Mark::kUnbooked;
     const std::uint64_t bytes = bytes_in(place);
-    Booking::of_next_event(pool).made(site_in(pool, mark->site_number()), bytes, {bytes, 1});
+    const Booking booking = Booking::of_next_event(pool);
+    Site& site = site_in(pool, mark->site_number());
+    if (is_recorded()) {
+      // The block keeps the number of its allocation.
+      const std::uint32_t age = static_cast<std::uint32_t>(booking.event()) - mark->event;
+      record_made(pool, site, booking.event() - age, recorded_block(place));
+    }
+    booking.made(site, bytes, {bytes, 1});
   }
 }
 
@@ -222,9 +263,10 @@ bool note_unrecorded(qk_mem_handle& handle, const void* address, std::uint64_t b
   const bool is_added = pool.unrecorded.add({address, bytes, mark});
   if (!mark.is_booked()) return is_added;
   if (is_added) {
-    booking.made(*origin.site, bytes, amount);
+    tell_and_book(booking, pool, *origin.site, {address, bytes}, amount);
   } else {
     // Its release could not be told from that of other memory.
+    if (is_recorded()) record_made_and_lost(pool, booking.event(), {address, bytes});
     booking.made_and_lost(pool.not_recorded, bytes, amount);
   }
   return is_added;
@@ -236,7 +278,9 @@ std::optional<Unrecorded> note_unrecorded_gone(qk_mem_handle& handle, const void
   Pool& pool = pool_of(handle);
   const auto memory = take_unrecorded(pool, address, release);
   if (memory && !is_frozen()) {
-    Booking::of_next_event(pool).gone(memory->mark, amount_of(*memory));
+    const Booking booking = Booking::of_next_event(pool);
+    tell(EventKind::kGone, booking, pool, *memory);
+    booking.gone(memory->mark, amount_of(*memory));
   }
   return memory;
 }
@@ -247,7 +291,9 @@ std::optional<Unrecorded> note_unrecorded_set_aside(qk_mem_handle& handle, const
   Pool& pool = pool_of(handle);
   const auto memory = take_unrecorded(pool, address, release);
   if (memory && !is_frozen()) {
-    Booking::of_coming_event(pool).gone(memory->mark, amount_of(*memory));
+    const Booking booking = Booking::of_coming_event(pool);
+    tell(EventKind::kSetAside, booking, pool, *memory);
+    booking.gone(memory->mark, amount_of(*memory));
   }
   return memory;
 }
@@ -257,7 +303,9 @@ void note_unrecorded_back(qk_mem_handle& handle, const Unrecorded& memory) {
   Pool& pool = pool_of(handle);
   // It takes the entry that it has left, so there is room.
   if (is_frozen() || !pool.unrecorded.add(memory)) return;
-  Booking::of_coming_event(pool).back(memory.mark, amount_of(memory));
+  const Booking booking = Booking::of_coming_event(pool);
+  tell(EventKind::kBack, booking, pool, memory);
+  booking.back(memory.mark, amount_of(memory));
 }
 
 void note_piece(qk_mem_handle& handle, const void* address, std::uint64_t bytes,
@@ -267,7 +315,9 @@ void note_piece(qk_mem_handle& handle, const void* address, std::uint64_t bytes,
   Pool& pool = pool_of(handle);
   const Booking booking = Booking::of_next_event(pool);
   Mark mark = mark_for(booking, *origin.site);
-  if (mark.is_booked()) booking.made(*origin.site, bytes, amount_of(mark, bytes));
+  if (mark.is_booked()) {
+    tell_and_book(booking, pool, *origin.site, {address, bytes}, amount_of(mark, bytes));
+  }
   mark.site |= flags_of(origin, pool);
   // Without room for it its guard is never looked at.
   if (mark.is_guarded()) static_cast<void>(pool.unrecorded.add({address, bytes, mark}));
@@ -281,7 +331,10 @@ void note_all_gone(qk_mem_handle& handle) {
   std::optional<Booking> booking;  // an event only if there is memory
   for_each_site(pool, [&](Site& site) {
     if (qk::load(site.live_blocks) == 0) return;
-    if (!booking) booking.emplace(Booking::of_next_event(pool));
+    if (!booking) {
+      booking.emplace(Booking::of_next_event(pool));
+      if (is_recorded()) record_of_pool(EventKind::kCleared, pool, booking->event());
+    }
     booking->all_gone(site);
   });
 }
@@ -308,6 +361,9 @@ void note_deleted(qk_mem_handle& handle) {
   if (is_frozen()) return;
   note_all_gone(handle);
   Pool& pool = pool_of(handle);
+  if (is_recorded()) {
+    record_of_pool(EventKind::kDeleted, pool, coming_event(pool.numbers, qk::is_single_threaded()));
+  }
   for (Marks& marks : pool.marks) marks.release();
   qk::store(pool.is_alive, 0);
 }

@@ -50,6 +50,8 @@ struct Pool {
   std::uint32_t era;         // begins anew whenever the handle is cleared
   history::Release cleared;  // the last time, while the handle is checked
   std::uint64_t cleared_event;
+  std::uint64_t recorded_blocks;  // that were made since a recording began
+  std::uint64_t recorded_bytes;
 };
 
 /** What all sites of a pool have together, beside its level. */

@@ -39,7 +39,7 @@ namespace qk::mem::profile {
   if (!marks.has(place.index)) [[unlikely]]
     return false;
   // An allocation has a site only if the profile is on, so that it need not be asked for here.
-  if (site == nullptr || is_sampling() ||
+  if (site == nullptr || !qk::is_equal(unusual_made, 0) ||
       !Booking::is_usual(pool, static_cast<std::int64_t>(bytes), single_threaded)) [[unlikely]] {
     return false;
   }
@@ -94,7 +94,7 @@ namespace qk::mem::profile {
                                                               bool single_threaded) {
   Pool& pool = pool_of(handle);
   Marks& marks = marks_of(handle, pool, place.array);
-  if (!marks.has(place.index) || is_frozen()) [[unlikely]]
+  if (!marks.has(place.index) || !qk::is_equal(unusual_gone, 0)) [[unlikely]]
     return false;
   const Mark mark = marks.at(place.index);
   if (mark.site == kNoSite) return true;

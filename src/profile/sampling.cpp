@@ -76,10 +76,12 @@ bool set_sampling(std::uint64_t wanted) {
   const std::uint64_t first = qk::load(interval);
   if (wanted == 0) {
     qk::clear_bits(reasons_for_attention, attention::kSample);
+    qk::clear_bits(unusual_made, unusual::kSample);
     return true;
   }
   if (first == 0) qk::store(interval, wanted);
   qk::set_bits(reasons_for_attention, attention::kSample);
+  qk::set_bits(unusual_made, unusual::kSample);
   return first == 0 || first == wanted;
 }
 

@@ -9,6 +9,8 @@ namespace qk::mem::profile {
 
 constinit std::uint8_t state = static_cast<std::uint8_t>(State::kOff);
 constinit std::uint8_t reasons_for_attention = attention::kNotOn;
+constinit std::uint8_t unusual_made = 0;
+constinit std::uint8_t unusual_gone = 0;
 constinit std::uint8_t fills_new_memory = 0;
 constinit qk::Mtx growth_lock;
 constinit qk::PageArena arena;
@@ -20,6 +22,7 @@ constinit std::uint8_t follows = 0;  // while the profile is off too
 constinit pid_t process = 0;
 
 void set_state(State now) {
+  if (now == State::kFrozen) qk::set_bits(unusual_gone, unusual::kFrozen);
   qk::store(state, static_cast<std::uint8_t>(now));
   if (gives_marks()) {
     qk::clear_bits(reasons_for_attention, attention::kNotOn);

@@ -50,6 +50,17 @@ inline constexpr std::uint8_t kSample = 32;     // only some allocations are boo
 enum class Filling : std::uint8_t { kForSearch = 1, kForChecks = 2 };
 void set_filling(Filling reason, bool is_wanted);
 
+/** Reasons for a note not to go the shortest way, each a bit. */
+namespace unusual {
+inline constexpr std::uint8_t kSample = 1;    // a block can stand for others
+inline constexpr std::uint8_t kFrozen = 2;    // nothing is noted
+inline constexpr std::uint8_t kRecorded = 4;  // events are told to a recording
+}  // namespace unusual
+
+/** All of them, of a block that was made and of one that is gone: one question each. */
+[[gnu::visibility("hidden")]] extern std::uint8_t unusual_made;
+[[gnu::visibility("hidden")]] extern std::uint8_t unusual_gone;
+
 /** All reasons that there are: an allocation asks one question in place of many. */
 [[gnu::visibility("hidden")]] extern std::uint8_t reasons_for_attention;
 

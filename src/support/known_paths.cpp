@@ -62,4 +62,13 @@ const char* search_path(const char* path) noexcept {
   return name;
 }
 
+const char* known_path_of(const char* name) noexcept {
+  const auto address = reinterpret_cast<std::uintptr_t>(name);
+  for (const KnownPath& path : known_paths) {
+    const std::uint64_t known = path.load(std::memory_order_relaxed);
+    if (~known != 0 && (known >> 16) + (known & 0xFFFF) == address) return name - (known & 0xFFFF);
+  }
+  return name;
+}
+
 }  // namespace qk

@@ -34,6 +34,9 @@ inline constexpr std::size_t kKnownPaths = 64;
 /** Same as file_name_only(), and remembers the path if it is the program's literal. */
 [[nodiscard]] const char* search_path(const char* path) noexcept;
 
+/** The path whose last component a name is, if that is remembered; otherwise the name. */
+[[nodiscard]] const char* known_path_of(const char* name) noexcept;
+
 /** Whether a path is remembered. If so, sets `name` to what file_name_only() returns for it. */
 [[nodiscard]] inline bool find_known_name(const char* path, const char*& name) noexcept {
   const auto address = reinterpret_cast<std::uintptr_t>(path);

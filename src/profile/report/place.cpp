@@ -4,15 +4,6 @@
 
 namespace qk::mem::profile {
 
-void put_label(qk::Line& line, std::uint32_t number) {
-  const Label& innermost = label(number);
-  if (innermost.outer != 0) {
-    put_label(line, innermost.outer);
-    line.put(" > ");
-  }
-  line.put(innermost.text);
-}
-
 void put_bare_place(qk::Line& line, const Row& row) {
   switch (row.kind) {
     case RowKind::kFromBefore:

@@ -9,9 +9,6 @@
 
 namespace qk::mem::profile {
 
-/** Appends a label, the outermost first: "outer > inner". */
-void put_label(qk::Line& line, std::uint32_t number);
-
 /** Appends the place that the program has named, or what stands for it. */
 void put_bare_place(qk::Line& line, const Row& row);
 

@@ -7,6 +7,7 @@
 
 #include "formats/pprof.h"
 #include "profile/events.h"
+#include "profile/labels.h"
 #include "profile/report/place.h"
 #include "profile/sampling.h"
 #include "profile/stacks.h"

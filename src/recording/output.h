@@ -1,0 +1,74 @@
+#ifndef QKMEM_RECORDING_OUTPUT_H_
+#define QKMEM_RECORDING_OUTPUT_H_
+
+#include <linux/limits.h>
+#include <sys/types.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+
+/** Where a recording goes. Errors are numbers of the system's, and 0 is none. */
+namespace qk::mem::recording {
+
+/**
+ * A file by its name. The program can have closed its descriptor, and even have opened another file
+ * under the same number: so each use looks whether it still is the file, and opens it again if not.
+ */
+class NamedFile {
+ public:
+  constexpr NamedFile() noexcept = default;
+
+  /** Opens it, anew if it is a file. The name is copied. */
+  [[nodiscard]] int open(std::string_view name);
+
+  /** Its descriptor; -1, with errno, if it is lost. One thread at a time. */
+  [[nodiscard]] int descriptor();
+
+  void close();
+
+  [[nodiscard]] bool is_regular() const { return is_regular_; }
+  [[nodiscard]] const char* name() const { return name_; }
+
+ private:
+  [[nodiscard]] bool is_it(int descriptor) const;
+
+  char name_[PATH_MAX] = {};
+  int descriptor_ = -1;
+  dev_t device_ = 0;
+  ino_t inode_ = 0;
+  bool is_regular_ = false;
+};
+
+/** The recording, and its tail if it is a file. The caller holds the recording's lock. */
+class Output {
+ public:
+  constexpr Output() noexcept = default;
+
+  [[nodiscard]] int open(std::string_view name);
+
+  /** Writes a chunk behind the others. */
+  [[nodiscard]] int append(std::string_view chunk);
+
+  /** Maps a slot of the tail in place of other memory, or leaves that if there is no tail. */
+  [[nodiscard]] int map_slot(void* memory, std::uint32_t slot);
+
+  /** Closes the files. They stay. */
+  void close();
+
+  /** The recording is complete: nobody needs its tail. */
+  void remove_tail();
+
+  [[nodiscard]] const char* name() const { return file_.name(); }
+
+ private:
+  [[nodiscard]] bool has_tail() const { return file_.is_regular(); }
+
+  NamedFile file_;
+  NamedFile tail_;
+  std::uint64_t end_ = 0;
+};
+
+}  // namespace qk::mem::recording
+
+#endif  // QKMEM_RECORDING_OUTPUT_H_
