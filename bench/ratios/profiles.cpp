@@ -17,6 +17,7 @@
 
 #include "bench/ratios/allocators.h"
 #include "bench/ratios/pairs.h"
+#include "bench/ratios/scratch.h"
 #include "bench/ratios/workloads.h"
 
 namespace ratios {
@@ -27,10 +28,11 @@ constexpr std::size_t kSites = 10'000;
 /** A handle whose allocations come from many lines, in random order. */
 class ManySites {
  public:
-  explicit ManySites(const char* options) : id_(qk_mem_new_handle(options, "QB")) {
+  explicit ManySites(const char* options, std::size_t sites = kSites)
+      : id_(qk_mem_new_handle(options, "QB")) {
     for (std::uint32_t& line : lines_) {
       state_ = state_ * 6364136223846793005U + 1442695040888963407U;
-      line = static_cast<std::uint32_t>(state_ >> 33) % kSites;
+      line = static_cast<std::uint32_t>((state_ >> 33) % sites);
     }
   }
 
@@ -201,6 +203,16 @@ Contestant checked(const char* options, Run (*start)()) {
           }};
 }
 
+/** The recording goes to a temporary file. */
+Contestant recorded(Run (*start)()) {
+  return {"qkmem", [=]() -> Run {
+            auto folder = std::make_shared<ScratchFolder>();
+            const std::string options = "REPORT=/dev/null RECORD=" + folder->file("recording");
+            setenv("QK_MEM_PROFILE", options.c_str(), 1);
+            return [folder, run = start()](std::size_t times) { return run(times); };
+          }};
+}
+
 constexpr char kSitesOnly[] = "SITES REPORT=/dev/null";
 
 }  // namespace
@@ -255,6 +267,27 @@ std::vector<Workload> profile_workloads() {
        {{"malloc", [] { return pairs_at_depth<Malloc>(16); }},
         profiled("STACKS=16 REPORT=/dev/null", [] { return pairs_at_depth<Qkmem>(16, "DATA"); }),
         peer("unw_backtrace", "unwound")}},
+      {"recorded_one_site",
+       "Ordinary handle with a recording: recorded pairs of 16 to 512 bytes from one line",
+       Goal(8.0),
+       1,
+       Threads::kOne,
+       {{"malloc", [] { return pairs_at_depth<Malloc>(0); }},
+        recorded([] { return pairs_at_depth<Qkmem>(0, "DATA"); })}},
+      {"recorded_300_sites",
+       "The same from 300 lines in random order",
+       Goal(11.0),
+       1,
+       Threads::kOne,
+       {{"malloc", [] { return pairs_at_depth<Malloc>(0); }},
+        recorded([] { return pairs_at_depth<ManySites>(0, "DATA", std::size_t{300}); })}},
+      {"recorded_4000_sites",
+       "The same from 4,000 lines in random order",
+       Goal(15.0),
+       1,
+       Threads::kOne,
+       {{"malloc", [] { return pairs_at_depth<Malloc>(0); }},
+        recorded([] { return pairs_at_depth<ManySites>(0, "DATA", std::size_t{4000}); })}},
       {"checked_64",
        "Ordinary handle with guards and fillings: recorded pairs of 64 bytes",
        Goal(1.0).above("unchecked"),

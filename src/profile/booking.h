@@ -40,8 +40,9 @@ class Booking {
 
   /** The same in every case. */
   [[nodiscard, gnu::always_inline]] static Booking of_next_event(Pool& pool) {
-    const Booking booking = {pool, Sharing::kAnyway,
-                             next_event(pool.numbers, qk::is_single_threaded())};
+    const bool single_threaded = qk::is_single_threaded();
+    const Booking booking = {pool, sharing_of(pool, single_threaded),
+                             next_event(pool.numbers, single_threaded)};
     if (qk::load(break_event) == booking.event_) [[unlikely]]
       raise_break();
     return booking;
@@ -49,7 +50,8 @@ class Booking {
 
   /** Part of the event that comes next. */
   [[nodiscard, gnu::always_inline]] static Booking of_coming_event(Pool& pool) {
-    return {pool, Sharing::kAnyway, coming_event(pool.numbers, qk::is_single_threaded())};
+    const bool single_threaded = qk::is_single_threaded();
+    return {pool, sharing_of(pool, single_threaded), coming_event(pool.numbers, single_threaded)};
   }
 
   [[nodiscard]] std::uint64_t event() const { return event_; }
@@ -100,6 +102,11 @@ class Booking {
  private:
   /** How tag and whole learn of bytes. */
   enum class Sharing : std::uint8_t { kAtOnce, kHeldBack, kAnyway };
+
+  [[nodiscard, gnu::always_inline]] static Sharing sharing_of(const Pool& pool,
+                                                              bool single_threaded) {
+    return single_threaded && pool.not_passed_on == 0 ? Sharing::kAtOnce : Sharing::kAnyway;
+  }
 
   [[gnu::always_inline]] Booking(Pool& pool, Sharing sharing, std::uint64_t event)
       : pool_(pool), sharing_(sharing), event_(event) {}

@@ -213,6 +213,12 @@ void note_gone(qk_mem_handle& handle, SlotPlace place, const history::Release& r
   });
 }
 
+bool note_gone_unusually(qk_mem_handle& handle, SlotPlace place, const history::Release& release) {
+  if (is_frozen() || mark_in(handle, place).needs_care()) return false;
+  note_gone(handle, place, release);
+  return true;
+}
+
 void note_set_aside(qk_mem_handle& handle, SlotPlace place, const history::Release& release) {
   with_booked_block(handle, place, [&](Pool& pool, Mark mark, Amount amount) {
     remember(pool, place, mark, release);

@@ -56,6 +56,13 @@ void note_made(qk_mem_handle& handle, SlotPlace place, const Origin& origin);
 /** The record in a slot will be released next. */
 void note_gone(qk_mem_handle& handle, SlotPlace place, const history::Release& release);
 
+/**
+ * The same where every call may release the record; otherwise, and when nothing is noted any more,
+ * it returns false, and nothing has changed.
+ */
+[[nodiscard]] bool note_gone_unusually(qk_mem_handle& handle, SlotPlace place,
+                                       const history::Release& release);
+
 /** The same for a realloc: its event is counted when the memory is recorded again. */
 void note_set_aside(qk_mem_handle& handle, SlotPlace place, const history::Release& release);
 

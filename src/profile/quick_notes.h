@@ -94,8 +94,10 @@ namespace qk::mem::profile {
                                                               bool single_threaded) {
   Pool& pool = pool_of(handle);
   Marks& marks = marks_of(handle, pool, place.array);
-  if (!marks.has(place.index) || !qk::is_equal(unusual_gone, 0)) [[unlikely]]
+  if (!marks.has(place.index)) [[unlikely]]
     return false;
+  if (!qk::is_equal(unusual_gone, 0)) [[unlikely]]
+    return note_gone_unusually(handle, place, release);
   const Mark mark = marks.at(place.index);
   if (mark.site == kNoSite) return true;
   if (!mark.is_plain() ||
