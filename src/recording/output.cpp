@@ -79,10 +79,22 @@ bool NamedFile::is_it(int descriptor) const {
          status.st_ino == inode_;
 }
 
+int NamedFile::keep_path(std::string_view name) {
+  folder_ = 0;
+  if (!name.starts_with('/')) {
+    if (::getcwd(path_, sizeof path_ - 1) == nullptr) return errno;
+    folder_ = std::strlen(path_);
+    path_[folder_++] = '/';
+  }
+  if (folder_ + name.size() >= sizeof path_) return ENAMETOOLONG;
+  path_[folder_ + name.copy(path_ + folder_, name.size())] = '\0';
+  return 0;
+}
+
 int NamedFile::open(std::string_view name) {
-  if (name.size() >= sizeof name_) return ENAMETOOLONG;
-  name_[name.copy(name_, sizeof name_ - 1)] = '\0';
-  descriptor_ = open_for_writing(name_, O_CREAT | O_TRUNC);
+  const int error = keep_path(name);
+  if (error != 0) return error;
+  descriptor_ = open_for_writing(path_, O_CREAT | O_TRUNC);
   struct stat status = {};
   if (descriptor_ < 0 || ::fstat(descriptor_, &status) != 0) return errno;
   device_ = status.st_dev;
@@ -91,10 +103,14 @@ int NamedFile::open(std::string_view name) {
   return 0;
 }
 
+void NamedFile::remove() {
+  if (descriptor() >= 0) ::unlink(path_);
+}
+
 int NamedFile::descriptor() {
   if (is_it(descriptor_)) return descriptor_;
   descriptor_ = -1;  // another file's by now
-  const int again = open_for_writing(name_, 0);
+  const int again = open_for_writing(path_, 0);
   if (again < 0) return -1;
   if (!is_it(again)) {
     ::close(again);
@@ -155,7 +171,7 @@ void Output::close() {
 }
 
 void Output::remove_tail() {
-  if (has_tail() && tail_.descriptor() >= 0) ::unlink(tail_.name());
+  if (has_tail()) tail_.remove();
 }
 
 }  // namespace qk::mem::recording

@@ -19,7 +19,7 @@ class NamedFile {
  public:
   constexpr NamedFile() noexcept = default;
 
-  /** Opens it, anew if it is a file. The name is copied. */
+  /** Opens it, anew if it is a file. Its name is kept with the folder that is current now. */
   [[nodiscard]] int open(std::string_view name);
 
   /** Its descriptor; -1, with errno, if it is lost. One thread at a time. */
@@ -28,12 +28,17 @@ class NamedFile {
   void close();
 
   [[nodiscard]] bool is_regular() const { return is_regular_; }
-  [[nodiscard]] const char* name() const { return name_; }
+  /** The name that it was opened by. */
+  [[nodiscard]] const char* name() const { return path_ + folder_; }
+
+  void remove();
 
  private:
+  [[nodiscard]] int keep_path(std::string_view name);
   [[nodiscard]] bool is_it(int descriptor) const;
 
-  char name_[PATH_MAX] = {};
+  char path_[PATH_MAX] = {};
+  std::size_t folder_ = 0;  // bytes in front of the name
   int descriptor_ = -1;
   dev_t device_ = 0;
   ino_t inode_ = 0;

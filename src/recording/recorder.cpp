@@ -226,10 +226,10 @@ template <class Write>
   EventEncoder encoder(slot.before, slot.end());
   encoder.begin(static_cast<std::uint8_t>(kind), number, qk::read_ticks(has_counter));
   write(encoder);
+  slot.set_end(encoder.finish());
   ++slot.recorded;
   ++slot.header.events;
   if (number > slot.header.highest_number) slot.header.highest_number = number;
-  slot.set_end(encoder.finish());
 }
 
 /** Slots are nobody's at first. */
@@ -240,6 +240,13 @@ void close_slots() QK_REQUIRES(lock) {
     slot->recorded = 0;
   }
   threads = 0;
+}
+
+/** Not longer than a recording: the library can be unloaded. */
+void drop_end_of_thread() QK_REQUIRES(lock) {
+  assert_recorder_held();
+  if (has_key) pthread_key_delete(end_of_thread);
+  has_key = false;
 }
 
 void provide_end_of_thread() QK_REQUIRES(lock) {
@@ -303,6 +310,7 @@ void leave_off() {
   const qk::KeepErrno keep_errno;
   set_state(State::kOff);
   output.close();
+  drop_end_of_thread();
   unmap_slots();
   close_slots();
 }

@@ -29,7 +29,7 @@ enum class State : std::uint8_t {
 
 inline void assert_recorder_held() QK_ASSERTS_HELD(lock) { lock.assert_held(); }
 
-[[nodiscard]] inline State state_now() { return static_cast<State>(qk::load(state)); }
+[[nodiscard]] inline State state_now() { return static_cast<State>(qk::acquire(state)); }
 [[nodiscard]] inline bool is_on() { return state_now() == State::kOn; }
 
 /**

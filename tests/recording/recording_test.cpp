@@ -335,13 +335,15 @@ TEST(Recording, GoesOnAfterTheProgramHasClosedItsDescriptors) {
     const Pool pool;
     live_randomly(pool, 1, 10'000);
     for (int descriptor = 3; descriptor < 100; ++descriptor) close(descriptor);
+    if (mkdir("folder", 0700) != 0 || chdir("folder") != 0) std::exit(1);
     for (int i = 0; i < 10; ++i) {
-      if (open("other", O_RDWR | O_CREAT, 0600) < 0) std::exit(1);
+      if (open("../other", O_RDWR | O_CREAT, 0600) < 0) std::exit(1);
     }
     live_randomly(pool, 2, 50'000);
   });
   EXPECT_EQ(0, ended.exit_code);
   EXPECT_EQ("", kit::contents("other"));
+  EXPECT_FALSE(exists("r.qkm.tail"));
   const Recording recording("r.qkm");
   EXPECT_EQ("", recording.errors());
   EXPECT_TRUE(recording.is_closed());
