@@ -79,6 +79,8 @@ extern "C" {
  *                                  the name has %p, otherwise not. The text that a call gets for
  *                                  `file` must not change while it is recorded. There is no
  *                                  SAMPLE beside it. Options without RECORD end the recording
+ *                 RECORD_MAX=bytes of the recording on the disk, at least 1M. Then the oldest events
+ *                                  go. A file system that can't punch holes ends the recording
  *                 IGNORE=file      leave known leaks out of the sites that hold memory: the file
  *                                  has one a line, as leak:PATTERN, which is looked for in file,
  *                                  line and module of a site and, with STACKS, in functions, files

@@ -110,7 +110,7 @@ def parts_of(page):
 
 def forms(title):
     """The forms of a keyword in a heading, as in "STACKS, STACKS=depth"."""
-    return title.split(", ") if re.match(r"[A-Z]+(=|,|$)", title) else []
+    return title.split(", ") if re.match(r"[A-Z_]+(=|,|$)", title) else []
 
 
 def keyword_of(title):

@@ -87,7 +87,7 @@ std::int32_t configure(const char* source, const char* text) {
   const RegistryLock lock;
   profile::set_options(options);
   profile::set_stack_depth(options.depth);
-  switch_recording(options.record);
+  switch_recording(options.record, options.record_max);
   switch_on();
   schedule_profile(options);
   return mistake;
@@ -146,7 +146,7 @@ extern "C" int qk_mem_profile_config(const char* options) {
     profile::set_filling(profile::Filling::kForSearch, false);
     profile::stop();
     const RegistryLock lock;
-    switch_recording(nullptr);
+    switch_recording(nullptr, 0);
     return 0;
   }
   return leave_code(configure("qk_mem_profile_config", options));

@@ -118,6 +118,14 @@ bool set_record(Options& options, const char* value) {
   return true;
 }
 
+bool set_record_max(Options& options, const char* value) {
+  constexpr std::uint64_t kLeast = std::uint64_t{1} << 20;
+  const auto bytes = read_bytes(value);
+  if (!bytes || *bytes < kLeast) return false;
+  options.record_max = *bytes;
+  return true;
+}
+
 bool set_lost(Options& options, const char* /*value*/) {
   options.lost = true;
   return true;
@@ -151,6 +159,7 @@ constexpr ProfileKeyword<Options> kKeywords[] = {
     {kLeaks, qk::kRequiredValue, set_leaks},
     {"IGNORE", qk::kRequiredValue, set_ignore},
     {"RECORD", qk::kOptionalValue, set_record},
+    {"RECORD_MAX", qk::kRequiredValue, set_record_max},
 };
 
 bool set_since(GrowthQuery& query, const char* value) {

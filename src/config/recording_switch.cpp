@@ -20,15 +20,15 @@ void without_events(Body body) QK_REQUIRES(Qk_mem_mtx) {
 
 }  // namespace
 
-void switch_recording(const char* pattern) {
+void switch_recording(const char* pattern, std::uint64_t limit) {
   assert_registry_held();
   if (pattern == nullptr && !profile::is_recorded()) return;
   if (pattern != nullptr && profile::is_recorded_to(pattern)) return;
-  without_events([pattern] {
+  without_events([pattern, limit] {
     if (pattern == nullptr) {
       profile::end_record();
     } else {
-      profile::begin_record(pattern);
+      profile::begin_record(pattern, limit);
     }
   });
 }

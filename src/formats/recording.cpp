@@ -25,6 +25,23 @@ void encode_header(const ChunkHeader& header, char* to) noexcept {
   write_little(to + kUsedLengthAt, header.bytes);
 }
 
+ChunkHeader decode_header(const char* from) noexcept {
+  ChunkHeader header;
+  header.bytes = read_little<std::uint32_t>(from + 16);
+  header.kind = read_little<ChunkKind>(from + 20);
+  header.flags = read_little<std::uint16_t>(from + 22);
+  header.thread = read_little<std::uint32_t>(from + 24);
+  header.index = read_little<std::uint32_t>(from + 28);
+  header.events = read_little<std::uint64_t>(from + 32);
+  header.first_number = read_little<std::uint64_t>(from + 40);
+  header.highest_number = read_little<std::uint64_t>(from + 48);
+  header.begin.ticks = read_little<std::uint64_t>(from + 56);
+  header.begin.nanoseconds = read_little<std::uint64_t>(from + 64);
+  header.end.ticks = read_little<std::uint64_t>(from + 72);
+  header.end.nanoseconds = read_little<std::uint64_t>(from + 80);
+  return header;
+}
+
 void seal(char* chunk, std::size_t bytes) noexcept {
   write_little(chunk + kSumAt, xxh64({chunk + kSummedFrom, bytes - kSummedFrom}));
 }

@@ -25,6 +25,7 @@ enum class ChunkKind : std::uint8_t {
 
 /** Flags of a chunk. */
 inline constexpr std::uint16_t kDropped = 1;
+inline constexpr std::uint16_t kGoesOn = 2;  // with the levels of the chunk before
 
 /** The same moment by two clocks. */
 struct Moment {
@@ -58,6 +59,9 @@ inline constexpr std::size_t kUsedLengthAt = 88;  // the bytes again, in a tail 
 
 /** Writes a header without its sum. */
 void encode_header(const ChunkHeader& header, char* to) noexcept;
+
+/** The fields of a header, whatever they are. */
+[[nodiscard]] ChunkHeader decode_header(const char* from) noexcept;
 
 /** Writes the sum of a whole chunk into its header. */
 void seal(char* chunk, std::size_t bytes) noexcept;

@@ -9,24 +9,6 @@ namespace {
 
 bool is_known(ChunkKind kind) { return kind >= ChunkKind::kOpening && kind <= ChunkKind::kClosing; }
 
-/** The header at the front of so many bytes or more. */
-ChunkHeader decode_header(const char* from) {
-  ChunkHeader header;
-  header.bytes = read_little<std::uint32_t>(from + 16);
-  header.kind = read_little<ChunkKind>(from + 20);
-  header.flags = read_little<std::uint16_t>(from + 22);
-  header.thread = read_little<std::uint32_t>(from + 24);
-  header.index = read_little<std::uint32_t>(from + 28);
-  header.events = read_little<std::uint64_t>(from + 32);
-  header.first_number = read_little<std::uint64_t>(from + 40);
-  header.highest_number = read_little<std::uint64_t>(from + 48);
-  header.begin.ticks = read_little<std::uint64_t>(from + 56);
-  header.begin.nanoseconds = read_little<std::uint64_t>(from + 64);
-  header.end.ticks = read_little<std::uint64_t>(from + 72);
-  header.end.nanoseconds = read_little<std::uint64_t>(from + 80);
-  return header;
-}
-
 /** Whether bytes begin as a chunk does that can be read. */
 bool begins_chunk(std::string_view bytes) {
   return bytes.size() >= kHeaderBytes && bytes.starts_with(kMagic) &&
@@ -37,9 +19,9 @@ bool begins_chunk(std::string_view bytes) {
 std::optional<Chunk> chunk_at(std::string_view bytes) {
   if (!begins_chunk(bytes)) return std::nullopt;
   const ChunkHeader header = decode_header(bytes.data());
-  if (header.bytes < kHeaderBytes || header.bytes > std::min(kChunkBytes, bytes.size())) {
-    return std::nullopt;
-  }
+  // Of many that were dropped, one header is left.
+  const std::size_t most = header.is_dropped() ? bytes.size() : std::min(kChunkBytes, bytes.size());
+  if (header.bytes < kHeaderBytes || header.bytes > most) return std::nullopt;
   // Of a chunk that was dropped only the header is there.
   const std::size_t summed = header.is_dropped() ? kHeaderBytes : header.bytes;
   const auto sum = read_little<std::uint64_t>(bytes.data() + kSumAt);

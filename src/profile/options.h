@@ -41,6 +41,7 @@ struct Options {
   const char* control = nullptr;            // a file with commands
   const char* ignore = nullptr;             // a file with known leaks
   const char* record = nullptr;             // the pattern of a recording's name; null for none
+  std::uint64_t record_max = 0;             // bytes that it may have; 0 for any
   KnownLeaks* known_leaks = nullptr;        // what it says; null if there is none
   std::uint8_t leaks_code = 0;              // that a process with leaks ends with; 0 for its own
   bool may_have_colours = false;            // on a terminal

@@ -29,7 +29,10 @@ using recording::EventKind;
 using recording::RecordType;
 
 constinit const char* pattern_of_record = nullptr;
-constinit std::uint64_t events_before = 0;  // the recording began
+constinit std::uint64_t limit_of_record = 0;
+/** What these have made may not be in the recording: it began later, or they were dropped. */
+constinit std::uint64_t events_before = 0;
+constinit std::uint64_t dropped_before = 0;  // the last levels were written
 
 /** How much of the tables is defined in the recording. */
 struct Defined {
@@ -319,12 +322,13 @@ void begin_held() QK_REQUIRES(recording::lock) {
   qk::store(defined_pools, 0);
   defined = {};
   std::fill(std::begin(recent_texts), std::end(recent_texts), DefinedText{});
-  events_before = events_so_far();
+  qk::store(events_before, events_so_far());
   for (std::uint32_t i = 1; i <= pools.count(); ++i) {
     pools.at(i).recorded_blocks = 0;
     pools.at(i).recorded_bytes = 0;
   }
-  if (!recording::begin_recording(name_record(name))) return set_unusual(false);
+  qk::store(dropped_before, 0);
+  if (!recording::begin_recording(name_record(name), limit_of_record)) return set_unusual(false);
   put_process();
   define_all();
   write_levels();
@@ -340,11 +344,32 @@ void begin_held() QK_REQUIRES(recording::lock) {
   if (recording::state_now() == recording::State::kAwaited) begin_held();
 }
 
+/** If events were dropped, what is live now is the beginning of those that come. */
+void write_levels_anew() QK_REQUIRES(recording::lock) {
+  recording::assert_recorder_held();
+  const std::uint64_t dropped = qk::load(recording::dropped_up_to);
+  if (dropped == qk::load(dropped_before)) return;
+  qk::store(dropped_before, dropped);
+  qk::store(events_before, std::max(qk::load(events_before), dropped));
+  define_all();
+  write_levels();
+  recording::write_process_chunk();
+}
+
+[[gnu::noinline]] void note_what_was_dropped() {
+  const qk::KeepErrno keep_errno;
+  const qk::NoCancellation no_cancellation;
+  const qk::MtxLock held(recording::lock);
+  write_levels_anew();
+}
+
 /** Whether an event has to be told. If the recording has ended by itself, no other one will. */
 bool is_wanted() {
   const recording::State now = recording::state_now();
-  if (now == recording::State::kOn) [[likely]]
+  if (now == recording::State::kOn) [[likely]] {
+    if (qk::load(recording::dropped_up_to) != qk::load(dropped_before)) note_what_was_dropped();
     return true;
+  }
   if (now == recording::State::kAwaited) {
     begin_awaited();
   } else {
@@ -372,7 +397,7 @@ void record_gone(EventKind kind, const Pool& pool, Mark mark, std::uint64_t even
   const std::uint32_t site = mark.site_number();
   see_that_is_defined(site, pool.number);
   const std::uint32_t age = static_cast<std::uint32_t>(event) - mark.event;
-  const bool is_unsure = site == kNotRecordedSite || event - age <= events_before;
+  const bool is_unsure = site == kNotRecordedSite || event - age <= qk::load(events_before);
   recording::gone(kind, event, age,
                   {recorded_site(site), pool.number,
                    reinterpret_cast<std::uintptr_t>(block.address), block.bytes},
@@ -391,10 +416,11 @@ void record_of_pool(EventKind kind, const Pool& pool, std::uint64_t event) {
   recording::of_pool(kind, event, pool.number);
 }
 
-void begin_record(const char* pattern) {
+void begin_record(const char* pattern, std::uint64_t limit) {
   if (is_recorded()) end_record();
   const qk::MtxLock held(recording::lock);
   pattern_of_record = pattern;
+  limit_of_record = limit;
   begin_held();
 }
 
@@ -404,6 +430,7 @@ void end_record() {
   if (recording::is_on()) {
     recording::finish_events();
     define_all();
+    write_levels_anew();
     put_sums_of_pools();
     put_sums();
     recording::finish_recording();

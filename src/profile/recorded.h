@@ -38,9 +38,10 @@ void record_of_pool(recording::EventKind kind, const Pool& pool, std::uint64_t e
 
 /**
  * Begins a recording in the file that a pattern stands for, and ends another one. The caller holds
- * the locks of all handles. The pattern stays.
+ * the locks of all handles. The pattern stays. If the file gets more bytes than a limit that is not
+ * 0, the oldest events go.
  */
-void begin_record(const char* pattern);
+void begin_record(const char* pattern, std::uint64_t limit);
 
 /** Ends it with the sums of all figures. The caller holds the locks of all handles. */
 void end_record();

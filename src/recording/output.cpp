@@ -126,8 +126,13 @@ void NamedFile::close() {
   descriptor_ = -1;
 }
 
-int Output::open(std::string_view name) {
+int Output::open(std::string_view name, std::uint64_t limit) {
+  limit_ = limit;
   end_ = 0;
+  gone_ = 0;
+  looked_at_ = 0;
+  header_of_hole_ = {};
+  dropped_up_to_ = 0;
   const int error = file_.open(name);
   if (error != 0 || !has_tail()) return error;
   char tail[PATH_MAX];
@@ -138,14 +143,70 @@ int Output::open(std::string_view name) {
   return tail_.open({tail, name.size() + kEnding.size()});
 }
 
-int Output::append(std::string_view chunk) {
+int Output::append(std::string_view chunk, ChunkKind kind) {
   const int descriptor = file_.descriptor();
   if (descriptor < 0) return errno;
   if (!file_.is_regular()) return write_to_reader(descriptor, chunk);
   if (exceeds_limit(end_ + chunk.size())) return EFBIG;
+  const int no_room = kind == ChunkKind::kEvents ? make_room(descriptor, chunk.size()) : 0;
+  if (no_room != 0) return no_room;
   const int error = write_at(descriptor, chunk, end_);
   end_ += chunk.size();
   return error;
+}
+
+/** Some at a time, since each time all that is live has to be written anew. */
+int Output::make_room(int descriptor, std::uint64_t bytes) {
+  if (limit_ == 0 || end_ - gone_ + bytes <= limit_) return 0;
+  const std::uint64_t wanted = limit_ - limit_ / 8;
+  int error = 0;
+  while (error == 0 && end_ - gone_ + bytes > wanted && looked_at_ < end_) {
+    error = drop_next(descriptor);
+  }
+  return error;
+}
+
+/** Drops the next chunk, or passes over it. */
+int Output::drop_next(int descriptor) {
+  char bytes[kHeaderBytes];
+  const ssize_t length = ::pread(descriptor, bytes, sizeof bytes, static_cast<off_t>(looked_at_));
+  if (length != sizeof bytes) return length < 0 ? errno : EIO;
+  const ChunkHeader header = decode_header(bytes);
+  if (header.bytes < kHeaderBytes || header.bytes > kChunkBytes) return EIO;
+  const bool can_go = header.kind == ChunkKind::kEvents || header.kind == ChunkKind::kLevels;
+  const int error = can_go ? drop_chunk(descriptor, header) : 0;
+  if (!can_go) header_of_hole_ = {};
+  looked_at_ += header.bytes;
+  return error;
+}
+
+/** Chunks side by side get one header, since each one that stays needs a page. */
+int Output::drop_chunk(int descriptor, const ChunkHeader& header) {
+  ChunkHeader& hole = header_of_hole_;
+  constexpr std::uint32_t kLongest = std::uint32_t{1} << 31;
+  if (hole.bytes == 0 || hole.bytes >= kLongest) {
+    hole_ = looked_at_;
+    hole = {};
+    hole.kind = ChunkKind::kEvents;
+    hole.flags = kDropped;
+    hole.first_number = header.first_number;
+    hole.begin = header.begin;
+  }
+  hole.bytes += header.bytes;
+  hole.events += header.events;
+  hole.highest_number = std::max(hole.highest_number, header.highest_number);
+  hole.end = header.end;
+  dropped_up_to_ = std::max(dropped_up_to_, header.highest_number);
+  gone_ += header.bytes;
+  char bytes[kHeaderBytes];
+  encode_header(hole, bytes);
+  seal(bytes, kHeaderBytes);
+  const int error = write_at(descriptor, {bytes, sizeof bytes}, hole_);
+  if (error != 0) return error;
+  const int failed = ::fallocate(descriptor, FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE,
+                                 static_cast<off_t>(hole_ + kHeaderBytes),
+                                 static_cast<off_t>(hole.bytes - kHeaderBytes));
+  return failed == 0 ? 0 : errno;
 }
 
 int Output::map_slot(void* memory, std::uint32_t slot) {

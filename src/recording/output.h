@@ -8,6 +8,8 @@
 #include <cstdint>
 #include <string_view>
 
+#include "formats/recording.h"
+
 /** Where a recording goes. Errors are numbers of the system's, and 0 is none. */
 namespace qk::mem::recording {
 
@@ -50,10 +52,11 @@ class Output {
  public:
   constexpr Output() noexcept = default;
 
-  [[nodiscard]] int open(std::string_view name);
+  /** @param limit  the most bytes that its chunks may have together; 0 for any. */
+  [[nodiscard]] int open(std::string_view name, std::uint64_t limit);
 
-  /** Writes a chunk behind the others. */
-  [[nodiscard]] int append(std::string_view chunk);
+  /** Writes a chunk behind the others. If events get too many, the oldest are dropped. */
+  [[nodiscard]] int append(std::string_view chunk, ChunkKind kind);
 
   /** Maps a slot of the tail in place of other memory, or leaves that if there is no tail. */
   [[nodiscard]] int map_slot(void* memory, std::uint32_t slot);
@@ -64,14 +67,27 @@ class Output {
   /** The recording is complete: nobody needs its tail. */
   void remove_tail();
 
+  /** The highest number of the events that were dropped; 0 for none. */
+  [[nodiscard]] std::uint64_t dropped_up_to() const { return dropped_up_to_; }
+
   [[nodiscard]] const char* name() const { return file_.name(); }
 
  private:
   [[nodiscard]] bool has_tail() const { return file_.is_regular(); }
 
+  [[nodiscard]] int make_room(int descriptor, std::uint64_t bytes);
+  [[nodiscard]] int drop_next(int descriptor);
+  [[nodiscard]] int drop_chunk(int descriptor, const ChunkHeader& header);
+
   NamedFile file_;
   NamedFile tail_;
   std::uint64_t end_ = 0;
+  std::uint64_t limit_ = 0;
+  std::uint64_t gone_ = 0;           // bytes that were dropped
+  std::uint64_t looked_at_ = 0;      // so far, for what can be dropped
+  std::uint64_t hole_ = 0;           // where the last row of dropped chunks begins
+  ChunkHeader header_of_hole_ = {};  // without bytes if what was looked at last was not dropped
+  std::uint64_t dropped_up_to_ = 0;
 };
 
 }  // namespace qk::mem::recording

@@ -24,6 +24,7 @@ namespace qk::mem::recording {
 
 constinit std::uint8_t state = static_cast<std::uint8_t>(State::kOff);
 constinit qk::Mtx lock;
+constinit std::uint64_t dropped_up_to = 0;
 
 namespace {
 
@@ -85,8 +86,9 @@ void write_chunk(Slot& slot) QK_REQUIRES(lock) {
   slot.header.end = moment_now();
   encode_header(slot.header, slot.chunk);
   seal(slot.chunk, slot.used);
-  const int error = output.append({slot.chunk, slot.used});
+  const int error = output.append({slot.chunk, slot.used}, slot.header.kind);
   if (error != 0) return give_up(error);
+  qk::store(dropped_up_to, output.dropped_up_to());
   ++slot.header.index;
   begin_chunk(slot);
 }
@@ -264,17 +266,18 @@ void unmap_slots() QK_REQUIRES(lock) {
 
 }  // namespace
 
-bool begin_recording(std::string_view name) {
+bool begin_recording(std::string_view name, std::uint64_t limit) {
   assert_recorder_held();
   const qk::KeepErrno keep_errno;
   const qk::NoCancellation no_cancellation;
   close_slots();
+  qk::store(dropped_up_to, 0);
   provide_end_of_thread();
   has_counter = qk::has_even_counter();
   start = qk::read_clock_in_ns(CLOCK_MONOTONIC);
   if (process_slot == nullptr) process_slot = add_slot();
   set_state(State::kOn);
-  const int error = process_slot == nullptr ? ENOMEM : output.open(name);
+  const int error = process_slot == nullptr ? ENOMEM : output.open(name, limit);
   if (error != 0) {
     give_up(error);
     return false;
@@ -301,6 +304,10 @@ void finish_recording() {
 void write_process_chunk() {
   assert_recorder_held();
   write_chunk(*process_slot);
+  if (!is_on()) return;
+  process_slot->header.kind = ChunkKind::kDefinitions;
+  process_slot->header.flags = 0;
+  begin_chunk(*process_slot);
 }
 
 void set_off() { set_state(State::kOff); }
@@ -368,12 +375,14 @@ char* room_for_record(ChunkKind kind, std::size_t bytes) {
   assert_recorder_held();
   if (!is_on()) return nullptr;
   Slot& slot = *process_slot;
-  if (slot.header.kind != kind || slot.used + bytes > kChunkBytes) write_chunk(slot);
+  const bool is_full = slot.used + bytes > kChunkBytes;
+  if (slot.header.kind == kind && !is_full) return slot.end();
+  const bool goes_on = slot.header.kind == kind && kind == ChunkKind::kLevels;
+  write_chunk(slot);
   if (!is_on()) return nullptr;
-  if (slot.header.kind != kind) {
-    slot.header.kind = kind;
-    begin_chunk(slot);
-  }
+  slot.header.kind = kind;
+  slot.header.flags = goes_on ? kGoesOn : 0;
+  begin_chunk(slot);
   return slot.end();
 }
 

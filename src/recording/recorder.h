@@ -33,10 +33,16 @@ inline void assert_recorder_held() QK_ASSERTS_HELD(lock) { lock.assert_held(); }
 [[nodiscard]] inline bool is_on() { return state_now() == State::kOn; }
 
 /**
- * Begins a recording in a file of this name. False, and it was told why, if that fails. No event is
+ * Begins a recording in a file of this name, of so many bytes or, for 0, any. False, and it was told why, if that fails. No event is
  * under way.
  */
-[[nodiscard]] bool begin_recording(std::string_view name) QK_REQUIRES(lock);
+[[nodiscard]] bool begin_recording(std::string_view name, std::uint64_t limit) QK_REQUIRES(lock);
+
+/**
+ * The highest number of the events that were dropped, since the file may have no more than `limit`
+ * bytes. Whenever it has changed, levels have to be written.
+ */
+[[gnu::visibility("hidden")]] extern std::uint64_t dropped_up_to;
 
 /** Writes the chunks that are being filled. No event is under way. */
 void finish_events() QK_REQUIRES(lock);

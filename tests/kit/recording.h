@@ -65,11 +65,14 @@ class Recording {
   void read_record(qk::mem::recording::Record record);
   void read_events(const qk::mem::recording::Chunk& chunk);
   void count_events();
+  void begin_levels(const qk::mem::recording::ChunkHeader& header);
   void count(const qk::mem::recording::Event& event);
   void compare_sums();
   [[nodiscard]] std::uint32_t pool_of(const qk::mem::recording::EventBlock& block);
   [[nodiscard]] std::string place_of(const qk::mem::recording::EventBlock& block) const;
-  void complain(const std::string& what) { errors_ += what + "\n"; }
+  void complain(const std::string& what) {
+    if (errors_.size() < 1000) errors_ += what + "\n";
+  }
 
   std::map<std::pair<std::uint32_t, std::uint32_t>, bool> seen_;  // threads and indexes
   std::map<std::uint64_t, std::string> texts_;
@@ -86,6 +89,7 @@ class Recording {
   std::string command_;
   bool is_closed_ = false;
   std::uint64_t dropped_ = 0;
+  std::uint64_t counted_from_ = 0;  // ticks of the last levels
   std::string errors_;
 };
 

@@ -380,6 +380,29 @@ TEST(Recording, LeavesTheProgramAloneIfAFifosReaderGoes) {
   EXPECT_EQ("qkmem: the recording 'fifo' ends: Broken pipe\n", ended.err);
 }
 
+TEST(Recording, KeepsTheLatestEventsWithinItsLimit) {
+  const Scene scene;
+  const auto ended = run_recorded("RECORD=r.qkm RECORD_MAX=1M", [] {
+    const Pool pool;
+    std::vector<void*> early;
+    for (int i = 0; i < 100; ++i) early.push_back(take(pool, 100, 1));
+    live_randomly(pool, 1, 1'000'000);
+    for (void* const block : early) qk_mem_ifree(pool, block, "a.c", 2);
+    take(pool, 10, 3);
+  });
+  EXPECT_EQ("", ended.err);
+  const Recording recording("r.qkm");
+  EXPECT_EQ("", recording.errors());
+  EXPECT_TRUE(recording.is_closed());
+  EXPECT_LT(500'000U, recording.dropped());
+  EXPECT_LT(50'000U, recording.event_count());
+  EXPECT_NE(std::string::npos, recording.events().find(" gone ?, 100 B at src/a.c:1 on 3\n"));
+  struct stat status = {};
+  ASSERT_EQ(0, stat("r.qkm", &status));
+  EXPECT_GT(1'300'000, status.st_blocks * 512);
+  EXPECT_LT(2'000'000, status.st_size);
+}
+
 TEST(Recording, LeavesOutASampleAndSaysSo) {
   const Scene scene;
   const auto ended = run_recorded("RECORD=r.qkm SAMPLE=1G", [] { take(Pool(), 10, 1); });
