@@ -49,16 +49,20 @@ Moment moment_now() {
   return {qk::read_ticks(has_counter), qk::read_clock_in_ns(CLOCK_MONOTONIC) - start};
 }
 
+/** Says what has become of the recording, and why. */
+void tell(std::string_view what, std::string_view name, int error) {
+  char why[128];
+  qk::Line line;
+  line.put("qkmem: ").put(what).put(" '").put(name).put("': ");
+  qk::write_message(line.put(qk_error_msg_r(error, why, sizeof why)).put('\n').finish());
+}
+
 /** Ends a recording that can't go on. Its files stay: they have all up to now. */
 void give_up(int error) QK_REQUIRES(lock) {
   assert_recorder_held();
   if (!is_on()) return;
   set_state(State::kOff);
-  char why[128];
-  qk::Line line;
-  line.put("qkmem: the recording '").put(output.name()).put("' ends: ");
-  line.put(qk_error_msg_r(error, why, sizeof why)).put('\n');
-  qk::write_message(line.finish());
+  tell("nothing more is recorded to", output.name(), error);
 }
 
 /** Begins a chunk in the memory of one that is written by now. */
@@ -276,12 +280,13 @@ bool begin_recording(std::string_view name, std::uint64_t limit) {
   has_counter = qk::has_even_counter();
   start = qk::read_clock_in_ns(CLOCK_MONOTONIC);
   if (process_slot == nullptr) process_slot = add_slot();
-  set_state(State::kOn);
   const int error = process_slot == nullptr ? ENOMEM : output.open(name, limit);
   if (error != 0) {
-    give_up(error);
+    tell("nothing is recorded to", name, error);
+    leave_off();
     return false;
   }
+  set_state(State::kOn);
   return open_slot(*process_slot, ChunkKind::kOpening, 0);
 }
 

@@ -40,10 +40,13 @@ profile::Options read(const std::string& options, int& code) {
   code = qk::mem::read_profile_options("fuzz", text.begin(), result);
   fuzz::require(is_code(code), "code");
   fuzz::require(result.depth <= profile::kMaxDepth, "depth");
-  for (const char* value : {result.report, result.skip, result.control}) {
+  const bool is_named = result.record != nullptr && std::strcmp(result.record, "%n.%p.qkm") != 0;
+  const char* const record = is_named ? result.record : nullptr;
+  for (const char* value : {result.report, result.skip, result.control, record}) {
     fuzz::require(is_text_of(value, options, text.begin()), "a value is outside the text");
   }
-  const bool is_safe = !leads_out_of_folder(result.report) && !leads_out_of_folder(result.control);
+  const bool is_safe = !leads_out_of_folder(result.report) &&
+                       !leads_out_of_folder(result.control) && !leads_out_of_folder(record);
   if (!is_safe) code = -1;
   return result;
 }

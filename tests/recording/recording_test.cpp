@@ -7,6 +7,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <random>
 #include <string>
@@ -155,7 +156,7 @@ TEST(Recording, HasLabelsStacksAndModules) {
   EXPECT_FALSE(recording.modules().empty());
 }
 
-TEST(Recording, IsNamedAfterProgramAndProcessUnlessToldOtherwise) {
+TEST(Recording, HasTheProcessInItsNameAndInItself) {
   const Scene scene;
   run_recorded("RECORD=r.%p", [] { take(Pool(), 10, 1); });
   for (const auto& file : std::filesystem::directory_iterator(".")) {
@@ -287,6 +288,18 @@ TEST(RecordingOfAFork, IsTheChildsTooIfItsNameHasTheProcess) {
   EXPECT_EQ("0 for 0, made 1 for 10", parent.sums_of(3));
 }
 
+TEST(RecordingOfAFork, ThatCantBeginIsToldOnce) {
+  const Scene scene;
+  const auto ended = run_recorded("RECORD=folder/r.%p", [] {
+    if (mkdir("folder", 0700) != 0) std::exit(1);
+    const Pool pool;
+    take(pool, 10, 1);
+    if (chdir("/") != 0) std::exit(1);
+    fork_child(pool);
+  });
+  EXPECT_EQ(1U, std::count(ended.err.begin(), ended.err.end(), '\n'));
+}
+
 TEST(RecordingOfAFork, IsNotBegunByAChildWithoutEvents) {
   const Scene scene;
   run_recorded("RECORD=r.%p", [] {
@@ -303,6 +316,14 @@ TEST(RecordingOfAFork, IsNotBegunByAChildWithoutEvents) {
   EXPECT_EQ(1, files);
 }
 
+TEST(Recording, ThatCantBeginIsTold) {
+  const Scene scene;
+  const auto ended = run_recorded("RECORD=nowhere/r.qkm", [] { take(Pool(), 10, 1); });
+  EXPECT_EQ(0, ended.exit_code);
+  EXPECT_EQ("qkmem: nothing is recorded to 'nowhere/r.qkm': No such file or directory\n",
+            ended.err);
+}
+
 TEST(Recording, EndsOnceTheDiskIsFull) {
   const Scene scene;
   const auto ended = run_recorded("RECORD=/dev/full", [] {
@@ -310,7 +331,7 @@ TEST(Recording, EndsOnceTheDiskIsFull) {
     for (int i = 0; i < 100; ++i) take(pool, 10, 1);
   });
   EXPECT_EQ(0, ended.exit_code);
-  EXPECT_EQ("qkmem: the recording '/dev/full' ends: No space left on device\n", ended.err);
+  EXPECT_EQ("qkmem: nothing more is recorded to '/dev/full': No space left on device\n", ended.err);
 }
 
 TEST(Recording, EndsBeforeTheLimitOfFilesSizes) {
@@ -323,7 +344,7 @@ TEST(Recording, EndsBeforeTheLimitOfFilesSizes) {
     live_randomly(Pool(), 1, 60'000);
   });
   EXPECT_EQ(0, ended.exit_code);
-  EXPECT_EQ("qkmem: the recording 'r.qkm' ends: File too large\n", ended.err);
+  EXPECT_EQ("qkmem: nothing more is recorded to 'r.qkm': File too large\n", ended.err);
   const Recording recording("r.qkm");
   EXPECT_EQ("", recording.errors());
   EXPECT_LT(10'000U, recording.event_count());
@@ -377,7 +398,7 @@ TEST(Recording, LeavesTheProgramAloneIfAFifosReaderGoes) {
   const auto ended = run_recorded("RECORD=fifo", [] { live_randomly(Pool(), 1, 200'000); });
   waitpid(reader, nullptr, 0);
   EXPECT_EQ(0, ended.exit_code);
-  EXPECT_EQ("qkmem: the recording 'fifo' ends: Broken pipe\n", ended.err);
+  EXPECT_EQ("qkmem: nothing more is recorded to 'fifo': Broken pipe\n", ended.err);
 }
 
 TEST(Recording, KeepsTheLatestEventsWithinItsLimit) {
