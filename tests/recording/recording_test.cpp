@@ -227,6 +227,20 @@ TEST(Recording, OfAProgramThatIsKilledHasAllEvents) {
   EXPECT_NE(std::string::npos, events.rfind(", 77 B at src/a.c:999 on 3\n", events.size() - 1));
 }
 
+TEST(Recording, OfManyThreadsOneAfterTheOtherHasASmallTail) {
+  const Scene scene;
+  run_recorded("RECORD=r.qkm", [] {
+    const Pool pool("MULTITHREADED");
+    for (int i = 0; i < 100; ++i) std::thread([&] { take(pool, 10, 1); }).join();
+    raise(SIGKILL);
+  });
+  EXPECT_GE(3U * 65536, kit::contents("r.qkm.tail").size());
+  const Recording recording("r.qkm");
+  EXPECT_EQ("", recording.errors());
+  EXPECT_EQ(100U, recording.event_count());
+  EXPECT_EQ(100U, recording.thread_names().size());
+}
+
 TEST(Recording, OfAProgramThatIsTerminatedIsClosed) {
   const Scene scene;
   const auto ended = run_recorded("RECORD=r.qkm", [] {
