@@ -33,8 +33,8 @@ inline void assert_recorder_held() QK_ASSERTS_HELD(lock) { lock.assert_held(); }
 [[nodiscard]] inline bool is_on() { return state_now() == State::kOn; }
 
 /**
- * Begins a recording in a file of this name, of so many bytes or, for 0, any. False, and it was told why, if that fails. No event is
- * under way.
+ * Begins a recording in a file of this name, of so many bytes or, for 0, any. False, and it was told
+ * why, if that fails. No event is under way.
  */
 [[nodiscard]] bool begin_recording(std::string_view name, std::uint64_t limit) QK_REQUIRES(lock);
 

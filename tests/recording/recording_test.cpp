@@ -127,6 +127,7 @@ TEST(Recording, NamesBlocksFromBeforeAsUnsure) {
 }
 
 TEST(Recording, HasBlocksFromBeforeTheProfileWithTheirAddresses) {
+  unsetenv("QK_MEM_PROFILE");  // with which there is nothing before
   const Scene scene;
   const Pool pool;
   void* const early = take(pool, 100, 1);
