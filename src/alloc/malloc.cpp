@@ -126,7 +126,7 @@ template <class Handling>
   if (memory == nullptr) [[unlikely]]
     return malloc_after_emptying(handle, size, path, line, layout);
   check::lay_guard(check::guard_behind(memory, size), layout.behind);
-  if (profile::fills_new()) std::memset(memory, profile::kFilling, size);
+  profile::fill_new(memory, 0, size);
   const char* name = nullptr;
   if (!qk::find_known_name(path, name) ||
       !record_in_small_fast<Handling>(handle, memory, kind::kMalloc, 1, size, name, line,

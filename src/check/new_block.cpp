@@ -31,6 +31,15 @@ NewBlock allocate_after_emptying(std::size_t size, const Layout& layout) {
   return block_in(user_memory::allocate(sum(size, layout.total())), size, layout);
 }
 
+NewBlock allocate(const qk_mem_handle& handle, std::size_t size) {
+  const Layout layout = layout_of_new(handle);
+  NewBlock block = block_in(user_memory::allocate(sum(size, layout.total())), size, layout);
+  if (block.address == nullptr) [[unlikely]]
+    block = allocate_after_emptying(size, layout);
+  profile::filled(handle, block.address, size);
+  return block;
+}
+
 NewBlock allocate_zeroed(const qk_mem_handle& handle, std::size_t num, std::size_t size) {
   const Layout layout = layout_of_new(handle);
   const std::size_t bytes = product(num, size);

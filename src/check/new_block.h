@@ -7,8 +7,6 @@
 #include "check/damage.h"
 #include "check/guards.h"
 #include "check/settings.h"
-#include "profile/filling.h"
-#include "support/system_memory.h"
 
 /**
  * Memory of the system's allocator for the program, with guards where they are wanted. Without them
@@ -40,15 +38,7 @@ struct NewBlock {
 [[nodiscard, gnu::cold]] NewBlock allocate_after_emptying(std::size_t size, const Layout& layout);
 
 /** A block of a handle. Its contents are a filling, if one is wanted. */
-[[nodiscard, gnu::always_inline]] inline NewBlock allocate(const qk_mem_handle& handle,
-                                                           std::size_t size) {
-  const Layout layout = layout_of_new(handle);
-  NewBlock block = block_in(user_memory::allocate(sum(size, layout.total())), size, layout);
-  if (block.address == nullptr) [[unlikely]]
-    block = allocate_after_emptying(size, layout);
-  profile::filled(handle, block.address, size);
-  return block;
-}
+[[nodiscard]] NewBlock allocate(const qk_mem_handle& handle, std::size_t size);
 
 /** The same, filled with zeros. */
 [[nodiscard]] NewBlock allocate_zeroed(const qk_mem_handle& handle, std::size_t num,

@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <string_view>
 
+#include "formats/varint.h"
+
 /**
  * Fields of protocol buffers. `Out` has put(std::string_view). A field that is left out counts as
  * zero, so zeros are left out, except in put_packed() and put_text(), whose parts are counted.
@@ -26,11 +28,9 @@ class ByteCount {
 
 template <class Out>
 void put_varint(Out& out, std::uint64_t value) noexcept {
-  char bytes[10];
-  std::size_t length = 0;
-  for (; value >= 0x80; value >>= 7) bytes[length++] = static_cast<char>(value | 0x80);
-  bytes[length++] = static_cast<char>(value);
-  out.put(std::string_view(bytes, length));
+  char bytes[kLongestVarint];
+  const char* const end = mem::put_varint(bytes, value);
+  out.put(std::string_view(bytes, static_cast<std::size_t>(end - bytes)));
 }
 
 template <class Out>

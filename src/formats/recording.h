@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "formats/little_endian.h"
+#include "formats/varint.h"
 
 /** The format of recordings, see docs/recording.md: chunks, their headers, and numbers in them. */
 namespace qk::mem::recording {
@@ -79,18 +80,6 @@ enum class RecordType : std::uint8_t {
   kPoolSums = 9,
   kProcessSums = 10
 };
-
-inline constexpr std::size_t kLongestVarint = 10;
-
-/** Writes a number and returns its end. */
-[[gnu::always_inline]] inline char* put_varint(char* to, std::uint64_t number) noexcept {
-  while (number >= 0x80) {
-    *to++ = static_cast<char>(number | 0x80);
-    number >>= 7;
-  }
-  *to++ = static_cast<char>(number);
-  return to;
-}
 
 [[nodiscard]] constexpr std::uint64_t zigzag(std::int64_t number) noexcept {
   return static_cast<std::uint64_t>(number) << 1 ^ static_cast<std::uint64_t>(number >> 63);

@@ -9,6 +9,7 @@
 #include "profile/state.h"
 #include "support/mtx_lock.h"
 #include "support/shared_variable.h"
+#include "support/ticks.h"
 
 namespace qk::mem::profile {
 
@@ -37,13 +38,6 @@ constinit Moment* moments = nullptr;      // in ascending order
 constinit std::uint32_t moment_count = 0;
 constinit std::uint32_t moment_room = 0;
 constinit std::uint8_t is_noting = 0;
-
-std::uint64_t read_clock(clockid_t clock) {
-  timespec now = {};
-  clock_gettime(clock, &now);
-  return static_cast<std::uint64_t>(now.tv_sec) * 1'000'000'000U +
-         static_cast<std::uint64_t>(now.tv_nsec);
-}
 
 Moment* take_moments(std::uint32_t room) {
   const qk::MtxLock lock(growth_lock);
@@ -133,14 +127,14 @@ std::uint64_t events_so_far() { return qk::load(event_counter.last); }
 
 void start_event_clock() {
   if (clock_began != 0) return;
-  clock_began = read_clock(CLOCK_MONOTONIC_COARSE);
-  day_time = read_clock(CLOCK_REALTIME);
+  clock_began = qk::read_clock_in_ns(CLOCK_MONOTONIC_COARSE);
+  day_time = qk::read_clock_in_ns(CLOCK_REALTIME);
   moment_room = kFirstMoments;
   qk::publish(moments, take_moments(kFirstMoments));
   qk::set_bits(reasons_for_attention, attention::kClockIsDue);
 }
 
-std::uint64_t time_now() { return read_clock(CLOCK_MONOTONIC_COARSE) - clock_began; }
+std::uint64_t time_now() { return qk::read_clock_in_ns(CLOCK_MONOTONIC_COARSE) - clock_began; }
 
 std::uint64_t start_of_clock() { return day_time; }
 

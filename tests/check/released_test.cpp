@@ -108,6 +108,17 @@ TEST_F(ReleasedMemory, ShowsWritesToTheAddressBeforeARealloc) {
   EXPECT_EQ("", words_of_free(pool, now));
 }
 
+TEST_F(ReleasedMemory, SaysThatItWentWithItsHandle) {
+  const int hid = qk_mem_inew_handle("", "SE", "src/a.c", 5);
+  char* const memory = got(hid, 24);
+  qk_mem_idel_handle(hid, "src/b.c", 12);
+  memory[2] = 1;
+  EXPECT_EQ(
+      "qkmem: 1 byte written after free 2 bytes into a block of 24, gone with its handle at b.c:12 "
+      "(event 2), allocated at a.c:7 by handle 3 SE (event 1), last seen whole at event 2: 01\n",
+      words_of([] { EXPECT_EQ(1, qk_mem_check(0)); }));
+}
+
 TEST_F(ReleasedMemory, OfTheDataHandleStaysOutOfUseToo) {
   char* const memory = got(QK_MEM_DATA_HANDLE, 24);
   EXPECT_EQ("", words_of_free(QK_MEM_DATA_HANDLE, memory));

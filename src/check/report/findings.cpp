@@ -75,30 +75,33 @@ void put_event(qk::Line& words, std::uint64_t event) {
   words.put(" (event ").put(count_figure(event).text()).put(')');
 }
 
-const char* words_for(const Damage& damage) {
-  if (damage.kind == DamageKind::kUnused) return "cleared at ";
-  switch (damage.block.released.ending) {
+const char* words_for(history::Ending ending) {
+  switch (ending) {
+    case history::Ending::kFreed:
+      return "freed";
     case history::Ending::kResized:
-      return "resized at ";
+      return "resized";
+    case history::Ending::kDeregistered:
+      return "deregistered";
     case history::Ending::kWithHandle:
-      return "gone with its handle at ";
-    default:
-      return "freed at ";
+      break;
   }
+  return "gone with its handle";
 }
 
-void put_release(qk::Line& words, const Damage& damage) {
-  const history::Release& by = damage.block.released;
-  if (by.path == nullptr) return;
-  words.put(", ").put(words_for(damage)).put(qk::file_name_only(by.path)).put(':');
+void put_release(qk::Line& words, const char* what, const history::Release& by) {
+  words.put(", ").put(what).put(" at ").put(qk::file_name_only(by.path)).put(':');
   words.number(static_cast<std::uint64_t>(by.line));
-  put_event(words, damage.block.released_event);
 }
 
 void put_who(qk::Line& words, const Damage& damage) {
   const BlockFacts& block = damage.block;
-  put_release(words, damage);
-  if (damage.kind == DamageKind::kUnused) return;
+  const bool is_unused = damage.kind == DamageKind::kUnused;
+  if (const history::Release& by = block.released; by.path != nullptr) {
+    put_release(words, is_unused ? "cleared" : words_for(by.ending), by);
+    put_event(words, block.released_event);
+  }
+  if (is_unused) return;
   if (block.file != nullptr) {
     words.put(", allocated at ").put(block.file).put(':').number(block.line).put(" by ");
   } else {
@@ -147,8 +150,7 @@ void put_earlier_block(qk::Line& words, const Damage& damage) {
   const auto earlier = profile::freed_blocks.find(begin_of(damage));
   if (!earlier || earlier->release.path == nullptr) return;
   put_size(words, "; there was a block of ", earlier->bytes);
-  words.put(", freed at ").put(qk::file_name_only(earlier->release.path)).put(':');
-  words.number(static_cast<std::uint64_t>(earlier->release.line));
+  put_release(words, words_for(earlier->release.ending), earlier->release);
   profile::put_allocation(words, "allocated",
                           profile::place_of(profile::pools.at(earlier->writer),
                                             profile::Mark::of_word(earlier->allocation)));
