@@ -69,6 +69,7 @@ set(library_sources
   formats/recording_reader.cpp
   formats/trace_reader.cpp
   formats/trace_row.cpp
+  formats/usual_row.cpp
   formats/xxh64.cpp
 
   core/handle_array.cpp

@@ -6,6 +6,8 @@
 #include <tuple>
 #include <utility>
 
+#include "formats/usual_row.h"
+
 namespace qk::mem {
 namespace {
 
@@ -171,9 +173,10 @@ TraceRowEnds::Found TraceRowEnds::end_at(std::size_t bytes) noexcept {
 }
 
 TraceReader::Answer TraceReader::next() {
+  if (read_usual()) return Answer::kRow;
   while (const auto line = next_line()) {
     const bool headings = std::exchange(at_headings_, false);
-    error_.line = std::exchange(line_, ends_.newlines() + 1);
+    begin_line();
     const ErrorKind kind =
         headings ? read_headings(*line, error_.column) : read_row(*line, row_, error_.column);
     if (kind) {
@@ -183,6 +186,21 @@ TraceReader::Answer TraceReader::next() {
     if (!headings) return Answer::kRow;
   }
   return finished_ ? Answer::kEnd : Answer::kNeedsMore;
+}
+
+bool TraceReader::read_usual() {
+  if (carries_ || at_headings_) return false;
+  const std::size_t length = read_usual_row(bytes_, row_);
+  if (length == 0) return false;
+  bytes_.remove_prefix(length);
+  ends_.pass_row();
+  begin_line();
+  return true;
+}
+
+/** Notes the line that has been read. */
+void TraceReader::begin_line() noexcept {
+  error_.line = std::exchange(line_, ends_.newlines() + 1);
 }
 
 /** Returns the next complete line, or nothing if the bytes end before. */

@@ -51,6 +51,9 @@ class TraceRowEnds {
   /** Searches the end of the current row. The first row is the headings, which have no type. */
   [[nodiscard]] Found find(std::string_view piece) noexcept;
 
+  /** The bytes of a whole row were read otherwise, which has one newline. */
+  void pass_row() noexcept { ++newlines_; }
+
   /** Returns the number of newlines so far, including those that are types. */
   [[nodiscard]] std::uint64_t newlines() const noexcept { return newlines_; }
 
@@ -94,10 +97,15 @@ class TraceReader {
   /** The row, after kRow. Its `file` is valid until the next call of next(). */
   [[nodiscard]] const TraceRow& row() const noexcept { return row_; }
 
+  /** The line of the row or of the error. */
+  [[nodiscard]] std::uint64_t line() const noexcept { return error_.line; }
+
   /** The error, after kBroken. */
   [[nodiscard]] const TraceError& error() const noexcept { return error_; }
 
  private:
+  [[nodiscard]] bool read_usual();
+  void begin_line() noexcept;
   [[nodiscard]] std::optional<std::string_view> next_line();
   [[nodiscard]] std::optional<std::string_view> line_without_end();
 
