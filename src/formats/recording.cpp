@@ -14,7 +14,7 @@ void encode_header(const ChunkHeader& header, char* to) noexcept {
   write_little(to + 21, kVersion);
   write_little(to + 22, header.flags);
   write_little(to + 24, header.thread);
-  write_little(to + 28, header.index);
+  write_little(to + kIndexAt, header.index);
   write_little(to + 32, header.events);
   write_little(to + 40, header.first_number);
   write_little(to + 48, header.highest_number);
@@ -31,7 +31,7 @@ ChunkHeader decode_header(const char* from) noexcept {
   header.kind = read_little<ChunkKind>(from + 20);
   header.flags = read_little<std::uint16_t>(from + 22);
   header.thread = read_little<std::uint32_t>(from + 24);
-  header.index = read_little<std::uint32_t>(from + 28);
+  header.index = read_little<std::uint32_t>(from + kIndexAt);
   header.events = read_little<std::uint64_t>(from + 32);
   header.first_number = read_little<std::uint64_t>(from + 40);
   header.highest_number = read_little<std::uint64_t>(from + 48);

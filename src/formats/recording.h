@@ -55,6 +55,7 @@ struct ChunkHeader {
 /** Positions in a header. */
 inline constexpr std::size_t kSumAt = 8;
 inline constexpr std::size_t kSummedFrom = 16;
+inline constexpr std::size_t kIndexAt = 28;
 inline constexpr std::size_t kFirstNumberAt = 40;
 inline constexpr std::size_t kUsedLengthAt = 88;  // the bytes again, in a tail those so far
 
@@ -78,7 +79,8 @@ enum class RecordType : std::uint8_t {
   kThread = 7,
   kLevel = 8,
   kPoolSums = 9,
-  kProcessSums = 10
+  kProcessSums = 10,
+  kFrame = 11
 };
 
 [[nodiscard]] constexpr std::uint64_t zigzag(std::int64_t number) noexcept {

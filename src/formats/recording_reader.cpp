@@ -16,20 +16,26 @@ bool begins_chunk(std::string_view bytes) {
          is_known(read_little<ChunkKind>(bytes.data() + 20));
 }
 
-std::optional<Chunk> chunk_at(std::string_view bytes) {
+}  // namespace
+
+std::optional<ChunkHeader> header_at(std::string_view bytes) noexcept {
   if (!begins_chunk(bytes)) return std::nullopt;
   const ChunkHeader header = decode_header(bytes.data());
   // Of many that were dropped, one header is left.
-  const std::size_t most = header.is_dropped() ? bytes.size() : std::min(kChunkBytes, bytes.size());
-  if (header.bytes < kHeaderBytes || header.bytes > most) return std::nullopt;
-  // Of a chunk that was dropped only the header is there.
-  const std::size_t summed = header.is_dropped() ? kHeaderBytes : header.bytes;
-  const auto sum = read_little<std::uint64_t>(bytes.data() + kSumAt);
-  if (sum != xxh64(bytes.substr(kSummedFrom, summed - kSummedFrom))) return std::nullopt;
-  return Chunk{header, bytes.substr(kHeaderBytes, summed - kHeaderBytes)};
+  const bool is_too_long = !header.is_dropped() && header.bytes > kChunkBytes;
+  if (header.bytes < kHeaderBytes || is_too_long) return std::nullopt;
+  return header;
 }
 
-}  // namespace
+std::optional<Chunk> chunk_at(std::string_view bytes) noexcept {
+  const auto header = header_at(bytes);
+  if (!header) return std::nullopt;
+  const std::size_t summed = header->is_dropped() ? kHeaderBytes : header->bytes;
+  if (summed > bytes.size()) return std::nullopt;
+  const auto sum = read_little<std::uint64_t>(bytes.data() + kSumAt);
+  if (sum != xxh64(bytes.substr(kSummedFrom, summed - kSummedFrom))) return std::nullopt;
+  return Chunk{*header, bytes.substr(kHeaderBytes, summed - kHeaderBytes)};
+}
 
 std::optional<Chunk> ChunkReader::next() noexcept {
   while (next_ < bytes_.size()) {
@@ -37,7 +43,8 @@ std::optional<Chunk> ChunkReader::next() noexcept {
     skipped_ += found - next_;
     next_ = found;
     if (found == bytes_.size()) break;
-    if (const auto chunk = chunk_at(bytes_.substr(found))) {
+    const auto chunk = chunk_at(bytes_.substr(found));
+    if (chunk && chunk->header.bytes <= bytes_.size() - found) {
       position_ = found;
       next_ += chunk->header.bytes;
       return chunk;
@@ -61,22 +68,16 @@ std::optional<Chunk> TailReader::next() noexcept {
   return std::nullopt;
 }
 
-std::uint8_t FieldReader::byte() noexcept {
-  if (bytes_.empty()) {
-    fail();
-    return 0;
-  }
-  const auto byte = static_cast<std::uint8_t>(bytes_.front());
-  bytes_.remove_prefix(1);
-  return byte;
-}
-
-std::uint64_t FieldReader::number() noexcept {
+std::uint64_t FieldReader::longer_number() noexcept {
+  constexpr std::size_t kMost = 10;
+  const std::size_t most = std::min(bytes_.size(), kMost);
   std::uint64_t number = 0;
-  for (unsigned shift = 0; shift < 64; shift += 7) {
-    const std::uint8_t part = byte();
-    number |= std::uint64_t{part & 0x7FU} << shift;
-    if (part < 0x80) return has_failed_ ? 0 : number;
+  for (std::size_t i = 0; i < most; ++i) {
+    const auto part = static_cast<std::uint8_t>(bytes_[i]);
+    number |= std::uint64_t{part & 0x7FU} << 7 * i;
+    if (part >= 0x80) continue;
+    bytes_.remove_prefix(i + 1);
+    return number;
   }
   fail();
   return 0;
@@ -139,13 +140,19 @@ void EventReader::read_which(std::uint8_t flags, Event& event) noexcept {
 }
 
 std::optional<Event> EventReader::next() noexcept {
-  if (fields_.is_at_end()) return std::nullopt;
-  const std::uint8_t flags = fields_.byte();
   Event event;
+  if (!read(event)) return std::nullopt;
+  return event;
+}
+
+bool EventReader::read(Event& event) noexcept {
+  if (fields_.is_at_end()) return false;
+  const std::uint8_t flags = fields_.byte();
+  event = {};
   event.kind = static_cast<EventKind>(flags & kKindBits);
   if (event.kind > EventKind::kDeleted) {
     fields_.fail();
-    return std::nullopt;
+    return false;
   }
   read_number_and_time(flags, event);
   if (event.kind == EventKind::kMade) {
@@ -155,8 +162,7 @@ std::optional<Event> EventReader::next() noexcept {
   } else {
     event.block.pool = static_cast<std::uint32_t>(fields_.number());
   }
-  if (fields_.has_failed()) return std::nullopt;
-  return event;
+  return !fields_.has_failed();
 }
 
 std::optional<Record> RecordReader::next() noexcept {

@@ -20,6 +20,15 @@ struct Chunk {
   std::string_view contents;
 };
 
+/** The header that some bytes begin with, if a reader can understand it. Its sum is not looked at. */
+[[nodiscard]] std::optional<ChunkHeader> header_at(std::string_view bytes) noexcept;
+
+/**
+ * The chunk that some bytes begin with, if its sum is right. Of one that was dropped only the header
+ * has to be there.
+ */
+[[nodiscard]] std::optional<Chunk> chunk_at(std::string_view bytes) noexcept;
+
 /** Goes from chunk to chunk. */
 class ChunkReader {
  public:
@@ -58,10 +67,21 @@ class FieldReader {
  public:
   explicit FieldReader(std::string_view bytes) noexcept : bytes_(bytes) {}
 
-  [[nodiscard]] std::uint64_t number() noexcept;
+  [[nodiscard]] std::uint64_t number() noexcept {
+    if (!bytes_.empty() && static_cast<std::uint8_t>(bytes_.front()) < 0x80) return byte();
+    return longer_number();
+  }
   [[nodiscard]] std::int64_t signed_number() noexcept { return from_zigzag(number()); }
   [[nodiscard]] std::string_view text() noexcept;
-  [[nodiscard]] std::uint8_t byte() noexcept;
+  [[nodiscard]] std::uint8_t byte() noexcept {
+    if (bytes_.empty()) {
+      fail();
+      return 0;
+    }
+    const auto byte = static_cast<std::uint8_t>(bytes_.front());
+    bytes_.remove_prefix(1);
+    return byte;
+  }
 
   [[nodiscard]] bool is_at_end() const noexcept { return bytes_.empty(); }
   [[nodiscard]] bool has_failed() const noexcept { return has_failed_; }
@@ -71,6 +91,8 @@ class FieldReader {
   }
 
  private:
+  [[nodiscard]] std::uint64_t longer_number() noexcept;
+
   std::string_view bytes_;
   bool has_failed_ = false;
 };
@@ -82,6 +104,9 @@ class EventReader {
 
   /** The next event; none at the end, or at bytes that make no sense. */
   [[nodiscard]] std::optional<Event> next() noexcept;
+
+  /** The same, without a copy. Returns false where next() returns none. */
+  [[nodiscard]] bool read(Event& event) noexcept;
 
   /** Whether there were such bytes. */
   [[nodiscard]] bool has_failed() const noexcept { return fields_.has_failed(); }

@@ -350,7 +350,8 @@ void write_levels_anew() QK_REQUIRES(recording::lock) {
   const std::uint64_t dropped = qk::load(recording::dropped_up_to);
   if (dropped == qk::load(dropped_before)) return;
   qk::store(dropped_before, dropped);
-  qk::store(events_before, std::max(qk::load(events_before), dropped));
+  // Whoever begins to read here knows no older block: its release has to say what it is.
+  qk::store(events_before, events_so_far());
   define_all();
   write_levels();
   recording::write_process_chunk();

@@ -6,6 +6,7 @@
 
 #include "formats/recording.h"
 #include "formats/recording_event.h"
+#include "formats/recording_fields.h"
 #include "support/mtx.h"
 #include "support/shared_variable.h"
 
@@ -73,44 +74,6 @@ void made(std::uint64_t number, const EventBlock& block);
 void gone(EventKind kind, std::uint64_t number, std::uint32_t age, const EventBlock& block,
           bool is_unsure);
 void of_pool(EventKind kind, std::uint64_t number, std::uint32_t pool);
-
-/** Counts what a record takes. */
-class FieldCount {
- public:
-  void number(std::uint64_t number) {
-    char bytes[kLongestVarint];
-    size_ += static_cast<std::size_t>(put_varint(bytes, number) - bytes);
-  }
-  void signed_number(std::int64_t value) { number(zigzag(value)); }
-  void text(std::string_view text) {
-    number(text.size());
-    size_ += text.size();
-  }
-  [[nodiscard]] std::size_t size() const { return size_; }
-
- private:
-  std::size_t size_ = 0;
-};
-
-/** Writes its fields. */
-class FieldWriter {
- public:
-  explicit FieldWriter(char* to) : to_(to) {}
-
-  void number(std::uint64_t number) { to_ = put_varint(to_, number); }
-  void signed_number(std::int64_t value) { number(zigzag(value)); }
-  void text(std::string_view text) {
-    number(text.size());
-    to_ += text.copy(to_, text.size());
-  }
-  [[nodiscard]] char* end() const { return to_; }
-
- private:
-  char* to_;
-};
-
-/** Texts of records are cut to this. */
-inline constexpr std::size_t kLongestText = 8192;
 
 /** Room for a record of so many bytes in a chunk of a kind; null if the recording has ended. */
 [[nodiscard]] char* room_for_record(ChunkKind kind, std::size_t bytes) QK_REQUIRES(lock);

@@ -17,6 +17,9 @@ class BuildId {
   /** Looks for it in the notes of an ELF file, which are aligned to `alignment`. */
   BuildId(std::string_view notes, std::size_t alignment) noexcept;
 
+  /** One of these bytes, of which only the first are taken if there are too many. */
+  [[nodiscard]] static BuildId of(std::string_view bytes) noexcept;
+
   [[nodiscard]] std::string_view text() const noexcept { return {digits_, length_}; }
 
  private:

@@ -16,7 +16,8 @@ namespace {
 
 /** The bytes of a file; empty if it can't be mapped. */
 std::string_view map_file(const char* path) {
-  const int file = ::open(path, O_RDONLY | O_CLOEXEC);
+  // A FIFO must not keep its reader waiting.
+  const int file = ::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
   if (file < 0) return {};
   struct stat about = {};
   std::string_view bytes;

@@ -40,6 +40,19 @@ bool is_starter(std::string_view function) {
          std::find(std::begin(kStarters), std::end(kStarters), function) != std::end(kStarters);
 }
 
+/** The folders whose functions lead from an allocation to its stack. */
+constexpr std::string_view kOwnFolders[] = {"accounting/", "alloc/", "profile/", "support/",
+                                            "table/"};
+
+/** Whether a file is one of the library's, which lies where this one does. */
+bool is_own_file(std::string_view file) {
+  constexpr std::string_view kThis = __FILE__;
+  constexpr std::string_view kRoot = kThis.substr(0, kThis.rfind("symbols/"));
+  const std::size_t at = file.rfind(kRoot);
+  return at != std::string_view::npos &&
+         begins_with_one_of(file.substr(at + kRoot.size()), kOwnFolders);
+}
+
 constexpr std::string_view kBlanks = " \t";
 
 std::string_view trimmed(std::string_view text) {
@@ -148,6 +161,18 @@ bool is_folded(const Frame& frame, std::string_view skip) noexcept {
   if (function.empty() && begins_with_one_of(module, kSystemModules)) return true;
   return (!function.empty() && matches_one_of(function, skip)) ||
          (!module.empty() && matches_one_of(module, skip));
+}
+
+// With little debug information the names lack their scopes, but then there are files.
+bool is_inside_library(const Frame& frame) noexcept {
+  const std::string_view function = without_return_type(frame.function);
+  return function.starts_with("qk_mem_") || function.starts_with("qk::mem::") ||
+         function.starts_with("qk::capture_stack") || is_own_file(frame.file);
+}
+
+int leave_library(Frame* frames, int count) noexcept {
+  Frame* const caller = std::find_if_not(frames, frames + count, is_inside_library);
+  return static_cast<int>(std::copy(caller, frames + count, frames) - frames);
 }
 
 int visible_frames(Frame* frames, int count, std::string_view skip) noexcept {

@@ -35,8 +35,8 @@ struct KnownModule {
 };
 
 /**
- * The modules of the process. It also keeps those that were unloaded, so that addresses of then can
- * still be named. It knows what refresh() has seen; to miss nothing, refresh it whenever something
+ * The modules of the process, or of another one that has written down its own. It also keeps those
+ * that were unloaded, so that addresses of then can still be named. It knows what refresh() has seen; to miss nothing, refresh it whenever something
  * keeps an address of a module that it doesn't know.
  *
  * Reading takes no lock and allocates nothing: a signal handler can do it, also one that interrupts
@@ -57,6 +57,12 @@ class ModuleList {
    * lock that a thread inside the dynamic linker can wait for.
    */
   void refresh() noexcept;
+
+  /**
+   * Adds a module of another process, which keeps its addresses. For lists that are never refreshed,
+   * and one thread at a time. Copies the path. Returns false if there is no memory.
+   */
+  [[nodiscard]] bool add(KnownModule module) noexcept;
 
   /**
    * The module with `address` in its code, null if there is none. Of several that had it one after
@@ -90,7 +96,6 @@ class ModuleList {
   template <class Has>
   [[nodiscard]] const KnownModule* find_if(Has has) const noexcept;
   [[nodiscard]] KnownModule* find_same(const KnownModule& module) noexcept;
-  [[nodiscard]] bool add(KnownModule module) noexcept;
 
   PageArena arena_;
   KnownModule* newest_ = nullptr;

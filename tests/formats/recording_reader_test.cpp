@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "formats/recording_frame.h"
+
 namespace {
 
 using namespace qk::mem::recording;
@@ -138,6 +140,37 @@ TEST(RecordingReader, ReadsAnyBytes) {
     while (slots.next()) {
     }
   }
+}
+
+std::string fields_of(const FrameRecord& frame) {
+  FieldCount count;
+  frame.write(count);
+  std::string fields(count.size(), '\0');
+  FieldWriter writer(fields.data());
+  frame.write(writer);
+  return fields;
+}
+
+TEST(FrameRecord, IsReadAsItWasWritten) {
+  const std::string fields = fields_of({0xFFFF'FFFF'FFFF'1234, 2, "net::parse(int)", "net.c", 12});
+  FieldReader reader(fields);
+  const FrameRecord frame = FrameRecord::read(reader);
+  EXPECT_TRUE(reader.is_at_end());
+  EXPECT_FALSE(reader.has_failed());
+  EXPECT_EQ(0xFFFF'FFFF'FFFF'1234, frame.address);
+  EXPECT_EQ(2U, frame.depth);
+  EXPECT_EQ("net::parse(int)", frame.function);
+  EXPECT_EQ("net.c", frame.file);
+  EXPECT_EQ(12U, frame.line);
+}
+
+TEST(FrameRecord, FitsInAChunkHoweverLongTheNameIs) {
+  const std::string name(100'000, 'x');
+  const std::string fields = fields_of({1, 0, name, name, 1});
+  FieldReader reader(fields);
+  EXPECT_EQ(name.substr(0, kLongestText), FrameRecord::read(reader).function);
+  EXPECT_FALSE(reader.has_failed());
+  EXPECT_LT(fields.size(), kChunkBytes - kHeaderBytes);
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "formats/recording_frame.h"
 #include "tests/kit/scene.h"
 
 namespace kit {
@@ -124,6 +125,11 @@ void Recording::read_record(Record record) {
       pool.closing_live.bytes = static_cast<std::int64_t>(fields.number());
       pool.closing_made.blocks = static_cast<std::int64_t>(fields.number());
       pool.closing_made.bytes = static_cast<std::int64_t>(fields.number());
+      break;
+    }
+    case RecordType::kFrame: {
+      const auto frame = FrameRecord::read(fields);
+      frames_.emplace_back(frame.function);
       break;
     }
     case RecordType::kProcessSums:

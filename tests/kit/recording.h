@@ -37,6 +37,8 @@ class Recording {
   [[nodiscard]] const std::vector<std::string>& thread_names() const { return thread_names_; }
   [[nodiscard]] std::size_t stacks() const { return stacks_; }
   [[nodiscard]] const std::vector<std::string>& modules() const { return modules_; }
+  /** Functions of frames. */
+  [[nodiscard]] const std::vector<std::string>& frames() const { return frames_; }
 
  private:
   struct Amount {
@@ -83,6 +85,7 @@ class Recording {
   std::vector<ThreadEvent> events_;
   std::vector<std::string> thread_names_;
   std::vector<std::string> modules_;
+  std::vector<std::string> frames_;
   std::vector<std::uint64_t> process_sums_;
   std::size_t stacks_ = 0;
   std::uint64_t process_ = 0;

@@ -156,6 +156,12 @@ TEST(BuildId, IsFoundBehindOtherNotes) {
   EXPECT_EQ(qk::BuildId(notes, 4).text(), "001fa0ff7e");
 }
 
+TEST(BuildId, IsMadeOfItsBytes) {
+  EXPECT_EQ(qk::BuildId::of({"\x00\x1f\xa0", 3}).text(), "001fa0");
+  EXPECT_EQ(qk::BuildId::of("").text(), "");
+  EXPECT_EQ(qk::BuildId::of(std::string(100, 'a')).text().size(), 64U);
+}
+
 TEST(BuildId, IsEmptyInDamagedNotes) {
   const auto note = "\x04\0\0\0\x04\0\0\0\x03\0\0\0GNU\0\x11\x22\x33\x44"s;
   EXPECT_EQ(qk::BuildId(note, 4).text(), "11223344");

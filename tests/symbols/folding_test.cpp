@@ -211,4 +211,26 @@ TEST(VisibleFrames, OfACallThroughTheCppLibraryAreTheCallers) {
   EXPECT_FALSE(has(shown, "_start"));
 }
 
+TEST(LibraryFrames, AreLeftOnlyAtTheBeginning) {
+  Frame frames[] = {frame_of("qk::mem::profile::site_of(int)"), frame_of("qk_mem_malloc"),
+                    frame_of("load"), frame_of("qk_mem_scope"), frame_of("main")};
+  ASSERT_EQ(3, qk::leave_library(frames, 5));
+  EXPECT_EQ("load", frames[0].function);
+  EXPECT_EQ("qk_mem_scope", frames[1].function);
+  EXPECT_EQ("main", frames[2].function);
+}
+
+std::string short_name_of(std::string_view function) {
+  std::string name;
+  qk::put_short_name(function, [&name](std::string_view piece) { name += piece; });
+  return name;
+}
+
+TEST(ShortNames, HaveNeitherTypesNorAnonymousNamespaces) {
+  EXPECT_EQ("parse", short_name_of("parse"));
+  EXPECT_EQ("net::parse", short_name_of("void net::parse(char const*, int)"));
+  EXPECT_EQ("net::Reader::next",
+            short_name_of("net::(anonymous namespace)::Reader::next(unsigned long) const"));
+}
+
 }  // namespace

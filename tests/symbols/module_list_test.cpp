@@ -55,6 +55,19 @@ TEST_F(Modules, AreUnknownBeforeTheFirstRefresh) {
   EXPECT_EQ(modules_.newest(), nullptr);
 }
 
+TEST_F(Modules, CanBeThoseOfAnotherProcess) {
+  KnownModule module;
+  std::string path = "/lib/libother.so";
+  module.path = path.c_str();
+  module.base = 0x5000;
+  module.code[module.code_ranges++] = {0x6000, 0x7000};
+  ASSERT_TRUE(modules_.add(module));
+  path.clear();
+  ASSERT_NE(modules_.find(0x6000), nullptr);
+  EXPECT_EQ(modules_.find(0x6fff)->name(), "libother.so");
+  EXPECT_EQ(modules_.find(0x7000), nullptr);
+}
+
 TEST_F(Modules, IncludeTheProgramUnderItsPath) {
   modules_.refresh();
   const KnownModule* const program = modules_.find(address_of(&of_the_program));

@@ -1,7 +1,6 @@
 #include "profile/report/callers.h"
 
 #include <algorithm>
-#include <iterator>
 #include <string_view>
 #include <tuple>
 
@@ -14,38 +13,6 @@ constinit qk::Names names(modules);
 
 std::string_view file_name(const qk::Frame& frame) {
   return frame.file.substr(frame.file.rfind('/') + 1);
-}
-
-/** The folders whose functions lead from an allocation to here. */
-constexpr std::string_view kOwnFolders[] = {"accounting/", "alloc/", "profile/", "support/",
-                                            "table/"};
-
-/** Whether a file is one of the library's, which lies where this one does. */
-bool is_own_file(std::string_view file) {
-  constexpr std::string_view kThis = __FILE__;
-  constexpr std::string_view kRoot = kThis.substr(0, kThis.rfind("profile/report/"));
-  const std::size_t at = file.rfind(kRoot);
-  if (at == std::string_view::npos) return false;
-  const std::string_view inside = file.substr(at + kRoot.size());
-  return std::any_of(std::begin(kOwnFolders), std::end(kOwnFolders),
-                     [inside](std::string_view folder) { return inside.starts_with(folder); });
-}
-
-/**
- * A program that contains the library has its frames at the beginning of its stacks. With little
- * debug information the names lack their scopes, but then there are files.
- */
-bool is_inside_library(const qk::Frame& frame) {
-  const std::string_view function = qk::without_return_type(frame.function);
-  return function.starts_with("qk_mem_") || function.starts_with("qk::mem::") ||
-         function.starts_with("qk::capture_stack") || is_own_file(frame.file);
-}
-
-/** Takes the frames inside the library out of a stack. Returns how many remain. */
-int leave_library(NamedFrames& frames, int count) {
-  const auto end = frames.begin() + count;
-  const auto caller = std::find_if_not(frames.begin(), end, is_inside_library);
-  return static_cast<int>(std::copy(caller, end, frames.begin()) - frames.begin());
 }
 
 /**
@@ -71,7 +38,7 @@ bool shows_site(const qk::Frame& caller, const SiteKey& key, std::string_view sk
 void give_frames(Row& row, ShownFrames& shown, Naming naming, std::string_view skip) {
   NamedFrames frames;
   int count = name_frames(stack_numbered(row.key.stack), naming, frames);
-  count = leave_library(frames, count);
+  count = qk::leave_library(frames.data(), count);
   row.begins_at_site = count != 0 && shows_site(frames[0], row.key, skip);
   count = qk::visible_frames(frames.data(), count, skip);
   row.first_frame = static_cast<std::uint32_t>(shown.size());
@@ -123,16 +90,8 @@ void merge_equal_callers(Rows& rows, const ShownFrames& frames) {
   });
 }
 
-/** A function's name without its types, and without anonymous namespaces: they tell nothing. */
 void put_name(qk::Line& line, const qk::Frame& frame) {
-  constexpr std::string_view kAnonymous = "(anonymous namespace)::";
-  std::string_view function = qk::without_types(frame.function);
-  for (std::size_t at = function.find(kAnonymous); at != std::string_view::npos;
-       at = function.find(kAnonymous)) {
-    line.put(function.substr(0, at));
-    function.remove_prefix(at + kAnonymous.size());
-  }
-  line.put(function);
+  qk::put_short_name(frame.function, [&line](std::string_view piece) { line.put(piece); });
 }
 
 /** A frame as "function file:line", as far as that is known. */
@@ -162,7 +121,7 @@ Stack program_stack(const Row& row, Naming naming) {
   NamedFrames frames;
   while (stack.depth > 1) {
     const int count = name_frames({stack.frames, 1}, naming, frames);
-    if (count == 0 || !is_inside_library(frames[count - 1])) break;
+    if (count == 0 || !qk::is_inside_library(frames[count - 1])) break;
     ++stack.frames;
     --stack.depth;
   }
