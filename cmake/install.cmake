@@ -34,6 +34,10 @@ install(FILES
   "${package_build_folder}/qkmem-config-version.cmake"
   DESTINATION "${package_folder}" COMPONENT development)
 
+if(QKMEM_COMMAND)
+  install(TARGETS qkmem_command RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}" COMPONENT command)
+endif()
+
 # What gdb loads. It looks for the first file by the path of the library. The prefix is known when
 # that is installed.
 set(gdb_folder "${PROJECT_SOURCE_DIR}/tools/gdb")

@@ -37,6 +37,10 @@ BESIDE = ACCOUNTING + ["src/accounting"]
 REPORTING = BESIDE + [PROFILE_HEADER, CHECK_HEADER, "src/lost", "src/profile/report"]
 ENTRY = REPORTING + ["src/check/report"]
 LIFE = ENTRY + ["src/recording", "src/alloc", "src/handle", "src/config", "src/report"]
+# The command knows what the library has written, and nothing of its core.
+COMMAND = FORMATS + ["src/formats", "src/symbols"]
+NAMES = COMMAND + ["tools/qkmem/ledger", "tools/qkmem/input", "tools/qkmem/output"]
+VIEWS = NAMES + ["tools/qkmem/names"]
 
 ALLOWED = {
     "include/qkmem/status.h": [],
@@ -79,7 +83,13 @@ ALLOWED = {
     "src/life": LIFE,
     "src": DIAG,
     "preload": [STATUS, C_HEADER, FRONT],
-    "tools/qkmem": FORMATS + ["src/formats"],
+    "tools/qkmem/ledger": COMMAND,
+    "tools/qkmem/output": COMMAND + ["tools/qkmem/ledger"],
+    "tools/qkmem/input": COMMAND + ["tools/qkmem/ledger"],
+    "tools/qkmem/names": NAMES,
+    "tools/qkmem/views": VIEWS,
+    "tools/qkmem/exports": VIEWS + ["tools/qkmem/views"],
+    "tools/qkmem": VIEWS + ["tools/qkmem/views", "tools/qkmem/exports"],
 }
 
 INCLUDE = re.compile(r'^\s*#\s*include\s*"([^"]+)"')
@@ -90,14 +100,13 @@ def layer_of(path):
     """Returns the layer of a file. Each public header is a layer of its own."""
     if path.startswith("include/"):
         return path
-    if path.startswith("tools/qkmem/"):
-        return "tools/qkmem"
     return str(pathlib.PurePosixPath(path).parent)
 
 
-def found_as(root, name):
+def found_as(root, source, name):
     """Returns the file of an include line, whose name is relative to include/ or src/."""
-    for top in ("include", "src", "."):
+    own = ("tools/qkmem",) if source.startswith("tools/qkmem/") else ()
+    for top in own + ("include", "src", "."):
         if (root / top / name).is_file():
             return (pathlib.PurePosixPath(top) / name).as_posix()
     return None
@@ -115,7 +124,7 @@ def offences(root, source):
         match = INCLUDE.match(line)
         if not match:
             continue
-        included = found_as(root, match[1])
+        included = found_as(root, source, match[1])
         if included is None:
             yield f'{source}:{number}: "{match[1]}" is not written from include/ or src/'
         elif not may_include(source, included):

@@ -1,0 +1,104 @@
+#include "input/event_merge.h"
+
+#include <algorithm>
+
+namespace qk::command {
+
+using mem::recording::ChunkHeader;
+using mem::recording::EventReader;
+
+namespace {
+
+/** How long a tick lasts; 0 if the header doesn't say, as in the tail. */
+double tick_of(const ChunkHeader& header) {
+  if (header.end.ticks <= header.begin.ticks) return 0;
+  const std::uint64_t ticks = header.end.ticks - header.begin.ticks;
+  const std::uint64_t nanoseconds = header.end.nanoseconds - header.begin.nanoseconds;
+  return static_cast<double>(nanoseconds) / static_cast<double>(ticks);
+}
+
+}  // namespace
+
+EventMerge::EventMerge(const ChunkIndex& index) : index_(index) {
+  for (const auto& [thread, places] : index.threads()) {
+    Stream& stream = streams_.emplace_back();
+    stream.next.thread = thread;
+    stream.places = &places;
+  }
+  for (std::size_t i = 0; i < streams_.size(); ++i) {
+    // Threads are opened when it is their turn: most of them may have ended by then.
+    for (const ChunkPlace& place : *streams_[i].places) {
+      if (!place.has_events) continue;
+      turns_.push({place.begin.ticks, i});
+      break;
+    }
+  }
+}
+
+const EventMerge::Next* EventMerge::next() {
+  if (current_ != nullptr && !read_event(*current_)) current_ = nullptr;
+  if (current_ != nullptr && current_->next.event.ticks > turn_ends_) {
+    turns_.push({current_->next.event.ticks, static_cast<std::size_t>(current_ - streams_.data())});
+    current_ = nullptr;
+  }
+  while (current_ == nullptr && !turns_.empty()) take_turn();
+  if (current_ == nullptr) return nullptr;
+  note_time(*current_);
+  return &current_->next;
+}
+
+void EventMerge::take_turn() {
+  Stream& stream = streams_[turns_.top().stream];
+  turns_.pop();
+  turn_ends_ = turns_.empty() ? UINT64_MAX : turns_.top().ticks;
+  // A stream's first turn began with its first chunk, not with its first event.
+  if (!stream.reader) {
+    if (!read_event(stream)) return;
+    if (stream.next.event.ticks > turn_ends_) {
+      turns_.push({stream.next.event.ticks, static_cast<std::size_t>(&stream - streams_.data())});
+      return;
+    }
+  }
+  current_ = &stream;
+}
+
+void EventMerge::note_time(Stream& stream) {
+  constexpr double kMost = 1e18;  // some 30 years: what is more makes no sense
+  const auto ticks = static_cast<double>(stream.next.event.ticks - stream.begin.ticks);
+  const double passed = std::min(ticks * stream.nanoseconds_a_tick, kMost);
+  stream.next.nanoseconds = stream.begin.nanoseconds + static_cast<std::uint64_t>(passed);
+}
+
+bool EventMerge::read_event(Stream& stream) {
+  for (;;) {
+    if (stream.reader) {
+      if (stream.reader->read(stream.next.event)) return true;
+      if (stream.reader->has_failed()) damaged_.note("byte " + std::to_string(stream.at));
+    }
+    if (!open_next_chunk(stream)) return false;
+  }
+}
+
+bool EventMerge::open_next_chunk(Stream& stream) {
+  stream.reader.reset();
+  while (stream.next_place < stream.places->size()) {
+    const ChunkPlace& place = (*stream.places)[stream.next_place++];
+    if (!place.has_events) continue;
+    position_ += place.bytes;
+    const auto chunk = index_.open(place, stream.buffer);
+    if (!chunk) {
+      damaged_.note("byte " + std::to_string(place.at));
+      continue;
+    }
+    stream.at = place.at;
+    stream.begin = chunk->header.begin;
+    if (const double tick = tick_of(chunk->header); tick > 0) nanoseconds_a_tick_ = tick;
+    stream.nanoseconds_a_tick = nanoseconds_a_tick_;
+    stream.reader.emplace(*chunk);
+    return true;
+  }
+  stream.buffer = {};
+  return false;
+}
+
+}  // namespace qk::command

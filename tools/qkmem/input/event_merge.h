@@ -1,0 +1,76 @@
+#ifndef QKMEM_TOOLS_INPUT_EVENT_MERGE_H_
+#define QKMEM_TOOLS_INPUT_EVENT_MERGE_H_
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <queue>
+#include <string>
+#include <vector>
+
+#include "formats/recording_event.h"
+#include "formats/recording_reader.h"
+#include "input/chunk_index.h"
+
+namespace qk::command {
+
+/** The events of all threads in the order of time. One chunk of each thread is open at a time. */
+class EventMerge {
+ public:
+  explicit EventMerge(const ChunkIndex& index);
+
+  struct Next {
+    mem::recording::Event event;
+    std::uint64_t nanoseconds = 0;
+    std::uint32_t thread = 0;
+  };
+
+  /** The next event, valid until the next call; null at the end. */
+  [[nodiscard]] const Next* next();
+
+  /** Chunks whose sum is wrong, or whose events make no sense from somewhere on. */
+  [[nodiscard]] const Problem& damaged() const { return damaged_; }
+
+  /** Bytes of the chunks that were opened so far. */
+  [[nodiscard]] std::uint64_t position() const { return position_; }
+
+ private:
+  /** The chunks of a thread, from the one that is open on. */
+  struct Stream {
+    const std::vector<ChunkPlace>* places = nullptr;
+    std::size_t next_place = 0;
+    std::string buffer;
+    std::optional<mem::recording::EventReader> reader;
+    Next next;
+    mem::recording::Moment begin;
+    double nanoseconds_a_tick = 0;
+    std::uint64_t at = 0;
+  };
+
+  /** When a stream goes on, by its ticks. */
+  struct Turn {
+    std::uint64_t ticks;
+    std::size_t stream;
+    bool operator>(const Turn& other) const {
+      return ticks != other.ticks ? ticks > other.ticks : stream > other.stream;
+    }
+  };
+
+  static void note_time(Stream& stream);
+  [[nodiscard]] bool open_next_chunk(Stream& stream);
+  [[nodiscard]] bool read_event(Stream& stream);
+  void take_turn();
+
+  const ChunkIndex& index_;
+  std::vector<Stream> streams_;
+  std::priority_queue<Turn, std::vector<Turn>, std::greater<>> turns_;  // of the others
+  Stream* current_ = nullptr;      // whose event was given out last
+  std::uint64_t turn_ends_ = 0;    // at these ticks it is another stream's turn
+  double nanoseconds_a_tick_ = 1;  // of the last chunk that has an end
+  std::uint64_t position_ = 0;
+  Problem damaged_ = {"damaged chunks of events", 0, {}, {}};
+};
+
+}  // namespace qk::command
+
+#endif  // QKMEM_TOOLS_INPUT_EVENT_MERGE_H_
