@@ -72,6 +72,10 @@ if(Python3_Interpreter_FOUND)
   add_custom_target(qkmem_man ALL DEPENDS "${man_folder}/made")
   install(DIRECTORY "${man_folder}/man3" "${man_folder}/man7"
     DESTINATION "${CMAKE_INSTALL_MANDIR}" COMPONENT development)
+  if(QKMEM_COMMAND)
+    install(DIRECTORY "${man_folder}/man1"
+      DESTINATION "${CMAKE_INSTALL_MANDIR}" COMPONENT command)
+  endif()
 endif()
 
 # From its own folder the file finds the prefix, which can be moved. Not below /usr, whose folders

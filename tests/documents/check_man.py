@@ -45,7 +45,7 @@ def make_man(root, *arguments):
 
 
 def texts_below(folder):
-    return {path.relative_to(folder): path.read_text() for path in folder.rglob("*.[37]")}
+    return {path.relative_to(folder): path.read_text() for path in folder.rglob("*.[137]")}
 
 
 def wrong_pages(root, compiler, folder):
