@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
-#include <unistd.h>
+
+#include <algorithm>
+#include <cstdint>
 
 #include "tests/command/command.h"
 #include "tests/kit/scene.h"
@@ -223,6 +225,28 @@ TEST(Export, IsOfTheMomentThatIsAskedFor) {
                                                "a.c", "-o", "-", "t.tdf"}));
   EXPECT_EQ("handle:3;a.c:7 100\n",
             output_of({"export", "--to", "folded", "--at", "3", "-o", "-", "t.tdf"}));
+}
+
+TEST(Export, CountsABlockOnceThatAReallocHasLeftAsItWas) {
+  const Scene scene;
+  const kit::Ended ended = kit::run({"", "", "", "RECORD=r.qkm REPORT=/dev/null"}, [] {
+    const kit::Pool pool;
+    void* const block = qk_mem_imalloc(pool, 100, 16, "a.c", 1);
+    qk_mem_irealloc(pool, block, SIZE_MAX / 4, 16, "a.c", 2);
+    qk_mem_ifree(pool, block, "a.c", 3);
+  });
+  ASSERT_EQ(0, ended.exit_code);
+  const std::string text = output_of({"export", "--to", "heaptrack", "-o", "-", "r.qkm"});
+  const std::string events = text.substr(text.find("\n+ "));
+  EXPECT_EQ(1, std::count(events.begin(), events.end(), '+'));
+  EXPECT_EQ(1, std::count(events.begin(), events.end(), '-'));
+}
+
+TEST(Export, OfMetricsHasNoneOfWhatIsNoLongerThere) {
+  const Scene scene;
+  write_small_table();
+  EXPECT_EQ("qkmem: --at ever: these metrics are of live memory\n",
+            qkmem({"export", "--to", "openmetrics", "--at", "ever", "t.tdf"}).err);
 }
 
 TEST(Export, ToAnUnknownFormatIsRefused) {

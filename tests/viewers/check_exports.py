@@ -48,6 +48,12 @@ def check_pprof(command, end, peak):
     expect_equal("cumulated bytes of a handle",
                  re.search(r"(\d+)B +\S+  handle:3$", top, re.MULTILINE)[1],
                  str(sum(row["bytes"] for row in end["rows"] if row["handle"] == 3)))
+    # pprof leaves "(anonymous namespace)" out.
+    flat = {name.lstrip(":"): int(size) for size, name in
+            re.findall(r"^ +(\d+)B +\S+ +\S+ +\S+ +\S+  (\S+)", top, re.MULTILINE) if size != "0"}
+    by_function = answer(command, "--by", "function")["rows"]
+    expect_equal("bytes of functions", flat,
+                 {row["function"]: row["bytes"] for row in by_function if row["bytes"] != 0})
     expect_equal("tags", re.findall(r"^ +tag: Total (\d+)", pprof("-tags", "-unit=B", profile),
                                     re.MULTILINE) != [], True)
     at_peak = export(command, "pprof", "peak.pb.gz", "--at", "peak")

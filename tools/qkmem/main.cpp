@@ -106,7 +106,11 @@ void add_export(CLI::App& app, Request& request) {
   }
   subcommand->add_option("--to", request.format, "The format: " + names)->required();
   add_input(*subcommand, request);
-  add_options(*subcommand, request, "--until");
+  add_filters(*subcommand, request, "--until");
+  add_moment(*subcommand, request,
+             "The moment of a format that has only one; in pprof what counts as in use, in "
+             "speedscope what is shown first: an event's number, a time, peak, end or ever");
+  add_output(*subcommand, request);
 }
 
 int run_export(Request& request) {

@@ -68,7 +68,7 @@ std::size_t width_of_output() {
 
 }  // namespace
 
-void add_options(CLI::App& app, Request& request, const char* names_of_to) {
+void add_filters(CLI::App& app, Request& request, const char* names_of_to) {
   Query& query = request.query;
   app.add_option("--tag", query.tags, "Only blocks on handles of this tag")
       ->allow_extra_args(false);
@@ -82,15 +82,27 @@ void add_options(CLI::App& app, Request& request, const char* names_of_to) {
   app.add_option("--from", request.from,
                  "Only blocks made at this event or time, or later: 1200, 2.5s, 300ms");
   app.add_option(names_of_to, request.to, "Only blocks made at this event or time, or before");
-  app.add_option("--by", request.by, "What a row stands for: " + list_of(kWays));
-  app.add_option("--sort", request.sort, "Order of rows: " + list_of(kOrders));
-  app.add_option("--at", request.at,
-                 "The moment: an event's number, a time, peak, end, or ever for all that was made");
-  app.add_option("-n", query.rows, "How many rows; 0 for all")->capture_default_str();
-  app.add_flag("--json", request.wants_json, "As JSON");
-  app.add_flag("--csv", request.wants_csv, "As comma-separated values")->excludes("--json");
+}
+
+void add_moment(CLI::App& app, Request& request, const char* meaning) {
+  app.add_option("--at", request.at, meaning);
+}
+
+void add_output(CLI::App& app, Request& request) {
   app.add_option("-o,--output", request.output, "Write to this file");
   app.add_flag("-f,--force", request.may_overwrite, "Also if the file exists");
+}
+
+void add_options(CLI::App& app, Request& request) {
+  add_filters(app, request, "--to,--until");
+  add_moment(app, request,
+             "The moment: an event's number, a time, peak, end, or ever for all that was made");
+  app.add_option("--by", request.by, "What a row stands for: " + list_of(kWays));
+  app.add_option("--sort", request.sort, "Order of rows: " + list_of(kOrders));
+  app.add_option("-n", request.query.rows, "How many rows; 0 for all")->capture_default_str();
+  app.add_flag("--json", request.wants_json, "As JSON");
+  app.add_flag("--csv", request.wants_csv, "As comma-separated values")->excludes("--json");
+  add_output(app, request);
   app.add_flag("--fail", request.fails_if_found, "End with 1 if there is anything to find");
 }
 

@@ -31,12 +31,17 @@ struct Request {
   }
 };
 
-/**
- * Adds the options that all subcommands have.
- *
- * @param names_of_to  those of the end of a time. An export's --to is its format.
- */
-void add_options(CLI::App& app, Request& request, const char* names_of_to = "--to,--until");
+/** Adds the options that say which blocks count. `names_of_to` are those of the end of a time. */
+void add_filters(CLI::App& app, Request& request, const char* names_of_to);
+
+/** Adds --at, with what it means. */
+void add_moment(CLI::App& app, Request& request, const char* meaning);
+
+/** Adds the options that say where the output goes. */
+void add_output(CLI::App& app, Request& request);
+
+/** Adds these, and those of answers: how they are divided, ordered and written. */
+void add_options(CLI::App& app, Request& request);
 
 /** Takes what the options mean to the query, and what the terminal is like. Throws UsageError. */
 void settle(Request& request);

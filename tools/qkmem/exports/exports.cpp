@@ -9,7 +9,7 @@ namespace {
 
 constexpr std::array<ExportFormat, 8> kFormats = {{
     {"pprof", "", ".pb.gz", "go tool pprof -http=:", &write_pprof},
-    {"dhat", "", ".dhat.json", "valgrind's dh_view.html opens", &write_dhat},
+    {"dhat", "", ".dhat.json", "in /usr/libexec/valgrind/dh_view.html load", &write_dhat},
     {"heaptrack", "", ".heaptrack", "heaptrack_print", &write_heaptrack},
     {"speedscope", "", ".speedscope.json", "speedscope", &write_speedscope},
     {"folded", "", ".folded", "flamegraph.pl", &write_folded},

@@ -28,6 +28,7 @@ void put_handles(mem::OpenMetricsWriter& writer, MetricFamily family, const Hand
 }  // namespace
 
 Export write_openmetrics(const Query& query) {
+  if (query.at == At::kEver) throw UsageError("--at ever: these metrics are of live memory");
   const Reading reading = read(query);
   const Ledger& ledger = reading.ledger;
   Handles handles;
@@ -56,7 +57,7 @@ Export write_openmetrics(const Query& query) {
   writer.begin(MetricFamily::kPeakBytes);
   writer.sample({}, signed_of(ledger.peak()));
   if (!writer.finish()) throw std::bad_alloc();
-  return {std::string(text.text()), {}};
+  return {std::string(text.text()), reading.remarks};
 }
 
 }  // namespace qk::command

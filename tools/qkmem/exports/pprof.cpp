@@ -12,6 +12,7 @@ namespace qk::command {
 namespace {
 
 std::string gzipped(std::string_view text) {
+  if (text.size() > UINT32_MAX / 2) throw UsageError("the profile is too large for one file");
   z_stream stream = {};
   constexpr int kGzip = 16;
   constexpr int kMemory = 8;

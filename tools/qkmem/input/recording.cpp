@@ -122,7 +122,7 @@ void RecordingInput::take(const Event& event) {
     case EventKind::kCleared:
       return take_cleared();
     case EventKind::kDeleted:
-      return tell("handle deleted", nullptr, nullptr);
+      return tell("handle deleted", nullptr, nullptr, nullptr);
   }
 }
 
@@ -135,7 +135,7 @@ void RecordingInput::take_made() {
   std::optional<Block> old;
   if (event.replaces) old = last_set_aside();
   to_.ledger.made(block);
-  if (to_.watch) tell(old ? "resized" : "allocated", &block, old ? &*old : nullptr);
+  if (to_.watch) tell(old ? "resized" : "allocated", &block, &block, old ? &*old : nullptr);
   if (!early_.empty() && early_.erase(event.number) != 0) {
     to_.ledger.gone(block);
   } else if (!blocks_.add(block)) {
@@ -151,7 +151,7 @@ void RecordingInput::take_release() {
   if (kept) {
     to_.ledger.gone(*kept);
     if (!is_gone) set_aside_[now_->thread].push_back(*kept);
-    return is_gone ? tell("released", nullptr, &*kept) : void();
+    return is_gone ? tell("released", &*kept, nullptr, &*kept) : void();
   }
   if (!event.is_unsure) {
     // Clocks of two processors can differ a little.
@@ -160,7 +160,7 @@ void RecordingInput::take_release() {
   }
   const Block block = unsure_block();
   to_.ledger.found_gone(block.site, block.bytes);
-  if (is_gone) tell("released", nullptr, &block);
+  if (is_gone) tell("released", &block, nullptr, &block);
 }
 
 /** The block that the event names. Its number can be too high by a multiple of 2^32. */
@@ -193,7 +193,8 @@ void RecordingInput::take_back() {
     set_aside.erase(std::next(found).base());
     static_cast<void>(blocks_.add(block));
     to_.ledger.back(block);
-    tell("not resized", &block, nullptr);
+    // It was not told that the block was set aside, so it is not made anew.
+    tell("not resized", &block, nullptr, nullptr);
   } else if (now_->event.is_unsure) {
     const Block block = unsure_block();
     to_.ledger.found(block.site, {block.bytes, 1});
@@ -211,24 +212,24 @@ std::optional<Block> RecordingInput::last_set_aside() {
 
 void RecordingInput::take_cleared() {
   const HandleIndex handle = definitions_.handle_of(now_->event.block.pool);
-  tell("handle cleared", nullptr, nullptr);
+  tell("handle cleared", nullptr, nullptr, nullptr);
   blocks_.take_all_of(handle, [this](const Block& block) {
     to_.ledger.gone(block);
-    tell("cleared", nullptr, &block);
+    tell("cleared", &block, nullptr, &block);
   });
   to_.ledger.found_cleared(handle);
 }
 
-void RecordingInput::tell(const char* what, const Block* made, const Block* gone) {
+void RecordingInput::tell(const char* what, const Block* about, const Block* made,
+                          const Block* gone) {
   if (!to_.watch) return;
   Happening happening;
   happening.when = {now_->event.number, now_->nanoseconds};
   happening.what = what;
-  const Block* const block = made != nullptr ? made : gone;
-  if (block != nullptr) {
-    const SiteKey& site = to_.ledger.sites().at(block->site);
-    happening.address = block->address;
-    happening.bytes = block->bytes;
+  if (about != nullptr) {
+    const SiteKey& site = to_.ledger.sites().at(about->site);
+    happening.address = about->address;
+    happening.bytes = about->bytes;
     happening.handle = site.handle;
     if (made != nullptr) {
       happening.file = site.file;

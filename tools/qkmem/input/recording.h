@@ -51,7 +51,7 @@ class RecordingInput {
   [[nodiscard]] std::optional<Block> find_released();
   [[nodiscard]] std::optional<Block> last_set_aside();
   [[nodiscard]] Block unsure_block();
-  void tell(const char* what, const Block* made, const Block* gone);
+  void tell(const char* what, const Block* about, const Block* made, const Block* gone);
   [[nodiscard]] Check result();
   void compare_sums(Check& check) const;
 
