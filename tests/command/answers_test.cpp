@@ -1,5 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <string>
+#include <vector>
+
 #include "tests/command/command.h"
 #include "tests/kit/scene.h"
 
@@ -286,6 +289,26 @@ TEST(Summary, IsAsManyTablesInCsv) {
       "2,200,1,3,3,a.c:7\n"
       "1,300,0,,4,b.c:9\n",
       output_of({"summary", "--csv", "t.tdf"}));
+}
+
+TEST(Churn, CountsBlocksThatLiveForSixteenEventsAtMost) {
+  const Scene scene;
+  std::vector<std::string> rows = {"1 3 N 0 0 0 0 main.c 1", "2 3 M 1000 1 8 8 soon.c 1",
+                                   "3 3 M 2000 1 8 16 later.c 2"};
+  for (int event = 4; event < 18; ++event) {
+    rows.push_back(std::to_string(event) + " 3 M " + std::to_string(event * 10000) +
+                   " 1 1 20 other.c 3");
+  }
+  rows.emplace_back("18 3 F 1000 1 8 30 soon.c 4");
+  rows.emplace_back("19 3 M 9000 1 1 31 other.c 3");
+  rows.emplace_back("20 3 F 2000 1 8 15 later.c 5");
+  kit::write_file("t.tdf", kit::table_of(rows));
+  EXPECT_EQ(
+      "made_blocks,made_bytes,released_soon,mean_life_events,handle,site\n"
+      "1,8,1,16,3,soon.c:1\n"
+      "15,15,0,,3,other.c:3\n"
+      "1,8,0,17,3,later.c:2\n",
+      output_of({"churn", "--csv", "t.tdf"}));
 }
 
 /** The same program a version later: two lines were added in front, and one site allocates more. */

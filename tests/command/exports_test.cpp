@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "tests/command/command.h"
+#include "tests/command/made_recording.h"
 #include "tests/kit/scene.h"
 
 namespace {
@@ -204,6 +205,46 @@ TEST(Export, IsNamedAfterItsInputAndSaysWhatOpensIt) {
   EXPECT_EQ(output_of({"export", "--to", "heaptrack", "-o", "-", "t.tdf"}),
             contents("t.heaptrack"));
   EXPECT_EQ("qkmem: ms_print massif.out.t\n", qkmem({"export", "--to", "massif", "t.tdf"}).err);
+}
+
+TEST(Export, QuotesANameThatAShellWouldTakeApart) {
+  const Scene scene;
+  write_small_table();
+  kit::write_file("it's mine;.tdf", contents("t.tdf"));
+  kit::write_file("-x.tdf", contents("t.tdf"));
+  EXPECT_EQ("qkmem: heaptrack_print 'it'\\''s mine;.heaptrack'\n",
+            qkmem({"export", "--to", "heaptrack", "it's mine;.tdf"}).err);
+  EXPECT_EQ("qkmem: heaptrack_print ./-x.heaptrack\n",
+            qkmem({"export", "--to", "heaptrack", "--", "-x.tdf"}).err);
+}
+
+/** Of a program whose command line and file name have several lines. */
+void write_recording_with_lines() {
+  kit::MadeRecording recording;
+  recording.started(0, "sh -c 'one\n+ 0'");
+  recording.made(recording.site("a\nb.c", 7, {}), 100);
+  recording.write("r.qkm");
+}
+
+TEST(Export, KeepsNamesWithNewlinesOnOneLine) {
+  const Scene scene;
+  write_recording_with_lines();
+  const auto of = [](const char* format) {
+    return output_of({"export", "--to", format, "-o", "-", "r.qkm"});
+  };
+  EXPECT_NE(std::string::npos, of("heaptrack").find("\nX sh -c 'one + 0'\n"));
+  EXPECT_NE(std::string::npos, of("heaptrack").find(" a b.c:7\n"));
+  EXPECT_NE(std::string::npos, of("massif").find("\ncmd: sh -c 'one + 0'\n"));
+  EXPECT_NE(std::string::npos, of("massif").find(" 0x1: a b.c:7\n"));
+}
+
+TEST(Export, OfMetricsHasOnlyTheHandlesThatAreAskedFor) {
+  const Scene scene;
+  write_small_table();
+  const std::string text =
+      output_of({"export", "--to", "openmetrics", "--handle", "3", "-o", "-", "t.tdf"});
+  EXPECT_NE(std::string::npos, text.find("handle=\"3\""));
+  EXPECT_EQ(std::string::npos, text.find("handle=\"4\""));
 }
 
 TEST(Export, LeavesAFileThatExistsAlone) {

@@ -97,6 +97,15 @@ TEST(DamagedRecording, FindsTheNextChunkBehindForeignBytes) {
   EXPECT_EQ(std::string::npos, text.find("missing")) << text;
 }
 
+TEST(DamagedRecording, OfFalseBeginningsOnlyHasNoEvents) {
+  const Scene scene;
+  std::string input;
+  while (input.size() < (std::size_t{1} << 16)) input += qk::mem::recording::kMagic;
+  const kit::Ran ran = checked(input);
+  EXPECT_EQ(2, ran.status);
+  EXPECT_EQ("qkmem: there are no events in x\n", ran.err);
+}
+
 TEST(DamagedRecording, OfAnyBytesEndsInWords) {
   const Scene scene;
   const std::string recording = some_recording();

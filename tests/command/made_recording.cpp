@@ -16,12 +16,12 @@ MadeRecording::MadeRecording() {
   });
 }
 
-void MadeRecording::started(std::uint64_t nanoseconds) {
+void MadeRecording::started(std::uint64_t nanoseconds, const std::string& command) {
   record(RecordType::kProcess, [&](auto& fields) {
     fields.number(1);
     fields.number(nanoseconds);
     fields.text("/bin/net");
-    fields.text("net");
+    fields.text(command);
     fields.number(0);
   });
 }

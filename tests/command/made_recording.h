@@ -15,8 +15,8 @@ class MadeRecording {
  public:
   MadeRecording();
 
-  /** When the program has begun, in nanoseconds since 1970. */
-  void started(std::uint64_t nanoseconds);
+  /** When the program has begun, in nanoseconds since 1970, and its command line. */
+  void started(std::uint64_t nanoseconds, const std::string& command = "net");
 
   /** A module with the addresses from `begin` to `end`. */
   void module(const std::string& path, const std::string& build_id, std::uint64_t begin,

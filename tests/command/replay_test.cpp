@@ -190,6 +190,32 @@ TEST(Replay, OfSeveralThreadsCanTellThemApart) {
   EXPECT_EQ(2, std::count(of_one.begin(), of_one.end(), '\n')) << of_one;
 }
 
+TEST(Replay, OfSeveralThreadsTellsWhoHasReleasedABlock) {
+  const Scene scene;
+  run_program(recorded(), [] {
+    const Pool pool("MULTITHREADED");
+    void* const block = qk_mem_imalloc(pool, 100, 16, "a.c", 1);
+    std::thread([&] { qk_mem_ifree(pool, block, "b.c", 2); }).join();
+  });
+  const std::string history = output_of({"history", "--csv", "a.c:1", "r.qkm"});
+  EXPECT_NE(std::string::npos, history.find("event,what,address,bytes,handle,thread,site,"));
+  EXPECT_NE(std::string::npos, history.find(",100,3,1,a.c:1,"));
+  EXPECT_NE(std::string::npos, history.find(",100,3,2,,"));
+}
+
+TEST(Replay, OfSeveralThreadsIsInTheOrderOfTime) {
+  const Scene scene;
+  run_program(recorded(), [] {
+    const Pool pool("MULTITHREADED");
+    void* const block = qk_mem_imalloc(pool, 100, 16, "a.c", 1);
+    std::thread([&] { qk_mem_imalloc(pool, 200, 16, "b.c", 2); }).join();
+    qk_mem_ifree(pool, block, "a.c", 3);
+  });
+  // Each thread by itself has 200 bytes at most.
+  const std::string peak = output_of({"peak", "--json", "r.qkm"});
+  EXPECT_NE(std::string::npos, peak.find("\"peak_bytes\":300,")) << peak;
+}
+
 TEST(Replay, OfAProgramThatWasKilledGoesUpToItsEnd) {
   const Scene scene;
   const kit::Ended ended = kit::run(recorded(), [] {
@@ -240,6 +266,9 @@ TEST(Replay, OfTheLatestEventsBeginsWithWhatWasLive) {
   const std::string check = output_of({"check", "r.qkm"});
   EXPECT_NE(std::string::npos, check.find("whole: each release has its block")) << check;
   EXPECT_NE(std::string::npos, check.find(" dropped to stay below RECORD_MAX")) << check;
+  // What is known of the beginning of the kept events is what they begin with.
+  const std::string all = output_of({"top", "--json", "-n", "1", "r.qkm"});
+  EXPECT_LT(40'000U, std::stoul(all.substr(all.find("\"made_blocks\":") + 14))) << all;
   const std::string early = output_of({"top", "--csv", "--file", "early.c", "r.qkm"});
   EXPECT_NE(std::string::npos, early.find("\n100000,100,100000,0,0,3,early.c:1\n")) << early;
   // The first two columns: what is live at the end.

@@ -1,7 +1,10 @@
 // The command qkmem: what a program has done with its memory.
 #include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cctype>
 #include <clocale>
 #include <cstdio>
+#include <cstring>
 #include <new>
 
 #include "exports/exports.h"
@@ -97,6 +100,19 @@ int run(const Command& command, Request& request) {
 
 constexpr const char* kExport = "export";
 
+/** The name of a file as it can be pasted into a shell. */
+std::string as_shell_word(const std::string& name) {
+  std::string word = name.starts_with('-') ? "./" + name : name;
+  const auto is_plain = [](unsigned char c) {
+    return std::isalnum(c) != 0 || std::strchr("._/-+,", c) != nullptr;
+  };
+  if (std::all_of(word.begin(), word.end(), is_plain)) return word;
+  for (std::size_t at = word.find('\''); at != std::string::npos; at = word.find('\'', at + 4)) {
+    word.replace(at, 1, "'\\''");
+  }
+  return "'" + word + "'";
+}
+
 void add_export(CLI::App& app, Request& request) {
   CLI::App* const subcommand =
       app.add_subcommand(kExport, "Writes a file for pprof, heaptrack and other viewers");
@@ -124,7 +140,7 @@ int run_export(Request& request) {
     write_standard_output(written.contents);
   } else {
     write_file(name, written.contents, request.may_overwrite);
-    fmt::print(stderr, "qkmem: {} {}\n", format.viewer, name);
+    fmt::print(stderr, "qkmem: {} {}\n", format.viewer, as_shell_word(name));
   }
   for (const std::string& remark : written.remarks) fmt::print(stderr, "qkmem: {}\n", remark);
   return 0;

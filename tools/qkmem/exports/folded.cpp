@@ -1,5 +1,6 @@
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <map>
 
 #include "exports/exports.h"
@@ -13,10 +14,7 @@ namespace {
 /** A semicolon would divide a name. */
 std::string whole_name(const Frame& frame) {
   std::string name = name_of(frame);
-  for (char& c : name) {
-    if (c == ';') c = ',';
-    if (c == '\n') c = ' ';
-  }
+  std::replace(name.begin(), name.end(), ';', ',');
   return name;
 }
 

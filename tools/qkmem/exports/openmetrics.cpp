@@ -34,6 +34,7 @@ Export write_openmetrics(const Query& query) {
   Handles handles;
   std::map<std::string, Figures> tags;
   for (SiteIndex site = 0; site < ledger.sites().count(); ++site) {
+    if (ledger.figures_of(site).is_empty()) continue;
     const Handle& handle = ledger.handles()[ledger.sites().at(site).handle];
     handles[{handle.number, handle.tag}].add(ledger.figures_of(site));
     if (!handle.tag.empty()) tags[handle.tag].add(ledger.figures_of(site));

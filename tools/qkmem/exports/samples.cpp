@@ -10,6 +10,13 @@
 namespace qk::command {
 namespace {
 
+/** Most formats have lines. */
+std::string on_one_line(std::string text) {
+  std::replace_if(
+      text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < ' '; }, ' ');
+  return text;
+}
+
 /** Viewers shorten names of functions, which have a type in front of a space. */
 std::string one_word(std::string_view text) {
   std::string word(text);
@@ -32,6 +39,10 @@ std::vector<Frame> frames_of(const Ledger& ledger, const SiteKey& site) {
   const Handle& handle = ledger.handles()[site.handle];
   frames.push_back({"handle:" + std::to_string(handle.number), {}, 0});
   if (!handle.tag.empty()) frames.push_back({"tag:" + handle.tag, {}, 0});
+  for (Frame& frame : frames) {
+    frame.function = on_one_line(frame.function);
+    frame.file = on_one_line(frame.file);
+  }
   return frames;
 }
 
@@ -50,7 +61,7 @@ std::vector<Sample> samples_of(Reading& reading) {
 
 std::string command_line_of(const Query& query, const Ledger& ledger) {
   const std::string& command = ledger.program().command;
-  return command.empty() ? shown_name(query.input) : command;
+  return on_one_line(command.empty() ? shown_name(query.input) : command);
 }
 
 }  // namespace qk::command

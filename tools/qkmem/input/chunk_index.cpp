@@ -15,7 +15,8 @@ using mem::recording::kMagic;
 
 namespace {
 
-constexpr std::size_t kWindow = std::size_t{1} << 20;
+constexpr std::size_t kFirstWindow = 1024;
+constexpr std::size_t kLargestWindow = std::size_t{1} << 20;
 
 std::string at_byte(std::uint64_t at) { return "byte " + std::to_string(at); }
 
@@ -71,9 +72,8 @@ void ChunkIndex::read_tail() {
 }
 
 void ChunkIndex::add(const ChunkHeader& header, std::uint64_t at) {
-  threads_[header.thread].push_back({at, header.bytes, header.index,
-                                     header.kind == ChunkKind::kEvents, header.highest_number,
-                                     header.begin});
+  threads_[header.thread].push_back(
+      {at, header.bytes, header.index, header.kind == ChunkKind::kEvents, header.begin});
 }
 
 /** A chunk of the tail may have come to the recording since, and is the second one then. */
@@ -111,13 +111,17 @@ bool ChunkIndex::is_chunk_or_end(std::uint64_t at) const {
   return count == 0 || std::string_view(bytes.data(), count) == kMagic;
 }
 
+/** The next chunk is near in most cases, and many false ones must not cost a long look each. */
 std::uint64_t ChunkIndex::next_magic(std::uint64_t from) const {
   std::string window;
-  for (std::uint64_t at = from; at < storage_.size(); at += kWindow - kMagic.size()) {
-    window.resize(kWindow);
+  std::size_t size = kFirstWindow;
+  for (std::uint64_t at = from; at < storage_.size(); at += window.size() - kMagic.size() + 1) {
+    window.resize(size);
     window.resize(storage_.read(at, window.data(), window.size()));
     const std::size_t found = window.find(kMagic);
     if (found != std::string::npos) return at + found;
+    if (window.size() < size) break;
+    size = std::min(2 * size, kLargestWindow);
   }
   return storage_.size();
 }

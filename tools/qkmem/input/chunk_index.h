@@ -20,7 +20,6 @@ struct ChunkPlace {
   std::uint32_t bytes = 0;
   std::uint32_t index = 0;
   bool has_events = false;
-  std::uint64_t highest_number = 0;
   mem::recording::Moment begin;
 };
 

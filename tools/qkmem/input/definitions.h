@@ -23,9 +23,6 @@ class Definitions {
   /** The handle of a pool; one without a name if the recording doesn't define it. */
   [[nodiscard]] HandleIndex handle_of(std::uint32_t pool);
 
-  /** The pool of a block's site. */
-  [[nodiscard]] std::uint32_t pool_of(const mem::recording::EventBlock& block) const;
-
   /** Where a block was made, in the ledger. */
   [[nodiscard]] SiteIndex site_of(const mem::recording::EventBlock& block, std::uint32_t thread) {
     if (!splits_threads_ && block.site != 0 && block.site < known_.size() &&
@@ -46,6 +43,7 @@ class Definitions {
     StackIndex stack = kNoStack;
   };
 
+  [[nodiscard]] std::uint32_t pool_of(const mem::recording::EventBlock& block) const;
   [[nodiscard]] SiteIndex find_site(const mem::recording::EventBlock& block, std::uint32_t thread);
   [[nodiscard]] const std::string& text(std::uint32_t number) const;
   void take_process(mem::recording::FieldReader& fields);

@@ -103,12 +103,6 @@ void Ledger::found_cleared(HandleIndex handle) {
   timeline_.note(on_clock(now_), whole_.live.bytes);
 }
 
-void Ledger::set_whole(const Figures& figures, const Moment& peak, std::uint64_t events) {
-  whole_ = figures;
-  peak_moment_ = peak;
-  events_ = events;
-}
-
 void Ledger::add_live(SiteIndex site, const Amount& amount) {
   settle(site);
   for (Figures* const figures : {&figures_[site], &whole_}) {

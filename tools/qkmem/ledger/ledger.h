@@ -80,10 +80,6 @@ class Ledger {
   /** All of those on a handle are released now. */
   void found_cleared(HandleIndex handle);
 
-  /** Figures of a site that were added up elsewhere, and of the whole. */
-  void set_figures(SiteIndex site, const Figures& figures) { figures_[site] = figures; }
-  void set_whole(const Figures& figures, const Moment& peak, std::uint64_t events);
-
   /** To be called after the last event. */
   void finish();
 

@@ -1,4 +1,5 @@
 // All that has happened at an address, or to the blocks of a site.
+#include <algorithm>
 #include <charconv>
 #include <optional>
 
@@ -55,6 +56,14 @@ Cell origin_of(const Happening& happening, const Ledger& ledger) {
   return fmt::format("{} (event {})", site, count_text(gone->made.event));
 }
 
+void drop_column(Sheet& sheet, std::string_view key) {
+  const auto found = std::find_if(sheet.columns.begin(), sheet.columns.end(),
+                                  [key](const Column& column) { return column.key == key; });
+  const auto place = found - sheet.columns.begin();
+  sheet.columns.erase(found);
+  for (auto& row : sheet.rows) row.erase(row.begin() + place);
+}
+
 }  // namespace
 
 Found show_history(const Query& query) {
@@ -66,6 +75,7 @@ Found show_history(const Query& query) {
                     {"address", "address"},
                     {"bytes", "bytes", Unit::kCount},
                     {"handle", "handle", Unit::kCount},
+                    {"thread", "thread", Unit::kCount},
                     {"at", "site"},
                     {"of", "allocated_at"}};
   Reading reading(query);
@@ -79,9 +89,11 @@ Found show_history(const Query& query) {
     events.add(happening.when.event, std::string(happening.what),
                fmt::format("{:#x}", happening.address), happening.bytes,
                static_cast<std::uint64_t>(ledger.handles()[happening.handle].number),
+               happening.thread == 0 ? Cell() : Cell(std::uint64_t{happening.thread}),
                happening.file.empty() ? Cell() : Cell(place_text(happening.file, happening.line)),
                origin_of(happening, ledger));
   });
+  if (reading.ledger.program().threads.size() < 2) drop_column(events, "thread");
   Answer answer = start_answer("history", query, reading);
   answer.facts.push_back({"subject", query.subject});
   answer.lines.push_back("history of " + query.subject);

@@ -50,9 +50,10 @@ std::string short_name(const Frame& frame) {
 }
 
 std::string name_of(const Frame& frame) {
-  const std::string place = fmt::format("{}:{}", base_of(frame.file), frame.line);
+  if (frame.file.empty()) return short_name(frame);
+  std::string place = fmt::format("{}:{}", base_of(frame.file), frame.line);
   // A line of which no function is known stands for it.
-  if (frame.file.empty() || frame.function == place) return short_name(frame);
+  if (frame.function == place) return place;
   return fmt::format("{} ({})", short_name(frame), place);
 }
 
