@@ -37,6 +37,12 @@ class Questions:
         self.options = tables[1]
         self.endings = [lines for kind, lines in blocks if kind == "paragraph"][-1]
 
+    def options_of(self, subcommand):
+        """The rows of those that a subcommand has."""
+        had = {"export": ("`--tag`", "`--from`", "`--at`", "`-o "), "symbolize": ("`-o ",)}
+        return [row for row in self.options[2:]
+                if row.startswith(tuple(f"| {term}" for term in had.get(subcommand, ("`",))))]
+
 
 def see_also(page, names):
     page.section("See also")
@@ -69,7 +75,7 @@ def write_subcommand(manual, term, told, questions):
     page.paragraph(rf"INPUT is a recording or a trace file, plain or compressed; {roff.bold('-')} is "
                    "standard input.")
     page.section("Options")
-    write_table(page, questions.options)
+    write_table(page, questions.options[:2] + questions.options_of(term.split()[0]))
     write_ending(page, questions)
     see_also(page, [("qkmem", 1), ("qkmem", 7)])
     return name, page.finished()

@@ -77,6 +77,10 @@ def wrong_pages(root, compiler, folder):
     for path in sorted(pages):
         if path.parent.name == "man3" and path.stem not in names:
             yield f"{path} is the page of no call"
+    if r"\-\-by" in pages[pathlib.Path("man1/qkmem-symbolize.1")]:
+        yield "qkmem-symbolize.1 has options that symbolize doesn't have"
+    if r"\-\-by" not in pages[pathlib.Path("man1/qkmem-top.1")]:
+        yield "qkmem-top.1 lacks options"
     if '.SH "QK_MEM_PROFILE"' not in pages[pathlib.Path("man7/qkmem.7")]:
         yield "qkmem.7 doesn't describe QK_MEM_PROFILE"
 
