@@ -266,9 +266,9 @@ TEST(Replay, OfTheLatestEventsBeginsWithWhatWasLive) {
   const std::string check = output_of({"check", "r.qkm"});
   EXPECT_NE(std::string::npos, check.find("whole: each release has its block")) << check;
   EXPECT_NE(std::string::npos, check.find(" dropped to stay below RECORD_MAX")) << check;
-  // What is known of the beginning of the kept events is what they begin with.
+  // Half of the limit at least is kept, and no event takes 50 bytes, however slow the machine.
   const std::string all = output_of({"top", "--json", "-n", "1", "r.qkm"});
-  EXPECT_LT(40'000U, std::stoul(all.substr(all.find("\"made_blocks\":") + 14))) << all;
+  EXPECT_LT(5'000U, std::stoul(all.substr(all.find("\"made_blocks\":") + 14))) << all;
   const std::string early = output_of({"top", "--csv", "--file", "early.c", "r.qkm"});
   EXPECT_NE(std::string::npos, early.find("\n100000,100,100000,0,0,3,early.c:1\n")) << early;
   // The first two columns: what is live at the end.
