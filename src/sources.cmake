@@ -67,6 +67,7 @@ set(library_sources
   formats/pprof.cpp
   formats/recording.cpp
   formats/recording_reader.cpp
+  formats/row_at_once.cpp
   formats/trace_reader.cpp
   formats/trace_row.cpp
   formats/usual_row.cpp

@@ -4,7 +4,9 @@
 #include <cstdint>
 #include <limits>
 
+#include "formats/digits.h"
 #include "formats/little_endian.h"
+#include "formats/row_at_once.h"
 
 namespace qk::mem {
 namespace {
@@ -12,20 +14,8 @@ namespace {
 constexpr std::uint64_t kOnes = 0x0101010101010101;
 constexpr std::uint64_t kHighBits = 0x8080808080808080;
 
-/** The same byte eight times. */
-constexpr std::uint64_t eight(char c) { return kOnes * static_cast<unsigned char>(c); }
-
 /** Marks the bytes that are zero. Behind the first of them others can be marked too. */
 constexpr std::uint64_t zeros_in(std::uint64_t word) { return (word - kOnes) & ~word & kHighBits; }
-
-/** The number of eight decimal digits, of which the lowest byte is the first. */
-constexpr std::uint64_t eight_digits(std::uint64_t digits) {
-  digits = digits * 10 + (digits >> 8);
-  constexpr std::uint64_t kPairs = 0x000000FF000000FF;
-  constexpr std::uint64_t kHigh = 100 + (std::uint64_t{1000000} << 32);
-  constexpr std::uint64_t kLow = 1 + (std::uint64_t{10000} << 32);
-  return ((digits & kPairs) * kHigh + ((digits >> 16) & kPairs) * kLow) >> 32;
-}
 
 /** Goes through a row as long as it is usual. Inline, so that all of it stays in registers. */
 class Row {
@@ -136,9 +126,8 @@ class Row {
   bool is_usual_ = true;
 };
 
-}  // namespace
-
-std::size_t read_usual_row(std::string_view bytes, TraceRow& row) noexcept {
+/** Reads one column after the other. They can be longer than read_row_at_once() takes them. */
+std::size_t read_columns(std::string_view bytes, TraceRow& row) noexcept {
   Row from(bytes);
   from.take(row.sequence, '\t');
   from.take(row.handle, '\t');
@@ -156,6 +145,15 @@ std::size_t read_usual_row(std::string_view bytes, TraceRow& row) noexcept {
   from.take(row.growth, '\t');
   from.take(row.difference, '\n');
   return from.is_usual() ? static_cast<std::size_t>(from.at() - bytes.data()) : 0;
+}
+
+}  // namespace
+
+std::size_t read_usual_row(std::string_view bytes, TraceRow& row) noexcept {
+  if constexpr (kReadsAtOnce) {
+    if (const std::size_t length = read_row_at_once(bytes, row)) return length;
+  }
+  return read_columns(bytes, row);
 }
 
 }  // namespace qk::mem
