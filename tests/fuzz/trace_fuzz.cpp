@@ -78,6 +78,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const Read read = read_in_pieces(text, text.size());
   fuzz::require(read_in_pieces(text, data[0] % 64 + 1U) == read, "pieces are read differently");
   fuzz::require(read_in_pieces(text, 1) == read, "single bytes are read differently");
+  // Only of rows with enough behind them are several columns read at once.
+  const std::string longer = std::string(text) + std::string(100, '1');
+  fuzz::require(read_in_pieces(longer, longer.size()) == read_in_pieces(longer, 1),
+                "rows with more behind them are read differently");
   const std::string again = headings() + read.rows;
   fuzz::require(read_in_pieces(again, again.size()) == Read{read.rows, read.rows},
                 "written rows are read differently");
