@@ -68,15 +68,14 @@ std::optional<Chunk> TailReader::next() noexcept {
   return std::nullopt;
 }
 
-std::uint64_t FieldReader::longer_number() noexcept {
-  constexpr std::size_t kMost = 10;
-  const std::size_t most = std::min(bytes_.size(), kMost);
+std::uint64_t FieldReader::longest_number() noexcept {
+  const std::size_t most = std::min(count(), kLongestVarint);
   std::uint64_t number = 0;
   for (std::size_t i = 0; i < most; ++i) {
-    const auto part = static_cast<std::uint8_t>(bytes_[i]);
+    const auto part = static_cast<std::uint8_t>(at_[i]);
     number |= std::uint64_t{part & 0x7FU} << 7 * i;
     if (part >= 0x80) continue;
-    bytes_.remove_prefix(i + 1);
+    at_ += i + 1;
     return number;
   }
   fail();
@@ -85,12 +84,12 @@ std::uint64_t FieldReader::longer_number() noexcept {
 
 std::string_view FieldReader::text() noexcept {
   const std::uint64_t length = number();
-  if (length > bytes_.size()) {
+  if (length > count()) {
     fail();
     return {};
   }
-  const std::string_view text = bytes_.substr(0, length);
-  bytes_.remove_prefix(length);
+  const std::string_view text(at_, length);
+  at_ += length;
   return text;
 }
 
@@ -100,7 +99,7 @@ EventReader::EventReader(const Chunk& chunk) noexcept
   state_.ticks = chunk.header.begin.ticks;
 }
 
-void EventReader::read_number_and_time(std::uint8_t flags, Event& event) noexcept {
+inline void EventReader::read_number_and_time(std::uint8_t flags, Event& event) noexcept {
   ++state_.number;
   if ((flags & kNumberFollows) != 0) {
     state_.number += static_cast<std::uint64_t>(fields_.signed_number());
@@ -110,12 +109,12 @@ void EventReader::read_number_and_time(std::uint8_t flags, Event& event) noexcep
   event.ticks = state_.ticks;
 }
 
-void EventReader::read_site(EventBlock& block) noexcept {
+inline void EventReader::read_site(EventBlock& block) noexcept {
   block.site = static_cast<std::uint32_t>(fields_.number());
   block.pool = block.site == 0 ? static_cast<std::uint32_t>(fields_.number()) : 0;
 }
 
-void EventReader::read_made(std::uint8_t flags, Event& event) noexcept {
+inline void EventReader::read_made(std::uint8_t flags, Event& event) noexcept {
   EventBlock& block = event.block;
   block.site = state_.site;
   if ((flags & kSiteFollows) != 0) read_site(block);
@@ -130,7 +129,7 @@ void EventReader::read_made(std::uint8_t flags, Event& event) noexcept {
   state_.bytes = block.bytes;
 }
 
-void EventReader::read_which(std::uint8_t flags, Event& event) noexcept {
+inline void EventReader::read_which(std::uint8_t flags, Event& event) noexcept {
   event.made = event.number - fields_.number();
   event.is_unsure = (flags & kUnsure) != 0;
   if (!event.is_unsure) return;

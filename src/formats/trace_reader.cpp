@@ -172,13 +172,13 @@ TraceRowEnds::Found TraceRowEnds::end_at(std::size_t bytes) noexcept {
   return {bytes, true};
 }
 
-TraceReader::Answer TraceReader::next() {
-  if (read_usual()) return Answer::kRow;
+TraceReader::Answer TraceReader::next(TraceRow& row) {
+  if (read_usual(row)) return Answer::kRow;
   while (const auto line = next_line()) {
     const bool headings = std::exchange(at_headings_, false);
     begin_line();
     const ErrorKind kind =
-        headings ? read_headings(*line, error_.column) : read_row(*line, row_, error_.column);
+        headings ? read_headings(*line, error_.column) : read_row(*line, row, error_.column);
     if (kind) {
       error_.kind = *kind;
       return Answer::kBroken;
@@ -188,9 +188,9 @@ TraceReader::Answer TraceReader::next() {
   return finished_ ? Answer::kEnd : Answer::kNeedsMore;
 }
 
-bool TraceReader::read_usual() {
+bool TraceReader::read_usual(TraceRow& row) {
   if (carries_ || at_headings_) return false;
-  const std::size_t length = read_usual_row(bytes_, row_);
+  const std::size_t length = read_usual_row(bytes_, row);
   if (length == 0) return false;
   bytes_.remove_prefix(length);
   ends_.pass_row();
@@ -205,14 +205,13 @@ void TraceReader::begin_line() noexcept {
 
 /** Returns the next complete line, or nothing if the bytes end before. */
 std::optional<std::string_view> TraceReader::next_line() {
-  if (!carries_) carried_.clear();
   const auto [count, ends] = ends_.find(bytes_);
   const std::string_view part = bytes_.substr(0, count);
   bytes_.remove_prefix(count);
   if (ends && !carries_) return part;
   carried_ += part;
   carries_ = !ends && !carried_.empty();
-  if (ends) return carried_;
+  if (ends) return take_carried();
   return finished_ ? line_without_end() : std::nullopt;
 }
 
@@ -220,7 +219,14 @@ std::optional<std::string_view> TraceReader::next_line() {
 std::optional<std::string_view> TraceReader::line_without_end() {
   if (!carries_ && !at_headings_) return std::nullopt;
   carries_ = false;
-  return carried_;
+  return take_carried();
+}
+
+/** Rows of the same piece follow, and can end with the begin of another line that is carried. */
+std::string_view TraceReader::take_carried() {
+  spread_.swap(carried_);
+  carried_.clear();
+  return spread_;
 }
 
 }  // namespace qk::mem

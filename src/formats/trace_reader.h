@@ -92,9 +92,12 @@ class TraceReader {
   /** Says, after kNeedsMore, that there are no more bytes. */
   void finish() noexcept { finished_ = true; }
 
-  [[nodiscard]] Answer next();
+  [[nodiscard]] Answer next() { return next(row_); }
 
-  /** The row, after kRow. Its `file` is valid until the next call of next(). */
+  /** Same, into a row of the caller's. row() stays as it is. */
+  [[nodiscard]] Answer next(TraceRow& row);
+
+  /** The row, after kRow. Its `file` is valid until the next call of feed() or finish(). */
   [[nodiscard]] const TraceRow& row() const noexcept { return row_; }
 
   /** The line of the row or of the error. */
@@ -104,13 +107,15 @@ class TraceReader {
   [[nodiscard]] const TraceError& error() const noexcept { return error_; }
 
  private:
-  [[nodiscard]] bool read_usual();
+  [[nodiscard]] bool read_usual(TraceRow& row);
   void begin_line() noexcept;
   [[nodiscard]] std::optional<std::string_view> next_line();
   [[nodiscard]] std::optional<std::string_view> line_without_end();
+  [[nodiscard]] std::string_view take_carried();
 
   std::string_view bytes_;
-  std::string carried_;  // a line that is spread over several pieces
+  std::string carried_;  // the begin of a line that is spread over several pieces
+  std::string spread_;   // the last such line
   TraceRowEnds ends_;
   TraceRow row_;
   TraceError error_;

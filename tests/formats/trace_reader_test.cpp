@@ -143,6 +143,20 @@ TEST(TraceReader, ReturnsARowAsSoonAsItIsComplete) {
   EXPECT_EQ(reader.next(), TraceReader::Answer::kEnd);
 }
 
+TEST(TraceReader, KeepsTheFileOfARowUntilMoreIsFed) {
+  const std::string text = kHeadings + kWhole + with(8, "another_file.c");
+  const std::size_t in_first = kHeadings.size() + kWhole.size() - 5;
+  TraceReader reader;
+  reader.feed(std::string_view(text).substr(0, in_first));
+  ASSERT_EQ(reader.next(), TraceReader::Answer::kNeedsMore);
+  // The end of the first row and the begin of the second one.
+  reader.feed(std::string_view(text).substr(in_first, kWhole.size()));
+  TraceRow row;
+  ASSERT_EQ(reader.next(row), TraceReader::Answer::kRow);
+  ASSERT_EQ(reader.next(), TraceReader::Answer::kNeedsMore);
+  EXPECT_EQ(row, kWholeRow);
+}
+
 /** Random rows, with numbers of all lengths and any types and file names. */
 class RandomRows {
  public:

@@ -16,7 +16,7 @@
 namespace qk::command {
 namespace {
 
-constexpr std::size_t kReadBytes = std::size_t{1} << 20;
+constexpr std::size_t kReadBytes = std::size_t{1} << 17;
 
 [[noreturn]] void fail(const std::string& name, const std::string& why) {
   throw InputError((name == "-" ? "standard input" : name) + ": " + why);

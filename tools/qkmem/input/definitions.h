@@ -25,11 +25,14 @@ class Definitions {
 
   /** Where a block was made, in the ledger. */
   [[nodiscard]] SiteIndex site_of(const mem::recording::EventBlock& block, std::uint32_t thread) {
-    if (!splits_threads_ && block.site != 0 && block.site < known_.size() &&
-        known_[block.site] != kUnknown) {
-      return known_[block.site];
-    }
-    return find_site(block, thread);
+    const SiteIndex known = known_site_of(block);
+    return known != kUnknown && !splits_threads_ ? known : find_site(block, thread);
+  }
+
+  /** A block is soon made there. */
+  void expect(const mem::recording::EventBlock& block) const {
+    const SiteIndex known = known_site_of(block);
+    if (known != kUnknown) ledger_.expect(known);
   }
 
  private:
@@ -43,6 +46,9 @@ class Definitions {
     StackIndex stack = kNoStack;
   };
 
+  [[nodiscard]] SiteIndex known_site_of(const mem::recording::EventBlock& block) const {
+    return block.site < known_.size() ? known_[block.site] : kUnknown;
+  }
   [[nodiscard]] std::uint32_t pool_of(const mem::recording::EventBlock& block) const;
   [[nodiscard]] SiteIndex find_site(const mem::recording::EventBlock& block, std::uint32_t thread);
   [[nodiscard]] const std::string& text(std::uint32_t number) const;

@@ -1,6 +1,7 @@
 #include "input/event_merge.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace qk::command {
 
@@ -19,7 +20,8 @@ double tick_of(const ChunkHeader& header) {
 
 }  // namespace
 
-EventMerge::EventMerge(const ChunkIndex& index) : index_(index) {
+EventMerge::EventMerge(const ChunkIndex& index, OnAhead on_ahead)
+    : index_(index), on_ahead_(std::move(on_ahead)) {
   for (const auto& [thread, places] : index.threads()) {
     Stream& stream = streams_.emplace_back();
     stream.next.thread = thread;
@@ -37,8 +39,9 @@ EventMerge::EventMerge(const ChunkIndex& index) : index_(index) {
 
 const EventMerge::Next* EventMerge::next() {
   if (current_ != nullptr && !read_event(*current_)) current_ = nullptr;
-  if (current_ != nullptr && current_->next.event.ticks > turn_ends_) {
-    turns_.push({current_->next.event.ticks, static_cast<std::size_t>(current_ - streams_.data())});
+  if (current_ != nullptr && current_->next.event->ticks > turn_ends_) {
+    turns_.push(
+        {current_->next.event->ticks, static_cast<std::size_t>(current_ - streams_.data())});
     current_ = nullptr;
   }
   while (current_ == nullptr && !turns_.empty()) take_turn();
@@ -52,10 +55,10 @@ void EventMerge::take_turn() {
   turns_.pop();
   turn_ends_ = turns_.empty() ? UINT64_MAX : turns_.top().ticks;
   // A stream's first turn began with its first chunk, not with its first event.
-  if (!stream.reader) {
+  if (stream.next.event == nullptr) {
     if (!read_event(stream)) return;
-    if (stream.next.event.ticks > turn_ends_) {
-      turns_.push({stream.next.event.ticks, static_cast<std::size_t>(&stream - streams_.data())});
+    if (stream.next.event->ticks > turn_ends_) {
+      turns_.push({stream.next.event->ticks, static_cast<std::size_t>(&stream - streams_.data())});
       return;
     }
   }
@@ -64,23 +67,36 @@ void EventMerge::take_turn() {
 
 void EventMerge::note_time(Stream& stream) {
   constexpr double kMost = 1e18;  // some 30 years: what is more makes no sense
-  const auto ticks = static_cast<double>(stream.next.event.ticks - stream.begin.ticks);
+  const auto ticks = static_cast<double>(stream.next.event->ticks - stream.begin.ticks);
   const double passed = std::min(ticks * stream.nanoseconds_a_tick, kMost);
   stream.next.nanoseconds = stream.begin.nanoseconds + static_cast<std::uint64_t>(passed);
 }
 
 bool EventMerge::read_event(Stream& stream) {
-  for (;;) {
-    if (stream.reader) {
-      if (stream.reader->read(stream.next.event)) return true;
-      if (stream.reader->has_failed()) damaged_.note("byte " + std::to_string(stream.at));
+  if (stream.next_event == stream.event_count && !read_ahead(stream)) return false;
+  stream.next.event = &stream.events[stream.next_event++];
+  return true;
+}
+
+bool EventMerge::read_ahead(Stream& stream) {
+  stream.next_event = 0;
+  stream.event_count = 0;
+  while (stream.reader || open_next_chunk(stream)) {
+    while (stream.event_count < stream.events.size() &&
+           stream.reader->read(stream.events[stream.event_count])) {
+      ++stream.event_count;
     }
-    if (!open_next_chunk(stream)) return false;
+    if (stream.event_count != 0) {
+      on_ahead_(std::span(stream.events).first(stream.event_count));
+      return true;
+    }
+    if (stream.reader->has_failed()) damaged_.note("byte " + std::to_string(stream.at));
+    stream.reader.reset();
   }
+  return false;
 }
 
 bool EventMerge::open_next_chunk(Stream& stream) {
-  stream.reader.reset();
   while (stream.next_place < stream.places->size()) {
     const ChunkPlace& place = (*stream.places)[stream.next_place++];
     if (!place.has_events) continue;

@@ -1,10 +1,13 @@
 #ifndef QKMEM_TOOLS_INPUT_EVENT_MERGE_H_
 #define QKMEM_TOOLS_INPUT_EVENT_MERGE_H_
 
+#include <array>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <optional>
 #include <queue>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -17,10 +20,13 @@ namespace qk::command {
 /** The events of all threads in the order of time. One chunk of each thread is open at a time. */
 class EventMerge {
  public:
-  explicit EventMerge(const ChunkIndex& index);
+  /** Sees events some time before they are given out. */
+  using OnAhead = std::function<void(std::span<const mem::recording::Event>)>;
+
+  EventMerge(const ChunkIndex& index, OnAhead on_ahead);
 
   struct Next {
-    mem::recording::Event event;
+    const mem::recording::Event* event = nullptr;
     std::uint64_t nanoseconds = 0;
     std::uint32_t thread = 0;
   };
@@ -35,12 +41,17 @@ class EventMerge {
   [[nodiscard]] std::uint64_t position() const { return position_; }
 
  private:
+  static constexpr std::size_t kAhead = 16;
+
   /** The chunks of a thread, from the one that is open on. */
   struct Stream {
     const std::vector<ChunkPlace>* places = nullptr;
     std::size_t next_place = 0;
     std::string buffer;
     std::optional<mem::recording::EventReader> reader;
+    std::array<mem::recording::Event, kAhead> events;  // of the open chunk, that were read
+    std::size_t event_count = 0;
+    std::size_t next_event = 0;
     Next next;
     mem::recording::Moment begin;
     double nanoseconds_a_tick = 0;
@@ -59,9 +70,11 @@ class EventMerge {
   static void note_time(Stream& stream);
   [[nodiscard]] bool open_next_chunk(Stream& stream);
   [[nodiscard]] bool read_event(Stream& stream);
+  [[nodiscard]] bool read_ahead(Stream& stream);
   void take_turn();
 
   const ChunkIndex& index_;
+  const OnAhead on_ahead_;
   std::vector<Stream> streams_;
   std::priority_queue<Turn, std::vector<Turn>, std::greater<>> turns_;  // of the others
   Stream* current_ = nullptr;      // whose event was given out last

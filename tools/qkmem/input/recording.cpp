@@ -25,19 +25,19 @@ Check RecordingInput::read() {
   index_.read();
   index_.read_records([this](const Chunk& chunk, std::uint64_t at) { take_records(chunk, at); });
   book_levels();
-  EventMerge merge(index_);
+  EventMerge merge(index_, [this](std::span<const Event> events) { expect(events); });
   for (std::uint64_t count = 0; (now_ = merge.next()) != nullptr; ++count) {
-    if (now_->event.number > to_.last.event || now_->nanoseconds > to_.last.nanoseconds) {
+    if (now_->event->number > to_.last.event || now_->nanoseconds > to_.last.nanoseconds) {
       was_cut_short_ = true;
       // Numbers of several threads are not in the order of time.
       if (now_->nanoseconds > to_.last.nanoseconds) break;
       continue;
     }
-    if (now_->event.ticks < begin_.ticks) {
+    if (now_->event->ticks < begin_.ticks) {
       to_.ledger.add_unseen_events(1);
       continue;
     }
-    take(now_->event);
+    take(*now_->event);
     constexpr std::uint64_t kNowAndThen = 0xFFFF;
     if (to_.progress && (count & kNowAndThen) == 0) to_.progress(merge.position(), storage_.size());
   }
@@ -108,6 +108,18 @@ void RecordingInput::book_levels() {
   levels_.clear();
 }
 
+/** Most of a replay's time would go to memory that is not in the processor's cache. */
+void RecordingInput::expect(std::span<const Event> events) const {
+  for (const Event& event : events) blocks_.expect(event.made);
+  for (const Event& event : events) {
+    if (event.kind == EventKind::kMade) {
+      definitions_.expect(event.block);
+    } else {
+      blocks_.expect_site(event.made);
+    }
+  }
+}
+
 void RecordingInput::take(const Event& event) {
   highest_ = std::max(highest_, event.number);
   to_.ledger.event({event.number, now_->nanoseconds});
@@ -127,7 +139,7 @@ void RecordingInput::take(const Event& event) {
 }
 
 void RecordingInput::take_made() {
-  const Event& event = now_->event;
+  const Event& event = *now_->event;
   const Block block = {event.block.address,
                        event.block.bytes,
                        {event.number, now_->nanoseconds},
@@ -145,13 +157,16 @@ void RecordingInput::take_made() {
 }
 
 void RecordingInput::take_release() {
-  const Event& event = now_->event;
+  const Event& event = *now_->event;
   const bool is_gone = event.kind == EventKind::kGone;
-  const std::optional<Block> kept = find_released();
-  if (kept) {
+  if (const Block* const kept = find_released()) {
     to_.ledger.gone(*kept);
-    if (!is_gone) set_aside_[now_->thread].push_back(*kept);
-    return is_gone ? tell("released", &*kept, nullptr, &*kept) : void();
+    if (is_gone) {
+      tell("released", kept, nullptr, kept);
+    } else {
+      set_aside_[now_->thread].push_back(*kept);
+    }
+    return blocks_.remove(*kept);
   }
   if (!event.is_unsure) {
     // Clocks of two processors can differ a little.
@@ -164,20 +179,20 @@ void RecordingInput::take_release() {
 }
 
 /** The block that the event names. Its number can be too high by a multiple of 2^32. */
-std::optional<Block> RecordingInput::find_released() {
+const Block* RecordingInput::find_released() const {
   constexpr std::uint64_t kAround = std::uint64_t{1} << 32;
   constexpr int kMost = 256;  // times: no program makes 2^40 blocks
-  std::uint64_t number = now_->event.made;
-  std::optional<Block> block = blocks_.take(number);
-  for (int i = 0; !block && number >= kAround && i < kMost; ++i) {
+  std::uint64_t number = now_->event->made;
+  const Block* block = blocks_.find(number);
+  for (int i = 0; block == nullptr && number >= kAround && i < kMost; ++i) {
     number -= kAround;
-    block = blocks_.take(number);
+    block = blocks_.find(number);
   }
   return block;
 }
 
 Block RecordingInput::unsure_block() {
-  const EventBlock& block = now_->event.block;
+  const EventBlock& block = now_->event->block;
   return {block.address, block.bytes, {0, 0}, definitions_.site_of(block, 0)};
 }
 
@@ -186,7 +201,7 @@ void RecordingInput::take_back() {
   std::vector<Block>& set_aside = set_aside_[now_->thread];
   const auto found = std::find_if(set_aside.rbegin(), set_aside.rend(), [this](const Block& block) {
     return static_cast<std::uint32_t>(block.made.event) ==
-           static_cast<std::uint32_t>(now_->event.made);
+           static_cast<std::uint32_t>(now_->event->made);
   });
   if (found != set_aside.rend()) {
     const Block block = *found;
@@ -195,7 +210,7 @@ void RecordingInput::take_back() {
     to_.ledger.back(block);
     // It was not told that the block was set aside, so it is not made anew.
     tell("not resized", &block, nullptr, nullptr);
-  } else if (now_->event.is_unsure) {
+  } else if (now_->event->is_unsure) {
     const Block block = unsure_block();
     to_.ledger.found(block.site, {block.bytes, 1});
   }
@@ -211,7 +226,7 @@ std::optional<Block> RecordingInput::last_set_aside() {
 }
 
 void RecordingInput::take_cleared() {
-  const HandleIndex handle = definitions_.handle_of(now_->event.block.pool);
+  const HandleIndex handle = definitions_.handle_of(now_->event->block.pool);
   tell("handle cleared", nullptr, nullptr, nullptr);
   blocks_.take_all_of(handle, [this](const Block& block) {
     to_.ledger.gone(block);
@@ -224,7 +239,7 @@ void RecordingInput::tell(const char* what, const Block* about, const Block* mad
                           const Block* gone) {
   if (!to_.watch) return;
   Happening happening;
-  happening.when = {now_->event.number, now_->nanoseconds};
+  happening.when = {now_->event->number, now_->nanoseconds};
   happening.what = what;
   if (about != nullptr) {
     const SiteKey& site = to_.ledger.sites().at(about->site);
@@ -236,7 +251,7 @@ void RecordingInput::tell(const char* what, const Block* about, const Block* mad
       happening.line = site.line;
     }
   } else {
-    happening.handle = definitions_.handle_of(now_->event.block.pool);
+    happening.handle = definitions_.handle_of(now_->event->block.pool);
   }
   happening.thread = now_->thread;
   happening.made = made;

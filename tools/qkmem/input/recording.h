@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 #include <unordered_map>
 #include <unordered_set>
@@ -43,12 +44,13 @@ class RecordingInput {
   void take_level(mem::recording::FieldReader& fields);
   void take_pool_sums(mem::recording::FieldReader& fields);
   void book_levels();
+  void expect(std::span<const mem::recording::Event> events) const;
   void take(const mem::recording::Event& event);
   void take_made();
   void take_release();
   void take_back();
   void take_cleared();
-  [[nodiscard]] std::optional<Block> find_released();
+  [[nodiscard]] const Block* find_released() const;
   [[nodiscard]] std::optional<Block> last_set_aside();
   [[nodiscard]] Block unsure_block();
   void tell(const char* what, const Block* about, const Block* made, const Block* gone);

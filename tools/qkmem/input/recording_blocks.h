@@ -3,9 +3,10 @@
 
 #include <cstdint>
 #include <functional>
-#include <optional>
 #include <vector>
 
+#include "ledger/expect_memory.h"
+#include "ledger/lazy_list.h"
 #include "ledger/ledger.h"
 
 namespace qk::command {
@@ -22,8 +23,27 @@ class RecordingBlocks {
   /** Adds a block. Returns false if one of its number is there. */
   bool add(const Block& block);
 
-  /** Removes the block of a number and returns it, if there is one. */
-  std::optional<Block> take(std::uint64_t number);
+  /** The block of a number is soon added or removed, which goes as far as the next place at least. */
+  void expect(std::uint64_t number) const {
+    const Block* const place = &places_[number & mask()];
+    expect_memory(place);
+    expect_memory(place + 1);
+  }
+
+  /** Same, later: the figures of its site are soon changed. */
+  void expect_site(std::uint64_t number) const {
+    const Block& place = places_[number & mask()];
+    if (is_used(place)) ledger_.expect(place.site);
+  }
+
+  /** The block of a number, until the next one is added or removed; null if there is none. */
+  [[nodiscard]] const Block* find(std::uint64_t number) const {
+    const Block& place = places_[place_of(number)];
+    return is_used(place) ? &place : nullptr;
+  }
+
+  /** Removes a block that was found. */
+  void remove(const Block& block);
 
   /** Removes all blocks of a handle, the oldest first. */
   void take_all_of(HandleIndex handle, const std::function<void(const Block&)>& taken);
@@ -31,28 +51,26 @@ class RecordingBlocks {
  private:
   static constexpr std::size_t kFirstPlaces = 1024;
 
-  /** The numbers of a handle's blocks, and of some that are gone. */
-  struct Numbers {
-    std::vector<std::uint64_t> numbers;
-    std::size_t look_again = kFirstPlaces;  // at so many
-  };
-
   [[nodiscard]] static bool is_used(const Block& place) { return place.site != kOwnSite; }
   [[nodiscard]] std::size_t mask() const { return places_.size() - 1; }
-  [[nodiscard]] std::size_t find(std::uint64_t number) const;
-  void place(const Block& block);
-  void remove(std::size_t at);
+
+  /** The place of a number, or the one that it would get. */
+  [[nodiscard]] std::size_t place_of(std::uint64_t number) const {
+    std::size_t at = number & mask();
+    while (is_used(places_[at]) && places_[at].made.event != number) at = (at + 1) & mask();
+    return at;
+  }
+  void place(const Block& block) { places_[place_of(block.made.event)] = block; }
   void grow();
   void list(const Block& block);
   void list_all();
-  void leave_out_gone(Numbers& of_handle) const;
 
   const Ledger& ledger_;
   std::vector<Block> places_ = std::vector<Block>(kFirstPlaces, Block{0, 0, {}, kOwnSite});
   std::size_t count_ = 0;
   // Only programs that clear handles need them, so they are made at the first clear.
   bool has_lists_ = false;
-  std::vector<Numbers> lists_;  // by handle
+  std::vector<LazyList<std::uint64_t>> lists_;  // of numbers, by handle
 };
 
 }  // namespace qk::command

@@ -139,13 +139,10 @@ Check TableInput::finish() {
 bool TableInput::read_rows() {
   using Answer = mem::TraceReader::Answer;
   for (;;) {
-    switch (reader_.next()) {
+    const Answer answer = read_ahead();
+    if (!take_ahead()) return false;
+    switch (answer) {
       case Answer::kRow:
-        if (number_of(reader_.row()) > to_.last.event) {
-          is_finished_ = true;
-          return false;
-        }
-        take_row(reader_.row());
         break;
       case Answer::kBroken:
         if (reader_.error().line == 1) {
@@ -163,8 +160,35 @@ bool TableInput::read_rows() {
   }
 }
 
+/** Reads some rows, unless the reader says something else before. */
+mem::TraceReader::Answer TableInput::read_ahead() {
+  for (ahead_count_ = 0; ahead_count_ < ahead_.size(); ++ahead_count_) {
+    RowAhead& ahead = ahead_[ahead_count_];
+    const mem::TraceReader::Answer answer = reader_.next(ahead.row);
+    if (answer != mem::TraceReader::Answer::kRow) return answer;
+    ahead.line = reader_.line();
+    blocks_.expect(recent(ahead.row.handle).handle, address_of(ahead.row), bytes_of(ahead.row));
+  }
+  return mem::TraceReader::Answer::kRow;
+}
+
+/** Returns false once all that is wanted was taken. */
+bool TableInput::take_ahead() {
+  for (std::size_t i = 0; i < ahead_count_; ++i) {
+    const TraceRow& row = ahead_[i].row;
+    blocks_.expect_soon(recent(row.handle).handle, address_of(row), bytes_of(row));
+  }
+  for (std::size_t i = 0; i < ahead_count_; ++i) {
+    line_ = ahead_[i].line;
+    is_finished_ = number_of(ahead_[i].row) > to_.last.event;
+    if (is_finished_) return false;
+    take_row(ahead_[i].row);
+  }
+  return true;
+}
+
 void TableInput::note(Problem& problem) {
-  problem.note(problem.count == 0 ? "line " + std::to_string(reader_.line()) : std::string());
+  problem.note(problem.count == 0 ? "line " + std::to_string(line_) : std::string());
 }
 
 /** The table's counter has 32 bits, and a row can come a little later than its number. */
@@ -244,7 +268,6 @@ void TableInput::take_gone(const TraceRow& row) {
 
 void TableInput::take_handle(const TraceRow& row) {
   if (row.type == mem::event::kHandleCreated) {
-    last_number_ = 0;
     static_cast<void>(add_handle({row.handle, {}, std::string(row.file), row.line}));
     return;
   }
@@ -260,16 +283,18 @@ SiteIndex TableInput::site_of(const TraceRow& row, HandleIndex handle) {
 }
 
 HandleIndex TableInput::handle_of(const TraceRow& row) {
-  if (row.handle == last_number_ && last_number_ != 0) return last_handle_;
+  const NumberedHandle& seen = recent(row.handle);
+  if (seen.number == row.handle && seen.handle != kNoHandle) return seen.handle;
   const auto found = current_.find(row.handle);
-  last_handle_ = found != current_.end() ? found->second : add_handle({row.handle, {}, {}, 0});
-  last_number_ = row.handle;
-  return last_handle_;
+  if (found == current_.end()) return add_handle({row.handle, {}, {}, 0});
+  recent(row.handle) = {row.handle, found->second};
+  return found->second;
 }
 
 HandleIndex TableInput::add_handle(const Handle& handle) {
   const HandleIndex index = to_.ledger.add_handle(handle);
   current_[handle.number] = index;
+  recent(handle.number) = {handle.number, index};
   sums_.emplace_back();
   return index;
 }

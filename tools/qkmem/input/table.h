@@ -1,6 +1,8 @@
 #ifndef QKMEM_TOOLS_INPUT_TABLE_H_
 #define QKMEM_TOOLS_INPUT_TABLE_H_
 
+#include <array>
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <unordered_map>
@@ -32,7 +34,21 @@ class TableInput {
   [[nodiscard]] Check finish();
 
  private:
+  /** A row that was read ahead, so that its block comes into the processor's cache. */
+  struct RowAhead {
+    mem::TraceRow row;
+    std::uint64_t line = 0;
+  };
+  struct NumberedHandle {
+    int number = 0;
+    HandleIndex handle = kNoHandle;
+  };
+
+  static constexpr HandleIndex kNoHandle = UINT32_MAX;
+
   bool read_rows();
+  [[nodiscard]] mem::TraceReader::Answer read_ahead();
+  [[nodiscard]] bool take_ahead();
   void take_row(const mem::TraceRow& row);
   void take_made(const mem::TraceRow& row, bool is_own);
   void take_realloc(const mem::TraceRow& row);
@@ -40,6 +56,9 @@ class TableInput {
   void take_gone(const mem::TraceRow& row);
   void take_handle(const mem::TraceRow& row);
   [[nodiscard]] SiteIndex site_of(const mem::TraceRow& row, HandleIndex handle);
+  [[nodiscard]] NumberedHandle& recent(int number) {
+    return recent_[static_cast<unsigned>(number) % recent_.size()];
+  }
   [[nodiscard]] HandleIndex handle_of(const mem::TraceRow& row);
   [[nodiscard]] HandleIndex add_handle(const Handle& handle);
   [[nodiscard]] std::uint64_t number_of(const mem::TraceRow& row) const;
@@ -70,9 +89,11 @@ class TableInput {
   Problem made_again_ = {"allocations where a block was live", 0, {}, {}};
   Problem moved_from_nowhere_ = {"reallocs of a block that is not in the table", 0, {}, {}};
   std::unordered_map<int, HandleIndex> current_;  // by number
-  int last_number_ = 0;
-  HandleIndex last_handle_ = 0;
+  std::array<NumberedHandle, 64> recent_ = {};
   std::vector<Sums> sums_;  // by handle
+  std::array<RowAhead, 16> ahead_;
+  std::size_t ahead_count_ = 0;
+  std::uint64_t line_ = 0;  // of the row that is taken
   std::uint64_t event_ = 0;
   bool is_finished_ = false;
 };

@@ -16,14 +16,14 @@ TableBlocks::Added TableBlocks::add(HandleIndex handle, const Block& block) {
   }
   const std::uint32_t number = free_node();
   Node& node = nodes_[number];
-  node = {};
   node.block = block;
   node.handle = handle;
   node.is_used = true;
+  node.is_presumed_gone = false;
   table_.add(hash_of(block.address, handle), number);
   if (block.site == kOwnSite) return added;
-  link_to_handle(number);
-  if (has_lists_) link(number);
+  if (has_lists_of_sizes_) link_to_size(number);
+  if (has_lists_of_handles_) list(number);
   ledger_.made(block);
   return added;
 }
@@ -46,11 +46,10 @@ TableBlocks::Resized TableBlocks::take_resized(HandleIndex handle, std::uint64_t
     return {take(handle, new_address), false, false};
   }
   if (old_bytes == 0) return {};
-  if (!has_lists_) make_lists();
-  const List& candidates = size_of(handle, old_bytes).live;
-  const std::uint32_t newest = candidates.newest;
+  if (!has_lists_of_sizes_) make_lists_of_sizes();
+  const std::uint32_t newest = sizes_[size_of(handle, old_bytes)].newest_live;
   if (newest == kNone) return {std::nullopt, true, false};
-  const bool had_choice = candidates.count > 1;
+  const bool had_choice = nodes_[newest].older != kNone;
   const Block block = nodes_[newest].block;
   ledger_.gone(block);
   presume(newest, true);
@@ -58,11 +57,13 @@ TableBlocks::Resized TableBlocks::take_resized(HandleIndex handle, std::uint64_t
 }
 
 void TableBlocks::take_all(HandleIndex handle) {
-  if (handle >= first_of_handle_.size()) return;
-  while (first_of_handle_[handle] != kNone) {
-    const std::uint32_t number = first_of_handle_[handle];
-    if (!nodes_[number].is_presumed_gone) ledger_.gone(nodes_[number].block);
-    remove(number);
+  if (!has_lists_of_handles_) make_lists_of_handles();
+  if (handle >= lists_of_handles_.size()) return;
+  for (const Mention& mention : lists_of_handles_[handle].take_all()) {
+    if (!is_there(mention)) continue;
+    const Node& node = nodes_[mention.number];
+    if (!node.is_presumed_gone) ledger_.gone(node.block);
+    remove(mention.number);
   }
 }
 
@@ -70,7 +71,7 @@ void TableBlocks::take_all(HandleIndex handle) {
 bool TableBlocks::settle_live(std::uint32_t number) {
   const Node& node = nodes_[number];
   if (!node.is_presumed_gone) return true;
-  const std::uint32_t other = size_of(node.handle, node.block.bytes).live.newest;
+  const std::uint32_t other = sizes_[node.size].newest_live;
   if (other == kNone) return false;
   ledger_.exchange(node.block, nodes_[other].block);
   presume(other, true);
@@ -82,8 +83,8 @@ bool TableBlocks::settle_live(std::uint32_t number) {
 bool TableBlocks::settle_gone(std::uint32_t number) {
   const Node& node = nodes_[number];
   if (node.is_presumed_gone) return true;
-  if (!has_lists_) return false;
-  const std::uint32_t other = size_of(node.handle, node.block.bytes).presumed_gone.newest;
+  if (!has_lists_of_sizes_) return false;
+  const std::uint32_t other = sizes_[node.size].newest_presumed_gone;
   if (other == kNone) return false;
   ledger_.exchange(nodes_[other].block, node.block);
   presume(other, false);
@@ -117,42 +118,27 @@ std::uint32_t TableBlocks::free_node() {
 void TableBlocks::remove(std::uint32_t number) {
   Node& node = nodes_[number];
   table_.remove(hash_of(node.block.address, node.handle), number);
-  if (node.block.site != kOwnSite) {
-    if (has_lists_) unlink(number);
-    if (node.next != kNone) nodes_[node.next].before = node.before;
-    (node.before != kNone ? nodes_[node.before].next : first_of_handle_[node.handle]) = node.next;
-  }
+  if (has_lists_of_sizes_ && node.block.site != kOwnSite) unlink(number);
+  ++node.generation;
   node.is_used = false;
   node.older = free_;
   free_ = number;
 }
 
-void TableBlocks::link_to_handle(std::uint32_t number) {
-  Node& node = nodes_[number];
-  if (node.handle >= first_of_handle_.size()) first_of_handle_.resize(node.handle + 1, kNone);
-  std::uint32_t& first = first_of_handle_[node.handle];
-  node.next = first;
-  if (first != kNone) nodes_[first].before = number;
-  first = number;
-}
-
-TableBlocks::Size& TableBlocks::size_of(HandleIndex handle, std::uint64_t bytes) {
+std::uint32_t TableBlocks::size_of(HandleIndex handle, std::uint64_t bytes) {
   const std::uint64_t hash = hash_of(bytes, handle);
-  const std::uint32_t number = size_table_.find(hash, [&](std::uint32_t candidate) {
+  const std::uint32_t found = size_table_.find(hash, [&](std::uint32_t candidate) {
     return sizes_[candidate].bytes == bytes && sizes_[candidate].handle == handle;
   });
-  if (number != kNone) return sizes_[number];
-  size_table_.add(hash, static_cast<std::uint32_t>(sizes_.size()));
-  return sizes_.emplace_back(Size{bytes, handle, {}, {}});
+  if (found != kNone) return found;
+  const auto added = static_cast<std::uint32_t>(sizes_.size());
+  size_table_.add(hash, added);
+  sizes_.push_back({bytes, handle});
+  return added;
 }
 
-TableBlocks::List& TableBlocks::list_of(const Node& node) {
-  Size& size = size_of(node.handle, node.block.bytes);
-  return node.is_presumed_gone ? size.presumed_gone : size.live;
-}
-
-void TableBlocks::make_lists() {
-  has_lists_ = true;
+/** The program's blocks, the oldest first. */
+std::vector<std::uint32_t> TableBlocks::all_of_program() const {
   std::vector<std::uint32_t> numbers;
   for (std::uint32_t number = 0; number < nodes_.size(); ++number) {
     if (nodes_[number].is_used && nodes_[number].block.site != kOwnSite) numbers.push_back(number);
@@ -160,25 +146,45 @@ void TableBlocks::make_lists() {
   std::stable_sort(numbers.begin(), numbers.end(), [this](std::uint32_t one, std::uint32_t other) {
     return nodes_[one].block.made.event < nodes_[other].block.made.event;
   });
-  for (const std::uint32_t number : numbers) link(number);
+  return numbers;
+}
+
+void TableBlocks::make_lists_of_sizes() {
+  has_lists_of_sizes_ = true;
+  for (const std::uint32_t number : all_of_program()) link_to_size(number);
+}
+
+void TableBlocks::make_lists_of_handles() {
+  has_lists_of_handles_ = true;
+  for (const std::uint32_t number : all_of_program()) list(number);
+}
+
+void TableBlocks::link_to_size(std::uint32_t number) {
+  Node& node = nodes_[number];
+  node.size = size_of(node.handle, node.block.bytes);
+  link(number);
 }
 
 void TableBlocks::link(std::uint32_t number) {
   Node& node = nodes_[number];
-  List& list = list_of(node);
+  std::uint32_t& newest = newest_of(node);
   node.newer = kNone;
-  node.older = list.newest;
-  if (list.newest != kNone) nodes_[list.newest].newer = number;
-  list.newest = number;
-  ++list.count;
+  node.older = newest;
+  if (newest != kNone) nodes_[newest].newer = number;
+  newest = number;
 }
 
 void TableBlocks::unlink(std::uint32_t number) {
   const Node& node = nodes_[number];
-  List& list = list_of(node);
   if (node.older != kNone) nodes_[node.older].newer = node.newer;
-  (node.newer != kNone ? nodes_[node.newer].older : list.newest) = node.older;
-  --list.count;
+  (node.newer != kNone ? nodes_[node.newer].older : newest_of(node)) = node.older;
+}
+
+void TableBlocks::list(std::uint32_t number) {
+  const Node& node = nodes_[number];
+  if (node.handle >= lists_of_handles_.size()) lists_of_handles_.resize(node.handle + 1);
+  lists_of_handles_[node.handle].add({number, node.generation},
+                                     [this](const Mention& mention) { return is_there(mention); });
 }
 
 }  // namespace qk::command

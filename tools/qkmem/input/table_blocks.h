@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "ledger/index_table.h"
+#include "ledger/lazy_list.h"
 #include "ledger/ledger.h"
 
 namespace qk::command {
@@ -31,6 +32,20 @@ class TableBlocks {
   /** Adds a block at an address. What lived there and was presumed gone was so. */
   Added add(HandleIndex handle, const Block& block);
 
+  /** A block at an address is soon added, taken or resized. */
+  void expect(HandleIndex handle, std::uint64_t address, std::uint64_t bytes) const {
+    table_.expect(hash_of(address, handle));
+    size_table_.expect(hash_of(bytes, handle));
+  }
+
+  /** Same, later: what the tables say has come by then. */
+  void expect_soon(HandleIndex handle, std::uint64_t address, std::uint64_t bytes) const {
+    const std::uint32_t number = table_.first(hash_of(address, handle));
+    if (number != kNone) expect_memory(&nodes_[number]);
+    const std::uint32_t size = size_table_.first(hash_of(bytes, handle));
+    if (size != kNone) expect_memory(&sizes_[size]);
+  }
+
   /** Removes the block at an address and returns it, if there is one. */
   std::optional<Block> take(HandleIndex handle, std::uint64_t address);
 
@@ -50,38 +65,49 @@ class TableBlocks {
  private:
   static constexpr std::uint32_t kNone = IndexTable::kNone;
 
-  struct Node {
+  /** As large as what the processor reads at once. */
+  struct alignas(64) Node {
     Block block;
     HandleIndex handle = 0;
+    std::uint32_t size = 0;       // its place in sizes_
     std::uint32_t newer = kNone;  // of its size, live or presumed gone
     std::uint32_t older = kNone;  // or the next free node
-    std::uint32_t next = kNone;   // of its handle
-    std::uint32_t before = kNone;
+    std::uint32_t generation = 0;
     bool is_used = false;
     bool is_presumed_gone = false;
-  };
-
-  struct List {
-    std::uint32_t newest = kNone;
-    std::uint64_t count = 0;
   };
 
   /** The blocks of a handle and a size. */
   struct Size {
     std::uint64_t bytes = 0;
     HandleIndex handle = 0;
-    List live;
-    List presumed_gone;
+    std::uint32_t newest_live = kNone;
+    std::uint32_t newest_presumed_gone = kNone;
+  };
+
+  /** What a list says of a node, which can be another block's by now. */
+  struct Mention {
+    std::uint32_t number = 0;
+    std::uint32_t generation = 0;
   };
 
   [[nodiscard]] std::uint32_t find(HandleIndex handle, std::uint64_t address) const;
   [[nodiscard]] std::uint32_t free_node();
-  [[nodiscard]] Size& size_of(HandleIndex handle, std::uint64_t bytes);
-  void make_lists();
-  [[nodiscard]] List& list_of(const Node& node);
+  [[nodiscard]] std::uint32_t size_of(HandleIndex handle, std::uint64_t bytes);
+  [[nodiscard]] std::uint32_t& newest_of(const Node& node) {
+    Size& size = sizes_[node.size];
+    return node.is_presumed_gone ? size.newest_presumed_gone : size.newest_live;
+  }
+  [[nodiscard]] std::vector<std::uint32_t> all_of_program() const;
+  void make_lists_of_sizes();
+  void make_lists_of_handles();
+  void link_to_size(std::uint32_t number);
   void link(std::uint32_t number);
   void unlink(std::uint32_t number);
-  void link_to_handle(std::uint32_t number);
+  void list(std::uint32_t number);
+  [[nodiscard]] bool is_there(const Mention& mention) const {
+    return nodes_[mention.number].generation == mention.generation;
+  }
   void remove(std::uint32_t number);
   void presume(std::uint32_t number, bool is_gone);
   [[nodiscard]] bool settle_live(std::uint32_t number);
@@ -90,11 +116,12 @@ class TableBlocks {
   Ledger& ledger_;
   std::vector<Node> nodes_;
   std::uint32_t free_ = kNone;
-  IndexTable table_;        // of nodes
-  bool has_lists_ = false;  // from the first realloc on that has moved
+  IndexTable table_;                 // of nodes
+  bool has_lists_of_sizes_ = false;  // from the first realloc on that has moved
   std::vector<Size> sizes_;
   IndexTable size_table_;
-  std::vector<std::uint32_t> first_of_handle_;  // of the program's
+  bool has_lists_of_handles_ = false;  // from the first handle on that is deleted
+  std::vector<LazyList<Mention>> lists_of_handles_;
 };
 
 }  // namespace qk::command

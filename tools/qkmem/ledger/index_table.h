@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <vector>
 
+#include "ledger/expect_memory.h"
+
 namespace qk::command {
 
 /**
@@ -23,6 +25,14 @@ class IndexTable {
         return places_[at].number;
     }
     return kNone;
+  }
+
+  /** Numbers of a hash are soon added, looked for or removed. */
+  void expect(std::uint64_t hash) const { expect_memory(&places_[place_of(hash)]); }
+
+  /** The number at the place of a hash, which can be another one's; kNone if it is free. */
+  [[nodiscard]] std::uint32_t first(std::uint64_t hash) const {
+    return places_[place_of(hash)].number;
   }
 
   /** Adds a number that is not there. */

@@ -11,71 +11,67 @@ HandleIndex Ledger::add_handle(const Handle& handle) {
 
 SiteIndex Ledger::site_of(const SiteKey& key) {
   const SiteIndex site = sites_.index_of(key);
-  if (site < figures_.size()) return site;
-  figures_.emplace_back();
-  epochs_.push_back(epoch_);
+  if (site < accounts_.size()) return site;
   const bool is_selected =
       !selection_.of_site || selection_.of_site(handles_[key.handle], sites_.at(site));
-  is_selected_.push_back(is_selected ? 1 : 0);
+  accounts_.push_back({{}, epoch_, is_selected});
   return site;
 }
 
 void Ledger::made(const Block& block) {
   if (!counts(block)) return;
+  Account& account = accounts_[block.site];
   const Amount amount = {block.bytes, 1};
-  add_live(block.site, amount);
-  for (Figures* const figures : {&figures_[block.site], &whole_}) {
-    figures->made += amount;
-    figures->largest = std::max(figures->largest, block.bytes);
-    if (figures->first_event == 0) figures->first_event = block.made.event;
-    figures->last_event = block.made.event;
-  }
+  add_live(account, amount);
+  Figures& figures = account.figures;
+  figures.made += amount;
+  figures.largest = std::max(figures.largest, block.bytes);
+  if (figures.first_event == 0) figures.first_event = block.made.event;
+  figures.last_event = block.made.event;
   note_peak();
   sizes_made_.add(block.bytes, block.bytes);
 }
 
 void Ledger::gone(const Block& block) {
   if (!counts(block)) return;
-  remove_live(block.site, {block.bytes, 1});
+  Account& account = accounts_[block.site];
+  remove_live(account, {block.bytes, 1});
   // Numbers of events of two threads need not rise with time.
   const std::uint64_t age = now_.event - std::min(block.made.event, now_.event);
   const std::uint64_t made = on_clock(block.made);
   const std::uint64_t now = on_clock(now_);
   const std::uint64_t life = now - std::min(made, now);
-  for (Figures* const figures : {&figures_[block.site], &whole_}) {
-    ++figures->released;
-    if (age <= kSoon) ++figures->released_soon;
-    figures->lives += life;
-    figures->longest_life = std::max(figures->longest_life, life);
-  }
+  Figures& figures = account.figures;
+  ++figures.released;
+  if (age <= kSoon) ++figures.released_soon;
+  figures.lives += life;
+  figures.longest_life = std::max(figures.longest_life, life);
   lives_.add(life, block.bytes);
   timeline_.note(now, whole_.live.bytes);
 }
 
 void Ledger::back(const Block& block) {
   if (!counts(block)) return;
-  add_live(block.site, {block.bytes, 1});
-  for (Figures* const figures : {&figures_[block.site], &whole_}) --figures->released;
+  add_live(accounts_[block.site], {block.bytes, 1});
+  --accounts_[block.site].figures.released;
   note_peak();
 }
 
 void Ledger::exchange(const Block& not_gone, const Block& not_live) {
   if (counts(not_live)) {
-    remove_live(not_live.site, {not_live.bytes, 1});
-    ++figures_[not_live.site].released;
-    ++whole_.released;
+    remove_live(accounts_[not_live.site], {not_live.bytes, 1});
+    ++accounts_[not_live.site].figures.released;
   }
   if (counts(not_gone)) {
-    add_live(not_gone.site, {not_gone.bytes, 1});
-    --figures_[not_gone.site].released;
-    --whole_.released;
+    add_live(accounts_[not_gone.site], {not_gone.bytes, 1});
+    --accounts_[not_gone.site].figures.released;
   }
 }
 
 void Ledger::found(SiteIndex site, const Amount& amount) {
   if (!counts_found(site)) return;
-  add_live(site, amount);
-  figures_[site].before += amount;
+  add_live(accounts_[site], amount);
+  accounts_[site].figures.before += amount;
   whole_.before += amount;
   note_peak();
 }
@@ -83,37 +79,36 @@ void Ledger::found(SiteIndex site, const Amount& amount) {
 void Ledger::found_gone(SiteIndex site, std::uint64_t bytes) {
   if (!counts_found(site)) return;
   // An input need not say the truth.
-  Amount& before = figures_[site].before;
+  Amount& before = accounts_[site].figures.before;
   const Amount amount = {std::min(bytes, before.bytes), std::min<std::uint64_t>(1, before.blocks)};
   before -= amount;
   whole_.before -= amount;
-  remove_live(site, amount);
+  remove_live(accounts_[site], amount);
   timeline_.note(on_clock(now_), whole_.live.bytes);
 }
 
 void Ledger::found_cleared(HandleIndex handle) {
   if (whole_.before.blocks == 0) return;
-  for (SiteIndex site = 0; site < figures_.size(); ++site) {
+  for (SiteIndex site = 0; site < accounts_.size(); ++site) {
     if (sites_.at(site).handle != handle) continue;
-    const Amount amount = figures_[site].before;
-    figures_[site].before = {};
+    const Amount amount = std::exchange(accounts_[site].figures.before, {});
     whole_.before -= amount;
-    remove_live(site, amount);
+    remove_live(accounts_[site], amount);
   }
   timeline_.note(on_clock(now_), whole_.live.bytes);
 }
 
-void Ledger::add_live(SiteIndex site, const Amount& amount) {
-  settle(site);
-  for (Figures* const figures : {&figures_[site], &whole_}) {
-    figures->live += amount;
-    if (figures->live.bytes > figures->highest.bytes) figures->highest = figures->live;
-  }
+void Ledger::add_live(Account& account, const Amount& amount) {
+  settle(account);
+  Figures& figures = account.figures;
+  figures.live += amount;
+  if (figures.live.bytes > figures.highest.bytes) figures.highest = figures.live;
+  whole_.live += amount;
 }
 
-void Ledger::remove_live(SiteIndex site, const Amount& amount) {
-  settle(site);
-  figures_[site].live -= amount;
+void Ledger::remove_live(Account& account, const Amount& amount) {
+  settle(account);
+  account.figures.live -= amount;
   whole_.live -= amount;
 }
 
@@ -127,7 +122,13 @@ void Ledger::note_peak() {
 }
 
 void Ledger::finish() {
-  for (SiteIndex site = 0; site < figures_.size(); ++site) settle(site);
+  Figures all;
+  for (Account& account : accounts_) {
+    settle(account);
+    all.add(account.figures);
+  }
+  all.highest = all.at_peak;
+  whole_ = all;
 }
 
 }  // namespace qk::command

@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "ledger/expect_memory.h"
 #include "ledger/figures.h"
 #include "ledger/places.h"
 #include "ledger/timeline.h"
@@ -59,6 +60,9 @@ class Ledger {
   /** Events that take no part. */
   void add_unseen_events(std::uint64_t count) { events_ += count; }
 
+  /** A block of a site is soon made or released. */
+  void expect(SiteIndex site) const { expect_memory(&accounts_[site]); }
+
   /** A block is made now. */
   void made(const Block& block);
 
@@ -84,7 +88,7 @@ class Ledger {
   void finish();
 
   [[nodiscard]] bool counts(const Block& block) const {
-    return block.site != kOwnSite && is_selected_[block.site] != 0 &&
+    return block.site != kOwnSite && accounts_[block.site].is_selected &&
            block.made.event >= selection_.from.event && block.made.event <= selection_.to.event &&
            block.made.nanoseconds >= selection_.from.nanoseconds &&
            block.made.nanoseconds <= selection_.to.nanoseconds;
@@ -99,9 +103,9 @@ class Ledger {
   [[nodiscard]] const Sites& sites() const { return sites_; }
   [[nodiscard]] const std::vector<Handle>& handles() const { return handles_; }
   [[nodiscard]] const Program& program() const { return program_; }
-  [[nodiscard]] const Figures& figures_of(SiteIndex site) const { return figures_[site]; }
+  [[nodiscard]] const Figures& figures_of(SiteIndex site) const { return accounts_[site].figures; }
 
-  [[nodiscard]] const Figures& whole() const { return whole_; }
+  [[nodiscard]] const Figures& whole() const { return whole_; }  // once it is finished
   [[nodiscard]] std::uint64_t peak() const { return whole_.at_peak.bytes; }
   [[nodiscard]] const Moment& peak_moment() const { return peak_moment_; }
   [[nodiscard]] std::uint64_t events() const { return events_; }
@@ -116,28 +120,32 @@ class Ledger {
   [[nodiscard]] const Histogram& lives() const { return lives_; }       // by the clock
 
  private:
+  struct Account {
+    Figures figures;
+    std::uint64_t epoch = 0;
+    bool is_selected = false;
+  };
+
   /** Before a site changes: what it held when the whole was largest, if that was since. */
-  void settle(SiteIndex site) {
-    if (epochs_[site] == epoch_) return;
-    epochs_[site] = epoch_;
-    figures_[site].at_peak = figures_[site].live;
+  void settle(Account& account) const {
+    if (account.epoch == epoch_) return;
+    account.epoch = epoch_;
+    account.figures.at_peak = account.figures.live;
   }
 
   [[nodiscard]] bool counts_found(SiteIndex site) const {
-    return is_selected_[site] != 0 && !selection_.has_from();
+    return accounts_[site].is_selected && !selection_.has_from();
   }
-  void add_live(SiteIndex site, const Amount& amount);
-  void remove_live(SiteIndex site, const Amount& amount);
+  void add_live(Account& account, const Amount& amount);
+  void remove_live(Account& account, const Amount& amount);
   void note_peak();
 
   const Selection selection_;
   Sites sites_;
   std::vector<Handle> handles_;
   Program program_;
-  std::vector<Figures> figures_;       // by site
-  std::vector<std::uint64_t> epochs_;  // by site
-  std::vector<char> is_selected_;      // by site
-  Figures whole_;
+  std::vector<Account> accounts_;  // by site
+  Figures whole_;                  // before finish(): only what is live, and was
   Moment peak_moment_;
   std::uint64_t epoch_ = 0;  // rises with each peak
   std::uint64_t events_ = 0;

@@ -9,15 +9,27 @@ namespace {
 constexpr std::size_t kFirstTable = 1024;
 constexpr std::uint64_t kFactor = 0x9E3779B97F4A7C15;
 
+void add_word(std::uint64_t& hash, std::uint64_t word) {
+  hash = (hash ^ word) * kFactor;
+  hash ^= hash >> 32;
+}
+
+/** The last word overlaps the one before, since copies of a length that varies take long. */
 void add_text(std::uint64_t& hash, std::string_view text) {
-  while (!text.empty()) {
-    std::uint64_t word = 0;
-    const std::size_t length = std::min(text.size(), sizeof word);
-    std::memcpy(&word, text.data(), length);
-    hash = (hash ^ word) * kFactor;
-    hash ^= hash >> 32;
-    text.remove_prefix(length);
+  const auto word_at = [&](auto word, std::size_t at) {
+    std::memcpy(&word, text.data() + at, sizeof word);
+    return std::uint64_t{word};
+  };
+  const std::size_t size = text.size();
+  if (size >= 8) {
+    for (std::size_t at = 0; at + 8 < size; at += 8) add_word(hash, word_at(std::uint64_t{}, at));
+    add_word(hash, word_at(std::uint64_t{}, size - 8));
+  } else if (size >= 4) {
+    add_word(hash, word_at(std::uint32_t{}, 0) << 32 | word_at(std::uint32_t{}, size - 4));
+  } else {
+    for (const char c : text) add_word(hash, static_cast<unsigned char>(c));
   }
+  hash += size;
 }
 
 std::size_t hash_of(const SiteKey& key) {
