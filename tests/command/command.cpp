@@ -15,39 +15,61 @@
 namespace kit {
 namespace {
 
-/** A descriptor in place of a standard one. */
-void redirect(const char* name, int flags, int descriptor) {
-  const int file = open(name, flags, 0666);
-  dup2(file, descriptor);
-  close(file);
+/** Where a file is a standard one. */
+class Opened {
+ public:
+  Opened(const char* name, int flags) : file_(open(name, flags | O_CLOEXEC, 0666)) {}
+  Opened(const Opened&) = delete;
+  Opened& operator=(const Opened&) = delete;
+  ~Opened() { close(file_); }
+
+  operator int() const { return file_; }
+
+ private:
+  const int file_;
+};
+
+int status_of(pid_t child) {
+  int status = 0;
+  waitpid(child, &status, 0);
+  return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
 }
 
 }  // namespace
 
+StartedCommand::StartedCommand(const std::vector<std::string>& arguments, int in, int out, int err)
+    : child_(fork()) {
+  if (child_ != 0) return;
+  dup2(in, STDIN_FILENO);
+  dup2(out, STDOUT_FILENO);
+  dup2(err, STDERR_FILENO);
+  for (const char* name : {"QK_MEM_PROFILE", "QK_MEM_DEBUG", "QK_MEM_OPTIONS"}) unsetenv(name);
+  if (getenv("COLUMNS") == nullptr) setenv("COLUMNS", "100", 1);
+  if (getenv("LC_ALL") == nullptr) setenv("LC_ALL", "C.UTF-8", 1);
+  std::vector<char*> words = {const_cast<char*>("qkmem")};
+  for (const std::string& argument : arguments) {
+    words.push_back(const_cast<char*>(argument.c_str()));
+  }
+  words.push_back(nullptr);
+  execv(QKMEM_COMMAND_PROGRAM, words.data());
+  _exit(127);
+}
+
+StartedCommand::~StartedCommand() { EXPECT_TRUE(has_ended_); }
+
+int StartedCommand::end() {
+  has_ended_ = true;
+  return status_of(child_);
+}
+
 Ran qkmem(const std::vector<std::string>& arguments, std::string_view input) {
   write_file("command.in", input);
-  const pid_t child = fork();
-  if (child == 0) {
-    redirect("command.in", O_RDONLY, STDIN_FILENO);
-    redirect("command.out", O_WRONLY | O_CREAT | O_TRUNC, STDOUT_FILENO);
-    redirect("command.err", O_WRONLY | O_CREAT | O_TRUNC, STDERR_FILENO);
-    for (const char* name : {"QK_MEM_PROFILE", "QK_MEM_DEBUG", "QK_MEM_OPTIONS"}) {
-      unsetenv(name);
-    }
-    if (getenv("COLUMNS") == nullptr) setenv("COLUMNS", "100", 1);
-    if (getenv("LC_ALL") == nullptr) setenv("LC_ALL", "C.UTF-8", 1);
-    std::vector<char*> words = {const_cast<char*>("qkmem")};
-    for (const std::string& argument : arguments) {
-      words.push_back(const_cast<char*>(argument.c_str()));
-    }
-    words.push_back(nullptr);
-    execv(QKMEM_COMMAND_PROGRAM, words.data());
-    _exit(127);
-  }
-  int status = 0;
-  waitpid(child, &status, 0);
-  return {WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status),
-          contents("command.out"), contents("command.err")};
+  constexpr int kNew = O_WRONLY | O_CREAT | O_TRUNC;
+  const Opened in("command.in", O_RDONLY);
+  const Opened out("command.out", kNew);
+  const Opened err("command.err", kNew);
+  const int status = StartedCommand(arguments, in, out, err).end();
+  return {status, contents("command.out"), contents("command.err")};
 }
 
 std::string output_of(const std::vector<std::string>& arguments) {

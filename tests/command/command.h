@@ -1,6 +1,8 @@
 #ifndef TESTS_COMMAND_COMMAND_H_
 #define TESTS_COMMAND_COMMAND_H_
 
+#include <sys/types.h>
+
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -13,6 +15,25 @@ struct Ran {
   int status;  // 128 and the signal if one has ended it
   std::string out;
   std::string err;
+};
+
+/** Runs `qkmem` beside the test. */
+class StartedCommand {
+ public:
+  /** @param in, out, err  its standard files. */
+  StartedCommand(const std::vector<std::string>& arguments, int in, int out, int err);
+  StartedCommand(const StartedCommand&) = delete;
+  StartedCommand& operator=(const StartedCommand&) = delete;
+  ~StartedCommand();
+
+  [[nodiscard]] pid_t process() const { return child_; }
+
+  /** Waits for its end, and returns what Ran calls its status. To be called once. */
+  [[nodiscard]] int end();
+
+ private:
+  const pid_t child_;
+  bool has_ended_ = false;
 };
 
 /** Runs `qkmem` with arguments and an input, in a locale of UTF-8 with 100 columns. */

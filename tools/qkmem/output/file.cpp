@@ -54,10 +54,15 @@ NewFile::NewFile(std::string name, bool may_overwrite) : name_(std::move(name)) 
   refuse_existing(name_, may_overwrite);
   const std::string other = name_ + ".unfinished";
   if (other.size() > PATH_MAX) throw OutputError(name_ + ": " + std::strerror(ENAMETOOLONG));
-  file_ = open(other.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
-  if (file_ < 0) fail();
-  other.copy(unfinished, other.size());
+  // Known before it is there, or a signal between the two would leave it.
+  other.copy(unfinished + 1, other.size() - 1, 1);
   unfinished[other.size()] = '\0';
+  unfinished[0] = other[0];
+  file_ = open(other.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+  if (file_ < 0) {
+    unfinished[0] = '\0';
+    fail();
+  }
 }
 
 NewFile::~NewFile() {
