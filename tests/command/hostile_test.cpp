@@ -69,6 +69,51 @@ TEST(DamagedRecording, KeepsWhatIsWholeIfItIsCutOff) {
   EXPECT_NE(std::string::npos, text.find("damaged chunks of events")) << text;
 }
 
+/** Chunks of events that come one behind the other. */
+bool is_of_events(const std::string& chunk) {
+  return qk::mem::recording::decode_header(chunk.data()).kind ==
+         qk::mem::recording::ChunkKind::kEvents;
+}
+
+std::string complete_up_to(const std::string& chunk) {
+  const auto header = qk::mem::recording::decode_header(chunk.data());
+  return "\"complete_up_to_event\":" + std::to_string(header.highest_number) + ",\n";
+}
+
+TEST(DamagedRecording, SaysUpToWhichEventNothingIsMissing) {
+  const Scene scene;
+  const std::vector<std::string> whole = chunks_of(some_recording());
+  const auto first = std::find_if(whole.begin(), whole.end(), &is_of_events);
+  const auto second = std::find_if(first + 1, whole.end(), &is_of_events);
+  const auto third = std::find_if(second + 1, whole.end(), &is_of_events);
+  ASSERT_NE(whole.end(), third);
+  const auto second_number = static_cast<std::size_t>(second - whole.begin());
+  const auto answer = [](const std::vector<std::string>& chunks) {
+    write_file("x", joined(chunks));
+    return qkmem({"check", "--json", "x"}).out;
+  };
+  EXPECT_EQ(std::string::npos, answer(whole).find("complete_up_to_event"));
+
+  std::vector<std::string> without = whole;
+  without.erase(without.begin() + static_cast<std::ptrdiff_t>(second_number));
+  EXPECT_NE(std::string::npos, answer(without).find(complete_up_to(*first))) << answer(without);
+
+  std::vector<std::string> with_other_bytes = whole;
+  with_other_bytes[second_number].back() ^= 1;
+  EXPECT_NE(std::string::npos, answer(with_other_bytes).find(complete_up_to(*first)));
+
+  // Of the thread's last chunk no later one tells that it is missing.
+  std::vector<std::string> with_other_end(whole.begin(), third);
+  with_other_end[second_number].front() ^= 1;
+  EXPECT_NE(std::string::npos, answer(with_other_end).find(complete_up_to(*first)));
+
+  std::vector<std::string> without_first = whole;
+  without_first.erase(without_first.begin() + (first - whole.begin()));
+  write_file("x", joined(without_first));
+  EXPECT_NE(std::string::npos,
+            qkmem({"check", "x"}).out.find("\nevents are missing from the beginning on\n"));
+}
+
 TEST(DamagedRecording, NamesTheChunkThatIsMissing) {
   const Scene scene;
   std::vector<std::string> chunks = chunks_of(some_recording());

@@ -73,7 +73,8 @@ void ChunkIndex::read_tail() {
 
 void ChunkIndex::add(const ChunkHeader& header, std::uint64_t at) {
   threads_[header.thread].push_back(
-      {at, header.bytes, header.index, header.kind == ChunkKind::kEvents, header.begin});
+      {at, header.bytes, header.index, header.kind == ChunkKind::kEvents, header.highest_number,
+       header.begin});
 }
 
 /** A chunk of the tail may have come to the recording since, and is the second one then. */
@@ -83,15 +84,26 @@ void ChunkIndex::sort() {
                      [](const auto& one, const auto& other) { return one.index < other.index; });
     const auto same = [](const auto& one, const auto& other) { return one.index == other.index; };
     places.erase(std::unique(places.begin(), places.end(), same), places.end());
-    std::uint32_t expected = 0;
-    for (const ChunkPlace& place : places) {
-      // Which chunks were dropped on purpose, nobody knows.
-      if (dropped_events_ == 0 && place.index != expected) {
-        missing_.note("thread " + std::to_string(thread) + ", chunk " + std::to_string(expected));
-        missing_.count += place.index - expected - 1;
-      }
-      expected = place.index + 1;
+    look_for_missing(thread, places);
+  }
+}
+
+void ChunkIndex::look_for_missing(std::uint32_t thread, const std::vector<ChunkPlace>& places) {
+  std::uint32_t expected = 0;
+  std::uint64_t highest = 0;
+  for (const ChunkPlace& place : places) {
+    // Which chunks were dropped on purpose, nobody knows.
+    if (dropped_events_ == 0 && place.index != expected) {
+      missing_.note("thread " + std::to_string(thread) + ", chunk " + std::to_string(expected));
+      missing_.count += place.index - expected - 1;
+      complete_up_to_ = std::min(complete_up_to_, highest);
     }
+    expected = place.index + 1;
+    highest = std::max(highest, place.highest_number);
+  }
+  // What belongs to no chunk can have been the thread's next one.
+  if (thread != 0 && !places.empty() && places.back().at < foreign_at_) {
+    complete_up_to_ = std::min(complete_up_to_, highest);
   }
 }
 
@@ -129,6 +141,7 @@ std::uint64_t ChunkIndex::next_magic(std::uint64_t from) const {
 void ChunkIndex::note_foreign(std::uint64_t from, std::uint64_t to) {
   foreign_.note(at_byte(from));
   foreign_.count += to - from - 1;
+  foreign_at_ = from;
 }
 
 }  // namespace qk::command

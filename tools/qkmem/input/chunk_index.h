@@ -20,6 +20,7 @@ struct ChunkPlace {
   std::uint32_t bytes = 0;
   std::uint32_t index = 0;
   bool has_events = false;
+  std::uint64_t highest_number = 0;  // of its events
   mem::recording::Moment begin;
 };
 
@@ -50,6 +51,9 @@ class ChunkIndex {
   [[nodiscard]] std::uint64_t dropped_up_to() const { return dropped_up_to_; }
   [[nodiscard]] bool has_tail() const { return has_tail_; }
 
+  /** No event up to this number is missing, as far as headers tell. */
+  [[nodiscard]] std::uint64_t complete_up_to() const { return complete_up_to_; }
+
   /** Bytes that belong to no chunk. */
   [[nodiscard]] const Problem& foreign() const { return foreign_; }
   /** Chunks that are missing between others. */
@@ -61,6 +65,7 @@ class ChunkIndex {
   void read_tail();
   void add(const mem::recording::ChunkHeader& header, std::uint64_t at);
   void sort();
+  void look_for_missing(std::uint32_t thread, const std::vector<ChunkPlace>& places);
   [[nodiscard]] bool is_chunk_or_end(std::uint64_t at) const;
   [[nodiscard]] std::uint64_t next_magic(std::uint64_t from) const;
   void note_foreign(std::uint64_t from, std::uint64_t to);
@@ -71,6 +76,8 @@ class ChunkIndex {
   std::uint64_t dropped_events_ = 0;
   std::uint64_t dropped_up_to_ = 0;  // bytes
   bool has_tail_ = false;
+  std::uint64_t foreign_at_ = 0;  // the last of them; 0 if there are none, or only at the begin
+  std::uint64_t complete_up_to_ = UINT64_MAX;
   Problem foreign_ = {"bytes that belong to no chunk", 0, {}, {}};
   Problem missing_ = {"chunks that are missing", 0, {}, {}};
   Problem damaged_ = {"damaged chunks", 0, {}, {}};

@@ -87,13 +87,20 @@ bool EventMerge::read_ahead(Stream& stream) {
       ++stream.event_count;
     }
     if (stream.event_count != 0) {
+      stream.highest_number =
+          std::max(stream.highest_number, stream.events[stream.event_count - 1].number);
       on_ahead_(std::span(stream.events).first(stream.event_count));
       return true;
     }
-    if (stream.reader->has_failed()) damaged_.note("byte " + std::to_string(stream.at));
+    if (stream.reader->has_failed()) note_damage(stream, stream.at);
     stream.reader.reset();
   }
   return false;
+}
+
+void EventMerge::note_damage(const Stream& stream, std::uint64_t at) {
+  damaged_.note("byte " + std::to_string(at));
+  complete_up_to_ = std::min(complete_up_to_, stream.highest_number);
 }
 
 bool EventMerge::open_next_chunk(Stream& stream) {
@@ -103,7 +110,7 @@ bool EventMerge::open_next_chunk(Stream& stream) {
     position_ += place.bytes;
     const auto chunk = index_.open(place, stream.buffer);
     if (!chunk) {
-      damaged_.note("byte " + std::to_string(place.at));
+      note_damage(stream, place.at);
       continue;
     }
     stream.at = place.at;

@@ -37,6 +37,9 @@ class EventMerge {
   /** Chunks whose sum is wrong, or whose events make no sense from somewhere on. */
   [[nodiscard]] const Problem& damaged() const { return damaged_; }
 
+  /** No event up to this number is missing because of them. */
+  [[nodiscard]] std::uint64_t complete_up_to() const { return complete_up_to_; }
+
   /** Bytes of the chunks that were opened so far. */
   [[nodiscard]] std::uint64_t position() const { return position_; }
 
@@ -56,6 +59,7 @@ class EventMerge {
     mem::recording::Moment begin;
     double nanoseconds_a_tick = 0;
     std::uint64_t at = 0;
+    std::uint64_t highest_number = 0;  // of the events that were read
   };
 
   /** When a stream goes on, by its ticks. */
@@ -72,6 +76,7 @@ class EventMerge {
   [[nodiscard]] bool read_event(Stream& stream);
   [[nodiscard]] bool read_ahead(Stream& stream);
   void take_turn();
+  void note_damage(const Stream& stream, std::uint64_t at);
 
   const ChunkIndex& index_;
   const OnAhead on_ahead_;
@@ -81,6 +86,7 @@ class EventMerge {
   std::uint64_t turn_ends_ = 0;    // at these ticks it is another stream's turn
   double nanoseconds_a_tick_ = 1;  // of the last chunk that has an end
   std::uint64_t position_ = 0;
+  std::uint64_t complete_up_to_ = UINT64_MAX;
   Problem damaged_ = {"damaged chunks of events", 0, {}, {}};
 };
 

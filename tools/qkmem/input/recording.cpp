@@ -43,6 +43,7 @@ Check RecordingInput::read() {
   }
   Check check = result();
   if (merge.damaged().count != 0) check.problems.push_back(merge.damaged());
+  check.complete_up_to = std::min(index_.complete_up_to(), merge.complete_up_to());
   return check;
 }
 

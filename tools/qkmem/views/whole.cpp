@@ -52,6 +52,12 @@ std::string end_of(const Check& check) {
   return "it breaks off behind event " + count_text(check.last_event) + ", without its tail";
 }
 
+/** How far a recording with a gap is complete. */
+std::string gap_of(const Check& check) {
+  if (check.complete_up_to == 0) return "events are missing from the beginning on";
+  return "no event up to " + count_text(check.complete_up_to) + " is missing";
+}
+
 }  // namespace
 
 Found check_input(const Query& query) {
@@ -61,6 +67,10 @@ Found check_input(const Query& query) {
   answer.remarks.clear();
   answer.lines.push_back(verdict_of(check));
   if (reading.input.kind == InputKind::kRecording) answer.lines.push_back(end_of(check));
+  if (check.complete_up_to != UINT64_MAX) {
+    answer.lines.push_back(gap_of(check));
+    answer.facts.push_back({"complete_up_to_event", check.complete_up_to});
+  }
   for (const Remark& remark : check.remarks) {
     answer.facts.push_back({remark.key, remark.count});
     if (remark.count == 0) continue;
