@@ -193,7 +193,7 @@ TEST(Names, NeedStacks) {
   MadeRecording recording;
   recording.made(recording.site("a.c", 1, {}), 100);
   recording.write("r.qkm");
-  EXPECT_EQ("qkmem: the recording has no stacks: STACKS in QK_MEM_PROFILE takes them along\n",
+  EXPECT_EQ("qkmem: there are no stacks: STACKS in QK_MEM_PROFILE takes them along\n",
             qkmem({"top", "r.qkm", "--by", "function"}).err);
   kit::write_file("t.tdf", kit::table_of({"1 3 M 1000 1 100 100 a.c 7"}));
   EXPECT_EQ("qkmem: a trace file has no functions; a recording has\n",

@@ -48,8 +48,8 @@ constexpr const char* kSymbolize = "symbolize";
 void add_input(CLI::App& subcommand, Request& request) {
   subcommand
       .add_option("input", request.query.input,
-                  "A trace file or a recording, plain or compressed by gzip or zstd; "
-                  "- for standard input")
+                  "A recording, a trace file or a profile's report as JSON, plain or compressed by "
+                  "gzip or zstd; - for standard input")
       ->required();
 }
 

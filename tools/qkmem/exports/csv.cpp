@@ -28,13 +28,18 @@ Export write_csv(const Query& query) {
       {"largest", "largest_bytes", Unit::kBytes},
       {"first", "first_event", Unit::kCount},
       {"last", "last_event", Unit::kCount}};
+  const bool has_events = reading.ledger.has_events();
+  const auto if_known = [has_events](std::uint64_t number) {
+    return has_events ? Cell(number) : Cell();
+  };
   for (const Sample& sample : samples_of(reading)) {
     const Figures& of = *sample.figures;
     sheet.add(static_cast<std::uint64_t>(sample.handle->number), sample.handle->tag,
               std::string(sample.site->file), static_cast<std::uint64_t>(sample.site->line),
               std::string(sample.site->label), of.live.bytes, of.live.blocks, of.before.bytes,
-              of.at_peak.bytes, of.at_peak.blocks, of.highest.bytes, of.made.bytes, of.made.blocks,
-              of.released, of.released_soon, of.lives, of.largest, of.first_event, of.last_event);
+              of.at_peak.bytes, if_known(of.at_peak.blocks), of.highest.bytes, of.made.bytes,
+              of.made.blocks, of.released, of.released_soon, if_known(of.lives), of.largest,
+              of.first_event, of.last_event);
   }
   Answer answer;
   answer.sheets.push_back(std::move(sheet));

@@ -52,7 +52,7 @@ void put_point(mem::JsonWriter& json, const Path& path, const Figures& figures) 
 
 /** Paths begin with tag and handle, since the viewer's tree does. It refuses equal ones. */
 Export write_dhat(const Query& query) {
-  Reading reading = read(query);
+  Reading reading = read(query, Needs::kEvents);
   const Ledger& ledger = reading.ledger;
   const bool has_time = ledger.clock() == Clock::kNanoseconds;
   FrameTexts texts;

@@ -72,7 +72,7 @@ struct Snapshot {
 
 /** The level at some moments, with all sites at the peak and at the end. */
 Export write_massif(const Query& query) {
-  Reading reading = read(query);
+  Reading reading = read(query, Needs::kEvents);
   const Ledger& ledger = reading.ledger;
   const Scale scale = scale_of(ledger);
   const std::vector<Sample> samples = samples_of(reading);

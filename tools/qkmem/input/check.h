@@ -57,7 +57,7 @@ struct Check {
   End end = End::kUnknown;
   std::uint64_t last_event = 0;
   std::uint64_t complete_up_to = UINT64_MAX;  // no event up to this one is missing
-  bool has_sums = false;  // the input says what its events come to
+  bool has_sums = false;                      // the input says what its events come to
 
   [[nodiscard]] bool is_whole() const { return problems.empty() && wrong_sums.empty(); }
 };

@@ -72,9 +72,9 @@ void ChunkIndex::read_tail() {
 }
 
 void ChunkIndex::add(const ChunkHeader& header, std::uint64_t at) {
-  threads_[header.thread].push_back(
-      {at, header.bytes, header.index, header.kind == ChunkKind::kEvents, header.highest_number,
-       header.begin});
+  threads_[header.thread].push_back({at, header.bytes, header.index,
+                                     header.kind == ChunkKind::kEvents, header.highest_number,
+                                     header.begin});
 }
 
 /** A chunk of the tail may have come to the recording since, and is the second one then. */

@@ -33,6 +33,9 @@ struct Happening {
   const Block* gone = nullptr;
 };
 
+/** What inputs can be. */
+enum class InputKind : std::uint8_t { kTable, kRecording, kProfile };
+
 /** How an input is to be read. */
 struct Reader {
   Ledger& ledger;
@@ -40,6 +43,8 @@ struct Reader {
   Moment last = {UINT64_MAX, UINT64_MAX};
   /** Sites of several threads are several sites. */
   bool splits_threads = false;
+  /** Told what the input is before it is read, which it can refuse by an exception. */
+  std::function<void(InputKind)> on_kind;
   /** Sees each event, if it is not null. What it points to is valid during the call. */
   std::function<void(const Happening&)> watch;
   /** Called now and then, with the bytes that were read so far and all. */

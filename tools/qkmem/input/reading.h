@@ -2,17 +2,16 @@
 #define QKMEM_TOOLS_INPUT_READING_H_
 
 #include <string>
+#include <vector>
 
 #include "input/input.h"
 
 namespace qk::command {
 
-/** What inputs can be. */
-enum class InputKind : std::uint8_t { kTable, kRecording };
-
 struct InputFacts {
   InputKind kind;
   Check check;
+  std::vector<std::string> remarks;  // for the user
 };
 
 /**

@@ -74,7 +74,9 @@ struct Figures {
     return left -= before;
   }
 
-  [[nodiscard]] bool is_empty() const { return made.blocks == 0 && highest.blocks == 0; }
+  [[nodiscard]] bool is_empty() const {
+    return made.blocks == 0 && highest == Amount() && live.blocks == 0;
+  }
 };
 
 /** How often numbers occur, by powers of two: 0, 1, 2 to 3, 4 to 7 and so on. */

@@ -121,12 +121,28 @@ void Ledger::note_peak() {
   timeline_.note(on_clock(now_), whole_.live.bytes);
 }
 
+void Ledger::book(SiteIndex site, const Figures& figures) {
+  Account& account = accounts_[site];
+  if (account.is_selected) account.figures.add(figures);
+}
+
+void Ledger::book_whole(const Moment& last, const Moment& peak, std::uint64_t peak_bytes) {
+  is_booked_ = true;
+  events_ = last.event;
+  first_ = {1, 0};
+  now_ = last;
+  peak_moment_ = peak;
+  booked_peak_ = peak_bytes;
+}
+
 void Ledger::finish() {
   Figures all;
   for (Account& account : accounts_) {
-    settle(account);
+    if (!is_booked_) settle(account);
     all.add(account.figures);
   }
+  // That of the sites together can be a little less, and without PEAK it is not known.
+  if (is_booked_ && counts_all()) all.at_peak.bytes = booked_peak_;
   all.highest = all.at_peak;
   whole_ = all;
 }

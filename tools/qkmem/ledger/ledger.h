@@ -84,6 +84,12 @@ class Ledger {
   /** All of those on a handle are released now. */
   void found_cleared(HandleIndex handle);
 
+  /** What a site has come to, in place of its events. */
+  void book(SiteIndex site, const Figures& figures);
+
+  /** The same of all sites: where events end, and when most was in use. */
+  void book_whole(const Moment& last, const Moment& peak, std::uint64_t peak_bytes);
+
   /** To be called after the last event. */
   void finish();
 
@@ -93,6 +99,12 @@ class Ledger {
            block.made.nanoseconds >= selection_.from.nanoseconds &&
            block.made.nanoseconds <= selection_.to.nanoseconds;
   }
+
+  /**
+   * Whether figures come from events. Those that were booked do not tell how many blocks there were
+   * at the peak, nor how long blocks live.
+   */
+  [[nodiscard]] bool has_events() const { return !is_booked_; }
 
   /** Whether the selection leaves nothing out. */
   [[nodiscard]] bool counts_all() const {
@@ -149,6 +161,8 @@ class Ledger {
   Moment peak_moment_;
   std::uint64_t epoch_ = 0;  // rises with each peak
   std::uint64_t events_ = 0;
+  bool is_booked_ = false;
+  std::uint64_t booked_peak_ = 0;  // bytes
   Moment first_;
   Moment now_;
   Clock clock_ = Clock::kEvents;

@@ -8,7 +8,7 @@
 namespace qk::command {
 
 Found show_sizes(const Query& query) {
-  const Reading reading = read(query);
+  const Reading reading = read(query, Needs::kEvents);
   Answer answer = start_answer("sizes", query, reading);
   const Amount& made = reading.ledger.whole().made;
   answer.lines.push_back(amount_text(made) + " made");
@@ -30,7 +30,7 @@ Found show_sizes(const Query& query) {
 }
 
 Found show_timeline(const Query& query) {
-  const Reading reading = read(query);
+  const Reading reading = read(query, Needs::kEvents);
   const Ledger& ledger = reading.ledger;
   Answer answer = start_answer("timeline", query, reading);
   answer.lines.push_back("peak " + peak_text(ledger));

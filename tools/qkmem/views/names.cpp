@@ -30,7 +30,9 @@ std::string moment_text(const Ledger& ledger, const Moment& moment) {
 }
 
 std::string peak_text(const Ledger& ledger) {
-  return amount_text(ledger.whole().at_peak) + " at " + moment_text(ledger, ledger.peak_moment());
+  const Amount& peak = ledger.whole().at_peak;
+  return (ledger.has_events() ? amount_text(peak) : size_text(peak.bytes)) + " at " +
+         moment_text(ledger, ledger.peak_moment());
 }
 
 std::string heading_of(const std::string& input, const Ledger& ledger) {

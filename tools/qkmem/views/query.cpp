@@ -3,6 +3,8 @@
 #include <fnmatch.h>
 
 #include <algorithm>
+#include <iterator>
+#include <utility>
 
 #include "names/stacks.h"
 #include "output/progress.h"
@@ -54,17 +56,38 @@ bool asks_for_time(const Query& query) {
          (query.at_moment && query.at_moment->nanoseconds != UINT64_MAX);
 }
 
+void refuse(std::string_view input, std::string_view what) {
+  throw UsageError(fmt::format("{} has no {}; a recording has", input, what));
+}
+
+void ask_table(const Query& query) {
+  constexpr std::string_view kInput = "a trace file";
+  if (!query.tags.empty() || query.by == By::kTag) refuse(kInput, "tags");
+  if (!query.threads.empty() || query.by == By::kThread) refuse(kInput, "threads");
+  if (query.by == By::kStack) refuse(kInput, "stacks");
+  if (query.by == By::kFunction) refuse(kInput, "functions");
+  if (asks_for_time(query)) refuse(kInput, "times");
+}
+
+void ask_profile(const Query& query, Needs needs) {
+  constexpr std::string_view kInput = "a profile's report";
+  const bool asks_for_events =
+      query.at_moment || query.from.event != 0 || query.to.event != UINT64_MAX;
+  if (needs == Needs::kEvents || asks_for_events || asks_for_time(query)) refuse(kInput, "events");
+  if (!query.threads.empty() || query.by == By::kThread) refuse(kInput, "threads");
+  if (query.at == At::kPeak) refuse(kInput, "blocks at the peak");
+}
+
 /** Asks nothing that the input can't tell. */
-void see_that_it_is_there(const Query& query, InputKind kind) {
-  if (kind == InputKind::kRecording) return;
-  const auto refuse = [](std::string_view what) {
-    throw UsageError(fmt::format("a trace file has no {}; a recording has", what));
-  };
-  if (!query.tags.empty() || query.by == By::kTag) refuse("tags");
-  if (!query.threads.empty() || query.by == By::kThread) refuse("threads");
-  if (query.by == By::kStack) refuse("stacks");
-  if (query.by == By::kFunction) refuse("functions");
-  if (asks_for_time(query)) refuse("times");
+void see_that_it_is_there(const Query& query, InputKind kind, Needs needs) {
+  switch (kind) {
+    case InputKind::kRecording:
+      break;
+    case InputKind::kTable:
+      return ask_table(query);
+    case InputKind::kProfile:
+      return ask_profile(query, needs);
+  }
 }
 
 std::vector<Fact> facts_of(const Query& query, const Reading& reading) {
@@ -76,12 +99,12 @@ std::vector<Fact> facts_of(const Query& query, const Reading& reading) {
                              {"last_event", ledger.last().event},
                              {"live_bytes", whole.live.bytes},
                              {"live_blocks", whole.live.blocks},
-                             {"peak_bytes", whole.at_peak.bytes},
-                             {"peak_blocks", whole.at_peak.blocks},
-                             {"peak_event", ledger.peak_moment().event},
-                             {"made_bytes", whole.made.bytes},
-                             {"made_blocks", whole.made.blocks},
-                             {"is_whole", reading.input.check.is_whole()}};
+                             {"peak_bytes", whole.at_peak.bytes}};
+  if (ledger.has_events()) facts.push_back({"peak_blocks", whole.at_peak.blocks});
+  facts.push_back({"peak_event", ledger.peak_moment().event});
+  facts.push_back({"made_bytes", whole.made.bytes});
+  facts.push_back({"made_blocks", whole.made.blocks});
+  facts.push_back({"is_whole", reading.input.check.is_whole()});
   if (ledger.clock() == Clock::kNanoseconds) {
     facts.push_back({"nanoseconds", ledger.last().nanoseconds});
     facts.push_back({"peak_nanoseconds", ledger.peak_moment().nanoseconds});
@@ -98,7 +121,9 @@ std::vector<std::string> remarks_of(const Reading& reading) {
   std::vector<std::string> remarks = reading.remarks;
   if (!check.is_whole()) remarks.emplace_back("the input is not whole: see qkmem check");
   if (const Amount& before = reading.ledger.whole().before; before.blocks != 0) {
-    remarks.push_back(amount_text(before) + " of what is live: made before the recording begins");
+    const bool is_recording = reading.input.kind == InputKind::kRecording;
+    remarks.push_back(fmt::format("{} of what is live: made before the {}", amount_text(before),
+                                  is_recording ? "recording begins" : "profile was on"));
   }
   return remarks;
 }
@@ -107,36 +132,48 @@ std::vector<std::string> remarks_of(const Reading& reading) {
 
 Reading::Reading(const Query& query) : ledger(selection_of(query)), input() {}
 
-void read(const Query& query, Reading& reading, std::function<void(const Happening&)> watch) {
+namespace {
+
+void read_as_needed(const Query& query, Needs needs, std::function<void(const Happening&)> watch,
+                    Reading& reading) {
   Progress progress;
   const bool splits_threads = query.by == By::kThread || !query.threads.empty();
-  Reader reader = {
-      reading.ledger,
-      {UINT64_MAX, UINT64_MAX},
-      splits_threads,
-      std::move(watch),
-      [&progress](std::uint64_t read, std::uint64_t all) { progress.show(read, all); }};
+  Reader reader = {reading.ledger,
+                   {UINT64_MAX, UINT64_MAX},
+                   splits_threads,
+                   [&query, needs](InputKind kind) { see_that_it_is_there(query, kind, needs); },
+                   std::move(watch),
+                   [&progress](std::uint64_t read, std::uint64_t all) { progress.show(read, all); }};
   if (query.at_moment) reader.last = *query.at_moment;
   reading.input = read_input(query.input, reader);
   reading.ledger.finish();
-  see_that_it_is_there(query, reading.input.kind);
+  reading.remarks = reading.input.remarks;
   if (reading.ledger.events() == 0) {
     throw InputError("there are no events in " + shown_name(query.input));
   }
   if (query.by == By::kFunction || query.by == By::kStack) {
     if (reading.ledger.program().stacks.empty()) {
-      throw UsageError("the recording has no stacks: STACKS in QK_MEM_PROFILE takes them along");
+      throw UsageError("there are no stacks: STACKS in QK_MEM_PROFILE takes them along");
     }
     name_calls(reading);
   }
 }
 
-void name_calls(Reading& reading) { reading.remarks = name_stacks(reading.ledger.program()); }
+}  // namespace
 
-Reading read(const Query& query) {
+Reading read(const Query& query, Needs needs) {
   Reading reading(query);
-  read(query, reading, {});
+  read_as_needed(query, needs, {}, reading);
   return reading;
+}
+
+void read(const Query& query, Reading& reading, std::function<void(const Happening&)> watch) {
+  read_as_needed(query, Needs::kEvents, std::move(watch), reading);
+}
+
+void name_calls(Reading& reading) {
+  std::vector<std::string> remarks = name_stacks(reading.ledger.program());
+  std::move(remarks.begin(), remarks.end(), std::back_inserter(reading.remarks));
 }
 
 std::string when_text(const Query& query, const Ledger& ledger) {

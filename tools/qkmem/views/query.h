@@ -54,9 +54,14 @@ struct Reading {
   explicit Reading(const Query& query);
 };
 
-/** Reads the input. `watch`, if there is one, sees each event. Throws InputError, UsageError. */
+/** What an answer is made of. Some inputs have figures only. */
+enum class Needs : std::uint8_t { kFigures, kEvents };
+
+/** Reads the input. Throws InputError, and UsageError if it doesn't have what is asked for. */
+[[nodiscard]] Reading read(const Query& query, Needs needs = Needs::kFigures);
+
+/** Same, and has `watch` see each event. */
 void read(const Query& query, Reading& reading, std::function<void(const Happening&)> watch);
-[[nodiscard]] Reading read(const Query& query);
 
 /** Names the calls that lead to sites. read() does it for those who ask for functions or stacks. */
 void name_calls(Reading& reading);

@@ -48,7 +48,7 @@ Found show_churn(const Query& query) {
 }
 
 Found show_lives(const Query& query) {
-  const Reading reading = read(query);
+  const Reading reading = read(query, Needs::kEvents);
   const Ledger& ledger = reading.ledger;
   Answer answer = start_answer("lives", query, reading);
   const std::uint64_t released = ledger.whole().released;

@@ -82,6 +82,18 @@ Sheet sheet_of_leaks(const Query& query, const Ledger& ledger) {
 
 Sheet sheet_of_peak(const Query& query, const Ledger& ledger) {
   const std::uint64_t whole = ledger.whole().at_peak.bytes;
+  if (!ledger.has_events()) {
+    return sheet_of(query, ledger, Sort::kPeak,
+                    {{"at peak", "peak_bytes", Unit::kBytes},
+                     {"share", "share_of_bytes", Unit::kShare},
+                     {"own peak", "highest_bytes", Unit::kBytes},
+                     {"at end", "live_bytes", Unit::kBytes}},
+                    [&](const Figures& of) {
+                      if (of.at_peak.bytes == 0) return Cells();
+                      return row_of(of.at_peak.bytes, Share{of.at_peak.bytes, whole},
+                                    of.highest.bytes, of.live.bytes);
+                    });
+  }
   return sheet_of(query, ledger, Sort::kPeak,
                   {{"at peak", "peak_bytes", Unit::kBytes},
                    {"blocks", "peak_blocks", Unit::kCount},
@@ -96,17 +108,21 @@ Sheet sheet_of_peak(const Query& query, const Ledger& ledger) {
 }
 
 Sheet sheet_of_churn(const Query& query, const Ledger& ledger) {
-  return sheet_of(query, ledger, Sort::kShort,
-                  {{"made", "made_blocks", Unit::kCount},
-                   {"bytes made", "made_bytes", Unit::kBytes},
-                   {"short-lived", "released_soon", Unit::kCount},
-                   {"share", "share_of_made", Unit::kShare},
-                   life_column(ledger, "mean life", "mean_life_events", "mean_life_nanoseconds")},
-                  [](const Figures& of) {
-                    if (of.made.blocks == 0) return Cells();
-                    return row_of(of.made.blocks, of.made.bytes, of.released_soon,
-                                  Share{of.released_soon, of.made.blocks}, mean_life(of));
-                  });
+  std::vector<Column> columns = {{"made", "made_blocks", Unit::kCount},
+                                 {"bytes made", "made_bytes", Unit::kBytes},
+                                 {"short-lived", "released_soon", Unit::kCount},
+                                 {"share", "share_of_made", Unit::kShare}};
+  if (ledger.has_events()) {
+    columns.push_back(
+        life_column(ledger, "mean life", "mean_life_events", "mean_life_nanoseconds"));
+  }
+  return sheet_of(query, ledger, Sort::kShort, std::move(columns), [&](const Figures& of) {
+    if (of.made.blocks == 0) return Cells();
+    Cells cells = row_of(of.made.blocks, of.made.bytes, of.released_soon,
+                         Share{of.released_soon, of.made.blocks});
+    if (ledger.has_events()) cells.push_back(mean_life(of));
+    return cells;
+  });
 }
 
 Sheet sheet_of_lives(const Query& query, const Ledger& ledger) {

@@ -65,7 +65,8 @@ Found summarize(const Query& query) {
   answer.lines.push_back(fmt::format(
       "churn   {} made; {} of the blocks lived for {} events at most", amount_text(whole.made),
       mem::percent_figure(whole.released_soon, whole.made.blocks).text(), kSoon));
-  answer.lines.push_back("level   " + bars_of(query, ledger.timeline(), 8));
+  if (ledger.has_events())
+    answer.lines.push_back("level   " + bars_of(query, ledger.timeline(), 8));
   answer.facts.push_back({"verdict", verdict});
   Query few = query;
   few.rows = 5;

@@ -70,7 +70,7 @@ std::vector<Step> steps_by_calls(const Ledger& ledger, const SiteKey& site) {
 std::vector<Step> steps_by_handle(const Reading& reading, const SiteKey& site) {
   const Handle& handle = reading.ledger.handles()[site.handle];
   std::vector<Step> steps;
-  if (reading.input.kind == InputKind::kRecording) {
+  if (reading.input.kind != InputKind::kTable) {
     steps.push_back(step_of(handle.tag.empty() ? "no tag" : "tag " + handle.tag));
   }
   steps.push_back(step_of("handle " + std::to_string(handle.number)));

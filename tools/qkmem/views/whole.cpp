@@ -61,7 +61,7 @@ std::string gap_of(const Check& check) {
 }  // namespace
 
 Found check_input(const Query& query) {
-  const Reading reading = read(query);
+  const Reading reading = read(query, Needs::kEvents);
   const Check& check = reading.input.check;
   Answer answer = start_answer("check", query, reading);
   answer.remarks.clear();
