@@ -16,7 +16,7 @@
 namespace qk::command {
 namespace {
 
-constexpr std::size_t kReadBytes = std::size_t{1} << 17;
+constexpr std::size_t kReadBytes = std::size_t{1} << 16;
 
 [[noreturn]] void fail(const std::string& name, const std::string& why) {
   throw InputError((name == "-" ? "standard input" : name) + ": " + why);

@@ -40,8 +40,8 @@ void RecordingBlocks::remove(const Block& block) {
 }
 
 void RecordingBlocks::grow() {
-  const std::vector<Block> old =
-      std::exchange(places_, std::vector<Block>(places_.size() * 2, Block{0, 0, {}, kOwnSite}));
+  const LargeArray<Block> old =
+      std::exchange(places_, LargeArray<Block>(places_.size() * 2, Block{0, 0, {}, kOwnSite}));
   for (const Block& block : old) {
     if (is_used(block)) place(block);
   }

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "ledger/expect_memory.h"
+#include "ledger/large_array.h"
 #include "ledger/lazy_list.h"
 #include "ledger/ledger.h"
 
@@ -66,7 +67,7 @@ class RecordingBlocks {
   void list_all();
 
   const Ledger& ledger_;
-  std::vector<Block> places_ = std::vector<Block>(kFirstPlaces, Block{0, 0, {}, kOwnSite});
+  LargeArray<Block> places_ = LargeArray<Block>(kFirstPlaces, Block{0, 0, {}, kOwnSite});
   std::size_t count_ = 0;
   // Only programs that clear handles need them, so they are made at the first clear.
   bool has_lists_ = false;

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "ledger/index_table.h"
+#include "ledger/large_array.h"
 #include "ledger/lazy_list.h"
 #include "ledger/ledger.h"
 
@@ -114,7 +115,7 @@ class TableBlocks {
   [[nodiscard]] bool settle_gone(std::uint32_t number);
 
   Ledger& ledger_;
-  std::vector<Node> nodes_;
+  LargeArray<Node> nodes_;
   std::uint32_t free_ = kNone;
   IndexTable table_;                 // of nodes
   bool has_lists_of_sizes_ = false;  // from the first realloc on that has moved

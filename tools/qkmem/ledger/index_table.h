@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "ledger/expect_memory.h"
+#include "ledger/large_array.h"
 
 namespace qk::command {
 
@@ -79,14 +80,14 @@ class IndexTable {
   }
 
   void grow() {
-    const std::vector<Place> old = std::move(places_);
-    places_ = std::vector<Place>(old.size() * 2);
+    const LargeArray<Place> old = std::move(places_);
+    places_ = LargeArray<Place>(old.size() * 2);
     for (const Place& place_of_old : old) {
       if (place_of_old.number != kNone) place(place_of_old.hash, place_of_old.number);
     }
   }
 
-  std::vector<Place> places_ = std::vector<Place>(1024);  // a power of two
+  LargeArray<Place> places_ = LargeArray<Place>(1024);  // a power of two
   std::size_t count_ = 0;
 };
 

@@ -6,7 +6,6 @@
 namespace qk::command {
 namespace {
 
-constexpr std::size_t kFirstTable = 1024;
 constexpr std::uint64_t kFactor = 0x9E3779B97F4A7C15;
 
 void add_word(std::uint64_t& hash, std::uint64_t word) {
@@ -32,7 +31,7 @@ void add_text(std::uint64_t& hash, std::string_view text) {
   hash += size;
 }
 
-std::size_t hash_of(const SiteKey& key) {
+std::uint64_t hash_of(const SiteKey& key) {
   std::uint64_t hash = std::uint64_t{key.handle} << 32 | static_cast<std::uint32_t>(key.line);
   hash = (hash * kFactor ^ key.stack) * kFactor + key.thread;
   add_text(hash, key.file);
@@ -42,19 +41,16 @@ std::size_t hash_of(const SiteKey& key) {
 
 }  // namespace
 
-Sites::Sites() : table_(kFirstTable) {}
-
 SiteIndex Sites::index_of(const SiteKey& key) {
-  const std::size_t mask = table_.size() - 1;
-  std::size_t place = hash_of(key) & mask;
-  while (table_[place] != 0 && keys_[table_[place] - 1] != key) place = (place + 1) & mask;
-  if (table_[place] != 0) return table_[place] - 1;
+  const std::uint64_t hash = hash_of(key);
+  const SiteIndex found =
+      table_.find(hash, [&](std::uint32_t candidate) { return keys_[candidate] == key; });
+  if (found != IndexTable::kNone) return found;
+  const auto index = static_cast<SiteIndex>(keys_.size());
   SiteKey& added = keys_.emplace_back(key);
   added.file = kept(key.file);
   added.label = kept(key.label);
-  table_[place] = static_cast<std::uint32_t>(keys_.size());
-  const auto index = static_cast<SiteIndex>(keys_.size() - 1);
-  if (keys_.size() * 2 > table_.size()) grow();
+  table_.add(hash, index);
   return index;
 }
 
@@ -63,16 +59,6 @@ std::string_view Sites::kept(std::string_view text) {
   if (text.empty()) return {};
   const auto found = std::find(texts_.rbegin(), texts_.rend(), text);
   return found != texts_.rend() ? *found : texts_.emplace_back(text);
-}
-
-void Sites::grow() {
-  table_.assign(table_.size() * 2, 0);
-  const std::size_t mask = table_.size() - 1;
-  for (std::uint32_t number = 1; number <= keys_.size(); ++number) {
-    std::size_t place = hash_of(keys_[number - 1]) & mask;
-    while (table_[place] != 0) place = (place + 1) & mask;
-    table_[place] = number;
-  }
 }
 
 }  // namespace qk::command

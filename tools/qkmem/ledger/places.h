@@ -8,6 +8,8 @@
 #include <unordered_map>
 #include <vector>
 
+#include "ledger/index_table.h"
+
 /** Who allocates: handles, the lines of the program that allocate on them, and how they came there. */
 namespace qk::command {
 
@@ -54,8 +56,6 @@ struct SiteKey {
 /** All sites, numbered in the order in which they appear. */
 class Sites {
  public:
-  Sites();
-
   /** The number of a site, which is added if it is new. Its texts are copied then. */
   [[nodiscard]] SiteIndex index_of(const SiteKey& key);
 
@@ -64,10 +64,9 @@ class Sites {
 
  private:
   [[nodiscard]] std::string_view kept(std::string_view text);
-  void grow();
 
   std::vector<SiteKey> keys_;
-  std::vector<std::uint32_t> table_;  // of numbers from 1; as many as a power of two
+  IndexTable table_;
   std::deque<std::string> texts_;
 };
 
