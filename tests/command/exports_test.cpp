@@ -128,8 +128,8 @@ TEST(ExportDhat, HasAPointForEachPath) {
 "tu":"events","Mtu":"million events","tuth":16,
 "cmd":"t.tdf","pid":0,"te":6,"tg":5,
 "pps":[
-{"tb":200,"tbk":2,"tl":3,"mb":200,"mbk":2,"gb":200,"gbk":2,"eb":100,"ebk":1,"fs":[1,2]},
-{"tb":300,"tbk":1,"tl":0,"mb":300,"mbk":1,"gb":300,"gbk":1,"eb":300,"ebk":1,"fs":[3,4]}],
+{"tb":200,"tbk":2,"tl":5,"mb":200,"mbk":2,"gb":200,"gbk":2,"eb":100,"ebk":1,"fs":[1,2]},
+{"tb":300,"tbk":1,"tl":1,"mb":300,"mbk":1,"gb":300,"gbk":1,"eb":300,"ebk":1,"fs":[3,4]}],
 "ftbl":[
 "[root]",
 "0x1: handle:3",

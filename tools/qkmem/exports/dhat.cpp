@@ -29,14 +29,19 @@ class FrameTexts {
   std::vector<std::string> texts_ = {"[root]"};
 };
 
-void put_point(mem::JsonWriter& json, const Path& path, const Figures& figures) {
+/** Of all blocks: those that are never released live to the end. */
+std::uint64_t lives_to(std::uint64_t end, const Figures& figures) {
+  return figures.lives + figures.left().blocks * end - figures.begins;
+}
+
+void put_point(mem::JsonWriter& json, const Path& path, const Figures& figures, std::uint64_t end) {
   json.start_line().begin_object();
   const auto put = [&json](std::string_view key, std::uint64_t number) {
     json.key(key).number(number);
   };
   put("tb", figures.made.bytes);
   put("tbk", figures.made.blocks);
-  put("tl", figures.lives);
+  put("tl", lives_to(end, figures));
   put("mb", figures.highest.bytes);
   put("mbk", figures.highest.blocks);
   put("gb", figures.at_peak.bytes);
@@ -72,10 +77,11 @@ Export write_dhat(const Query& query) {
   json.key("Mtu").text(has_time ? "ms" : "million events").key("tuth").number(kSoon);
   json.start_line().key("cmd").text(command_line_of(query, ledger));
   json.key("pid").number(ledger.program().process);
-  json.key("te").number(ledger.on_clock(ledger.last()));
+  const std::uint64_t end = ledger.on_clock(ledger.last());
+  json.key("te").number(end);
   json.key("tg").number(ledger.on_clock(ledger.peak_moment()));
   json.start_line().key("pps").begin_array();
-  for (const auto& [path, figures] : points) put_point(json, path, figures);
+  for (const auto& [path, figures] : points) put_point(json, path, figures, end);
   json.end_array().start_line().key("ftbl").begin_array();
   for (const std::string& frame : texts.texts()) json.start_line().text(frame);
   json.end_array().end_object();

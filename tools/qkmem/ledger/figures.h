@@ -43,8 +43,8 @@ struct Figures {
   Amount highest;  // when the site alone had most bytes; a group has the sum of its sites
   std::uint64_t released = 0;
   std::uint64_t released_soon = 0;
-  std::uint64_t lives =
-      0;  // that the released blocks have had, together, in the unit of the ledger
+  std::uint64_t lives = 0;   // that the released blocks have had, together, by the ledger's clock
+  std::uint64_t begins = 0;  // of the live ones that were made since, together, modulo 2^64
   std::uint64_t longest_life = 0;
   std::uint64_t largest = 0;  // bytes
   std::uint64_t first_event = 0;
@@ -60,6 +60,7 @@ struct Figures {
     released += other.released;
     released_soon += other.released_soon;
     lives += other.lives;
+    begins += other.begins;
     longest_life = std::max(longest_life, other.longest_life);
     largest = std::max(largest, other.largest);
     if (other.first_event != 0 && (first_event == 0 || other.first_event < first_event)) {

@@ -25,6 +25,7 @@ void Ledger::made(const Block& block) {
   add_live(account, amount);
   Figures& figures = account.figures;
   figures.made += amount;
+  figures.begins += on_clock(block.made);
   figures.largest = std::max(figures.largest, block.bytes);
   if (figures.first_event == 0) figures.first_event = block.made.event;
   figures.last_event = block.made.event;
@@ -45,6 +46,7 @@ void Ledger::gone(const Block& block) {
   ++figures.released;
   if (age <= kSoon) ++figures.released_soon;
   figures.lives += life;
+  figures.begins -= made;
   figures.longest_life = std::max(figures.longest_life, life);
   lives_.add(life, block.bytes);
   timeline_.note(now, whole_.live.bytes);
@@ -53,18 +55,24 @@ void Ledger::gone(const Block& block) {
 void Ledger::back(const Block& block) {
   if (!counts(block)) return;
   add_live(accounts_[block.site], {block.bytes, 1});
-  --accounts_[block.site].figures.released;
+  Figures& figures = accounts_[block.site].figures;
+  --figures.released;
+  figures.begins += on_clock(block.made);
   note_peak();
 }
 
 void Ledger::exchange(const Block& not_gone, const Block& not_live) {
   if (counts(not_live)) {
     remove_live(accounts_[not_live.site], {not_live.bytes, 1});
-    ++accounts_[not_live.site].figures.released;
+    Figures& figures = accounts_[not_live.site].figures;
+    ++figures.released;
+    figures.begins -= on_clock(not_live.made);
   }
   if (counts(not_gone)) {
     add_live(accounts_[not_gone.site], {not_gone.bytes, 1});
-    --accounts_[not_gone.site].figures.released;
+    Figures& figures = accounts_[not_gone.site].figures;
+    --figures.released;
+    figures.begins += on_clock(not_gone.made);
   }
 }
 
