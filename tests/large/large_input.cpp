@@ -1,7 +1,8 @@
 // Writes a long input of the command qkmem, as a program would that has made it up:
-//   large_input table|recording BYTES LIVE >FILE
-// The program has up to LIVE blocks at once, on a few handles and sites. It never ends by itself, so
-// the recording has no closing chunk.
+//   large_input table|recording BYTES|-EVENTS LIVE >FILE
+// The program has up to LIVE blocks at once, on a few handles and sites. It lives the same life for
+// both, in which a realloc that moves is one event of the table and two of the recording. It never
+// ends by itself, so the recording has no closing chunk.
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -41,9 +42,10 @@ struct Step {
 /** A life of random steps, in which addresses are used again soon. */
 class Life {
  public:
-  explicit Life(std::size_t most) : most_(most) {}
+  Life(std::size_t most, std::uint64_t most_events) : most_(most), most_events_(most_events) {}
 
   [[nodiscard]] std::uint64_t events() const { return events_; }
+  [[nodiscard]] bool is_over() const { return events_ == most_events_; }
 
   Step next() {
     ++events_;
@@ -82,6 +84,7 @@ class Life {
   }
 
   const std::size_t most_;
+  const std::uint64_t most_events_;
   std::minstd_rand random_{20261123};
   std::vector<Block> blocks_;
   std::vector<std::uint64_t> free_places_;
@@ -108,7 +111,7 @@ void write_table(std::uint64_t bytes, Life& life) {
   std::uint64_t whole = 0;
   std::string files[20];
   for (int i = 0; i < 20; ++i) files[i] = "source_" + std::to_string(i) + ".c";
-  while (written < bytes) {
+  while (written < bytes && !life.is_over()) {
     const Step step = life.next();
     const bool is_gone = step.kind == Step::Kind::kReleased;
     const std::uint64_t change = is_gone ? 0 - step.block.bytes : step.block.bytes - step.old.bytes;
@@ -244,9 +247,9 @@ void write_recording(std::uint64_t bytes, Life& life) {
   std::uint64_t number = 0;
   // Blocks are named by the events that made them, and a realloc is two events.
   std::vector<std::uint64_t> made;
-  for (std::uint64_t written = 0; written < bytes;) {
+  for (std::uint64_t written = 0; written < bytes && !life.is_over();) {
     ChunkOfEvents chunk(number + 1);
-    while (!chunk.is_full()) {
+    while (!chunk.is_full() && !life.is_over()) {
       const Step step = life.next();
       const Block& block = step.block;
       const auto add_made = [&] {
@@ -280,8 +283,10 @@ void write_recording(std::uint64_t bytes, Life& life) {
 
 int main(int argc, char** argv) {
   if (argc != 4) return 2;
-  const std::uint64_t bytes = std::strtoull(argv[2], nullptr, 10);
-  Life life(std::strtoull(argv[3], nullptr, 10));
+  const bool counts_events = argv[2][0] == '-';
+  const std::uint64_t most = std::strtoull(argv[2] + (counts_events ? 1 : 0), nullptr, 10);
+  const std::uint64_t bytes = counts_events ? UINT64_MAX : most;
+  Life life(std::strtoull(argv[3], nullptr, 10), counts_events ? most : UINT64_MAX);
   if (std::strcmp(argv[1], "table") == 0) {
     write_table(bytes, life);
   } else {
