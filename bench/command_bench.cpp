@@ -107,8 +107,8 @@ int main(int argc, char** argv) {
   const std::string recording = folder.file("run.qkm");
   const std::string heaptrack = folder.file("run.heaptrack");
   const std::string qkmem = QKMEM_COMMAND;
-  if (run({LARGE_INPUT, "table", "-" + events, live}, table.c_str()) < 0 ||
-      run({LARGE_INPUT, "recording", "-" + events, live}, recording.c_str()) < 0 ||
+  if (run({LARGE_INPUT, "table", "events", events, live}, table.c_str()) < 0 ||
+      run({LARGE_INPUT, "recording", "events", events, live}, recording.c_str()) < 0 ||
       run({qkmem, "export", "--to", "heaptrack", "-o", heaptrack, recording}) < 0) {
     std::fputs("the inputs can't be made\n", stderr);
     return 1;

@@ -5,8 +5,6 @@
 #include <string>
 #include <vector>
 
-#include "formats/recording.h"
-
 /** Recordings of programs that were never run. */
 namespace kit {
 
@@ -37,11 +35,7 @@ class MadeRecording {
   void write(const std::string& name);
 
  private:
-  template <class Write>
-  void record(qk::mem::recording::RecordType type, Write write);
   std::uint64_t text(const std::string& text);
-  [[nodiscard]] static std::string chunk(qk::mem::recording::ChunkHeader header,
-                                         const std::string& contents);
 
   std::string definitions_;
   std::uint64_t texts_ = 0;

@@ -43,14 +43,14 @@ def check(what, command, stdin):
 def main():
     large_input, command, folder = map(os.path.abspath, sys.argv[1:4])
     size = sys.argv[4] if len(sys.argv) > 4 else str(10_000_000_000)
-    with subprocess.Popen([large_input, "table", size, str(LIVE_BLOCKS)],
+    with subprocess.Popen([large_input, "table", "bytes", size, str(LIVE_BLOCKS)],
                           stdout=subprocess.PIPE) as table:
         check(("a trace file through a pipe", "-"), command, table.stdout)
     recording = os.path.join(folder, "large.qkm")
     try:
         with open(recording, "wb") as file:
-            subprocess.run([large_input, "recording", size, str(LIVE_BLOCKS)], stdout=file,
-                           check=True)
+            subprocess.run([large_input, "recording", "bytes", size, str(LIVE_BLOCKS)],
+                           stdout=file, check=True)
         check(("a recording", recording), command, subprocess.DEVNULL)
     finally:
         os.unlink(recording)

@@ -1,5 +1,5 @@
 // Writes a long input of the command qkmem, as a program would that has made it up:
-//   large_input table|recording BYTES|-EVENTS LIVE >FILE
+//   large_input table|recording bytes|events NUMBER LIVE >FILE
 // The program has up to LIVE blocks at once, on a few handles and sites. It lives the same life for
 // both, in which a realloc that moves is one event of the table and two of the recording. It never
 // ends by itself, so the recording has no closing chunk.
@@ -13,10 +13,10 @@
 #include <vector>
 
 #include "formats/recording_event.h"
-#include "formats/recording_fields.h"
 #include "formats/trace_letters.h"
 #include "formats/trace_row.h"
 #include "support/line.h"
+#include "tests/kit/made_chunks.h"
 
 namespace {
 
@@ -142,37 +142,25 @@ void write_table(std::uint64_t bytes, Life& life) {
 
 using namespace qk::mem::recording;
 
-template <class Write>
-void add_record(std::string& records, RecordType type, Write write) {
-  FieldCount count;
-  write(count);
-  std::string bytes(2 * qk::mem::kLongestVarint + count.size(), '\0');
-  FieldWriter writer(bytes.data());
-  writer.number(static_cast<std::uint64_t>(type));
-  writer.number(count.size());
-  write(writer);
-  records.append(bytes.data(), writer.end());
-}
-
 std::string definitions() {
   std::string records;
-  add_record(records, RecordType::kText, [](auto& fields) {
+  kit::append_record(records, RecordType::kText, [](auto& fields) {
     fields.number(1);
     fields.text("/src/source.c");
   });
-  add_record(records, RecordType::kText, [](auto& fields) {
+  kit::append_record(records, RecordType::kText, [](auto& fields) {
     fields.number(2);
     fields.text("LG");
   });
   for (std::uint64_t handle = 0; handle < kHandles; ++handle) {
-    add_record(records, RecordType::kPool, [&](auto& fields) {
+    kit::append_record(records, RecordType::kPool, [&](auto& fields) {
       fields.number(handle + 1);
       fields.number(kFirstHandle + handle);
       fields.number(2);
     });
   }
   for (std::uint64_t site = 0; site < kSites * kHandles; ++site) {
-    add_record(records, RecordType::kSite, [&](auto& fields) {
+    kit::append_record(records, RecordType::kSite, [&](auto& fields) {
       fields.number(site + 1);
       fields.number(site % kHandles + 1);
       fields.number(1);
@@ -231,11 +219,7 @@ void write_other_chunk(ChunkKind kind, std::uint32_t index, const std::string& c
   ChunkHeader header;
   header.kind = kind;
   header.index = index;
-  header.bytes = static_cast<std::uint32_t>(kHeaderBytes + contents.size());
-  std::string chunk(kHeaderBytes, '\0');
-  encode_header(header, chunk.data());
-  chunk += contents;
-  seal(chunk.data(), chunk.size());
+  const std::string chunk = kit::made_chunk(header, contents);
   put(chunk.data(), chunk.size());
 }
 
@@ -282,11 +266,11 @@ void write_recording(std::uint64_t bytes, Life& life) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc != 4) return 2;
-  const bool counts_events = argv[2][0] == '-';
-  const std::uint64_t most = std::strtoull(argv[2] + (counts_events ? 1 : 0), nullptr, 10);
+  if (argc != 5) return 2;
+  const bool counts_events = std::strcmp(argv[2], "events") == 0;
+  const std::uint64_t most = std::strtoull(argv[3], nullptr, 10);
   const std::uint64_t bytes = counts_events ? UINT64_MAX : most;
-  Life life(std::strtoull(argv[3], nullptr, 10), counts_events ? most : UINT64_MAX);
+  Life life(std::strtoull(argv[4], nullptr, 10), counts_events ? most : UINT64_MAX);
   if (std::strcmp(argv[1], "table") == 0) {
     write_table(bytes, life);
   } else {
