@@ -109,6 +109,19 @@ TEST(Output, ShowsNoControlCharactersOfNames) {
   EXPECT_NE(std::string::npos, output_of({"top", "t.tdf"}).find("?[2Ja.c:7\n"));
 }
 
+TEST(Output, HasForMachinesTheTablesWithoutARow) {
+  const Scene scene;
+  write_file("t.tdf", kit::table_of({"1 3 N 0 0 0 0 main.c 1", "2 3 M 1000 1 9 9 a.c 7",
+                                     "3 3 F 1000 1 9 0 a.c 8"}));
+  EXPECT_EQ("live_bytes,live_blocks,made_blocks,largest_bytes,last_event,handle,site\n",
+            output_of({"leaks", "--csv", "t.tdf"}));
+  EXPECT_NE(std::string::npos, output_of({"leaks", "--json", "t.tdf"}).find("\"rows\":[]"));
+  EXPECT_EQ(
+      "t.tdf: 3 events, 1 handle, 1 site\n"
+      "nothing is left: each block was released\n",
+      output_of({"leaks", "t.tdf"}));
+}
+
 TEST(Output, HasNoProgressWhereThereIsNoTerminal) {
   const Scene scene;
   write_wide_table();

@@ -132,6 +132,7 @@ std::string text_of(const Answer& answer, std::size_t width) {
   std::string text;
   for (const std::string& line : answer.lines) text += harmless(line) + '\n';
   for (const Sheet& sheet : answer.sheets) {
+    if (sheet.rows.empty() && sheet.hides_if_empty) continue;
     if (!text.empty()) text += '\n';
     if (!sheet.title.empty()) text += sheet.title + '\n';
     if (sheet.rows.empty()) {

@@ -69,7 +69,8 @@ struct Sheet {
   std::string title;  // for people; none if empty
   std::vector<Column> columns;
   std::vector<std::vector<Cell>> rows;
-  std::uint64_t left_out = 0;  // rows that are not shown
+  std::uint64_t left_out = 0;   // rows that are not shown
+  bool hides_if_empty = false;  // from people: a line says that there is nothing
 
   void add(std::vector<Cell> row) { rows.push_back(std::move(row)); }
 

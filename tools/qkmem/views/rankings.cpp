@@ -23,7 +23,7 @@ Found show_leaks(const Query& query) {
   answer.lines.push_back(left.blocks == 0 ? "nothing is left: each block was released"
                                           : fmt::format("{} {} never released", amount_text(left),
                                                         left.blocks == 1 ? "was" : "were"));
-  if (left.blocks != 0) answer.sheets.push_back(sheet_of_leaks(query, reading.ledger));
+  answer.sheets.push_back(sheet_of_leaks(query, reading.ledger));
   return {answer, left.blocks != 0};
 }
 

@@ -63,7 +63,7 @@ Sheet sheet_of_top(const Query& query, const Ledger& ledger) {
 
 Sheet sheet_of_leaks(const Query& query, const Ledger& ledger) {
   const std::uint64_t whole = ledger.whole().left().bytes;
-  return sheet_of(
+  Sheet sheet = sheet_of(
       query, ledger, Sort::kBytes,
       {{"bytes", "live_bytes", Unit::kBytes},
        {"blocks", "live_blocks", Unit::kCount},
@@ -78,6 +78,8 @@ Sheet sheet_of_leaks(const Query& query, const Ledger& ledger) {
                       of.last_event);
       },
       &left_of);
+  sheet.hides_if_empty = true;
+  return sheet;
 }
 
 Sheet sheet_of_peak(const Query& query, const Ledger& ledger) {

@@ -70,9 +70,7 @@ Found summarize(const Query& query) {
   answer.facts.push_back({"verdict", verdict});
   Query few = query;
   few.rows = 5;
-  if (whole.left().blocks != 0) {
-    answer.sheets.push_back(excerpt(sheet_of_leaks(few, ledger), "left", "what is left"));
-  }
+  answer.sheets.push_back(excerpt(sheet_of_leaks(few, ledger), "left", "what is left"));
   answer.sheets.push_back(excerpt(sheet_of_peak(few, ledger), "peak", "what held the peak"));
   answer.sheets.push_back(excerpt(sheet_of_churn(few, ledger), "churn", "what churns"));
   return {answer, whole.left().blocks != 0};

@@ -9,6 +9,7 @@ namespace {
 Sheet sheet_of_problems(const Check& check) {
   Sheet sheet;
   sheet.key = "problems";
+  sheet.hides_if_empty = true;
   sheet.columns = {{"how many", "count", Unit::kCount}, {"what", "what"}, {"the first", "first"}};
   for (const Problem& problem : check.problems) {
     const std::string first = problem.details.empty() ? problem.first : problem.details;
@@ -20,6 +21,7 @@ Sheet sheet_of_problems(const Check& check) {
 Sheet sheet_of_sums(const Reading& reading) {
   Sheet sheet;
   sheet.key = "sums";
+  sheet.hides_if_empty = true;
   sheet.title = "handles with other sums";
   sheet.columns = {{"counted", "counted", Unit::kCount},
                    {"the input says", "said", Unit::kCount},
@@ -76,8 +78,8 @@ Found check_input(const Query& query) {
     if (remark.count == 0) continue;
     answer.lines.push_back(counted(remark.count, remark.noun) + std::string(remark.what));
   }
-  if (!check.problems.empty()) answer.sheets.push_back(sheet_of_problems(check));
-  if (!check.wrong_sums.empty()) answer.sheets.push_back(sheet_of_sums(reading));
+  answer.sheets.push_back(sheet_of_problems(check));
+  answer.sheets.push_back(sheet_of_sums(reading));
   return {answer, !check.is_whole()};
 }
 
