@@ -116,13 +116,13 @@ void Definitions::take_module(FieldReader& fields) {
 
 /** Threads are numbered from 1. One whose number is far off is not named. */
 void Definitions::take_thread(FieldReader& fields) {
-  constexpr std::uint64_t kMostAhead = 1024;
+  constexpr std::uint64_t kMostAhead = 1024;  // of those that were taken
   auto& threads = ledger_.program().threads;
   const std::uint64_t number = fields.number();
   Thread thread;
   thread.number = fields.number();
   thread.name = fields.text();
-  if (number == 0 || number > threads.size() + kMostAhead) return fields.fail();
+  if (number == 0 || number > ++threads_taken_ + kMostAhead) return fields.fail();
   if (number > threads.size()) threads.resize(number);
   threads[number - 1] = std::move(thread);
 }

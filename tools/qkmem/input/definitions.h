@@ -67,7 +67,8 @@ class Definitions {
   std::unordered_map<std::uint32_t, Site> sites_;
   std::unordered_map<std::uint64_t, StackIndex> stacks_;
   std::unordered_map<std::uint64_t, SiteIndex> sites_of_threads_;  // or of those without a site
-  std::vector<SiteIndex> known_;                                   // by number of the site
+  std::uint64_t threads_taken_ = 0;
+  std::vector<SiteIndex> known_;  // by number of the site
 };
 
 }  // namespace qk::command

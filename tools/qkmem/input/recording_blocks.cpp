@@ -29,9 +29,9 @@ void RecordingBlocks::take_all_of(HandleIndex handle,
 /** What stands behind it moves up, unless it would then stand in front of its own place. */
 void RecordingBlocks::remove(const Block& block) {
   auto gap = static_cast<std::size_t>(&block - places_.data());
-  for (std::size_t at = (gap + 1) & mask(); is_used(places_[at]); at = (at + 1) & mask()) {
-    const std::size_t home = places_[at].made.event & mask();
-    if (((at - home) & mask()) < ((at - gap) & mask())) continue;
+  for (std::size_t at = next(gap); is_used(places_[at]); at = next(at)) {
+    const std::size_t home = home_of(places_[at].made.event);
+    if (distance(home, at) < distance(gap, at)) continue;
     places_[gap] = places_[at];
     gap = at;
   }
@@ -40,8 +40,9 @@ void RecordingBlocks::remove(const Block& block) {
 }
 
 void RecordingBlocks::grow() {
-  const LargeArray<Block> old =
-      std::exchange(places_, LargeArray<Block>(places_.size() * 2, Block{0, 0, {}, kOwnSite}));
+  const std::size_t more = 2 * places_.size() + 1;
+  const LargeArray<Block> old = std::exchange(places_, LargeArray<Block>(more, kFree));
+  reciprocal_ = reciprocal_of(more);
   for (const Block& block : old) {
     if (is_used(block)) place(block);
   }

@@ -79,6 +79,9 @@ void Ledger::exchange(const Block& not_gone, const Block& not_live) {
 void Ledger::found(SiteIndex site, const Amount& amount) {
   if (!counts_found(site)) return;
   add_live(accounts_[site], amount);
+  if (accounts_[site].figures.before == Amount()) {
+    found_[sites_.at(site).handle].push_back(site);
+  }
   accounts_[site].figures.before += amount;
   whole_.before += amount;
   note_peak();
@@ -96,13 +99,14 @@ void Ledger::found_gone(SiteIndex site, std::uint64_t bytes) {
 }
 
 void Ledger::found_cleared(HandleIndex handle) {
-  if (whole_.before.blocks == 0) return;
-  for (SiteIndex site = 0; site < accounts_.size(); ++site) {
-    if (sites_.at(site).handle != handle) continue;
+  const auto found = found_.find(handle);
+  if (found == found_.end()) return;
+  for (const SiteIndex site : found->second) {
     const Amount amount = std::exchange(accounts_[site].figures.before, {});
     whole_.before -= amount;
     remove_live(accounts_[site], amount);
   }
+  found_.erase(found);
   timeline_.note(on_clock(now_), whole_.live.bytes);
 }
 

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -166,6 +167,7 @@ class Ledger {
   Moment first_;
   Moment now_;
   Clock clock_ = Clock::kEvents;
+  std::unordered_map<HandleIndex, std::vector<SiteIndex>> found_;  // sites of what was found
   Timeline timeline_;
   Histogram sizes_made_;
   Histogram lives_;

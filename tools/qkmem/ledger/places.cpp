@@ -54,11 +54,10 @@ SiteIndex Sites::index_of(const SiteKey& key) {
   return index;
 }
 
-/** Texts are few, and are looked for only when a site is new. */
 std::string_view Sites::kept(std::string_view text) {
   if (text.empty()) return {};
-  const auto found = std::find(texts_.rbegin(), texts_.rend(), text);
-  return found != texts_.rend() ? *found : texts_.emplace_back(text);
+  const auto found = texts_.find(text);
+  return found != texts_.end() ? *found : *texts_.emplace(text).first;
 }
 
 }  // namespace qk::command

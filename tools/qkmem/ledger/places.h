@@ -2,10 +2,11 @@
 #define QKMEM_TOOLS_LEDGER_PLACES_H_
 
 #include <cstdint>
-#include <deque>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 #include "ledger/index_table.h"
@@ -67,7 +68,11 @@ class Sites {
 
   std::vector<SiteKey> keys_;
   IndexTable table_;
-  std::deque<std::string> texts_;
+  /** Looks for texts without copies. */
+  struct TextHash : std::hash<std::string_view> {
+    using is_transparent = void;
+  };
+  std::unordered_set<std::string, TextHash, std::equal_to<>> texts_;
 };
 
 /** A thread of the program. */
