@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <string>
 
 #include "tests/command/command.h"
 #include "tests/command/made_recording.h"
@@ -59,6 +60,19 @@ c 6
 - 0
 )",
             output_of({"export", "--to", "heaptrack", "-o", "-", "t.tdf"}));
+}
+
+TEST(ExportHeaptrack, HasNoFunctionThatEndsAStack) {
+  const Scene scene;
+  kit::MadeRecording recording;
+  recording.name(0x1001, 0, "main", "/src/main.c", 40);
+  recording.name(0x1002, 0, "domain", "/src/net.c", 30);
+  recording.made(recording.site("/src/net.c", 30, {0x1002, 0x1001}), 100);
+  recording.write("r.qkm");
+  const std::string output = output_of({"export", "--to", "heaptrack", "-o", "-", "r.qkm"});
+  EXPECT_NE(std::string::npos, output.find("\ns 6 main()\n"));
+  EXPECT_NE(std::string::npos, output.find("\ns 6 domain\n"));
+  EXPECT_EQ(std::string::npos, output.find(" main\n"));
 }
 
 TEST(ExportMassif, HasATreeAtThePeakAndAtTheEnd) {

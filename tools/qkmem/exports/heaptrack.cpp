@@ -1,6 +1,9 @@
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <array>
 #include <map>
+#include <string_view>
 #include <tuple>
 
 #include "exports/exports.h"
@@ -58,6 +61,17 @@ class EventLines {
   std::vector<Allocation> allocations_;
 };
 
+/**
+ * heaptrack ends each stack at a function of these names, and would show neither the handle nor the
+ * tag behind it.
+ */
+std::string name_that_ends_nothing(const std::string& function) {
+  constexpr std::array<std::string_view, 3> kEnds = {"main", "__libc_start_main",
+                                                     "__static_initialization_and_destruction_0"};
+  const bool is_end = std::find(kEnds.begin(), kEnds.end(), function) != kEnds.end();
+  return is_end ? function + "()" : function;
+}
+
 /** Texts, places and stacks, which are numbered from 1 as they appear. */
 class Definitions {
  public:
@@ -90,7 +104,7 @@ class Definitions {
     const auto key = std::tuple(frame.function, frame.file, frame.line);
     if (const auto found = places_.find(key); found != places_.end()) return found->second;
     const std::uint64_t module = text_number("qkmem");
-    const std::uint64_t function = text_number(frame.function);
+    const std::uint64_t function = text_number(name_that_ends_nothing(frame.function));
     const std::uint64_t number = places_.size() + 1;
     places_[key] = number;
     if (frame.file.empty()) {
