@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Checks that viewers which are pages show of the command's exports what it answers itself.
 
-usage: check_pages.py PROFILED QKMEM FOLDER
+usage: check_pages.py MIXED QKMEM FOLDER
   FOLDER  has tests/viewers/pages, with what `npm ci` installs there
 """
 
@@ -11,45 +11,26 @@ import re
 import sys
 import tempfile
 
-from check_exports import answer, export, record
+from check_exports import MOMENTS, expect_stacks, name_in_speedscope
+from exported import FIGURES, RECORDING, TRACE, Input, record, summed
 from viewers import expect_equal, run
 
-FIGURES = ("bytes", "blocks", "peak_bytes", "peak_blocks", "made_bytes", "made_blocks")
 UNITS = {"B": 1, "KB": 1 << 10, "MB": 1 << 20}
 
 
-def figures_by_site(command):
-    """What the command says of each site of a handle."""
-    sites = {(row["handle"], row["site"]): row for row in answer(command)["rows"]}
-    for row in answer(command, "--at", "peak")["rows"]:
-        sites[row["handle"], row["site"]]["peak_blocks"] = row["blocks"]
-    return {key: [row[figure] for figure in FIGURES] for key, row in sites.items()}
-
-
-def site_of(calls):
-    """Handle and site of a point in DHAT's tree, where they are calls as well."""
-    names = [call.partition(": ")[2] for call in calls]
-    handle = next(name for name in names if name.startswith("handle:"))
-    labels = [name.removeprefix("label:").replace("_", " ")
-              for name in names if name.startswith("label:")]
-    site = re.search(r"([^/( ]+:\d+)\)?$", names[-1])[1]
-    return int(handle.removeprefix("handle:")), site + "".join(f" [{label}]" for label in labels)
-
-
-def check_dhat(command, shown):
-    sites = {}
-    for point in shown["points"]:
-        figures = sites.setdefault(site_of(point["calls"]), [0] * len(FIGURES))
-        for i, figure in enumerate(FIGURES):
-            figures[i] += point[figure]
-    expect_equal("DHAT's figures of sites", sites, figures_by_site(command))
-    end = answer(command)
+def check_dhat(events, shown):
+    paths = [tuple(call.partition(": ")[2] for call in reversed(point["calls"]) if
+                   call != "[root]") for point in shown["points"]]
+    expect_equal("paths that are the same", len(set(paths)), len(paths))
+    for figure in FIGURES:
+        expect_stacks("DHAT", dict(zip(paths, (point[figure] for point in shown["points"]))),
+                      events.stacks(), figure)
     root = re.search(r"PP 1/.*?\{\n +Total: +([\d,]+) bytes .* in ([\d,]+) blocks"
                      r".*\n +At t-gmax: ([\d,]+) bytes.* in ([\d,]+) blocks"
                      r".*\n +At t-end: +([\d,]+) bytes.* in ([\d,]+) blocks", shown["shown"])
     expect_equal("what DHAT shows of all", [int(text.replace(",", "")) for text in root.groups()],
-                 [end[key] for key in ("made_bytes", "made_blocks", "peak_bytes", "peak_blocks",
-                                       "live_bytes", "live_blocks")])
+                 [events.whole[key] for key in ("made_bytes", "made_blocks", "peak_bytes",
+                                                "peak_blocks", "live_bytes", "live_blocks")])
 
 
 def bytes_of(size):
@@ -59,12 +40,32 @@ def bytes_of(size):
     return float(number) * UNITS[unit], UNITS[unit] / 10 ** digits if UNITS[unit] > 1 else 0
 
 
-def check_speedscope(command, shown):
-    by_handle = answer(command, "--by", "handle")["rows"]
-    for text, name, figure in zip(shown, ("live at the end", "live at the peak", "ever made"),
-                                  ("bytes", "peak_bytes", "made_bytes")):
+def weights_of(profile, frames):
+    """Stacks with their bytes, of a profile as speedscope saves it: frames begin and end."""
+    stack = []
+    before = 0
+    for event in profile["events"]:
+        if stack:
+            yield tuple(reversed(stack)), event["at"] - before
+        before = event["at"]
+        if event["type"] == "O":
+            stack.append(frames[event["frame"]])
+        else:
+            expect_equal("the frame that ends", frames[event["frame"]], stack.pop())
+
+
+def check_speedscope(events, shown):
+    saved = shown["saved"]
+    frames = [name_in_speedscope(frame) for frame in saved["shared"]["frames"]]
+    for profile, figure in zip(saved["profiles"], MOMENTS.values(), strict=True):
+        expect_stacks("speedscope", summed(weights_of(profile, frames)), events.stacks(), figure)
+    by_handle = events.rows("--by", "handle")
+    for text, name, figure in zip(shown["tables"],
+                                  ("live at the end", "live at the peak", "ever made"),
+                                  MOMENTS.values(), strict=True):
         expect_equal("speedscope's title", f"{name} (" in text, True)
-        totals = {symbol: total for total, symbol in re.findall(r"\n(.+) \(.*%\)\n\t.+\n\t(.+)", text)}
+        rows = re.findall(r"\n(.+) \(.*%\)\n\t.+\n\t(.+)", text)
+        totals = {symbol: total for total, symbol in rows}
         for row in by_handle:
             expected = row[figure]
             handle = "handle:" + row["handle"].split()[0]
@@ -81,13 +82,15 @@ def main():
     with tempfile.TemporaryDirectory() as files:
         os.chdir(files)
         record(program)
-        dhat = os.path.abspath(export(command, "dhat", "run.dhat.json"))
-        speedscope = os.path.abspath(export(command, "speedscope", "run.speedscope.json"))
+        inputs = [Input(command, name) for name in (RECORDING, TRACE)]
+        exports = [os.path.abspath(events.export(form, f"{events.name}.{form}.json"))
+                   for events in inputs for form in ("dhat", "speedscope")]
         os.chdir(folder)
-        shown = json.loads(run("node", "open_pages.mjs", dhat, speedscope))
+        pages = json.loads(run("node", "open_pages.mjs", *exports))
         os.chdir(files)
-        check_dhat(command, shown["dhat"])
-        check_speedscope(command, shown["speedscope"])
+        for events, shown in zip(inputs, pages, strict=True):
+            check_dhat(events, shown["dhat"])
+            check_speedscope(events, shown["speedscope"])
     print("dh_view.html and speedscope show the figures of the command")
 
 

@@ -1,5 +1,5 @@
 // Loads exported files into viewers that are pages, and prints as JSON what these show.
-// usage: node open_pages.mjs DHAT_FILE SPEEDSCOPE_FILE
+// usage: node open_pages.mjs (DHAT_FILE SPEEDSCOPE_FILE)...
 import fs from 'node:fs';
 import path from 'node:path';
 import puppeteer from 'puppeteer-core';
@@ -41,22 +41,41 @@ async function dhat(page, file) {
   });
 }
 
-/** The table of calls of each profile in the file. */
+/** What speedscope saves of all that it has loaded, which would go to the user's downloads. */
+async function saved(page) {
+  await page.evaluate(() => {
+    const create = URL.createObjectURL;
+    URL.createObjectURL = (blob) => {
+      window.savedBlob = blob;
+      return create(blob);
+    };
+    document.addEventListener('click', (event) => {
+      if (event.target.download) event.preventDefault();
+    }, true);
+  });
+  await page.keyboard.down('Control');
+  await page.keyboard.press('s');
+  await page.keyboard.up('Control');
+  await page.waitForFunction(() => window.savedBlob);
+  return JSON.parse(await page.evaluate(() => window.savedBlob.text()));
+}
+
+/** The table of calls of each profile in the file, and the whole as the page has it. */
 async function speedscope(page, file, count) {
   await load(page, SPEEDSCOPE, file);
-  const profiles = [];
+  const tables = [];
   for (let number = 1; number <= count; ++number) {
     await page.waitForFunction(
       (place) => document.body.innerText.includes(place), {}, `(${number}/${count})`);
     await page.keyboard.press('3');
     await page.waitForFunction(() => document.body.innerText.includes('Symbol Name'));
-    profiles.push(await page.evaluate(() => document.body.innerText));
+    tables.push(await page.evaluate(() => document.body.innerText));
     await page.keyboard.press('n');
   }
-  return profiles;
+  return {tables, saved: await saved(page)};
 }
 
-const [dhatFile, speedscopeFile] = process.argv.slice(2);
+const files = process.argv.slice(2);
 const browser = await puppeteer.launch({
   executablePath: '/usr/bin/chromium',
   args: ['--no-sandbox', '--allow-file-access-from-files', '--enable-unsafe-swiftshader'],
@@ -68,8 +87,13 @@ try {
   page.on('pageerror', (error) => {
     throw error;
   });
-  const shown = {dhat: await dhat(page, dhatFile)};
-  shown.speedscope = await speedscope(page, speedscopeFile, 3);
+  const shown = [];
+  while (files.length > 0) {
+    shown.push({
+      dhat: await dhat(page, files.shift()),
+      speedscope: await speedscope(page, files.shift(), 3),
+    });
+  }
   console.log(JSON.stringify(shown));
 } finally {
   await browser.close();
