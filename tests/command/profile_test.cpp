@@ -92,6 +92,23 @@ TEST(ProfileReport, HasStacksOfNamesAlone) {
   EXPECT_NE(std::string::npos, tree.find("receive\n")) << tree;
 }
 
+TEST(ProfileReport, TakesWhatWasNotRecordedForMadeByTheProgram) {
+  const Scene scene;
+  kit::write_file(
+      "p.json",
+      report_of(R"x({"place":"(not recorded: the profile had no memory left)","live_bytes":50,)x"
+                R"x("live_blocks":1,"bytes_at_peak":0,"highest_bytes":50,"made_bytes":50,)x"
+                R"x("made_blocks":1,"largest_block":50,"freed_soon":0,"sum_of_lives":0,)x"
+                R"x("first_event":1,"last_event":1})x"));
+  EXPECT_EQ(
+      "p.json: 40 events, 2 handles, 1 site\n"
+      "50 B in 1 block was never released\n"
+      "\n"
+      "  bytes  blocks  share  made  largest  last made  handle  tag  site\n"
+      "   50 B       1   100%     1     50 B          1       0  -    no site\n",
+      output_of({"leaks", "p.json"}));
+}
+
 TEST(ProfileReport, RefusesWhatNeedsEvents) {
   const Scene scene;
   kit::write_file("p.json", report_of(kSites));
@@ -147,6 +164,7 @@ TEST(ProfileReport, ThatIsDamagedIsToldWithThePlace) {
             complaint(report_of(R"({"file":[],"line":1,"handle":3,"tag":""})")));
   EXPECT_EQ("qkmem: -: a report of growth tells no more than what has grown\n",
             complaint(R"({"since":{}})"));
+  EXPECT_EQ("qkmem: -: no JSON: a number is too large\n", complaint("{\"program\":1e999}"));
   const std::string deep(100'000, '[');
   EXPECT_EQ("qkmem: -: byte 100012: no JSON\n", complaint("{\"program\":" + deep));
   EXPECT_EQ("qkmem: -: not the profile's report: the report: 'program' is no text\n",

@@ -116,7 +116,7 @@ void Definitions::take_module(FieldReader& fields) {
 
 /** Threads are numbered from 1. One whose number is far off is not named. */
 void Definitions::take_thread(FieldReader& fields) {
-  constexpr std::uint64_t kMostAhead = 1024;  // of those that were taken
+  constexpr std::uint64_t kMostAhead = 1024;  // of the count of threads so far
   auto& threads = ledger_.program().threads;
   const std::uint64_t number = fields.number();
   Thread thread;

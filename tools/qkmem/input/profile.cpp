@@ -14,6 +14,9 @@ namespace {
 
 using Json = nlohmann::json;
 
+/** What the report says in place of a line that was not seen. */
+constexpr std::string_view kFromBefore = "(from before the profile was on)";
+
 /** An object of the report, whose members are what they must be. */
 class Object {
  public:
@@ -116,7 +119,7 @@ class ProfileInput {
     figures.largest = site.number("largest_block");
     figures.first_event = site.number("first_event");
     figures.last_event = site.number("last_event");
-    if (!is_line) figures.before = figures.live;
+    if (!is_line && site.text("place") == kFromBefore) figures.before = figures.live;
     ledger_.book(ledger_.site_of(key), figures);
   }
 
@@ -128,8 +131,9 @@ class ProfileInput {
 
   StackIndex stack_of(const Json& frames) {
     std::vector<std::uint64_t> addresses;
-    for (const Json& frame : frames)
+    for (const Json& frame : frames) {
       addresses.push_back(address_of(Object(frame, name_, "a call")));
+    }
     auto& stacks = ledger_.program().stacks;
     stacks.push_back(std::move(addresses));
     return static_cast<StackIndex>(stacks.size() - 1);
@@ -170,6 +174,8 @@ std::vector<std::string> read_profile(std::string_view text, const std::string& 
     report = Json::parse(text);
   } catch (const Json::parse_error& error) {
     throw InputError(fmt::format("{}: byte {}: no JSON", name, error.byte));
+  } catch (const Json::out_of_range&) {
+    throw InputError(name + ": no JSON: a number is too large");
   }
   return ProfileInput(name, ledger).read(report);
 }

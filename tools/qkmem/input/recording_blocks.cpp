@@ -6,9 +6,13 @@
 namespace qk::command {
 
 bool RecordingBlocks::add(const Block& block) {
-  if (is_used(places_[place_of(block.made.event)])) return false;
-  if (++count_ * 2 > places_.size()) grow();
-  place(block);
+  std::size_t at = place_of(block.made.event);
+  if (is_used(places_[at])) return false;
+  if (++count_ * 2 > places_.size()) {
+    grow();
+    at = place_of(block.made.event);
+  }
+  places_[at] = block;
   if (has_lists_) list(block);
   return true;
 }
@@ -44,7 +48,7 @@ void RecordingBlocks::grow() {
   const LargeArray<Block> old = std::exchange(places_, LargeArray<Block>(more, kFree));
   reciprocal_ = reciprocal_of(more);
   for (const Block& block : old) {
-    if (is_used(block)) place(block);
+    if (is_used(block)) places_[place_of(block.made.event)] = block;
   }
 }
 

@@ -80,7 +80,6 @@ class RecordingBlocks {
     while (is_used(places_[at]) && places_[at].made.event != number) at = next(at);
     return at;
   }
-  void place(const Block& block) { places_[place_of(block.made.event)] = block; }
   [[nodiscard]] static std::uint64_t reciprocal_of(std::size_t places) {
     return UINT64_MAX / places;
   }
