@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <cstring>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -122,6 +123,23 @@ TEST(CtrlC, WhileAFileIsWrittenLeavesNothing) {
   EXPECT_NE(0, access("out.csv", F_OK));
   EXPECT_NE(0, access("out.csv.unfinished", F_OK));
   close(reader);
+}
+
+TEST(Pipe, OfAProgramThatStillRunsIsReadAsFarAsIsWanted) {
+  const Scene scene;
+  Pipe input;
+  Pipe output;
+  StartedCommand command({"top", "--at", "2", "--csv", "-"}, input.reader(), output.writer(),
+                         nowhere());
+  close(output.writer());
+  write_all(input.writer(), kit::table_of({"1 3 N 0 0 0 0 main.c 1", "2 3 M 1000 1 9 9 a.c 7",
+                                           "3 3 M 2000 1 8 17 b.c 8"}));
+  EXPECT_EQ(0, command.end());
+  char text[512] = {};
+  EXPECT_LT(0, read(output.reader(), text, sizeof text - 1));
+  EXPECT_NE(nullptr, std::strstr(text, "a.c")) << text;
+  EXPECT_EQ(nullptr, std::strstr(text, "b.c")) << text;
+  close(input.writer());
 }
 
 }  // namespace

@@ -6,7 +6,7 @@
 namespace qk::command {
 
 using mem::recording::ChunkHeader;
-using mem::recording::EventReader;
+using mem::recording::Event;
 
 namespace {
 
@@ -20,11 +20,10 @@ double tick_of(const ChunkHeader& header) {
 
 }  // namespace
 
-EventMerge::EventMerge(const ChunkIndex& index, OnAhead on_ahead)
-    : index_(index), on_ahead_(std::move(on_ahead)) {
+EventMerge::EventMerge(const ChunkIndex& index) : index_(index) {
   for (const auto& [thread, places] : index.threads()) {
     Stream& stream = streams_.emplace_back();
-    stream.next.thread = thread;
+    stream.thread = thread;
     stream.places = &places;
   }
   for (std::size_t i = 0; i < streams_.size(); ++i) {
@@ -37,59 +36,59 @@ EventMerge::EventMerge(const ChunkIndex& index, OnAhead on_ahead)
   }
 }
 
-const EventMerge::Next* EventMerge::next() {
-  if (current_ != nullptr && !read_event(*current_)) current_ = nullptr;
-  if (current_ != nullptr && current_->next.event->ticks > turn_ends_) {
-    turns_.push(
-        {current_->next.event->ticks, static_cast<std::size_t>(current_ - streams_.data())});
-    current_ = nullptr;
-  }
-  while (current_ == nullptr && !turns_.empty()) take_turn();
-  if (current_ == nullptr) return nullptr;
-  note_time(*current_);
-  return &current_->next;
-}
-
-void EventMerge::take_turn() {
-  Stream& stream = streams_[turns_.top().stream];
-  turns_.pop();
-  turn_ends_ = turns_.empty() ? UINT64_MAX : turns_.top().ticks;
-  // A stream's first turn began with its first chunk, not with its first event.
-  if (stream.next.event == nullptr) {
-    if (!read_event(stream)) return;
-    if (stream.next.event->ticks > turn_ends_) {
-      turns_.push({stream.next.event->ticks, static_cast<std::size_t>(&stream - streams_.data())});
-      return;
+bool EventMerge::read(MergedEvents& events) {
+  if (is_over_) return false;
+  events.count_ = 0;
+  while (events.count_ < events.events_.size() && has_current()) {
+    Stream& stream = *current_;
+    MergedEvent& next = events.events_[events.count_];
+    if (!read_event(stream, next.event)) {
+      current_ = nullptr;
+    } else if (next.event.ticks > turn_ends_) {
+      wait(stream, next.event);
+    } else {
+      next.nanoseconds = nanoseconds_of(next.event, stream);
+      next.thread = stream.thread;
+      ++events.count_;
     }
   }
-  current_ = &stream;
-}
-
-void EventMerge::note_time(Stream& stream) {
-  constexpr double kMost = 1e18;  // some 30 years: what is more makes no sense
-  const auto ticks = static_cast<double>(stream.next.event->ticks - stream.begin.ticks);
-  const double passed = std::min(ticks * stream.nanoseconds_a_tick, kMost);
-  stream.next.nanoseconds = stream.begin.nanoseconds + static_cast<std::uint64_t>(passed);
-}
-
-bool EventMerge::read_event(Stream& stream) {
-  if (stream.next_event == stream.event_count && !read_ahead(stream)) return false;
-  stream.next.event = &stream.events[stream.next_event++];
+  is_over_ = events.count_ < events.events_.size();
+  events.damage_ = damage_;
+  events.position_ = position_;
   return true;
 }
 
-bool EventMerge::read_ahead(Stream& stream) {
-  stream.next_event = 0;
-  stream.event_count = 0;
+bool EventMerge::has_current() {
+  if (current_ != nullptr) return true;
+  if (turns_.empty()) return false;
+  current_ = &streams_[turns_.top().stream];
+  turns_.pop();
+  turn_ends_ = turns_.empty() ? UINT64_MAX : turns_.top().ticks;
+  return true;
+}
+
+/** It is another stream's turn before this event. */
+void EventMerge::wait(Stream& stream, const Event& event) {
+  stream.waiting = event;
+  turns_.push({event.ticks, static_cast<std::size_t>(&stream - streams_.data())});
+  current_ = nullptr;
+}
+
+std::uint64_t EventMerge::nanoseconds_of(const Event& event, const Stream& stream) {
+  constexpr double kMost = 1e18;  // some 30 years: what is more makes no sense
+  const auto ticks = static_cast<double>(event.ticks - stream.begin.ticks);
+  const double passed = std::min(ticks * stream.nanoseconds_a_tick, kMost);
+  return stream.begin.nanoseconds + static_cast<std::uint64_t>(passed);
+}
+
+bool EventMerge::read_event(Stream& stream, Event& event) {
+  if (stream.waiting) {
+    event = *std::exchange(stream.waiting, std::nullopt);
+    return true;
+  }
   while (stream.reader || open_next_chunk(stream)) {
-    while (stream.event_count < stream.events.size() &&
-           stream.reader->read(stream.events[stream.event_count])) {
-      ++stream.event_count;
-    }
-    if (stream.event_count != 0) {
-      stream.highest_number =
-          std::max(stream.highest_number, stream.events[stream.event_count - 1].number);
-      on_ahead_(std::span(stream.events).first(stream.event_count));
+    if (stream.reader->read(event)) {
+      stream.highest_number = std::max(stream.highest_number, event.number);
       return true;
     }
     if (stream.reader->has_failed()) note_damage(stream, stream.at);
@@ -99,8 +98,8 @@ bool EventMerge::read_ahead(Stream& stream) {
 }
 
 void EventMerge::note_damage(const Stream& stream, std::uint64_t at) {
-  damaged_.note("byte " + std::to_string(at));
-  complete_up_to_ = std::min(complete_up_to_, stream.highest_number);
+  damage_.chunks.note("byte " + std::to_string(at));
+  damage_.complete_up_to = std::min(damage_.complete_up_to, stream.highest_number);
 }
 
 bool EventMerge::open_next_chunk(Stream& stream) {

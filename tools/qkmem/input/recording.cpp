@@ -3,6 +3,9 @@
 #include <algorithm>
 #include <optional>
 
+#include "input/groups.h"
+#include "input/made_ahead.h"
+
 namespace qk::command {
 
 using mem::recording::Chunk;
@@ -25,26 +28,48 @@ Check RecordingInput::read() {
   index_.read();
   index_.read_records([this](const Chunk& chunk, std::uint64_t at) { take_records(chunk, at); });
   book_levels();
-  EventMerge merge(index_, [this](std::span<const Event> events) { expect(events); });
-  for (std::uint64_t count = 0; (now_ = merge.next()) != nullptr; ++count) {
-    if (now_->event->number > to_.last.event || now_->nanoseconds > to_.last.nanoseconds) {
-      was_cut_short_ = true;
-      // Numbers of several threads are not in the order of time.
-      if (now_->nanoseconds > to_.last.nanoseconds) break;
-      continue;
-    }
-    if (now_->event->ticks < begin_.ticks) {
-      to_.ledger.add_unseen_events(1);
-      continue;
-    }
-    take(*now_->event);
-    constexpr std::uint64_t kNowAndThen = 0xFFFF;
-    if (to_.progress && (count & kNowAndThen) == 0) to_.progress(merge.position(), storage_.size());
-  }
+  const Damage damage = read_events();
   Check check = result();
-  if (merge.damaged().count != 0) check.problems.push_back(merge.damaged());
-  check.complete_up_to = std::min(index_.complete_up_to(), merge.complete_up_to());
+  if (damage.chunks.count != 0) check.problems.push_back(damage.chunks);
+  check.complete_up_to = std::min(index_.complete_up_to(), damage.complete_up_to);
   return check;
+}
+
+Damage RecordingInput::read_events() {
+  EventMerge merge(index_);
+  MadeAhead<MergedEvents> ahead([&merge](MergedEvents& events) { return merge.read(events); });
+  Damage damage;
+  while (const MergedEvents* const next = ahead.next()) {
+    damage = next->damage();
+    if (!take_events(next->events())) break;
+    if (to_.progress) to_.progress(next->position(), storage_.size());
+  }
+  return damage;
+}
+
+bool RecordingInput::take_events(std::span<const MergedEvent> events) {
+  return take_in_groups(
+      events, [this](auto group) { expect(group); }, [this](auto group) { expect_sites(group); },
+      [this](const MergedEvent& next) {
+        now_ = &next;
+        return take_if_wanted();
+      });
+}
+
+/** Returns false once no more events are wanted. */
+bool RecordingInput::take_if_wanted() {
+  const Event& event = now_->event;
+  if (event.number > to_.last.event || now_->nanoseconds > to_.last.nanoseconds) {
+    was_cut_short_ = true;
+    // Numbers of several threads are not in the order of time.
+    return now_->nanoseconds <= to_.last.nanoseconds;
+  }
+  if (event.ticks < begin_.ticks) {
+    to_.ledger.add_unseen_events(1);
+  } else {
+    take(event);
+  }
+  return true;
 }
 
 void RecordingInput::take_records(const Chunk& chunk, std::uint64_t at) {
@@ -109,10 +134,12 @@ void RecordingInput::book_levels() {
   levels_.clear();
 }
 
-/** Most of a replay's time would go to memory that is not in the processor's cache. */
-void RecordingInput::expect(std::span<const Event> events) const {
-  for (const Event& event : events) blocks_.expect(event.made);
-  for (const Event& event : events) {
+void RecordingInput::expect(std::span<const MergedEvent> events) const {
+  for (const MergedEvent& next : events) blocks_.expect(next.event.made);
+}
+
+void RecordingInput::expect_sites(std::span<const MergedEvent> events) const {
+  for (const auto& [event, nanoseconds, thread] : events) {
     if (event.kind == EventKind::kMade) {
       definitions_.expect(event.block);
     } else {
@@ -140,7 +167,7 @@ void RecordingInput::take(const Event& event) {
 }
 
 void RecordingInput::take_made() {
-  const Event& event = *now_->event;
+  const Event& event = now_->event;
   const Block block = {event.block.address,
                        event.block.bytes,
                        {event.number, now_->nanoseconds},
@@ -158,7 +185,7 @@ void RecordingInput::take_made() {
 }
 
 void RecordingInput::take_release() {
-  const Event& event = *now_->event;
+  const Event& event = now_->event;
   const bool is_gone = event.kind == EventKind::kGone;
   if (const Block* const kept = find_released()) {
     to_.ledger.gone(*kept);
@@ -183,7 +210,7 @@ void RecordingInput::take_release() {
 const Block* RecordingInput::find_released() const {
   constexpr std::uint64_t kAround = std::uint64_t{1} << 32;
   constexpr int kMost = 256;  // times: no program makes 2^40 blocks
-  std::uint64_t number = now_->event->made;
+  std::uint64_t number = now_->event.made;
   const Block* block = blocks_.find(number);
   for (int i = 0; block == nullptr && number >= kAround && i < kMost; ++i) {
     number -= kAround;
@@ -193,7 +220,7 @@ const Block* RecordingInput::find_released() const {
 }
 
 Block RecordingInput::unsure_block() {
-  const EventBlock& block = now_->event->block;
+  const EventBlock& block = now_->event.block;
   return {block.address, block.bytes, {0, 0}, definitions_.site_of(block, 0)};
 }
 
@@ -202,7 +229,7 @@ void RecordingInput::take_back() {
   std::vector<Block>& set_aside = set_aside_[now_->thread];
   const auto found = std::find_if(set_aside.rbegin(), set_aside.rend(), [this](const Block& block) {
     return static_cast<std::uint32_t>(block.made.event) ==
-           static_cast<std::uint32_t>(now_->event->made);
+           static_cast<std::uint32_t>(now_->event.made);
   });
   if (found != set_aside.rend()) {
     const Block block = *found;
@@ -211,7 +238,7 @@ void RecordingInput::take_back() {
     to_.ledger.back(block);
     // It was not told that the block was set aside, so it is not made anew.
     tell("not resized", &block, nullptr, nullptr);
-  } else if (now_->event->is_unsure) {
+  } else if (now_->event.is_unsure) {
     const Block block = unsure_block();
     to_.ledger.found(block.site, {block.bytes, 1});
   }
@@ -227,7 +254,7 @@ std::optional<Block> RecordingInput::last_set_aside() {
 }
 
 void RecordingInput::take_cleared() {
-  const HandleIndex handle = definitions_.handle_of(now_->event->block.pool);
+  const HandleIndex handle = definitions_.handle_of(now_->event.block.pool);
   tell("handle cleared", nullptr, nullptr, nullptr);
   blocks_.take_all_of(handle, [this](const Block& block) {
     to_.ledger.gone(block);
@@ -240,7 +267,7 @@ void RecordingInput::tell(const char* what, const Block* about, const Block* mad
                           const Block* gone) {
   if (!to_.watch) return;
   Happening happening;
-  happening.when = {now_->event->number, now_->nanoseconds};
+  happening.when = {now_->event.number, now_->nanoseconds};
   happening.what = what;
   if (about != nullptr) {
     const SiteKey& site = to_.ledger.sites().at(about->site);
@@ -252,7 +279,7 @@ void RecordingInput::tell(const char* what, const Block* about, const Block* mad
       happening.line = site.line;
     }
   } else {
-    happening.handle = definitions_.handle_of(now_->event->block.pool);
+    happening.handle = definitions_.handle_of(now_->event.block.pool);
   }
   happening.thread = now_->thread;
   happening.made = made;

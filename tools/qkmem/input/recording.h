@@ -44,7 +44,11 @@ class RecordingInput {
   void take_level(mem::recording::FieldReader& fields);
   void take_pool_sums(mem::recording::FieldReader& fields);
   void book_levels();
-  void expect(std::span<const mem::recording::Event> events) const;
+  [[nodiscard]] Damage read_events();
+  [[nodiscard]] bool take_events(std::span<const MergedEvent> events);
+  void expect(std::span<const MergedEvent> events) const;
+  void expect_sites(std::span<const MergedEvent> events) const;
+  [[nodiscard]] bool take_if_wanted();
   void take(const mem::recording::Event& event);
   void take_made();
   void take_release();
@@ -62,7 +66,7 @@ class RecordingInput {
   ChunkIndex index_;
   Definitions definitions_;
   RecordingBlocks blocks_;
-  const EventMerge::Next* now_ = nullptr;  // the event that is taken
+  const MergedEvent* now_ = nullptr;  // the event that is taken
   std::vector<Level> levels_;
   std::optional<std::uint64_t> levels_at_;  // bytes
   bool takes_levels_ = false;

@@ -10,6 +10,7 @@
 #include <cstring>
 #include <fstream>
 #include <iterator>
+#include <vector>
 
 #include "input/input.h"
 
@@ -34,12 +35,12 @@ int open_temporary() {
 
 }  // namespace
 
-Storage::Storage(std::unique_ptr<Bytes> bytes, std::string_view first)
+Storage::Storage(std::unique_ptr<Bytes> bytes)
     : bytes_(std::move(bytes)), file_(bytes_->random_access()), size_(bytes_->size()) {
   if (file_ >= 0) return;
   file_ = own_file_ = open_temporary();
   size_ = 0;
-  copy(first);
+  copy();
 }
 
 Storage::~Storage() {
@@ -47,9 +48,10 @@ Storage::~Storage() {
   if (own_file_ >= 0) close(own_file_);
 }
 
-void Storage::copy(std::string_view first) {
-  for (std::string_view piece = first; !piece.empty(); piece = bytes_->next()) {
-    while (!piece.empty()) {
+void Storage::copy() {
+  std::vector<char> buffer(kPieceBytes);
+  while (const std::size_t read = bytes_->read(buffer)) {
+    for (std::string_view piece(buffer.data(), read); !piece.empty();) {
       const ssize_t count = write(own_file_, piece.data(), piece.size());
       if (count < 0 && errno == EINTR) continue;
       if (count < 0) fail("the temporary file");

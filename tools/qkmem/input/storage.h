@@ -14,10 +14,10 @@ namespace qk::command {
 class Storage {
  public:
   /**
-   * Takes bytes of which the first piece was read. What is no plain file is copied to a temporary
-   * one first, and standard error says so. Throws InputError.
+   * Takes bytes of which none was read. What is no plain file is copied to a temporary one first,
+   * and standard error says so. Throws InputError.
    */
-  Storage(std::unique_ptr<Bytes> bytes, std::string_view first);
+  explicit Storage(std::unique_ptr<Bytes> bytes);
   Storage(const Storage&) = delete;
   Storage& operator=(const Storage&) = delete;
   ~Storage();
@@ -31,7 +31,7 @@ class Storage {
   [[nodiscard]] std::string_view mapped();
 
  private:
-  void copy(std::string_view first);
+  void copy();
 
   std::unique_ptr<Bytes> bytes_;
   int file_ = -1;

@@ -5,121 +5,32 @@
 #include <string>
 
 #include "formats/trace_letters.h"
+#include "formats/trace_reader.h"
+#include "input/groups.h"
+#include "input/row_kinds.h"
 
 namespace qk::command {
 namespace {
 
 using mem::TraceRow;
 
-/** What a row says has become of memory. */
-enum class RowKind : std::uint8_t {
-  kMade,
-  kMadeByLibrary,
-  kRealloc,
-  kGone,
-  kPiece,
-  kHandleCreated,
-  kHandleDeleted,
-  kOther,
-  kUnknown
-};
-
-constexpr unsigned char kRegistrationTypes = 3;  // deregistration writes the bare number
-
-RowKind kind_of(unsigned char type) {
-  if (type < kRegistrationTypes) return RowKind::kGone;
-  if (mem::is_piece(type)) return RowKind::kPiece;
-  switch (type) {
-    case mem::kind::kMalloc:
-    case mem::kind::kCalloc:
-    case mem::kind::kStrdup:
-    case mem::kind::kExternal:
-    case mem::kind::kObject:
-    case mem::kind::kArray:
-    case mem::kind::kBlock:
-      return RowKind::kMade;
-    case mem::kind::kTracker:
-    case mem::kind::kHandleMemory:
-    case mem::kind::kPointerArray:
-      return RowKind::kMadeByLibrary;
-    case mem::kind::kRealloc:
-      return RowKind::kRealloc;
-    case mem::event::kFree:
-    case mem::event::kObjectReleased:
-    case mem::event::kArrayReleased:
-      return RowKind::kGone;
-    case mem::event::kFreePiece:
-      return RowKind::kPiece;
-    case mem::event::kHandleCreated:
-      return RowKind::kHandleCreated;
-    case mem::event::kHandleDeleted:
-      return RowKind::kHandleDeleted;
-    case mem::event::kHandleCleared:
-    case mem::event::kTraceOpened:
-      return RowKind::kOther;
-    default:
-      return RowKind::kUnknown;
-  }
-}
-
-const char* verb_of(unsigned char type) {
-  switch (type) {
-    case mem::kind::kMalloc:
-    case mem::as_piece(mem::kind::kMalloc):
-      return "malloc";
-    case mem::kind::kCalloc:
-    case mem::as_piece(mem::kind::kCalloc):
-      return "calloc";
-    case mem::kind::kRealloc:
-    case mem::as_piece(mem::kind::kRealloc):
-      return "realloc";
-    case mem::kind::kStrdup:
-    case mem::as_piece(mem::kind::kStrdup):
-      return "strdup";
-    case mem::kind::kExternal:
-    case mem::kind::kObject:
-    case mem::kind::kArray:
-      return "registered";
-    case mem::kind::kBlock:
-      return "block";
-    case mem::kind::kTracker:
-    case mem::kind::kHandleMemory:
-    case mem::kind::kPointerArray:
-      return "the library's";
-    case mem::event::kFree:
-    case mem::event::kFreePiece:
-      return "free";
-    case mem::event::kObjectReleased:
-    case mem::event::kArrayReleased:
-      return "released";
-    case mem::event::kHandleCreated:
-      return "handle made";
-    case mem::event::kHandleDeleted:
-      return "handle deleted";
-    case mem::event::kHandleCleared:
-      return "handle cleared";
-    case mem::event::kTraceOpened:
-      return "trace opened";
-    default:
-      return type < kRegistrationTypes ? "deregistered" : "unknown";
-  }
-}
-
 std::uint64_t address_of(const TraceRow& row) { return static_cast<std::uint64_t>(row.address); }
 std::uint64_t bytes_of(const TraceRow& row) { return row.num * row.size; }
 
 }  // namespace
 
-bool TableInput::feed(std::string_view bytes) {
-  reader_.feed(bytes);
-  return read_rows();
+bool TableInput::take(const TableRows& piece) {
+  const std::span<const NumberedRow> rows = piece.rows();
+  std::size_t taken = 0;
+  for (const BrokenLine& broken : piece.broken()) {
+    if (!take_rows(rows.subspan(taken, broken.rows_before - taken))) return false;
+    taken = broken.rows_before;
+    take_broken(broken.error);
+  }
+  return take_rows(rows.subspan(taken));
 }
 
 Check TableInput::finish() {
-  if (!is_finished_) {
-    reader_.finish();
-    read_rows();
-  }
   Check check;
   for (Problem* const problem :
        {&broken_, &unknown_types_, &unknown_releases_, &made_again_, &moved_from_nowhere_}) {
@@ -136,59 +47,40 @@ Check TableInput::finish() {
   return check;
 }
 
-bool TableInput::read_rows() {
-  using Answer = mem::TraceReader::Answer;
-  for (;;) {
-    const Answer answer = read_ahead();
-    if (!take_ahead()) return false;
-    switch (answer) {
-      case Answer::kRow:
-        break;
-      case Answer::kBroken:
-        if (reader_.error().line == 1) {
-          throw InputError(name_ + ": neither a recording nor a trace file: " +
-                           mem::message_of(reader_.error()));
-        }
-        broken_.note("line " + std::to_string(reader_.error().line),
-                     mem::message_of(reader_.error()));
-        break;
-      case Answer::kNeedsMore:
-        return true;
-      case Answer::kEnd:
-        return false;
-    }
+bool TableInput::take_rows(std::span<const NumberedRow> rows) {
+  return take_in_groups(
+      rows, [this](auto group) { expect(group); }, [this](auto group) { expect_soon(group); },
+      [this](const NumberedRow& next) {
+        now_ = &next;
+        const bool is_wanted = number_of(next.row) <= to_.last.event;
+        if (is_wanted) take_row(next.row);
+        return is_wanted;
+      });
+}
+
+void TableInput::expect(std::span<const NumberedRow> rows) {
+  for (const auto& [row, line, place] : rows) {
+    const HandleIndex handle = recent(row.handle).handle;
+    blocks_.expect(handle, address_of(row), bytes_of(row));
+    if (place != kNoPlace) known_.expect(hash_of(place, handle));
   }
 }
 
-/** Reads some rows, unless the reader says something else before. */
-mem::TraceReader::Answer TableInput::read_ahead() {
-  for (ahead_count_ = 0; ahead_count_ < ahead_.size(); ++ahead_count_) {
-    RowAhead& ahead = ahead_[ahead_count_];
-    const mem::TraceReader::Answer answer = reader_.next(ahead.row);
-    if (answer != mem::TraceReader::Answer::kRow) return answer;
-    ahead.line = reader_.line();
-    blocks_.expect(recent(ahead.row.handle).handle, address_of(ahead.row), bytes_of(ahead.row));
-  }
-  return mem::TraceReader::Answer::kRow;
-}
-
-/** Returns false once all that is wanted was taken. */
-bool TableInput::take_ahead() {
-  for (std::size_t i = 0; i < ahead_count_; ++i) {
-    const TraceRow& row = ahead_[i].row;
+void TableInput::expect_soon(std::span<const NumberedRow> rows) {
+  for (const auto& [row, line, place] : rows) {
     blocks_.expect_soon(recent(row.handle).handle, address_of(row), bytes_of(row));
   }
-  for (std::size_t i = 0; i < ahead_count_; ++i) {
-    line_ = ahead_[i].line;
-    is_finished_ = number_of(ahead_[i].row) > to_.last.event;
-    if (is_finished_) return false;
-    take_row(ahead_[i].row);
+}
+
+void TableInput::take_broken(const mem::TraceError& error) {
+  if (error.line == 1) {
+    throw InputError(name_ + ": neither a recording nor a trace file: " + mem::message_of(error));
   }
-  return true;
+  broken_.note("line " + std::to_string(error.line), mem::message_of(error));
 }
 
 void TableInput::note(Problem& problem) {
-  problem.note(problem.count == 0 ? "line " + std::to_string(line_) : std::string());
+  problem.note(problem.count == 0 ? "line " + std::to_string(now_->line) : std::string());
 }
 
 /** The table's counter has 32 bits, and a row can come a little later than its number. */
@@ -279,7 +171,15 @@ void TableInput::take_handle(const TraceRow& row) {
 }
 
 SiteIndex TableInput::site_of(const TraceRow& row, HandleIndex handle) {
-  return to_.ledger.site_of({handle, row.line, row.file, {}, kNoStack, 0});
+  const std::uint64_t hash = hash_of(now_->place, handle);
+  const std::uint32_t known = known_.find(hash, [&](std::uint32_t candidate) {
+    return known_sites_[candidate].place == now_->place && known_sites_[candidate].handle == handle;
+  });
+  if (known != IndexTable::kNone) return known_sites_[known].site;
+  const SiteIndex site = to_.ledger.site_of({handle, row.line, row.file, {}, kNoStack, 0});
+  known_.add(hash, static_cast<std::uint32_t>(known_sites_.size()));
+  known_sites_.push_back({now_->place, handle, site});
+  return site;
 }
 
 HandleIndex TableInput::handle_of(const TraceRow& row) {

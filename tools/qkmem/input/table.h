@@ -4,15 +4,17 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <string>
 #include <unordered_map>
 #include <utility>
 #include <vector>
 
-#include "formats/trace_reader.h"
 #include "formats/trace_row.h"
 #include "input/input.h"
 #include "input/table_blocks.h"
+#include "input/table_rows.h"
+#include "ledger/index_table.h"
 
 /** The trace file, a table with a row for each event. */
 namespace qk::command {
@@ -25,19 +27,20 @@ class TableInput {
       : to_(reader), name_(std::move(name)), blocks_(reader.ledger) {}
 
   /**
-   * Takes the next bytes. Returns false once all that is wanted was read. Throws InputError if the
-   * bytes are no table at all.
+   * Takes the next rows. Returns false once all that are wanted were taken. Throws InputError if the
+   * input is no table at all.
    */
-  bool feed(std::string_view bytes);
+  [[nodiscard]] bool take(const TableRows& piece);
 
-  /** After the last bytes. */
+  /** After the last rows. */
   [[nodiscard]] Check finish();
 
  private:
-  /** A row that was read ahead, so that its block comes into the processor's cache. */
-  struct RowAhead {
-    mem::TraceRow row;
-    std::uint64_t line = 0;
+  /** The site of a handle at a place of the program. */
+  struct KnownSite {
+    SiteIndex place = kNoPlace;
+    HandleIndex handle = 0;
+    SiteIndex site = 0;
   };
   struct NumberedHandle {
     int number = 0;
@@ -46,9 +49,10 @@ class TableInput {
 
   static constexpr HandleIndex kNoHandle = UINT32_MAX;
 
-  bool read_rows();
-  [[nodiscard]] mem::TraceReader::Answer read_ahead();
-  [[nodiscard]] bool take_ahead();
+  [[nodiscard]] bool take_rows(std::span<const NumberedRow> rows);
+  void expect(std::span<const NumberedRow> rows);
+  void expect_soon(std::span<const NumberedRow> rows);
+  void take_broken(const mem::TraceError& error);
   void take_row(const mem::TraceRow& row);
   void take_made(const mem::TraceRow& row, bool is_own);
   void take_realloc(const mem::TraceRow& row);
@@ -78,7 +82,6 @@ class TableInput {
   const Reader& to_;
   const std::string name_;
   TableBlocks blocks_;
-  mem::TraceReader reader_;
   std::uint64_t rows_ = 0;
   std::uint64_t piece_rows_ = 0;
   std::uint64_t moved_ = 0;
@@ -91,11 +94,10 @@ class TableInput {
   std::unordered_map<int, HandleIndex> current_;  // by number
   std::array<NumberedHandle, 64> recent_ = {};
   std::vector<Sums> sums_;  // by handle
-  std::array<RowAhead, 16> ahead_;
-  std::size_t ahead_count_ = 0;
-  std::uint64_t line_ = 0;  // of the row that is taken
+  IndexTable known_;        // of the next ones, so that texts are looked at once
+  std::vector<KnownSite> known_sites_;
+  const NumberedRow* now_ = nullptr;  // the row that is taken
   std::uint64_t event_ = 0;
-  bool is_finished_ = false;
 };
 
 }  // namespace qk::command

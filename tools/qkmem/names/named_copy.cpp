@@ -172,12 +172,11 @@ NamedCopy write_named_copy(const std::string& input, const std::string& output,
                            bool may_overwrite) {
   const std::string tail = input == "-" ? std::string() : whole_file(input + ".tail");
   std::unique_ptr<Bytes> bytes = open_bytes(input);
-  const std::string_view first = bytes->next();
-  if (!first.starts_with(mem::recording::kMagic)) {
+  if (!bytes->start().starts_with(mem::recording::kMagic)) {
     throw InputError("a trace file has no stacks; a recording has");
   }
   refuse_existing(output + ".tail", may_overwrite);
-  Storage storage(std::move(bytes), first);
+  Storage storage(std::move(bytes));
   const std::string_view recording = storage.mapped();
   Ledger ledger{Selection{}};
   read_program(recording, tail, ledger);
