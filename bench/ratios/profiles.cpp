@@ -18,6 +18,7 @@
 #include "bench/ratios/allocators.h"
 #include "bench/ratios/pairs.h"
 #include "bench/ratios/scratch.h"
+#include "bench/ratios/threads.h"
 #include "bench/ratios/workloads.h"
 
 namespace ratios {
@@ -113,6 +114,9 @@ Run pairs_beside_idle_thread(const char* options) {
   return pairs_at_depth<Allocator>(0, options);
 }
 
+/** Pairs by two threads at once, which have a handle each. */
+Run pairs_of_two_threads() { return pairs_in_threads<Qkmem>(2, Ownership::kOwn, "MULTITHREADED"); }
+
 /** The pairs of a workload without the profile; those at a depth with it, and with a walk. */
 struct Peer {
   const char* name;
@@ -124,6 +128,7 @@ constexpr Peer kPeers[] = {
     {"of_64", [] { return pairs_of_64<Qkmem>("DATA"); }},
     {"many_sites", [] { return pairs_at_depth<ManySites>(0, "DATA"); }},
     {"idle_thread", [] { return pairs_beside_idle_thread<Qkmem>("MULTITHREADED"); }},
+    {"two_threads", [] { return pairs_of_two_threads(); }},
     {"unwound",
      [] {
        setenv("QK_MEM_PROFILE", "SITES REPORT=/dev/null", 1);
@@ -204,10 +209,11 @@ Contestant checked(const char* options, Run (*start)()) {
 }
 
 /** The recording goes to a temporary file. */
-Contestant recorded(Run (*start)()) {
+Contestant recorded(Run (*start)(), const char* stacks = "") {
   return {"qkmem", [=]() -> Run {
             auto folder = std::make_shared<ScratchFolder>();
-            const std::string options = "REPORT=/dev/null RECORD=" + folder->file("recording");
+            const std::string options =
+                "REPORT=/dev/null RECORD=" + folder->file("recording") + stacks;
             setenv("QK_MEM_PROFILE", options.c_str(), 1);
             return [folder, run = start()](std::size_t times) { return run(times); };
           }};
@@ -288,6 +294,22 @@ std::vector<Workload> profile_workloads() {
        Threads::kOne,
        {{"malloc", [] { return pairs_at_depth<Malloc>(0); }},
         recorded([] { return pairs_at_depth<ManySites>(0, "DATA", std::size_t{4000}); })}},
+      {"recorded_stacks",
+       "The recording with call stacks: recorded pairs at a depth of 16 calls",
+       Goal(10.0),
+       1,
+       Threads::kOne,
+       {{"malloc", [] { return pairs_at_depth<Malloc>(16); }},
+        recorded([] { return pairs_at_depth<Qkmem>(16, "DATA"); }, " STACKS=16"),
+        peer("unw_backtrace", "unwound")}},
+      {"recorded_two_threads",
+       "A MULTITHREADED handle for each of two threads with a recording: pairs at once, elapsed",
+       kNoGoal.or_times(1.5, "unrecorded"),
+       1,
+       Threads::kSeveral,
+       {{"malloc", [] { return pairs_in_threads<Malloc>(2, Ownership::kOwn); }},
+        recorded([] { return pairs_of_two_threads(); }),
+        peer("unrecorded", "two_threads")}},
       {"checked_64",
        "Ordinary handle with guards and fillings: recorded pairs of 64 bytes",
        Goal(1.0).above("unchecked"),

@@ -1,82 +1,17 @@
-#include <algorithm>
-#include <barrier>
-#include <chrono>
-#include <cstddef>
-#include <iterator>
-#include <memory>
+#include "bench/ratios/threads.h"
+
 #include <string>
-#include <thread>
-#include <vector>
 
 #include "bench/ratios/allocators.h"
-#include "bench/ratios/pairs.h"
 #include "bench/ratios/workloads.h"
 
 namespace ratios {
 namespace {
 
-/** One allocator for all threads, or one for each. */
-enum class Ownership { kShared, kOwn };
-
-/** On cache lines of its own, so that threads with an allocator each don't disturb one another. */
-template <class Allocator>
-struct alignas(128) Apart : Allocator {
-  using Allocator::Allocator;
-};
-
-template <class Allocator>
-using Allocators = std::vector<std::unique_ptr<Apart<Allocator>>>;
-
-using Clock = std::chrono::steady_clock;
-
-struct Span {
-  Clock::time_point begin;
-  Clock::time_point end;
-};
-
-/** From the first thread's begin to the last one's end. */
-Nanoseconds whole(const std::vector<Span>& spans) {
-  Clock::time_point begin = spans[0].begin;
-  Clock::time_point end = spans[0].end;
-  for (const Span& span : spans) {
-    begin = std::min(begin, span.begin);
-    end = std::max(end, span.end);
-  }
-  return end - begin;
-}
-
-/** Each thread runs `times` pairs, all at once. */
-template <class Allocator>
-Nanoseconds in_threads(std::size_t threads, const Allocators<Allocator>& allocators,
-                       std::size_t times) {
-  std::barrier<> start(static_cast<std::ptrdiff_t>(threads));
-  std::vector<Span> spans(threads);
-  std::vector<std::thread> running;
-  for (std::size_t i = 0; i < threads; ++i) {
-    running.emplace_back(
-        [&start, &span = spans[i], &allocator = *allocators[i % allocators.size()], times] {
-          start.arrive_and_wait();
-          const Clock::time_point begin = Clock::now();
-          allocate_and_release<1>(allocator, mixed_sizes(), times);
-          span = {begin, Clock::now()};
-        });
-  }
-  for (std::thread& thread : running) thread.join();
-  return whole(spans);
-}
-
 template <class Allocator, class... Arguments>
 Contestant threaded(const char* name, std::size_t threads, Ownership ownership,
                     Arguments... arguments) {
-  return {name, [=]() -> Run {
-            auto allocators = std::make_shared<Allocators<Allocator>>();
-            const std::size_t count = ownership == Ownership::kOwn ? threads : 1;
-            std::generate_n(std::back_inserter(*allocators), count,
-                            [&] { return std::make_unique<Apart<Allocator>>(arguments...); });
-            return [allocators, threads](std::size_t times) {
-              return in_threads(threads, *allocators, times);
-            };
-          }};
+  return {name, [=] { return pairs_in_threads<Allocator>(threads, ownership, arguments...); }};
 }
 
 Workload threaded_pairs(const char* name, const char* title, std::size_t threads,
