@@ -104,6 +104,7 @@ set(library_sources
   profile/options.cpp
   profile/pool.cpp
   profile/recorded.cpp
+  profile/recorded_definitions.cpp
   profile/sampling.cpp
   profile/site_table.cpp
   profile/snapshots.cpp

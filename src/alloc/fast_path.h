@@ -163,7 +163,7 @@ template <class Handling>
     }
   } else if constexpr (Handling::kWatched) {
     if (!profile::quick_note_made(handle, place, origin.site, bytes_of(record), single_threaded)) {
-      profile::note_made(handle, place, origin);
+      profile::note_made_unusually(handle, place, origin);
     }
   }
 }

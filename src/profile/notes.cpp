@@ -14,10 +14,7 @@
 namespace qk::mem::profile {
 namespace {
 
-std::uint64_t bytes_in(SlotPlace place) {
-  const qk_mem_ptr& slot = place.array.ptrs[place.index];
-  return qk::load(slot.count) * qk::load(slot.size);
-}
+std::uint64_t bytes_in(SlotPlace place) { return block_in(place).bytes; }
 
 bool belongs_to_program(SlotPlace place) {
   return qk::mem::belongs_to_program(qk::load(place.array.ptrs[place.index].kind));
@@ -71,10 +68,6 @@ std::uint32_t flags_of(const Origin& origin, const Pool& pool) {
 
 void remember(Pool& pool, SlotPlace place, Mark mark, const history::Release& release) {
   remember(pool, qk::load(place.array.ptrs[place.index].address), bytes_in(place), mark, release);
-}
-
-RecordedBlock recorded_block(SlotPlace place) {
-  return {qk::load(place.array.ptrs[place.index].address), bytes_in(place)};
 }
 
 /** Tells a recording of a block, if there is one, and books it. */
@@ -182,7 +175,7 @@ void note_made(qk_mem_handle& handle, SlotPlace place, const Origin& origin) {
   const std::uint64_t bytes = bytes_in(place);
   // Without marks all memory is booked, since what is not in the sample could not be told.
   if (mark == nullptr) {
-    return tell_and_book(booking, pool, *site, recorded_block(place), {bytes, 1});
+    return tell_and_book(booking, pool, *site, block_in(place), {bytes, 1});
   }
   *mark = mark_for(booking, *site);
   mark->site |= flags;
@@ -190,7 +183,7 @@ void note_made(qk_mem_handle& handle, SlotPlace place, const Origin& origin) {
     mark->site |= Mark::kRegistered;
   }
   if (mark->is_booked()) {
-    tell_and_book(booking, pool, *site, recorded_block(place), amount_of(*mark, bytes));
+    tell_and_book(booking, pool, *site, block_in(place), amount_of(*mark, bytes));
   }
 }
 
@@ -208,22 +201,16 @@ void note_gone(qk_mem_handle& handle, SlotPlace place, const history::Release& r
   with_booked_block(handle, place, [&](Pool& pool, Mark mark, Amount amount) {
     remember(pool, place, mark, release);
     const Booking booking = Booking::of_next_event(pool);
-    tell(EventKind::kGone, booking, pool, mark, recorded_block(place));
+    tell(EventKind::kGone, booking, pool, mark, block_in(place));
     booking.gone(mark, amount);
   });
-}
-
-bool note_gone_unusually(qk_mem_handle& handle, SlotPlace place, const history::Release& release) {
-  if (is_frozen() || mark_in(handle, place).needs_care()) return false;
-  note_gone(handle, place, release);
-  return true;
 }
 
 void note_set_aside(qk_mem_handle& handle, SlotPlace place, const history::Release& release) {
   with_booked_block(handle, place, [&](Pool& pool, Mark mark, Amount amount) {
     remember(pool, place, mark, release);
     const Booking booking = Booking::of_coming_event(pool);
-    tell(EventKind::kSetAside, booking, pool, mark, recorded_block(place));
+    tell(EventKind::kSetAside, booking, pool, mark, block_in(place));
     booking.gone(mark, amount);
   });
 }
@@ -231,7 +218,7 @@ void note_set_aside(qk_mem_handle& handle, SlotPlace place, const history::Relea
 void note_back(qk_mem_handle& handle, SlotPlace place) {
   with_booked_block(handle, place, [&](Pool& pool, Mark mark, Amount amount) {
     const Booking booking = Booking::of_coming_event(pool);
-    tell(EventKind::kBack, booking, pool, mark, recorded_block(place));
+    tell(EventKind::kBack, booking, pool, mark, block_in(place));
     booking.back(mark, amount);
   });
 }
@@ -251,7 +238,7 @@ void note_from_before(qk_mem_handle& handle, SlotPlace place) {
     if (is_recorded()) {
       // The block keeps the number of its allocation.
       const std::uint32_t age = static_cast<std::uint32_t>(booking.event()) - mark->event;
-      record_made(pool, site, booking.event() - age, recorded_block(place));
+      record_made(pool, site, booking.event() - age, block_in(place));
     }
     booking.made(site, bytes, {bytes, 1});
   }

@@ -42,6 +42,9 @@ struct SlotPlace {
 /** A record was written into a slot. Its site can be null: it has none. */
 void note_made(qk_mem_handle& handle, SlotPlace place, const Origin& origin);
 
+/** The same of a record that malloc or the like has written, where something is not usual. */
+void note_made_unusually(qk_mem_handle& handle, SlotPlace place, const Origin& origin);
+
 /** Whether a block can't be released without its mark, since its address isn't the allocator's. */
 [[nodiscard]] inline bool needs_mark(const Origin& origin) {
   return (origin.flags & Mark::kGuardedInFront) != 0;

@@ -9,12 +9,12 @@
 #include <cstring>
 #include <string_view>
 
+#include "profile/booking.h"
 #include "profile/copies.h"
-#include "profile/labels.h"
-#include "profile/stacks.h"
+#include "profile/notes.h"
+#include "profile/recorded_definitions.h"
 #include "support/file_names.h"
 #include "support/keep_errno.h"
-#include "support/known_paths.h"
 #include "support/line.h"
 #include "support/mtx_lock.h"
 #include "support/no_cancellation.h"
@@ -33,162 +33,6 @@ constinit std::uint64_t limit_of_record = 0;
 /** What these have made may not be in the recording: it began later, or they were dropped. */
 constinit std::uint64_t events_before = 0;
 constinit std::uint64_t dropped_before = 0;  // the last levels were written
-
-/** How much of the tables is defined in the recording. */
-struct Defined {
-  std::uint32_t stacks;
-  std::uint32_t texts;  // numbers that were given out
-  std::uint64_t modules;
-  const qk::KnownModule* newest_module;
-};
-constinit Defined defined QK_GUARDED_BY(recording::lock) = {};
-constinit std::uint32_t defined_sites = 0;  // it grows under that lock, and each event asks for it
-constinit std::uint32_t defined_pools = 0;
-
-/** Texts that were defined not long ago, by their addresses: those never change. */
-struct DefinedText {
-  const char* text;
-  std::uint32_t number;
-};
-constinit DefinedText recent_texts[256] QK_GUARDED_BY(recording::lock) = {};
-
-std::string_view cut(std::string_view text) { return text.substr(0, recording::kLongestText); }
-
-std::uint32_t define_text(std::string_view text) QK_REQUIRES(recording::lock) {
-  recording::assert_recorder_held();
-  if (text.empty()) return 0;
-  const std::uint32_t number = ++defined.texts;
-  recording::write_record(ChunkKind::kDefinitions, RecordType::kText, [&](auto& fields) {
-    fields.number(number);
-    fields.text(cut(text));
-  });
-  return number;
-}
-
-/** The number of a file's path, by its name. */
-std::uint32_t number_of_path(const char* name) QK_REQUIRES(recording::lock) {
-  recording::assert_recorder_held();
-  if (name == nullptr) return 0;
-  DefinedText& recent = recent_texts[reinterpret_cast<std::uintptr_t>(name) / 8 % 256];
-  if (recent.text != name) recent = {name, define_text(qk::known_path_of(name))};
-  return recent.number;
-}
-
-std::uint32_t define_label(std::uint32_t number) QK_REQUIRES(recording::lock) {
-  recording::assert_recorder_held();
-  if (number == 0) return 0;
-  qk::Line line;
-  put_label(line, number);
-  return define_text(line.finish());
-}
-
-void define_stack(std::uint32_t number) QK_REQUIRES(recording::lock) {
-  recording::assert_recorder_held();
-  const Stack stack = stack_numbered(number);
-  recording::write_record(ChunkKind::kDefinitions, RecordType::kStack, [&](auto& fields) {
-    fields.number(number);
-    fields.number(static_cast<std::uint64_t>(stack.depth));
-    std::uintptr_t before = 0;
-    for (int i = 0; i < stack.depth; ++i) {
-      fields.signed_number(static_cast<std::int64_t>(stack.frames[i] - before));
-      before = stack.frames[i];
-    }
-  });
-}
-
-/** The bytes that a build id's digits stand for. */
-struct BuildIdBytes {
-  char bytes[64] = {};
-  std::size_t length = 0;
-
-  explicit BuildIdBytes(std::string_view digits) {
-    for (std::size_t i = 0; i + 1 < digits.size(); i += 2) {
-      bytes[length++] = static_cast<char>(value(digits[i]) << 4 | value(digits[i + 1]));
-    }
-  }
-  static unsigned value(char digit) {
-    return static_cast<unsigned>(digit <= '9' ? digit - '0' : digit - 'a' + 10);
-  }
-};
-
-void define_module(const qk::KnownModule& module) QK_REQUIRES(recording::lock) {
-  recording::assert_recorder_held();
-  const BuildIdBytes id(module.build_id.text());
-  recording::write_record(ChunkKind::kDefinitions, RecordType::kModule, [&](auto& fields) {
-    fields.number(module.whole.begin);
-    fields.number(module.whole.end);
-    fields.number(module.base);
-    fields.text(cut(module.path));
-    fields.text({id.bytes, id.length});
-  });
-}
-
-/** Those that came since the last time. */
-void define_modules() QK_REQUIRES(recording::lock) {
-  recording::assert_recorder_held();
-  const std::uint64_t version = modules.version();
-  if (version == defined.modules) return;
-  defined.modules = version;
-  const qk::KnownModule* const newest = modules.newest();
-  for (const qk::KnownModule* module = newest; module != nullptr && module != defined.newest_module;
-       module = module->next) {
-    define_module(*module);
-  }
-  defined.newest_module = newest;
-}
-
-void define_pool(const Pool& pool) QK_REQUIRES(recording::lock) {
-  recording::assert_recorder_held();
-  const std::uint32_t tag = define_text(tag_levels.at(pool.tag).name);
-  recording::write_record(ChunkKind::kDefinitions, RecordType::kPool, [&](auto& fields) {
-    fields.number(pool.number);
-    fields.number(static_cast<std::uint64_t>(pool.hid));
-    fields.number(tag);
-  });
-}
-
-void define_site(const Site& site) QK_REQUIRES(recording::lock) {
-  recording::assert_recorder_held();
-  while (defined.stacks < site.key.stack) define_stack(++defined.stacks);
-  const std::uint32_t path = number_of_path(site.key.file);
-  const std::uint32_t text = define_label(site.key.label);
-  recording::write_record(ChunkKind::kDefinitions, RecordType::kSite, [&](auto& fields) {
-    fields.number(site.number);
-    fields.number(site.key.pool);
-    fields.number(path);
-    fields.number(site.key.line);
-    fields.number(site.key.stack);
-    fields.number(text);
-  });
-}
-
-/** Defines all that is not defined yet. */
-void define_all() QK_REQUIRES(recording::lock) {
-  recording::assert_recorder_held();
-  define_modules();
-  const std::uint32_t last_site = sites.count();
-  const std::uint32_t last_pool = pools.count();  // after the sites, which have pools
-  for (std::uint32_t i = defined_pools + 1; i <= last_pool; ++i) define_pool(pools.at(i));
-  qk::store(defined_pools, std::max(defined_pools, last_pool));
-  for (std::uint32_t i = defined_sites + 1; i <= last_site; ++i) define_site(sites.at(i));
-  qk::store(defined_sites, std::max(defined_sites, last_site));
-}
-
-[[gnu::noinline]] void define_new() {
-  const qk::KeepErrno keep_errno;
-  const qk::NoCancellation no_cancellation;
-  const qk::MtxLock held(recording::lock);
-  define_all();
-}
-
-/** Those that each pool has are none in a recording. */
-std::uint32_t recorded_site(std::uint32_t site) { return site > kMaxSites ? 0 : site; }
-
-/** To be called before a site's number, or that of a pool, goes into an event. */
-void see_that_is_defined(std::uint32_t site, std::uint32_t pool) {
-  if (recorded_site(site) > qk::load(defined_sites) || pool > qk::load(defined_pools)) [[unlikely]]
-    define_new();
-}
 
 /** A text of the system's about this process, with blanks in place of nulls. */
 class ProcessText {
@@ -318,10 +162,7 @@ void set_unusual(bool is_unusual) {
 void begin_held() QK_REQUIRES(recording::lock) {
   recording::assert_recorder_held();
   RecordName name = {};
-  qk::store(defined_sites, 0);
-  qk::store(defined_pools, 0);
-  defined = {};
-  std::fill(std::begin(recent_texts), std::end(recent_texts), DefinedText{});
+  forget_definitions();
   qk::store(events_before, events_so_far());
   for (std::uint32_t i = 1; i <= pools.count(); ++i) {
     pools.at(i).recorded_blocks = 0;
@@ -364,11 +205,10 @@ void write_levels_anew() QK_REQUIRES(recording::lock) {
   write_levels_anew();
 }
 
-/** Whether an event has to be told. If the recording has ended by itself, no other one will. */
-bool is_wanted() {
+[[gnu::noinline]] bool is_still_wanted() {
   const recording::State now = recording::state_now();
-  if (now == recording::State::kOn) [[likely]] {
-    if (qk::load(recording::dropped_up_to) != qk::load(dropped_before)) note_what_was_dropped();
+  if (now == recording::State::kOn) {
+    note_what_was_dropped();
     return true;
   }
   if (now == recording::State::kAwaited) {
@@ -379,11 +219,17 @@ bool is_wanted() {
   return recording::is_on();
 }
 
-bool has_own_file_in_child() { return std::strstr(pattern_of_record, "%p") != nullptr; }
+/** Whether an event has to be told. If the recording has ended by itself, no other one will. */
+[[gnu::always_inline]] inline bool is_wanted() {
+  if (recording::is_on() && qk::load(recording::dropped_up_to) == qk::load(dropped_before))
+      [[likely]] {
+    return true;
+  }
+  return is_still_wanted();
+}
 
-}  // namespace
-
-void record_made(Pool& pool, const Site& site, std::uint64_t event, RecordedBlock block) {
+[[gnu::always_inline]] inline void tell_made(Pool& pool, const Site& site, std::uint64_t event,
+                                             RecordedBlock block) {
   if (!is_wanted()) return;
   see_that_is_defined(site.number, pool.number);
   ++pool.recorded_blocks;
@@ -392,8 +238,8 @@ void record_made(Pool& pool, const Site& site, std::uint64_t event, RecordedBloc
                           reinterpret_cast<std::uintptr_t>(block.address), block.bytes});
 }
 
-void record_gone(EventKind kind, const Pool& pool, Mark mark, std::uint64_t event,
-                 RecordedBlock block) {
+[[gnu::always_inline]] inline void tell_gone(EventKind kind, const Pool& pool, Mark mark,
+                                             std::uint64_t event, RecordedBlock block) {
   if (!is_wanted()) return;
   const std::uint32_t site = mark.site_number();
   see_that_is_defined(site, pool.number);
@@ -403,6 +249,56 @@ void record_gone(EventKind kind, const Pool& pool, Mark mark, std::uint64_t even
                   {recorded_site(site), pool.number,
                    reinterpret_cast<std::uintptr_t>(block.address), block.bytes},
                   is_unsure);
+}
+
+bool has_own_file_in_child() { return std::strstr(pattern_of_record, "%p") != nullptr; }
+
+}  // namespace
+
+void record_made(Pool& pool, const Site& site, std::uint64_t event, RecordedBlock block) {
+  tell_made(pool, site, event, block);
+}
+
+void record_gone(EventKind kind, const Pool& pool, Mark mark, std::uint64_t event,
+                 RecordedBlock block) {
+  tell_gone(kind, pool, mark, event, block);
+}
+
+void note_made_unusually(qk_mem_handle& handle, SlotPlace place, const Origin& origin) {
+  const bool single_threaded = qk::is_single_threaded();
+  Pool& pool = pool_of(handle);
+  const Marks& marks = marks_of(handle, pool, place.array);
+  const RecordedBlock block = block_in(place);
+  const bool is_usual =
+      qk::is_equal(unusual_made, unusual::kRecorded) && origin.site != nullptr &&
+      origin.flags == 0 && marks.has(place.index) &&
+      Booking::is_usual(pool, static_cast<std::int64_t>(block.bytes), single_threaded);
+  if (!is_usual) [[unlikely]]
+    return note_made(handle, place, origin);
+  const Booking booking = Booking::of_usual_event(pool, single_threaded);
+  marks.at(place.index) = booking.mark_for(*origin.site);
+  tell_made(pool, *origin.site, booking.event(), block);
+  booking.made(*origin.site, block.bytes, {block.bytes, 1});
+}
+
+bool note_gone_unusually(qk_mem_handle& handle, SlotPlace place, const history::Release& release) {
+  const bool single_threaded = qk::is_single_threaded();
+  Pool& pool = pool_of(handle);
+  const Mark mark = mark_in(handle, place);
+  const RecordedBlock block = block_in(place);
+  const bool is_usual =
+      qk::is_equal(unusual_gone, unusual::kRecorded) && mark.site != kNoSite && mark.is_plain() &&
+      Booking::is_usual(pool, -static_cast<std::int64_t>(block.bytes), single_threaded);
+  if (!is_usual) [[unlikely]] {
+    if (is_frozen() || mark.needs_care()) return false;
+    note_gone(handle, place, release);
+    return true;
+  }
+  remember(pool, block.address, block.bytes, mark, release);
+  const Booking booking = Booking::of_usual_event(pool, single_threaded);
+  tell_gone(EventKind::kGone, pool, mark, booking.event(), block);
+  booking.gone(mark, {block.bytes, 1});
+  return true;
 }
 
 void record_made_and_lost(Pool& pool, std::uint64_t event, RecordedBlock block) {

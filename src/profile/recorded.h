@@ -3,6 +3,7 @@
 
 #include <cstdint>
 
+#include "profile/notes.h"
 #include "profile/pool.h"
 #include "recording/recorder.h"
 
@@ -23,6 +24,12 @@ struct RecordedBlock {
   const void* address;
   std::uint64_t bytes;
 };
+
+/** That of the record in a slot. */
+[[nodiscard]] inline RecordedBlock block_in(SlotPlace place) {
+  const qk_mem_ptr& slot = place.array.ptrs[place.index];
+  return {qk::load(slot.address), qk::load(slot.count) * qk::load(slot.size)};
+}
 
 void record_made(Pool& pool, const Site& site, std::uint64_t event, RecordedBlock block);
 
