@@ -41,6 +41,8 @@ LIFE = ENTRY + ["src/recording", "src/alloc", "src/handle", "src/config", "src/r
 COMMAND = FORMATS + ["src/formats", "src/symbols"]
 NAMES = COMMAND + ["tools/qkmem/ledger", "tools/qkmem/input", "tools/qkmem/output"]
 VIEWS = NAMES + ["tools/qkmem/names"]
+# What sets the library's variables reads them by the library's own rules.
+PROGRAM = COMMAND + ["src/config", "tools/qkmem/ledger", "tools/qkmem/output"]
 
 ALLOWED = {
     "include/qkmem/status.h": [],
@@ -87,9 +89,10 @@ ALLOWED = {
     "tools/qkmem/output": COMMAND + ["tools/qkmem/ledger"],
     "tools/qkmem/input": COMMAND + ["tools/qkmem/ledger"],
     "tools/qkmem/names": NAMES,
+    "tools/qkmem/program": PROGRAM,
     "tools/qkmem/views": VIEWS,
     "tools/qkmem/exports": VIEWS + ["tools/qkmem/views"],
-    "tools/qkmem": VIEWS + ["tools/qkmem/views", "tools/qkmem/exports"],
+    "tools/qkmem": VIEWS + ["tools/qkmem/views", "tools/qkmem/exports", "tools/qkmem/program"],
 }
 
 INCLUDE = re.compile(r'^\s*#\s*include\s*"([^"]+)"')

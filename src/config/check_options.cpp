@@ -114,4 +114,6 @@ std::int32_t read_check_options(const char* source, char* text, check::Options& 
   return read_profile_words<check::Options>({source}, text, kCheckKeywords, options);
 }
 
+WordRules check_word_rules() { return rules_of_words<check::Options, kCheckKeywords>(); }
+
 }  // namespace qk::mem

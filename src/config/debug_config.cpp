@@ -5,6 +5,7 @@
 
 #include "config/log_destination.h"
 #include "config/refusal.h"
+#include "config/word_rules.h"
 #include "core/option_call.h"
 #include "core/registry.h"
 #include "core/roads.h"
@@ -129,6 +130,21 @@ int apply_switches(Switches& switches, const DebugCall& call, qk::Status& status
 }
 
 }  // namespace
+
+WordRules debug_word_rules() {
+  static constexpr auto kForms = forms_of(kTable);
+  return {kForms};
+}
+
+std::span<const std::string_view> listed_routines() {
+  static constexpr auto kNames = [] {
+    std::array<std::string_view, kRoutines> names;
+    for (int i = 0; i < kRoutines; ++i) names[i] = kRoutineNames[i].listed;
+    return names;
+  }();
+  return kNames;
+}
+
 }  // namespace qk::mem
 
 extern "C" int qk_mem_debug_config(const char* options, qk::Status* status) {

@@ -1,5 +1,6 @@
 // Configuration of the report's sections.
 #include "config/refusal.h"
+#include "config/word_rules.h"
 #include "core/option_call.h"
 #include "core/switches.h"
 
@@ -30,6 +31,17 @@ std::uint32_t selected(const OptionCall<kSections.size()>& call) {
 }
 
 }  // namespace
+
+WordRules dump_word_rules() {
+  static constexpr auto kForms = forms_of(kOuterTable);
+  return {kForms};
+}
+
+WordRules section_word_rules() {
+  static constexpr auto kForms = forms_of(kSections);
+  return {kForms};
+}
+
 }  // namespace qk::mem
 
 extern "C" int qk_mem_dump_config(const char* options, qk::Status* status) {

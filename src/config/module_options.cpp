@@ -2,6 +2,7 @@
 #include <cstdlib>
 
 #include "config/refusal.h"
+#include "config/word_rules.h"
 #include "core/kinds.h"
 #include "core/option_call.h"
 #include "core/registry.h"
@@ -47,6 +48,12 @@ bool open_trace_file(const char* name) QK_REQUIRES(Qk_mem_mtx) {
 }
 
 }  // namespace
+
+WordRules module_word_rules() {
+  static constexpr auto kForms = forms_of(kTable);
+  return {kForms};
+}
+
 }  // namespace qk::mem
 
 extern "C" int qk_mem_options(const char* options, qk::Status* status) {

@@ -237,6 +237,8 @@ std::int32_t read_profile_options(const char* source, char* text, Options& optio
   return read_profile_words<Options>({source}, text, kKeywords, options);
 }
 
+WordRules profile_word_rules() { return rules_of_words<Options, kKeywords>(); }
+
 std::int32_t read_report_options(const char* source, char* text, ReportRequest& request) {
   return read_profile_words<ReportRequest>({source}, text, kReportKeywords, request);
 }

@@ -1,10 +1,14 @@
 #ifndef QKMEM_CONFIG_PROFILE_WORDS_H_
 #define QKMEM_CONFIG_PROFILE_WORDS_H_
 
+#include <array>
+#include <cstddef>
 #include <cstdint>
+#include <iterator>
 #include <span>
 #include <string_view>
 
+#include "config/word_rules.h"
 #include "support/nearest_name.h"
 #include "support/option_words.h"
 #include "support/options.h"
@@ -64,6 +68,22 @@ std::int32_t read_profile_words(const WordSource& source, char* text,
     if (word->quote_open) break;
   }
   return first_mistake;
+}
+
+/** The rules of some keywords. @tparam keywords  a static array. */
+template <class Target, const auto& keywords>
+[[nodiscard]] WordRules rules_of_words() {
+  static constexpr auto kForms = [] {
+    std::array<WordForm, std::size(keywords)> forms;
+    for (std::size_t i = 0; i < forms.size(); ++i) {
+      forms[i] = {keywords[i].name, keywords[i].value_kind};
+    }
+    return forms;
+  }();
+  return {kForms, [](std::size_t word, const char* value) {
+            Target target = {};
+            return keywords[word].set(target, value);
+          }};
 }
 
 }  // namespace qk::mem

@@ -43,7 +43,9 @@ StartedCommand::StartedCommand(const std::vector<std::string>& arguments, int in
   dup2(in, STDIN_FILENO);
   dup2(out, STDOUT_FILENO);
   dup2(err, STDERR_FILENO);
-  for (const char* name : {"QK_MEM_PROFILE", "QK_MEM_DEBUG", "QK_MEM_OPTIONS"}) unsetenv(name);
+  for (const char* name : {"QK_MEM_PROFILE", "QK_MEM_CHECK", "QK_MEM_DEBUG", "QK_MEM_OPTIONS"}) {
+    unsetenv(name);
+  }
   if (getenv("COLUMNS") == nullptr) setenv("COLUMNS", "100", 1);
   if (getenv("LC_ALL") == nullptr) setenv("LC_ALL", "C.UTF-8", 1);
   std::vector<char*> words = {const_cast<char*>("qkmem")};

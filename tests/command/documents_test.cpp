@@ -40,6 +40,17 @@ TEST(Documents, NameAllOptionsAndNoOthers) {
             found_in(page.substr(table, page.find("\n\n", table) - table), "[|,.] `(-[-a-z]+)"));
 }
 
+TEST(Documents, NameAllOptionsOfProgramsThatAreRun) {
+  const Scene scene;
+  std::set<std::string> options = found_in(output_of({"run", "--help"}), "[ ,](-[-a-z]+)");
+  options.merge(found_in(output_of({"env", "--help"}), "[ ,](-[-a-z]+)"));
+  for (const char* other : {"-h", "--help", "--output", "--"}) options.erase(other);
+  const std::string page = contents(QKMEM_DOCUMENTS "command.md");
+  const std::size_t table = page.find("| option | of `run` and `env` |");
+  EXPECT_EQ(options,
+            found_in(page.substr(table, page.find("\n\n", table) - table), "[|,.] `(-[-a-z]+)"));
+}
+
 TEST(Documents, NameAllFormatsOfExports) {
   const Scene scene;
   const std::string help = output_of({"export", "--help"});

@@ -1,10 +1,7 @@
 // The command qkmem: what a program has done with its memory.
 #include <CLI/CLI.hpp>
-#include <algorithm>
-#include <cctype>
 #include <clocale>
 #include <cstdio>
-#include <cstring>
 #include <new>
 
 #include "exports/exports.h"
@@ -12,7 +9,10 @@
 #include "options.h"
 #include "output/file.h"
 #include "output/words.h"
+#include "program/launch.h"
+#include "program/written_variables.h"
 #include "qkmem/version.h"
+#include "run.h"
 #include "views/views.h"
 
 namespace {
@@ -101,16 +101,8 @@ int run(const Command& command, Request& request) {
 constexpr const char* kExport = "export";
 
 /** The name of a file as it can be pasted into a shell. */
-std::string as_shell_word(const std::string& name) {
-  std::string word = name.starts_with('-') ? "./" + name : name;
-  const auto is_plain = [](unsigned char c) {
-    return std::isalnum(c) != 0 || std::strchr("._/-+,", c) != nullptr;
-  };
-  if (std::all_of(word.begin(), word.end(), is_plain)) return word;
-  for (std::size_t at = word.find('\''); at != std::string::npos; at = word.find('\'', at + 4)) {
-    word.replace(at, 1, "'\\''");
-  }
-  return "'" + word + "'";
+std::string pasted(const std::string& name) {
+  return as_shell_word(name.starts_with('-') ? "./" + name : name);
 }
 
 void add_export(CLI::App& app, Request& request) {
@@ -140,13 +132,16 @@ int run_export(Request& request) {
     write_standard_output(written.contents);
   } else {
     write_file(name, written.contents, request.may_overwrite);
-    fmt::print(stderr, "qkmem: {} {}\n", format.viewer, as_shell_word(name));
+    fmt::print(stderr, "qkmem: {} {}\n", format.viewer, pasted(name));
   }
   for (const std::string& remark : written.remarks) fmt::print(stderr, "qkmem: {}\n", remark);
   return 0;
 }
 
-int run_chosen(const CLI::App& app, Request& request) {
+int run_chosen(const CLI::App& app, Request& request, RunRequest& run_request) {
+  if (app.got_subcommand("run")) return run_program(run_request);
+  if (app.got_subcommand("env")) return print_variables(run_request);
+  if (app.got_subcommand("explain")) return explain_words(run_request);
   if (app.got_subcommand(kSymbolize)) return symbolize(request);
   if (app.got_subcommand(kExport)) return run_export(request);
   for (const Command& command : kCommands) {
@@ -160,6 +155,10 @@ int run_with(int argc, char** argv) {
   app.set_version_flag("--version", std::string("qkmem ") + QK_MEM_VERSION);
   app.require_subcommand(1);
   Request request;
+  RunRequest run_request;
+  add_run(app, run_request);
+  add_env(app, run_request);
+  add_explain(app, run_request);
   for (const Command& command : kCommands) add_command(app, command, request);
   add_export(app, request);
   add_symbolize(app, request);
@@ -168,7 +167,7 @@ int run_with(int argc, char** argv) {
   } catch (const CLI::Success& asked_for_help) {
     return app.exit(asked_for_help);
   }
-  return run_chosen(app, request);
+  return run_chosen(app, request, run_request);
 }
 
 }  // namespace
@@ -176,12 +175,17 @@ int run_with(int argc, char** argv) {
 int main(int argc, char** argv) {
   std::setlocale(LC_CTYPE, "");
   remove_unfinished_at_signals();
+  // A program that is run can end with any code of its own but these.
+  const bool runs = argc > 1 && std::string_view(argv[1]) == "run";
   try {
     return run_with(argc, argv);
+  } catch (const NotStarted& not_started) {
+    std::fprintf(stderr, "qkmem: %s\n", not_started.why.c_str());
+    return static_cast<int>(not_started.failure);
   } catch (const std::bad_alloc&) {
     std::fputs("qkmem: no memory\n", stderr);
   } catch (const std::exception& error) {
     std::fprintf(stderr, "qkmem: %s\n", error.what());
   }
-  return kMistake;
+  return runs ? static_cast<int>(LaunchFailure::kOwn) : kMistake;
 }

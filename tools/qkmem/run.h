@@ -1,0 +1,38 @@
+#ifndef QKMEM_TOOLS_RUN_H_
+#define QKMEM_TOOLS_RUN_H_
+
+#include <CLI/CLI.hpp>
+#include <string>
+#include <vector>
+
+#include "program/settings.h"
+
+/** The subcommands that set the library's variables: run, env and explain. */
+namespace qk::command {
+
+/** What the user wants to run, and how. */
+struct RunRequest {
+  std::vector<std::string> words;  // the program's name, and its arguments
+  Wishes wishes;
+  std::string folder = ".";
+  std::string written_for = "shell";
+  std::string text;  // that is to be explained
+  bool wants_json = false;
+};
+
+void add_run(CLI::App& app, RunRequest& request);
+void add_env(CLI::App& app, RunRequest& request);
+void add_explain(CLI::App& app, RunRequest& request);
+
+/** Runs a program, and says what it has done with its memory. Returns the code to end with, if any. */
+int run_program(RunRequest& request);
+
+/** Prints the variables. */
+int print_variables(RunRequest& request);
+
+/** Says what an option string does. */
+int explain_words(const RunRequest& request);
+
+}  // namespace qk::command
+
+#endif  // QKMEM_TOOLS_RUN_H_
