@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
 """Checks that docs/variables.md has each variable, keyword and value that the library reads, and no
-other.
+other; and that `qkmem explain` knows what each keyword does.
 
 usage: check_variables.py ROOT
 
@@ -35,6 +35,16 @@ VALUES = {
     "IGNORE": [("src/config/known_leaks_file.cpp", "kLeakKeywords")],
 }
 
+# The tables with what each keyword does, alone and with a value.
+MEANINGS = "tools/qkmem/program/meanings.h"
+MEANING_TABLES = {
+    "QK_MEM_DEBUG": "kDebugMeanings",
+    "QK_MEM_DUMP": "kDumpMeanings",
+    "QK_MEM_OPTIONS": "kModuleMeanings",
+    "QK_MEM_PROFILE": "kProfileMeanings",
+    "QK_MEM_CHECK": "kCheckMeanings",
+}
+
 # Rows that no table of the sources has.
 BESIDE = {"IGNORE": {"#"}, "CONTROL": set()}
 # Options of the command `report` that the page has as keywords of the variable.
@@ -52,6 +62,7 @@ DEFAULTS = {
 VARIABLE = re.compile(r'(?:getenv|apply_variable)\(\s*"(\w+)"')
 ENTRY = re.compile(r'[({]\s*("[^"]+"|k[A-Z]\w*),(?:\s*(?:qk::)?(k(?:No|Optional|Required)Value))?')
 DEFAULT = r"\b{} = (?:std::uint64_t.)?(\d+).?(?: << (\d+))?;"
+MEANING = re.compile(r'\{"([A-Z_]+)",\s*"([^"]*)",\s*"([^"]*)"')
 TEXT = re.compile(r'"([^"]+)"')
 OUTPUT = re.compile(r"^```.*?^```", re.MULTILINE | re.DOTALL)
 HEADING = re.compile(r"^(##|###) (.+)$", re.MULTILINE)
@@ -134,18 +145,38 @@ def wrong_variables(root, parts):
     yield from compare("the variable", variables_of(root), named)
 
 
+def kinds_of(root, variable):
+    """Maps the keywords of a variable to the kinds of their values."""
+    return {name: kind for source, table in KEYWORDS[variable]
+            for name, kind in Source(root, source).entries(table) if name.isupper()}
+
+
 def wrong_keywords(root, parts):
-    for variable, tables in KEYWORDS.items():
-        kinds = {}
-        for source, table in tables:
-            kinds.update((name, kind) for name, kind in Source(root, source).entries(table)
-                         if name.isupper())
+    for variable in KEYWORDS:
+        kinds = kinds_of(root, variable)
         titles = {keyword_of(title): title for title, _ in parts.get(variable, []) if forms(title)}
         yield from compare(f"the keyword of {variable}", set(kinds), set(titles))
         for name in sorted(kinds.keys() & titles.keys()):
             has_value = "=" in titles[name]
             if (kinds[name], has_value) in (("kRequiredValue", False), ("kNoValue", True)):
                 yield f"docs/variables.md is wrong about the value of {variable}: {titles[name]}"
+
+
+def wrong_meanings(root, _parts):
+    source = Source(root, MEANINGS)
+    for variable, table in MEANING_TABLES.items():
+        told = {name: (alone, with_value)
+                for name, alone, with_value in MEANING.findall(source.definition(table))}
+        kinds = kinds_of(root, variable)
+        for name in sorted(kinds.keys() ^ told.keys()):
+            yield f"{MEANINGS}: {name} of {variable} is missing, or too much"
+        for name in sorted(kinds.keys() & told.keys()):
+            alone, with_value = map(bool, told[name])
+            # The table of the switches doesn't say that they can have lists.
+            wanted = {"kNoValue": (True, False), "kRequiredValue": (False, True)}.get(
+                kinds[name], (True, True))
+            if (alone, with_value) != wanted:
+                yield f"{MEANINGS}: {name} of {variable} has other forms"
 
 
 def rows_of(text):
@@ -181,7 +212,8 @@ def wrong_defaults(root, parts):
 def main():
     root = pathlib.Path(sys.argv[1])
     parts = parts_of((root / "docs/variables.md").read_text(encoding="utf-8"))
-    wrong = [line for check in (wrong_variables, wrong_keywords, wrong_values, wrong_defaults)
+    wrong = [line for check in (wrong_variables, wrong_keywords, wrong_meanings, wrong_values,
+                                wrong_defaults)
              for line in check(root, parts)]
     print("\n".join(wrong) if wrong else
           f"{sum(map(len, parts.values()))} parts of docs/variables.md say what the sources do")

@@ -2,9 +2,11 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cctype>
+#include <cstdlib>
 #include <filesystem>
 #include <string>
 #include <string_view>
@@ -141,6 +143,19 @@ TEST(Run, HasTheUsualCodesForProgramsThatCannotBeRun) {
 
 TEST(Run, EndsByTheSignalThatHasEndedTheProgram) {
   const Scene scene;
+  const int nowhere = open("/dev/null", O_RDWR | O_CLOEXEC);
+  StartedCommand command({"run", "--", QKMEM_WATCHED_PROGRAM, "signal", "10"}, nowhere, nowhere,
+                         nowhere);
+  siginfo_t ended = {};
+  ASSERT_EQ(0, waitid(P_PID, static_cast<id_t>(command.process()), &ended, WEXITED | WNOWAIT));
+  EXPECT_EQ(CLD_KILLED, ended.si_code);
+  EXPECT_EQ(SIGUSR1, ended.si_status);
+  EXPECT_EQ(128 + SIGUSR1, command.end());
+  close(nowhere);
+}
+
+TEST(Run, OfAProgramThatWasKilledHasWhatWasRecordedUntilThen) {
+  const Scene scene;
   const Ran ran = run({"--record", "--", QKMEM_WATCHED_PROGRAM, "signal", "9"});
   EXPECT_EQ(128 + SIGKILL, ran.status);
   // What was recorded until then is there, with its tail.
@@ -156,6 +171,24 @@ TEST(Run, WithoutAWordOfAProgramThatWasKilledSaysSo) {
   const Ran ran = run({"--", QKMEM_WATCHED_PROGRAM, "signal", "9"});
   EXPECT_EQ(128 + SIGKILL, ran.status);
   EXPECT_EQ("qkmem: watched was ended by SIGKILL (Killed); it has written nothing\n", ran.err);
+}
+
+TEST(Run, NamesASignalThatHasNoName) {
+  const Scene scene;
+  const int unnamed = SIGRTMIN + 3;
+  const Ran ran = run({"--", QKMEM_WATCHED_PROGRAM, "signal", std::to_string(unnamed)});
+  EXPECT_EQ(128 + unnamed, ran.status);
+  EXPECT_EQ("qkmem: watched was ended by signal " + std::to_string(unnamed) +
+                "; it has written nothing\n",
+            ran.err);
+}
+
+TEST(Run, HasOnlyCharactersThatTheLocaleHas) {
+  const Scene scene;
+  setenv("LC_ALL", "C", 1);
+  const Ran ran = run({"--record", "--", QKMEM_WATCHED_PROGRAM});
+  EXPECT_NE(std::string::npos, ran.err.find("\nlevel   ")) << ran.err;
+  for (const char c : ran.err) EXPECT_LT(0, c) << ran.err;
 }
 
 TEST(Run, RecordsToTheFolderThatIsAskedFor) {
@@ -261,6 +294,22 @@ TEST(Explain, SaysWhatIsNotUnderstoodAndWhatFollows) {
       "  LOG=x.log  the log goes to x.log\n"
       "\n"
       "with a mistake in it nothing of it is used\n",
+      ran.out);
+}
+
+TEST(Explain, SaysWhatFollowsFromAMistakeInAList) {
+  const Scene scene;
+  const Ran ran = kit::qkmem({"explain", "SUMMARY DEBUG=qk_imaloc"});
+  EXPECT_EQ(1, ran.status);
+  EXPECT_EQ(
+      "QK_MEM_DEBUG\n"
+      "\n"
+      "  word             does\n"
+      "  SUMMARY          writes a report of what was not freed when the program ends\n"
+      "  DEBUG=qk_imaloc  not understood: unknown routine qk_imaloc; did you mean "
+      "qk_imalloc?\n"
+      "\n"
+      "a list with a mistake ends the reading; what was read before is used\n",
       ran.out);
 }
 

@@ -54,11 +54,10 @@ auto meaning_of(std::string_view option, std::string_view text, const Words& wor
 }
 
 /** Columns of the terminal; where there is none, what COLUMNS says. */
-std::size_t width_of_output() {
+std::size_t width_of(int output) {
   constexpr std::size_t kUnlessKnown = 100;
   winsize size{};
-  if (isatty(STDOUT_FILENO) == 1 && ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 &&
-      size.ws_col != 0) {
+  if (isatty(output) == 1 && ioctl(output, TIOCGWINSZ, &size) == 0 && size.ws_col != 0) {
     return size.ws_col;
   }
   const char* const columns = std::getenv("COLUMNS");
@@ -119,8 +118,12 @@ void settle(Request& request) {
   } else if (!request.at.empty() && request.at != "end") {
     query.at_moment = moment_in("--at", request.at, UINT64_MAX);
   }
+  suit_output(query, STDOUT_FILENO);
+}
+
+void suit_output(Query& query, int output) {
   query.is_ascii = std::string_view(nl_langinfo(CODESET)) != "UTF-8";
-  query.width = width_of_output();
+  query.width = width_of(output);
 }
 
 Moment moment_in(const std::string& option, const std::string& text, std::uint64_t other) {

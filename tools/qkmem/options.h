@@ -43,8 +43,11 @@ void add_output(CLI::App& app, Request& request);
 /** Adds these, and those of answers: how they are divided, ordered and written. */
 void add_options(CLI::App& app, Request& request);
 
-/** Takes what the options mean to the query, and what the terminal is like. Throws UsageError. */
+/** Takes what the options mean to the query, and what standard output is like. Throws UsageError. */
 void settle(Request& request);
+
+/** Takes what a file is like that the answer goes to: its columns, and the locale's characters. */
+void suit_output(Query& query, int output);
 
 /** An event's number, or a time such as "2.5s" or "300ms". Throws UsageError, which names the option. */
 [[nodiscard]] Moment moment_in(const std::string& option, const std::string& text,

@@ -1,7 +1,7 @@
 #include "run.h"
 
 #include <fmt/format.h>
-#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -9,6 +9,7 @@
 #include <cstring>
 #include <filesystem>
 
+#include "options.h"
 #include "output/file.h"
 #include "output/words.h"
 #include "program/explanation.h"
@@ -60,8 +61,10 @@ std::vector<Written> written_since(const std::string& folder, std::string_view e
 
 std::string how_it_ended(const Ended& ended) {
   if (!ended.by_signal()) return fmt::format("ended with {}", ended.exit_code());
-  return fmt::format("was ended by SIG{} ({})", sigabbrev_np(ended.signal()),
-                     strsignal(ended.signal()));
+  const char* const name = sigabbrev_np(ended.signal());
+  // Those of real time have no names.
+  if (name == nullptr) return fmt::format("was ended by signal {}", ended.signal());
+  return fmt::format("was ended by SIG{} ({})", name, strsignal(ended.signal()));
 }
 
 /** One screen about what a process has written, and how to see more of it. */
@@ -72,8 +75,10 @@ void print_summary(const Written& written, Query query) {
   fmt::print(stderr, "\nqkmem: qkmem top {} shows all\n", as_shell_word(written.name));
 }
 
-void print_summaries(const std::vector<Written>& all, const Query& query) {
+void print_summaries(const std::vector<Written>& all) {
   constexpr std::size_t kMost = 4;
+  Query query;
+  suit_output(query, STDERR_FILENO);
   for (const Written& written : std::span(all).first(std::min(all.size(), kMost))) {
     try {
       print_summary(written, query);
@@ -86,6 +91,20 @@ void print_summaries(const std::vector<Written>& all, const Query& query) {
   for (const Written& written : std::span(all).subspan(kMost)) {
     fmt::print(stderr, "  {}\n", written.name);
   }
+}
+
+/** Says what a program has done. Returns whether it has written anything. */
+bool print_outcome(const std::string& program, const Ended& ended,
+                   const std::vector<Written>& all) {
+  const std::string name = fs::path(program).filename().string();
+  if (all.empty() && !ended.by_signal()) {
+    fmt::print(stderr, "qkmem: {} doesn't use qkmem; nothing was recorded\n", name);
+    return false;
+  }
+  fmt::print(stderr, "qkmem: {} {}{}\n", name, how_it_ended(ended),
+             all.empty() ? "; it has written nothing" : "");
+  print_summaries(all);
+  return true;
 }
 
 /** The time of the file system's clock, which can be a little behind the others. */
@@ -169,17 +188,13 @@ int run_program(RunRequest& request) {
   const Ended ended = run_program(words, settings);
   if (has_own_places(request.wishes)) end_as(ended);
   const std::string_view ending = request.wishes.record ? ".qkm" : ".json";
-  const std::vector<Written> all = written_since(folder, ending, begin, ended.process);
-  const std::string name = fs::path(words.front()).filename().string();
-  if (all.empty() && !ended.by_signal()) {
-    fmt::print(stderr, "qkmem: {} doesn't use qkmem; nothing was recorded\n", name);
-    return static_cast<int>(LaunchFailure::kOwn);
+  try {
+    const auto all = written_since(folder, ending, begin, ended.process);
+    if (!print_outcome(words.front(), ended, all)) return static_cast<int>(LaunchFailure::kOwn);
+  } catch (const std::exception& error) {
+    // The program has ended by now, and that is what counts.
+    fmt::print(stderr, "qkmem: {}\n", error.what());
   }
-  fmt::print(stderr, "qkmem: {} {}{}\n", name, how_it_ended(ended),
-             all.empty() ? "; it has written nothing" : "");
-  Query query;
-  query.width = 100;
-  print_summaries(all, query);
   end_as(ended);
 }
 

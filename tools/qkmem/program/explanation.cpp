@@ -53,6 +53,13 @@ bool has_any(const std::vector<CheckedWord>& words,
                      [&](std::string_view keyword) { return has(words, keyword); });
 }
 
+/** Whether the library finds a mistake only when it has used some words already. */
+bool is_any_used(const std::vector<CheckedWord>& words) {
+  return std::all_of(words.begin(), words.end(), [](const CheckedWord& word) {
+    return word.mistake.empty() || word.is_in_routines;
+  });
+}
+
 /** What a string does as a whole that none of its words says. */
 std::vector<std::string> remarks_on(const Subject& subject, const std::vector<CheckedWord>& words,
                                     bool has_mistake) {
@@ -78,6 +85,8 @@ std::vector<std::string> remarks_on(const Subject& subject, const std::vector<Ch
   if (!has_mistake) return remarks;
   if (name == "QK_MEM_OPTIONS") {
     remarks.emplace_back("with a mistake in it the library stops its start-up without a word");
+  } else if (is_any_used(words)) {
+    remarks.emplace_back("a list with a mistake ends the reading; what was read before is used");
   } else if (subject.variable->is_cut) {
     remarks.emplace_back("with a mistake in it nothing of it is used");
   } else {

@@ -117,7 +117,10 @@ void check_value(CheckedWord& checked, const Variable& variable, std::size_t pla
   }
   const Meaning* const meaning = find_meaning(variable, checked.keyword);
   if (meaning == nullptr) return;
-  if (meaning->list == Meaning::List::kRoutines) check_routines(checked);
+  if (meaning->list == Meaning::List::kRoutines) {
+    check_routines(checked);
+    checked.is_in_routines = !checked.mistake.empty();
+  }
   if (meaning->list == Meaning::List::kSections) check_sections(checked);
 }
 

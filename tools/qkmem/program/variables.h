@@ -42,8 +42,9 @@ struct CheckedWord {
   std::string text;          // as written, without quotes
   std::string_view keyword;  // as the library calls it; empty if there is none
   std::optional<std::string> value;
-  std::string mistake;  // for the user: "unknown word SUMARY"; empty if it is understood
-  std::string advice;   // "did you mean SUMMARY?"
+  std::string mistake;          // for the user: "unknown word SUMARY"; empty if it is understood
+  std::string advice;           // "did you mean SUMMARY?"
+  bool is_in_routines = false;  // the mistake: such lists are read last
 };
 
 /** Reads a text as the library would, and what is wrong with it. */
