@@ -211,6 +211,20 @@ TEST(Run, TellsOfEachProcessThatTheProgramHasRun) {
   EXPECT_EQ(std::string("qkmem: sh ended with 4\n") + kOneScreen + kOneScreen, ran.err);
 }
 
+TEST(Run, ShowsFourProcessesAndOnlyNamesTheFilesOfMore) {
+  const Scene scene;
+  const std::string one_more = std::string("; ") + QKMEM_WATCHED_PROGRAM + " >/dev/null";
+  std::string six = "true";
+  for (int i = 0; i < 6; ++i) six += one_more;
+  const Ran ran = run({"--peak", "--", "sh", "-c", six});
+  EXPECT_EQ(std::string("qkmem: sh ended with 0\n") + kOneScreen + kOneScreen + kOneScreen +
+                kOneScreen +
+                "qkmem: written too, by other processes:\n"
+                "  watched.NUMBER.json\n"
+                "  watched.NUMBER.json\n",
+            ran.err);
+}
+
 TEST(Run, LeavesAReportToWhereTheUserWantsIt) {
   const Scene scene;
   const Ran ran = run(

@@ -11,7 +11,6 @@
 
 #include "options.h"
 #include "output/file.h"
-#include "output/words.h"
 #include "program/explanation.h"
 #include "program/launch.h"
 #include "program/variables.h"
@@ -87,7 +86,7 @@ void print_summaries(const std::vector<Written>& all) {
     }
   }
   if (all.size() <= kMost) return;
-  fmt::print(stderr, "qkmem: and of {}:\n", counted(all.size() - kMost, "other process"));
+  fmt::print(stderr, "qkmem: written too, by other processes:\n");
   for (const Written& written : std::span(all).subspan(kMost)) {
     fmt::print(stderr, "  {}\n", written.name);
   }
