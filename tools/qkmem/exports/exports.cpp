@@ -18,16 +18,6 @@ constexpr std::array<ExportFormat, 8> kFormats = {{
     {"openmetrics", "", ".prom", "promtool check metrics <", &write_openmetrics},
 }};
 
-/** Without the endings that inputs have. */
-std::string_view stem_of(std::string_view input) {
-  if (input == "-") return "qkmem";
-  std::string_view stem = base_of(input);
-  for (const std::string_view ending : {".gz", ".zst", ".qkm", ".tdf", ".json"}) {
-    if (stem.ends_with(ending)) stem.remove_suffix(ending.size());
-  }
-  return stem;
-}
-
 }  // namespace
 
 std::span<const ExportFormat> export_formats() { return kFormats; }

@@ -57,6 +57,14 @@ struct SiteKey {
 /** All sites, numbered in the order in which they appear. */
 class Sites {
  public:
+  Sites() = default;
+  // Keys point to the texts.
+  Sites(const Sites&) = delete;
+  Sites& operator=(const Sites&) = delete;
+  Sites(Sites&&) = default;
+  Sites& operator=(Sites&&) = default;
+  ~Sites() = default;
+
   /** The number of a site, which is added if it is new. Its texts are copied then. */
   [[nodiscard]] SiteIndex index_of(const SiteKey& key);
 

@@ -123,12 +123,13 @@ std::vector<Group> groups_of(const Query& query, const Ledger& ledger, Sort sort
     if (figures.is_empty()) continue;
     const SiteKey& site = ledger.sites().at(index);
     const auto [found, is_new] = places.try_emplace(group_key(query, ledger, site), groups.size());
-    if (is_new) groups.push_back({group_name(query.by, ledger, site), site.handle, index, {}});
+    if (is_new) groups.push_back({group_name(query.by, ledger, site), site.handle, {}, {}});
     Group& group = groups[found->second];
     if (group.handle &&
         ledger.handles()[*group.handle].number != ledger.handles()[site.handle].number) {
       group.handle.reset();
     }
+    group.sites.push_back(index);
     group.figures.add(figures);
   }
   std::stable_sort(groups.begin(), groups.end(), [&](const Group& one, const Group& other) {

@@ -13,7 +13,7 @@ namespace qk::command {
 struct Group {
   std::string name;
   std::optional<HandleIndex> handle;  // if it is on one
-  SiteIndex site = 0;                 // the first of them
+  std::vector<SiteIndex> sites;
   Figures figures;
 };
 

@@ -16,6 +16,15 @@ std::string name_of(const Handle& handle) {
 
 std::string_view base_of(std::string_view path) { return path.substr(path.find_last_of('/') + 1); }
 
+std::string_view stem_of(std::string_view input) {
+  if (input == "-") return "qkmem";
+  std::string_view stem = base_of(input);
+  for (const std::string_view ending : {".gz", ".zst", ".qkm", ".tdf", ".json"}) {
+    if (stem.ends_with(ending)) stem.remove_suffix(ending.size());
+  }
+  return stem;
+}
+
 std::string name_of(const SiteKey& site) {
   if (site.file.empty()) return "no site";
   std::string name = fmt::format("{}:{}", base_of(site.file), site.line);

@@ -17,6 +17,9 @@ namespace qk::command {
 /** The name of a file without its folders. */
 [[nodiscard]] std::string_view base_of(std::string_view path);
 
+/** The name of an input without its folders, and without the endings that inputs have. */
+[[nodiscard]] std::string_view stem_of(std::string_view input);
+
 /** "event 512,334", with the time where it is known: "event 512,334, 2.4 s". */
 [[nodiscard]] std::string moment_text(const Ledger& ledger, const Moment& moment);
 

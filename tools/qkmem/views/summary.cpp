@@ -53,8 +53,9 @@ Sheet excerpt(Sheet sheet, std::string_view key, std::string title) {
 
 }  // namespace
 
-Found summarize(const Query& query) {
-  const Reading reading = read(query);
+Found summarize(const Query& query) { return summary_of(query, read(query)); }
+
+Found summary_of(const Query& query, const Reading& reading) {
   const Ledger& ledger = reading.ledger;
   const Figures& whole = ledger.whole();
   Answer answer = start_answer("summary", query, reading);

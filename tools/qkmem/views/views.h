@@ -14,6 +14,7 @@ struct Found {
 
 /** One screen: what is left, the peak and what held it, what churns, and the level over time. */
 [[nodiscard]] Found summarize(const Query& query);
+[[nodiscard]] Found summary_of(const Query& query, const Reading& reading);
 
 /** Who has most, by any order. */
 [[nodiscard]] Found show_top(const Query& query);
@@ -44,6 +45,7 @@ struct Found {
 
 /** What a second input has more or less than the first, by site. Found if it has more. */
 [[nodiscard]] Found show_difference(const Query& query);
+[[nodiscard]] Found difference_of(const Query& query, const Reading& before, const Reading& after);
 
 /** Whether the input is whole. Found if it is not. */
 [[nodiscard]] Found check_input(const Query& query);
