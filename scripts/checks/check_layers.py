@@ -92,7 +92,9 @@ ALLOWED = {
     "tools/qkmem/program": PROGRAM,
     "tools/qkmem/views": VIEWS,
     "tools/qkmem/exports": VIEWS + ["tools/qkmem/views"],
-    "tools/qkmem": VIEWS + ["tools/qkmem/views", "tools/qkmem/exports", "tools/qkmem/program"],
+    "tools/qkmem/page": VIEWS + ["tools/qkmem/views"],
+    "tools/qkmem": VIEWS + ["tools/qkmem/views", "tools/qkmem/exports", "tools/qkmem/page",
+                            "tools/qkmem/program"],
 }
 
 INCLUDE = re.compile(r'^\s*#\s*include\s*"([^"]+)"')

@@ -59,8 +59,9 @@ def questions_in(text):
     return Subcommands(
         text, "The command ends with", inputs=True,
         left_out={"export": answers,
+                  "page": answers + ("`--at`",),
                   "symbolize": answers + ("`--tag`", "`--from`", "`--at`")},
-        synopses={"export": "--to FORMAT INPUT", "symbolize": "INPUT -o OUTPUT", "diff": ""})
+        synopses={"export": "--to FORMAT INPUT", "page": "INPUT [LATER]", "symbolize": "INPUT -o OUTPUT", "diff": ""})
 
 
 def runs_in(text):

@@ -9,10 +9,12 @@
 #include "options.h"
 #include "output/file.h"
 #include "output/words.h"
+#include "page/page.h"
 #include "program/launch.h"
 #include "program/written_variables.h"
 #include "qkmem/version.h"
 #include "run.h"
+#include "views/names.h"
 #include "views/views.h"
 
 namespace {
@@ -121,20 +123,52 @@ void add_export(CLI::App& app, Request& request) {
   add_output(*subcommand, request);
 }
 
+/** The file that is asked for, or else a usual one; refused if it exists. "-" is standard output. */
+std::string output_name(const Request& request, const std::string& usual) {
+  std::string name = request.output.empty() ? usual : request.output;
+  if (name != "-") refuse_existing(name, request.may_overwrite);
+  return name;
+}
+
+/** Writes a file, and says how to look at it. */
+void write_for_viewer(const Request& request, const std::string& name, std::string_view contents,
+                      std::string_view viewer) {
+  if (name == "-") {
+    write_standard_output(contents);
+    return;
+  }
+  write_file(name, contents, request.may_overwrite);
+  fmt::print(stderr, "qkmem: {} {}\n", viewer, pasted(name));
+}
+
 int run_export(Request& request) {
   settle(request);
   const ExportFormat& format = export_format_named(request.format);
-  const std::string name =
-      request.output.empty() ? default_name(format, request.query.input) : request.output;
-  if (name != "-") refuse_existing(name, request.may_overwrite);
+  const std::string name = output_name(request, default_name(format, request.query.input));
   const Export written = format.write(request.query);
-  if (name == "-") {
-    write_standard_output(written.contents);
-  } else {
-    write_file(name, written.contents, request.may_overwrite);
-    fmt::print(stderr, "qkmem: {} {}\n", format.viewer, pasted(name));
-  }
+  write_for_viewer(request, name, written.contents, format.viewer);
   for (const std::string& remark : written.remarks) fmt::print(stderr, "qkmem: {}\n", remark);
+  return 0;
+}
+
+constexpr const char* kPage = "page";
+
+void add_page(CLI::App& app, Request& request) {
+  CLI::App* const subcommand = app.add_subcommand(
+      kPage, "Writes a page to look at in a browser: the whole life of a program's memory");
+  add_input(*subcommand, request);
+  subcommand->add_option("later", request.query.other,
+                         "That of a second run, whose difference to the first is shown");
+  add_filters(*subcommand, request, "--to,--until");
+  add_output(*subcommand, request);
+}
+
+int run_page(Request& request) {
+  settle(request);
+  const std::string& input =
+      request.query.other.empty() ? request.query.input : request.query.other;
+  const std::string name = output_name(request, std::string(stem_of(input)) + ".html");
+  write_for_viewer(request, name, page_of(request.query), "xdg-open");
   return 0;
 }
 
@@ -144,6 +178,7 @@ int run_chosen(const CLI::App& app, Request& request, RunRequest& run_request) {
   if (app.got_subcommand("explain")) return explain_words(run_request);
   if (app.got_subcommand(kSymbolize)) return symbolize(request);
   if (app.got_subcommand(kExport)) return run_export(request);
+  if (app.got_subcommand(kPage)) return run_page(request);
   for (const Command& command : kCommands) {
     if (app.got_subcommand(command.name)) return run(command, request);
   }
@@ -161,6 +196,7 @@ int run_with(int argc, char** argv) {
   add_explain(app, run_request);
   for (const Command& command : kCommands) add_command(app, command, request);
   add_export(app, request);
+  add_page(app, request);
   add_symbolize(app, request);
   try {
     app.parse(argc, argv);

@@ -22,9 +22,10 @@ void Ledger::made(const Block& block) {
   if (!counts(block)) return;
   Account& account = accounts_[block.site];
   const Amount amount = {block.bytes, 1};
-  add_live(account, amount);
+  add_live(block.site, amount);
   Figures& figures = account.figures;
   figures.made += amount;
+  if (observer_ != nullptr) observer_->made(block.site, block.bytes);
   figures.begins += on_clock(block.made);
   figures.largest = std::max(figures.largest, block.bytes);
   if (figures.first_event == 0) figures.first_event = block.made.event;
@@ -36,7 +37,7 @@ void Ledger::made(const Block& block) {
 void Ledger::gone(const Block& block) {
   if (!counts(block)) return;
   Account& account = accounts_[block.site];
-  remove_live(account, {block.bytes, 1});
+  remove_live(block.site, {block.bytes, 1});
   // Numbers of events of two threads need not rise with time.
   const std::uint64_t age = now_.event - std::min(block.made.event, now_.event);
   const std::uint64_t made = on_clock(block.made);
@@ -54,7 +55,7 @@ void Ledger::gone(const Block& block) {
 
 void Ledger::back(const Block& block) {
   if (!counts(block)) return;
-  add_live(accounts_[block.site], {block.bytes, 1});
+  add_live(block.site, {block.bytes, 1});
   Figures& figures = accounts_[block.site].figures;
   --figures.released;
   figures.begins += on_clock(block.made);
@@ -63,13 +64,13 @@ void Ledger::back(const Block& block) {
 
 void Ledger::exchange(const Block& not_gone, const Block& not_live) {
   if (counts(not_live)) {
-    remove_live(accounts_[not_live.site], {not_live.bytes, 1});
+    remove_live(not_live.site, {not_live.bytes, 1});
     Figures& figures = accounts_[not_live.site].figures;
     ++figures.released;
     figures.begins -= on_clock(not_live.made);
   }
   if (counts(not_gone)) {
-    add_live(accounts_[not_gone.site], {not_gone.bytes, 1});
+    add_live(not_gone.site, {not_gone.bytes, 1});
     Figures& figures = accounts_[not_gone.site].figures;
     --figures.released;
     figures.begins += on_clock(not_gone.made);
@@ -78,7 +79,7 @@ void Ledger::exchange(const Block& not_gone, const Block& not_live) {
 
 void Ledger::found(SiteIndex site, const Amount& amount) {
   if (!counts_found(site)) return;
-  add_live(accounts_[site], amount);
+  add_live(site, amount);
   if (accounts_[site].figures.before == Amount()) {
     found_[sites_.at(site).handle].push_back(site);
   }
@@ -94,7 +95,7 @@ void Ledger::found_gone(SiteIndex site, std::uint64_t bytes) {
   const Amount amount = {std::min(bytes, before.bytes), std::min<std::uint64_t>(1, before.blocks)};
   before -= amount;
   whole_.before -= amount;
-  remove_live(accounts_[site], amount);
+  remove_live(site, amount);
   timeline_.note(on_clock(now_), whole_.live.bytes);
 }
 
@@ -104,24 +105,31 @@ void Ledger::found_cleared(HandleIndex handle) {
   for (const SiteIndex site : found->second) {
     const Amount amount = std::exchange(accounts_[site].figures.before, {});
     whole_.before -= amount;
-    remove_live(accounts_[site], amount);
+    remove_live(site, amount);
   }
   found_.erase(found);
   timeline_.note(on_clock(now_), whole_.live.bytes);
 }
 
-void Ledger::add_live(Account& account, const Amount& amount) {
+void Ledger::add_live(SiteIndex site, const Amount& amount) {
+  Account& account = accounts_[site];
   settle(account);
   Figures& figures = account.figures;
+  const Amount before = figures.live;
   figures.live += amount;
   if (figures.live.bytes > figures.highest.bytes) figures.highest = figures.live;
   whole_.live += amount;
+  if (observer_ != nullptr) observer_->changed(site, before, figures.live, on_clock(now_));
 }
 
-void Ledger::remove_live(Account& account, const Amount& amount) {
+void Ledger::remove_live(SiteIndex site, const Amount& amount) {
+  Account& account = accounts_[site];
   settle(account);
-  account.figures.live -= amount;
+  Figures& figures = account.figures;
+  const Amount before = figures.live;
+  figures.live -= amount;
   whole_.live -= amount;
+  if (observer_ != nullptr) observer_->changed(site, before, figures.live, on_clock(now_));
 }
 
 void Ledger::note_peak() {

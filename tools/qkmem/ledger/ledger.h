@@ -31,6 +31,19 @@ struct Selection {
   [[nodiscard]] bool has_from() const { return from.event != 0 || from.nanoseconds != 0; }
 };
 
+/** Sees how levels change. Times are those of the ledger's clock, and can be a little behind. */
+class LevelObserver {
+ public:
+  virtual ~LevelObserver() = default;
+
+  /** What a site holds has changed. */
+  virtual void changed(SiteIndex site, const Amount& before, const Amount& now,
+                       std::uint64_t time) = 0;
+
+  /** A site has made a block, after changed() has told of it. */
+  virtual void made(SiteIndex site, std::uint64_t bytes) = 0;
+};
+
 /** What lives are measured in, and the time that levels are over. */
 enum class Clock : std::uint8_t { kEvents, kNanoseconds };
 
@@ -47,6 +60,9 @@ class Ledger {
   /** Time is known from now on, and replaces events where lives and levels are measured. */
   void use_time() { clock_ = Clock::kNanoseconds; }
   [[nodiscard]] Program& program() { return program_; }
+
+  /** Tells it of all that follows. It must outlive the last event. */
+  void tell(LevelObserver& observer) { observer_ = &observer; }
 
   /** An event took place, whatever it was. */
   void event(const Moment& now) {
@@ -149,11 +165,12 @@ class Ledger {
   [[nodiscard]] bool counts_found(SiteIndex site) const {
     return accounts_[site].is_selected && !selection_.has_from();
   }
-  void add_live(Account& account, const Amount& amount);
-  void remove_live(Account& account, const Amount& amount);
+  void add_live(SiteIndex site, const Amount& amount);
+  void remove_live(SiteIndex site, const Amount& amount);
   void note_peak();
 
   const Selection selection_;
+  LevelObserver* observer_ = nullptr;
   Sites sites_;
   std::vector<Handle> handles_;
   Program program_;

@@ -23,21 +23,6 @@ std::string figure(std::uint64_t number, Unit unit) {
   return count_text(number);
 }
 
-std::string shown(const Cell& cell, Unit unit) {
-  if (const auto* const text = std::get_if<std::string>(&cell)) return *text;
-  if (const auto* const number = std::get_if<std::uint64_t>(&cell)) return figure(*number, unit);
-  if (const auto* const share = std::get_if<Share>(&cell)) {
-    return std::string(mem::percent_figure(share->part, share->whole).text());
-  }
-  if (const auto* const change = std::get_if<Change>(&cell)) {
-    const bool is_more = change->after >= change->before;
-    return (is_more ? "+" : "-") +
-           figure(is_more ? change->after - change->before : change->before - change->after, unit);
-  }
-  if (const auto* const branch = std::get_if<Branch>(&cell)) return branch->lead + branch->text;
-  return "-";
-}
-
 /** Characters of UTF-8. All that a table shows is one place wide. */
 std::size_t width_of(std::string_view text) {
   return static_cast<std::size_t>(std::count_if(text.begin(), text.end(), [](char c) {
@@ -90,8 +75,6 @@ std::string fitted(const std::string& text, Unit unit, std::size_t width) {
   return unit == Unit::kCallers ? begun(text, width) : ended(text, width);
 }
 
-bool is_text(Unit unit) { return unit == Unit::kText || unit == Unit::kCallers; }
-
 /** A table with aligned columns. Texts of the last column are cut where the terminal ends. */
 std::string table_of(const Sheet& sheet, std::size_t width) {
   std::vector<std::vector<std::string>> rows(1);
@@ -99,7 +82,7 @@ std::string table_of(const Sheet& sheet, std::size_t width) {
   for (const auto& cells : sheet.rows) {
     auto& row = rows.emplace_back();
     for (std::size_t i = 0; i < cells.size(); ++i) {
-      row.push_back(harmless(shown(cells[i], sheet.columns[i].unit)));
+      row.push_back(harmless(cell_text(cells[i], sheet.columns[i].unit)));
     }
   }
   std::vector<std::size_t> widths(sheet.columns.size());
@@ -236,6 +219,21 @@ std::string json_of(const Answer& answer) {
 }
 
 }  // namespace
+
+std::string cell_text(const Cell& cell, Unit unit) {
+  if (const auto* const text = std::get_if<std::string>(&cell)) return *text;
+  if (const auto* const number = std::get_if<std::uint64_t>(&cell)) return figure(*number, unit);
+  if (const auto* const share = std::get_if<Share>(&cell)) {
+    return std::string(mem::percent_figure(share->part, share->whole).text());
+  }
+  if (const auto* const change = std::get_if<Change>(&cell)) {
+    const bool is_more = change->after >= change->before;
+    return (is_more ? "+" : "-") +
+           figure(is_more ? change->after - change->before : change->before - change->after, unit);
+  }
+  if (const auto* const branch = std::get_if<Branch>(&cell)) return branch->lead + branch->text;
+  return "-";
+}
 
 std::string written(const Answer& answer, Style style, std::size_t width) {
   switch (style) {

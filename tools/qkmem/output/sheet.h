@@ -28,6 +28,10 @@ enum class Unit : std::uint8_t {
   kDuration
 };
 
+[[nodiscard]] constexpr bool is_text(Unit unit) {
+  return unit == Unit::kText || unit == Unit::kCallers;
+}
+
 struct Column {
   std::string_view title;  // for people, who don't see a column without one
   std::string_view key;    // for machines
@@ -96,6 +100,9 @@ struct Answer {
 };
 
 enum class Style : std::uint8_t { kText, kCsv, kJson };
+
+/** A cell as people see it. */
+[[nodiscard]] std::string cell_text(const Cell& cell, Unit unit);
 
 /** The whole answer as text that ends with a newline. `width` is that of the terminal. */
 [[nodiscard]] std::string written(const Answer& answer, Style style, std::size_t width);

@@ -1,0 +1,65 @@
+# Makes one file of the page's template, style, scripts and libraries. The policy in it allows just
+# this style and this script.
+# usage: cmake -DSCRIPTS=a.js;b.js -DOUTPUT=FILE -P assemble.cmake
+cmake_minimum_required(VERSION 3.16)
+set(folder "${CMAKE_CURRENT_LIST_DIR}")
+
+function(append_file name variable)
+  file(READ "${folder}/${name}" text)
+  set(${variable} "${${variable}}${text}" PARENT_SCOPE)
+endfunction()
+
+# A licence wants to be where the library is.
+function(append_licence library variable)
+  file(READ "${folder}/libraries/LICENSE.${library}" text)
+  set(${variable} "${${variable}}/* ${library}\n\n${text}*/\n" PARENT_SCOPE)
+endfunction()
+
+# What a policy calls a text: its SHA-256 in the letters of Base64.
+function(policy_hash text variable)
+  string(SHA256 digits "${text}")
+  set(letters ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/)
+  set(hash "")
+  # 64 digits are 10 times 6 and a rest of 4, which two zeros fill up.
+  string(APPEND digits "00")
+  foreach(begin RANGE 0 60 6)
+    string(SUBSTRING "${digits}" ${begin} 6 part)
+    foreach(shift 18 12 6 0)
+      math(EXPR number "(0x${part} >> ${shift}) & 63")
+      string(SUBSTRING "${letters}" ${number} 1 letter)
+      string(APPEND hash "${letter}")
+    endforeach()
+  endforeach()
+  string(REGEX REPLACE "A$" "=" hash "${hash}")
+  set(${variable} "sha256-${hash}" PARENT_SCOPE)
+endfunction()
+
+set(style "")
+append_file(libraries/uPlot.min.css style)
+append_file(page.css style)
+
+set(script "(() => {\n")
+append_licence(uplot script)
+append_file(libraries/uPlot.iife.min.js script)
+append_licence(d3-hierarchy script)
+append_file(libraries/d3.min.js script)
+foreach(name IN LISTS SCRIPTS)
+  file(READ "${folder}/script/${name}" text)
+  string(REGEX REPLACE "\nimport [^;]*;" "" text "${text}")
+  string(REGEX REPLACE "\nexport " "\n" text "${text}")
+  string(APPEND script "${text}")
+endforeach()
+string(APPEND script "})();\n")
+if("${script}${style}" MATCHES "</(script|style)|<!--")
+  message(FATAL_ERROR "a script or style has an end of one in it")
+endif()
+
+policy_hash("${script}" script_hash)
+policy_hash("${style}" style_hash)
+set(page "")
+append_file(page.html page)
+string(REPLACE "<!--script-hash-->" "${script_hash}" page "${page}")
+string(REPLACE "<!--style-hash-->" "${style_hash}" page "${page}")
+string(REPLACE "<!--style-->" "${style}" page "${page}")
+string(REPLACE "<!--script-->" "${script}" page "${page}")
+file(WRITE "${OUTPUT}" "${page}")

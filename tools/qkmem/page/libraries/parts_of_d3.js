@@ -1,0 +1,2 @@
+// What the page uses of D3.
+export { hierarchy, partition, treemap } from "d3-hierarchy";
