@@ -66,7 +66,8 @@ def questions_in(text):
 
 def runs_in(text):
     return Subcommands(text, "The program has the terminal", inputs=False,
-                       left_out={"run": ("`--for",), "env": ("`-o ",), "explain": ("`-",)},
+                       left_out={"run": ("`--for",), "env": ("`-o ",), "explain": ("`-",),
+                                 "doctor": ("`-",)},
                        synopses={"run": "[ARGUMENT ...]"})
 
 

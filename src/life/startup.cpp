@@ -12,6 +12,7 @@
 #include "life/cleanup.h"
 #include "life/fork.h"
 #include "life/interruption.h"
+#include "qkmem/version.h"
 #include "support/allocator_code.h"
 #include "support/ending_signals.h"
 #include "support/exit_handlers.h"
@@ -27,6 +28,20 @@ asm(R"(
   .asciz "qkmem"
   .balign 4
   .4byte qk_mem_table_for_debuggers - .
+  .popsection
+)");
+
+// Another one has the version, for those who look at the file.
+asm(R"(
+  .pushsection .note.qkmem, "a", %note
+  .balign 4
+  .4byte 6, 2f - 1f, 3
+  .asciz "qkmem"
+  .balign 4
+1:
+  .asciz ")" QK_MEM_VERSION R"("
+2:
+  .balign 4
   .popsection
 )");
 

@@ -114,6 +114,25 @@ BuildId ElfFile::build_id() const noexcept {
   return {};
 }
 
+std::string_view ElfFile::section(std::string_view name) const noexcept {
+  const Row<Elf64_Shdr> all = sections();
+  if (all.count == 0) return {};
+  const std::size_t names_index = row<Elf64_Ehdr>(0, sizeof(Elf64_Ehdr)).items->e_shstrndx;
+  if (names_index >= all.count) return {};
+  const Elf64_Shdr& of_names = all.items[names_index];
+  const Row<char> text = row<char>(of_names.sh_offset, of_names.sh_size);
+  const std::string_view names(text.items, text.count);
+  for (std::size_t i = 0; i < all.count; ++i) {
+    const Elf64_Shdr& section = all.items[i];
+    if (section.sh_type == SHT_NOBITS || section.sh_name >= names.size()) continue;
+    const std::string_view rest = names.substr(section.sh_name);
+    if (rest.substr(0, rest.find('\0')) != name) continue;
+    const Row<char> bytes = row<char>(section.sh_offset, section.sh_size);
+    return {bytes.items, bytes.count};
+  }
+  return {};
+}
+
 bool ElfFile::has_all_functions() const noexcept { return section_of(SHT_SYMTAB) != nullptr; }
 
 std::string_view ElfFile::name_of(const Elf64_Sym& symbol) const noexcept {

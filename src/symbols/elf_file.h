@@ -35,6 +35,9 @@ class ElfFile {
 
   [[nodiscard]] BuildId build_id() const noexcept;
 
+  /** The bytes of a section; empty if there is none of that name, or if it takes no room in the file. */
+  [[nodiscard]] std::string_view section(std::string_view name) const noexcept;
+
   /** Whether it has the names of all functions, and not just of those that others call. */
   [[nodiscard]] bool has_all_functions() const noexcept;
 

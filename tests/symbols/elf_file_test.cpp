@@ -41,6 +41,7 @@ class ElfFileTest : public ::testing::Test {
     qk::ElfFile file;
     if (file.open(path_.c_str())) {
       (void)file.build_id();
+      (void)file.section(".shstrtab");
       for (std::uint64_t address = 0; address < 0x4000; address += 64) {
         (void)file.function_at(address, arena);
         (void)file.symbol_at(address);
@@ -81,6 +82,16 @@ TEST_F(ElfFile, HasAllFunctionsUnlessItIsStripped) {
   ASSERT_TRUE(file_.open(called::kStripped));
   EXPECT_FALSE(file_.has_all_functions());
   file_.close();
+}
+
+TEST_F(ElfFile, HasTheBytesOfSectionsThatTakeRoomInTheFile) {
+  ASSERT_TRUE(file_.open(called::kWithDebugInfo));
+  EXPECT_TRUE(file_.section(".shstrtab").find(".shstrtab\0"sv) != std::string_view::npos);
+  EXPECT_FALSE(file_.section(".debug_line").empty());
+  EXPECT_EQ(file_.section(".debug_lin"), "");
+  EXPECT_EQ(file_.section(""), "");
+  file_.close();
+  EXPECT_EQ(file_.section(".shstrtab"), "");
 }
 
 TEST_F(ElfFile, KnowsNothingOnceItIsClosed) {

@@ -176,6 +176,7 @@ int run_chosen(const CLI::App& app, Request& request, RunRequest& run_request) {
   if (app.got_subcommand("run")) return run_program(run_request);
   if (app.got_subcommand("env")) return print_variables(run_request);
   if (app.got_subcommand("explain")) return explain_words(run_request);
+  if (app.got_subcommand("doctor")) return inspect_program(run_request);
   if (app.got_subcommand(kSymbolize)) return symbolize(request);
   if (app.got_subcommand(kExport)) return run_export(request);
   if (app.got_subcommand(kPage)) return run_page(request);
@@ -194,6 +195,7 @@ int run_with(int argc, char** argv) {
   add_run(app, run_request);
   add_env(app, run_request);
   add_explain(app, run_request);
+  add_doctor(app, run_request);
   for (const Command& command : kCommands) add_command(app, command, request);
   add_export(app, request);
   add_page(app, request);

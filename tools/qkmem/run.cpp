@@ -12,6 +12,7 @@
 #include "options.h"
 #include "output/file.h"
 #include "program/explanation.h"
+#include "program/inspection.h"
 #include "program/launch.h"
 #include "program/variables.h"
 #include "program/written_variables.h"
@@ -176,6 +177,13 @@ void add_explain(CLI::App& app, RunRequest& request) {
   explain->add_flag("--json", request.wants_json, "As JSON");
 }
 
+void add_doctor(CLI::App& app, RunRequest& request) {
+  CLI::App* const doctor = app.add_subcommand(
+      "doctor", "Says whether the library is in a program, and what reports can name");
+  doctor->add_option("program", request.program, "The program, which is not run")->required();
+  doctor->add_flag("--json", request.wants_json, "As JSON");
+}
+
 int run_program(RunRequest& request) {
   const std::vector<std::string>& words = request.words;
   settle(request.wishes);
@@ -206,12 +214,27 @@ int print_variables(RunRequest& request) {
   return 0;
 }
 
+namespace {
+
+/** Sentences, which are not cut. */
+void print_sentences(const RunRequest& request, const Answer& answer) {
+  constexpr std::size_t kWhole = 1000;  // columns
+  const Style style = request.wants_json ? Style::kJson : Style::kText;
+  write_standard_output(written(answer, style, kWhole));
+}
+
+}  // namespace
+
 int explain_words(const RunRequest& request) {
   const Explanation explanation = explain(request.text);
-  const Style style = request.wants_json ? Style::kJson : Style::kText;
-  constexpr std::size_t kWhole = 1000;  // columns: a sentence is not cut
-  write_standard_output(written(explanation.answer, style, kWhole));
+  print_sentences(request, explanation.answer);
   return explanation.has_mistake ? 1 : 0;
+}
+
+int inspect_program(const RunRequest& request) {
+  const Inspection inspection = inspect(request.program);
+  print_sentences(request, inspection.answer);
+  return inspection.has_library ? 0 : 1;
 }
 
 }  // namespace qk::command
