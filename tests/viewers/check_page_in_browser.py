@@ -116,12 +116,22 @@ def check_sizes(command, large_input):
     with open(LARGE, "wb") as file:
         subprocess.run([large_input, "recording", "events", EVENTS, "50000"], stdout=file,
                        check=True)
-    for runs in ([LARGE], [LARGE, LARGE]):
-        run(command, "page", "-f", "-o", "large.html", *runs)
-        size = os.path.getsize("large.html")
+    for runs, name in (([LARGE], "large.html"), ([LARGE, LARGE], "large_change.html")):
+        run(command, "page", "-f", "-o", name, *runs)
+        size = os.path.getsize(name)
         expect_equal(f"size of a page of {len(runs)} with {EVENTS} events each: {size}",
                      size <= MOST_BYTES[len(runs)], True)
         print(f"{size:,} bytes: {len(runs)} of {EVENTS} events")
+
+
+def check_large(command, shown):
+    """Of a long run few lines are shown at first, and all when they are asked for."""
+    expect_equal("lines at first", shown["rows"], 40)
+    rows = shown["all"]["rows"]
+    expect_equal("lines and rests", len(rows) > 300, True)
+    answer = Input(command, LARGE).answer("--at", "peak")
+    expect_equal("the sum of a long run", sum(number(row[2]) for row in rows),
+                 sum(row["bytes"] for row in answer["rows"]))
 
 
 def main():
@@ -147,12 +157,14 @@ def main():
         check_sums(Input(command, RECORDING), shown)
         check_views(page, shown)
         check_change(command, shown["change"])
+        check_large(command, shown["large"])
         expect_equal("wider than a small screen", shown["is_too_wide"], False)
         for line in page.plain()[:40]:
             expect_equal(f"without script: {line}", line in shown["plain"], True)
         expect_equal("controls without script", "group by" in shown["plain"], False)
     print(f"the page shows the figures of the command, {shown['drawnAfter']:.0f} ms after it is "
-          f"asked for; pictures of it are in {pictures}")
+          f"asked for, and {shown['large']['drawnAfter']:.0f} ms with {EVENTS} events; pictures of it "
+          f"are in {pictures}")
 
 
 if __name__ == "__main__":

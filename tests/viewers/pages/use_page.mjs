@@ -1,6 +1,7 @@
 // Uses a page as people do, and prints as JSON what it shows.
 // usage: node use_page.mjs PAGE CHANGE_PAGE PICTURES
-//   PAGE         of one run with stacks; CHANGE_PAGE of two
+//   PAGE         of one run with stacks; beside it large.html, of a long run without
+//   CHANGE_PAGE  of two
 //   PICTURES     the folder for pictures of them
 import fs from 'node:fs';
 import path from 'node:path';
@@ -56,6 +57,9 @@ function address(page) {
 
 /** What one looks at, all in words. */
 async function seen(page) {
+  await page.evaluate(() => new Promise((resolve) => {
+    requestAnimationFrame(() => setTimeout(() => setTimeout(resolve)));
+  }));
   return {
     address: await address(page),
     moment: await page.$eval('#moment', (place) => place.textContent),
@@ -145,6 +149,11 @@ try {
   await page.pdf({path: path.join(pictures, 'one.pdf'), format: 'A4'});
   const link = shown.part.address;
   shown.linked = await seen(await opened(one, link));
+  const large = await opened(path.join(path.dirname(one), 'large.html'));
+  shown.large = {drawnAfter: await large.evaluate(() => window.drawnAfter),
+                 rows: (await table(large)).rows.length};
+  await large.click('#more');
+  shown.large.all = await table(large);
   const narrow = await opened(one, '', 480);
   await picture(narrow, 'narrow');
   shown.is_too_wide = await narrow.evaluate(

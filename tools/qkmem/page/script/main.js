@@ -95,6 +95,11 @@ class Controls {
   }
 }
 
+/** For what is far below: people see the rest before. */
+function afterPaint(draw) {
+  requestAnimationFrame(() => setTimeout(draw));
+}
+
 async function start() {
   const data = await readData();
   const names = new Names(data);
@@ -116,7 +121,7 @@ async function start() {
       timeline.update();
     } else {
       timeline.draw();
-      left.draw();
+      afterPaint(() => left.draw());
     }
     curvesOf = curves;
     table.draw();

@@ -38,6 +38,9 @@ const CHANGE_COLUMNS = [
    text: (entry) => changeText(entry.made, countText)},
 ];
 
+// More make the page slow and long; the others come when they are asked for.
+const SHOWN_LINES = 40;
+
 export class Table {
   constructor(data, names, state) {
     this.data = data;
@@ -46,6 +49,12 @@ export class Table {
     this.place = document.getElementById('table');
     this.caption = document.getElementById('shown');
     this.opened = new Set();
+    this.more = document.getElementById('more');
+    this.showsAll = false;
+    this.more.addEventListener('click', () => {
+      this.showsAll = true;
+      this.draw();
+    });
   }
 
   draw() {
@@ -54,9 +63,12 @@ export class Table {
     const entries = state.isChange ? this.changes() : this.entries();
     const all = this.whole(entries);
     this.sort(entries, columns);
+    const shownLines = this.showsAll ? entries : entries.slice(0, SHOWN_LINES);
+    this.more.hidden = shownLines.length === entries.length;
+    this.more.textContent = `show all ${counted(entries.length, 'line')}`;
     this.place.replaceChildren(
         element('thead', {}, element('tr', {}, ...columns.map((column) => this.heading(column)))),
-        element('tbody', {}, ...entries.flatMap((entry) => this.rowsOf(entry, columns, all))),
+        element('tbody', {}, ...shownLines.flatMap((entry) => this.rowsOf(entry, columns, all))),
         this.footer(columns, all, entries.length));
     const {groups, shown} = state.shown;
     this.caption.textContent = groups === shown ? '' :
