@@ -80,7 +80,8 @@ enum class RecordType : std::uint8_t {
   kLevel = 8,
   kPoolSums = 9,
   kProcessSums = 10,
-  kFrame = 11
+  kFrame = 11,
+  kSnapshot = 12
 };
 
 [[nodiscard]] constexpr std::uint64_t zigzag(std::int64_t number) noexcept {

@@ -307,6 +307,14 @@ void record_made_and_lost(Pool& pool, std::uint64_t event, RecordedBlock block) 
   recording::gone(EventKind::kGone, event, 0, {}, false);
 }
 
+void record_snapshot(std::uint64_t event, std::string_view name) {
+  if (!is_recorded()) return;
+  const qk::KeepErrno keep_errno;
+  const qk::NoCancellation no_cancellation;
+  const qk::MtxLock held(recording::lock);
+  if (recording::is_on()) recording::write_snapshot(event, name);
+}
+
 void record_of_pool(EventKind kind, const Pool& pool, std::uint64_t event) {
   if (!is_wanted()) return;
   see_that_is_defined(0, pool.number);

@@ -2,6 +2,7 @@
 #define QKMEM_PROFILE_RECORDED_H_
 
 #include <cstdint>
+#include <string_view>
 
 #include "profile/notes.h"
 #include "profile/pool.h"
@@ -39,6 +40,9 @@ void record_gone(recording::EventKind kind, const Pool& pool, Mark mark, std::ui
 
 /** Memory that is made, and not followed. */
 void record_made_and_lost(Pool& pool, std::uint64_t event, RecordedBlock block);
+
+/** A snapshot was taken. The recording has its name and its moment, and no figures. */
+void record_snapshot(std::uint64_t event, std::string_view name);
 
 /** All memory of a pool is gone, or its handle. */
 void record_of_pool(recording::EventKind kind, const Pool& pool, std::uint64_t event);

@@ -8,6 +8,7 @@
 #include "core/upcalls.h"
 #include "profile/events.h"
 #include "profile/pool.h"
+#include "profile/recorded.h"
 #include "profile/site_table.h"
 #include "qkmem/profile.h"
 #include "support/line.h"
@@ -121,6 +122,7 @@ std::int32_t take_snapshot(std::string_view name) {
     say_there_is_no_room(name);
     return qk_error_no(ENOMEM);
   }
+  record_snapshot(snapshot->event, name);
   const qk::MtxLock lock(growth_lock);
   drop(name);
   snapshot->number = ++last_number;

@@ -376,6 +376,16 @@ void of_pool(EventKind kind, std::uint64_t number, std::uint32_t pool) {
   add_event(*slot, kind, number, [&](EventEncoder& event) { event.pool(pool); });
 }
 
+void write_snapshot(std::uint64_t number, std::string_view name) {
+  assert_recorder_held();
+  const std::uint64_t nanoseconds = moment_now().nanoseconds;
+  write_record(ChunkKind::kDefinitions, RecordType::kSnapshot, [&](auto& fields) {
+    fields.number(number);
+    fields.number(nanoseconds);
+    fields.text(name);
+  });
+}
+
 char* room_for_record(ChunkKind kind, std::size_t bytes) {
   assert_recorder_held();
   if (!is_on()) return nullptr;

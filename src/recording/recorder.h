@@ -75,6 +75,9 @@ void gone(EventKind kind, std::uint64_t number, std::uint32_t age, const EventBl
           bool is_unsure);
 void of_pool(EventKind kind, std::uint64_t number, std::uint32_t pool);
 
+/** Notes that a snapshot of this name was taken now, behind an event. */
+void write_snapshot(std::uint64_t number, std::string_view name) QK_REQUIRES(lock);
+
 /** Room for a record of so many bytes in a chunk of a kind; null if the recording has ended. */
 [[nodiscard]] char* room_for_record(ChunkKind kind, std::size_t bytes) QK_REQUIRES(lock);
 void add_record(const char* end) QK_REQUIRES(lock);

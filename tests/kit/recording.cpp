@@ -132,6 +132,12 @@ void Recording::read_record(Record record) {
       frames_.emplace_back(frame.function);
       break;
     }
+    case RecordType::kSnapshot: {
+      const std::uint64_t event = fields.number();
+      static_cast<void>(fields.number());
+      snapshots_.push_back(std::string(fields.text()) + " behind event " + std::to_string(event));
+      break;
+    }
     case RecordType::kProcessSums:
       for (int i = 0; i < 5; ++i) process_sums_.push_back(fields.number());
       break;

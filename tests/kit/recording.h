@@ -37,6 +37,7 @@ class Recording {
   [[nodiscard]] const std::vector<std::string>& thread_names() const { return thread_names_; }
   [[nodiscard]] std::size_t stacks() const { return stacks_; }
   [[nodiscard]] const std::vector<std::string>& modules() const { return modules_; }
+  [[nodiscard]] const std::vector<std::string>& snapshots() const { return snapshots_; }
   /** Functions of frames. */
   [[nodiscard]] const std::vector<std::string>& frames() const { return frames_; }
 
@@ -85,6 +86,7 @@ class Recording {
   std::vector<ThreadEvent> events_;
   std::vector<std::string> thread_names_;
   std::vector<std::string> modules_;
+  std::vector<std::string> snapshots_;
   std::vector<std::string> frames_;
   std::vector<std::uint64_t> process_sums_;
   std::size_t stacks_ = 0;

@@ -157,6 +157,23 @@ TEST(Recording, HasLabelsStacksAndModules) {
   EXPECT_FALSE(recording.modules().empty());
 }
 
+TEST(Recording, SaysWhenSnapshotsWereTaken) {
+  const Scene scene;
+  run_recorded("RECORD=r.qkm", [] {
+    const Pool pool;
+    take(pool, 10, 1);
+    qk_mem_snapshot("warm");
+    take(pool, 10, 2);
+    take(pool, 10, 3);
+    qk_mem_snapshot("served");
+    qk_mem_snapshot("");
+  });
+  const Recording recording("r.qkm");
+  const std::vector<std::string> taken = {"warm behind event 1", "served behind event 3"};
+  EXPECT_EQ(taken, recording.snapshots());
+  EXPECT_EQ("", recording.errors());
+}
+
 TEST(Recording, HasTheProcessInItsNameAndInItself) {
   const Scene scene;
   run_recorded("RECORD=r.%p", [] { take(Pool(), 10, 1); });

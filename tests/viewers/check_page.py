@@ -98,6 +98,15 @@ def run_with(profile, program, rounds):
     expect_equal("exit code", os.spawnve(os.P_WAIT, program, [program, rounds], environment), 0)
 
 
+def check_snapshot(events, shown):
+    """The program takes it when the cache is full, which is a moment after the peak."""
+    [snapshot] = shown.facts["snapshots"]
+    expect_equal("snapshot", snapshot["name"], "the cache is full")
+    live = events.answer("--at", f"{snapshot['time']}ns")
+    expect_equal("what is live at the snapshot", live["live_blocks"],
+                 events.answer("--at", "peak")["peak_blocks"])
+
+
 def check_change(command, page):
     """Of two runs, both have the same lines, and their difference is that of the command."""
     before, after = (page.sums(shown, lambda _, row: row["live"]) for shown in page.runs)
@@ -128,7 +137,9 @@ def main():
             check_sums(events, page, page.runs[0])
             check_levels(events, page.runs[0])
             check_policy(page)
-        check_words(write_page(command, "one.html", RECORDING))
+        page = write_page(command, "one.html", RECORDING)
+        check_words(page)
+        check_snapshot(Input(command, RECORDING), page.runs[0])
         run_with(f"RECORD={LATER} STACKS=8 REPORT=/dev/null", program, "60")
         check_change(command, write_page(command, "two.html", RECORDING, LATER))
         run_with(f"PEAK FORMAT=JSON REPORT={REPORT}", program, ROUNDS)

@@ -42,6 +42,7 @@ void work(int rounds, int cache, int names) {
     *next = entry;
     entry = next;
   }
+  qk_mem_snapshot("the cache is full");
   // All of its entries but the first one.
   for (int round = 1; round <= rounds; ++round) {
     void* const next = *static_cast<void**>(entry);

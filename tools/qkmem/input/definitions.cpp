@@ -52,6 +52,9 @@ bool Definitions::take(Record record) {
     case RecordType::kFrame:
       take_frame(fields);
       break;
+    case RecordType::kSnapshot:
+      take_snapshot(fields);
+      break;
     case RecordType::kLevel:
     case RecordType::kPoolSums:
     case RecordType::kProcessSums:
@@ -125,6 +128,14 @@ void Definitions::take_thread(FieldReader& fields) {
   if (number == 0 || number > ++threads_taken_ + kMostAhead) return fields.fail();
   if (number > threads.size()) threads.resize(number);
   threads[number - 1] = std::move(thread);
+}
+
+void Definitions::take_snapshot(FieldReader& fields) {
+  NamedMoment snapshot;
+  snapshot.when.event = fields.number();
+  snapshot.when.nanoseconds = fields.number();
+  snapshot.name = fields.text();
+  if (!fields.has_failed()) ledger_.program().snapshots.push_back(std::move(snapshot));
 }
 
 /** Frames of an address come in order. One that came before is the same again. */

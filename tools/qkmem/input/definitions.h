@@ -58,6 +58,7 @@ class Definitions {
   void take_stack(mem::recording::FieldReader& fields);
   void take_module(mem::recording::FieldReader& fields);
   void take_thread(mem::recording::FieldReader& fields);
+  void take_snapshot(mem::recording::FieldReader& fields);
   void take_frame(mem::recording::FieldReader& fields);
 
   Ledger& ledger_;

@@ -9,6 +9,7 @@
 #include <unordered_set>
 #include <vector>
 
+#include "ledger/figures.h"
 #include "ledger/index_table.h"
 
 /** Who allocates: handles, the lines of the program that allocate on them, and how they came there. */
@@ -98,6 +99,12 @@ struct Module {
   std::string build_id;  // bytes
 };
 
+/** A moment to which the program has given a name. */
+struct NamedMoment {
+  Moment when;
+  std::string name;
+};
+
 /** What an input says of the program beside its events. */
 struct Program {
   std::uint64_t process = 0;  // 0 if that is not known
@@ -105,6 +112,7 @@ struct Program {
   std::string path;
   std::string command;  // line
   std::vector<Module> modules;
+  std::vector<NamedMoment> snapshots;
   std::vector<Thread> threads;                     // from number 1 on
   std::vector<std::vector<std::uint64_t>> stacks;  // return addresses, the innermost first
   std::vector<std::vector<Frame>> frames;          // that tell something, by stack, once named

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cmath>
 #include <map>
 #include <new>
@@ -156,6 +157,18 @@ void put_moments(JsonWriter& json, const PageRun& run) {
   json.end_array();
 }
 
+/** Many could not be told apart in a picture; the last ones are those that matter. */
+void put_snapshots(JsonWriter& json, const Ledger& ledger) {
+  constexpr std::size_t kMost = 100;
+  const std::vector<NamedMoment>& all = ledger.program().snapshots;
+  json.start_line().key("snapshots").begin_array();
+  for (std::size_t i = all.size() - std::min(all.size(), kMost); i < all.size(); ++i) {
+    json.begin_object().key("time").number(ledger.on_clock(all[i].when));
+    json.key("name").text(all[i].name).end_object();
+  }
+  json.end_array();
+}
+
 void put_run(JsonWriter& json, const PageRun& run, std::size_t number, Names& names) {
   const Ledger& ledger = run.reading.ledger;
   json.start_line().begin_object().key("name").text(shown_name(run.query.input));
@@ -170,6 +183,7 @@ void put_run(JsonWriter& json, const PageRun& run, std::size_t number, Names& na
   json.key("peak_event").number(ledger.peak_moment().event);
   json.key("groups").number(run.rows.groups).key("shown").number(run.rows.shown);
   put_amount(json, "at_peak", ledger.whole().at_peak);
+  put_snapshots(json, ledger);
   if (run.picture) put_moments(json, run);
   json.start_line().key("rows").begin_array();
   for (const PageRow& row : run.rows.rows) put_row(json, run, number, row, names);

@@ -131,7 +131,7 @@ export class Timeline {
     this.whole = sums.at(-1) ?? new Float64Array(run.buckets);
   }
 
-  /** The peak, and the moment that one looks at. */
+  /** Snapshots of the program, the peak, and the moment that one looks at. */
   drawMarks(plot) {
     const {run, state} = this;
     if (state.isChange) return;
@@ -156,6 +156,9 @@ export class Timeline {
       ctx.textAlign = fits ? 'left' : 'right';
       ctx.fillText(name, x + (fits ? 5 : -5) * ratio, top + 14 * ratio);
     };
+    for (const snapshot of run.snapshots) {
+      mark(snapshot.time, colourOf('--text-quiet'), [ratio, 3 * ratio], snapshot.name);
+    }
     const isAtPeak = state.at === run.peak_moment;
     if (!isAtPeak) mark(run.peak, colourOf('--text-quiet'), [4 * ratio, 4 * ratio], 'peak');
     mark(run.moments[state.at], colourOf('--text'), [], isAtPeak ? 'peak' : '');
